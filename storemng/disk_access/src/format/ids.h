@@ -1,0 +1,25 @@
+#ifndef DISK_ACCESS_FORMAT_IDS_H
+#define DISK_ACCESS_FORMAT_IDS_H
+
+#include <cstdint>
+
+namespace disk_access {
+
+/// Record id: block number in bits 16-31, channel in bits 9-15, segment of the channel in bits 0-8.
+constexpr uint32_t MakeRecordId(uint32_t block, uint32_t chn, uint32_t segment) {
+    return block << 16 | chn << 9 | (segment & 0x1FF);
+}
+
+/// Event id: block number in bits 16-31, entry of the block's event table in bits 0-15.
+constexpr uint32_t MakeEventId(uint32_t block, uint32_t entry) {
+    return block << 16 | (entry & 0xFFFF);
+}
+
+/// The block that a record or event id names.
+constexpr uint32_t BlockOfId(uint32_t id) {
+    return id >> 16;
+}
+
+} // namespace disk_access
+
+#endif // DISK_ACCESS_FORMAT_IDS_H

@@ -1,0 +1,33 @@
+#ifndef DISK_ACCESS_FORMAT_TIMES_H
+#define DISK_ACCESS_FORMAT_TIMES_H
+
+#include <cstdint>
+
+namespace disk_access {
+
+constexpr uint32_t kSecondsPerDay = 86400;
+
+/// The seconds of a time stamp in microseconds, as the signed 32-bit number that the recorder computes with.
+constexpr int32_t SecondsOf(int64_t pts) {
+    return static_cast<int32_t>(pts / 1000000);
+}
+
+/// A `long` of seconds, as the signed 32-bit number that it is on the recorder. Converted once, where it
+/// comes in, so that every comparison comes out there and on a 64-bit host alike.
+constexpr int32_t Seconds32(long seconds) {
+    return static_cast<int32_t>(seconds);
+}
+
+/// A time of the disk where it is compared as a signed number.
+constexpr int32_t Signed(uint32_t seconds) {
+    return static_cast<int32_t>(seconds);
+}
+
+/// The day of a time, counted from 1970-01-01.
+constexpr uint32_t DayOf(uint32_t seconds) {
+    return seconds / kSecondsPerDay;
+}
+
+} // namespace disk_access
+
+#endif // DISK_ACCESS_FORMAT_TIMES_H

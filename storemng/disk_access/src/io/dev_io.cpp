@@ -1,0 +1,75 @@
+#include "dev_io.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "io/device.h"
+#include "io/messages.h"
+
+namespace disk_access {
+
+int OpenReadOnly(const PartAccess_t& part) {
+    char path[sizeof part.PartName + 1];
+    std::memcpy(path, part.PartName, sizeof part.PartName);
+    path[sizeof part.PartName] = '\0';
+    return open64(path, O_RDONLY | O_LARGEFILE);
+}
+
+uint64_t DeviceSize(dev_op_st* dev) {
+    if (dev == nullptr || dev->fd < 1) {
+        return 0;
+    }
+    const off64_t end = lseek64(dev->fd, 0, SEEK_END);
+    return end < 0 ? 0 : static_cast<uint64_t>(end);
+}
+
+int ReadAt(dev_op_st* dev, uint64_t offset, void* buf, uint32_t len) {
+    return dev_seek(dev, static_cast<long long>(offset)) == 0 ? dev_read(dev, buf, len) : -1;
+}
+
+} // namespace disk_access
+
+dev_op_st* dev_open(PartAccess_t* part) {
+    if (part == nullptr) {
+        return nullptr;
+    }
+    auto* const dev = static_cast<dev_op_st*>(std::malloc(sizeof(dev_op_st)));
+    if (dev == nullptr) {
+        DISK_ACCESS_REPORT_FAILURE("dev_open");
+        return nullptr;
+    }
+    dev->fd = disk_access::OpenReadOnly(*part);
+    if (dev->fd < 0) {
+        DISK_ACCESS_REPORT_FAILURE("dev_open");
+        std::free(dev);
+        return nullptr;
+    }
+    return dev;
+}
+
+int dev_close(dev_op_st* dev) {
+    if (dev == nullptr || dev->fd < 1) {
+        return -1;
+    }
+    close(dev->fd);
+    std::free(dev);
+    return 0;
+}
+
+int dev_seek(dev_op_st* dev, long long offset) {
+    if (dev == nullptr || dev->fd < 1) {
+        return -1;
+    }
+    return lseek64(dev->fd, offset, SEEK_SET) < 0 ? -1 : 0;
+}
+
+int dev_read(dev_op_st* dev, void* buf, unsigned int len) {
+    if (buf == nullptr || dev == nullptr || dev->fd < 1) {
+        return -1;
+    }
+    const ssize_t got = read(dev->fd, buf, len);
+    return got >= 0 && static_cast<size_t>(got) == len ? 0 : -1;
+}

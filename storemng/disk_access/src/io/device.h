@@ -1,0 +1,23 @@
+#ifndef DISK_ACCESS_IO_DEVICE_H
+#define DISK_ACCESS_IO_DEVICE_H
+
+#include <cstdint>
+
+#include "dev_io.h"
+
+namespace disk_access {
+
+/// Opens the path of a partition descriptor, whose name need not be terminated, for reading only.
+/// @return a descriptor, or a negative number
+int OpenReadOnly(const PartAccess_t& part);
+
+/// The device's size in bytes, 0 when it cannot be told. Moves the read position.
+uint64_t DeviceSize(dev_op_st* dev);
+
+/// Seeks and reads one structure whole.
+/// @return 0 or -1
+int ReadAt(dev_op_st* dev, uint64_t offset, void* buf, uint32_t len);
+
+} // namespace disk_access
+
+#endif // DISK_ACCESS_IO_DEVICE_H

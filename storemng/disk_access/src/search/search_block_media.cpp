@@ -1,0 +1,234 @@
+// CSearchBlock: the records and events that a block's index gives.
+
+#include <algorithm>
+#include <cstdint>
+
+#include "format/channels.h"
+#include "format/ids.h"
+#include "format/times.h"
+#include "search/search_block_state.h"
+#include "search_block.h"
+
+using namespace disk_access;
+
+namespace {
+
+/// The span of a search, in the recorder's signed seconds.
+struct Span {
+    int32_t start;
+    int32_t end;
+
+    bool Overlaps(int32_t s, int32_t e) const { return (start <= s && s < end) || (s < start && start <= e); }
+    bool Holds(int32_t time) const { return start < time && time < end; }
+};
+
+/// A record made without an index lasts at most this long.
+constexpr uint32_t kNoIndexRecordSeconds = 12 * 60 * 60;
+
+/// Records of two seconds or less are not worth a line in a list.
+bool LongEnough(const RecordItem_t& record) {
+    return record.startTime + 1 < record.endTime;
+}
+
+/// The bytes of the part of a segment that a record covers, by the segment's mean rate. The division comes
+/// first: the recorder's arithmetic is 32 bits wide.
+uint32_t ClippedSize(const RecSegItem_t& seg, uint32_t clipStart, uint32_t clipEnd) {
+    if ((seg.s == clipStart && seg.e == clipEnd) || seg.s == seg.e) {
+        return seg.totalsize;
+    }
+    return (clipEnd - clipStart) * (seg.totalsize / (seg.e - seg.s));
+}
+
+/// What all the segments of one search have in common.
+struct MediaQuery {
+    uint32_t block;
+    Span span;
+    uint32_t skipChnMask;
+    int64_t alarmMask;
+    uint32_t offsetMode;
+};
+
+/// Makes the record of a segment that overlaps the search. A segment that runs one second past the end of the
+/// search keeps its own end.
+RecordItem_t MakeRecord(const MediaQuery& query, uint32_t chn, uint32_t segment, const RecSegItem_t& seg,
+                        int64_t alarmType) {
+    const int32_t s = Signed(seg.s);
+    const int32_t e = Signed(seg.e);
+    RecordItem_t record = {};
+    record.alarmType = static_cast<uint64_t>(alarmType);
+    record.recId = MakeRecordId(query.block, chn, segment);
+    record.chn = chn;
+    record.startTime = static_cast<uint32_t>(std::max(s, query.span.start));
+    record.endTime = static_cast<uint32_t>(e > int64_t{query.span.end} + 1 ? query.span.end : e);
+    record.size = query.offsetMode != 0 ? seg.spos : ClippedSize(seg, record.startTime, record.endTime);
+    record.flag = query.offsetMode;
+    return record;
+}
+
+/// Appends the record of one segment held, if it belongs to the search.
+/// @return the number appended: 0 or 1
+int AddSegment(CSearchBlock& block, const BlockIndexCache_t& cache, const MediaQuery& query, uint32_t chn,
+               uint32_t segment, CCommList<RecordItem_t>* recList) {
+    const RecSegItem_t seg = cache.recSegTab[chn].At(segment);
+    const int32_t s = Signed(seg.s);
+    const int32_t e = Signed(seg.e);
+    const int64_t alarmType = block.CheckAlarmContition(s, e, query.alarmMask);
+    if (!query.span.Overlaps(s, e) || alarmType < 0 || HasChannel(query.skipChnMask, chn)) {
+        return 0;
+    }
+    const RecordItem_t record = MakeRecord(query, chn, segment, seg, alarmType);
+    if (!LongEnough(record)) {
+        return 0;
+    }
+    recList->AddTail(record);
+    return 1;
+}
+
+/// Appends the events held that lie strictly inside the span and meet the mask; mask 0 is met by every event.
+/// @return the number appended
+int AddEvents(const BlockIndexCache_t& cache, uint32_t block, const Span& span, int64_t alarmMask,
+              CCommList<EventItem_t>* list) {
+    const auto mask = static_cast<uint64_t>(alarmMask);
+    int appended = 0;
+    for (uint32_t i = 0; i < cache.Events(); ++i) {
+        const EventIndexItem_t entry = cache.eventTab.At(i);
+        const int32_t time = SecondsOf(entry.pts);
+        if (!span.Holds(time) || (mask != 0 && (entry.type & mask) == 0)) {
+            continue;
+        }
+        EventItem_t event = {};
+        event.alarmType = entry.type;
+        event.eventId = MakeEventId(block, i);
+        event.time = static_cast<uint32_t>(time);
+        list->AddTail(event);
+        ++appended;
+    }
+    return appended;
+}
+
+} // namespace
+
+long long CSearchBlock::CheckAlarmContition(long start, long end, long long alarmMask) {
+    const long long none = alarmMask == 0 ? 0 : -1;
+    if (m_pCache == nullptr) {
+        return none;
+    }
+    const int32_t first = Seconds32(start);
+    const int32_t last = Seconds32(end);
+    const uint64_t mask = alarmMask == 0 ? 0xFFFFFFFFu : static_cast<uint64_t>(alarmMask);
+    // The table may be an earlier block's: a search without events does not load this block's. Only its own
+    // entries are looked at, whatever the count says.
+    for (uint32_t i = 0; i < m_pCache->Events(); ++i) {
+        const EventIndexItem_t event = m_pCache->eventTab.At(i);
+        const int32_t time = SecondsOf(event.pts);
+        if (first <= time && time <= last && (event.type & mask) != 0) {
+            return static_cast<long long>(event.type);
+        }
+    }
+    return none;
+}
+
+int CSearchBlock::GetEventList(unsigned int block, long start, long end, long long alarmMask,
+                               CCommList<EventItem_t>* list) {
+    const Span span = {Seconds32(start), Seconds32(end)};
+    if (m_pCache == nullptr || alarmMask == 0 || list == nullptr || span.start >= span.end) {
+        return -1;
+    }
+    // Only a block that was closed properly vouches for its events; the extended tail does not.
+    if (ReadBlockIndexList(block, 2) != 1) {
+        return -1;
+    }
+    if (!m_pCache->eventTab.Allocated() || m_pCache->eventCount == 0) {
+        return -1;
+    }
+    return AddEvents(*m_pCache, block, span, alarmMask, list);
+}
+
+int CSearchBlock::GetMediaList(unsigned int block, long start, long end, unsigned int chn,
+                               unsigned int skipChnMask, long long alarmMask,
+                               CCommList<RecordItem_t>* recList, CCommList<EventItem_t>* evList) {
+    const bool channelKnown = chn < kChannels || chn == kAllChannels;
+    if (m_pCache == nullptr || Seconds32(start) > Seconds32(end) || recList == nullptr || !channelKnown) {
+        return -1;
+    }
+    switch (ReadBlockIndexList(block, evList != nullptr ? 3 : 1)) {
+    case 1:
+        return chn == kAllChannels
+                   ? GetAllChnMediaList(block, start, end, skipChnMask, alarmMask, 0, recList, evList)
+                   : GetSigleChnMediaList(block, start, end, chn, skipChnMask, alarmMask, 0, recList, evList);
+    case 0:
+    case 2:
+        return GetNoIndexMediaList(block, chn, skipChnMask, recList);
+    default:
+        return -1;
+    }
+}
+
+int CSearchBlock::GetSigleChnMediaList(unsigned int block, long start, long end, unsigned int chn,
+                                       unsigned int skipChnMask, long long alarmMask, unsigned int offsetMode,
+                                       CCommList<RecordItem_t>* recList, CCommList<EventItem_t>* evList) {
+    if (m_pCache == nullptr || chn >= kChannels || !m_pCache->recSegTab[chn].Allocated()) {
+        return -1;
+    }
+    const MediaQuery query = {block, {Seconds32(start), Seconds32(end)}, skipChnMask, alarmMask, offsetMode};
+    int appended = 0;
+    for (uint32_t i = 0; i < m_pCache->Segments(chn); ++i) {
+        appended += AddSegment(*this, *m_pCache, query, chn, i, recList);
+    }
+    if (evList != nullptr) {
+        AddEvents(*m_pCache, block, query.span, alarmMask, evList);
+    }
+    return appended;
+}
+
+int CSearchBlock::GetAllChnMediaList(unsigned int block, long start, long end, unsigned int skipChnMask,
+                                     long long alarmMask, unsigned int offsetMode,
+                                     CCommList<RecordItem_t>* recList, CCommList<EventItem_t>* evList) {
+    if (m_pCache == nullptr) {
+        return -1;
+    }
+    const MediaQuery query = {block, {Seconds32(start), Seconds32(end)}, skipChnMask, alarmMask, offsetMode};
+    uint32_t most = 0;
+    for (uint32_t chn = 0; chn < kChannels; ++chn) {
+        most = std::max(most, m_pCache->Segments(chn));
+    }
+    int appended = 0;
+    for (uint32_t i = 0; i < most; ++i) {
+        for (uint32_t chn = 0; chn < kChannels; ++chn) {
+            if (i < m_pCache->Segments(chn)) {
+                appended += AddSegment(*this, *m_pCache, query, chn, i, recList);
+            }
+        }
+    }
+    if (evList != nullptr) {
+        AddEvents(*m_pCache, block, query.span, alarmMask, evList);
+    }
+    return appended;
+}
+
+int CSearchBlock::GetNoIndexMediaList(unsigned int block, unsigned int chn, unsigned int skipChnMask,
+                                      CCommList<RecordItem_t>* recList) {
+    BlockHead_t head = {};
+    if (m_pCache == nullptr || GetBlockInfo(block, &head, nullptr, nullptr, nullptr) != 0) {
+        return -1;
+    }
+    const uint32_t midnight = (head.RecTime + (kSecondsPerDay - 1)) / kSecondsPerDay * kSecondsPerDay;
+    const uint32_t first = chn == kAllChannels ? 0 : chn;
+    const uint32_t last = chn == kAllChannels ? kChannels - 1 : chn;
+    int appended = 0;
+    for (uint32_t c = first; c <= last; ++c) {
+        if (!HasChannel(head.media_chn_bitmap, c) || HasChannel(skipChnMask, c)) {
+            continue;
+        }
+        RecordItem_t record = {};
+        record.recId = MakeRecordId(block, c, 0);
+        record.chn = c;
+        record.startTime = head.RecTime;
+        record.endTime = std::min(head.RecTime + kNoIndexRecordSeconds, midnight);
+        record.size = NO_INDEX_RECORD_SIZE;
+        record.flag = 1;
+        recList->AddTail(record);
+        ++appended;
+    }
+    return appended;
+}

@@ -1,0 +1,138 @@
+// CSearchDisk: the media search, plain or around alarms.
+
+#include <algorithm>
+#include <cstdint>
+
+#include "search/search_disk_state.h"
+#include "search_disk.h"
+
+namespace {
+
+/// The time around one alarm, or around several whose times run into each other. Unsigned 32-bit seconds, as
+/// on the disk. A start of 0 means that there is none yet.
+struct AlarmWindow {
+    uint32_t start = 0;
+    uint32_t end = 0;
+
+    bool Open() const { return start != 0; }
+    bool Holds(uint32_t time) const { return start <= time && time <= end; }
+};
+
+bool LongEnough(const RecordItem_t& record) {
+    return record.endTime > record.startTime + 1;
+}
+
+/// Cuts the records found to alarm windows, into the caller's list.
+class AlarmRecords {
+public:
+    AlarmRecords(const CCommList<RecordItem_t>& records, uint64_t alarmMask, CCommList<RecordItem_t>& out)
+        : m_records(records), m_alarmMask(alarmMask), m_out(out) {}
+
+    /// Appends the part of every record that lies inside the window.
+    void Emit(const AlarmWindow& window) { EmitEach(window, false); }
+
+    /// The same for the last window. Behind the part of each coarse record, made without an index, comes the
+    /// record itself (cut already if it met the window): what lies in its block cannot be told, and must not
+    /// be missed.
+    void EmitLast(const AlarmWindow& window) { EmitEach(window, true); }
+
+    int Count() const { return m_count; }
+
+private:
+    void EmitEach(const AlarmWindow& window, bool last) {
+        for (const auto* node = m_records.m_pHead; node != nullptr; node = node->pNext) {
+            RecordItem_t record = node->data;
+            if (Cut(record, window)) {
+                Append(record);
+            }
+            if (last && record.flag == 1) {
+                Append(record);
+            }
+        }
+    }
+
+    bool Cut(RecordItem_t& record, const AlarmWindow& window) const {
+        unsigned int start = 0;
+        unsigned int end = 0;
+        if (IntervalIntersection(window.start, window.end, record.startTime, record.endTime, &start, &end) !=
+            0) {
+            return false;
+        }
+        record.startTime = start;
+        record.endTime = end;
+        record.alarmType = m_alarmMask;
+        return true;
+    }
+
+    void Append(const RecordItem_t& record) {
+        if (LongEnough(record)) {
+            m_out.AddTail(record);
+            ++m_count;
+        }
+    }
+
+    const CCommList<RecordItem_t>& m_records;
+    uint64_t m_alarmMask;
+    CCommList<RecordItem_t>& m_out;
+    int m_count = 0;
+};
+
+/// Searches the records around the events of the types asked for.
+int SearchAlarmMedia(CSearchPart& part, SearchParam_t* param, unsigned int lockedMap,
+                     CCommList<RecordItem_t>* out) {
+    SearchParam_t plain = *param;
+    plain.alarmMask = 0;
+    CCommList<RecordItem_t> records;
+    if (part.SearchMedia(&plain, lockedMap, &records) <= 0) {
+        return 0;
+    }
+    CCommList<EventItem_t> events;
+    if (part.SearchEvent(param, &events) <= 0) {
+        return 0;
+    }
+    AlarmRecords found(records, param->alarmMask, *out);
+    AlarmWindow window;
+    while (events.m_nCount > 0) {
+        const EventItem_t event = events.RemoveHead();
+        unsigned int pre = 0;
+        unsigned int post = 0;
+        part.GetEventPara(event.eventId, &pre, &post);
+        const uint32_t begin = event.time - pre;
+        const uint32_t end = event.time + post;
+        if (window.Open() && window.Holds(begin)) {
+            window.end = end;
+            continue;
+        }
+        if (window.Open()) {
+            found.Emit(window);
+        }
+        window = {begin, end};
+    }
+    found.EmitLast(window);
+    return found.Count();
+}
+
+} // namespace
+
+int CSearchDisk::SearchMedia(SearchParam_t* param, CCommList<RecordItem_t>* out) {
+    if (m_pState == nullptr || param == nullptr) {
+        return -1;
+    }
+    if (param->alarmMask != 0) {
+        return SearchAlarmMedia(*m_pState->searchPart, param, m_pState->lockedMap, out);
+    }
+    return std::max(m_pState->searchPart->SearchMedia(param, m_pState->lockedMap, out), 0);
+}
+
+int IntervalIntersection(unsigned int a0, unsigned int a1, unsigned int b0, unsigned int b1, unsigned int* o0,
+                         unsigned int* o1) {
+    if (a0 > b1) {
+        return -1;
+    }
+    if (b0 > a1) {
+        return 1;
+    }
+    *o0 = std::max(a0, b0);
+    *o1 = std::min(a1, b1);
+    return 0;
+}

@@ -1,0 +1,222 @@
+// CSearchPart: lists of units, and the days that hold recordings.
+
+#include "search_part.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+
+#include "format/channels.h"
+#include "format/times.h"
+#include "io/device.h"
+#include "search/search_part_state.h"
+
+using namespace disk_access;
+
+namespace {
+
+/// The blocks of the ring that begin inside the device. A forged head can state billions of blocks; only
+/// these can be anything but missing.
+uint32_t BlocksInsideDevice(const PartSearchState_t& state) {
+    const uint64_t size = DeviceSize(state.dev);
+    if (!state.HasBlocks() || size <= BLOCK_BASE_OFFSET) {
+        return 0;
+    }
+    const uint64_t begun = (size - BLOCK_BASE_OFFSET + state.BlkSize - 1) / state.BlkSize;
+    return static_cast<uint32_t>(std::min<uint64_t>(begun, state.BlkCount));
+}
+
+/// Whether the recorder closed a block, so that its tail tells the times of its media. Of any other block the
+/// start is all that is known.
+bool Closed(const BlockHead_t& head, const BlockTail_t& tail) {
+    return head.RecSeq == tail.RecSeq;
+}
+
+/// The span of an end of the recorded arc: it begins when its block was opened.
+UnitTimeItem_t SpanOfEnd(CSearchBlock& blocks, uint32_t unit) {
+    BlockHead_t head = {};
+    BlockTail_t tail = {};
+    blocks.GetBlockInfo(unit, &head, &tail, nullptr, nullptr);
+    return {unit, head.RecTime, Closed(head, tail) ? tail.EndTime : head.RecTime};
+}
+
+/// The span of a block inside the recorded arc: that of its media.
+UnitTimeItem_t SpanInside(CSearchBlock& blocks, uint32_t unit, const BlockHead_t& head) {
+    BlockTail_t tail = {};
+    blocks.GetBlockInfo(unit, nullptr, &tail, nullptr, nullptr);
+    return Closed(head, tail) ? UnitTimeItem_t{unit, tail.StartTime, tail.EndTime}
+                              : UnitTimeItem_t{unit, head.RecTime, head.RecTime};
+}
+
+/// Adds the day of a block's start, and that of its end if it is another.
+void AddSpan(CSearchPart& part, const UnitTimeItem_t& unit, CCommList<unsigned int>* list) {
+    part.AddDate2List(list, unit.startTime);
+    if (DayOf(unit.endTime) != DayOf(unit.startTime)) {
+        part.AddDate2List(list, unit.endTime);
+    }
+}
+
+/// A request for everything on the disk.
+constexpr SearchParam_t kEverything = {0, 0, 0xFFFFFFFF, kAllChannels};
+
+/// The local day of the month of a time, or 0 if it cannot be told. Times are unsigned on every host, also
+/// after 2038.
+unsigned int LocalDayOfMonth(uint32_t time) {
+    const time_t seconds = time;
+    tm local = {};
+    return localtime_r(&seconds, &local) == nullptr ? 0 : static_cast<unsigned int>(local.tm_mday);
+}
+
+} // namespace
+
+int CSearchPart::AddUnitToList(unsigned int unit, BlockHead_t* head, CCommList<UnitItem_t>* list, int count) {
+    list->AddTail(UnitItem_t{unit, head->RecTime});
+    return count + 1;
+}
+
+int CSearchPart::GetBadUnitList(CCommList<UnitItem_t>* list) {
+    if (m_pState == nullptr) {
+        return -1;
+    }
+    const uint32_t count = BlocksInsideDevice(*m_pState);
+    const bool tables = GetBadBlockTab() == 0;
+    int appended = 0;
+    for (uint32_t block = 0; block < count; ++block) {
+        BlockHead_t head = {};
+        if (!tables || IsBadBlock(block) == 0) {
+            appended = AddUnitToList(block, &head, list, appended);
+            continue;
+        }
+        m_pState->searchBlock->GetBlockInfo(block, &head, nullptr, nullptr, nullptr);
+        if (head.ValidFlag != BLOCK_MAGIC) {
+            appended = AddUnitToList(block, &head, list, appended);
+        }
+    }
+    return appended;
+}
+
+int CSearchPart::SearchUnitList(unsigned int start, unsigned int /*end*/, unsigned int code,
+                                CCommList<UnitItem_t>* list) {
+    if (m_pState == nullptr) {
+        return 0;
+    }
+    const auto first = static_cast<uint32_t>(GetSearchStartBlock(start, code));
+    const uint32_t count = AnnounceSpan(*this, *m_pState, "SearchUnitList", first);
+    int appended = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint32_t block = m_pState->TheRing().Ahead(first, i);
+        if (IsBadBlock(block) == 0) {
+            continue;
+        }
+        BlockHead_t head = {};
+        m_pState->searchBlock->GetBlockInfo(block, &head, nullptr, nullptr, nullptr);
+        if (head.ValidFlag == BLOCK_MAGIC && head.RecTime != 0) {
+            appended = AddUnitToList(block, &head, list, appended);
+        }
+    }
+    return appended;
+}
+
+int CSearchPart::GetUnitList(CCommList<UnitItem_t>* list) {
+    SearchParam_t request = kEverything;
+    OutputTime_t region = {};
+    const int code = InitSearch(&request, &region);
+    if (code < 1) {
+        return 0;
+    }
+    return SearchUnitList(request.startTime, request.endTime, static_cast<unsigned int>(code), list);
+}
+
+int CSearchPart::GetUnitRecMap(unsigned int unit, int what) {
+    if (m_pState == nullptr) {
+        return -1;
+    }
+    switch (what) {
+    case 0:
+        return m_pState->searchBlock->GetUnitRecMap(unit);
+    case 1:
+        return static_cast<int>(m_pState->BlkCount);
+    default:
+        return 0;
+    }
+}
+
+int CSearchPart::AddDate2List(CCommList<unsigned int>* list, unsigned int t) {
+    if (t == 0) {
+        return 0;
+    }
+    const unsigned int day = DayOf(t) * kSecondsPerDay + 1;
+    for (const auto* node = list->m_pHead; node != nullptr; node = node->pNext) {
+        if (node->data == day) {
+            return 1;
+        }
+    }
+    list->AddTail(day);
+    return 1;
+}
+
+int CSearchPart::AddDateToList(BlockHead_t* head, BlockTail_t* tail, CCommList<unsigned int>* list, int count,
+                               unsigned int* lastDay) {
+    const bool closed = Closed(*head, *tail);
+    const uint32_t times[] = {closed ? tail->StartTime : head->RecTime, tail->EndTime};
+    for (int i = 0; i < (closed ? 2 : 1); ++i) {
+        const unsigned int day = LocalDayOfMonth(times[i]);
+        if (day != 0 && day != *lastDay) {
+            list->AddTail(times[i]);
+            *lastDay = day;
+            ++count;
+        }
+    }
+    return count;
+}
+
+int CSearchPart::BinGetDataMap(UnitTimeItem_t* a, UnitTimeItem_t* b, CCommList<unsigned int>* list) {
+    // Outside the ring an arc need not shrink as it is halved.
+    if (m_pState == nullptr || a->unitId >= m_pState->BlkCount || b->unitId >= m_pState->BlkCount) {
+        return list->m_nCount;
+    }
+    const Ring ring = m_pState->TheRing();
+    if (a->unitId == b->unitId) {
+        AddSpan(*this, *a, list);
+        return list->m_nCount;
+    }
+    if (b->unitId == ring.Next(a->unitId) || DayOf(b->startTime) == DayOf(a->endTime)) {
+        AddSpan(*this, *a, list);
+        AddSpan(*this, *b, list);
+        return list->m_nCount;
+    }
+    const uint32_t mid = ring.Middle(a->unitId, b->unitId);
+    uint32_t unit = 0;
+    BlockHead_t before = {};
+    if (GetPrevValidBlock(0, 0, mid, a->unitId, &unit, &before) == 0) {
+        UnitTimeItem_t end = SpanInside(*m_pState->searchBlock, unit, before);
+        BinGetDataMap(a, &end, list);
+    }
+    BlockHead_t behind = {};
+    if (GetNextValidBlock(0, 0, mid, b->unitId, &unit, &behind) == 0) {
+        UnitTimeItem_t start = SpanInside(*m_pState->searchBlock, unit, behind);
+        BinGetDataMap(&start, b, list);
+    }
+    return list->m_nCount;
+}
+
+int CSearchPart::SearchDataMap(unsigned int /*start*/, unsigned int /*end*/, unsigned int /*code*/,
+                               CCommList<unsigned int>* list) {
+    if (m_pState == nullptr) {
+        return 0;
+    }
+    UnitTimeItem_t oldest = SpanOfEnd(*m_pState->searchBlock, m_pState->OldestBlockNum);
+    UnitTimeItem_t newest = SpanOfEnd(*m_pState->searchBlock, m_pState->LastBlockNum);
+    return BinGetDataMap(&oldest, &newest, list);
+}
+
+int CSearchPart::GetDateMap(CCommList<unsigned int>* list) {
+    SearchParam_t request = kEverything;
+    OutputTime_t region = {};
+    const int code = InitSearch(&request, &region);
+    if (code < 1) {
+        return 0;
+    }
+    return SearchDataMap(region.startTime, region.endTime, static_cast<unsigned int>(code), list);
+}

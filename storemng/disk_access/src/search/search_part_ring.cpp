@@ -1,0 +1,228 @@
+// CSearchPart: where the ring of recordings begins and ends, and where in it a search begins.
+
+#include "search_part.h"
+
+#include <cstdint>
+#include <cstdio>
+
+#include "search/search_part_state.h"
+
+using namespace disk_access;
+
+namespace {
+
+/// What GetSearchRegion() answers: which ends of the request lie inside the recorded span.
+constexpr int kEndsBeforeOldest = -1;
+constexpr int kStartsAfterNewest = 0;
+constexpr int kOldestToEnd = 1;
+constexpr int kStartToEnd = 2;
+constexpr int kOldestToNewest = 3;
+constexpr int kStartToNewest = 4;
+
+/// The newest block found so far. On equal sequence numbers the one looked at first stays.
+struct Newest {
+    uint32_t block = 0;
+    uint32_t seq = 0;
+
+    void Consider(uint32_t candidate, const BlockHead_t& head) {
+        if (head.RecSeq > seq) {
+            seq = head.RecSeq;
+            block = candidate;
+        }
+    }
+};
+
+/// Finds the highest sequence number between two valid blocks by halving. The numbers rise along the ring but
+/// for one seam: the middle tells on which side of it the newest block lies.
+Newest FindNewest(CSearchPart& part, const Ring& ring, uint32_t lo, BlockHead_t loHead, uint32_t hi,
+                  BlockHead_t hiHead) {
+    Newest newest;
+    BlockHead_t midHead = {};
+    bool found = true;
+    // A walk that finds nothing (a block that could be read a moment ago) would leave the stretch as it is.
+    while (found && lo <= hi) {
+        uint32_t mid = lo + (hi - lo) / 2;
+        part.GetPrevValidBlock(0, 0, mid, lo, &mid, &midHead);
+        if (mid == lo) {
+            newest.Consider(lo, midHead);
+            if (lo == hi) {
+                break;
+            }
+            found = part.GetNextValidBlock(0, 0, ring.Next(lo), hi, &lo, &loHead) == 0;
+            continue;
+        }
+        newest.Consider(mid, midHead);
+        newest.Consider(lo, loHead);
+        newest.Consider(hi, hiHead);
+        if (midHead.RecSeq > loHead.RecSeq) {
+            found = part.GetNextValidBlock(0, 0, ring.Next(mid), hi, &lo, &loHead) == 0;
+        } else if (midHead.RecSeq < loHead.RecSeq) {
+            found = part.GetPrevValidBlock(0, 0, ring.Prev(mid), lo, &hi, &hiHead) == 0;
+        } else {
+            std::printf(loHead.RecSeq == 0 ? "Disk Empty\n" : "Disk Record Num Conflicting\n");
+            break;
+        }
+    }
+    return newest;
+}
+
+/// Finds the oldest block: the one after the newest when the ring has wrapped, else the first of the ring.
+/// Sets the state's OldestBlockNum, which stays as it is when no block is valid.
+/// @param head gets the head of the block looked at last
+void FindOldest(CSearchPart& part, PartSearchState_t& state, BlockHead_t& head) {
+    if (!state.HasBlocks()) {
+        return;
+    }
+    const Ring ring = state.TheRing();
+    part.GetNextValidBlock(0, 0, ring.Next(state.LastBlockNum), state.LastBlockNum, &state.OldestBlockNum,
+                           &head);
+    if (head.RecSeq == 0) {
+        part.GetNextValidBlock(0, 0, 0, ring.count - 1, &state.OldestBlockNum, &head);
+    }
+}
+
+} // namespace
+
+int CSearchPart::GetLastBlock() {
+    if (m_pState == nullptr || !m_pState->HasBlocks()) {
+        return -1;
+    }
+    const uint32_t end = m_pState->BlkCount - 1;
+    BlockHead_t loHead = {};
+    BlockHead_t hiHead = {};
+    uint32_t lo = 0;
+    uint32_t hi = 0;
+    if (GetNextValidBlock(0, 0, 0, end, &lo, &loHead) != 0 ||
+        GetPrevValidBlock(0, 0, end, 0, &hi, &hiHead) != 0) {
+        return -1;
+    }
+    const Newest newest = FindNewest(*this, m_pState->TheRing(), lo, loHead, hi, hiHead);
+    m_pState->LastBlockNum = newest.block;
+    std::printf("GetLastBlock LastBlockNum = %d, RecordNum = %d\n", static_cast<int>(newest.block),
+                static_cast<int>(newest.seq));
+    return static_cast<int>(newest.block);
+}
+
+int CSearchPart::GetSearchRegion(InputTime_t in, OutputTime_t* out) {
+    const uint32_t s = in.startTime;
+    const uint32_t e = in.endTime;
+    const uint32_t o = in.oldestTime;
+    const uint32_t n = in.newestTime;
+    if (e <= o) {
+        return kEndsBeforeOldest;
+    }
+    if (s <= o) {
+        *out = e <= n ? OutputTime_t{o, e} : OutputTime_t{o, n};
+        return e <= n ? kOldestToEnd : kOldestToNewest;
+    }
+    if (e <= n) {
+        *out = {s, e};
+        return kStartToEnd;
+    }
+    *out = s <= n ? OutputTime_t{s, n} : OutputTime_t{s, e};
+    return s <= n ? kStartToNewest : kStartsAfterNewest;
+}
+
+int CSearchPart::InitSearch(SearchParam_t* param, OutputTime_t* out) {
+    if (m_pState == nullptr || param == nullptr || out == nullptr) {
+        return -1;
+    }
+    GetBadBlockTab();
+    GetLastBlock();
+    BlockHead_t head = {};
+    FindOldest(*this, *m_pState, head);
+    InputTime_t in = {param->startTime, param->endTime, head.RecTime, 0};
+    m_pState->searchBlock->GetBlockInfo(m_pState->LastBlockNum, &head, nullptr, nullptr, nullptr);
+    in.newestTime = head.RecTime;
+
+    const int code = GetSearchRegion(in, out);
+    std::printf("%s Blk(%d~%d), Ret = %d, (%d~%d)\n", "InitSearch",
+                static_cast<int>(m_pState->OldestBlockNum), static_cast<int>(m_pState->LastBlockNum), code,
+                static_cast<int>(out->startTime), static_cast<int>(out->endTime));
+    return code;
+}
+
+int CSearchPart::GetSearchStartBlock(unsigned int time, unsigned int code) {
+    if (m_pState == nullptr) {
+        return -1;
+    }
+    const uint32_t oldest = m_pState->OldestBlockNum;
+    const uint32_t last = m_pState->LastBlockNum;
+    uint32_t start = oldest;
+    if (code == kStartsAfterNewest) {
+        start = last;
+    } else if (code == kStartToEnd || code == kStartToNewest) {
+        BlockHead_t head = {};
+        m_pState->searchBlock->GetBlockInfo(oldest, &head, nullptr, nullptr, nullptr);
+        const uint32_t seq = head.RecSeq;
+        uint32_t lo = oldest;
+        uint32_t hi = last;
+        if (oldest > last) {
+            // The ring has wrapped: the blocks from 0 on are its younger arc, those from the oldest on its
+            // elder.
+            uint32_t first = 0;
+            if (GetNextValidBlock(0, seq, 0, last, &first, &head) == 0 && head.RecTime <= time) {
+                lo = first;
+            } else {
+                hi = m_pState->BlkCount - 1;
+                GetPrevValidBlock(0, seq, hi, oldest, &hi, &head);
+            }
+        }
+        start = static_cast<uint32_t>(BinSearchStartBlock(lo, hi, time, seq));
+    }
+    std::printf("%s StartSearchBlock = %d\n", "GetSearchStartBlock", static_cast<int>(start));
+    return static_cast<int>(start);
+}
+
+int CSearchPart::BinSearchStartBlock(unsigned int lo, unsigned int hi, unsigned int time, unsigned int seq) {
+    const uint32_t first = lo;
+    // From a bound outside the ring a step would wrap to below the middle, and the stretch would never
+    // narrow.
+    bool narrowing = m_pState != nullptr && lo < m_pState->BlkCount && hi < m_pState->BlkCount;
+    BlockHead_t head = {};
+    while (narrowing && lo <= hi) {
+        const Ring ring = m_pState->TheRing();
+        const uint32_t mid = lo + (hi - lo) / 2;
+        // Only the time of the block found counts; the bounds move from the middle itself.
+        uint32_t nearest = mid;
+        GetPrevValidBlock(0, seq, mid, lo, &nearest, &head);
+        if (lo == hi) {
+            break;
+        }
+        if (head.RecTime <= time) {
+            narrowing = GetNextValidBlock(0, seq, ring.Next(mid), hi, &lo, &head) == 0;
+            if (narrowing && time < head.RecTime) {
+                return static_cast<int>(mid);
+            }
+        } else if (lo == mid) {
+            break;
+        } else {
+            narrowing = GetPrevValidBlock(0, seq, ring.Prev(mid), lo, &hi, &head) == 0;
+            if (narrowing && head.RecTime <= time) {
+                return static_cast<int>(hi);
+            }
+        }
+    }
+    std::printf("%s: Not Get Start Block!!!!!!\n", "BinSearchStartBlock");
+    return static_cast<int>(first);
+}
+
+int CSearchPart::GetSpace(DiskSpaceInfo_t* info) {
+    if (m_pState == nullptr || info == nullptr) {
+        return -1;
+    }
+    GetBadBlockTab();
+    GetLastBlock();
+    BlockHead_t head = {};
+    FindOldest(*this, *m_pState, head);
+    const uint32_t oldest = m_pState->OldestBlockNum;
+    const uint32_t last = m_pState->LastBlockNum;
+    std::printf("%s OldestBlockNum = %d, LastBlockNum = %d\n", "GetSpace", static_cast<int>(oldest),
+                static_cast<int>(last));
+
+    const uint32_t count = m_pState->BlkCount;
+    const uint32_t unwritten = count != 0 && oldest <= last ? count - 1 - last : 0;
+    info->totalSize = uint64_t{m_pState->BlkSize} * count;
+    info->freeSize = uint64_t{m_pState->BlkSize} * unwritten;
+    return 0;
+}

@@ -1,0 +1,50 @@
+#ifndef DISK_ACCESS_SEARCH_SEARCH_PART_STATE_H
+#define DISK_ACCESS_SEARCH_SEARCH_PART_STATE_H
+
+#include <cstdint>
+
+#include "dev_io.h"
+#include "format/block_geometry.h"
+#include "format/ring.h"
+#include "search_block.h"
+#include "search_part.h"
+
+/// A partition open for searching.
+struct PartSearchState_t {
+    dev_op_st* dev;
+    CSearchBlock* searchBlock;
+    uint32_t BlkCount;
+    uint32_t BlkSize;
+    uint32_t FmtVersion;
+    uint32_t BBTabOffs;
+    uint32_t BBCounterOffs;
+    uint8_t* badBlockTab;   ///< one bit a block; null until loaded
+    uint8_t* possibleBBTab; ///< one byte a block; loaded with badBlockTab
+    uint32_t LastBlockNum;
+    uint32_t OldestBlockNum;
+    uint32_t Encrypt;
+    uint32_t EncryptMap;
+    char CipherCode[128];
+
+    disk_access::Ring TheRing() const { return {BlkCount}; }
+
+    /// Whether there is any block to look at: a forged head may state no blocks, or blocks too small to hold
+    /// their own head and index.
+    bool HasBlocks() const {
+        return BlkCount != 0 && disk_access::BlockGeometry::Of(BlkSize, FmtVersion).HoldsBlock();
+    }
+};
+
+namespace disk_access {
+
+/// Counts the blocks from @p start forwards to the newest and prints how many there are, under an operation's
+/// name.
+/// @return the count; 0 when there is nothing to walk: no blocks, or no bad-block tables, without which none
+/// of
+///         them may be used
+uint32_t AnnounceSpan(CSearchPart& part, const PartSearchState_t& state, const char* operation,
+                      uint32_t start);
+
+} // namespace disk_access
+
+#endif // DISK_ACCESS_SEARCH_SEARCH_PART_STATE_H

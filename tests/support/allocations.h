@@ -1,0 +1,40 @@
+#ifndef TESTS_SUPPORT_ALLOCATIONS_H
+#define TESTS_SUPPORT_ALLOCATIONS_H
+
+/// @file allocations.h
+/// Makes allocations fail. For a test program that links the library's objects with
+/// diskaccess_wrap_allocations(): the linker then sends their malloc, calloc, realloc and new here.
+
+#include <cstddef>
+
+namespace test_support {
+
+/// Counts the allocations made while it lives, and lets some of them fail; only one at a time.
+class AllocationFaults {
+public:
+    static constexpr size_t kNone = static_cast<size_t>(-1);
+
+    /// Fails the allocation with index @p first, counted from 0, and all after it if @p forever.
+    explicit AllocationFaults(size_t first = kNone, bool forever = false);
+    ~AllocationFaults();
+    AllocationFaults(const AllocationFaults&) = delete;
+    AllocationFaults& operator=(const AllocationFaults&) = delete;
+
+    /// Allocations asked for so far.
+    size_t Count() const { return m_count; }
+    /// The largest of them, in bytes.
+    size_t Largest() const { return m_largest; }
+
+    /// Whether an allocation of @p size bytes is to fail.
+    bool Note(size_t size);
+
+private:
+    size_t m_first;
+    bool m_forever;
+    size_t m_count = 0;
+    size_t m_largest = 0;
+};
+
+} // namespace test_support
+
+#endif // TESTS_SUPPORT_ALLOCATIONS_H

@@ -1,0 +1,70 @@
+#include "support/printed.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <regex>
+#include <stdexcept>
+
+namespace test_support {
+
+namespace {
+
+/// Puts a descriptor in the place of standard output for as long as it lives.
+class Redirection {
+public:
+    explicit Redirection(int target) {
+        std::fflush(stdout);
+        m_saved = dup(STDOUT_FILENO);
+        if (m_saved < 0 || dup2(target, STDOUT_FILENO) < 0) {
+            throw std::runtime_error("cannot redirect standard output");
+        }
+    }
+    ~Redirection() {
+        std::fflush(stdout);
+        dup2(m_saved, STDOUT_FILENO);
+        close(m_saved);
+    }
+    Redirection(const Redirection&) = delete;
+    Redirection& operator=(const Redirection&) = delete;
+
+private:
+    int m_saved = -1;
+};
+
+std::string ReadAll(int fd) {
+    std::string text(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
+    if (pread(fd, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+        throw std::runtime_error("cannot read what was printed");
+    }
+    return text;
+}
+
+} // namespace
+
+std::string Printed(const std::function<void()>& action) {
+    const bool failedBefore = ::testing::Test::HasFailure();
+    const int file = memfd_create("printed", MFD_CLOEXEC);
+    {
+        const Redirection redirection(file);
+        action();
+    }
+    std::string text = ReadAll(file);
+    close(file);
+    if (::testing::Test::HasFailure() && !failedBefore) {
+        std::fprintf(stderr, "%s", text.c_str()); // it holds what the test framework said of the failure
+    }
+    return text;
+}
+
+std::string PrintedWithoutLines(const std::function<void()>& action) {
+    return std::regex_replace(Printed(action), std::regex(" : [0-9]+, Failed"), " : #, Failed");
+}
+
+void Quietly(const std::function<void()>& action) {
+    Printed(action);
+}
+
+} // namespace test_support

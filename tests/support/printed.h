@@ -1,0 +1,20 @@
+#ifndef TESTS_SUPPORT_PRINTED_H
+#define TESTS_SUPPORT_PRINTED_H
+
+#include <functional>
+#include <string>
+
+namespace test_support {
+
+/// Runs @p action and gives what it printed on standard output.
+std::string Printed(const std::function<void()>& action);
+
+/// The same, with the line number of each "NAME : LINE, Failed" replaced by a #.
+std::string PrintedWithoutLines(const std::function<void()>& action);
+
+/// Runs @p action with standard output thrown away.
+void Quietly(const std::function<void()>& action);
+
+} // namespace test_support
+
+#endif // TESTS_SUPPORT_PRINTED_H

@@ -1,0 +1,138 @@
+#include "support/system_calls.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/types.h>
+
+#include <algorithm>
+#include <bitset>
+#include <cerrno>
+#include <cstdarg>
+#include <stdexcept>
+#include <utility>
+
+namespace test_support {
+
+namespace {
+
+SystemCallLog* g_log = nullptr;
+bool g_noting = false; ///< keeps a log's own calls out of it
+
+/// Descriptors that came from open64(), which is how the library opens a device. Others are the tests' own.
+std::bitset<1024> g_devices;
+
+bool IsDevice(int fd) {
+    return fd >= 0 && static_cast<size_t>(fd) < g_devices.size() && g_devices[static_cast<size_t>(fd)];
+}
+
+template <typename Function>
+Function Real(const char* name) {
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+Fate Note(const Call& call) {
+    if (g_log == nullptr || g_noting || (call.kind != CallKind::Open && !IsDevice(call.fd))) {
+        return {};
+    }
+    g_noting = true;
+    const Fate fate = g_log->Note(call);
+    g_noting = false;
+    if (fate.kind == Fate::Fail) {
+        errno = fate.error;
+    }
+    return fate;
+}
+
+} // namespace
+
+SystemCallLog::SystemCallLog() : SystemCallLog([](const Call&, size_t) { return Fate(); }) {}
+
+SystemCallLog::SystemCallLog(std::function<Fate(const Call&, size_t)> decide) : m_decide(std::move(decide)) {
+    if (g_log != nullptr) {
+        throw std::logic_error("system calls are being logged already");
+    }
+    m_calls.reserve(0x10000); // noting a call must not allocate: allocations may be made to fail meanwhile
+    g_log = this;
+}
+
+SystemCallLog::~SystemCallLog() {
+    g_log = nullptr;
+}
+
+size_t SystemCallLog::Count(CallKind kind) const {
+    return static_cast<size_t>(std::count_if(m_calls.begin(), m_calls.end(),
+                                             [kind](const Call& call) { return call.kind == kind; }));
+}
+
+Fate SystemCallLog::Note(const Call& call) {
+    m_calls.push_back(call);
+    return m_decide(call, m_calls.size() - 1);
+}
+
+} // namespace test_support
+
+using test_support::Call;
+using test_support::CallKind;
+using test_support::Fate;
+using test_support::Note;
+using test_support::Real;
+
+extern "C" {
+
+__attribute__((visibility("default"))) int open64(const char* path, int flags, ...) {
+    mode_t mode = 0;
+    if ((flags & O_CREAT) != 0) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = static_cast<mode_t>(va_arg(arguments, int));
+        va_end(arguments);
+    }
+    if (Note({CallKind::Open, -1, flags, 0, 0}).kind == Fate::Fail) {
+        return -1;
+    }
+    static const auto real = Real<int (*)(const char*, int, ...)>("open64");
+    const int fd = real(path, flags, mode);
+    if (fd >= 0 && static_cast<size_t>(fd) < test_support::g_devices.size()) {
+        test_support::g_devices.set(static_cast<size_t>(fd));
+    }
+    return fd;
+}
+
+__attribute__((visibility("default"))) off64_t lseek64(int fd, off64_t offset, int whence) noexcept {
+    if (Note({CallKind::Seek, fd, 0, offset, 0}).kind == Fate::Fail) {
+        return -1;
+    }
+    static const auto real = Real<off64_t (*)(int, off64_t, int)>("lseek64");
+    return real(fd, offset, whence);
+}
+
+__attribute__((visibility("default"))) ssize_t read(int fd, void* data, size_t size) {
+    static const auto real = Real<ssize_t (*)(int, void*, size_t)>("read");
+    static const auto seek = Real<off64_t (*)(int, off64_t, int)>("lseek64");
+    const Fate fate = Note({CallKind::Read, fd, 0, seek(fd, 0, SEEK_CUR), size});
+    if (fate.kind == Fate::Fail) {
+        return -1;
+    }
+    return real(fd, data, fate.kind == Fate::Short ? std::min<size_t>(size, fate.shortLength) : size);
+}
+
+__attribute__((visibility("default"))) int close(int fd) {
+    // A descriptor is gone even when close reports a failure.
+    const bool fail = Note({CallKind::Close, fd, 0, 0, 0}).kind == Fate::Fail;
+    if (test_support::IsDevice(fd)) {
+        test_support::g_devices.reset(static_cast<size_t>(fd));
+    }
+    static const auto real = Real<int (*)(int)>("close");
+    const int result = real(fd);
+    return fail ? -1 : result;
+}
+
+__attribute__((visibility("default"))) int fsync(int fd) {
+    if (Note({CallKind::Sync, fd, 0, 0, 0}).kind == Fate::Fail) {
+        return -1;
+    }
+    static const auto real = Real<int (*)(int)>("fsync");
+    return real(fd);
+}
+
+} // extern "C"

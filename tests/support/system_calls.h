@@ -1,0 +1,59 @@
+#ifndef TESTS_SUPPORT_SYSTEM_CALLS_H
+#define TESTS_SUPPORT_SYSTEM_CALLS_H
+
+/// @file system_calls.h
+/// Watches the system calls that reach a device, and makes them fail. A test program linked with
+/// system_calls.cpp takes the C library's open, lseek, read, close and fsync over, the library's calls
+/// included.
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace test_support {
+
+enum class CallKind { Open, Seek, Read, Close, Sync };
+
+/// One system call.
+struct Call {
+    CallKind kind;
+    int fd;          ///< -1 for Open
+    int flags;       ///< of Open
+    int64_t offset;  ///< of Seek; of Read, where the device stood
+    uint64_t length; ///< of Read
+};
+
+/// What becomes of a call.
+struct Fate {
+    enum { Pass, Fail, Short } kind = Pass;
+    int error = 5;            ///< errno of Fail: EIO
+    uint64_t shortLength = 0; ///< bytes that a Short read delivers
+
+    static Fate Failing() { return {Fail, 5, 0}; }
+    static Fate Shortened(uint64_t length) { return {Short, 0, length}; }
+};
+
+/// Records the calls made while it lives; only one at a time.
+class SystemCallLog {
+public:
+    SystemCallLog();
+    /// Also asks @p decide what becomes of each call. The index counts the calls from 0.
+    explicit SystemCallLog(std::function<Fate(const Call&, size_t index)> decide);
+    ~SystemCallLog();
+    SystemCallLog(const SystemCallLog&) = delete;
+    SystemCallLog& operator=(const SystemCallLog&) = delete;
+
+    const std::vector<Call>& Calls() const { return m_calls; }
+    size_t Count(CallKind kind) const;
+    void Clear() { m_calls.clear(); }
+
+    Fate Note(const Call& call);
+
+private:
+    std::function<Fate(const Call&, size_t)> m_decide;
+    std::vector<Call> m_calls;
+};
+
+} // namespace test_support
+
+#endif // TESTS_SUPPORT_SYSTEM_CALLS_H
