@@ -103,6 +103,24 @@ TEST_F(Allocations, BlockWithoutMemoryForItsEventsStillGivesRecords) {
     EXPECT_EQ(blocks->GetEventList(2, 0, 9000, 1, &events), -1);
 }
 
+TEST_F(Allocations, EventsOfAnotherBlockDoNotPassForThoseThatGotNoMemory) {
+    MakeRing();
+    OpenBlocks blocks(Disk());
+    EventList events;
+    RecordList records;
+    EXPECT_EQ(blocks->GetEventList(1, 0, 9000, 1, &events), 1);
+    {
+        const AllocationFaults faults(0);
+        EXPECT_EQ(blocks->GetEventList(2, 0, 9000, 1, &events), 0);
+    }
+    {
+        const AllocationFaults faults(1);
+        EXPECT_EQ(blocks->GetMediaList(3, 0, 9000, kAll, 0, 0, &records, &events), 1);
+    }
+    EXPECT_EQ(events.m_nCount, 1);
+    EXPECT_EQ(Describe(records), Lines{"3/0/0 4000-4900 size 9000 alarm 0 flag 0"});
+}
+
 TEST_F(Allocations, OpeningAPartition) {
     MakeRing();
     PartAccess_t access = Disk().Access();

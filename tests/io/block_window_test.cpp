@@ -65,6 +65,7 @@ TEST_F(BlockWindow, FailedSeekOnOpeningClosesTheDescriptor) {
     EXPECT_EQ(PrintedWithoutLines([&] { EXPECT_EQ(block_open(&info), nullptr); }),
               "block_open : #, Failed\n");
     EXPECT_EQ(log.Count(CallKind::Open), 1u);
+    EXPECT_EQ(log.Count(CallKind::Close), 1u);
     EXPECT_EQ(log.Calls()[0].flags, O_RDONLY | O_LARGEFILE);
 }
 

@@ -133,6 +133,17 @@ TEST_F(BlockIndex, IncompleteBlockKeepsTheTablesOfAnEarlierCall) {
     EXPECT_EQ(blocks.Index(), std::string(kSegments) + kEvents);
 }
 
+TEST_F(BlockIndex, IncompleteBlockOfTheExtendedLayoutKeepsTheTablesToo) {
+    MakeExtendedDisk();
+    WriteFullBlock();
+    OpenBlocks blocks(Disk());
+    EXPECT_EQ(blocks->ReadBlockIndexList(1, 3), 1);
+    Disk().Change<BlockTail_t>(Disk().TailOffset(1), [](auto& tail) { tail.RecSeq = 3; });
+    Disk().Change<BlockTailEx_t>(Disk().TailExOffset(1), [](auto& tail) { tail.RecSeq = 3; });
+    Quietly([&] { EXPECT_EQ(blocks->ReadBlockIndexList(1, 7), 0); });
+    EXPECT_EQ(blocks.Index(), std::string(kSegments) + kEvents);
+}
+
 TEST_F(BlockIndex, AnotherBlockEmptiesTheCountsEvenIfNothingIsLoaded) {
     MakeDisk();
     WriteFullBlock();
@@ -233,6 +244,19 @@ TEST_F(BlockIndex, ShrunkenTableOfTheSameBlockIsNotReadBeyondItsEnd) {
     EXPECT_EQ(PrintedWithoutLines([&] { EXPECT_EQ(blocks->ReadBlockIndexList(1, 1), -1); }),
               "ReadBlockIndexList : #, Failed\n");
     EXPECT_EQ(blocks.Index(), "RecSeg[0][0]  1000, 1900, 0, 9000\nRecSeg[3][0]  1100, 1200, 250, 1050\n");
+}
+
+TEST_F(BlockIndex, ShrunkenIFrameTableIsNotReadBeyondItsEnd) {
+    MakeDisk();
+    WriteFullBlock();
+    OpenBlocks blocks(Disk());
+    EXPECT_EQ(blocks->ReadBlockIndexList(1, 4), 1);
+    Disk().Change<BlkIndexHead_t>(Disk().IndexOffset(1), [](auto& index) { index.iframeCount[0] = 1; });
+    const SystemCallLog log([](const Call& call, size_t) {
+        return call.kind == CallKind::Read && call.length == 16 ? Fate::Failing() : Fate();
+    });
+    Quietly([&] { EXPECT_EQ(blocks->ReadBlockIndexList(1, 4), -1); });
+    EXPECT_EQ(blocks.Index(), "IFrame[0][0]  1000000001, 0\nIFrame[3][0]  1000000003, 250\n");
 }
 
 TEST_F(BlockIndex, FailuresOfReadsAreReportedButForEvents) {

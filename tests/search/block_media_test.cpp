@@ -470,6 +470,8 @@ TEST_F(BlockMedia, OpenBlockGivesOneCoarseRecordAChannel) {
               }),
               "Block 1 Not complete\n");
     Quietly([&] {
+        EXPECT_EQ(Media(blocks, 6, 6).size(), 3u); // a search of one second is a search
+        EXPECT_EQ(Media(blocks, 7, 6).size(), 0u);
         EXPECT_EQ(Media(blocks, 5, 6, 5), Lines{"1/5/0 100000-143200 size 62914560 alarm 0 flag 1"});
         EXPECT_EQ(Media(blocks, 5, 6, 4), Lines{});
         EXPECT_EQ(m_result, 0);

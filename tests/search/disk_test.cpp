@@ -246,7 +246,31 @@ TEST_F(Disk, WindowsThatTouchAreJoined) {
     EXPECT_EQ(Media(0x1, 0, 9000), Lines{"0/0/0 1190-1270 size 9000 alarm 1 flag 0"});
 }
 
-TEST_F(Disk, JoiningReplacesTheEnd) {
+TEST_F(Disk, EventsAtTheSameTimeAreJoined) {
+    MakeDisk();
+    WriteAlarmBlock(0, {{1200, 0x1}, {1200, 0x2}});
+    WriteAlarmBlock(1, {});
+    Open();
+    EXPECT_EQ(Media(0x3, 0, 9000), Lines{"0/0/0 1190-1230 size 9000 alarm 3 flag 0"});
+}
+
+TEST_F(Disk, JoiningReplacesTheEndEvenByAnEarlierOne) {
+    MakeDisk();
+    WriteAlarmBlock(0, {{1895, 0x1}});
+    WriteAlarmBlock(1, {{2010, 0x1}});
+    const auto delay = [&](uint32_t block, uint32_t seconds) {
+        SearchFixture::Disk().Change<BlockHead_t>(SearchFixture::Disk().HeadOffset(block),
+                                                  [=](auto& head) { head.AlmDelayTime = seconds; });
+    };
+    delay(0, 200);
+    delay(1, 5);
+    Open();
+    // The first window is 1885 to 2095; the second event, from 2000, ends it at 2015.
+    EXPECT_EQ(Media(0x1, 0, 9000), (Lines{"0/0/0 1885-1900 size 9000 alarm 1 flag 0",
+                                          "1/0/0 2000-2015 size 9000 alarm 1 flag 0"}));
+}
+
+TEST_F(Disk, EventsOutOfOrderAreNotJoined) {
     MakeDisk();
     WriteAlarmBlock(0, {{1220, 0x1}, {1205, 0x1}}); // out of order: the window shrinks
     WriteAlarmBlock(1, {});
@@ -330,6 +354,16 @@ TEST_F(Disk, WindowThatBeginsAtZeroCountsAsNoneYet) {
     // The first window, 0 to 1530, is replaced, not emitted; the second is 100 to 1630.
     EXPECT_EQ(Media(0x1, 0, 9000), (Lines{"0/0/0 1000-1630 size 9000 alarm 1 flag 0",
                                           "1/0/0 2490-2530 size 9000 alarm 1 flag 0"}));
+}
+
+TEST_F(Disk, LastWindowCountsEvenIfItBeginsAtZero) {
+    MakeDisk();
+    WriteAlarmBlock(0, {{1500, 0x1}});
+    WriteAlarmBlock(1, {});
+    SearchFixture::Disk().Change<BlockHead_t>(SearchFixture::Disk().HeadOffset(0),
+                                              [](auto& head) { head.pre_RecTime = 1500; });
+    Open();
+    EXPECT_EQ(Media(0x1, 0, 9000), Lines{"0/0/0 1000-1530 size 9000 alarm 1 flag 0"});
 }
 
 TEST_F(Disk, CoarseRecordsComeOnceMoreInTheEnd) {

@@ -130,10 +130,32 @@ TEST_F(PartInventory, BlockWhoseHeadCannotBeReadIsABadUnit) {
     Disk().Truncate(Disk().BlockStart(2) + 100);
     OpenPart part(Disk());
     UnitList units;
-    EXPECT_EQ(PrintedWithoutLines([&] { EXPECT_EQ(part->GetBadUnitList(&units), 1); }),
-              "GetBlockInfo : #, Failed\n");
-    // Block 2 begins inside the device; blocks 3 to 7 do not, and are not listed.
-    EXPECT_EQ(Describe(units), Lines{"2 0"});
+    EXPECT_EQ(PrintedWithoutLines([&] { EXPECT_EQ(part->GetBadUnitList(&units), 6); }),
+              "GetBlockInfo : #, Failed\nGetBlockInfo : #, Failed\nGetBlockInfo : #, Failed\n"
+              "GetBlockInfo : #, Failed\nGetBlockInfo : #, Failed\nGetBlockInfo : #, Failed\n");
+    EXPECT_EQ(Describe(units), (Lines{"2 0", "3 0", "4 0", "5 0", "6 0", "7 0"}));
+}
+
+TEST_F(PartInventory, ForgedRingLargerThanIdsCanNameIsListedAsFarAsTheyCan) {
+    MakeDisk().EditHead([](PartHead_t& head) { head.BlkCount = 70000; });
+    OpenPart part(Disk());
+    UnitList units;
+    Quietly([&] { EXPECT_EQ(part->GetBadUnitList(&units), 65536 - 8); });
+    EXPECT_EQ(units.m_pTail->data.unitId, 65535u);
+}
+
+TEST_F(PartInventory, BlocksTooSmallForTheirOwnAreasAreBadUnits) {
+    MakeDisk().EditHead([](PartHead_t& head) { head.BlkSize = 4000; });
+    {
+        OpenPart part(Disk());
+        UnitList units;
+        EXPECT_EQ(Printed([&] { EXPECT_EQ(part->GetBadUnitList(&units), 8); }), "");
+    }
+    // Without tables there is nothing to go by at all.
+    Disk().EditHead([](PartHead_t& head) { head.BlkCount = 0xFFFFFFFF; });
+    OpenPart part(Disk());
+    UnitList units;
+    EXPECT_EQ(part->GetBadUnitList(&units), 0);
 }
 
 TEST_F(PartInventory, BadUnitsWithoutTablesAreThoseInsideTheDevice) {

@@ -140,6 +140,21 @@ TEST_F(PartRing, EqualNumbersAtTheLowerEndKeepABetterUpperEnd) {
               "Disk Record Num Conflicting\nGetLastBlock LastBlockNum = 7, RecordNum = 9\n");
 }
 
+TEST_F(PartRing, LowerEndTellsAnEmptyDiskFromConflictingNumbers) {
+    MakeDisk();
+    WriteRing({5, 5, 5, 5, 0, 0, 0, 0});
+    {
+        OpenPart part(Disk());
+        EXPECT_EQ(LastBlock(part, 3),
+                  "Disk Record Num Conflicting\nGetLastBlock LastBlockNum = 3, RecordNum = 5\n");
+    }
+    std::remove(File("disk").c_str());
+    MakeDisk();
+    WriteRing({0, 0, 0, 0, 0, 0, 0, 9});
+    OpenPart part(Disk());
+    EXPECT_EQ(LastBlock(part, 7), "Disk Empty\nGetLastBlock LastBlockNum = 7, RecordNum = 9\n");
+}
+
 TEST_F(PartRing, NumbersAreUnsigned) {
     MakeDisk();
 
@@ -302,6 +317,20 @@ TEST_F(PartRing, OldestIsTheFirstOfTheRingUntilItWraps) {
     EXPECT_NE(messages.find("InitSearch Blk(1~2), Ret = 3, (1000~2000)\n"), std::string::npos) << messages;
 }
 
+TEST_F(PartRing, SequenceNumberTellsWhetherTheRingHasWrapped) {
+    MakeDisk();
+    WriteRing({1, 2, 3});
+    Disk().Change<BlockHead_t>(Disk().HeadOffset(3), [](auto& head) { head.RecTime = 777; });
+    OpenPart part(Disk());
+    std::string messages;
+    InitSearch(part, 0, 0xFFFFFFFF, &messages);
+    EXPECT_NE(messages.find("InitSearch Blk(0~2), Ret = 3, (1000~3000)\n"), std::string::npos) << messages;
+    WriteRing({9, 10, 11, 4, 5, 6, 7, 8});
+    Disk().Change<BlockHead_t>(Disk().HeadOffset(3), [](auto& head) { head.RecTime = 0; });
+    InitSearch(part, 0, 0xFFFFFFFF, &messages);
+    EXPECT_NE(messages.find("InitSearch Blk(3~2), Ret = 3, (0~11000)\n"), std::string::npos) << messages;
+}
+
 TEST_F(PartRing, OldestSkipsBadBlocksBehindTheNewest) {
     MakeDisk();
     WriteRing({9, 10, 11, 4, 5, 6, 7, 8});
@@ -411,6 +440,8 @@ TEST_F(PartRing, BinarySearchFindsTheBlockOfATime) {
     EXPECT_EQ(BinSearch(part, 0, 7, 4500), 3);
     EXPECT_EQ(BinSearch(part, 0, 7, 4000), 3);
     EXPECT_EQ(BinSearch(part, 0, 7, 3999), 2);
+    EXPECT_EQ(BinSearch(part, 0, 7, 5000), 4); // a block's own start, met from either side
+    EXPECT_EQ(BinSearch(part, 0, 7, 3000), 2);
     EXPECT_EQ(BinSearch(part, 0, 7, 1500), 0);
     EXPECT_EQ(BinSearch(part, 0, 7, 7500), 6);
     EXPECT_EQ(BinSearch(part, 0, 7, 999, false), 0);  // before the first

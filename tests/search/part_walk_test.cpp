@@ -83,6 +83,20 @@ TEST_F(PartWalk, RequestAfterTheNewestStartSearchesTheNewestBlock) {
                                                                 "SearchNormalMedia , BlockCount = 1\n");
 }
 
+TEST_F(PartWalk, StartIsTheClippedOne) {
+    MakeDisk();
+    WriteRing({1, 2, 3});
+    // Recorded before the oldest block was opened: outside the region, whatever the request says.
+    Disk().WriteBlock(0, BlockContents::Closed(1, 1000, 1900)
+                             .Segment(0, 500, 600, 100)
+                             .Segment(0, 900, 1100, 2000)
+                             .Event(Pts(700), 1)
+                             .Event(Pts(1000), 2)
+                             .Event(Pts(1001), 4));
+    EXPECT_EQ(Media(0, 1500), Lines{"0/0/1 1000-1100 size 1000 alarm 0 flag 0"});
+    EXPECT_EQ(Events(0, 1500), Lines{"0/2 1001 type 4"});
+}
+
 TEST_F(PartWalk, RequestBeforeTheOldestFindsNothing) {
     MakeDisk();
     WriteRing({1, 2, 3});
@@ -141,6 +155,16 @@ TEST_F(PartWalk, StopsAtTheFirstEmptyBlockBehindTheRequest) {
     Disk().WriteBlock(2, BlockContents::Closed(3, 9000, 9900).Segment(0, 9000, 9900, 9000));
     EXPECT_EQ(Media(0, 4500), (Lines{"0/0/0 1000-1900 size 9000 alarm 0 flag 0",
                                      "1/0/0 2000-2900 size 9000 alarm 0 flag 0"}));
+}
+
+TEST_F(PartWalk, BlockAfterJanuary2038IsBehindEveryRequest) {
+    MakeDisk();
+    WriteRing({1, 2, 3});
+    Disk().Change<BlockTail_t>(Disk().TailOffset(1), [](auto& tail) { tail.StartTime = 0x80000000; });
+    Disk().Change<BlkIndexHead_t>(Disk().IndexOffset(1), [](auto& index) { index = {}; });
+    EXPECT_EQ(Media(0, 0x7FFFFFFF), Lines{"0/0/0 1000-1900 size 9000 alarm 0 flag 0"});
+    Disk().WriteBlock(2, BlockContents::Closed(3, 3000, 3900).Event(Pts(3500), 1));
+    EXPECT_EQ(Events(0, 0x7FFFFFFF), Lines{});
 }
 
 TEST_F(PartWalk, RequestThatEndsWhereAnEmptyBlockStartsGoesOn) {

@@ -2,8 +2,8 @@
 #define TESTS_SUPPORT_ALLOCATIONS_H
 
 /// @file allocations.h
-/// Makes allocations fail. For a test program that links the library's objects with
-/// diskaccess_wrap_allocations(): the linker then sends their malloc, calloc, realloc and new here.
+/// Makes allocations fail. For a test program that links the library's objects with the linker's --wrap
+/// options, which send their malloc, calloc, realloc and new here.
 
 #include <cstddef>
 

@@ -46,8 +46,7 @@ struct bolck_op_st {
 
 /// Opens a partition read-only.
 /// @return a handle that the caller releases with dev_close(), or null: @p part is null, memory is short, or
-/// the
-///         path cannot be opened
+///         the path cannot be opened
 DISK_ACCESS_API dev_op_st* dev_open(PartAccess_t* part);
 
 /// Closes @p dev and frees it; on -1 nothing was freed.

@@ -42,8 +42,10 @@ public:
     /// With an alarm mask of 0 these are the record segments that overlap the request, clipped to it. With
     /// any other, windows are laid around the events of these types (from the pre-record time before the
     /// event to the alarm delay after it, overlapping ones joined), and each record is cut to each window it
-    /// meets, with the mask as its alarm type. Coarse records (flag 1) come once more at the end, met or not.
-    /// @return the number appended
+    /// meets, with the mask as its alarm type and its size unchanged. With the last window each coarse record
+    /// (flag 1) comes once more, as cut if it met that window, else whole. Pieces of one second or less are
+    /// left out.
+    /// @return the number appended; -1 also without a request
     int SearchMedia(SearchParam_t* param, CCommList<RecordItem_t>* out);
 
     /// Appends all records and events of block @p unit.

@@ -38,13 +38,11 @@ public:
 
     /// Tells whether a block may be used; reads the bad-block tables on first use.
     /// @return 1: the block is usable; 0: it is marked bad or suspect, or lies outside the ring, or the
-    /// tables
-    ///         cannot be read
+    ///         tables cannot be read
     int IsBadBlock(unsigned int block);
 
     /// Tells whether a block may be used and holds data, and reads its head. When the head cannot be read,
-    /// what
-    /// @p head held before decides. A usable block without data prints "IsValidBlock: invalid block N".
+    /// what @p head held before decides. A usable block without data prints "IsValidBlock: invalid block N".
     /// @param mode, seq accepted and ignored
     /// @return 1 or 0
     int IsValidBlock(unsigned int block, unsigned int mode, unsigned int seq, BlockHead_t* head);
@@ -68,8 +66,7 @@ public:
     /// Checks a password against the access lock. The lock is off when its mode is 0 or 2; any password
     /// passes then.
     /// @param lockedMap gets the channels to leave out of media searches: 0, or PartHead_t::EncryptMap when
-    /// the
-    ///                  password is refused
+    ///                  the password is refused
     /// @return 0: passed; -1: refused, or not open
     int CheckEncrypt(const char* password, unsigned int* lockedMap);
 
@@ -88,18 +85,17 @@ public:
     int PrintInitInfo();
 
     /// Finds the newest block, the one with the highest sequence number, by halving the ring.
-    /// @return its number, or -1 when no block is valid
+    /// @return its number, or -1 when no block is valid, or not open
     int GetLastBlock();
 
     /// Clips a request to the recorded span.
     /// @param out the region; left alone when the request ends before the oldest recording
     /// @return 1: (oldest, end); 2: (start, end); 3: (oldest, newest); 4: (start, newest); 0: the request
-    /// starts
-    ///         after the newest block's start, (start, end); -1: it ends at or before the oldest
+    ///         starts after the newest block's start, (start, end); -1: it ends at or before the oldest
     int GetSearchRegion(InputTime_t in, OutputTime_t* out);
 
     /// Finds the ring's two ends and clips a request to them.
-    /// @return the result of GetSearchRegion(); -1 also when not open
+    /// @return the result of GetSearchRegion(); -1 also when not open, or without an argument
     int InitSearch(SearchParam_t* param, OutputTime_t* out);
 
     /// Finds the block at which a forward search begins. Needs InitSearch() before.
@@ -150,7 +146,8 @@ public:
     int AddUnitToList(unsigned int unit, BlockHead_t* head, CCommList<UnitItem_t>* list, int count);
 
     /// Appends the unusable blocks: bad ones with time 0, those that hold no data with whatever time their
-    /// head bears. Lists only blocks that begin inside the device.
+    /// head bears, those that cannot be read with time 0. Where the bad-block tables cannot be read that is
+    /// every block, as far as they begin inside the device.
     /// @return the number appended, or -1 when not open
     int GetBadUnitList(CCommList<UnitItem_t>* list);
 

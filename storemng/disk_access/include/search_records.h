@@ -17,8 +17,9 @@ struct SearchParam_t {
     uint64_t alarmMask; ///< event type bits: for a media search 0 asks for plain records, anything else for
                         ///< those around events of these types; for an event search it selects the events
     uint32_t startTime; ///< first second
-    uint32_t endTime;   ///< last second; at most 0x7FFFFFFF, a later end finds nothing
-    uint32_t chn;       ///< channel 0 to 31, or 0xFFFFFFFF for all
+    uint32_t endTime; ///< last second. Blocks compare seconds as signed numbers: with an end after 0x7FFFFFFF
+                      ///< nothing recorded before it is found
+    uint32_t chn;     ///< channel 0 to 31, or 0xFFFFFFFF for all
 };
 
 /// A record segment found.
@@ -28,7 +29,8 @@ struct RecordItem_t {
     uint32_t chn;   ///< channel, 0 to 31
     uint32_t startTime; ///< start, clipped to the search
     uint32_t endTime;   ///< end, clipped to the search
-    uint32_t size; ///< bytes of the clipped part; NO_INDEX_RECORD_SIZE for a record made without an index
+    uint32_t size; ///< bytes of the segment's part inside the search; a cut around alarms leaves it as it is.
+                   ///< NO_INDEX_RECORD_SIZE for a record made without an index
     uint32_t flag; ///< 0: from a block's index; 1: made from the head of a block without a usable index;
                    ///< 2: carries its own window, with @c size as its start position
 };

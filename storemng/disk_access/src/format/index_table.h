@@ -37,6 +37,9 @@ public:
         return true;
     }
 
+    /// Lets go of what is held, but not of the memory.
+    void Forget() { m_held = 0; }
+
     /// Whether the table was ever given memory.
     bool Allocated() const { return m_entries != nullptr; }
 

@@ -5,8 +5,8 @@
 
 namespace disk_access {
 
-/// Arithmetic of a ring of @p count blocks. The sums are made in 64 bits: a forged count may lie near 2^32.
-/// A ring without blocks has no neighbours; callers ask before they step.
+/// Arithmetic of a ring of @p count blocks. The sums are made in 64 bits: a forged count may lie near 2^32. A
+/// ring without blocks has no neighbours; callers ask before they step.
 struct Ring {
     uint32_t count;
 

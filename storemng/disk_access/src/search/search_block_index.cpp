@@ -144,8 +144,10 @@ int CSearchBlock::ReadBlockIndexList(unsigned int block, unsigned int flags) {
     cache.eventCount = index.eventCount;
     if (index.eventCount != 0 && (flags & kLoadEvents) != 0) {
         load = reader.Read(cache.eventTab, index.eventCount);
-        // A search can do without events when memory is short: the segments are there.
-        if (load != Load::Done && load != Load::NoMemory) {
+        if (load == Load::NoMemory) {
+            // A search can do without events, the segments are there; but not with those of another block.
+            cache.eventTab.Forget();
+        } else if (load != Load::Done) {
             return -1;
         }
     }

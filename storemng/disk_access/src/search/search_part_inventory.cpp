@@ -16,15 +16,18 @@ using namespace disk_access;
 
 namespace {
 
-/// The blocks of the ring that begin inside the device. A forged head can state billions of blocks; only
-/// these can be anything but missing.
-uint32_t BlocksInsideDevice(const PartSearchState_t& state) {
+/// Blocks that ids can name. No recorder makes a larger ring.
+constexpr uint64_t kBlocksOfIds = 0x10000;
+
+/// How many blocks of the ring a list of unusable ones may hold: a forged head can state billions. With
+/// tables, all that ids can name, also those that a copy cut short lacks; beyond them, and without tables,
+/// only blocks that begin inside the device.
+uint32_t ListableBlocks(const PartSearchState_t& state, bool tables) {
     const uint64_t size = DeviceSize(state.dev);
-    if (!state.HasBlocks() || size <= BLOCK_BASE_OFFSET) {
-        return 0;
-    }
-    const uint64_t begun = (size - BLOCK_BASE_OFFSET + state.BlkSize - 1) / state.BlkSize;
-    return static_cast<uint32_t>(std::min<uint64_t>(begun, state.BlkCount));
+    const bool begins = state.HasBlocks() && size > BLOCK_BASE_OFFSET;
+    const uint64_t inside = begins ? (size - BLOCK_BASE_OFFSET + state.BlkSize - 1) / state.BlkSize : 0;
+    const uint64_t listable = tables ? std::max(inside, kBlocksOfIds) : inside;
+    return static_cast<uint32_t>(std::min<uint64_t>(listable, state.BlkCount));
 }
 
 /// Whether the recorder closed a block, so that its tail tells the times of its media. Of any other block the
@@ -79,8 +82,8 @@ int CSearchPart::GetBadUnitList(CCommList<UnitItem_t>* list) {
     if (m_pState == nullptr) {
         return -1;
     }
-    const uint32_t count = BlocksInsideDevice(*m_pState);
     const bool tables = GetBadBlockTab() == 0;
+    const uint32_t count = ListableBlocks(*m_pState, tables);
     int appended = 0;
     for (uint32_t block = 0; block < count; ++block) {
         BlockHead_t head = {};

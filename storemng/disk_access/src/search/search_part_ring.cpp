@@ -179,26 +179,28 @@ int CSearchPart::BinSearchStartBlock(unsigned int lo, unsigned int hi, unsigned 
     // From a bound outside the ring a step would wrap to below the middle, and the stretch would never
     // narrow.
     bool narrowing = m_pState != nullptr && lo < m_pState->BlkCount && hi < m_pState->BlkCount;
-    BlockHead_t head = {};
+    BlockHead_t midHead = {};
+    BlockHead_t loHead = {};
+    BlockHead_t hiHead = {};
     while (narrowing && lo <= hi) {
         const Ring ring = m_pState->TheRing();
         const uint32_t mid = lo + (hi - lo) / 2;
         // Only the time of the block found counts; the bounds move from the middle itself.
         uint32_t nearest = mid;
-        GetPrevValidBlock(0, seq, mid, lo, &nearest, &head);
+        GetPrevValidBlock(0, seq, mid, lo, &nearest, &midHead);
         if (lo == hi) {
             break;
         }
-        if (head.RecTime <= time) {
-            narrowing = GetNextValidBlock(0, seq, ring.Next(mid), hi, &lo, &head) == 0;
-            if (narrowing && time < head.RecTime) {
+        if (midHead.RecTime <= time) {
+            narrowing = GetNextValidBlock(0, seq, ring.Next(mid), hi, &lo, &loHead) == 0;
+            if (narrowing && time < loHead.RecTime) {
                 return static_cast<int>(mid);
             }
         } else if (lo == mid) {
             break;
         } else {
-            narrowing = GetPrevValidBlock(0, seq, ring.Prev(mid), lo, &hi, &head) == 0;
-            if (narrowing && head.RecTime <= time) {
+            narrowing = GetPrevValidBlock(0, seq, ring.Prev(mid), lo, &hi, &hiHead) == 0;
+            if (narrowing && hiHead.RecTime <= time) {
                 return static_cast<int>(hi);
             }
         }

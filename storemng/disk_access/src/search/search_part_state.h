@@ -40,8 +40,7 @@ namespace disk_access {
 /// Counts the blocks from @p start forwards to the newest and prints how many there are, under an operation's
 /// name.
 /// @return the count; 0 when there is nothing to walk: no blocks, or no bad-block tables, without which none
-/// of
-///         them may be used
+///         of them may be used
 uint32_t AnnounceSpan(CSearchPart& part, const PartSearchState_t& state, const char* operation,
                       uint32_t start);
 

@@ -22,7 +22,7 @@ uint32_t disk_access::AnnounceSpan(CSearchPart& part, const PartSearchState_t& s
     const uint32_t count = state.TheRing().Span(start, state.LastBlockNum);
     std::printf("%s , BlockCount = %d\n", operation, static_cast<int>(count));
     // Without tables every block would be passed over, and each would try to read them again.
-    const bool walkable = static_cast<int32_t>(count) > 0 && state.HasBlocks() && part.GetBadBlockTab() == 0;
+    const bool walkable = static_cast<int32_t>(count) > 0 && part.GetBadBlockTab() == 0;
     return walkable ? count : 0;
 }
 

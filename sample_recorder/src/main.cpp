@@ -1,0 +1,141 @@
+// diskaccess-sample: makes partitions to try a reader on.
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <filesystem>
+
+#include "sample_recorder/generated_source.h"
+#include "sample_recorder/indexed_ring.h"
+#include "sample_recorder/partition_image.h"
+#include "sample_recorder/recorder.h"
+#include "sample_recorder/scenario.h"
+
+namespace {
+
+using namespace sample_recorder;
+
+constexpr int kFailed = 1;
+constexpr int kWrongUse = 2;
+
+struct Options {
+    std::string output;
+    std::string scenario;
+    std::string media;
+    uint64_t blocks = 16;
+    uint64_t blockSize = 0x400000;
+    std::string layout = "normal";
+    uint32_t channels = 4;
+    uint32_t seed = 1;
+    uint32_t start = 1700000000;
+    uint32_t seconds = 600;
+    bool cutPower = false;
+};
+
+Format FormatOf(const Options& options) {
+    Format format;
+    format.fmtVersion = options.layout == "extended" ? 1 : 0;
+    format.blockCount = static_cast<uint32_t>(options.blocks);
+    format.blockSize = static_cast<uint32_t>(options.blockSize);
+    return format;
+}
+
+void Record(const Options& options) {
+    const std::string beside = std::filesystem::path(options.scenario).parent_path().string();
+    const std::string media = !options.media.empty() ? options.media : beside.empty() ? "." : beside;
+    RecordScenario(options.scenario, media, options.output);
+}
+
+void Generate(const Options& options) {
+    PartitionImage image = PartitionImage::Create(options.output, FormatOf(options));
+    RecorderSettings settings;
+    MergedSource frames;
+    for (uint32_t chn = 0; chn < options.channels; ++chn) {
+        GeneratedCamera camera;
+        camera.channel = chn;
+        camera.framesPerSecond = 10 + chn % 16;
+        camera.audioFrameBytes = chn % 2 == 0 ? 320 : 0;
+        settings.channels |= 1u << chn;
+        settings.properties.at(chn).FrameRate = static_cast<uint8_t>(camera.framesPerSecond);
+        settings.properties.at(chn).gop = static_cast<uint8_t>(camera.gop);
+        frames.Add(std::make_unique<GeneratedSource>(camera, options.seed, options.start, options.seconds));
+    }
+    Recorder recorder(image, settings);
+    Frame frame;
+    while (frames.Next(frame)) {
+        recorder.Write(frame);
+    }
+    if (options.cutPower) {
+        recorder.CutPower();
+    } else {
+        recorder.PowerOff();
+    }
+}
+
+void MakeRing(const Options& options) {
+    PartitionImage image = PartitionImage::Create(options.output, FormatOf(options));
+    IndexedRing ring;
+    ring.newest = static_cast<uint32_t>(options.blocks / 3);
+    ring.firstTime = options.start;
+    ring.channels = options.channels;
+    WriteIndexedRing(image, ring);
+}
+
+void AddGeometry(CLI::App& command, Options& options) {
+    command.add_option("OUTPUT", options.output, "File to make; never an existing one")->required();
+    command.add_option("--blocks", options.blocks, "Blocks in the ring")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 0x400000u));
+    command.add_option("--block-size", options.blockSize, "Bytes a block: 65536, 8MiB, ...")
+        ->capture_default_str()
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(8192u, 0x80000000u));
+    command.add_option("--layout", options.layout, "Block layout")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"normal", "extended"}));
+    command.add_option("--channels", options.channels, "Cameras")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 32));
+    command.add_option("--start", options.start, "First second of the recording, seconds since 1970")
+        ->capture_default_str();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Makes sample recording partitions in files, as a recorder in a vehicle would write them.",
+                 "diskaccess-sample");
+    app.set_version_flag("--version", DISKACCESS_VERSION);
+    app.require_subcommand(1);
+    Options options;
+
+    CLI::App* const record = app.add_subcommand("record", "Record real video and audio as a scenario says");
+    record->add_option("SCENARIO", options.scenario, "The scenario, in JSON")->required();
+    record->add_option("OUTPUT", options.output, "File to make; never an existing one")->required();
+    record->add_option("--media", options.media, "Where the scenario's files lie (default: beside it)");
+    record->callback([&] { Record(options); });
+
+    CLI::App* const generate = app.add_subcommand("generate", "Record frames made from a seed");
+    AddGeometry(*generate, options);
+    generate->add_option("--seed", options.seed, "Seed of the frames")->capture_default_str();
+    generate->add_option("--seconds", options.seconds, "Length of the recording")->capture_default_str();
+    generate->add_flag("--cut-power", options.cutPower, "Leave the last block as a power failure would");
+    generate->callback([&] { Generate(options); });
+
+    CLI::App* const ring = app.add_subcommand("ring", "Make a full, wrapped ring of indexes without frames");
+    AddGeometry(*ring, options);
+    ring->callback([&] { MakeRing(options); });
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError& error) {
+        app.exit(error);
+        return kWrongUse;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "diskaccess-sample: %s\n", error.what());
+        return kFailed;
+    }
+    return 0;
+}

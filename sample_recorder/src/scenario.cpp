@@ -1,0 +1,342 @@
+#include "sample_recorder/scenario.h"
+
+#include <ctime>
+#include <deque>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <utility>
+#include <vector>
+
+#include "sample_recorder/field_override.h"
+#include "sample_recorder/media_source.h"
+#include "sample_recorder/partition_image.h"
+#include "sample_recorder/recorder.h"
+
+namespace sample_recorder {
+
+namespace {
+
+using Json = nlohmann::json;
+
+/// An object of a scenario, read key by key; keys that nobody asked for are mistakes.
+class Section {
+public:
+    Section(const Json& json, std::string name) : m_json(json), m_name(std::move(name)) {
+        if (!json.is_object()) {
+            throw Error(m_name + ": must be an object");
+        }
+    }
+
+    /// Complains of keys that were not read.
+    void Done() const {
+        for (const auto& item : m_json.items()) {
+            if (m_read.count(item.key()) == 0) {
+                throw Error(m_name + ": does not know '" + item.key() + "'");
+            }
+        }
+    }
+
+    bool Has(const std::string& key) const { return m_json.contains(key); }
+
+    template <typename Value>
+    Value Get(const std::string& key) {
+        m_read[key] = true;
+        if (!m_json.contains(key)) {
+            throw Error(m_name + ": needs '" + key + "'");
+        }
+        try {
+            return m_json.at(key).get<Value>();
+        } catch (const Json::exception&) {
+            throw Error(m_name + ": '" + key + "' has a value of the wrong kind");
+        }
+    }
+
+    template <typename Value>
+    Value Get(const std::string& key, const Value& otherwise) {
+        m_read[key] = true;
+        return Has(key) ? Get<Value>(key) : otherwise;
+    }
+
+    Section Child(const std::string& key) {
+        static const Json empty = Json::object();
+        m_read[key] = true;
+        return {Has(key) ? m_json.at(key) : empty, key};
+    }
+
+    std::vector<Section> Children(const std::string& key) {
+        m_read[key] = true;
+        std::vector<Section> children;
+        if (Has(key)) {
+            for (const Json& element : m_json.at(key)) {
+                children.emplace_back(element, key);
+            }
+        }
+        return children;
+    }
+
+    /// A time like "2026-11-18T07:58:00Z".
+    uint32_t GetTime(const std::string& key) {
+        const auto text = Get<std::string>(key);
+        std::tm parts = {};
+        const char* const end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+        if (end == nullptr || *end != '\0') {
+            throw Error(m_name + ": '" + key + "' must be a time like 2026-11-18T07:58:00Z");
+        }
+        return static_cast<uint32_t>(timegm(&parts));
+    }
+
+    /// A number, or text like "0x800" for one.
+    uint64_t GetNumber(const std::string& key) {
+        m_read[key] = true;
+        if (Has(key) && m_json.at(key).is_string()) {
+            const auto text = Get<std::string>(key);
+            size_t used = 0;
+            try {
+                const uint64_t number = std::stoull(text, &used, 0);
+                if (used == text.size()) {
+                    return number;
+                }
+            } catch (const std::logic_error&) {
+                // said below
+            }
+            throw Error(m_name + ": '" + key + "' must be a number like 12 or \"0x800\"");
+        }
+        return Get<uint64_t>(key);
+    }
+
+private:
+    const Json& m_json;
+    std::string m_name;
+    std::map<std::string, bool> m_read;
+};
+
+Json ReadJson(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) {
+        throw Error(path + ": cannot be read");
+    }
+    try {
+        return Json::parse(file, nullptr, true, true);
+    } catch (const Json::parse_error& error) {
+        throw Error(path + ": is not JSON at byte " + std::to_string(error.byte));
+    }
+}
+
+Format ReadFormat(Section section) {
+    Format format;
+    format.diskType = section.Get("disk_type", format.diskType);
+    format.blockCount = section.Get("block_count", format.blockCount);
+    format.blockSize = section.Get("block_size", format.blockSize);
+    const auto layout = section.Get<std::string>("layout", "normal");
+    if (layout != "normal" && layout != "extended") {
+        throw Error("partition: 'layout' must be normal or extended");
+    }
+    format.fmtVersion = layout == "extended" ? 1 : 0;
+    format.description = section.Get("description", format.description);
+    Section lock = section.Child("lock");
+    format.encrypt = lock.Get("mode", 0u);
+    format.encryptMap = lock.Get("channels", 0u);
+    format.password = lock.Get<std::string>("password", "");
+    lock.Done();
+    section.Done();
+    return format;
+}
+
+struct Camera {
+    uint32_t channel = 0;
+    uint32_t framesPerSecond = 0;
+    uint32_t audioFrame = 0;
+};
+
+struct EventPlan {
+    uint32_t time = 0;
+    uint64_t type = 0;
+    uint32_t channel = 0;
+    bool indexed = true;
+};
+
+struct ClipPlan {
+    uint32_t channel = 0;
+    std::string video;
+    std::string audio;
+};
+
+struct Journey {
+    RecordingSpan span;
+    std::string end; ///< power_off, power_cut or power_cut_after_index
+    std::vector<ClipPlan> clips;
+};
+
+struct Plan {
+    Format format;
+    RecorderSettings settings;
+    std::vector<uint32_t> badBlocks;
+    std::vector<std::pair<uint32_t, uint32_t>> suspectBlocks;
+    std::map<uint32_t, Camera> cameras;
+    std::vector<Journey> journeys;
+    std::deque<EventPlan> events;
+};
+
+void ReadCameras(Section& root, Plan& plan) {
+    for (Section& section : root.Children("cameras")) {
+        Camera camera;
+        camera.channel = section.Get<uint32_t>("channel");
+        camera.framesPerSecond = section.Get<uint32_t>("frame_rate");
+        camera.audioFrame = section.Get("audio_frame", 320u);
+        if (camera.channel > 31 || camera.framesPerSecond == 0 || camera.framesPerSecond > 255 ||
+            camera.audioFrame == 0) {
+            throw Error("cameras: a channel is 0 to 31, a frame rate 1 to 255, an audio frame not empty");
+        }
+        ChnProp_t& properties = plan.settings.properties.at(camera.channel);
+        properties.Bitrate = section.Get("bitrate", 0u);
+        properties.gop = section.Get<uint8_t>("gop", 0);
+        section.Done();
+        plan.settings.channels |= 1u << camera.channel;
+        plan.cameras[camera.channel] = camera;
+    }
+}
+
+void ReadJourneys(Section& root, Plan& plan) {
+    for (Section& section : root.Children("recordings")) {
+        Journey journey;
+        journey.span.start = section.GetTime("start");
+        journey.span.seconds = section.Get<uint32_t>("seconds");
+        journey.end = section.Get<std::string>("end", "power_off");
+        if (journey.end != "power_off" && journey.end != "power_cut" &&
+            journey.end != "power_cut_after_index") {
+            throw Error("recordings: 'end' must be power_off, power_cut or power_cut_after_index");
+        }
+        for (Section& clip : section.Children("clips")) {
+            const auto channel = clip.Get<uint32_t>("channel");
+            if (plan.cameras.count(channel) == 0) {
+                throw Error("clips: channel " + std::to_string(channel) + " is not among the cameras");
+            }
+            journey.clips.push_back(
+                {channel, clip.Get<std::string>("video"), clip.Get<std::string>("audio", "")});
+            clip.Done();
+        }
+        section.Done();
+        plan.journeys.push_back(journey);
+    }
+}
+
+Plan ReadPlan(Section& root) {
+    Plan plan;
+    plan.format = ReadFormat(root.Child("partition"));
+    Section vehicle = root.Child("vehicle");
+    plan.settings.vehicleNum = vehicle.Get("number", plan.settings.vehicleNum);
+    plan.settings.vehicleId = vehicle.Get("id", plan.settings.vehicleId);
+    vehicle.Done();
+    Section alarms = root.Child("alarms");
+    plan.settings.preRecordSeconds = alarms.Get("pre_record", plan.settings.preRecordSeconds);
+    plan.settings.alarmDelaySeconds = alarms.Get("delay", plan.settings.alarmDelaySeconds);
+    alarms.Done();
+    plan.badBlocks = root.Get("bad_blocks", plan.badBlocks);
+    for (Section& section : root.Children("suspect_blocks")) {
+        plan.suspectBlocks.emplace_back(section.Get<uint32_t>("block"), section.Get<uint32_t>("count"));
+        section.Done();
+    }
+    ReadCameras(root, plan);
+    ReadJourneys(root, plan);
+    for (Section& section : root.Children("events")) {
+        plan.events.push_back({section.GetTime("time"), section.GetNumber("type"), section.Get("channel", 0u),
+                               section.Get("indexed", true)});
+        section.Done();
+    }
+    return plan;
+}
+
+/// The frames of one journey, all cameras together.
+MergedSource OpenClips(const Journey& journey, const std::string& mediaDirectory, Plan& plan) {
+    MergedSource frames;
+    for (const ClipPlan& clip : journey.clips) {
+        const Camera& camera = plan.cameras.at(clip.channel);
+        ChnProp_t& properties = plan.settings.properties.at(clip.channel);
+        frames.Add(OpenVideo(mediaDirectory + "/" + clip.video, clip.channel, camera.framesPerSecond,
+                             journey.span, properties));
+        if (!clip.audio.empty()) {
+            frames.Add(OpenAudio(mediaDirectory + "/" + clip.audio, clip.channel, camera.audioFrame,
+                                 journey.span, properties));
+        }
+    }
+    return frames;
+}
+
+void RecordJourney(Recorder& recorder, MergedSource& frames, std::deque<EventPlan>& events) {
+    Frame frame;
+    while (frames.Next(frame)) {
+        while (!events.empty() && events.front().time <= frame.Seconds()) {
+            const EventPlan& event = events.front();
+            recorder.WriteEvent(int64_t{event.time} * 1000000, event.type, event.channel, event.indexed);
+            events.pop_front();
+        }
+        recorder.Write(frame);
+    }
+}
+
+void EndJourney(Recorder& recorder, const std::string& end) {
+    if (end == "power_cut") {
+        recorder.CutPower();
+    } else if (end == "power_cut_after_index") {
+        recorder.CutPowerAfterIndex();
+    } else {
+        recorder.PowerOff();
+    }
+}
+
+void CheckBlock(const Plan& plan, uint32_t block) {
+    if (block >= plan.format.blockCount) {
+        throw Error("there is no block " + std::to_string(block) + " in a ring of " +
+                    std::to_string(plan.format.blockCount));
+    }
+}
+
+void Override(PartitionImage& image, Section section) {
+    const uint32_t block = section.Get("block", 0u);
+    const auto structure = section.Get<std::string>("structure");
+    const auto field = section.Get<std::string>("field");
+    const uint64_t value = section.GetNumber("value");
+    section.Done();
+    if (value > 0xFFFFFFFF) {
+        throw Error("overrides: 'value' must fit 32 bits");
+    }
+    OverrideField(image, block, structure, field, static_cast<uint32_t>(value));
+}
+
+} // namespace
+
+void RecordScenario(const std::string& scenarioPath, const std::string& mediaDirectory,
+                    const std::string& outputPath) {
+    const Json json = ReadJson(scenarioPath);
+    Section root(json, "scenario");
+    Plan plan = ReadPlan(root);
+    const std::vector<Section> overrides = root.Children("overrides");
+    root.Done();
+
+    // The files tell the channels' properties, which every block head bears: open them all before recording.
+    std::vector<MergedSource> sources;
+    for (const Journey& journey : plan.journeys) {
+        sources.push_back(OpenClips(journey, mediaDirectory, plan));
+    }
+    PartitionImage image = PartitionImage::Create(outputPath, plan.format);
+    for (const uint32_t block : plan.badBlocks) {
+        CheckBlock(plan, block);
+        image.SetBad(block);
+    }
+    Recorder recorder(image, plan.settings);
+    for (size_t i = 0; i < plan.journeys.size(); ++i) {
+        RecordJourney(recorder, sources[i], plan.events);
+        EndJourney(recorder, plan.journeys[i].end);
+    }
+    for (const auto& [block, count] : plan.suspectBlocks) {
+        CheckBlock(plan, block);
+        image.SetSuspect(block, static_cast<uint8_t>(count));
+    }
+    for (const Section& section : overrides) {
+        Override(image, section);
+    }
+}
+
+} // namespace sample_recorder

@@ -1,0 +1,705 @@
+// The program as a user meets it: its output to the letter, its exit codes, and what it says when things go
+// wrong.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <sstream>
+#include <valijson/adapters/nlohmann_json_adapter.hpp>
+#include <valijson/schema.hpp>
+#include <valijson/schema_parser.hpp>
+#include <valijson/validator.hpp>
+
+#include "search/search_fixture.h"
+#include "support/run_program.h"
+
+namespace {
+
+using namespace test_support;
+using Json = nlohmann::json;
+
+constexpr uint32_t kBase = 1795183200; // 2026-11-20 14:00:00 UTC
+
+/// A ring of eight blocks of ten minutes each: 0 to 3 closed, 4 still open, the rest never recorded. Channel
+/// 0 throughout, channel 3 in the even blocks; two alarms in block 1. Block 6 is bad, block 7 suspect.
+class Program : public SearchFixture {
+protected:
+    Program() {
+        Format format;
+        format.fmtVersion = 1;
+        format.description = "Bus 7";
+        MakeDisk(format);
+        for (uint32_t block = 0; block < 4; ++block) {
+            const uint32_t start = kBase + block * 600;
+            BlockContents contents = BlockContents::Closed(block + 1, start, start + 599);
+            Fill(contents, block, start);
+            Disk().WriteBlock(block, contents);
+        }
+        BlockContents open = BlockContents::Open(5, kBase + 2400);
+        std::strcpy(open.head.VehicleNum, "B 4711");
+        std::strcpy(open.head.VehicleID, "bus-7");
+        open.head.pre_RecTime = 10;
+        open.head.AlmDelayTime = 30;
+        open.head.prop[0] = {700000, 1, 25, 4, 50, 8000, 8, 320, 1, 0, {0, 0}};
+        Disk().WriteBlock(4, open.Channels(0x9));
+        Disk().SetBad(6);
+        Disk().SetSuspect(7, 2);
+    }
+
+    static void Fill(BlockContents& contents, uint32_t block, uint32_t start) {
+        contents.head.pre_RecTime = 10;
+        contents.head.AlmDelayTime = 30;
+        contents.Segment(0, start, start + 599, 599 * 1024);
+        if (block % 2 == 0) {
+            contents.Segment(3, start + 100, start + 400, 300 * 2048);
+        }
+        if (block == 1) {
+            contents.Event(Pts(start + 60), 0x1).Event(Pts(start + 300), 0x4);
+        }
+    }
+
+    ProgramResult Run(std::vector<std::string> arguments, const ProgramSetting& setting = {}) const {
+        arguments.insert(arguments.begin(), DISKACCESS_PROGRAM);
+        return RunProgram(arguments, setting);
+    }
+
+    /// Runs a command on the test's disk in UTC and expects it to succeed in silence.
+    std::string Show(const std::string& command, std::vector<std::string> options = {}) const {
+        options.insert(options.begin(), {command, File("disk"), "--utc"});
+        const ProgramResult result = Run(options);
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_EQ(result.err, "");
+        return result.out;
+    }
+
+    /// Expects a command to fail with one line on standard error and nothing on standard output.
+    std::string Refused(const std::vector<std::string>& arguments, int exitCode = 1,
+                        const ProgramSetting& setting = {}) const {
+        const ProgramResult result = Run(arguments, setting);
+        EXPECT_EQ(result.exitCode, exitCode);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        return result.err;
+    }
+
+    void Lock(const char* password) {
+        Disk().EditHead([password](PartHead_t& head) {
+            head.Encrypt = 1;
+            head.EncryptMap = 0x8;
+            std::strcpy(head.CipherCode, password);
+        });
+    }
+};
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+/// The lines of a listing that are records: those that begin with a channel.
+size_t RecordLines(const std::string& text) {
+    std::istringstream lines(text.substr(0, text.find("\n\n")));
+    std::string line;
+    size_t count = 0;
+    while (std::getline(lines, line)) {
+        count += Contains(line, "2026-") ? 1u : 0u;
+    }
+    return count;
+}
+
+// ---- what the commands show
+
+TEST_F(Program, List) {
+    EXPECT_EQ(Show("list"),
+              "CHANNEL  START                END                   LENGTH       SIZE  ALARM  BLOCK  SEGMENT\n"
+              "      0  2026-11-20 14:00:00  2026-11-20 14:09:59     9:59  599.0 KiB      -      0        0\n"
+              "      3  2026-11-20 14:01:40  2026-11-20 14:06:40     5:00  600.0 KiB      -      0        0\n"
+              "      0  2026-11-20 14:10:00  2026-11-20 14:19:59     9:59  599.0 KiB    0x5      1        0\n"
+              "      0  2026-11-20 14:20:00  2026-11-20 14:29:59     9:59  599.0 KiB      -      2        0\n"
+              "      3  2026-11-20 14:21:40  2026-11-20 14:26:40     5:00  600.0 KiB      -      2        0\n"
+              "      0  2026-11-20 14:30:00  2026-11-20 14:39:59     9:59  599.0 KiB      -      3        0\n"
+              "      0  2026-11-20 14:40:00  2026-11-21 00:00:00?       -          -      -      4        -\n"
+              "      3  2026-11-20 14:40:00  2026-11-21 00:00:00?       -          -      -      4        -\n"
+              "\n"
+              "CHANNEL  RECORDS  LENGTH     SIZE\n"
+              "      0        5   39:56  2.3 MiB\n"
+              "      3        3   10:00  1.2 MiB\n"
+              "\n"
+              "Records  8\n"
+              "Length   49:56\n"
+              "Size     3.5 MiB\n"
+              "\n"
+              "? The block was never closed: how far its records reach is not known before they are "
+              "played.\n");
+}
+
+TEST_F(Program, ListOfARangeAndChannel) {
+    EXPECT_EQ(Show("list", {"--from", "2026-11-20 14:05", "--to", "2026-11-20 14:12", "--channel", "0"}),
+              "CHANNEL  START                END                  LENGTH       SIZE  ALARM  BLOCK  SEGMENT\n"
+              "      0  2026-11-20 14:05:00  2026-11-20 14:09:59    4:59  299.0 KiB      -      0        0\n"
+              "      0  2026-11-20 14:10:00  2026-11-20 14:12:00    2:00  120.0 KiB    0x1      1        0\n"
+              "\n"
+              "CHANNEL  RECORDS  LENGTH       SIZE\n"
+              "      0        2    6:59  419.0 KiB\n"
+              "\n"
+              "Records  2\n"
+              "Length   6:59\n"
+              "Size     419.0 KiB\n");
+}
+
+TEST_F(Program, ListOfSeveralChannels) {
+    EXPECT_EQ(RecordLines(Show("list", {"--channel", "3"})), 3u);
+    EXPECT_EQ(RecordLines(Show("list", {"--channel", "0,3"})), 8u);
+    EXPECT_EQ(RecordLines(Show("list", {"--channel", "1-31"})), 3u);
+    EXPECT_EQ(RecordLines(Show("list", {"--channel", "all"})), 8u);
+    EXPECT_EQ(Show("list", {"--channel", "5"}), "Records  0\nLength   0:00\nSize     0 B\n");
+}
+
+TEST_F(Program, ListAroundAlarms) {
+    EXPECT_EQ(
+        Show("list", {"--alarm", "0x4", "--channel", "0"}),
+        "CHANNEL  START                END                   LENGTH       SIZE  ALARM  BLOCK  SEGMENT\n"
+        "      0  2026-11-20 14:14:50  2026-11-20 14:15:30     0:40  599.0 KiB    0x4      1        0\n"
+        "      0  2026-11-20 14:40:00  2026-11-21 00:00:00?       -          -      -      4        -\n"
+        "\n"
+        "CHANNEL  RECORDS  LENGTH       SIZE\n"
+        "      0        2    0:40  599.0 KiB\n"
+        "\n"
+        "Records  2\n"
+        "Length   0:40\n"
+        "Size     599.0 KiB\n"
+        "\n"
+        "? The block was never closed: how far its records reach is not known before they are played.\n");
+    EXPECT_EQ(RecordLines(Show("list", {"--alarm", "5", "--channel", "0"})), 3u);
+    EXPECT_EQ(RecordLines(Show("list", {"--alarm", "all", "--channel", "0"})), 3u);
+    EXPECT_EQ(RecordLines(Show("list", {"--alarm", "0x8"})), 0u);
+}
+
+TEST_F(Program, ListMissesNothingBehindABadBlock) {
+    // Looking for 14:25 by halving blocks 0 to 4 comes to block 2; if that is bad, the search would begin
+    // there with block 1's time in mind, and the end of block 1 would never be seen.
+    Disk().SetBad(2);
+    const std::string shown = Show("list", {"--from", "2026-11-20 14:15", "--channel", "0"});
+    EXPECT_TRUE(Contains(shown, "2026-11-20 14:15:00  2026-11-20 14:19:59     4:59  299.0 KiB    0x4      1"))
+        << shown;
+    EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20 14:15"}), "14:15:00   0x4"));
+    EXPECT_FALSE(Contains(Show("events", {"--from", "2026-11-20 14:15:01"}), "0x4"));
+}
+
+TEST_F(Program, Events) {
+    EXPECT_EQ(Show("events"), "TIME                 TYPE  BLOCK  ENTRY\n"
+                              "2026-11-20 14:11:00   0x1      1      0\n"
+                              "2026-11-20 14:15:00   0x4      1      1\n"
+                              "\n"
+                              "Events  2\n");
+    EXPECT_EQ(Show("events", {"--alarm", "0x8"}), "Events  0\n");
+}
+
+TEST_F(Program, EventRangeIncludesItsEnds) {
+    EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20 14:11:00", "--to", "2026-11-20 14:15:00"}),
+                         "Events  2"));
+    EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20 14:11:01", "--to", "2026-11-20 14:14:59"}),
+                         "Events  0"));
+    EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20", "--to", "2026-11-20"}), "Events  2"));
+    EXPECT_TRUE(Contains(Show("events", {"--to", "2026-11-19"}), "Events  0"));
+}
+
+TEST_F(Program, Days) {
+    EXPECT_EQ(Show("days"), "       November 2026\n"
+                            " Mo  Tu  We  Th  Fr  Sa  Su\n"
+                            "                          1\n"
+                            "  2   3   4   5   6   7   8\n"
+                            "  9  10  11  12  13  14  15\n"
+                            " 16  17  18  19 [20] 21  22\n"
+                            " 23  24  25  26  27  28  29\n"
+                            " 30\n"
+                            "\n"
+                            "Days  1\n");
+}
+
+TEST_F(Program, DaysOfSeveralMonths) {
+    // Block 0 was recorded on 2026-02-28, the others stay in November.
+    Disk().WriteBlock(0,
+                      BlockContents::Closed(1, 1772236800, 1772236900).Segment(0, 1772236800, 1772236900, 1));
+    const std::string shown = Show("days");
+    EXPECT_TRUE(Contains(shown, "       February 2026\n"
+                                " Mo  Tu  We  Th  Fr  Sa  Su\n"
+                                "                          1\n"));
+    EXPECT_TRUE(Contains(shown, " 23  24  25  26  27 [28]\n\n       November 2026\n"));
+}
+
+TEST_F(Program, Units) {
+    EXPECT_EQ(Show("units"), "BLOCK  STATE       START                END                  CHANNELS\n"
+                             "    0  closed      2026-11-20 14:00:00  2026-11-20 14:09:59  0,3\n"
+                             "    1  closed      2026-11-20 14:10:00  2026-11-20 14:19:59  0\n"
+                             "    2  closed      2026-11-20 14:20:00  2026-11-20 14:29:59  0,3\n"
+                             "    3  closed      2026-11-20 14:30:00  2026-11-20 14:39:59  0\n"
+                             "    4  not closed  2026-11-20 14:40:00  -                    0,3\n"
+                             "    6  bad         -                    -                    -\n"
+                             "    7  suspect     -                    -                    -\n"
+                             "\n"
+                             "Recorded            5\n"
+                             "Unusable            2\n"
+                             "Blocks in the ring  8\n");
+    Disk().Change<BlockHead_t>(Disk().HeadOffset(5), [](auto& head) { head.ValidFlag = 0; });
+    EXPECT_TRUE(Contains(Show("units"), "    5  invalid     -"));
+}
+
+TEST_F(Program, Space) {
+    EXPECT_EQ(Show("space"), "Total                              512.0 KiB\n"
+                             "Used                               320.0 KiB\n"
+                             "Free                               192.0 KiB\n"
+                             "Overwriting its oldest recordings  no\n");
+}
+
+TEST_F(Program, Info) {
+    EXPECT_EQ(Show("info"),
+              "Device                    image file\n"
+              "Device size               8.5 MiB\n"
+              "Description               Bus 7\n"
+              "Magic                     0xaa55aa55\n"
+              "Block layout              extended\n"
+              "Blocks                    8\n"
+              "Block size                64.0 KiB\n"
+              "Bad blocks                1\n"
+              "Suspect blocks            1\n"
+              "Access lock               no\n"
+              "Locked channels           none\n"
+              "Oldest block              0\n"
+              "Recorded from             2026-11-20 14:00:00\n"
+              "Newest block              4\n"
+              "Newest block from         2026-11-20 14:40:00\n"
+              "Newest block closed       no\n"
+              "Vehicle number            B 4711\n"
+              "Vehicle id                bus-7\n"
+              "Recorded before an alarm  0:10\n"
+              "Recorded after an alarm   0:30\n"
+              "\n"
+              "CHANNEL  VIDEO  FPS  SIZE CODE  BITRATE  GOP  AUDIO  SAMPLE RATE  BITS  AUDIO FRAME\n"
+              "      0      1   25          4   700000   50      1         8000     8          320\n"
+              "      3      0    0          0        0    0      0            0     0            0\n");
+}
+
+TEST_F(Program, EmptyDisk) {
+    PartitionImage::Create(File("empty"), {});
+    EXPECT_TRUE(std::regex_search(Run({"info", File("empty")}).out, std::regex("\nOldest block +-\n")));
+    EXPECT_EQ(Run({"list", File("empty")}).out, "Records  0\nLength   0:00\nSize     0 B\n");
+    EXPECT_EQ(Run({"days", File("empty")}).out, "Days  0\n");
+    EXPECT_EQ(Run({"events", File("empty")}).out, "Events  0\n");
+    EXPECT_EQ(Run({"units", File("empty")}).exitCode, 0);
+    EXPECT_EQ(Run({"space", File("empty")}).exitCode, 0);
+}
+
+// ---- times
+
+TEST_F(Program, ZonesOfTimes) {
+    ProgramSetting setting;
+    setting.environment = {"TZ=America/New_York"};
+    EXPECT_TRUE(Contains(Run({"events", File("disk")}, setting).out, "2026-11-20 09:11:00"));
+    EXPECT_TRUE(Contains(Run({"events", File("disk"), "--utc"}, setting).out, "2026-11-20 14:11:00"));
+    EXPECT_TRUE(
+        Contains(Run({"events", File("disk"), "--tz", "Europe/Berlin"}, setting).out, "2026-11-20 15:11:00"));
+    // Typed times are read in the same zone.
+    EXPECT_TRUE(
+        Contains(Run({"events", File("disk"), "--tz", "Europe/Berlin", "--from", "2026-11-20 15:12"}).out,
+                 "Events  1"));
+}
+
+TEST_F(Program, SkewOfTheRecordersClock) {
+    // The recorder was an hour and a half ahead: what it wrote as 14:11 happened at 12:41.
+    const std::vector<std::string> skew = {"--skew", "5400"};
+    EXPECT_TRUE(Contains(Show("events", skew), "2026-11-20 12:41:00"));
+    EXPECT_TRUE(Contains(Show("events", {"--skew", "5400", "--from", "2026-11-20 12:42"}), "Events  1"));
+    EXPECT_TRUE(Contains(Show("events", {"--skew", "-60"}), "2026-11-20 14:12:00"));
+}
+
+TEST_F(Program, TimesPrintedCanBeTyped) {
+    const std::string shown = Show("events");
+    const std::string time = shown.substr(shown.find('\n') + 1, 19);
+    EXPECT_EQ(time, "2026-11-20 14:11:00");
+    EXPECT_TRUE(Contains(Show("events", {"--from", time, "--to", time}), "Events  1"));
+}
+
+// ---- machine formats
+
+TEST_F(Program, JsonKeepsToItsSchema) {
+    for (const char* const command : {"info", "list", "events", "days", "units", "space"}) {
+        std::ifstream file(std::string(DISKACCESS_SCHEMAS) + "/" + command + ".schema.json");
+        ASSERT_TRUE(file) << command;
+        const Json schemaJson = Json::parse(file);
+        valijson::Schema schema;
+        valijson::SchemaParser parser;
+        parser.populateSchema(valijson::adapters::NlohmannJsonAdapter(schemaJson), schema);
+        const auto validate = [&](const Json& document) {
+            valijson::Validator validator;
+            valijson::ValidationResults results;
+            const bool valid =
+                validator.validate(schema, valijson::adapters::NlohmannJsonAdapter(document), &results);
+            std::string errors;
+            valijson::ValidationResults::Error error;
+            while (results.popError(error)) {
+                errors += error.description + "\n";
+            }
+            return valid ? "" : errors;
+        };
+        const Json document = Json::parse(Show(command, {"--json"}));
+        EXPECT_EQ(validate(document), "") << command << document.dump(1);
+        PartitionImage::Create(File("empty"), {});
+        EXPECT_EQ(validate(Json::parse(Run({command, File("empty"), "--json"}).out)), "") << command;
+        std::remove(File("empty").c_str());
+        // The schema does refuse what it should.
+        Json spoiled = document;
+        spoiled["schema_version"] = 2;
+        EXPECT_NE(validate(spoiled), "");
+        spoiled = document;
+        spoiled["more"] = 1;
+        EXPECT_NE(validate(spoiled), "");
+    }
+}
+
+TEST_F(Program, JsonValues) {
+    const Json list = Json::parse(Show("list", {"--format", "JSON", "--channel", "0"}));
+    EXPECT_EQ(list["schema_version"], 1);
+    EXPECT_EQ(list["command"], "list");
+    EXPECT_EQ(list["partition"], File("disk"));
+    EXPECT_EQ(list["record_count"], 5);
+    EXPECT_EQ(list["size_bytes"], 4 * 599 * 1024);
+    EXPECT_EQ(list["records"][1], (Json{{"channel", 0},
+                                        {"start", "2026-11-20T14:10:00Z"},
+                                        {"end", "2026-11-20T14:19:59Z"},
+                                        {"length_seconds", 599},
+                                        {"size_bytes", 599 * 1024},
+                                        {"alarm", 5},
+                                        {"block", 1},
+                                        {"segment", 0},
+                                        {"not_closed", false}}));
+    EXPECT_EQ(list["records"][4]["not_closed"], true);
+    EXPECT_EQ(list["records"][4]["size_bytes"], nullptr);
+    const Json units = Json::parse(Show("units", {"--json"}));
+    EXPECT_EQ(units["units"][0]["channels"], (Json{0, 3}));
+    EXPECT_EQ(Json::parse(Show("days", {"--json"}))["days"], (Json{{{"date", "2026-11-20"}}}));
+}
+
+TEST_F(Program, NdjsonHasALineARecord) {
+    std::istringstream lines(Show("events", {"--format", "ndjson"}));
+    std::string line;
+    std::vector<Json> events;
+    while (std::getline(lines, line)) {
+        events.push_back(Json::parse(line));
+    }
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[1], (Json{{"time", "2026-11-20T14:15:00Z"}, {"type", 4}, {"block", 1}, {"entry", 1}}));
+    EXPECT_EQ(Json::parse(Show("info", {"--format", "ndjson"}))["block_count"], 8);
+}
+
+TEST_F(Program, CsvHasAHeaderAndALineARecord) {
+    EXPECT_EQ(Show("events", {"--format", "csv"}), "time,type,block,entry\r\n"
+                                                   "2026-11-20T14:11:00Z,1,1,0\r\n"
+                                                   "2026-11-20T14:15:00Z,4,1,1\r\n");
+    EXPECT_TRUE(Contains(Show("units", {"--format", "csv"}),
+                         "0,closed,2026-11-20T14:00:00Z,2026-11-20T14:09:59Z,\"0,3\"\r\n"));
+    EXPECT_TRUE(Contains(Show("space", {"--format", "csv"}),
+                         "total_bytes,used_bytes,free_bytes,wrapped\r\n524288,327680,196608,false\r\n"));
+}
+
+TEST_F(Program, NamesOnTheDiskAreShownEscaped) {
+    Disk().EditHead([](PartHead_t& head) { std::memcpy(head.Description, "\x1b[2J\xff\x80 bus", 10); });
+    EXPECT_TRUE(Contains(Show("info"), "Description               \\x1b[2J\\xff\\x80 bus\n"));
+    EXPECT_EQ(Json::parse(Show("info", {"--json"}))["description"], "\\x1b[2J\\xff\\x80 bus");
+    Disk().EditHead([](PartHead_t& head) { std::memset(head.Description, 'x', sizeof head.Description); });
+    EXPECT_TRUE(Contains(Show("info"), std::string(32, 'x') + "\n"));
+}
+
+// ---- the library's messages, and the program's own channels
+
+TEST_F(Program, LibraryMessagesAreShownOnRequestOnly) {
+    const ProgramResult verbose = Run({"events", File("disk"), "--utc", "--verbose"});
+    EXPECT_EQ(verbose.exitCode, 0);
+    EXPECT_TRUE(Contains(verbose.err, "GetLastBlock LastBlockNum = 4, RecordNum = 5\n"));
+    EXPECT_TRUE(Contains(verbose.err, "SearchNormalEvent , BlockCount = 5\n"));
+    EXPECT_EQ(verbose.out, Show("events"));
+}
+
+TEST_F(Program, ClosedPipeIsNoError) {
+    ProgramSetting setting;
+    setting.closedPipe = true;
+    const ProgramResult result = Run({"list", File("disk")}, setting);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(Program, FullDiskBehindStandardOutputIsAnError) {
+    const ProgramResult result = RunProgram(
+        {"sh", "-c", std::string("exec ") + DISKACCESS_PROGRAM + " list " + File("disk") + " > /dev/full"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, "diskaccess: standard output cannot be written: No space left on device\n");
+}
+
+TEST_F(Program, WorksWithoutStandardInput) {
+    ProgramSetting setting;
+    setting.closeStandardInput = true;
+    EXPECT_TRUE(Contains(Run({"events", File("disk"), "--utc"}, setting).out, "Events  2"));
+}
+
+TEST_F(Program, NothingButReadingEverReachesOpen) {
+    for (const char* const command : {"info", "list", "events", "days", "units", "space"}) {
+        ProgramSetting setting;
+        setting.environment = {"LD_PRELOAD=" OPEN_WATCH_LIBRARY, "OPEN_WATCH_NAME=" + File("disk"),
+                               "OPEN_WATCH_LOG=" + File("log")};
+        EXPECT_EQ(Run({command, File("disk"), "--alarm", "all"}, setting).exitCode,
+                  command == std::string("list") || command == std::string("events") ? 0 : 2);
+        EXPECT_EQ(Run({command, File("disk")}, setting).exitCode, 0);
+    }
+    std::ifstream log(File("log"));
+    std::string path;
+    int flags = 0;
+    size_t opens = 0;
+    while (log >> path >> flags) {
+        EXPECT_EQ(flags & O_ACCMODE, O_RDONLY) << path;
+        EXPECT_EQ(flags & (O_CREAT | O_TRUNC | O_APPEND), 0) << path;
+        ++opens;
+    }
+    EXPECT_GE(opens, 12u); // the program's own and the library's
+}
+
+TEST_F(Program, LongPathsWork) {
+    std::string directory = File("");
+    for (int i = 0; i < 4; ++i) {
+        directory += "/" + std::string(60, 'd');
+        ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+    }
+    ASSERT_EQ(rename(File("disk").c_str(), (directory + "/disk").c_str()), 0);
+    EXPECT_TRUE(Contains(Run({"events", directory + "/disk", "--utc"}).out, "Events  2"));
+}
+
+// ---- when things go wrong
+
+TEST_F(Program, MissingFile) {
+    EXPECT_EQ(Refused({"list", "/nonexistent/disk"}),
+              "diskaccess: /nonexistent/disk: cannot be opened: No such file or directory; check the name\n");
+}
+
+TEST_F(Program, NoPermission) {
+    chmod(File("disk").c_str(), 0000);
+    chmod(File("").c_str(), 0755);
+    if (geteuid() != 0) {
+        EXPECT_TRUE(
+            Contains(Refused({"list", File("disk")}), "cannot be opened: Permission denied; run as root"));
+        return;
+    }
+    ProgramSetting setting;
+    setting.userId = 65534;
+    const ProgramResult result = Run({"list", File("disk")}, setting);
+    if (result.exitCode == 127) {
+        GTEST_SKIP() << "the program lies where another user cannot run it";
+    }
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err,
+              "diskaccess: " + File("disk") +
+                  ": cannot be opened: Permission denied; run as root, or ask for the right to read it\n");
+}
+
+TEST_F(Program, Directory) {
+    EXPECT_EQ(Refused({"list", "/tmp"}),
+              "diskaccess: /tmp: is a directory; give the recorder's partition, like "
+              "/dev/sdb5, or an image file of it\n");
+}
+
+TEST_F(Program, NeitherFileNorDevice) {
+    EXPECT_TRUE(Contains(Refused({"list", "/dev/null"}), "/dev/null: is neither a block device nor a file;"));
+}
+
+TEST_F(Program, EmptyFile) {
+    std::ofstream(File("empty"));
+    EXPECT_EQ(Refused({"info", File("empty")}),
+              "diskaccess: " + File("empty") + ": is empty; copy the partition again\n");
+}
+
+TEST_F(Program, FileCutOffInItsHead) {
+    Disk().Truncate(199);
+    EXPECT_EQ(Refused({"info", File("disk")}),
+              "diskaccess: " + File("disk") +
+                  ": is cut off after 199 bytes, inside the partition head; copy it "
+                  "again\n");
+}
+
+TEST_F(Program, FileCutOffInItsTables) {
+    Disk().Truncate(0x1000);
+    EXPECT_TRUE(Contains(Refused({"list", File("disk")}),
+                         "its bad-block tables cannot be read (at bytes 4096 and 8192 "
+                         "of 4096)"));
+}
+
+TEST_F(Program, FileCutOffInItsBlocksShowsTheRest) {
+    Disk().Truncate(Disk().BlockStart(2) + 1000);
+    const ProgramResult result = Run({"list", File("disk"), "--utc", "--channel", "0"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(RecordLines(result.out), 2u);
+    const std::string units = Run({"units", File("disk")}).out;
+    EXPECT_TRUE(std::regex_search(units, std::regex("\n    4  missing +-"))) << units;
+    EXPECT_TRUE(std::regex_search(units, std::regex("\n    7  suspect +-"))) << units;
+    EXPECT_EQ(result.err,
+              "diskaccess: " + File("disk") +
+                  ": is cut off after 8520680 bytes: blocks 2 to 7 of 8 are missing, and what they held; "
+                  "copy the partition again\n");
+}
+
+TEST_F(Program, WrongMagic) {
+    Disk().EditHead([](PartHead_t& head) { head.FormatFlag = 0x12345678; });
+    EXPECT_EQ(Refused({"list", File("disk")}),
+              "diskaccess: " + File("disk") +
+                  ": bears no partition head (it begins 0x12345678); give the "
+                  "recorder's own partition, not the whole disk or another file "
+                  "system\n");
+}
+
+TEST_F(Program, DiskTypesMagic) {
+    Disk().EditHead([](PartHead_t& head) { head.FormatFlag = PART_MAGIC_ALT; });
+    EXPECT_TRUE(Contains(Show("info"), "0xaa55aa50")); // found out by itself
+    EXPECT_TRUE(Contains(Show("events", {"--disk-type", "19"}), "Events  2"));
+    EXPECT_TRUE(Contains(Refused({"list", File("disk"), "--disk-type", "1"}),
+                         "its head, 0xaa55aa50, is not that of disk type 1; leave --disk-type out"));
+}
+
+TEST_F(Program, HeadWithoutBlocks) {
+    Disk().EditHead([](PartHead_t& head) { head.BlkCount = 0; });
+    EXPECT_TRUE(Contains(Refused({"list", File("disk")}), "its head states 0 blocks of 65536 bytes"));
+}
+
+TEST_F(Program, BlocksThatCannotBeReadAreNamed) {
+    // A forged index makes the library's load of block 1 fail without a read failing: no loss to name.
+    Disk().Change<BlkIndexHead_t>(Disk().IndexOffset(1),
+                                  [](auto& index) { index.recSegCount[0] = 0xFFFFFFF; });
+    EXPECT_EQ(RecordLines(Show("list", {"--channel", "0"})), 4u);
+}
+
+// ---- the access lock
+
+TEST_F(Program, LockedChannelsAreLeftOutWithoutAPassword) {
+    Lock("right");
+    const ProgramResult result = Run({"list", File("disk"), "--utc"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(RecordLines(result.out), 5u);
+    EXPECT_EQ(result.err, "diskaccess: " + File("disk") +
+                              ": channels 3 are locked and left out; give the password with --ask-password, "
+                              "--password-file FILE or DISKACCESS_PASSWORD\n");
+}
+
+TEST_F(Program, WrongPasswordSaysWhatStaysHidden) {
+    Lock("right");
+    ProgramSetting setting;
+    setting.environment = {"DISKACCESS_PASSWORD=wrong"};
+    const ProgramResult result = Run({"list", File("disk"), "--utc"}, setting);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(RecordLines(result.out), 5u);
+    EXPECT_EQ(result.err,
+              "diskaccess: " + File("disk") +
+                  ": wrong password: channels 3 stay hidden; give the right one with --ask-password, "
+                  "--password-file FILE or DISKACCESS_PASSWORD\n");
+}
+
+TEST_F(Program, RightPasswordFromEnvironmentOrFile) {
+    Lock("right");
+    ProgramSetting setting;
+    setting.environment = {"DISKACCESS_PASSWORD=right"};
+    EXPECT_EQ(RecordLines(Run({"list", File("disk"), "--utc"}, setting).out), 8u);
+    std::ofstream(File("password")) << "right\r\nsecond line\n";
+    // The file outranks the environment.
+    setting.environment = {"DISKACCESS_PASSWORD=wrong"};
+    const ProgramResult result =
+        Run({"list", File("disk"), "--utc", "--password-file", File("password")}, setting);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(RecordLines(result.out), 8u);
+    EXPECT_EQ(result.err, "");
+    EXPECT_TRUE(
+        Contains(Show("info", {"--password-file", File("password")}), "Locked channels           3\n"));
+}
+
+TEST_F(Program, PasswordFileThatCannotBeRead) {
+    Lock("right");
+    EXPECT_EQ(Refused({"list", File("disk"), "--password-file", "/nonexistent"}),
+              "diskaccess: /nonexistent: no password can be read from it; put it on the first line\n");
+}
+
+TEST_F(Program, PasswordIsAskedForAtATerminal) {
+    Lock("right");
+    const ProgramResult result =
+        RunAtTerminal({DISKACCESS_PROGRAM, "list", File("disk"), "--utc", "--ask-password"},
+                      "Password of the disk: ", "right\n");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_TRUE(Contains(result.out, "Records  8")) << result.out;
+    EXPECT_FALSE(Contains(result.out, "right")) << "the password was shown";
+    const ProgramResult without =
+        RunProgram({"setsid", "--wait", DISKACCESS_PROGRAM, "list", File("disk"), "--ask-password"});
+    EXPECT_EQ(without.exitCode, 1);
+    EXPECT_EQ(without.err,
+              "diskaccess: --ask-password: there is no terminal to ask at; use --password-file or "
+              "DISKACCESS_PASSWORD\n");
+}
+
+// ---- wrong use
+
+TEST_F(Program, WrongUseEndsWithTwo) {
+    const std::vector<std::vector<std::string>> commands = {
+        {},
+        {"list"},
+        {"nonsense", File("disk")},
+        {"list", File("disk"), "--nonsense"},
+        {"list", File("disk"), "extra"},
+        {"list", File("disk"), "--format", "xml"},
+        {"list", File("disk"), "--skew", "x"},
+        {"list", File("disk"), "--utc", "--tz", "Europe/Berlin"},
+        {"days", File("disk"), "--alarm", "1"},
+        {"events", File("disk"), "--channel", "1"},
+    };
+    for (const auto& command : commands) {
+        const ProgramResult result = Run(command);
+        EXPECT_EQ(result.exitCode, 2) << ::testing::PrintToString(command);
+        EXPECT_EQ(result.out, "");
+        EXPECT_NE(result.err, "");
+    }
+}
+
+TEST_F(Program, WrongValuesEndWithTwoAndALine) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"--from", "soon"},
+         "'soon' is no time; give one like '2026-11-20 14:30:00', 2026-11-20, 14:30, yesterday, -2h or "
+         "@1700000000"},
+        {{"--from", "2026-11-21", "--to", "2026-11-20"}, "--from lies after --to"},
+        {{"--channel", "32"},
+         "--channel: '32' is no list of channels; give numbers from 0 to 31, like 0,2-4"},
+        {{"--channel", "1,,2"},
+         "--channel: '1,,2' is no list of channels; give numbers from 0 to 31, like 0,2-4"},
+        {{"--channel", "4-2"}, "--channel: '4-2' runs backwards"},
+        {{"--alarm", "0"}, "--alarm: '0' is no set of event types; give a mask like 0x5, or all"},
+        {{"--alarm", "0xg"}, "--alarm: '0xg' is no set of event types; give a mask like 0x5, or all"},
+        {{"--alarm", "99999999999999999999"},
+         "--alarm: '99999999999999999999' is no set of event types; give a mask like 0x5, or all"},
+        {{"--tz", "Europe/Atlantis"},
+         "--tz: no zone is called 'Europe/Atlantis'; give a name like Europe/Berlin or UTC"},
+    };
+    for (const auto& [options, line] : cases) {
+        std::vector<std::string> command = {"list", File("disk")};
+        command.insert(command.end(), options.begin(), options.end());
+        EXPECT_EQ(Refused(command, 2), "diskaccess: " + line + "\n");
+    }
+}
+
+TEST_F(Program, HelpAndVersion) {
+    const ProgramResult help = Run({"--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    for (const char* const command : {"info", "list", "events", "days", "units", "space"}) {
+        EXPECT_TRUE(Contains(help.out, std::string("\n  ") + command)) << command;
+        const ProgramResult own = Run({command, "--help"});
+        EXPECT_EQ(own.exitCode, 0);
+        EXPECT_TRUE(Contains(own.out, "Usage: diskaccess " + std::string(command)));
+    }
+    EXPECT_TRUE(
+        std::regex_match(Run({"--version"}).out, std::regex("diskaccess [0-9]+\\.[0-9]+\\.[0-9]+\n")));
+}
+
+} // namespace

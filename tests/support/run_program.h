@@ -1,0 +1,33 @@
+#ifndef TESTS_SUPPORT_RUN_PROGRAM_H
+#define TESTS_SUPPORT_RUN_PROGRAM_H
+
+#include <string>
+#include <vector>
+
+namespace test_support {
+
+/// How a program run ended.
+struct ProgramResult {
+    int exitCode = -1; ///< 128 + N when it died of signal N
+    std::string out;
+    std::string err;
+};
+
+struct ProgramSetting {
+    std::vector<std::string> environment; ///< NAME=VALUE, added to this process's
+    std::string input;                    ///< standard input
+    bool closeStandardInput = false;      ///< start without descriptor 0
+    bool closedPipe = false;              ///< standard output is a pipe that nobody reads
+    unsigned int userId = 0;              ///< run as this user, when not 0 and this process is root
+};
+
+ProgramResult RunProgram(const std::vector<std::string>& command, const ProgramSetting& setting = {});
+
+/// Runs a program at a terminal of its own, and types @p answer once it has shown @p prompt.
+/// @return what the terminal showed, as its output
+ProgramResult RunAtTerminal(const std::vector<std::string>& command, const std::string& prompt,
+                            const std::string& answer);
+
+} // namespace test_support
+
+#endif // TESTS_SUPPORT_RUN_PROGRAM_H

@@ -1,0 +1,90 @@
+#include <fmt/format.h>
+
+#include "commands.h"
+
+namespace diskaccess {
+
+namespace {
+
+Table ChannelTable(const BlockHead_t& head) {
+    Table table = {"channels",
+                   {{"channel", "CHANNEL"},
+                    {"video_code", "VIDEO"},
+                    {"frame_rate", "FPS"},
+                    {"resolution_code", "SIZE CODE"},
+                    {"bitrate", "BITRATE"},
+                    {"gop", "GOP"},
+                    {"audio_code", "AUDIO"},
+                    {"sample_rate", "SAMPLE RATE"},
+                    {"sample_bits", "BITS"},
+                    {"audio_frame_bytes", "AUDIO FRAME"}},
+                   {}};
+    for (uint32_t chn = 0; chn < 32; ++chn) {
+        if ((head.media_chn_bitmap >> chn & 1) != 0) {
+            const ChnProp_t& p = head.prop[chn];
+            table.rows.push_back({uint64_t{chn}, uint64_t{p.VType}, uint64_t{p.FrameRate},
+                                  uint64_t{p.Resolution}, uint64_t{p.Bitrate}, uint64_t{p.gop},
+                                  uint64_t{p.AType}, uint64_t{p.Sample}, uint64_t{p.BitWidth},
+                                  uint64_t{p.audio_frame_len}});
+        }
+    }
+    return table;
+}
+
+void AddGeometry(Report& report, const Partition& disk) {
+    const PartHead_t& head = disk.Head();
+    report.facts.push_back(
+        {"device", "Device", std::string(disk.IsBlockDevice() ? "block device" : "image file")});
+    report.facts.push_back({"device_bytes", "Device size", Bytes{disk.Size()}});
+    report.facts.push_back(
+        {"description", "Description", FieldText(head.Description, sizeof head.Description)});
+    report.facts.push_back({"magic", "Magic", Mask{head.FormatFlag}});
+    report.facts.push_back(
+        {"layout", "Block layout", std::string(head.FmtVersion == 1 ? "extended" : "normal")});
+    report.facts.push_back({"block_count", "Blocks", uint64_t{head.BlkCount}});
+    report.facts.push_back({"block_bytes", "Block size", Bytes{head.BlkSize}});
+    report.facts.push_back({"bad_blocks", "Bad blocks", uint64_t{disk.CountOf(BlockState::Bad)}});
+    report.facts.push_back({"suspect_blocks", "Suspect blocks", uint64_t{disk.CountOf(BlockState::Suspect)}});
+    const bool locked = (head.Encrypt & ~2u) != 0;
+    report.facts.push_back({"locked", "Access lock", locked});
+    report.facts.push_back({"locked_channels", "Locked channels", ChannelSet{locked ? head.EncryptMap : 0}});
+}
+
+void AddVehicle(Report& report, const BlockHead_t& head) {
+    report.facts.push_back(
+        {"vehicle_number", "Vehicle number", FieldText(head.VehicleNum, sizeof head.VehicleNum)});
+    report.facts.push_back({"vehicle_id", "Vehicle id", FieldText(head.VehicleID, sizeof head.VehicleID)});
+    report.facts.push_back({"pre_record_seconds", "Recorded before an alarm", Duration{head.pre_RecTime}});
+    report.facts.push_back({"alarm_delay_seconds", "Recorded after an alarm", Duration{head.AlmDelayTime}});
+}
+
+} // namespace
+
+Report Info(Session& session) {
+    Partition& disk = session.Disk();
+    Report report;
+    AddGeometry(report, disk);
+    const auto ring = disk.RecordedRing();
+    const auto oldest = ring ? disk.EndsOf(ring->oldest) : std::nullopt;
+    const auto newest = ring ? disk.EndsOf(ring->newest) : std::nullopt;
+    const auto block = [](bool known, uint32_t number) {
+        return known ? Value(uint64_t{number}) : Value(Nothing{});
+    };
+    report.facts.push_back(
+        {"oldest_block", "Oldest block", block(oldest.has_value(), ring ? ring->oldest : 0)});
+    report.facts.push_back({"oldest_time", "Recorded from",
+                            oldest ? Value(session.TrueTime(oldest->head.RecTime)) : Value(Nothing{})});
+    report.facts.push_back(
+        {"newest_block", "Newest block", block(newest.has_value(), ring ? ring->newest : 0)});
+    report.facts.push_back({"newest_time", "Newest block from",
+                            newest ? Value(session.TrueTime(newest->head.RecTime)) : Value(Nothing{})});
+    report.facts.push_back(
+        {"newest_closed", "Newest block closed", newest ? Value(newest->closed) : Value(Nothing{})});
+    if (newest) {
+        AddVehicle(report, newest->head);
+        report.tables = {ChannelTable(newest->head)};
+    }
+    return report;
+}
+
+} // namespace diskaccess

@@ -1,0 +1,20 @@
+#ifndef DISKACCESS_COMMANDS_H
+#define DISKACCESS_COMMANDS_H
+
+#include "report.h"
+#include "session.h"
+
+namespace diskaccess {
+
+/// The commands, one file each: what the partition is asked, and how the answer is laid out.
+
+Report Info(Session& session);
+Report List(Session& session);
+Report Events(Session& session);
+Report Days(Session& session);
+Report Units(Session& session);
+Report Space(Session& session);
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_COMMANDS_H

@@ -1,0 +1,37 @@
+#ifndef DISKACCESS_FOUND_EVENTS_H
+#define DISKACCESS_FOUND_EVENTS_H
+
+#include <cstdint>
+#include <vector>
+
+#include "session.h"
+
+namespace diskaccess {
+
+/// The events of the range asked for whose type meets @p mask, both its end seconds included.
+std::vector<EventItem_t> FindEvents(Session& session, uint64_t mask);
+
+/// Tells which alarms a stretch of recording belongs to.
+class AlarmTags {
+public:
+    /// @param aroundAlarms a stretch belongs to an event also when it lies in the time that is recorded
+    ///                     before and after it; else only when the event lies in the stretch
+    AlarmTags(Session& session, const std::vector<EventItem_t>& events, bool aroundAlarms);
+
+    /// The type bits of all events that the stretch belongs to. Times of the disk, both ends included.
+    uint64_t TypesOf(uint32_t start, uint32_t end) const;
+
+private:
+    /// An event's time, with the recording before and behind it.
+    struct Span {
+        int64_t first;
+        int64_t last;
+        uint64_t type;
+    };
+    std::vector<Span> m_spans; ///< by their first second
+    int64_t m_longest = 0;
+};
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_FOUND_EVENTS_H

@@ -1,0 +1,89 @@
+#ifndef DISKACCESS_SESSION_H
+#define DISKACCESS_SESSION_H
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "disk_access.h"
+#include "failure.h"
+#include "output.h"
+#include "partition.h"
+#include "render.h"
+#include "report.h"
+#include "time_zone.h"
+
+namespace diskaccess {
+
+/// The options that commands share, as typed.
+struct Options {
+    std::string partition;
+    Format format = Format::Text;
+    std::string zone;
+    int64_t skew = 0; ///< seconds that the recorder's clock was ahead of true time
+    std::optional<int> diskType;
+    bool verbose = false;
+    std::string passwordFile;
+    bool askPassword = false;
+
+    std::string from;
+    std::string to;
+    std::string channels;
+    std::string alarm;
+};
+
+/// A time range on the disk's own clock.
+struct Range {
+    uint32_t first = 0;               ///< first second
+    uint32_t last = 0x7FFFFFFF;       ///< last second
+    uint32_t endOfMedia = 0x7FFFFFFF; ///< where records are cut: the last second, or a whole day's end
+};
+
+/// One run of a command: the partition, what the user wants of it, and what is to be said.
+class Session {
+public:
+    /// Opens the partition and settles the access lock.
+    /// @throws Failure
+    Session(const Options& options, const char* command);
+
+    const Options& Wanted() const { return m_options; }
+    Partition& Disk() { return m_partition; }
+    CSearchDisk& Search() { return m_partition.Search(); }
+    const TimeZone& Zone() const { return m_zone; }
+
+    /// A time of the disk in true time.
+    Time TrueTime(uint32_t diskTime) const { return {int64_t{diskTime} - m_options.skew}; }
+
+    /// The time range asked for; everything without one.
+    Range WantedRange() const;
+    /// The channels asked for; all without.
+    uint32_t WantedChannels() const;
+    /// The event types asked for; nothing without.
+    std::optional<uint64_t> WantedAlarms() const;
+
+    /// Says on standard error what is missing from the answer.
+    void Note(const std::string& line, ExitCode code);
+
+    /// Writes the answer and says what could not be read.
+    /// @return the exit code
+    ExitCode Finish(Report report);
+
+private:
+    void Unlock();
+    void NoteMissingBlocks();
+    void NoteUnreadableBlocks();
+
+    Options m_options;
+    const char* m_command;
+    TimeZone m_zone;
+    Output m_output;
+    Partition m_partition;
+    int64_t m_now;
+    ExitCode m_code = kDone;
+};
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_SESSION_H

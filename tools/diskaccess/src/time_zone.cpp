@@ -1,0 +1,120 @@
+#include "time_zone.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <regex>
+
+#include "failure.h"
+
+namespace diskaccess {
+
+namespace {
+
+constexpr int64_t kDay = 86400;
+
+/// Whether the C library will know a zone: it takes an unknown one for UTC without a word.
+bool Known(const std::string& name) {
+    static const std::regex posixRule("(<[-+A-Za-z0-9]+>|[A-Za-z]{3,})[-+]?[0-9]{1,2}(:[0-9]{2}){0,2}.*");
+    if (std::regex_match(name, posixRule)) {
+        return true;
+    }
+    const char* const directory = std::getenv("TZDIR");
+    const std::filesystem::path zones = directory != nullptr ? directory : "/usr/share/zoneinfo";
+    std::error_code ignored;
+    return name.find("..") == std::string::npos && std::filesystem::is_regular_file(zones / name, ignored);
+}
+
+std::tm Local(int64_t time) {
+    const time_t instant = time;
+    std::tm parts = {};
+    localtime_r(&instant, &parts);
+    return parts;
+}
+
+std::string OffsetText(long offset) {
+    const char sign = offset < 0 ? '-' : '+';
+    const long minutes = std::labs(offset) / 60;
+    return fmt::format("{}{:02}:{:02}", sign, minutes / 60, minutes % 60);
+}
+
+} // namespace
+
+int64_t UtcTime(const CivilTime& civil) {
+    std::tm parts = {};
+    parts.tm_year = civil.year - 1900;
+    parts.tm_mon = civil.month - 1;
+    parts.tm_mday = civil.day;
+    parts.tm_hour = civil.hour;
+    parts.tm_min = civil.minute;
+    parts.tm_sec = civil.second;
+    return timegm(&parts);
+}
+
+TimeZone::TimeZone(const std::string& name) {
+    if (!name.empty()) {
+        if (name != "UTC" && !Known(name)) {
+            throw WrongUse("--tz: no zone is called '" + name + "'; give a name like Europe/Berlin or UTC");
+        }
+        setenv("TZ", name.c_str(), 1);
+    }
+    tzset();
+}
+
+long TimeZone::OffsetAt(int64_t time) const {
+    return Local(time).tm_gmtoff;
+}
+
+std::string TimeZone::AbbreviationAt(int64_t time) const {
+    return Local(time).tm_zone;
+}
+
+CivilTime TimeZone::ToCivil(int64_t time) const {
+    const std::tm parts = Local(time);
+    return {parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec};
+}
+
+int64_t TimeZone::ToTime(const CivilTime& civil, Twice twice) const {
+    // The zone's offset is one of those a day before and a day after, whichever way clocks are turned
+    // between.
+    const int64_t utc = UtcTime(civil);
+    const int64_t before = utc - OffsetAt(utc - kDay);
+    const int64_t after = utc - OffsetAt(utc + kDay);
+    const bool beforeHolds = before + OffsetAt(before) == utc;
+    const bool afterHolds = after + OffsetAt(after) == utc;
+    if (beforeHolds && afterHolds) {
+        return twice == Twice::First ? std::min(before, after) : std::max(before, after);
+    }
+    return afterHolds ? after : before;
+}
+
+std::optional<int64_t> TimeZone::Twin(int64_t time) const {
+    const long offset = OffsetAt(time);
+    for (const int64_t neighbour : {time - kDay, time + kDay}) {
+        const long other = OffsetAt(neighbour);
+        const int64_t twin = time + offset - other;
+        if (twin != time && OffsetAt(twin) == other) {
+            return twin;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string TimeZone::Text(int64_t time) const {
+    const CivilTime t = ToCivil(time);
+    std::string text = fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", t.year, t.month, t.day, t.hour,
+                                   t.minute, t.second);
+    return Twin(time) ? text + OffsetText(OffsetAt(time)) : text;
+}
+
+std::string TimeZone::Rfc3339(int64_t time) const {
+    const CivilTime t = ToCivil(time);
+    const long offset = OffsetAt(time);
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}{}", t.year, t.month, t.day, t.hour, t.minute,
+                       t.second, offset == 0 ? "Z" : OffsetText(offset));
+}
+
+} // namespace diskaccess

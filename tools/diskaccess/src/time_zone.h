@@ -1,0 +1,53 @@
+#ifndef DISKACCESS_TIME_ZONE_H
+#define DISKACCESS_TIME_ZONE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace diskaccess {
+
+/// A calendar date and time of day, without a zone.
+struct CivilTime {
+    int year = 1970;
+    int month = 1; ///< 1 to 12
+    int day = 1;
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+};
+
+/// Which of two instants a time of day means when clocks are turned back and it comes twice.
+enum class Twice { First, Second };
+
+/// The zone in which times are typed and shown. There is one a process: the C library's.
+class TimeZone {
+public:
+    /// @param name a name of the zone database or a POSIX rule; empty for the host's own zone
+    /// @throws WrongUse for a name that nothing is known of
+    explicit TimeZone(const std::string& name);
+
+    /// Seconds east of UTC at an instant.
+    long OffsetAt(int64_t time) const;
+    /// The zone's letters at an instant, like CET.
+    std::string AbbreviationAt(int64_t time) const;
+    CivilTime ToCivil(int64_t time) const;
+    /// The instant of a date and time. One that clocks skip is taken to come after the gap.
+    int64_t ToTime(const CivilTime& civil, Twice twice) const;
+
+    /// "2026-11-20 14:30:00"; with the offset behind it when that time comes twice.
+    std::string Text(int64_t time) const;
+    /// "2026-11-20T14:30:00+01:00"
+    std::string Rfc3339(int64_t time) const;
+
+private:
+    /// The other instant with the same date and time, if there is one.
+    std::optional<int64_t> Twin(int64_t time) const;
+};
+
+/// The instant of a date and time in UTC.
+int64_t UtcTime(const CivilTime& civil);
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_TIME_ZONE_H
