@@ -220,6 +220,25 @@ TEST_F(PartBlocks, RingWithoutBlocksHasNoValidBlock) {
     EXPECT_EQ(Prev(part, 0, 3), -1);
 }
 
+TEST_F(PartBlocks, ForgedRingOfMillionsIsBelievedAsFarAsIdsCanName) {
+    MakeDisk();
+    WriteRing({1, 2, 3, 4, 5, 6, 7, 8});
+    // Tables of two million blocks lie inside the device; all but eight blocks lie beyond its end.
+    Disk().EditHead([](PartHead_t& head) { head.BlkCount = 2000000; });
+    OpenPart part(Disk());
+    const SystemCallLog log;
+    EXPECT_EQ(part->GetBadBlockTab(), 0);
+    for (const Call& call : log.Calls()) {
+        EXPECT_LE(call.length, 65536u);
+    }
+    EXPECT_EQ(part->IsBadBlock(65535), 1);
+    EXPECT_EQ(part->IsBadBlock(65536), 0);
+    EXPECT_EQ(part->GetUnitRecMap(0, 1), 2000000); // the head's word is still the head's word
+    EXPECT_EQ(Next(part, 8, 65535), -1);
+    EXPECT_LE(log.Calls().size(), 2u * 65536 + 10);
+    EXPECT_EQ(Next(part, 7, 65535), 7);
+}
+
 TEST_F(PartBlocks, BlocksTooSmallForTheirOwnAreasAreUnusable) {
     MakeDisk().EditHead([](PartHead_t& head) { head.BlkSize = 4935; });
     OpenPart part(Disk());

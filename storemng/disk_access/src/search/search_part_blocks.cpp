@@ -45,10 +45,10 @@ int FindValidBlock(CSearchPart& part, const PartSearchState_t& state, Direction 
 } // namespace
 
 int CSearchPart::IsBadBlock(unsigned int block) {
-    if (m_pState == nullptr || !m_pState->HasBlocks() || block >= m_pState->BlkCount) {
+    if (m_pState == nullptr || !m_pState->HasBlocks() || GetBadBlockTab() != 0) {
         return 0;
     }
-    if (GetBadBlockTab() != 0) {
+    if (block >= m_pState->RingCount) {
         return 0;
     }
     if (MarkedBad(m_pState->badBlockTab, block)) {

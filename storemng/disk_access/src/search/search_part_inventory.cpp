@@ -16,20 +16,6 @@ using namespace disk_access;
 
 namespace {
 
-/// Blocks that ids can name. No recorder makes a larger ring.
-constexpr uint64_t kBlocksOfIds = 0x10000;
-
-/// How many blocks of the ring a list of unusable ones may hold: a forged head can state billions. With
-/// tables, all that ids can name, also those that a copy cut short lacks; beyond them, and without tables,
-/// only blocks that begin inside the device.
-uint32_t ListableBlocks(const PartSearchState_t& state, bool tables) {
-    const uint64_t size = DeviceSize(state.dev);
-    const bool begins = state.HasBlocks() && size > BLOCK_BASE_OFFSET;
-    const uint64_t inside = begins ? (size - BLOCK_BASE_OFFSET + state.BlkSize - 1) / state.BlkSize : 0;
-    const uint64_t listable = tables ? std::max(inside, kBlocksOfIds) : inside;
-    return static_cast<uint32_t>(std::min<uint64_t>(listable, state.BlkCount));
-}
-
 /// Whether the recorder closed a block, so that its tail tells the times of its media. Of any other block the
 /// start is all that is known.
 bool Closed(const BlockHead_t& head, const BlockTail_t& tail) {
@@ -83,7 +69,10 @@ int CSearchPart::GetBadUnitList(CCommList<UnitItem_t>* list) {
         return -1;
     }
     const bool tables = GetBadBlockTab() == 0;
-    const uint32_t count = ListableBlocks(*m_pState, tables);
+    // Without tables every block is bad; those that do not even begin inside the device need no mention.
+    const uint32_t count =
+        tables ? m_pState->RingCount
+               : std::min(m_pState->BlkCount, BlocksInside(*m_pState, DeviceSize(m_pState->dev)));
     int appended = 0;
     for (uint32_t block = 0; block < count; ++block) {
         BlockHead_t head = {};
@@ -176,7 +165,7 @@ int CSearchPart::AddDateToList(BlockHead_t* head, BlockTail_t* tail, CCommList<u
 
 int CSearchPart::BinGetDataMap(UnitTimeItem_t* a, UnitTimeItem_t* b, CCommList<unsigned int>* list) {
     // Outside the ring an arc need not shrink as it is halved.
-    if (m_pState == nullptr || a->unitId >= m_pState->BlkCount || b->unitId >= m_pState->BlkCount) {
+    if (m_pState == nullptr || a->unitId >= m_pState->RingCount || b->unitId >= m_pState->RingCount) {
         return list->m_nCount;
     }
     const Ring ring = m_pState->TheRing();

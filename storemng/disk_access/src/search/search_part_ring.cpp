@@ -84,10 +84,10 @@ void FindOldest(CSearchPart& part, PartSearchState_t& state, BlockHead_t& head) 
 } // namespace
 
 int CSearchPart::GetLastBlock() {
-    if (m_pState == nullptr || !m_pState->HasBlocks()) {
+    if (m_pState == nullptr || !m_pState->HasBlocks() || GetBadBlockTab() != 0) {
         return -1;
     }
-    const uint32_t end = m_pState->BlkCount - 1;
+    const uint32_t end = m_pState->RingCount - 1;
     BlockHead_t loHead = {};
     BlockHead_t hiHead = {};
     uint32_t lo = 0;
@@ -164,7 +164,7 @@ int CSearchPart::GetSearchStartBlock(unsigned int time, unsigned int code) {
             if (GetNextValidBlock(0, seq, 0, last, &first, &head) == 0 && head.RecTime <= time) {
                 lo = first;
             } else {
-                hi = m_pState->BlkCount - 1;
+                hi = m_pState->RingCount - 1;
                 GetPrevValidBlock(0, seq, hi, oldest, &hi, &head);
             }
         }
@@ -178,7 +178,7 @@ int CSearchPart::BinSearchStartBlock(unsigned int lo, unsigned int hi, unsigned 
     const uint32_t first = lo;
     // From a bound outside the ring a step would wrap to below the middle, and the stretch would never
     // narrow.
-    bool narrowing = m_pState != nullptr && lo < m_pState->BlkCount && hi < m_pState->BlkCount;
+    bool narrowing = m_pState != nullptr && lo < m_pState->RingCount && hi < m_pState->RingCount;
     BlockHead_t midHead = {};
     BlockHead_t loHead = {};
     BlockHead_t hiHead = {};

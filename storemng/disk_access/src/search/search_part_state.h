@@ -13,7 +13,8 @@
 struct PartSearchState_t {
     dev_op_st* dev;
     CSearchBlock* searchBlock;
-    uint32_t BlkCount;
+    uint32_t BlkCount;  ///< as the head states it
+    uint32_t RingCount; ///< blocks that are looked at: fewer, if the head states more than there can be
     uint32_t BlkSize;
     uint32_t FmtVersion;
     uint32_t BBTabOffs;
@@ -26,7 +27,7 @@ struct PartSearchState_t {
     uint32_t EncryptMap;
     char CipherCode[128];
 
-    disk_access::Ring TheRing() const { return {BlkCount}; }
+    disk_access::Ring TheRing() const { return {RingCount}; }
 
     /// Whether there is any block to look at: a forged head may state no blocks, or blocks too small to hold
     /// their own head and index.
@@ -36,6 +37,9 @@ struct PartSearchState_t {
 };
 
 namespace disk_access {
+
+/// Blocks that begin inside a device of @p deviceSize bytes; none if blocks cannot hold their own areas.
+uint32_t BlocksInside(const PartSearchState_t& state, uint64_t deviceSize);
 
 /// Counts the blocks from @p start forwards to the newest and prints how many there are, under an operation's
 /// name.

@@ -19,11 +19,11 @@ constexpr long kEndOfTime = 0x7FFFFFFF - 86400;
 
 uint32_t disk_access::AnnounceSpan(CSearchPart& part, const PartSearchState_t& state, const char* operation,
                                    uint32_t start) {
+    const bool tables = part.GetBadBlockTab() == 0;
     const uint32_t count = state.TheRing().Span(start, state.LastBlockNum);
     std::printf("%s , BlockCount = %d\n", operation, static_cast<int>(count));
     // Without tables every block would be passed over, and each would try to read them again.
-    const bool walkable = static_cast<int32_t>(count) > 0 && part.GetBadBlockTab() == 0;
-    return walkable ? count : 0;
+    return tables && static_cast<int32_t>(count) > 0 ? count : 0;
 }
 
 int CSearchPart::SearchMedia(SearchParam_t* param, unsigned int skipChnMask, CCommList<RecordItem_t>* out) {
