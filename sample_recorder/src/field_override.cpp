@@ -71,6 +71,7 @@ uint32_t IndexIn(const std::string& brackets, uint32_t elements) {
 
 void OverrideField(PartitionImage& image, uint32_t block, const std::string& structure,
                    const std::string& field, uint32_t value) {
+    const std::string fullName = structure + "." + field;
     const size_t bracket = field.find('[');
     const std::string name = field.substr(0, bracket);
     for (const Field& known : kFields) {
@@ -83,13 +84,13 @@ void OverrideField(PartitionImage& image, uint32_t block, const std::string& str
             try {
                 index = IndexIn(field.substr(bracket), known.elements);
             } catch (const std::logic_error&) {
-                throw Error(structure + "." + field + ": give an index from 0 to 31 in brackets");
+                throw Error(fullName + ": give an index from 0 to 31 in brackets");
             }
         }
         image.Put(StructureOffset(image, block, structure) + known.offset + index * sizeof value, value);
         return;
     }
-    throw Error(structure + "." + field + ": no such field can be overridden");
+    throw Error(fullName + ": no such field can be overridden");
 }
 
 } // namespace sample_recorder

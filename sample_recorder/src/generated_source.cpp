@@ -20,7 +20,7 @@ GeneratedSource::GeneratedSource(const GeneratedCamera& camera, uint32_t seed, u
     : m_camera(camera), m_seed(seed), m_start(int64_t{start} * kMicrosPerSecond),
       m_end((int64_t{start} + seconds) * kMicrosPerSecond) {}
 
-void GeneratedSource::Fill(Frame& frame, uint32_t meanBytes) {
+void GeneratedSource::Fill(Frame& frame, uint32_t meanBytes) const {
     std::mt19937 random(m_seed ^ static_cast<uint32_t>(frame.pts / 1000) ^ frame.channel << 24 ^
                         frame.type << 29);
     frame.payload.resize(meanBytes / 2 + Below(random, meanBytes + 1));

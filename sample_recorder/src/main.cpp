@@ -100,9 +100,7 @@ void AddGeometry(CLI::App& command, Options& options) {
         ->capture_default_str();
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int RunProgram(int argc, char** argv) {
     CLI::App app("Makes sample recording partitions in files, as a recorder in a vehicle would write them.",
                  "diskaccess-sample");
     app.set_version_flag("--version", DISKACCESS_VERSION);
@@ -133,9 +131,17 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         app.exit(error);
         return kWrongUse;
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return RunProgram(argc, argv);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "diskaccess-sample: %s\n", error.what());
         return kFailed;
     }
-    return 0;
 }

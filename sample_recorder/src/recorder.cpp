@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace sample_recorder {
 
@@ -24,8 +25,8 @@ size_t IndexSize(const BlockContents& contents) {
 
 } // namespace
 
-Recorder::Recorder(PartitionImage& image, const RecorderSettings& settings)
-    : m_image(image), m_settings(settings) {}
+Recorder::Recorder(PartitionImage& image, RecorderSettings settings)
+    : m_image(image), m_settings(std::move(settings)) {}
 
 std::optional<uint32_t> Recorder::CurrentBlock() const {
     return m_open ? m_previousBlock : std::nullopt;
@@ -97,7 +98,7 @@ void Recorder::AddToIndex(const Frame& frame, bool indexed) {
 }
 
 void Recorder::AddToSegment(const Frame& frame) {
-    const uint32_t size = static_cast<uint32_t>(sizeof(FrameHead_t) + frame.payload.size());
+    const auto size = static_cast<uint32_t>(sizeof(FrameHead_t) + frame.payload.size());
     auto& segments = m_contents.segments.at(frame.channel);
     if (segments.empty() || frame.Seconds() > segments.back().e + kMergeGapSeconds) {
         m_contents.Segment(frame.channel, frame.Seconds(), frame.Seconds(), size, m_pos);

@@ -230,23 +230,23 @@ TEST_F(BlockIndex, ChannelThatIsNotPresentIsReadOverByTheNext) {
     EXPECT_EQ(blocks.Index(), "IFrame[3][0]  1000000001, 0\n");
 }
 
-TEST_F(BlockIndex, ShrunkenTableOfTheSameBlockIsNotReadBeyondItsEnd) {
+TEST_F(BlockIndex, TableWhoseReadFailedHoldsNothing) {
     MakeDisk();
     WriteFullBlock();
     OpenBlocks blocks(Disk());
     EXPECT_EQ(blocks->ReadBlockIndexList(1, 1), 1);
-    // Channel 3 now has one segment, and it cannot be read: the count of the earlier load stays, its second
-    // entry is gone.
+    // Channel 3 now has one segment, and it cannot be read: the count of the earlier load stays, but no
+    // entry.
     Disk().Change<BlkIndexHead_t>(Disk().IndexOffset(1), [](auto& index) { index.recSegCount[3] = 1; });
     const SystemCallLog log([](const Call& call, size_t index) {
         return call.kind == CallKind::Read && index > 8 ? Fate::Failing() : Fate();
     });
     EXPECT_EQ(PrintedWithoutLines([&] { EXPECT_EQ(blocks->ReadBlockIndexList(1, 1), -1); }),
               "ReadBlockIndexList : #, Failed\n");
-    EXPECT_EQ(blocks.Index(), "RecSeg[0][0]  1000, 1900, 0, 9000\nRecSeg[3][0]  1100, 1200, 250, 1050\n");
+    EXPECT_EQ(blocks.Index(), "RecSeg[0][0]  1000, 1900, 0, 9000\n");
 }
 
-TEST_F(BlockIndex, ShrunkenIFrameTableIsNotReadBeyondItsEnd) {
+TEST_F(BlockIndex, IFrameTableWhoseReadFailedHoldsNothing) {
     MakeDisk();
     WriteFullBlock();
     OpenBlocks blocks(Disk());
@@ -256,7 +256,22 @@ TEST_F(BlockIndex, ShrunkenIFrameTableIsNotReadBeyondItsEnd) {
         return call.kind == CallKind::Read && call.length == 16 ? Fate::Failing() : Fate();
     });
     Quietly([&] { EXPECT_EQ(blocks->ReadBlockIndexList(1, 4), -1); });
-    EXPECT_EQ(blocks.Index(), "IFrame[0][0]  1000000001, 0\nIFrame[3][0]  1000000003, 250\n");
+    EXPECT_EQ(blocks.Index(), "IFrame[3][0]  1000000003, 250\n");
+}
+
+TEST_F(BlockIndex, EventTableWhoseReadFailedHoldsNothing) {
+    MakeDisk();
+    WriteFullBlock(1);
+    WriteFullBlock(2);
+    OpenBlocks blocks(Disk());
+    EXPECT_EQ(blocks->ReadBlockIndexList(1, 2), 1);
+    {
+        const SystemCallLog log(
+            [](const Call& call, size_t) { return call.length == 48 ? Fate::Shortened(40) : Fate(); });
+        EXPECT_EQ(blocks->ReadBlockIndexList(2, 2), -1);
+    }
+    EXPECT_EQ(blocks.Index(), "");
+    EXPECT_EQ(blocks->CheckAlarmContition(0, 0x7FFFFFFF, 0), 0);
 }
 
 TEST_F(BlockIndex, FailuresOfReadsAreReportedButForEvents) {

@@ -24,7 +24,7 @@ public:
     bool Next(Frame& frame) override;
 
 private:
-    void Fill(Frame& frame, uint32_t meanBytes);
+    void Fill(Frame& frame, uint32_t meanBytes) const;
 
     GeneratedCamera m_camera;
     uint32_t m_seed;

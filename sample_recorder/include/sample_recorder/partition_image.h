@@ -128,7 +128,7 @@ public:
     /// 7; }).
     template <typename Structure, typename Edit>
     void Change(uint64_t offset, Edit edit) {
-        Structure structure = Get<Structure>(offset);
+        auto structure = Get<Structure>(offset);
         edit(structure);
         Put(offset, structure);
     }

@@ -31,7 +31,7 @@ struct RecorderSettings {
 /// ring's previous turn.
 class Recorder {
 public:
-    Recorder(PartitionImage& image, const RecorderSettings& settings);
+    Recorder(PartitionImage& image, RecorderSettings settings);
 
     /// Writes a media frame. The first one after the start, PowerOff() or CutPower() opens a block.
     void Write(const Frame& frame);

@@ -92,7 +92,7 @@ public:
     int GetBlockRecMap(unsigned int unit, int what);
 
 private:
-    struct DiskSearchState_t* m_pState;
+    struct DiskSearchState_t* m_pState = nullptr;
 };
 
 /// Intersects [@p a0, @p a1] with [@p b0, @p b1] (unsigned; touching intervals meet in one point).

@@ -192,7 +192,7 @@ public:
     int GetDateMap(CCommList<unsigned int>* list);
 
 private:
-    struct PartSearchState_t* m_pState;
+    struct PartSearchState_t* m_pState = nullptr;
 };
 
 #endif // DISK_ACCESS_SEARCH_PART_H

@@ -126,7 +126,7 @@ Report List(Session& session) {
                     {"length_seconds", "Length", Duration{all.seconds}},
                     {"size_bytes", "Size", Bytes{all.bytes}}};
     if (all.coarse != 0) {
-        report.lines.push_back(
+        report.lines.emplace_back(
             "? The block was never closed: how far its records reach is not known before they "
             "are played.");
     }

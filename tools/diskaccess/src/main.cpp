@@ -103,15 +103,10 @@ int Run(const Command& command, const Options& options) {
     } catch (const Failure& failure) {
         Complain(failure.what());
         return failure.Code();
-    } catch (const std::exception& error) {
-        Complain(error.what());
-        return kFailed;
     }
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int RunProgram(int argc, char** argv) {
     OccupyStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe shows as a failed write, which is no error
 
@@ -137,4 +132,15 @@ int main(int argc, char** argv) {
         return kWrongUse;
     }
     return result;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return RunProgram(argc, argv);
+    } catch (const std::exception& error) {
+        Complain(error.what());
+        return kFailed;
+    }
 }

@@ -54,7 +54,7 @@ void Output::Write(const std::string& text) const {
     }
 }
 
-size_t Output::TakeLibraryFailures() {
+size_t Output::TakeLibraryFailures() const {
     std::fflush(stdout);
     const off_t size = lseek(m_library, 0, SEEK_END);
     std::string messages(size < 0 ? 0 : static_cast<size_t>(size), '\0');

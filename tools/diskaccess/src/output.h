@@ -24,7 +24,7 @@ public:
 
     /// The failed reads and seeks that the library reported since the last call; shows its messages if asked
     /// for.
-    size_t TakeLibraryFailures();
+    size_t TakeLibraryFailures() const;
 
 private:
     bool m_verbose;

@@ -68,10 +68,6 @@ long TimeZone::OffsetAt(int64_t time) const {
     return Local(time).tm_gmtoff;
 }
 
-std::string TimeZone::AbbreviationAt(int64_t time) const {
-    return Local(time).tm_zone;
-}
-
 CivilTime TimeZone::ToCivil(int64_t time) const {
     const std::tm parts = Local(time);
     return {parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec};

@@ -29,8 +29,6 @@ public:
 
     /// Seconds east of UTC at an instant.
     long OffsetAt(int64_t time) const;
-    /// The zone's letters at an instant, like CET.
-    std::string AbbreviationAt(int64_t time) const;
     CivilTime ToCivil(int64_t time) const;
     /// The instant of a date and time. One that clocks skip is taken to come after the gap.
     int64_t ToTime(const CivilTime& civil, Twice twice) const;

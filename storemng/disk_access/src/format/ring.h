@@ -23,7 +23,7 @@ struct Ring {
         if (count == 0) {
             return 0;
         }
-        const uint32_t span = static_cast<uint32_t>((uint64_t{count} + to + 1 - from % count) % count);
+        const auto span = static_cast<uint32_t>((uint64_t{count} + to + 1 - from % count) % count);
         return span == 0 ? count : span;
     }
 

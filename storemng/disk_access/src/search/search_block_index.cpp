@@ -47,8 +47,11 @@ public:
         if (!table.Resize(count)) {
             return Load::NoMemory;
         }
-        const int result = ReadAt(m_dev, m_blockStart + m_offset, table.Data(), static_cast<uint32_t>(bytes));
-        return result == 0 ? Load::Done : Load::ReadFailed;
+        if (ReadAt(m_dev, m_blockStart + m_offset, table.Data(), static_cast<uint32_t>(bytes)) != 0) {
+            table.Forget(); // half of it may have been read
+            return Load::ReadFailed;
+        }
+        return Load::Done;
     }
 
 private:

@@ -19,7 +19,7 @@ int CountOf(int result) {
 
 } // namespace
 
-CSearchDisk::CSearchDisk() : m_pState(nullptr) {}
+CSearchDisk::CSearchDisk() = default;
 
 CSearchDisk::~CSearchDisk() {
     Quit();

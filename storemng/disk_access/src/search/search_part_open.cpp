@@ -61,7 +61,7 @@ uint8_t* LoadTable(dev_op_st* dev, uint32_t offset, uint32_t statedBytes, uint32
 
 } // namespace
 
-CSearchPart::CSearchPart() : m_pState(nullptr) {}
+CSearchPart::CSearchPart() = default;
 
 CSearchPart::~CSearchPart() = default;
 

@@ -1,0 +1,35 @@
+# shellcheck shell=bash disable=SC2034
+# Sourced by the other scripts: install_needed PACKAGE... installs those of Debian's packages that are missing, and
+# says so. Needs root or sudo, and only if something is missing.
+
+# What building the library and the programs takes.
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config
+  libcli11-dev libfmt-dev nlohmann-json3-dev libavformat-dev libavcodec-dev libavutil-dev)
+# What making the sample partition takes.
+SAMPLE_PACKAGES=(ffmpeg fonts-dejavu-core)
+# What the tests take besides.
+TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev tzdata)
+LINT_PACKAGES=(clang-format clang-tidy shellcheck)
+COVERAGE_PACKAGES=(gcovr)
+BENCH_PACKAGES=(libbenchmark-dev libgtest-dev)
+
+as_root() {
+  if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+install_needed() {
+  local package missing=()
+  for package in "$@"; do
+    if [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" != installed ]; then
+      missing+=("$package")
+    fi
+  done
+  [ ${#missing[@]} = 0 ] && return
+  echo "== installing Debian packages: ${missing[*]}"
+  if [ "$(id -u)" != 0 ] && ! command -v sudo >/dev/null; then
+    echo "neither root nor sudo: install them yourself with: apt-get install ${missing[*]}" >&2
+    exit 1
+  fi
+  as_root apt-get update -qq
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}

@@ -1,0 +1,329 @@
+// The sample recorder's program, and the sample partition of real video that it makes.
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "sample_recorder/field_override.h"
+#include "search/search_fixture.h"
+#include "support/run_program.h"
+
+namespace {
+
+using namespace test_support;
+using Json = nlohmann::json;
+
+ProgramResult RunSample(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), DISKACCESS_SAMPLE_PROGRAM);
+    return RunProgram(arguments);
+}
+
+Json Show(const std::string& command, const std::string& partition, std::vector<std::string> options = {}) {
+    options.insert(options.begin(), {DISKACCESS_PROGRAM, command, partition, "--utc", "--json"});
+    const ProgramResult result = RunProgram(options);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    return Json::parse(result.out);
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file) << path;
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+template <typename T>
+T At(const std::string& bytes, size_t offset) {
+    T value;
+    std::memcpy(&value, bytes.data() + offset, sizeof value);
+    return value;
+}
+
+const std::string kSample = std::string(SAMPLE_DIRECTORY) + "/sample.img";
+
+// ---- the sample partition
+
+TEST(SamplePartition, HoldsWhatTheScenarioSays) {
+    const Json info = Show("info", kSample);
+    EXPECT_EQ(info["block_count"], 16);
+    EXPECT_EQ(info["layout"], "extended");
+    EXPECT_EQ(info["bad_blocks"], 1);
+    EXPECT_EQ(info["suspect_blocks"], 1);
+    EXPECT_EQ(info["newest_closed"], false);
+    EXPECT_GT(info["oldest_block"], info["newest_block"]); // the ring has wrapped
+    ASSERT_EQ(info["channels"].size(), 4u);
+    EXPECT_EQ(info["channels"][0]["sample_rate"], 8000);
+    EXPECT_EQ(info["channels"][2]["audio_code"], 3);
+    EXPECT_EQ(info["channels"][3]["audio_code"], 0);
+    const Json days = Show("days", kSample);
+    EXPECT_EQ(days["days"], (Json{{{"date", "2026-11-18"}}, {{"date", "2026-11-20"}}}));
+    const Json events = Show("events", kSample);
+    std::map<int, int> types;
+    for (const Json& event : events["events"]) {
+        ++types[event["type"].get<int>()];
+    }
+    EXPECT_EQ(types, (std::map<int, int>{{0x1, 2}, {0x4, 2}, {0x10, 1}}));
+    EXPECT_LT(std::filesystem::file_size(kSample), 200u << 20);
+}
+
+/// The video payloads of one channel, in the order of the blocks that hold them, as far as frames follow one
+/// another.
+std::string VideoOf(const std::string& disk, uint32_t channel) {
+    const auto count = At<uint32_t>(disk, 8);
+    const auto blockSize = At<uint32_t>(disk, 12);
+    std::map<uint32_t, size_t> blocks; // by sequence number
+    for (uint32_t block = 0; block < count; ++block) {
+        const size_t start = 0x800000 + size_t{block} * blockSize;
+        if (At<uint32_t>(disk, start) == 0xAA55AA55 && At<uint32_t>(disk, start + 8) != 0) {
+            blocks[At<uint32_t>(disk, start + 8)] = start;
+        }
+    }
+    std::string video;
+    for (const auto& [sequence, start] : blocks) {
+        const int64_t opened = At<uint32_t>(disk, start + 4);
+        for (size_t at = start + 2048; At<uint32_t>(disk, at + 8) == 0xAA55AA55;
+             at += 24 + At<uint32_t>(disk, at + 20)) {
+            if (At<int64_t>(disk, at) / 1000000 < opened) {
+                break; // left over from the ring's previous turn
+            }
+            if (At<uint32_t>(disk, at + 12) <= 1 && At<uint32_t>(disk, at + 16) == channel) {
+                video.append(disk, at + 24, At<uint32_t>(disk, at + 20));
+            }
+        }
+    }
+    return video;
+}
+
+TEST(SamplePartition, VideoIsWhatTheCamerasDelivered) {
+    const std::string disk = ReadFile(kSample);
+    const char* const cameras[] = {"front", "rear", "saloon", "door"};
+    for (uint32_t channel = 0; channel < 4; ++channel) {
+        const std::string base = std::string(SAMPLE_DIRECTORY) + "/" + cameras[channel];
+        const std::string delivered = ReadFile(base + "-1.h264") + ReadFile(base + "-2.h264");
+        const std::string recorded = VideoOf(disk, channel);
+        // The ring lost the oldest video; the rest is there, to the last byte.
+        ASSERT_GT(recorded.size(), delivered.size() / 3);
+        ASSERT_LT(recorded.size(), delivered.size());
+        EXPECT_TRUE(delivered.compare(delivered.size() - recorded.size(), std::string::npos, recorded) == 0)
+            << cameras[channel];
+    }
+}
+
+// ---- the program
+
+class SampleProgram : public SearchFixture {
+protected:
+    std::string Refused(const std::vector<std::string>& arguments, int exitCode = 1) const {
+        const ProgramResult result = RunSample(arguments);
+        EXPECT_EQ(result.exitCode, exitCode);
+        EXPECT_EQ(result.out, "");
+        return result.err;
+    }
+
+    /// Writes a scenario without recordings, changed by @p edit, and records it.
+    ProgramResult Record(const std::function<void(Json&)>& edit) {
+        Json scenario = {{"partition", {{"block_count", 4}, {"block_size", 65536}}},
+                         {"cameras", {{{"channel", 0}, {"frame_rate", 10}}}}};
+        edit(scenario);
+        std::ofstream(File("scenario.json")) << scenario;
+        std::remove(File("made").c_str());
+        return RunSample({"record", File("scenario.json"), File("made")});
+    }
+};
+
+TEST_F(SampleProgram, GeneratesAPartition) {
+    const ProgramResult made =
+        RunSample({"generate", File("made"), "--blocks", "6", "--block-size", "256KiB", "--layout",
+                   "extended", "--channels", "3", "--seconds", "60", "--cut-power"});
+    EXPECT_EQ(made.exitCode, 0) << made.err;
+    const Json info = Show("info", File("made"));
+    EXPECT_EQ(info["block_count"], 6);
+    EXPECT_EQ(info["block_bytes"], 262144);
+    EXPECT_EQ(info["layout"], "extended");
+    EXPECT_EQ(info["newest_closed"], false);
+    EXPECT_EQ(info["channels"].size(), 3u);
+    const Json list = Show("list", File("made"));
+    EXPECT_GT(list["record_count"], 3);
+    // The same seed makes the same partition.
+    RunSample({"generate", File("again"), "--blocks", "6", "--block-size", "256KiB", "--layout", "extended",
+               "--channels", "3", "--seconds", "60", "--cut-power"});
+    EXPECT_TRUE(ReadFile(File("made")) == ReadFile(File("again")));
+}
+
+TEST_F(SampleProgram, MakesALargeRingInLittleSpace) {
+    const ProgramResult made =
+        RunSample({"ring", File("made"), "--blocks", "2000", "--block-size", "8MiB", "--channels", "2"});
+    EXPECT_EQ(made.exitCode, 0) << made.err;
+    struct stat status = {};
+    ASSERT_EQ(stat(File("made").c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, (2000ll + 1) * 0x800000);
+    EXPECT_LT(status.st_blocks * 512ll, 64ll << 20);
+    EXPECT_EQ(Show("list", File("made"))["record_count"], 4000);
+    EXPECT_EQ(Show("space", File("made"))["wrapped"], true);
+}
+
+TEST_F(SampleProgram, OverwritesNothing) {
+    std::ofstream(File("precious")) << "do not lose this";
+    EXPECT_EQ(Refused({"generate", File("precious")}),
+              "diskaccess-sample: " + File("precious") +
+                  ": cannot be made: File exists; remove it first, or choose "
+                  "another name\n");
+    EXPECT_EQ(ReadFile(File("precious")), "do not lose this");
+    EXPECT_NE(Refused({"ring", "/dev/null"}), "");
+}
+
+TEST_F(SampleProgram, OverridesFieldsByName) {
+    const ProgramResult made = Record([](Json& scenario) {
+        scenario["overrides"] = {
+            {{"structure", "PartHead_t"}, {"field", "Encrypt"}, {"value", 1}},
+            {{"structure", "PartHead_t"}, {"field", "EncryptMap"}, {"value", "0xF"}},
+            {{"structure", "BlockHead_t"}, {"block", 2}, {"field", "RecSeq"}, {"value", 77}},
+            {{"structure", "BlkIndexHead_t"}, {"block", 2}, {"field", "recSegCount[31]"}, {"value", 5}},
+            {{"structure", "BlockTail_t"}, {"block", 3}, {"field", "RecSeq"}, {"value", 78}}};
+    });
+    EXPECT_EQ(made.exitCode, 0) << made.err;
+    const std::string disk = ReadFile(File("made"));
+    EXPECT_EQ(At<uint32_t>(disk, 64), 1u);
+    EXPECT_EQ(At<uint32_t>(disk, 68), 0xFu);
+    EXPECT_EQ(At<uint32_t>(disk, 0x820000 + 8), 77u);
+    EXPECT_EQ(At<uint32_t>(disk, 0x82F000 + 128 + 31 * 4), 5u);
+    EXPECT_EQ(At<uint32_t>(disk, 0x83FFEC + 8), 78u);
+}
+
+TEST_F(SampleProgram, OverridesReachEveryStructure) {
+    Format format;
+    format.fmtVersion = 1;
+    PartitionImage& image = MakeDisk(format);
+    sample_recorder::OverrideField(image, 1, "BlkExtHead_t", "ExtPara", 5);
+    sample_recorder::OverrideField(image, 1, "BlockTailEx_t", "EndTime", 6);
+    sample_recorder::OverrideField(image, 1, "BlockTail_t", "CloseState", 7);
+    EXPECT_EQ(image.Get<uint32_t>(0x810000 + 844), 5u);
+    EXPECT_EQ(image.Get<uint32_t>(0x810000 + 0xFE14 + 8), 6u);
+    EXPECT_EQ(image.Get<uint32_t>(0x810000 + 0xFE00 + 4), 7u);
+}
+
+TEST_F(SampleProgram, SaysWhatIsWrongWithAScenario) {
+    const std::vector<std::pair<std::function<void(Json&)>, std::string>> cases = {
+        {[](Json& s) { s["nonsense"] = 1; }, "scenario: does not know 'nonsense'"},
+        {[](Json& s) { s["partition"]["nonsense"] = 1; }, "partition: does not know 'nonsense'"},
+        {[](Json& s) { s["partition"]["block_count"] = "many"; },
+         "partition: 'block_count' has a value of the wrong kind"},
+        {[](Json& s) { s["partition"]["layout"] = "odd"; }, "partition: 'layout' must be normal or extended"},
+        {[](Json& s) { s["partition"] = 5; }, "partition: must be an object"},
+        {[](Json& s) { s["partition"]["block_size"] = 100; },
+         "a partition needs at least one block, and blocks that hold their own head and index"},
+        {[](Json& s) { s["cameras"][0]["channel"] = 32; },
+         "cameras: a channel is 0 to 31, a frame rate 1 to 255, an audio frame not empty"},
+        {[](Json& s) { s["cameras"][0].erase("frame_rate"); }, "cameras: needs 'frame_rate'"},
+        {[](Json& s) {
+             s["recordings"] = {{{"start", "now"}, {"seconds", 5}}};
+         },
+         "recordings: 'start' must be a time like 2026-11-18T07:58:00Z"},
+        {[](Json& s) {
+             s["recordings"] = {{{"start", "2026-11-18T07:58:00Z"}, {"seconds", 5}, {"end", "bang"}}};
+         },
+         "recordings: 'end' must be power_off, power_cut or power_cut_after_index"},
+        {[](Json& s) {
+             s["recordings"] = {{{"start", "2026-11-18T07:58:00Z"},
+                                 {"seconds", 5},
+                                 {"clips", {{{"channel", 3}, {"video", "x.h264"}}}}}};
+         },
+         "clips: channel 3 is not among the cameras"},
+        {[](Json& s) {
+             s["events"] = {{{"time", "2026-11-18T07:58:00Z"}, {"type", "0xg"}}};
+         },
+         "events: 'type' must be a number like 12 or \"0x800\""},
+        {[](Json& s) { s["bad_blocks"] = {4}; }, "there is no block 4 in a ring of 4"},
+        {[](Json& s) {
+             s["suspect_blocks"] = {{{"block", 9}, {"count", 1}}};
+         },
+         "there is no block 9 in a ring of 4"},
+        {[](Json& s) {
+             s["overrides"] = {{{"structure", "BlockHead_t"}, {"field", "Nothing"}, {"value", 1}}};
+         },
+         "BlockHead_t.Nothing: no such field can be overridden"},
+        {[](Json& s) {
+             s["overrides"] = {{{"structure", "BlkIndexHead_t"}, {"field", "iframeCount[32]"}, {"value", 1}}};
+         },
+         "BlkIndexHead_t.iframeCount[32]: give an index from 0 to 31 in brackets"},
+        {[](Json& s) {
+             s["overrides"] = {{{"structure", "BlkIndexHead_t"}, {"field", "iframeCount[x]"}, {"value", 1}}};
+         },
+         "BlkIndexHead_t.iframeCount[x]: give an index from 0 to 31 in brackets"},
+        {[](Json& s) {
+             s["overrides"] = {
+                 {{"structure", "BlockHead_t"}, {"block", 4}, {"field", "RecSeq"}, {"value", 1}}};
+         },
+         "there is no block 4 to override a field of"},
+        {[](Json& s) {
+             s["overrides"] = {{{"structure", "BlockHead_t"}, {"field", "RecSeq"}, {"value", 4294967296}}};
+         },
+         "overrides: 'value' must fit 32 bits"},
+    };
+    for (const auto& [edit, line] : cases) {
+        const ProgramResult result = Record(edit);
+        EXPECT_EQ(result.exitCode, 1) << line;
+        EXPECT_EQ(result.err, "diskaccess-sample: " + line + "\n");
+    }
+}
+
+TEST_F(SampleProgram, SaysWhatIsWrongWithMedia) {
+    std::ofstream(File("text.h264")) << "this is no video";
+    const auto with = [](const std::string& video, const std::string& audio) {
+        return [=](Json& s) {
+            s["recordings"] = {{{"start", "2026-11-18T07:58:00Z"},
+                                {"seconds", 5},
+                                {"clips", {{{"channel", 0}, {"video", video}, {"audio", audio}}}}}};
+        };
+    };
+    const std::string front = std::string(SAMPLE_DIRECTORY).substr(1) + "/front-1";
+    const std::string up = "../../../../../../../../../../";
+    EXPECT_NE(Record(with("missing.h264", "")).err.find("missing.h264: cannot be opened: No such file"),
+              std::string::npos);
+    EXPECT_EQ(Record(with("text.h264", "")).exitCode, 1);
+    EXPECT_NE(Record(with(up + front + ".wav", "")).err.find("holds no video"), std::string::npos);
+    EXPECT_NE(Record(with(up + front + ".h264", up + front + ".h264")).err.find("holds no audio"),
+              std::string::npos);
+    // Good ones are repeated for as long as a recording lasts.
+    const ProgramResult made = Record([&](Json& s) {
+        with(up + front + ".h264", up + front + ".wav")(s);
+        s["partition"]["block_count"] = 40;
+        s["partition"]["block_size"] = 4 << 20;
+        s["recordings"][0]["seconds"] = 300;
+    });
+    EXPECT_EQ(made.exitCode, 0) << made.err;
+    const Json units = Show("units", File("made"))["units"];
+    EXPECT_EQ(units[0]["start"], "2026-11-18T07:58:00Z");
+    Json last;
+    for (const Json& unit : units) {
+        last = unit["state"] == "closed" ? unit : last;
+    }
+    EXPECT_EQ(last["end"], "2026-11-18T08:02:59Z");
+}
+
+TEST_F(SampleProgram, WrongUseEndsWithTwo) {
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{},
+                                               {"record"},
+                                               {"record", "scenario.json"},
+                                               {"generate"},
+                                               {"generate", File("made"), "--blocks", "0"},
+                                               {"generate", File("made"), "--layout", "odd"},
+                                               {"generate", File("made"), "--channels", "33"},
+                                               {"ring", File("made"), "--block-size", "1"},
+                                               {"nonsense"}}) {
+        EXPECT_NE(Refused(arguments, 2), "");
+    }
+    EXPECT_EQ(Refused({"record", "/nonexistent.json", File("made")}),
+              "diskaccess-sample: /nonexistent.json: cannot be read\n");
+    std::ofstream(File("broken.json")) << "{ \"partition\": ";
+    EXPECT_NE(Refused({"record", File("broken.json"), File("made")}).find("broken.json: is not JSON at byte"),
+              std::string::npos);
+    EXPECT_EQ(RunSample({"--help"}).exitCode, 0);
+    EXPECT_EQ(RunSample({"--version"}).exitCode, 0);
+}
+
+} // namespace
