@@ -1,7 +1,7 @@
 #include <limits>
 
 #include "commands.h"
-#include "found_events.h"
+#include "findings.h"
 
 namespace diskaccess {
 

@@ -4,7 +4,7 @@
 #include <map>
 
 #include "commands.h"
-#include "found_events.h"
+#include "findings.h"
 
 namespace diskaccess {
 
@@ -28,31 +28,6 @@ struct Total {
         }
     }
 };
-
-/// The channel argument of a search: one channel, or all of them.
-uint32_t SearchedChannel(uint32_t set) {
-    for (uint32_t chn = 0; chn < 32; ++chn) {
-        if (set == 1u << chn) {
-            return chn;
-        }
-    }
-    return 0xFFFFFFFF;
-}
-
-/// Cuts off what lies before the range: the search may have begun earlier. Coarse records are left as they
-/// are.
-/// @return false when nothing worth a line is left
-bool ClipStart(RecordItem_t& record, uint32_t first) {
-    if (record.flag == 1 || record.startTime >= first) {
-        return true;
-    }
-    if (record.endTime <= first + 1) {
-        return false;
-    }
-    record.size = (record.endTime - first) * (record.size / (record.endTime - record.startTime));
-    record.startTime = first;
-    return true;
-}
 
 std::vector<Value> Row(const Session& session, const RecordItem_t& record, uint64_t alarms) {
     const bool coarse = record.flag == 1;
@@ -87,14 +62,8 @@ Table ChannelTotals(const std::map<uint32_t, Total>& channels) {
 } // namespace
 
 Report List(Session& session) {
-    const Range range = session.WantedRange();
-    const uint32_t wanted = session.WantedChannels();
-    const auto alarms = session.WantedAlarms();
-    SearchParam_t request = {alarms.value_or(0), session.Disk().SafeSearchStart(range.first),
-                             range.endOfMedia, SearchedChannel(wanted)};
-    CCommList<RecordItem_t> found;
-    session.Search().SearchMedia(&request, &found);
     // A plain search does not look at events, and one around alarms gives back the mask it was asked for.
+    const auto alarms = session.WantedAlarms();
     const AlarmTags tags(session, FindEvents(session, alarms.value_or(std::numeric_limits<uint64_t>::max())),
                          alarms.has_value());
 
@@ -111,14 +80,10 @@ Report List(Session& session) {
                      {}};
     Total all;
     std::map<uint32_t, Total> channels;
-    for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
-        RecordItem_t record = node->data;
-        const bool wantedChannel = record.chn < 32 && (wanted >> record.chn & 1) != 0;
-        if (wantedChannel && ClipStart(record, range.first)) {
-            records.rows.push_back(Row(session, record, tags.TypesOf(record.startTime, record.endTime)));
-            channels[record.chn].Add(record);
-            all.Add(record);
-        }
+    for (const RecordItem_t& record : FindRecords(session, tags)) {
+        records.rows.push_back(Row(session, record, tags.TypesOf(record.startTime, record.endTime)));
+        channels[record.chn].Add(record);
+        all.Add(record);
     }
     Report report;
     report.tables = {std::move(records), ChannelTotals(channels)};

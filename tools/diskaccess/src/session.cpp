@@ -138,6 +138,11 @@ std::optional<uint64_t> Session::WantedAlarms() const {
     throw WrongUse("--alarm: '" + text + "' is no set of event types; give a mask like 0x5, or all");
 }
 
+bool Session::ReadsFailed() {
+    m_readsFailed = m_output.TakeLibraryFailures() != 0 || m_readsFailed;
+    return m_readsFailed;
+}
+
 void Session::Note(const std::string& line, ExitCode code) {
     Complain(line);
     // A failure outweighs a loss.
@@ -162,10 +167,11 @@ void Session::NoteMissingBlocks() {
 void Session::NoteUnreadableBlocks() {
     const std::vector<uint32_t> blocks = m_partition.UnreadableBlocks();
     if (!blocks.empty()) {
-        Note(fmt::format("{}: cannot be read everywhere: block{} {} {} missing from this list; the disk may "
-                         "be failing",
-                         m_options.partition, blocks.size() == 1 ? "" : "s", BlockNumbers(blocks),
-                         blocks.size() == 1 ? "is" : "are"),
+        Note(fmt::format(
+                 "{}: cannot be read everywhere: what block{} {} hold{} may be missing here; the disk may be "
+                 "failing",
+                 m_options.partition, blocks.size() == 1 ? "" : "s", BlockNumbers(blocks),
+                 blocks.size() == 1 ? "s" : ""),
              kDataLost);
     }
     m_output.TakeLibraryFailures();
@@ -175,7 +181,7 @@ ExitCode Session::Finish(Report report) {
     report.command = m_command;
     report.partition = Printable(m_options.partition);
     m_output.Write(Render(report, m_options.format, m_zone));
-    const bool readsFailed = m_output.TakeLibraryFailures() != 0;
+    const bool readsFailed = ReadsFailed();
     NoteMissingBlocks();
     if (readsFailed) {
         NoteUnreadableBlocks();

@@ -63,6 +63,9 @@ public:
     /// The event types asked for; nothing without.
     std::optional<uint64_t> WantedAlarms() const;
 
+    /// Whether the library has failed to read the disk anywhere so far.
+    bool ReadsFailed();
+
     /// Says on standard error what is missing from the answer.
     void Note(const std::string& line, ExitCode code);
 
@@ -81,6 +84,7 @@ private:
     Output m_output;
     Partition m_partition;
     int64_t m_now;
+    bool m_readsFailed = false;
     ExitCode m_code = kDone;
 };
 

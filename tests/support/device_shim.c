@@ -1,19 +1,25 @@
-/* Preloaded into a program under test: writes the flags of every open() of a file whose path contains
-   $OPEN_WATCH_NAME to the file $OPEN_WATCH_LOG, one "PATH FLAGS" line each. */
+/* Preloaded into a program under test.
+
+   Writes every open() of a file whose path contains $SHIM_WATCH to the file $SHIM_LOG, one line "PATH FLAGS" each.
+   Makes every read() fail that touches bytes $SHIM_BAD_FROM to $SHIM_BAD_TO of the file $SHIM_BAD_FILE, as a worn disk
+   would. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 typedef int (*open_function)(const char*, int, ...);
+typedef ssize_t (*read_function)(int, void*, size_t);
 
 static void note(const char* path, int flags) {
-    const char* const name = getenv("OPEN_WATCH_NAME");
-    const char* const log = getenv("OPEN_WATCH_LOG");
+    const char* const name = getenv("SHIM_WATCH");
+    const char* const log = getenv("SHIM_LOG");
     if (name != NULL && log != NULL && strstr(path, name) != NULL) {
         char line[4096];
         const int length = snprintf(line, sizeof line, "%s %d\n", path, flags);
@@ -48,4 +54,25 @@ int open64(const char* path, int flags, ...) {
     const int fd = pass_on("open64", path, flags, arguments);
     va_end(arguments);
     return fd;
+}
+
+static int touches_bad_bytes(int fd, size_t size) {
+    const char* const name = getenv("SHIM_BAD_FILE");
+    const char* const from = getenv("SHIM_BAD_FROM");
+    const char* const to = getenv("SHIM_BAD_TO");
+    struct stat bad, own;
+    if (name == NULL || from == NULL || to == NULL || stat(name, &bad) != 0 || fstat(fd, &own) != 0 ||
+        bad.st_ino != own.st_ino || bad.st_dev != own.st_dev) {
+        return 0;
+    }
+    const long long position = lseek(fd, 0, SEEK_CUR);
+    return position < atoll(to) && position + (long long)size > atoll(from);
+}
+
+ssize_t read(int fd, void* data, size_t size) {
+    if (touches_bad_bytes(fd, size)) {
+        errno = EIO;
+        return -1;
+    }
+    return ((read_function)dlsym(RTLD_NEXT, "read"))(fd, data, size);
 }

@@ -1,5 +1,8 @@
-#ifndef DISKACCESS_FOUND_EVENTS_H
-#define DISKACCESS_FOUND_EVENTS_H
+#ifndef DISKACCESS_FINDINGS_H
+#define DISKACCESS_FINDINGS_H
+
+/// @file findings.h
+/// What the user asked for, found: the library's searches, made to miss nothing that can still be read.
 
 #include <cstdint>
 #include <vector>
@@ -32,6 +35,13 @@ private:
     int64_t m_longest = 0;
 };
 
+/// The records of the range and channels asked for, cut to the range; with alarms asked for, only those
+/// around them.
+///
+/// A search ends at the first block that cannot be read. Where reads failed, every block is asked by itself
+/// instead, and what was recorded around alarms then comes uncut.
+std::vector<RecordItem_t> FindRecords(Session& session, const AlarmTags& tags);
+
 } // namespace diskaccess
 
-#endif // DISKACCESS_FOUND_EVENTS_H
+#endif // DISKACCESS_FINDINGS_H
