@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -32,7 +32,9 @@ Json Show(const std::string& command, const std::string& partition, std::vector<
 std::string ReadFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file) << path;
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::string contents(std::filesystem::file_size(path), '\0');
+    file.read(contents.data(), static_cast<std::streamsize>(contents.size()));
+    return contents;
 }
 
 template <typename T>
