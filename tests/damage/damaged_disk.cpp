@@ -81,7 +81,7 @@ DamagedDisk::DamagedDisk(uint32_t fmtVersion)
     }
     for (const auto& [start, end] :
          {std::pair<uint64_t, uint64_t>{0, kTablesEnd}, {BLOCK_BASE_OFFSET, m_size}}) {
-        std::vector<uint8_t> bytes(end - start);
+        std::vector<uint8_t> bytes(static_cast<size_t>(end - start));
         m_image.Read(start, bytes.data(), bytes.size());
         m_pristine.emplace_back(start, std::move(bytes));
     }
@@ -158,7 +158,7 @@ void DamagedDisk::FillArea() {
     const uint64_t wanted = uint64_t{1} << Random(14);
     const uint64_t size = start < m_end ? std::min(wanted, m_end - start) : 0;
     const uint8_t fill = Random(2) == 0 ? 0x00 : 0xFF;
-    const std::vector<uint8_t> bytes(size, fill);
+    const std::vector<uint8_t> bytes(static_cast<size_t>(size), fill);
     m_image.Write(start, bytes.data(), bytes.size());
     m_story +=
         std::to_string(size) + " bytes of " + std::to_string(fill) + " from " + std::to_string(start) + "; ";
