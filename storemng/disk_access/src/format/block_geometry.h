@@ -53,6 +53,27 @@ struct BlockGeometry {
 /// Device offset of the extended head within its block: it follows the head directly.
 constexpr uint32_t kExtHeadStart = sizeof(BlockHead_t);
 
+/// Blocks that begin inside a device of @p deviceSize bytes; none if blocks cannot hold their own areas.
+constexpr uint32_t BlocksInside(const BlockGeometry& geometry, uint64_t deviceSize) {
+    if (!geometry.HoldsBlock() || deviceSize <= BLOCK_BASE_OFFSET) {
+        return 0;
+    }
+    const uint64_t inside = (deviceSize - BLOCK_BASE_OFFSET + geometry.blkSize - 1) / geometry.blkSize;
+    return inside > 0xFFFFFFFF ? 0xFFFFFFFF : static_cast<uint32_t>(inside);
+}
+
+/// Blocks that record and event ids can name: no recorder makes a larger ring.
+constexpr uint32_t kBlocksOfIds = 0x10000;
+
+/// The blocks of a ring of @p blkCount that are worth looking at. A head may state more than begin inside the
+/// device: a copy that was cut off, whose missing blocks fail one by one as they are read; or a forgery of
+/// billions, of which only as many are believed in as ids can name.
+constexpr uint32_t CredibleBlocks(uint32_t blkCount, const BlockGeometry& geometry, uint64_t deviceSize) {
+    const uint32_t inside = BlocksInside(geometry, deviceSize);
+    const uint32_t most = inside > kBlocksOfIds ? inside : kBlocksOfIds;
+    return blkCount < most ? blkCount : most;
+}
+
 } // namespace disk_access
 
 #endif // DISK_ACCESS_FORMAT_BLOCK_GEOMETRY_H

@@ -20,6 +20,16 @@ constexpr uint32_t BlockOfId(uint32_t id) {
     return id >> 16;
 }
 
+/// The channel that a record id names: up to 127, though channels end at 31.
+constexpr uint32_t ChannelOfId(uint32_t recId) {
+    return recId >> 9 & 0x7F;
+}
+
+/// The segment that a record id names, an entry of its channel's record-segment table.
+constexpr uint32_t SegmentOfId(uint32_t recId) {
+    return recId & 0x1FF;
+}
+
 } // namespace disk_access
 
 #endif // DISK_ACCESS_FORMAT_IDS_H

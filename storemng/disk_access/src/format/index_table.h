@@ -40,6 +40,13 @@ public:
     /// Lets go of what is held, but not of the memory.
     void Forget() { m_held = 0; }
 
+    /// Lets go of the memory too.
+    void Release() {
+        std::free(m_entries);
+        m_entries = nullptr;
+        m_held = 0;
+    }
+
     /// Whether the table was ever given memory.
     bool Allocated() const { return m_entries != nullptr; }
 
@@ -49,6 +56,7 @@ public:
     Entry* Data() { return m_entries; }
     /// A copy of an entry: entries lie as on the disk, 64-bit fields unaligned.
     Entry At(uint32_t index) const { return m_entries[index]; }
+    void Put(uint32_t index, const Entry& entry) { m_entries[index] = entry; }
 
 private:
     Entry* m_entries = nullptr;

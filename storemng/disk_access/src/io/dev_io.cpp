@@ -30,6 +30,22 @@ int ReadAt(dev_op_st* dev, uint64_t offset, void* buf, uint32_t len) {
     return dev_seek(dev, static_cast<long long>(offset)) == 0 ? dev_read(dev, buf, len) : -1;
 }
 
+uint8_t* LoadTable(dev_op_st* dev, uint32_t offset, uint32_t statedBytes, uint32_t bytes,
+                   uint64_t deviceSize) {
+    if (uint64_t{offset} + statedBytes > deviceSize) {
+        return nullptr;
+    }
+    auto* const table = static_cast<uint8_t*>(std::malloc(bytes == 0 ? 1 : bytes));
+    if (table == nullptr) {
+        return nullptr;
+    }
+    if (ReadAt(dev, offset, table, bytes) != 0) {
+        std::free(table);
+        return nullptr;
+    }
+    return table;
+}
+
 } // namespace disk_access
 
 dev_op_st* dev_open(PartAccess_t* part) {

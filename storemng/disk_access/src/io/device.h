@@ -18,6 +18,12 @@ uint64_t DeviceSize(dev_op_st* dev);
 /// @return 0 or -1
 int ReadAt(dev_op_st* dev, uint64_t offset, void* buf, uint32_t len);
 
+/// Loads the first @p bytes bytes of a table of @p statedBytes bytes. A table that would reach beyond the
+/// device cannot be read, so it gets no memory.
+/// @return the table, to be freed by the caller, or null
+uint8_t* LoadTable(dev_op_st* dev, uint32_t offset, uint32_t statedBytes, uint32_t bytes,
+                   uint64_t deviceSize);
+
 } // namespace disk_access
 
 #endif // DISK_ACCESS_IO_DEVICE_H

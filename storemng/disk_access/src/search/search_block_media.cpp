@@ -138,7 +138,7 @@ int CSearchBlock::GetEventList(unsigned int block, long start, long end, long lo
     if (ReadBlockIndexList(block, 2) != 1) {
         return -1;
     }
-    if (!m_pCache->eventTab.Allocated() || m_pCache->eventCount == 0) {
+    if (!m_pCache->eventTab.Allocated() || m_pCache->counts.eventCount == 0) {
         return -1;
     }
     return AddEvents(*m_pCache, block, span, alarmMask, list);

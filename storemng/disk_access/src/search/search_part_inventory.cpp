@@ -72,7 +72,7 @@ int CSearchPart::GetBadUnitList(CCommList<UnitItem_t>* list) {
     // Without tables every block is bad; those that do not even begin inside the device need no mention.
     const uint32_t count =
         tables ? m_pState->RingCount
-               : std::min(m_pState->BlkCount, BlocksInside(*m_pState, DeviceSize(m_pState->dev)));
+               : std::min(m_pState->BlkCount, BlocksInside(m_pState->Geometry(), DeviceSize(m_pState->dev)));
     int appended = 0;
     for (uint32_t block = 0; block < count; ++block) {
         BlockHead_t head = {};

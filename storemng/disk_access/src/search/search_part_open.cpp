@@ -2,7 +2,6 @@
 
 #include "search_part.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -15,48 +14,11 @@
 
 using namespace disk_access;
 
-uint32_t disk_access::BlocksInside(const PartSearchState_t& state, uint64_t deviceSize) {
-    if (!state.HasBlocks() || deviceSize <= BLOCK_BASE_OFFSET) {
-        return 0;
-    }
-    const uint64_t inside = (deviceSize - BLOCK_BASE_OFFSET + state.BlkSize - 1) / state.BlkSize;
-    return static_cast<uint32_t>(std::min<uint64_t>(inside, 0xFFFFFFFF));
-}
-
 namespace {
 
 /// Reads and checks the partition head from the start of a device just opened.
 bool ReadPartHead(dev_op_st* dev, int diskType, PartHead_t& head) {
     return dev_read(dev, &head, sizeof head) == 0 && head.FormatFlag == ExpectedMagic(diskType);
-}
-
-/// Blocks that record and event ids can name: no recorder makes a larger ring.
-constexpr uint32_t kBlocksOfIds = 0x10000;
-
-/// The blocks of the ring that are worth looking at. A head may state more than begin inside the device: a
-/// copy that was cut off, whose missing blocks fail one by one as they are read; or a forgery of billions, of
-/// which only as many are believed in as ids can name.
-uint32_t CredibleBlocks(const PartSearchState_t& state, uint64_t deviceSize) {
-    return std::min(state.BlkCount, std::max(BlocksInside(state, deviceSize), kBlocksOfIds));
-}
-
-/// Loads the first @p bytes bytes of a table of @p statedBytes bytes. A table that would reach beyond the
-/// device cannot be read, so it gets no memory.
-/// @return the table, to be freed by the caller, or null
-uint8_t* LoadTable(dev_op_st* dev, uint32_t offset, uint32_t statedBytes, uint32_t bytes,
-                   uint64_t deviceSize) {
-    if (uint64_t{offset} + statedBytes > deviceSize) {
-        return nullptr;
-    }
-    auto* const table = static_cast<uint8_t*>(std::malloc(bytes == 0 ? 1 : bytes));
-    if (table == nullptr) {
-        return nullptr;
-    }
-    if (ReadAt(dev, offset, table, bytes) != 0) {
-        std::free(table);
-        return nullptr;
-    }
-    return table;
 }
 
 } // namespace
@@ -125,7 +87,7 @@ int CSearchPart::GetBadBlockTab() {
     }
     const uint64_t deviceSize = DeviceSize(m_pState->dev);
     const uint32_t stated = m_pState->BlkCount;
-    const uint32_t blocks = CredibleBlocks(*m_pState, deviceSize);
+    const uint32_t blocks = CredibleBlocks(stated, m_pState->Geometry(), deviceSize);
     uint8_t* const bits = LoadTable(m_pState->dev, m_pState->BBTabOffs, BadBlockTabSize(stated),
                                     BadBlockTabSize(blocks), deviceSize);
     if (bits == nullptr) {

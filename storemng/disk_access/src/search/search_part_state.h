@@ -31,15 +31,14 @@ struct PartSearchState_t {
 
     /// Whether there is any block to look at: a forged head may state no blocks, or blocks too small to hold
     /// their own head and index.
-    bool HasBlocks() const {
-        return BlkCount != 0 && disk_access::BlockGeometry::Of(BlkSize, FmtVersion).HoldsBlock();
+    bool HasBlocks() const { return BlkCount != 0 && Geometry().HoldsBlock(); }
+
+    disk_access::BlockGeometry Geometry() const {
+        return disk_access::BlockGeometry::Of(BlkSize, FmtVersion);
     }
 };
 
 namespace disk_access {
-
-/// Blocks that begin inside a device of @p deviceSize bytes; none if blocks cannot hold their own areas.
-uint32_t BlocksInside(const PartSearchState_t& state, uint64_t deviceSize);
 
 /// Counts the blocks from @p start forwards to the newest and prints how many there are, under an operation's
 /// name.

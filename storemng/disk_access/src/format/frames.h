@@ -1,0 +1,33 @@
+#ifndef DISK_ACCESS_FORMAT_FRAMES_H
+#define DISK_ACCESS_FORMAT_FRAMES_H
+
+#include <cstdint>
+
+#include "disk_format.h"
+#include "play_records.h"
+
+namespace disk_access {
+
+/// Frame types that a reader tells apart.
+constexpr uint32_t kIFrame = 1;
+constexpr uint32_t kEventFrame = 4;
+
+/// Whether a frame is video or audio: media times place a recording, those of other frames say nothing.
+constexpr bool IsMedia(uint32_t type) {
+    return type <= 2;
+}
+
+/// Bytes from a frame's head to the next one's. In 64 bits: a forged length may lie near 2^32, and a sum that
+/// wrapped would stay in place or jump back.
+constexpr uint64_t FrameSpan(const FrameHead_t& head) {
+    return sizeof(FrameHead_t) + uint64_t{head.len};
+}
+
+/// A frame as callers get it.
+inline FrameInfo_t InfoOf(const FrameHead_t& head) {
+    return {static_cast<uint64_t>(head.pts), head.type, head.chn, head.len};
+}
+
+} // namespace disk_access
+
+#endif // DISK_ACCESS_FORMAT_FRAMES_H

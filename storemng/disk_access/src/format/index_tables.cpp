@@ -1,0 +1,73 @@
+#include "format/index_tables.h"
+
+#include <cstdlib>
+
+#include "format/frames.h"
+#include "format/times.h"
+
+namespace disk_access {
+
+namespace {
+
+/// A pause of this many seconds ends a record segment, forwards or, after the clock was set, backwards.
+constexpr int64_t kMergeGap = 16;
+
+/// What a frame adds to its segment's bytes besides its payload. The recorder counts 20 bytes for a head that
+/// takes 24 on the disk; a rebuilt index must be the one that the recorder would have written.
+constexpr uint32_t kHeadBytesInSegment = 20;
+
+/// Appends an entry behind those held, and counts it.
+template <typename Entry>
+void Append(IndexTable<Entry>& table, uint32_t& count, const Entry& entry) {
+    const uint32_t held = table.Held(count);
+    if (table.Resize(held + 1)) {
+        table.Put(held, entry);
+        count = held + 1;
+    }
+}
+
+} // namespace
+
+void IndexTables::ReleaseTables() {
+    for (uint32_t chn = 0; chn < kChannels; ++chn) {
+        iframeTab[chn].Release();
+        recSegTab[chn].Release();
+    }
+    eventTab.Release();
+}
+
+void IndexTables::AddFrame(const FrameInfo_t& frame, uint32_t pos, const EventHead_t* eventHead) {
+    if (frame.chn >= kChannels) {
+        return;
+    }
+    const auto pts = static_cast<int64_t>(frame.pts);
+    if (frame.type == kIFrame) {
+        Append(iframeTab[frame.chn], counts.iframeCount[frame.chn], IFrameItem_t{pts, pos, 0});
+    }
+    if (frame.type == kEventFrame && eventHead != nullptr && eventHead->Indexed == 1) {
+        Append(eventTab, counts.eventCount, EventIndexItem_t{eventHead->type, pts, pos, 0});
+    }
+    if (IsMedia(frame.type)) {
+        AddToSegments(frame, pos);
+    }
+}
+
+void IndexTables::AddToSegments(const FrameInfo_t& frame, uint32_t pos) {
+    IndexTable<RecSegItem_t>& segments = recSegTab[frame.chn];
+    const auto time = static_cast<uint32_t>(SecondsOf(static_cast<int64_t>(frame.pts)));
+    const uint32_t bytes = frame.len + kHeadBytesInSegment;
+    const uint32_t held = Segments(frame.chn);
+    if (held != 0) {
+        RecSegItem_t last = segments.At(held - 1);
+        if (std::abs(int64_t{Signed(time - last.e)}) < kMergeGap) {
+            last.e = time;
+            last.epos = pos + bytes;
+            last.totalsize += bytes;
+            segments.Put(held - 1, last);
+            return;
+        }
+    }
+    Append(segments, counts.recSegCount[frame.chn], RecSegItem_t{time, time, pos, pos + bytes, bytes});
+}
+
+} // namespace disk_access

@@ -1,0 +1,114 @@
+// CReadBlock: the index tables, loaded from the index area or rebuilt from the frames.
+
+#include <cstdint>
+
+#include "format/frames.h"
+#include "format/index_loader.h"
+#include "format/times.h"
+#include "playback/read_block_state.h"
+#include "read_block.h"
+
+using namespace disk_access;
+
+namespace {
+
+/// A media frame this many seconds older than the block, or than the newest frame before it, is left over from
+/// the ring's previous turn.
+constexpr uint32_t kStaleSeconds = 30;
+
+/// The recorder finished the block: its tail, or else its extended tail, bears the head's number.
+bool Complete(const BlkReadState_st& state) {
+    return state.blockHead.RecSeq == state.blockTail.RecSeq ||
+           state.blockHead.RecSeq == state.blockTailEx.RecSeq;
+}
+
+bool IsStale(const BlkReadState_st& state, const FrameHead_t& head) {
+    const uint32_t latest = static_cast<uint32_t>(SecondsOf(head.pts)) + kStaleSeconds;
+    return IsMedia(head.type) && (latest < state.blockHead.RecTime || latest < state.blockTail.EndTime);
+}
+
+} // namespace
+
+int CReadBlock::GetBlockIndex(int rebuild) {
+    if (m_pState == nullptr || m_pState->blockHead.ValidFlag != BLOCK_MAGIC ||
+        m_pState->blockHead.RecSeq == 0) {
+        return -1;
+    }
+    if (Complete(*m_pState)) {
+        return ReadBlockIndex();
+    }
+    if (rebuild == 1) {
+        RebuiltBlockIndex();
+    }
+    return 0;
+}
+
+int CReadBlock::ReadBlockIndex() {
+    if (m_pState == nullptr) {
+        return -1;
+    }
+    IndexTables& index = m_pState->index;
+    BlkIndexHead_t head = {};
+    if (ReadInBlock(m_pState->blkOp, m_pState->geometry.IndexAreaStart(), &head, sizeof head) != 0) {
+        index.ReleaseTables();
+        return -1;
+    }
+    index.counts = head;
+    const auto readBlock = [this](uint64_t offset, void* buf, uint32_t len) {
+        return ReadInBlock(m_pState->blkOp, offset, buf, len);
+    };
+    const uint32_t present = m_pState->blockHead.media_chn_bitmap;
+    IndexLoader loader(readBlock, m_pState->geometry);
+    Load load =
+        loader.ChannelTables(present, head.iframeCount, true, index.iframeTab, index.counts.iframeCount);
+    if (load == Load::Done) {
+        load =
+            loader.ChannelTables(present, head.recSegCount, true, index.recSegTab, index.counts.recSegCount);
+    }
+    if (load == Load::Done && head.eventCount != 0) {
+        load = loader.Table(index.eventTab, head.eventCount);
+    }
+    if (load != Load::Done) {
+        index.ReleaseTables();
+        return -1;
+    }
+    return 0;
+}
+
+int CReadBlock::RebuiltBlockIndex() {
+    if (m_pState == nullptr) {
+        return -1;
+    }
+    // The tail was never written for this recording; its end time now follows the newest frame seen.
+    m_pState->blockTail = {};
+    uint64_t pos = 0;
+    for (;;) {
+        const uint64_t position = m_pState->geometry.headAreaSize + pos;
+        FrameHead_t head = {};
+        // There is no other end to frames that fill the block: the walk stops where the window does.
+        if (ReadInBlock(m_pState->blkOp, position, &head, sizeof head) != 0) {
+            return -1;
+        }
+        if (head.sync != BLOCK_MAGIC || head.chn >= kChannels || IsStale(*m_pState, head)) {
+            return 0;
+        }
+        FrameInfo_t info = InfoOf(head);
+        EventHead_t event = {};
+        if (info.type == kEventFrame && block_read(m_pState->blkOp, &event, sizeof event) != 0) {
+            return -1;
+        }
+        RefreshBlockIndex(&info, static_cast<uint32_t>(pos), &event);
+        pos += FrameSpan(head);
+    }
+}
+
+int CReadBlock::RefreshBlockIndex(FrameInfo_t* frame, unsigned int offs, EventHead_t* eventHead) {
+    if (m_pState == nullptr || frame == nullptr) {
+        return -1;
+    }
+    m_pState->index.AddFrame(*frame, offs, eventHead);
+    if (IsMedia(frame->type) && frame->chn < kChannels) {
+        m_pState->blockTail.EndTime = static_cast<uint32_t>(SecondsOf(static_cast<int64_t>(frame->pts)));
+    }
+    return 0;
+}

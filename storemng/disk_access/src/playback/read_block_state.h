@@ -1,0 +1,52 @@
+#ifndef DISK_ACCESS_PLAYBACK_READ_BLOCK_STATE_H
+#define DISK_ACCESS_PLAYBACK_READ_BLOCK_STATE_H
+
+#include <cstdint>
+
+#include "dev_io.h"
+#include "disk_format.h"
+#include "format/block_geometry.h"
+#include "format/channels.h"
+#include "format/index_tables.h"
+
+/// Where reading stands, and what of the block is wanted. All zero when the block was opened: the window then
+/// ends at second 0, and nothing but a seek opens it.
+struct ReadCursor_st {
+    uint32_t allChn;                            ///< nonzero: every channel; zero: that of recId
+    uint32_t recId;                             ///< the record being played
+    uint32_t readOffs;                          ///< frame offset of the next frame to read
+    uint32_t iframePosValid;                    ///< nonzero: iframePos belongs to the read position
+    uint32_t iframePos[disk_access::kChannels]; ///< per channel: entry of its I-frame table, or kNoIFrame
+    uint32_t winStart;                          ///< first second wanted
+    uint32_t winEnd;                            ///< last second wanted
+    uint32_t winOffs;                           ///< lowest frame offset that may be read
+};
+
+/// A block open for reading.
+struct BlkReadState_st {
+    bolck_op_st* blkOp = nullptr; ///< null until the window is open
+    disk_access::BlockGeometry geometry = {};
+    BlockHead_t blockHead = {};
+    BlockTail_t blockTail = {};
+    BlockTailEx_t blockTailEx = {}; ///< zero in the normal layout
+    disk_access::IndexTables index;
+    ReadCursor_st* pCursor = nullptr;
+};
+
+namespace disk_access {
+
+/// An I-frame position that stands for none.
+constexpr uint32_t kNoIFrame = 0xFFFFFFFF;
+
+/// Seeks and reads within a block's window. Offsets beyond 32 bits lie beyond every window.
+/// @return 0 or -1
+inline int ReadInBlock(bolck_op_st* window, uint64_t offset, void* buf, uint32_t len) {
+    if (offset > 0xFFFFFFFF || block_seek(window, static_cast<uint32_t>(offset)) != 0) {
+        return -1;
+    }
+    return block_read(window, buf, len);
+}
+
+} // namespace disk_access
+
+#endif // DISK_ACCESS_PLAYBACK_READ_BLOCK_STATE_H
