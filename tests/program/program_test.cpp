@@ -10,13 +10,10 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
-#include <valijson/adapters/nlohmann_json_adapter.hpp>
-#include <valijson/schema.hpp>
-#include <valijson/schema_parser.hpp>
-#include <valijson/validator.hpp>
 
 #include "search/search_fixture.h"
 #include "support/run_program.h"
+#include "support/schema.h"
 
 namespace {
 
@@ -328,24 +325,7 @@ TEST_F(Program, TimesPrintedCanBeTyped) {
 
 TEST_F(Program, JsonKeepsToItsSchema) {
     for (const char* const command : {"info", "list", "events", "days", "units", "space"}) {
-        std::ifstream file(std::string(DISKACCESS_SCHEMAS) + "/" + command + ".schema.json");
-        ASSERT_TRUE(file) << command;
-        const Json schemaJson = Json::parse(file);
-        valijson::Schema schema;
-        valijson::SchemaParser parser;
-        parser.populateSchema(valijson::adapters::NlohmannJsonAdapter(schemaJson), schema);
-        const auto validate = [&](const Json& document) {
-            valijson::Validator validator;
-            valijson::ValidationResults results;
-            const bool valid =
-                validator.validate(schema, valijson::adapters::NlohmannJsonAdapter(document), &results);
-            std::string errors;
-            valijson::ValidationResults::Error error;
-            while (results.popError(error)) {
-                errors += error.description + "\n";
-            }
-            return valid ? "" : errors;
-        };
+        const auto validate = [command](const Json& document) { return SchemaErrors(command, document); };
         const Json document = Json::parse(Show(command, {"--json"}));
         EXPECT_EQ(validate(document), "") << command << document.dump(1);
         PartitionImage::Create(File("empty"), {});

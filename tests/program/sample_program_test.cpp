@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -10,6 +9,7 @@
 
 #include "sample_recorder/field_override.h"
 #include "search/search_fixture.h"
+#include "support/files.h"
 #include "support/run_program.h"
 
 namespace {
@@ -27,21 +27,6 @@ Json Show(const std::string& command, const std::string& partition, std::vector<
     const ProgramResult result = RunProgram(options);
     EXPECT_EQ(result.exitCode, 0) << result.err;
     return Json::parse(result.out);
-}
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    EXPECT_TRUE(file) << path;
-    std::string contents(std::filesystem::file_size(path), '\0');
-    file.read(contents.data(), static_cast<std::streamsize>(contents.size()));
-    return contents;
-}
-
-template <typename T>
-T At(const std::string& bytes, size_t offset) {
-    T value;
-    std::memcpy(&value, bytes.data() + offset, sizeof value);
-    return value;
 }
 
 const std::string kSample = std::string(SAMPLE_DIRECTORY) + "/sample.img";
@@ -69,49 +54,6 @@ TEST(SamplePartition, HoldsWhatTheScenarioSays) {
     }
     EXPECT_EQ(types, (std::map<int, int>{{0x1, 2}, {0x4, 2}, {0x10, 1}}));
     EXPECT_LT(std::filesystem::file_size(kSample), 200u << 20);
-}
-
-/// The video payloads of one channel, in the order of the blocks that hold them, as far as frames follow one
-/// another.
-std::string VideoOf(const std::string& disk, uint32_t channel) {
-    const auto count = At<uint32_t>(disk, 8);
-    const auto blockSize = At<uint32_t>(disk, 12);
-    std::map<uint32_t, size_t> blocks; // by sequence number
-    for (uint32_t block = 0; block < count; ++block) {
-        const size_t start = 0x800000 + size_t{block} * blockSize;
-        if (At<uint32_t>(disk, start) == 0xAA55AA55 && At<uint32_t>(disk, start + 8) != 0) {
-            blocks[At<uint32_t>(disk, start + 8)] = start;
-        }
-    }
-    std::string video;
-    for (const auto& [sequence, start] : blocks) {
-        const int64_t opened = At<uint32_t>(disk, start + 4);
-        for (size_t at = start + 2048; At<uint32_t>(disk, at + 8) == 0xAA55AA55;
-             at += 24 + At<uint32_t>(disk, at + 20)) {
-            if (At<int64_t>(disk, at) / 1000000 < opened) {
-                break; // left over from the ring's previous turn
-            }
-            if (At<uint32_t>(disk, at + 12) <= 1 && At<uint32_t>(disk, at + 16) == channel) {
-                video.append(disk, at + 24, At<uint32_t>(disk, at + 20));
-            }
-        }
-    }
-    return video;
-}
-
-TEST(SamplePartition, VideoIsWhatTheCamerasDelivered) {
-    const std::string disk = ReadFile(kSample);
-    const char* const cameras[] = {"front", "rear", "saloon", "door"};
-    for (uint32_t channel = 0; channel < 4; ++channel) {
-        const std::string base = std::string(SAMPLE_DIRECTORY) + "/" + cameras[channel];
-        const std::string delivered = ReadFile(base + "-1.h264") + ReadFile(base + "-2.h264");
-        const std::string recorded = VideoOf(disk, channel);
-        // The ring lost the oldest video; the rest is there, to the last byte.
-        ASSERT_GT(recorded.size(), delivered.size() / 3);
-        ASSERT_LT(recorded.size(), delivered.size());
-        EXPECT_TRUE(delivered.compare(delivered.size() - recorded.size(), std::string::npos, recorded) == 0)
-            << cameras[channel];
-    }
 }
 
 // ---- the program

@@ -1,7 +1,7 @@
 /* Preloaded into a program under test.
 
    Writes every open() of a file whose path contains $SHIM_WATCH to the file $SHIM_LOG, one line "PATH FLAGS" each.
-   Makes every read() fail that touches bytes $SHIM_BAD_FROM to $SHIM_BAD_TO of the file $SHIM_BAD_FILE, as a worn disk
+   Makes every read() and pread() fail that touches bytes $SHIM_BAD_FROM to $SHIM_BAD_TO of the file $SHIM_BAD_FILE, as a worn disk
    would. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -16,6 +16,7 @@
 
 typedef int (*open_function)(const char*, int, ...);
 typedef ssize_t (*read_function)(int, void*, size_t);
+typedef ssize_t (*pread_function)(int, void*, size_t, off_t);
 
 static void note(const char* path, int flags) {
     const char* const name = getenv("SHIM_WATCH");
@@ -56,7 +57,7 @@ int open64(const char* path, int flags, ...) {
     return fd;
 }
 
-static int touches_bad_bytes(int fd, size_t size) {
+static int lies_on_bad_bytes(int fd, long long position, size_t size) {
     const char* const name = getenv("SHIM_BAD_FILE");
     const char* const from = getenv("SHIM_BAD_FROM");
     const char* const to = getenv("SHIM_BAD_TO");
@@ -65,14 +66,21 @@ static int touches_bad_bytes(int fd, size_t size) {
         bad.st_ino != own.st_ino || bad.st_dev != own.st_dev) {
         return 0;
     }
-    const long long position = lseek(fd, 0, SEEK_CUR);
     return position < atoll(to) && position + (long long)size > atoll(from);
 }
 
 ssize_t read(int fd, void* data, size_t size) {
-    if (touches_bad_bytes(fd, size)) {
+    if (lies_on_bad_bytes(fd, lseek(fd, 0, SEEK_CUR), size)) {
         errno = EIO;
         return -1;
     }
     return ((read_function)dlsym(RTLD_NEXT, "read"))(fd, data, size);
+}
+
+ssize_t pread(int fd, void* data, size_t size, off_t offset) {
+    if (lies_on_bad_bytes(fd, offset, size)) {
+        errno = EIO;
+        return -1;
+    }
+    return ((pread_function)dlsym(RTLD_NEXT, "pread"))(fd, data, size, offset);
 }

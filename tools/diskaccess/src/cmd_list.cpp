@@ -80,7 +80,7 @@ Report List(Session& session) {
                      {}};
     Total all;
     std::map<uint32_t, Total> channels;
-    for (const RecordItem_t& record : FindRecords(session, tags)) {
+    for (const RecordItem_t& record : FindRecords(session, session.WantedRange(), tags)) {
         records.rows.push_back(Row(session, record, tags.TypesOf(record.startTime, record.endTime)));
         channels[record.chn].Add(record);
         all.Add(record);

@@ -15,6 +15,11 @@ Report Days(Session& session);
 Report Units(Session& session);
 Report Space(Session& session);
 
+/// The commands that write as they go.
+
+ExitCode Play(Session& session);
+ExitCode Export(Session& session);
+
 } // namespace diskaccess
 
 #endif // DISKACCESS_COMMANDS_H

@@ -96,8 +96,7 @@ uint64_t AlarmTags::TypesOf(uint32_t start, uint32_t end) const {
     return types;
 }
 
-std::vector<RecordItem_t> FindRecords(Session& session, const AlarmTags& tags) {
-    const Range range = session.WantedRange();
+std::vector<RecordItem_t> FindRecords(Session& session, const Range& range, const AlarmTags& tags) {
     const uint32_t channels = session.WantedChannels();
     const uint64_t alarms = session.WantedAlarms().value_or(0);
     SearchParam_t request = {alarms, session.Disk().SafeSearchStart(range.first), range.endOfMedia,

@@ -17,21 +17,76 @@ using namespace diskaccess;
 struct Command {
     const char* name;
     const char* description;
-    Report (*run)(Session& session);
+    ExitCode (*run)(Session& session);
     bool takesRange;
     bool takesChannels;
     bool takesAlarm;
+    void (*addOptions)(CLI::App& command, Options& options);
 };
 
+/// Runs a command whose whole answer is a report.
+template <Report (*Make)(Session& session)>
+ExitCode Show(Session& session) {
+    return session.Finish(Make(session));
+}
+
+void AddPlayOptions(CLI::App& command, Options& options) {
+    auto* const record = command
+                             .add_option("--record", options.record,
+                                         "Play one record, as list shows it (segment 0 if left out)")
+                             ->option_text("BLOCK/CHANNEL/SEGMENT");
+    command.add_option("--unit", options.unit, "Play a whole block, every channel")
+        ->option_text("BLOCK")
+        ->excludes(record);
+    command.add_option("--seek", options.seek, "Begin at the first key frame at or after TIME")
+        ->option_text("TIME");
+    auto* const iframes = command.add_flag("--iframes", options.iframes, "Step from key frame to key frame");
+    command.add_flag("--backward", options.backward, "With --iframes: from the last to the first")
+        ->needs(iframes);
+}
+
+void AddExportOptions(CLI::App& command, Options& options) {
+    command
+        .add_option(
+            "-o,--output", options.output,
+            "File to write; with --raw, what the files' names begin with. FILE.json says what is in it")
+        ->option_text("FILE")
+        ->required();
+    command.add_flag("--raw", options.raw,
+                     "Elementary streams as the cameras delivered them, one file a channel and kind");
+    command
+        .add_option("--container", options.container,
+                    "matroska or mp4 (default: as FILE ends, else matroska)")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, std::string>{{"matroska", "matroska"},
+                                                                               {"mkv", "matroska"},
+                                                                               {"mp4", "mp4"}},
+                                            CLI::ignore_case)
+                        .description(""))
+        ->option_text("KIND");
+    command
+        .add_option("--audio", options.audio,
+                    "How audio is encoded, if the disk does not tell: alaw, mulaw, pcm16 or a name of "
+                    "libavcodec's, and samples a second, like alaw:8000")
+        ->option_text("CODEC:RATE");
+    command.add_flag("--force", options.force, "Replace files that exist");
+}
+
+void AddNoOptions(CLI::App& /*command*/, Options& /*options*/) {}
+
 constexpr Command kCommands[] = {
-    {"info", "What the partition is: layout, recorded span, vehicle, channels", Info, false, false, false},
-    {"list", "The recordings, oldest block first; with --alarm those around events", List, true, true, true},
-    {"events", "The events", Events, true, false, true},
-    {"days", "A calendar of the days that hold recordings (the recorder's own days, UTC)", Days, false, false,
-     false},
-    {"units", "The blocks of the ring: recorded ones oldest first, then unusable ones", Units, false, false,
-     false},
-    {"space", "How much of the ring was ever written", Space, false, false, false},
+    {"info", "What the partition is: layout, recorded span, vehicle, channels", Show<Info>, false, false,
+     false, AddNoOptions},
+    {"list", "The recordings, oldest block first; with --alarm those around events", Show<List>, true, true,
+     true, AddNoOptions},
+    {"events", "The events", Show<Events>, true, false, true, AddNoOptions},
+    {"days", "A calendar of the days that hold recordings (the recorder's own days, UTC)", Show<Days>, false,
+     false, false, AddNoOptions},
+    {"units", "The blocks of the ring: recorded ones oldest first, then unusable ones", Show<Units>, false,
+     false, false, AddNoOptions},
+    {"space", "How much of the ring was ever written", Show<Space>, false, false, false, AddNoOptions},
+    {"play", "The frames of recordings, a line each", Play, true, true, false, AddPlayOptions},
+    {"export", "Gets the video and audio of a time range out, as a file that players open", Export, true,
+     true, false, AddExportOptions},
 };
 
 constexpr const char* kFooter =
@@ -98,8 +153,7 @@ void AddSearchOptions(CLI::App& command, const Command& description, Options& op
 int Run(const Command& command, const Options& options) {
     try {
         Session session(options, command.name);
-        Report report = command.run(session);
-        return session.Finish(std::move(report));
+        return command.run(session);
     } catch (const Failure& failure) {
         Complain(failure.what());
         return failure.Code();
@@ -121,6 +175,7 @@ int RunProgram(int argc, char** argv) {
         CLI::App* const sub = app.add_subcommand(command.name, command.description);
         AddCommonOptions(*sub, options);
         AddSearchOptions(*sub, command, options);
+        command.addOptions(*sub, options);
         sub->callback([&result, &options, &command] { result = Run(command, options); });
     }
     try {

@@ -204,6 +204,18 @@ std::optional<Partition::Ring> Partition::RecordedRing() {
                 static_cast<uint32_t>(part->GetSearchStartBlock(0, 0))};
 }
 
+uint32_t Partition::StartBlockOf(uint32_t time) const {
+    const OpenPart part(m_access);
+    SearchParam_t request = {0, time, 0xFFFFFFFF, 0xFFFFFFFF};
+    OutputTime_t region = {};
+    const int code = part->InitSearch(&request, &region);
+    return static_cast<uint32_t>(part->GetSearchStartBlock(time, static_cast<uint32_t>(code)));
+}
+
+bool Partition::Read(uint64_t offset, void* data, size_t size) const {
+    return pread(m_fd, data, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+}
+
 uint32_t Partition::SafeSearchStart(uint32_t time) {
     const OpenPart part(m_access);
     SearchParam_t request = {0, time, 0xFFFFFFFF, 0xFFFFFFFF};

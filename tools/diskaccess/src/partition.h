@@ -56,6 +56,14 @@ public:
     };
     std::optional<Ring> RecordedRing();
 
+    /// The block at which a search from @p time on begins: the one that was being recorded then, or one near
+    /// it if that cannot be used.
+    uint32_t StartBlockOf(uint32_t time) const;
+
+    /// Reads bytes of the device.
+    /// @return false when not all of them can be read
+    bool Read(uint64_t offset, void* data, size_t size) const;
+
     /// Where a search must begin to miss nothing from @p time on; at or before it.
     ///
     /// The library looks for the start block by halving, and may come out at an unusable block behind the one

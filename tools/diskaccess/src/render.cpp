@@ -46,6 +46,7 @@ std::string CellText(const Value& value, const TimeZone& zone) {
                           [](uint64_t number) { return std::to_string(number); },
                           [](const std::string& text) { return text; },
                           [&](Time time) { return zone.Text(time.seconds); },
+                          [&](Instant time) { return zone.TextOfMicros(time.micros); },
                           [&](TimeBound time) { return zone.Text(time.seconds) + "?"; },
                           [](Date date) { return DateText(date); },
                           [](Duration duration) { return DurationText(duration.seconds); },
@@ -144,6 +145,7 @@ Json CellJson(const Value& value, const TimeZone& zone) {
                           [](uint64_t number) { return Json(number); },
                           [](const std::string& text) { return Json(text); },
                           [&](Time time) { return Json(zone.Rfc3339(time.seconds)); },
+                          [&](Instant time) { return Json(zone.Rfc3339OfMicros(time.micros)); },
                           [&](TimeBound time) { return Json(zone.Rfc3339(time.seconds)); },
                           [](Date date) { return Json(DateText(date)); },
                           [](Duration duration) { return Json(duration.seconds); },
@@ -283,6 +285,87 @@ std::string Render(const Report& report, Format format, const TimeZone& zone) {
         return RenderCsv(report, zone);
     default:
         return RenderText(report, zone);
+    }
+}
+
+TableStream::TableStream(Format format, const TimeZone& zone, Report report, std::vector<size_t> widths)
+    : m_format(format), m_zone(zone), m_report(std::move(report)), m_widths(std::move(widths)) {}
+
+const Table& TableStream::Shown() const {
+    return m_report.tables.front();
+}
+
+std::string TableStream::Line(const std::vector<std::string>& cells, const std::vector<bool>& right) const {
+    std::string line;
+    for (size_t c = 0; c < cells.size(); ++c) {
+        if (!Shown().columns[c].title.empty()) {
+            line += line.empty() ? "" : "  ";
+            line += right[c] ? fmt::format("{:>{}}", cells[c], m_widths[c])
+                             : fmt::format("{:<{}}", cells[c], m_widths[c]);
+        }
+    }
+    return line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+}
+
+std::string TableStream::Begin(const std::vector<bool>& right) const {
+    std::vector<std::string> titles;
+    std::vector<std::string> keys;
+    for (const Column& column : Shown().columns) {
+        titles.push_back(column.title);
+        keys.push_back(column.key);
+    }
+    switch (m_format) {
+    case Format::Text:
+        return Line(titles, right);
+    case Format::Csv:
+        return CsvLine(keys);
+    case Format::Json: {
+        const std::string header = HeaderJson(m_report).dump(2);
+        return fmt::format("{},\n  \"{}\": [", header.substr(0, header.size() - 2), Shown().key);
+    }
+    default:
+        return "";
+    }
+}
+
+std::string TableStream::Row(const std::vector<Value>& row) {
+    std::vector<std::string> cells;
+    std::vector<bool> right;
+    switch (m_format) {
+    case Format::Text:
+        for (const Value& value : row) {
+            cells.push_back(CellText(value, m_zone));
+            right.push_back(RightAligned(value));
+        }
+        return (m_rows++ == 0 ? Begin(right) : "") + Line(cells, right);
+    case Format::Csv:
+        for (const Value& value : row) {
+            cells.push_back(CellCsv(value, m_zone));
+        }
+        return (m_rows++ == 0 ? Begin(right) : "") + CsvLine(cells);
+    case Format::Json:
+        return (m_rows++ == 0 ? Begin(right) + "\n    " : ",\n    ") + RowJson(Shown(), row, m_zone).dump();
+    default:
+        ++m_rows;
+        return RowJson(Shown(), row, m_zone).dump() + "\n";
+    }
+}
+
+std::string TableStream::End(const std::vector<Fact>& facts) {
+    switch (m_format) {
+    case Format::Text:
+        return (m_rows == 0 ? "" : "\n") + FactsText(facts, m_zone);
+    case Format::Csv:
+        return m_rows == 0 ? Begin({}) : "";
+    case Format::Json: {
+        std::string text = m_rows == 0 ? Begin({}) + "]" : "\n  ]";
+        for (const Fact& fact : facts) {
+            text += fmt::format(",\n  \"{}\": {}", fact.key, CellJson(fact.value, m_zone).dump());
+        }
+        return text + "\n}\n";
+    }
+    default:
+        return "";
     }
 }
 

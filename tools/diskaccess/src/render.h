@@ -15,6 +15,29 @@ constexpr int kSchemaVersion = 1;
 
 std::string Render(const Report& report, Format format, const TimeZone& zone);
 
+/// A table that is written row by row, because it may be longer than memory.
+class TableStream {
+public:
+    /// @param report the command, the partition and one table without rows
+    /// @param widths of the columns in text
+    TableStream(Format format, const TimeZone& zone, Report report, std::vector<size_t> widths);
+
+    std::string Row(const std::vector<Value>& row);
+    /// @param facts what the rows add up to
+    std::string End(const std::vector<Fact>& facts);
+
+private:
+    const Table& Shown() const;
+    std::string Begin(const std::vector<bool>& right) const;
+    std::string Line(const std::vector<std::string>& cells, const std::vector<bool>& right) const;
+
+    Format m_format;
+    const TimeZone& m_zone;
+    Report m_report;
+    std::vector<size_t> m_widths;
+    uint64_t m_rows = 0;
+};
+
 /// "1.5 MiB"
 std::string BytesText(uint64_t bytes);
 /// "1:02:03", "2:03"

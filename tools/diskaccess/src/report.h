@@ -16,6 +16,10 @@ namespace diskaccess {
 struct Time {
     int64_t seconds = 0;
 };
+/// An instant of true time, microseconds since 1970.
+struct Instant {
+    int64_t micros = 0;
+};
 /// The end of a record of which only an upper bound is known.
 struct TimeBound {
     int64_t seconds = 0;
@@ -40,8 +44,8 @@ struct ChannelSet {
 /// What is not known, or does not apply.
 struct Nothing {};
 
-using Value = std::variant<Nothing, bool, uint64_t, std::string, Time, TimeBound, Date, Duration, Bytes, Mask,
-                           ChannelSet>;
+using Value = std::variant<Nothing, bool, uint64_t, std::string, Time, Instant, TimeBound, Date, Duration,
+                           Bytes, Mask, ChannelSet>;
 
 /// One named value: @c key in machine formats, @c label in text (empty: not there).
 struct Fact {

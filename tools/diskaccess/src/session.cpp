@@ -79,7 +79,8 @@ void Session::Unlock() {
     if (Search().CheckEncryptInfo(reinterpret_cast<unsigned char*>(tried.data())) == 0) {
         return;
     }
-    const std::string hidden = ChannelSetText(m_partition.Head().EncryptMap);
+    m_hidden = m_partition.Head().EncryptMap;
+    const std::string hidden = ChannelSetText(m_hidden);
     const char* const how = "--ask-password, --password-file FILE or DISKACCESS_PASSWORD";
     if (password) {
         Note(fmt::format("{}: wrong password: channels {} stay hidden; give the right one with {}",
@@ -90,6 +91,10 @@ void Session::Unlock() {
                          m_options.partition, hidden, how),
              kDone);
     }
+}
+
+uint32_t Session::ReadDiskTime(const std::string& text) const {
+    return ToDiskTime(ReadTime(text, m_zone, m_now, Twice::First).first, m_options.skew);
 }
 
 Range Session::WantedRange() const {
@@ -181,6 +186,10 @@ ExitCode Session::Finish(Report report) {
     report.command = m_command;
     report.partition = Printable(m_options.partition);
     m_output.Write(Render(report, m_options.format, m_zone));
+    return Finish();
+}
+
+ExitCode Session::Finish() {
     const bool readsFailed = ReadsFailed();
     NoteMissingBlocks();
     if (readsFailed) {

@@ -32,6 +32,20 @@ struct Options {
     std::string to;
     std::string channels;
     std::string alarm;
+
+    // play
+    std::string record;
+    std::optional<uint32_t> unit;
+    std::string seek;
+    bool iframes = false;
+    bool backward = false;
+
+    // export
+    std::string output;
+    bool raw = false;
+    std::string container;
+    std::string audio;
+    bool force = false;
 };
 
 /// A time range on the disk's own clock.
@@ -55,11 +69,17 @@ public:
 
     /// A time of the disk in true time.
     Time TrueTime(uint32_t diskTime) const { return {int64_t{diskTime} - m_options.skew}; }
+    /// A time stamp of the disk in true time.
+    Instant TrueInstant(int64_t pts) const { return {pts - m_options.skew * 1000000}; }
+    /// A time as typed, on the disk's clock.
+    uint32_t ReadDiskTime(const std::string& text) const;
 
     /// The time range asked for; everything without one.
     Range WantedRange() const;
     /// The channels asked for; all without.
     uint32_t WantedChannels() const;
+    /// The channels that the access lock hides.
+    uint32_t HiddenChannels() const { return m_hidden; }
     /// The event types asked for; nothing without.
     std::optional<uint64_t> WantedAlarms() const;
 
@@ -72,6 +92,10 @@ public:
     /// Writes the answer and says what could not be read.
     /// @return the exit code
     ExitCode Finish(Report report);
+    /// The same, after the answer was written piece by piece.
+    ExitCode Finish();
+    /// Writes a piece of the answer.
+    void Write(const std::string& text) { m_output.Write(text); }
 
 private:
     void Unlock();
@@ -84,6 +108,7 @@ private:
     Output m_output;
     Partition m_partition;
     int64_t m_now;
+    uint32_t m_hidden = 0;
     bool m_readsFailed = false;
     ExitCode m_code = kDone;
 };

@@ -113,4 +113,41 @@ std::string TimeZone::Rfc3339(int64_t time) const {
                        t.second, offset == 0 ? "Z" : OffsetText(offset));
 }
 
+namespace {
+
+constexpr int64_t kMicros = 1000000;
+/// Where the seconds end in both texts.
+constexpr size_t kEndOfSeconds = 19;
+
+struct SplitTime {
+    int64_t seconds;
+    int64_t micros; ///< 0 to 999,999
+};
+
+SplitTime Split(int64_t micros) {
+    const int64_t rest = (micros % kMicros + kMicros) % kMicros;
+    return {(micros - rest) / kMicros, rest};
+}
+
+} // namespace
+
+std::string TimeZone::TextOfMicros(int64_t micros) const {
+    const SplitTime time = Split(micros);
+    return Text(time.seconds).insert(kEndOfSeconds, fmt::format(".{:03}", time.micros / 1000));
+}
+
+std::string TimeZone::Rfc3339OfMicros(int64_t micros) const {
+    const SplitTime time = Split(micros);
+    return Rfc3339(time.seconds).insert(kEndOfSeconds, fmt::format(".{:06}", time.micros));
+}
+
+std::string TimeZone::UtcOfMicros(int64_t micros) {
+    const SplitTime time = Split(micros);
+    const time_t seconds = time.seconds;
+    std::tm parts = {};
+    gmtime_r(&seconds, &parts);
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:06}Z", parts.tm_year + 1900, parts.tm_mon + 1,
+                       parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, time.micros);
+}
+
 } // namespace diskaccess

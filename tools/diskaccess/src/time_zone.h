@@ -38,6 +38,12 @@ public:
     /// "2026-11-20T14:30:00+01:00"
     std::string Rfc3339(int64_t time) const;
 
+    /// The same of microseconds: "2026-11-20 14:30:00.040", "2026-11-20T14:30:00.040000+01:00"
+    std::string TextOfMicros(int64_t micros) const;
+    std::string Rfc3339OfMicros(int64_t micros) const;
+    /// "2026-11-20T13:30:00.040000Z", in UTC whatever the zone
+    static std::string UtcOfMicros(int64_t micros);
+
 private:
     /// The other instant with the same date and time, if there is one.
     std::optional<int64_t> Twin(int64_t time) const;

@@ -1,0 +1,40 @@
+#ifndef DISKACCESS_PROGRESS_H
+#define DISKACCESS_PROGRESS_H
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace diskaccess {
+
+/// A line on a terminal that tells how far a long piece of work has come, its rate and the time left. Nothing
+/// is shown in the first second, nor when standard error is no terminal.
+class Progress {
+public:
+    /// @param what "exporting"
+    explicit Progress(std::string what);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    /// @param done  0 to 1
+    /// @param bytes worked through so far
+    void Show(double done, uint64_t bytes);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::string m_what;
+    bool m_terminal;
+    bool m_shown = false;
+    uint32_t m_calls = 0;
+    Clock::time_point m_begin = Clock::now();
+    Clock::time_point m_next;
+};
+
+/// "exporting  42 %  130.5 MiB/s  0:12 left"
+std::string ProgressText(const std::string& what, double done, uint64_t bytes, double seconds);
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_PROGRESS_H
