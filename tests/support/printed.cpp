@@ -60,7 +60,9 @@ std::string Printed(const std::function<void()>& action) {
 }
 
 std::string PrintedWithoutLines(const std::function<void()>& action) {
-    return std::regex_replace(Printed(action), std::regex(" : [0-9]+, Failed"), " : #, Failed");
+    const std::string masked =
+        std::regex_replace(Printed(action), std::regex(" : [0-9]+, Failed"), " : #, Failed");
+    return std::regex_replace(masked, std::regex(", [0-9]+ : (fail|chn = )"), ", # : $1");
 }
 
 void Quietly(const std::function<void()>& action) {

@@ -9,7 +9,8 @@ namespace test_support {
 /// Runs @p action and gives what it printed on standard output.
 std::string Printed(const std::function<void()>& action);
 
-/// The same, with the line number of each "NAME : LINE, Failed" replaced by a #.
+/// The same, with the line number of each "NAME : LINE, Failed", "NAME, LINE : fail" and "NAME, LINE : chn = N ,
+/// fail" replaced by a #.
 std::string PrintedWithoutLines(const std::function<void()>& action);
 
 /// Runs @p action with standard output thrown away.
