@@ -269,6 +269,63 @@ TEST_F(SampleExport, IsCutToTheSecondFromTheKeyFrameBefore) {
     EXPECT_EQ(DecoderComplaints("out.mkv"), "");
 }
 
+TEST_F(SampleExport, H265AndMuLawComeOutToo) {
+    const std::string clip = File("clip.h265");
+    const std::string sound = File("sound.wav");
+    ASSERT_EQ(RunProgram({"ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i",
+                          "testsrc2=size=320x240:rate=10:duration=4", "-c:v", "libx265", "-x265-params",
+                          "bframes=0:keyint=20:log-level=none", "-f", "hevc", clip})
+                  .exitCode,
+              0);
+    ASSERT_EQ(RunProgram({"ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i", "sine=r=8000:d=4", "-c:a",
+                          "pcm_mulaw", sound})
+                  .exitCode,
+              0);
+    std::ofstream(File("scenario.json"))
+        << Json{{"partition", {{"block_count", 8}, {"block_size", 65536}}},
+                {"cameras", {{{"channel", 7}, {"frame_rate", 10}, {"audio_frame", 400}}}},
+                {"recordings",
+                 {{{"start", "2026-11-20T16:00:00Z"},
+                   {"seconds", 4},
+                   {"clips", {{{"channel", 7}, {"video", "clip.h265"}, {"audio", "sound.wav"}}}}}}}};
+    ASSERT_EQ(RunProgram({DISKACCESS_SAMPLE_PROGRAM, "record", File("scenario.json"), File("disk")}).exitCode,
+              0);
+    for (const char* const name : {"out.mkv", "out.mp4"}) {
+        EXPECT_EQ(RunProgram({DISKACCESS_PROGRAM, "export", File("disk"), "-o", File(name)}).exitCode, 0);
+        EXPECT_EQ(DecoderComplaints(name), "") << name;
+        const Json probe = Probe(name);
+        EXPECT_EQ(probe["streams"][0]["codec_name"], "hevc");
+        EXPECT_EQ(probe["streams"][0]["width"], 320);
+        EXPECT_EQ(probe["streams"][0]["nb_read_packets"], "40");
+    }
+    EXPECT_EQ(Probe("out.mkv")["streams"][1]["codec_name"], "pcm_mulaw");
+    EXPECT_EQ(RunProgram({DISKACCESS_PROGRAM, "export", File("disk"), "--raw", "-o", File("out")}).exitCode,
+              0);
+    EXPECT_TRUE(ReadFile(File("out-ch7.h265")) == ReadFile(clip));
+    EXPECT_TRUE(ReadFile(sound).find(ReadFile(File("out-ch7.mulaw"))) != std::string::npos);
+}
+
+TEST_F(SampleExport, GoesOnWhereTheRecordersClockWasSetBack) {
+    // Two recordings of five seconds, the second from a clock an hour behind.
+    const auto journey = [](const char* start) {
+        return Json{
+            {"start", start}, {"seconds", 5}, {"clips", {{{"channel", 3}, {"video", "door-1.h264"}}}}};
+    };
+    std::ofstream(File("scenario.json"))
+        << Json{{"partition", {{"block_count", 8}, {"block_size", 524288}}},
+                {"cameras", {{{"channel", 3}, {"frame_rate", 10}}}},
+                {"recordings", {journey("2026-11-20T16:00:00Z"), journey("2026-11-20T15:00:00Z")}}};
+    ASSERT_EQ(RunProgram({DISKACCESS_SAMPLE_PROGRAM, "record", File("scenario.json"), File("disk"), "--media",
+                          kDirectory})
+                  .exitCode,
+              0);
+    EXPECT_EQ(RunProgram({DISKACCESS_PROGRAM, "export", File("disk"), "-o", File("out.mkv")}).exitCode, 0);
+    EXPECT_EQ(DecoderComplaints("out.mkv"), "");
+    const Json probe = Probe("out.mkv");
+    EXPECT_EQ(probe["streams"][0]["nb_read_packets"], "100");
+    EXPECT_NEAR(std::stod(probe["format"]["duration"].get<std::string>()), 10.0, 0.2);
+}
+
 TEST_F(SampleExport, CutOffMatroskaStillPlays) {
     Export("out.mkv", {"--from", "2026-11-20", "--channel", "3"});
     std::filesystem::resize_file(File("out.mkv"), std::filesystem::file_size(File("out.mkv")) / 2);

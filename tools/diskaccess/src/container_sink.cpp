@@ -26,8 +26,8 @@ constexpr AVRational kMicroseconds = {1, 1000000};
 constexpr int kIoBufferSize = 0x40000;
 /// A longer step back than this is no jitter: the recorder's clock was set.
 constexpr int64_t kClockSet = 1000000;
-/// Time from the last frame before the clock was set to the first behind it.
-constexpr int64_t kStepOn = 40000;
+/// From the last frame before the clock was set to the first behind it, where a track's own pace is not known.
+constexpr int64_t kUsualInterval = 40000;
 
 std::string ErrorText(int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -162,6 +162,7 @@ public:
             stream->id = static_cast<int>(track.channel);
             av_dict_set(&stream->metadata, "title", fmt::format("channel {}", track.channel).c_str(), 0);
             m_lastTime.push_back(INT64_MIN);
+            m_interval.push_back(kUsualInterval);
             m_lastDts.push_back(-1);
         }
         avcodec_parameters_free(&parameters);
@@ -252,10 +253,13 @@ private:
     int64_t TimeOf(size_t index, int64_t pts) {
         int64_t time = pts - m_start + m_shift;
         if (m_lastTime[index] != INT64_MIN && time + kClockSet < m_lastTime[index]) {
-            m_shift += m_latest + kStepOn - time;
+            m_shift += m_latest + m_interval[index] - time;
             time = pts - m_start + m_shift;
         }
         time = std::max<int64_t>(time, 0);
+        if (m_lastTime[index] != INT64_MIN && time > m_lastTime[index]) {
+            m_interval[index] = std::min(time - m_lastTime[index], kClockSet);
+        }
         m_lastTime[index] = time;
         m_latest = std::max(m_latest, time);
         return time;
@@ -302,7 +306,9 @@ private:
     int64_t m_start;
     int64_t m_shift = 0;
     int64_t m_latest = 0;
+    // Of each track: where its last frame lies, how long after the one before, and as the container has it.
     std::vector<int64_t> m_lastTime;
+    std::vector<int64_t> m_interval;
     std::vector<int64_t> m_lastDts;
     bool m_started = false;
     std::exception_ptr m_error;
