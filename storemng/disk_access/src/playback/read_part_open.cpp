@@ -32,7 +32,10 @@ void TakeHead(ReadPartState_st& state, const PartHead_t& head, dev_op_st* dev) {
     state.EncryptMap = head.EncryptMap;
     CopyCipherCode(state.CipherCode, head);
     const BlockGeometry geometry = BlockGeometry::Of(head.BlkSize, head.FmtVersion);
-    state.RingCount = CredibleBlocks(head.BlkCount, geometry, DeviceSize(dev));
+    const uint64_t deviceSize = DeviceSize(dev);
+    state.RingCount = CredibleBlocks(head.BlkCount, geometry, deviceSize);
+    // Of a device that does not tell its size, every block is tried.
+    state.Inside = deviceSize == 0 ? 0xFFFFFFFF : BlocksInside(geometry, deviceSize);
 }
 
 } // namespace

@@ -12,6 +12,7 @@ struct ReadPartState_st {
     PartAccess_t partition;
     uint32_t BlkCount;  ///< as the head states it
     uint32_t RingCount; ///< blocks that are looked at: fewer, if the head states more than there can be
+    uint32_t Inside;    ///< blocks that begin inside the device
     uint32_t BlkSize;
     uint32_t FmtVersion;
     uint32_t BBTabOffs;
@@ -22,6 +23,10 @@ struct ReadPartState_st {
     char CipherCode[128];
 
     disk_access::Ring TheRing() const { return {RingCount}; }
+
+    /// Whether a block lies beyond the device's end, as all but a few do in a forged ring, and many on a copy
+    /// that was cut off. No such block can be opened, and trying costs a flush of the device each time.
+    bool Beyond(uint32_t block) const { return block >= Inside; }
 
     /// Opens one of the ring's blocks.
     int OpenBlock(CReadBlock& block, uint32_t number, int rebuild) {
