@@ -1,0 +1,462 @@
+#include <cstring>
+
+#include "playback/part_fixture.h"
+
+namespace {
+
+using namespace test_support;
+
+/// A mode whose test every block passes.
+constexpr unsigned int kNoTest = 5;
+
+class ReadPartBlocks : public PartFixture {
+protected:
+    /// Asks whether a block is usable, and what is said of it.
+    static int Valid(OpenReadPart& part, uint32_t block, std::string* messages, unsigned int mode = kNoTest,
+                     unsigned int seq = 0) {
+        int result = -7;
+        *messages = PrintedWithoutLines([&] { result = part->IsValidBlock(block, mode, seq); });
+        return result;
+    }
+
+    /// The block that a walk finds, or -1.
+    static int Next(OpenReadPart& part, uint32_t from, uint32_t to, unsigned int mode = kNoTest,
+                    unsigned int seq = 0) {
+        return Walk(part, &CReadPart::GetNextValidBlock, mode, seq, from, to);
+    }
+    static int Prev(OpenReadPart& part, uint32_t from, uint32_t to, unsigned int mode = kNoTest,
+                    unsigned int seq = 0) {
+        return Walk(part, &CReadPart::GetPrevValidBlock, mode, seq, from, to);
+    }
+
+    /// The blocks of a ring of bad ones that a walk looks at, in its order.
+    static std::vector<int> Looked(const std::function<int()>& walk) {
+        const std::string messages = Printed([&] { EXPECT_EQ(walk(), -1); });
+        std::vector<int> blocks;
+        const std::string before = "bad block ";
+        for (size_t at = messages.find(before); at != std::string::npos; at = messages.find(before, at)) {
+            at += before.size();
+            blocks.push_back(std::stoi(messages.substr(at)));
+        }
+        return blocks;
+    }
+
+    void SetAllBad() {
+        for (uint32_t block = 0; block < Disk().BlockCount(); ++block) {
+            Disk().SetBad(block);
+        }
+    }
+
+    /// Makes a block invalid: formatted by something else.
+    void Spoil(uint32_t block) {
+        Disk().Change<BlockHead_t>(Disk().HeadOffset(block), [](auto& head) { head.ValidFlag = 0x12345678; });
+    }
+
+private:
+    using WalkFunction = int (CReadPart::*)(unsigned int, unsigned int, unsigned int, unsigned int,
+                                            unsigned int*);
+    static int Walk(OpenReadPart& part, WalkFunction walk, unsigned int mode, unsigned int seq, uint32_t from,
+                    uint32_t to) {
+        unsigned int found = 77;
+        const int result = ((*part).*walk)(mode, seq, from, to, &found);
+        if (result != 0) {
+            EXPECT_EQ(result, -1);
+            EXPECT_EQ(found, 77u); // left alone
+            return -1;
+        }
+        return static_cast<int>(found);
+    }
+};
+
+TEST_F(ReadPartBlocks, MarkedBlocksAreUnusable) {
+    MakeDisk(9).SetBad(8);
+    OpenReadPart part(Disk());
+    std::string messages;
+    EXPECT_EQ(Valid(part, 7, &messages), 1);
+    EXPECT_EQ(messages, "");
+    EXPECT_EQ(Valid(part, 8, &messages), 0);
+    EXPECT_EQ(messages, "IsValidBlock: bad block 8\n");
+}
+
+TEST_F(ReadPartBlocks, BitsOfTheTableCountFromTheLeastSignificant) {
+    MakeDisk(9);
+    Disk().Put(Disk().Head().BBTabOffs, uint8_t{0x02});
+    Disk().Put(Disk().Head().BBTabOffs + 1, uint8_t{0xFE}); // bit 0 is block 8, the others mean nothing
+    OpenReadPart part(Disk());
+    for (uint32_t block = 0; block < 9; ++block) {
+        std::string messages;
+        EXPECT_EQ(Valid(part, block, &messages), block == 1 ? 0 : 1) << block;
+    }
+}
+
+TEST_F(ReadPartBlocks, SuspectBlocksAreUsable) {
+    MakeDisk().SetSuspect(3, 255);
+    OpenReadPart part(Disk());
+    std::string messages;
+    EXPECT_EQ(Valid(part, 3, &messages), 1);
+    EXPECT_EQ(messages, "");
+}
+
+TEST_F(ReadPartBlocks, BlocksWithAnotherMagicAreUnusable) {
+    MakeDisk();
+    Spoil(2);
+    Spoil(5);
+    Disk().SetBad(5);
+    OpenReadPart part(Disk());
+    std::string messages;
+    for (unsigned int mode = 0; mode < 6; ++mode) {
+        EXPECT_EQ(Valid(part, 2, &messages, mode), 0);
+        EXPECT_EQ(messages, "IsValidBlock: invalid block 2\n");
+    }
+    EXPECT_EQ(Valid(part, 5, &messages), 0);
+    EXPECT_EQ(messages, "IsValidBlock: bad block 5\n"); // its head is not even looked at
+}
+
+TEST_F(ReadPartBlocks, UnreadableBlocksAreUnusable) {
+    MakeDisk().Truncate(Disk().BlockStart(5) + 0x8000); // block 5 has a head and no tail
+    OpenReadPart part(Disk());
+    std::string messages;
+    EXPECT_EQ(Valid(part, 4, &messages), 1);
+    EXPECT_EQ(Valid(part, 5, &messages), 0);
+    EXPECT_EQ(messages, "OpenBlock : #, Failed\n");
+    const SystemCallLog log;
+    for (const uint32_t block : {6u, 7u}) {
+        EXPECT_EQ(Valid(part, block, &messages), 0) << block;
+        EXPECT_EQ(messages, "");
+    }
+    EXPECT_EQ(log.Calls().size(), 0u); // where the device ends, there is nothing to try
+}
+
+TEST_F(ReadPartBlocks, BlocksAreTriedOnADeviceOfUnknownSize) {
+    MakeDisk().WriteBlock(7, BlockContents::Closed(1, 1000, 1900));
+    CReadPart part;
+    PartAccess_t access = Disk().Access();
+    {
+        const SystemCallLog log(
+            [](const Call& call, size_t) { return call.kind == CallKind::Seek ? Fate::Failing() : Fate(); });
+        EXPECT_EQ(part.Init(&access), 0);
+    }
+    EXPECT_EQ(part.IsValidBlock(7, kNoTest, 0), 1);
+    part.Quit();
+}
+
+TEST_F(ReadPartBlocks, BlocksOutsideTheRingAreNoneOfTheTables) {
+    MakeDisk(9);
+    Disk().Put(Disk().Head().BBTabOffs + 1, uint8_t{0xFE}); // what would be blocks 9 to 15
+    OpenReadPart part(Disk());
+    std::string messages;
+    for (const uint32_t block : {9u, 15u, 16u, 65535u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        EXPECT_EQ(Valid(part, block, &messages), 0) << block;
+        EXPECT_EQ(messages.find("IsValidBlock"), std::string::npos);
+    }
+}
+
+TEST_F(ReadPartBlocks, NothingIsUsableWithoutAPartition) {
+    CReadPart part;
+    unsigned int found = 77;
+    EXPECT_EQ(part.IsValidBlock(0, kNoTest, 0), 0);
+    EXPECT_EQ(part.GetNextValidBlock(kNoTest, 0, 0, 1, &found), -1);
+    EXPECT_EQ(part.GetPrevValidBlock(kNoTest, 0, 0, 1, &found), -1);
+    EXPECT_EQ(found, 77u);
+}
+
+TEST_F(ReadPartBlocks, TableIsLoadedOnceOnFirstUse) {
+    OpenReadPart part(MakeDisk());
+    EXPECT_EQ(part->IsValidBlock(2, kNoTest, 0), 1);
+    Disk().SetBad(2);
+    EXPECT_EQ(part->IsValidBlock(2, kNoTest, 0), 1);
+    const SystemCallLog log;
+    EXPECT_EQ(part->IsValidBlock(2, kNoTest, 0), 1);
+    EXPECT_EQ(log.Count(CallKind::Open), 1u); // the block's window alone
+    EXPECT_EQ(log.Count(CallKind::Close), 1u);
+}
+
+TEST_F(ReadPartBlocks, WithoutATableNoBlockIsBad) {
+    MakeDisk().SetBad(2);
+    Disk().EditHead([](PartHead_t& head) { head.BBTabOffs = 0xFFFFFFFF; });
+    OpenReadPart part(Disk());
+    std::string messages;
+    EXPECT_EQ(Valid(part, 2, &messages), 1);
+    EXPECT_EQ(messages, "");
+}
+
+TEST_F(ReadPartBlocks, ModesTestClosingStateAndNumbers) {
+    struct Case {
+        uint32_t state, headSeq, tailSeq;
+        const char* usable; ///< by mode, 0 to 6; mode 1 is asked with number 5
+    };
+    const Case cases[] = {
+        {0, 5, 5, "1110111"}, {0, 5, 4, "1110011"}, {0, 0, 0, "1100111"}, {0, 0, 4, "1100011"},
+        {1, 4, 4, "0001111"}, {1, 5, 5, "0101111"}, {1, 6, 4, "0101011"}, {1, 0, 0, "0000111"},
+        {2, 4, 4, "1111111"}, {2, 0, 0, "1100111"}, {2, 4, 3, "1111011"}, {0xFFFFFFFF, 7, 7, "1111111"},
+    };
+    MakeDisk();
+    for (const Case& test : cases) {
+        auto contents = BlockContents::Closed(test.headSeq, 1000, 1900);
+        contents.tail.CloseState = test.state;
+        contents.tail.RecSeq = test.tailSeq;
+        Disk().WriteBlock(1, contents);
+        OpenReadPart part(Disk());
+        std::string usable;
+        for (unsigned int mode = 0; mode < 7; ++mode) {
+            std::string messages;
+            usable += std::to_string(Valid(part, 1, &messages, mode, 5));
+            EXPECT_EQ(messages, "");
+        }
+        EXPECT_EQ(usable, test.usable) << test.state << ' ' << test.headSeq << ' ' << test.tailSeq;
+        EXPECT_EQ(part->IsValidBlock(1, 0xFFFFFFFF, 0), 1);
+    }
+}
+
+TEST_F(ReadPartBlocks, SequencesAreComparedUnsigned) {
+    auto contents = BlockContents::Closed(0x80000000, 1000, 1900);
+    contents.tail.CloseState = 1;
+    MakeDisk().WriteBlock(1, contents);
+    OpenReadPart part(Disk());
+    EXPECT_EQ(part->IsValidBlock(1, 1, 0x7FFFFFFF), 1);
+    EXPECT_EQ(part->IsValidBlock(1, 1, 0x80000000), 1);
+    EXPECT_EQ(part->IsValidBlock(1, 1, 0x80000001), 0);
+}
+
+TEST_F(ReadPartBlocks, LooksAtTheTailOfTheExtendedLayoutToo) {
+    Format format;
+    format.fmtVersion = 1;
+    auto contents = BlockContents::Closed(4, 1000, 1900);
+    contents.tail.CloseState = 1;
+    MakeDisk(format).WriteBlock(1, contents);
+    OpenReadPart part(Disk());
+    EXPECT_EQ(part->IsValidBlock(1, 0, 0), 0);
+    EXPECT_EQ(part->IsValidBlock(1, 4, 0), 1);
+}
+
+TEST_F(ReadPartBlocks, NeverWalksTheFramesOfAnIncompleteBlock) {
+    RecordOnNewDisk("I0@1000 P0@1001 P0@1002 /");
+    OpenReadPart part(Disk());
+    EXPECT_EQ(part->GetBadBlockTab(), 0);
+    const SystemCallLog log;
+    EXPECT_EQ(part->IsValidBlock(0, kNoTest, 0), 1);
+    EXPECT_EQ(log.Count(CallKind::Read), 2u); // head and tail
+}
+
+TEST_F(ReadPartBlocks, WalksStopAtTheFirstUsableBlock) {
+    MakeDisk();
+    for (const uint32_t block : {1u, 2u, 6u, 7u}) {
+        Spoil(block);
+    }
+    OpenReadPart part(Disk());
+    Quietly([&] {
+        EXPECT_EQ(Next(part, 3, 2), 3); // where it starts
+        EXPECT_EQ(Next(part, 1, 0), 3);
+        EXPECT_EQ(Next(part, 6, 5), 0); // round the ring's end
+        EXPECT_EQ(Next(part, 1, 3), 3); // at the last that may be
+        EXPECT_EQ(Next(part, 1, 2), -1);
+        EXPECT_EQ(Prev(part, 5, 6), 5);
+        EXPECT_EQ(Prev(part, 2, 3), 0);
+        EXPECT_EQ(Prev(part, 7, 0), 5);
+        EXPECT_EQ(Prev(part, 2, 0), 0);
+        EXPECT_EQ(Prev(part, 2, 1), -1);
+        EXPECT_EQ(Prev(part, 7, 6), -1);
+        EXPECT_EQ(Next(part, 6, 7), -1);
+    });
+}
+
+TEST_F(ReadPartBlocks, WalksFromABlockToItselfLookAtItAlone) {
+    MakeDisk();
+    Spoil(4);
+    OpenReadPart part(Disk());
+    EXPECT_EQ(Next(part, 3, 3), 3);
+    EXPECT_EQ(Prev(part, 3, 3), 3);
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(Next(part, 4, 4), -1); }), "IsValidBlock: invalid block 4\n");
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(Prev(part, 4, 4), -1); }), "IsValidBlock: invalid block 4\n");
+}
+
+TEST_F(ReadPartBlocks, WalksLookAtEachBlockOnceAndAtTheEndLast) {
+    MakeDisk(4);
+    SetAllBad();
+    OpenReadPart part(Disk());
+    using Blocks = std::vector<int>;
+    EXPECT_EQ(Looked([&] { return Next(part, 2, 1); }), (Blocks{2, 3, 0, 1}));
+    EXPECT_EQ(Looked([&] { return Next(part, 0, 3); }), (Blocks{0, 1, 2, 3}));
+    EXPECT_EQ(Looked([&] { return Next(part, 3, 0); }), (Blocks{3, 0}));
+    EXPECT_EQ(Looked([&] { return Next(part, 1, 1); }), (Blocks{1}));
+    EXPECT_EQ(Looked([&] { return Prev(part, 1, 2); }), (Blocks{1, 0, 3, 2}));
+    EXPECT_EQ(Looked([&] { return Prev(part, 3, 0); }), (Blocks{3, 2, 1, 0}));
+    EXPECT_EQ(Looked([&] { return Prev(part, 0, 3); }), (Blocks{0, 3}));
+    EXPECT_EQ(Looked([&] { return Prev(part, 1, 1); }), (Blocks{1}));
+}
+
+TEST_F(ReadPartBlocks, WalksWithAnEndOutsideTheRingTakeOneTurn) {
+    MakeDisk(4);
+    SetAllBad();
+    OpenReadPart part(Disk());
+    using Blocks = std::vector<int>;
+    for (const uint32_t to : {4u, 5u, 65535u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(Looked([&] { return Next(part, 2, to); }), (Blocks{2, 3, 0, 1})) << to;
+        EXPECT_EQ(Looked([&] { return Prev(part, 2, to); }), (Blocks{2, 1, 0, 3})) << to;
+    }
+    // A start outside it is looked at too, but is no bad block: none of the table's bits is its.
+    EXPECT_EQ(Looked([&] { return Next(part, 4, 0); }), (Blocks{1, 2, 3, 0}));
+    EXPECT_EQ(Looked([&] { return Prev(part, 4, 0); }), (Blocks{3, 2, 1, 0}));
+}
+
+TEST_F(ReadPartBlocks, WalksHandModeAndNumberOn) {
+    MakeDisk(4);
+    for (uint32_t block = 0; block < 4; ++block) {
+        auto contents = BlockContents::Closed(block + 1, 1000, 1900);
+        contents.tail.CloseState = 1;
+        Disk().WriteBlock(block, contents);
+    }
+    OpenReadPart part(Disk());
+    EXPECT_EQ(Next(part, 0, 3, 1, 3), 2); // numbers 1 and 2 are too small
+    EXPECT_EQ(Next(part, 0, 3, 1, 5), -1);
+    EXPECT_EQ(Prev(part, 1, 2, 1, 4), 3);
+    EXPECT_EQ(Next(part, 0, 3, 0, 0), -1);
+    EXPECT_EQ(Prev(part, 3, 0, 2, 0), -1);
+    EXPECT_EQ(Next(part, 0, 3, 3, 0), 0);
+}
+
+TEST_F(ReadPartBlocks, WalksNeedAPlaceForTheResult) {
+    OpenReadPart part(MakeDisk());
+    EXPECT_EQ(part->GetNextValidBlock(kNoTest, 0, 0, 7, nullptr), -1);
+    EXPECT_EQ(part->GetPrevValidBlock(kNoTest, 0, 0, 7, nullptr), -1);
+}
+
+TEST_F(ReadPartBlocks, WalksInARingWithoutBlocksFindNothing) {
+    MakeDisk().EditHead([](PartHead_t& head) { head.BlkCount = 0; });
+    OpenReadPart part(Disk());
+    EXPECT_EQ(Next(part, 0, 0), -1);
+    EXPECT_EQ(Next(part, 0, 3), -1);
+    EXPECT_EQ(Prev(part, 3, 0), -1);
+}
+
+TEST_F(ReadPartBlocks, WalksThroughForgedRingsEndSoon) {
+    MakeDisk(2);
+    Spoil(0);
+    Spoil(1);
+    for (const uint32_t count : {65536u, 0x40000000u, 0xFFFFFFF9u, 0xFFFFFFFFu}) {
+        Disk().EditHead([count](PartHead_t& head) { head.BlkCount = count; });
+        OpenReadPart part(Disk());
+        const SystemCallLog log;
+        Quietly([&] {
+            EXPECT_EQ(Next(part, 1, 0), -1) << count;
+            EXPECT_EQ(Prev(part, 0, 1), -1) << count;
+        });
+        // Each walk tries the table once and opens two blocks; the others lie beyond the device.
+        EXPECT_EQ(log.Count(CallKind::Sync), 4u) << count;
+        EXPECT_LE(log.Count(CallKind::Open), 6u) << count;
+        EXPECT_LT(log.Calls().size(), 60u) << count;
+    }
+}
+
+/// A head with a value of its own in each field that a record's parameters come from.
+BlockContents Parameters(uint32_t chn) {
+    auto contents = BlockContents::Closed(7, 1000, 1900);
+    contents.head.pre_RecTime = 11;
+    contents.head.AlmDelayTime = 12;
+    std::memset(contents.head.VehicleNum, 'N', sizeof contents.head.VehicleNum); // no end
+    std::memcpy(contents.head.VehicleID, "vehicle\0behind", 14);
+    contents.head.prop[chn] = {21, 201, 202, 203, 204, 22, 23, 24, 205, 206, {99, 99}};
+    contents.Channels(1u << chn);
+    return contents;
+}
+
+TEST_F(ReadPartBlocks, ParametersOfARecord) {
+    MakeDisk();
+    for (const uint32_t chn : {0u, 5u, 31u}) {
+        Disk().WriteBlock(3, Parameters(chn));
+        OpenReadPart part(Disk());
+        RecordItem_t record = {0x55, 3u << 16 | chn << 9 | 77, 1234, 1000, 1900, 9000, 0};
+        EncodeParam_t out;
+        std::memset(&out, 0xEE, sizeof out);
+        EXPECT_EQ(Printed([&] { EXPECT_EQ(part->GetRecInfo(&out, &record, 0), 0); }), "");
+        EncodeParam_t expected = {};
+        expected.pre_RecTime = 11;
+        expected.AlmDelayTime = 12;
+        expected.chn = chn;
+        expected.Bitrate = 21;
+        expected.VType = 201;
+        expected.FrameRate = 202;
+        expected.Resolution = 203;
+        expected.gop = 204;
+        expected.Sample = 22;
+        expected.BitWidth = 23;
+        expected.audio_frame_len = 24;
+        expected.AType = 205;
+        expected.propRes = 206;
+        std::memset(expected.VehicleNum, 'N', 16);
+        std::memcpy(expected.VehicleID, "vehicle\0behind", 14); // as it is, whatever it holds
+        EXPECT_EQ(std::memcmp(&out, &expected, sizeof out), 0) << chn;
+        // The record's channel becomes that of its id; the rest stays.
+        const RecordItem_t after = {0x55, 3u << 16 | chn << 9 | 77, chn, 1000, 1900, 9000, 0};
+        EXPECT_EQ(std::memcmp(&record, &after, sizeof record), 0) << chn;
+    }
+}
+
+TEST_F(ReadPartBlocks, ParametersLieInTheOrderOfTheirRecord) {
+    MakeDisk().WriteBlock(3, Parameters(1));
+    OpenReadPart part(Disk());
+    RecordItem_t record = WholeBlockRecord(3, 1);
+    EncodeParam_t out = {};
+    EXPECT_EQ(part->GetRecInfo(&out, &record, 0), 0);
+    uint32_t words[13];
+    std::memcpy(words, &out, sizeof words);
+    const uint32_t expected[13] = {11, 12, 1, 201, 202, 205, 21, 204, 22, 23, 24, 206, 203};
+    EXPECT_EQ(std::memcmp(words, expected, sizeof words), 0);
+    EXPECT_EQ(sizeof out, 100u);
+}
+
+/// Asks for parameters that there are none of.
+void ExpectNoParameters(CReadPart& part, RecordItem_t record, int rebuild = 0) {
+    record.chn = 1234;
+    const RecordItem_t before = record;
+    EncodeParam_t out;
+    std::memset(&out, 0xEE, sizeof out);
+    Quietly([&] { EXPECT_EQ(part.GetRecInfo(&out, &record, rebuild), -1); });
+    const EncodeParam_t zero = {};
+    EXPECT_EQ(std::memcmp(&out, &zero, sizeof out), 0);
+    EXPECT_EQ(std::memcmp(&record, &before, sizeof record), 0);
+}
+
+TEST_F(ReadPartBlocks, ParametersThatCannotBeHadAreZero) {
+    MakeDisk().WriteBlock(3, Parameters(5));
+    CReadPart closed;
+    ExpectNoParameters(closed, WholeBlockRecord(3, 5));
+    OpenReadPart part(Disk());
+    ExpectNoParameters(*part, WholeBlockRecord(3, 4)); // a channel that is not present
+    ExpectNoParameters(*part, WholeBlockRecord(3, 32));
+    ExpectNoParameters(*part, WholeBlockRecord(3, 37)); // channel 5, if numbers wrapped at 32
+    ExpectNoParameters(*part, WholeBlockRecord(3, 127));
+    ExpectNoParameters(*part, WholeBlockRecord(4, 5));
+    ExpectNoParameters(*part, WholeBlockRecord(65535, 5));
+    ExpectNoParameters(*part, WholeBlockRecord(65535, 5), 1);
+}
+
+TEST_F(ReadPartBlocks, ParametersNeedARecordAndAPlace) {
+    OpenReadPart part(MakeDisk());
+    RecordItem_t record = WholeBlockRecord(0, 0);
+    EncodeParam_t out;
+    std::memset(&out, 0xEE, sizeof out);
+    EXPECT_EQ(part->GetRecInfo(nullptr, &record, 0), -1);
+    EXPECT_EQ(part->GetRecInfo(&out, nullptr, 0), -1);
+    EXPECT_EQ(out.chn, 0xEEEEEEEE);
+}
+
+TEST_F(ReadPartBlocks, ParametersOfAnIncompleteBlockNeedNoRebuildButMayHaveOne) {
+    RecordOnNewDisk("I0@1000 P0@1001 P0@1002 /");
+    OpenReadPart part(Disk());
+    RecordItem_t record = SegmentRecord(0, 0, 0, 1000);
+    EncodeParam_t out = {};
+    size_t reads[2] = {};
+    for (const int rebuild : {0, 1}) {
+        const SystemCallLog log;
+        EXPECT_EQ(part->GetRecInfo(&out, &record, rebuild), 0);
+        EXPECT_EQ(out.pre_RecTime, 10u);
+        EXPECT_STREQ(out.VehicleNum, "SAMPLE 1");
+        reads[rebuild] = log.Count(CallKind::Read);
+        EXPECT_EQ(log.Count(CallKind::Open), log.Count(CallKind::Close));
+    }
+    EXPECT_EQ(reads[0], 2u);
+    EXPECT_EQ(reads[1], 2u + 3 + 1); // each frame's head, and where the next would be
+}
+
+} // namespace
