@@ -1,6 +1,7 @@
 #include "damage/damaged_disk.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <sstream>
 
 #include "sample_recorder/generated_source.h"
@@ -79,11 +80,27 @@ DamagedDisk::DamagedDisk(uint32_t fmtVersion)
         m_structures.push_back({m_image.IndexOffset(block) + sizeof(BlkIndexHead_t), 600});
         m_structures.push_back({m_image.TailOffset(block), 32});
     }
+    FindFrames();
     for (const auto& [start, end] :
          {std::pair<uint64_t, uint64_t>{0, kTablesEnd}, {BLOCK_BASE_OFFSET, m_size}}) {
         std::vector<uint8_t> bytes(static_cast<size_t>(end - start));
         m_image.Read(start, bytes.data(), bytes.size());
         m_pristine.emplace_back(start, std::move(bytes));
+    }
+}
+
+void DamagedDisk::FindFrames() {
+    for (uint32_t block = 0; block < kBlocks; ++block) {
+        uint32_t pos = 0;
+        while (pos + sizeof(FrameHead_t) <= m_image.FrameAreaSize()) {
+            const uint64_t offset = m_image.FrameOffset(block, pos);
+            const auto head = m_image.Get<FrameHead_t>(offset);
+            if (head.sync != BLOCK_MAGIC) {
+                break;
+            }
+            m_frames.push_back(offset);
+            pos += static_cast<uint32_t>(sizeof head) + head.len;
+        }
     }
 }
 
@@ -104,6 +121,13 @@ void DamagedDisk::Damage(uint32_t seed) {
     const uint32_t times = 1 + Random(4);
     for (uint32_t i = 0; i < times; ++i) {
         DamageOnce();
+    }
+}
+
+void DamagedDisk::DamageWithFrames(uint32_t seed) {
+    Damage(seed);
+    for (uint32_t count = Random(4); count > 0; --count) {
+        ForgeFrame();
     }
 }
 
@@ -197,6 +221,17 @@ void DamagedDisk::CopyStructure() {
         m_image.Write(to, bytes.data(), bytes.size());
         m_story += "block at " + std::to_string(from) + " copied to " + std::to_string(to) + "; ";
     }
+}
+
+void DamagedDisk::ForgeFrame() {
+    const uint64_t head = m_frames[Random(static_cast<uint32_t>(m_frames.size()))];
+    if (Random(4) == 0) {
+        // A length that leads back to earlier frames, if sums wrap.
+        PutWord(head + offsetof(FrameHead_t, len), 0u - Random(2 * kBlockSize));
+        return;
+    }
+    const uint64_t offset = head + 4 * uint64_t{Random(sizeof(FrameHead_t) / 4)};
+    PutWord(offset, HostileValue(offset + 4 <= m_end ? m_image.Get<uint32_t>(offset) : 0));
 }
 
 void DamagedDisk::DamageOnce() {

@@ -21,6 +21,9 @@ public:
     /// Makes the disk whole again, then damages it.
     void Damage(uint32_t seed);
 
+    /// The same, and then damages up to three frame heads besides.
+    void DamageWithFrames(uint32_t seed);
+
     /// What was done to the disk last, for a failure's message.
     const std::string& Story() const { return m_story; }
 
@@ -30,12 +33,16 @@ public:
     /// The head as it now lies on the disk; zeros where it was cut off.
     PartHead_t Head() const;
 
+    /// Where the disk now ends.
+    uint64_t Size() const { return m_end; }
+
 private:
     struct Area {
         uint64_t start;
         uint64_t size;
     };
 
+    void FindFrames();
     void Restore();
     void DamageOnce();
     void FlipBits();
@@ -45,6 +52,7 @@ private:
     void ForgeCount();
     void CutOff();
     void CopyStructure();
+    void ForgeFrame();
 
     uint32_t Random(uint32_t below);
     uint32_t HostileValue(uint32_t old);
@@ -55,6 +63,7 @@ private:
     TempDir m_dir;
     sample_recorder::PartitionImage m_image;
     std::vector<Area> m_structures;
+    std::vector<uint64_t> m_frames; ///< where the heads of frames lie
     std::vector<std::pair<uint64_t, std::vector<uint8_t>>> m_pristine;
     uint64_t m_size = 0;
     uint64_t m_end = 0; ///< where the file ends now
