@@ -9,6 +9,7 @@
 #include "format/ids.h"
 #include "format/part_head.h"
 #include "io/device.h"
+#include "io/messages.h"
 #include "playback/read_part_state.h"
 #include "read_part.h"
 
@@ -36,58 +37,27 @@ bool PassesMode(const BlockHead_t& head, const BlockTail_t& tail, unsigned int m
     }
 }
 
-/// Whether playback may use a block, by the bad-block table if there is one.
-bool Usable(ReadPartState_st& part, uint32_t block, unsigned int mode, unsigned int seq) {
-    if (part.pBadBlockTab != nullptr && block < part.RingCount && MarkedBad(part.pBadBlockTab, block)) {
-        std::printf("%s: bad block %d\n", "IsValidBlock", static_cast<int>(block));
-        return false;
-    }
-    if (part.Beyond(block)) {
-        return false;
-    }
-    BlockHead_t head = {};
-    BlockTail_t tail = {};
-    BriefBlock opened(part, block, 0);
-    if (opened->GetBlockInfo(&head, &tail) != 0) {
-        return false;
-    }
-    if (head.ValidFlag != BLOCK_MAGIC) {
-        std::printf("%s: invalid block %d\n", "IsValidBlock", static_cast<int>(block));
-        return false;
-    }
-    return PassesMode(head, tail, mode, seq);
-}
-
 /// Tests each block from @p from round the ring to @p to, both included, and stops at the first usable one.
 /// @return 0 with the block in @p out, or -1
-int FindUsableBlock(ReadPartState_st& part, Direction direction, unsigned int mode, unsigned int seq,
-                    uint32_t from, uint32_t to, unsigned int* out) {
-    const Ring ring = part.TheRing();
+int FindUsableBlock(CReadPart& part, const Ring& ring, Direction direction, unsigned int mode,
+                    unsigned int seq, uint32_t from, uint32_t to, unsigned int* out) {
     if (ring.count == 0 || out == nullptr) {
         return -1;
     }
     uint32_t block = from;
     // An end outside the ring is never met: one turn is enough.
     for (uint32_t steps = 0; block != to && steps < ring.count; ++steps) {
-        if (Usable(part, block, mode, seq)) {
+        if (part.IsValidBlock(block, mode, seq) == 1) {
             *out = block;
             return 0;
         }
         block = direction == Direction::Forwards ? ring.Next(block) : ring.Prev(block);
     }
-    if (Usable(part, to, mode, seq)) {
+    if (part.IsValidBlock(to, mode, seq) == 1) {
         *out = to;
         return 0;
     }
     return -1;
-}
-
-/// Loads the bad-block table on its first use. Without it no block is marked bad. A walk asks once, not at
-/// each of its steps: a table that cannot be loaded would cost a look at the device every time.
-void NeedBadBlockTab(CReadPart& part, const ReadPartState_st& state) {
-    if (state.pBadBlockTab == nullptr) {
-        part.GetBadBlockTab();
-    }
 }
 
 void TakeParameters(EncodeParam_t& out, const BlockHead_t& head, uint32_t chn) {
@@ -134,8 +104,29 @@ int CReadPart::IsValidBlock(unsigned int block, unsigned int mode, unsigned int 
     if (m_pState == nullptr) {
         return 0;
     }
-    NeedBadBlockTab(*this, *m_pState);
-    return Usable(*m_pState, block, mode, seq) ? 1 : 0;
+    if (m_pState->pBadBlockTab == nullptr && m_pState->TableInside) {
+        GetBadBlockTab(); // without it no block is marked bad
+    }
+    if (m_pState->pBadBlockTab != nullptr && block < m_pState->RingCount &&
+        MarkedBad(m_pState->pBadBlockTab, block)) {
+        std::printf("%s: bad block %d\n", "IsValidBlock", static_cast<int>(block));
+        return 0;
+    }
+    if (m_pState->Beyond(block)) {
+        DISK_ACCESS_REPORT_FAILURE("OpenBlock"); // as opening it would
+        return 0;
+    }
+    BlockHead_t head = {};
+    BlockTail_t tail = {};
+    BriefBlock opened(*m_pState, block, 0);
+    if (opened->GetBlockInfo(&head, &tail) != 0) {
+        return 0;
+    }
+    if (head.ValidFlag != BLOCK_MAGIC) {
+        std::printf("%s: invalid block %d\n", "IsValidBlock", static_cast<int>(block));
+        return 0;
+    }
+    return PassesMode(head, tail, mode, seq) ? 1 : 0;
 }
 
 int CReadPart::GetPrevValidBlock(unsigned int mode, unsigned int seq, unsigned int from, unsigned int to,
@@ -143,8 +134,7 @@ int CReadPart::GetPrevValidBlock(unsigned int mode, unsigned int seq, unsigned i
     if (m_pState == nullptr) {
         return -1;
     }
-    NeedBadBlockTab(*this, *m_pState);
-    return FindUsableBlock(*m_pState, Direction::Backwards, mode, seq, from, to, out);
+    return FindUsableBlock(*this, m_pState->TheRing(), Direction::Backwards, mode, seq, from, to, out);
 }
 
 int CReadPart::GetNextValidBlock(unsigned int mode, unsigned int seq, unsigned int from, unsigned int to,
@@ -152,8 +142,7 @@ int CReadPart::GetNextValidBlock(unsigned int mode, unsigned int seq, unsigned i
     if (m_pState == nullptr) {
         return -1;
     }
-    NeedBadBlockTab(*this, *m_pState);
-    return FindUsableBlock(*m_pState, Direction::Forwards, mode, seq, from, to, out);
+    return FindUsableBlock(*this, m_pState->TheRing(), Direction::Forwards, mode, seq, from, to, out);
 }
 
 int CReadPart::GetRecInfo(EncodeParam_t* out, RecordItem_t* record, int rebuild) {

@@ -34,8 +34,9 @@ void TakeHead(ReadPartState_st& state, const PartHead_t& head, dev_op_st* dev) {
     const BlockGeometry geometry = BlockGeometry::Of(head.BlkSize, head.FmtVersion);
     const uint64_t deviceSize = DeviceSize(dev);
     state.RingCount = CredibleBlocks(head.BlkCount, geometry, deviceSize);
-    // Of a device that does not tell its size, every block is tried.
-    state.Inside = deviceSize == 0 ? 0xFFFFFFFF : BlocksInside(geometry, deviceSize);
+    const bool sizeKnown = deviceSize != 0; // else every block is tried
+    state.Inside = sizeKnown ? BlocksInside(geometry, deviceSize) : 0xFFFFFFFF;
+    state.TableInside = !sizeKnown || uint64_t{head.BBTabOffs} + BadBlockTabSize(head.BlkCount) <= deviceSize;
 }
 
 } // namespace

@@ -13,6 +13,7 @@ struct ReadPartState_st {
     uint32_t BlkCount;  ///< as the head states it
     uint32_t RingCount; ///< blocks that are looked at: fewer, if the head states more than there can be
     uint32_t Inside;    ///< blocks that begin inside the device
+    bool TableInside;   ///< the bad-block table does not reach beyond the device: loading it may succeed
     uint32_t BlkSize;
     uint32_t FmtVersion;
     uint32_t BBTabOffs;
