@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Compares what the library exports with the list of what it is meant to.
 #
-#   check_symbols.sh LIBRARY LIST
+#   check_symbols.sh LIBRARY LIST...
 set -euo pipefail
-library=$1 list=$2
-nm --dynamic --defined-only --demangle "$library" | sed -E 's/^[0-9a-f]+ . //' | LC_ALL=C sort -u | diff -u "$list" - ||
-  { echo "the exported symbols differ from $list" >&2; exit 1; }
+library=$1
+shift
+nm --dynamic --defined-only --demangle "$library" | sed -E 's/^[0-9a-f]+ . //' | LC_ALL=C sort -u |
+  diff -u <(cat "$@" | LC_ALL=C sort -u) - || { echo "the exported symbols differ from $*" >&2; exit 1; }
 readelf --dynamic "$library" | grep -q 'SONAME.*\[libDiskAccess\.so\.1\]' ||
   { echo "$library does not call itself libDiskAccess.so.1" >&2; exit 1; }

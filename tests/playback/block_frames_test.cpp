@@ -318,6 +318,24 @@ TEST_F(BlockFrames, GetFrameWithoutABufferReadsTheHeadAlone) {
     EXPECT_EQ(head.len, 0xFFFFFFE8);
 }
 
+TEST_F(BlockFrames, HeadsWhoseLengthWrapsLeadNowhereBack) {
+    MakeDisk();
+    WriteRecording(0);
+    for (const uint32_t len : {0xFFFFFFE8u, 0xFFFFFF84u, 0xFFFFFFFFu}) {
+        // 24 + 0xFFFFFFE8 is nothing in 32 bits, 24 + 0xFFFFFF84 goes back by 100.
+        PutHead(0, 100, KeyFrame(0, 1000, len));
+        BlockReader reader(Disk());
+        EXPECT_EQ(reader.SeekOffs(1, WholeBlock()), 0);
+        FrameHead_t head = {};
+        EXPECT_EQ(reader->ForwardReadFrame(&head, nullptr), 0);
+        EXPECT_EQ(reader->ForwardReadFrame(&head, nullptr), 0);
+        EXPECT_EQ(head.len, len);
+        EXPECT_EQ(reader->ForwardReadFrame(&head, nullptr), -1) << len;
+        EXPECT_EQ(reader->ReadIFrame(100, &head, nullptr), 0);
+        EXPECT_EQ(reader->ForwardReadFrame(&head, nullptr), -1) << len;
+    }
+}
+
 TEST_F(BlockFrames, ForwardReadWithoutABufferMovesBehindTheFrame) {
     MakeDisk();
     WriteRecording(0);

@@ -6,6 +6,7 @@
 
 #include "dev_io.h"
 #include "disk_format.h"
+#include "play_records.h"
 #include "search_records.h"
 
 /// Reads the heads, tails and indexes of blocks, and turns an index into records and events.
@@ -54,6 +55,24 @@ public:
     /// its tables are loaded, those of the block before stand in their place.
     /// @return 0 to 32, or -1 when its head or tail cannot be read
     int GetUnitRecMap(unsigned int block);
+
+    /// Makes the index of a block that was never closed from its frames, up to the first that is none or that
+    /// is left over from the ring's previous turn, and prints the record segments that each channel then has.
+    /// Adds to the tables held: ReadBlockIndexList() on the block, which empties them when another block was
+    /// current, comes first.
+    /// @param flags as of ReadBlockIndexList(); for mode 2 only
+    /// @param mode  2: loads the index once more and goes on behind the last I-frame held; frames between
+    ///              that and the end of an earlier rebuild count again. Any other value: from the first frame
+    /// @return 0; -1 when a read failed, or the block cannot hold its own areas
+    int RebuildRecSegInfo(unsigned int block, unsigned int flags, unsigned int mode);
+
+    /// Adds one frame to the tables held, as the recorder does when it writes one: an I-frame or an event
+    /// meant for the index becomes an entry; a media frame extends its channel's last record segment, or
+    /// begins another after a pause of 16 seconds. What memory is short for is left out.
+    /// @param pos       the frame's position in the frame area, bytes
+    /// @param eventHead of an event frame: the start of its payload
+    /// @return 0; -1 when @p info is null
+    int RefreshRecSegInfo(FrameInfo_t* info, unsigned int pos, EventHead_t* eventHead);
 
     /// The alarm type of a time span: the type bits of the first event held, in table order, whose time lies
     /// in [@p start, @p end] and whose type meets the mask (the low 32 bits when @p alarmMask is 0).

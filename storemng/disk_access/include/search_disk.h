@@ -57,6 +57,28 @@ public:
     /// @return the number appended
     int SearchEvent(SearchParam_t* param, CCommList<EventItem_t>* out);
 
+    /// Appends the records of a request, oldest block first, each cut where alarms begin and end. Around every
+    /// event lies a period, from the pre-record time before it to the alarm delay after it; periods that run
+    /// into each other are one. A piece inside a period carries the types of all its events, a piece outside
+    /// carries none.
+    ///
+    /// With a nonzero alarm mask only pieces come whose types meet it. Outside periods, only the channels come
+    /// that the block's extended head lets show (all without one), and records of one second or less do not.
+    /// The same segment of several channels of a block is cut by the span of the first.
+    /// @return the number appended; -1 also without a request
+    int MixSearch(SearchParam_t* param, CCommList<RecordItem_t>* out);
+
+    /// Appends all events of block @p unit to @p evOut, and all its records, as plain ones, to @p out.
+    /// @param evOut may be null
+    /// @return the number of records appended
+    int MixSearchUnit(unsigned int unit, CCommList<RecordItem_t>* out, CCommList<EventItem_t>* evOut);
+
+    /// The cutting of MixSearch(): empties @p recs and @p events, and appends the pieces to @p out.
+    /// @param param only its alarm mask counts
+    /// @return the number appended; 0 when not initialised, or without one of the arguments
+    int MixBuildList(CCommList<RecordItem_t>* recs, CCommList<EventItem_t>* events, SearchParam_t* param,
+                     CCommList<RecordItem_t>* out);
+
     /// Adds the days that hold recordings: each the day's first second UTC, plus one.
     /// @return the number of days in the list
     int GetDateInfo(CCommList<unsigned int>* days);

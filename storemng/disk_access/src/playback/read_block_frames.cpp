@@ -131,7 +131,7 @@ int CReadBlock::ForwardReadFrame(FrameHead_t* head, void** payload) {
     int skipped = 0;
     const int result = GetFrame(cursor.readOffs, head, payload, &skipped);
     if (result == 0) {
-        cursor.readOffs += static_cast<uint32_t>(skipped) + static_cast<uint32_t>(FrameSpan(*head));
+        cursor.readOffs = OffsetBehind(uint64_t{cursor.readOffs} + static_cast<uint32_t>(skipped), *head);
     }
     return result;
 }
@@ -148,6 +148,7 @@ int CReadBlock::ReadBlockFrame(FrameHead_t* head, void** payload) {
         return -1;
     }
     ReadCursor_st& cursor = *m_pState->pCursor;
+    // In 32 bits, as a seek counts: where that found a frame in front of the frame area, this reads it.
     const uint32_t position = m_pState->geometry.headAreaSize + cursor.readOffs;
     FrameHead_t found = {};
     if (ReadInBlock(m_pState->blkOp, position, &found, sizeof found) != 0) {
@@ -160,6 +161,6 @@ int CReadBlock::ReadBlockFrame(FrameHead_t* head, void** payload) {
     if (ReadPayload(*m_pState, position, found, payload) != 0) {
         return -1;
     }
-    cursor.readOffs += static_cast<uint32_t>(FrameSpan(found));
+    cursor.readOffs = OffsetBehind(cursor.readOffs, found);
     return 0;
 }

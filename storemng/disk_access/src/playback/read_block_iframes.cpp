@@ -109,8 +109,7 @@ int CReadBlock::ReadIFrame(unsigned int offs, FrameHead_t* head, void** payload)
     int skipped = 0;
     const int result = GetFrame(offs, head, payload, &skipped);
     if (result == 0) {
-        m_pState->pCursor->readOffs =
-            offs + static_cast<uint32_t>(skipped) + static_cast<uint32_t>(FrameSpan(*head));
+        m_pState->pCursor->readOffs = OffsetBehind(uint64_t{offs} + static_cast<uint32_t>(skipped), *head);
     }
     return result;
 }

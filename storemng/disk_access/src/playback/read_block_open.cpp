@@ -60,9 +60,9 @@ int CReadBlock::OpenBlock(unsigned int block, unsigned int blkSize, PartAccess_t
         return -1;
     }
     m_pState->geometry = BlockGeometry::Of(blkSize, fmtVersion);
+    m_pState->blkOp = OpenWindow(*part, block, blkSize);
     // In a block too small for its own areas, every position would be wrong.
-    m_pState->blkOp = m_pState->geometry.HoldsBlock() ? OpenWindow(*part, block, blkSize) : nullptr;
-    if (m_pState->blkOp == nullptr || !ReadEnds(*m_pState)) {
+    if (m_pState->blkOp == nullptr || !m_pState->geometry.HoldsBlock() || !ReadEnds(*m_pState)) {
         DISK_ACCESS_REPORT_FAILURE("OpenBlock");
         CloseBlock();
         return -1;

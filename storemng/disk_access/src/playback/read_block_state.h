@@ -7,6 +7,7 @@
 #include "disk_format.h"
 #include "format/block_geometry.h"
 #include "format/channels.h"
+#include "format/frames.h"
 #include "format/index_tables.h"
 
 /// Where reading stands, and what of the block is wanted. All zero when the block was opened: the window then
@@ -37,6 +38,13 @@ namespace disk_access {
 
 /// An I-frame position that stands for none.
 constexpr uint32_t kNoIFrame = 0xFFFFFFFF;
+
+/// The frame offset behind a frame. A forged length that nobody has checked, since only the head was read, may
+/// lead beyond all offsets: it must not lead back.
+inline uint32_t OffsetBehind(uint64_t offs, const FrameHead_t& head) {
+    const uint64_t next = offs + FrameSpan(head);
+    return next > 0xFFFFFFFF ? 0xFFFFFFFF : static_cast<uint32_t>(next);
+}
 
 /// Seeks and reads within a block's window. Offsets beyond 32 bits lie beyond every window.
 /// @return 0 or -1

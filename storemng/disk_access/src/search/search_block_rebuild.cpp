@@ -1,0 +1,106 @@
+// CSearchBlock: making the index of a block that was never closed from its frames.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+
+#include "format/frames.h"
+#include "format/times.h"
+#include "io/device.h"
+#include "io/messages.h"
+#include "search/search_block_state.h"
+#include "search_block.h"
+
+using namespace disk_access;
+
+namespace {
+
+/// The mode that goes on behind the last I-frame held; every other starts at the first frame.
+constexpr unsigned int kResume = 2;
+
+/// A media frame this many seconds older than its block is left over from the ring's previous turn.
+constexpr uint32_t kStaleSeconds = 30;
+
+/// Device offset of a frame position. In 64 bits, in which no forged length makes it wrap.
+uint64_t FrameStart(const BlockIndexCache_t& cache, uint32_t block, uint64_t pos) {
+    return cache.BlockStart(block) + cache.geometry.headAreaSize + pos;
+}
+
+/// The position of the last I-frame held of any channel that is present; 0 without one.
+uint32_t LastIFrame(const BlockIndexCache_t& cache, uint32_t present) {
+    uint32_t last = 0;
+    for (uint32_t chn = 0; chn < kChannels; ++chn) {
+        const uint32_t held = cache.IFrames(chn);
+        if (HasChannel(present, chn) && held != 0) {
+            last = std::max(last, cache.iframeTab[chn].At(held - 1).pos);
+        }
+    }
+    return last;
+}
+
+bool IsStale(const FrameHead_t& frame, const BlockHead_t& block) {
+    return IsMedia(frame.type) && static_cast<uint32_t>(SecondsOf(frame.pts)) + kStaleSeconds < block.RecTime;
+}
+
+void PrintCounts(const BlockIndexCache_t& cache, uint32_t block, const BlockHead_t& head) {
+    std::printf("%s, Rebuild Index Block=%d(%d):\n", "RebuildRecSegInfo", static_cast<int>(block),
+                static_cast<int>(head.RecSeq));
+    for (uint32_t chn = 0; chn < kChannels; ++chn) {
+        if (HasChannel(head.media_chn_bitmap, chn)) {
+            std::printf("  [%d] rec count = %d\n", static_cast<int>(chn),
+                        static_cast<int>(cache.counts.recSegCount[chn]));
+        }
+    }
+}
+
+} // namespace
+
+int CSearchBlock::RebuildRecSegInfo(unsigned int block, unsigned int flags, unsigned int mode) {
+    BlockHead_t head = {};
+    if (m_pCache == nullptr || GetBlockInfo(block, &head, nullptr, nullptr, nullptr) != 0) {
+        return -1;
+    }
+    BlockIndexCache_t& cache = *m_pCache;
+    if (!cache.geometry.HoldsBlock()) {
+        return -1;
+    }
+    uint64_t pos = 0;
+    if (mode == kResume) {
+        ReadBlockIndexList(block, flags); // what it cannot load is made from the frames
+        pos = LastIFrame(cache, head.media_chn_bitmap);
+        FrameHead_t last = {};
+        if (ReadAt(cache.dev, FrameStart(cache, block, pos), &last, sizeof last) != 0) {
+            DISK_ACCESS_REPORT_FAILURE("RebuildRecSegInfo");
+            return -1;
+        }
+        if (last.sync == BLOCK_MAGIC && last.chn < kChannels) {
+            pos += FrameSpan(last);
+        }
+    }
+    while (pos < cache.geometry.FrameAreaSize()) {
+        FrameHead_t frame = {};
+        if (ReadAt(cache.dev, FrameStart(cache, block, pos), &frame, sizeof frame) != 0) {
+            return -1;
+        }
+        if (frame.sync != BLOCK_MAGIC || IsStale(frame, head)) {
+            break;
+        }
+        FrameInfo_t info = InfoOf(frame);
+        EventHead_t event = {};
+        if (info.type == kEventFrame && dev_read(cache.dev, &event, sizeof event) != 0) {
+            return -1;
+        }
+        RefreshRecSegInfo(&info, static_cast<uint32_t>(pos), &event);
+        pos += FrameSpan(frame);
+    }
+    PrintCounts(cache, block, head);
+    return 0;
+}
+
+int CSearchBlock::RefreshRecSegInfo(FrameInfo_t* info, unsigned int pos, EventHead_t* eventHead) {
+    if (m_pCache == nullptr || info == nullptr) {
+        return -1;
+    }
+    m_pCache->AddFrame(*info, pos, eventHead);
+    return 0;
+}

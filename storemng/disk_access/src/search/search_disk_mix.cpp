@@ -1,0 +1,253 @@
+// CSearchDisk: the mixed search, which cuts records where alarms begin and end.
+
+#include <array>
+#include <cstdint>
+
+#include "format/channels.h"
+#include "format/ids.h"
+#include "search/search_disk_state.h"
+#include "search_disk.h"
+
+using namespace disk_access;
+
+namespace {
+
+constexpr uint64_t kEveryAlarm = 0xFFFFFFFFFFFFFFFF;
+
+using RecordList = CCommList<RecordItem_t>;
+using EventList = CCommList<EventItem_t>;
+using PeriodList = CCommList<EventPeriodItem_t>;
+
+bool LongEnough(const RecordItem_t& record) {
+    return record.startTime + 1 < record.endTime;
+}
+
+/// Makes periods of events: each from its pre-record time before it to its alarm delay behind it, joined with
+/// the next one if that begins inside. Unsigned 32-bit seconds; a start of 0 stands for no period.
+void MakePeriods(CSearchPart& part, EventList& events, PeriodList& periods) {
+    EventPeriodItem_t period = {};
+    while (events.m_nCount > 0) {
+        const EventItem_t event = events.RemoveHead();
+        unsigned int pre = 0;
+        unsigned int post = 0;
+        part.GetEventPara(event.eventId, &pre, &post);
+        const uint32_t begin = event.time - pre;
+        const uint32_t end = event.time + post;
+        if (period.startTime != 0 && period.startTime <= begin && begin <= period.endTime) {
+            // The end moves to this event's, be it an earlier one: delays differ from block to block.
+            period.endTime = end;
+            period.alarmType = period.alarmType | event.alarmType;
+            continue;
+        }
+        if (period.startTime != 0) {
+            periods.AddTail(period);
+        }
+        period = {event.alarmType, begin, end};
+    }
+    if (period.startTime != 0) {
+        periods.AddTail(period);
+    }
+}
+
+/// The same segment of several channels of one block: an all-channel search lists them side by side, and they
+/// are cut together, by the span of the first.
+class Group {
+public:
+    /// Takes the records that belong together off the head of a list, which is not empty.
+    void TakeFrom(RecordList& records) {
+        m_count = 0;
+        do {
+            m_records.at(m_count++) = records.RemoveHead();
+        } while (records.m_nCount > 0 && m_count < m_records.size() && Belongs(records.m_pHead->data));
+    }
+
+    RecordItem_t* begin() { return m_records.data(); }
+    RecordItem_t* end() { return m_records.data() + m_count; }
+    const RecordItem_t& First() const { return m_records.front(); }
+
+private:
+    bool Belongs(const RecordItem_t& record) const {
+        return BlockOfId(record.recId) == BlockOfId(First().recId) &&
+               SegmentOfId(record.recId) == SegmentOfId(First().recId);
+    }
+
+    std::array<RecordItem_t, kChannels> m_records = {};
+    size_t m_count = 0;
+};
+
+/// Where a period lies, seen from a record.
+enum class Side { Before, Inside, Behind };
+
+/// Cuts groups of records by periods, into the caller's list.
+class Cutter {
+public:
+    Cutter(CSearchPart& part, PeriodList& periods, uint64_t alarmMask, RecordList& out)
+        : m_part(part), m_periods(periods), m_alarmMask(alarmMask), m_out(out) {}
+
+    /// @return the number of records appended
+    int Run(RecordList& records) {
+        if (records.m_nCount > 0) {
+            FetchPeriod();
+        }
+        while (records.m_nCount > 0) {
+            m_group.TakeFrom(records);
+            m_part.GetRecordExtPara(m_group.First().recId, &m_channels);
+            // A group may run on past a period, into the next.
+            while (CutByPeriod()) {
+                FetchPeriod();
+            }
+        }
+        return m_count;
+    }
+
+private:
+    /// Makes the next period current. Behind the last comes none, which lies behind every record: that is a
+    /// state of its own and no time, since a record may claim to end at the last second there is.
+    void FetchPeriod() {
+        m_periodsLeft = m_periods.m_nCount > 0;
+        if (m_periodsLeft) {
+            m_period = m_periods.RemoveHead();
+        }
+    }
+
+    Side SideOfPeriod() const {
+        if (!m_periodsLeft) {
+            return Side::Behind;
+        }
+        unsigned int start = 0;
+        unsigned int end = 0;
+        const int side = IntervalIntersection(m_period.startTime, m_period.endTime, m_group.First().startTime,
+                                              m_group.First().endTime, &start, &end);
+        return side < 0 ? Side::Behind : side > 0 ? Side::Before : Side::Inside;
+    }
+
+    /// @return true when the group is to be cut by the next period too
+    bool CutByPeriod() {
+        switch (SideOfPeriod()) {
+        case Side::Before:
+            return true;
+        case Side::Behind:
+            EmitPlain();
+            return false;
+        default:
+            EmitBefore();
+            EmitInside();
+            return MoveBehind();
+        }
+    }
+
+    /// The whole group, as plain recording.
+    void EmitPlain() {
+        for (RecordItem_t& record : m_group) {
+            if (Visible(record) && LongEnough(record) && m_alarmMask == 0) {
+                record.alarmType = 0;
+                Append(record);
+            }
+        }
+    }
+
+    /// What lies before the period, as plain recording. Whether a record is long enough is asked of all of it,
+    /// not of this piece.
+    void EmitBefore() {
+        for (RecordItem_t& record : m_group) {
+            if (record.startTime >= m_period.startTime) {
+                continue;
+            }
+            record.alarmType = 0;
+            if (Visible(record) && LongEnough(record) && m_alarmMask == 0) {
+                RecordItem_t piece = record;
+                piece.endTime = m_period.startTime;
+                Append(piece);
+            }
+            record.startTime = m_period.startTime;
+        }
+    }
+
+    /// What lies inside the period, as recording of its alarms, whatever the channel.
+    void EmitInside() {
+        const bool wanted = m_alarmMask == 0 || (m_alarmMask & m_period.alarmType) != 0;
+        for (RecordItem_t& record : m_group) {
+            if (!LongEnough(record) || !wanted) {
+                continue;
+            }
+            record.alarmType = m_period.alarmType;
+            RecordItem_t piece = record;
+            piece.endTime = piece.endTime > m_period.endTime ? m_period.endTime : piece.endTime;
+            Append(piece);
+        }
+    }
+
+    /// Leaves what lies behind the period.
+    /// @return whether anything does
+    bool MoveBehind() {
+        bool more = false;
+        for (RecordItem_t& record : m_group) {
+            const bool usedUp = record.endTime < m_period.endTime;
+            record.startTime = usedUp ? record.endTime : m_period.endTime;
+            more = more || !usedUp;
+        }
+        return more;
+    }
+
+    /// Whether the recorder shows a record's channel outside alarms.
+    bool Visible(const RecordItem_t& record) const {
+        return HasChannel(m_channels, ChannelOfId(record.recId));
+    }
+
+    void Append(const RecordItem_t& record) {
+        m_out.AddTail(record);
+        ++m_count;
+    }
+
+    CSearchPart& m_part;
+    PeriodList& m_periods;
+    uint64_t m_alarmMask;
+    RecordList& m_out;
+    Group m_group;
+    EventPeriodItem_t m_period = {};
+    bool m_periodsLeft = false;
+    unsigned int m_channels = 0xFFFFFFFF;
+    int m_count = 0;
+};
+
+} // namespace
+
+int CSearchDisk::MixSearch(SearchParam_t* param, CCommList<RecordItem_t>* out) {
+    if (m_pState == nullptr || param == nullptr) {
+        return -1;
+    }
+    SearchParam_t request = *param;
+    request.alarmMask = 0;
+    RecordList records;
+    if (m_pState->searchPart->SearchMedia(&request, m_pState->lockedMap, &records) <= 0) {
+        return 0;
+    }
+    request.alarmMask = kEveryAlarm;
+    EventList events;
+    m_pState->searchPart->SearchEvent(&request, &events);
+    return MixBuildList(&records, &events, param, out);
+}
+
+int CSearchDisk::MixSearchUnit(unsigned int unit, CCommList<RecordItem_t>* out,
+                               CCommList<EventItem_t>* evOut) {
+    if (m_pState == nullptr) {
+        return -1;
+    }
+    RecordList records;
+    if (m_pState->searchPart->SearchUnitMedia(unit, m_pState->lockedMap, &records, evOut) <= 0) {
+        return 0;
+    }
+    EventList noEvents;
+    SearchParam_t everything = {};
+    return MixBuildList(&records, &noEvents, &everything, out);
+}
+
+int CSearchDisk::MixBuildList(CCommList<RecordItem_t>* recs, CCommList<EventItem_t>* events,
+                              SearchParam_t* param, CCommList<RecordItem_t>* out) {
+    if (m_pState == nullptr || recs == nullptr || events == nullptr || param == nullptr || out == nullptr) {
+        return 0;
+    }
+    PeriodList periods;
+    MakePeriods(*m_pState->searchPart, *events, periods);
+    return Cutter(*m_pState->searchPart, periods, param->alarmMask, *out).Run(*recs);
+}
