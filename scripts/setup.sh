@@ -11,7 +11,7 @@ SAMPLE_PACKAGES=(ffmpeg fonts-dejavu-core)
 TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev tzdata)
 LINT_PACKAGES=(clang-format clang-tidy shellcheck)
 COVERAGE_PACKAGES=(gcovr)
-BENCH_PACKAGES=(libbenchmark-dev libgtest-dev)
+BENCH_PACKAGES=(libbenchmark-dev libgtest-dev ffmpeg)
 
 as_root() {
   if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
