@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <malloc.h>
+
 #include <csignal>
 #include <functional>
 #include <map>
@@ -160,7 +162,15 @@ int Run(const Command& command, const Options& options) {
     }
 }
 
+/// The library resizes a payload's buffer to every frame. Buffers that the C library maps by themselves are
+/// mapped anew each time, and key frames are large enough for that: they are kept in the heap.
+void KeepPayloadsInTheHeap() {
+    mallopt(M_MMAP_THRESHOLD, 32 << 20);
+    mallopt(M_TRIM_THRESHOLD, 64 << 20);
+}
+
 int RunProgram(int argc, char** argv) {
+    KeepPayloadsInTheHeap();
     OccupyStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe shows as a failed write, which is no error
 
