@@ -134,6 +134,29 @@ TEST_F(Program, List) {
               "played.\n");
 }
 
+TEST_F(Program, ListCutWhereAlarmsBeginAndEnd) {
+    // Alarms at 14:11:00 and 14:15:00, ten seconds before and thirty behind; 1024 bytes a second.
+    const std::string list = Show(
+        "list", {"--mix", "--channel", "0", "--from", "2026-11-20 14:10", "--to", "2026-11-20 14:19:59"});
+    EXPECT_EQ(list,
+              "CHANNEL  START                END                  LENGTH       SIZE  ALARM  BLOCK  SEGMENT\n"
+              "      0  2026-11-20 14:10:00  2026-11-20 14:10:50    0:50   50.0 KiB      -      1        0\n"
+              "      0  2026-11-20 14:10:50  2026-11-20 14:11:30    0:40   40.0 KiB    0x1      1        0\n"
+              "      0  2026-11-20 14:11:30  2026-11-20 14:14:50    3:20  200.0 KiB      -      1        0\n"
+              "      0  2026-11-20 14:14:50  2026-11-20 14:15:30    0:40   40.0 KiB    0x4      1        0\n"
+              "      0  2026-11-20 14:15:30  2026-11-20 14:19:59    4:29  269.0 KiB      -      1        0\n"
+              "\n"
+              "CHANNEL  RECORDS  LENGTH       SIZE\n"
+              "      0        5    9:59  599.0 KiB\n"
+              "\n"
+              "Records  5\n"
+              "Length   9:59\n"
+              "Size     599.0 KiB\n");
+    EXPECT_EQ(RecordLines(Show("list", {"--mix", "--alarm", "0x4"})), 1u);
+    EXPECT_EQ(RecordLines(Show("list", {"--mix", "--alarm", "0x2"})), 0u);
+    EXPECT_EQ(SchemaErrors("list", Json::parse(Show("list", {"--mix", "--json"}))), "");
+}
+
 TEST_F(Program, ListOfARangeAndChannel) {
     EXPECT_EQ(Show("list", {"--from", "2026-11-20 14:05", "--to", "2026-11-20 14:12", "--channel", "0"}),
               "CHANNEL  START                END                  LENGTH       SIZE  ALARM  BLOCK  SEGMENT\n"

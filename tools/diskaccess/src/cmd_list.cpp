@@ -80,8 +80,13 @@ Report List(Session& session) {
                      {}};
     Total all;
     std::map<uint32_t, Total> channels;
-    for (const RecordItem_t& record : FindRecords(session, session.WantedRange(), tags)) {
-        records.rows.push_back(Row(session, record, tags.TypesOf(record.startTime, record.endTime)));
+    const bool mixed = session.Wanted().mix;
+    for (const RecordItem_t& record :
+         mixed ? FindMixedRecords(session)
+               : FindRecords(session, session.WantedRange(), alarms.value_or(0), tags)) {
+        const uint64_t types =
+            mixed ? uint64_t{record.alarmType} : tags.TypesOf(record.startTime, record.endTime);
+        records.rows.push_back(Row(session, record, types));
         channels[record.chn].Add(record);
         all.Add(record);
     }

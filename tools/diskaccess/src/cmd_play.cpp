@@ -270,7 +270,7 @@ std::vector<RecordItem_t> RecordsToPlay(Session& session) {
     wider.first -= std::min(range.first, 2u);
     wider.endOfMedia = std::min(range.endOfMedia, 0x7FFFFFFFu - 2) + 2;
     std::vector<uint32_t> blocks;
-    for (const RecordItem_t& record : FindRecords(session, wider, AlarmTags(session, {}, false))) {
+    for (const RecordItem_t& record : FindRecords(session, wider, 0, AlarmTags(session, {}, false))) {
         if (blocks.empty() || blocks.back() != record.recId >> 16) {
             blocks.push_back(record.recId >> 16);
         }

@@ -1,6 +1,7 @@
 #include "findings.h"
 
 #include <algorithm>
+#include <limits>
 #include <map>
 
 namespace diskaccess {
@@ -96,9 +97,9 @@ uint64_t AlarmTags::TypesOf(uint32_t start, uint32_t end) const {
     return types;
 }
 
-std::vector<RecordItem_t> FindRecords(Session& session, const Range& range, const AlarmTags& tags) {
+std::vector<RecordItem_t> FindRecords(Session& session, const Range& range, uint64_t alarms,
+                                      const AlarmTags& tags) {
     const uint32_t channels = session.WantedChannels();
-    const uint64_t alarms = session.WantedAlarms().value_or(0);
     SearchParam_t request = {alarms, session.Disk().SafeSearchStart(range.first), range.endOfMedia,
                              SearchedChannel(channels)};
     CCommList<RecordItem_t> found;
@@ -117,6 +118,35 @@ std::vector<RecordItem_t> FindRecords(Session& session, const Range& range, cons
             salvaged && alarms != 0 && (tags.TypesOf(record.startTime, record.endTime) & alarms) == 0;
         if (wanted && !besideAlarms) {
             records.push_back(record);
+        }
+    }
+    return records;
+}
+
+std::vector<RecordItem_t> FindMixedRecords(Session& session) {
+    CCommList<RecordItem_t> whole;
+    std::map<uint32_t, RecordItem_t> byId;
+    for (const RecordItem_t& record :
+         FindRecords(session, session.WantedRange(), 0, AlarmTags(session, {}, false))) {
+        whole.AddTail(record);
+        byId[record.recId] = record;
+    }
+    CCommList<EventItem_t> events;
+    for (const EventItem_t& event : FindEvents(session, std::numeric_limits<uint64_t>::max())) {
+        events.AddTail(event);
+    }
+    SearchParam_t request = {session.WantedAlarms().value_or(0), 0, 0, 0};
+    CCommList<RecordItem_t> pieces;
+    session.Search().MixBuildList(&whole, &events, &request, &pieces);
+    std::vector<RecordItem_t> records;
+    for (const auto* node = pieces.m_pHead; node != nullptr; node = node->pNext) {
+        RecordItem_t piece = node->data;
+        const RecordItem_t& record = byId[piece.recId];
+        const uint64_t length = record.endTime - record.startTime;
+        if (piece.startTime < piece.endTime && length != 0) {
+            piece.size =
+                static_cast<uint32_t>(record.size * uint64_t{piece.endTime - piece.startTime} / length);
+            records.push_back(piece);
         }
     }
     return records;

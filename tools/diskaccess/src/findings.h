@@ -35,12 +35,17 @@ private:
     int64_t m_longest = 0;
 };
 
-/// The records of a range and of the channels asked for, cut to the range; with alarms asked for, only those
+/// The records of a range and of the channels asked for, cut to the range; with alarms to look for, only those
 /// around them.
 ///
 /// A search ends at the first block that cannot be read. Where reads failed, every block is asked by itself
 /// instead, and what was recorded around alarms then comes uncut.
-std::vector<RecordItem_t> FindRecords(Session& session, const Range& range, const AlarmTags& tags);
+std::vector<RecordItem_t> FindRecords(Session& session, const Range& range, uint64_t alarms,
+                                      const AlarmTags& tags);
+
+/// The records of the range and channels asked for, cut where alarms begin and end: each piece bears the types
+/// of the alarms it belongs to, and its share of the record's bytes. With alarms asked for, only their pieces.
+std::vector<RecordItem_t> FindMixedRecords(Session& session);
 
 } // namespace diskaccess
 

@@ -32,6 +32,10 @@ ExitCode Show(Session& session) {
     return session.Finish(Make(session));
 }
 
+void AddListOptions(CLI::App& command, Options& options) {
+    command.add_flag("--mix", options.mix, "Cut the recordings where alarms begin and end");
+}
+
 void AddPlayOptions(CLI::App& command, Options& options) {
     auto* const record = command
                              .add_option("--record", options.record,
@@ -79,7 +83,7 @@ constexpr Command kCommands[] = {
     {"info", "What the partition is: layout, recorded span, vehicle, channels", Show<Info>, false, false,
      false, AddNoOptions},
     {"list", "The recordings, oldest block first; with --alarm those around events", Show<List>, true, true,
-     true, AddNoOptions},
+     true, AddListOptions},
     {"events", "The events", Show<Events>, true, false, true, AddNoOptions},
     {"days", "A calendar of the days that hold recordings (the recorder's own days, UTC)", Show<Days>, false,
      false, false, AddNoOptions},

@@ -33,6 +33,9 @@ struct Options {
     std::string channels;
     std::string alarm;
 
+    // list
+    bool mix = false;
+
     // play
     std::string record;
     std::optional<uint32_t> unit;
