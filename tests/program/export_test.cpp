@@ -253,6 +253,31 @@ TEST_F(Export, PassesAHeadThatTheDiskDoesNotDeliver) {
     EXPECT_EQ(manifest["losses"][0]["reason"], "unreadable");
 }
 
+TEST_F(Export, TakesWhatIsLeftOfACopyThatWasCutOff) {
+    Record();
+    const uint64_t end = Disk().FrameOffset(4, 0x5000);
+    Disk().Truncate(end);
+    for (size_t i = 0; i < m_recorded.size(); ++i) {
+        m_recorded[i].lost = HeadOf(i) + 24 + m_recorded[i].frame.payload.size() > end;
+    }
+    const Json manifest = Compare(1);
+    EXPECT_EQ(manifest["blocks"].size(), 5u);
+    EXPECT_EQ(manifest["blocks"][4]["indexed"], false);
+    EXPECT_NE(m_messages.find("is cut off after"), std::string::npos) << m_messages;
+}
+
+TEST_F(Export, TakesWhatIsLeftWhenTheSearchMeetsABlockItCannotRead) {
+    Record();
+    ProgramSetting setting;
+    const uint64_t head = Disk().HeadOffset(3);
+    setting.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_BAD_FILE=" + File("disk"),
+                           "SHIM_BAD_FROM=" + std::to_string(head),
+                           "SHIM_BAD_TO=" + std::to_string(head + 4)};
+    Lose(FrameOf(3, 0), FrameOf(4, 0) - 1);
+    const Json manifest = Compare(3, {}, setting);
+    EXPECT_EQ(manifest["missing_blocks"].size(), 1u);
+}
+
 TEST_F(Export, ReadsABlockWhoseTailIsUnreadable) {
     Record();
     ProgramSetting setting;

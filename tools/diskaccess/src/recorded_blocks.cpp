@@ -47,8 +47,7 @@ std::vector<RecordedBlock> ReadForwards(Partition& disk, const Partition::Ring& 
 /// Asks every block, and takes the order from their sequence numbers.
 std::vector<RecordedBlock> ReadAll(Partition& disk, const Range& range) {
     std::vector<RecordedBlock> blocks;
-    const uint32_t inside = disk.Head().BlkCount - disk.MissingBlocks();
-    for (uint32_t number = 0; number < inside; ++number) {
+    for (uint32_t number = 0; number < disk.Head().BlkCount; ++number) {
         const auto block = ReadBlock(disk, number);
         if (block && block->startTime <= range.last) {
             blocks.push_back(*block);
