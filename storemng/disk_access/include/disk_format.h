@@ -55,7 +55,7 @@ struct PartHead_t {
 
 /// The encoding parameters of one channel. The codes are the recorder's own and are passed through.
 struct ChnProp_t {
-    uint32_t Bitrate;
+    uint32_t Bitrate;         ///< video bit rate
     uint8_t VType;            ///< video encoding
     uint8_t FrameRate;        ///< frames a second
     uint8_t Resolution;       ///< picture size
@@ -65,7 +65,7 @@ struct ChnProp_t {
     uint32_t audio_frame_len; ///< bytes an audio frame
     uint8_t AType;            ///< audio encoding
     uint8_t propRes;          ///< a further code
-    uint8_t Reserved[2];
+    uint8_t Reserved[2];      ///< not used
 };
 
 /// The block head, at block offset 0.
@@ -85,12 +85,12 @@ struct BlockHead_t {
 struct BlkExtHead_t {
     uint32_t ExtParaValid; ///< nonzero: ExtPara is set
     uint32_t ExtPara;      ///< the record's extension parameter, a channel set
-    uint8_t Reserved[56];
+    uint8_t Reserved[56];  ///< not used
 };
 
 /// The block tail, at the start of the tail area; written when the block is closed.
 struct BlockTail_t {
-    uint32_t Reserved;
+    uint32_t Reserved;   ///< not used
     uint32_t CloseState; ///< closing state: 1 is told apart from every other value
     uint32_t RecSeq;     ///< copy of the head's: the index is complete when the two agree
     uint32_t StartTime;  ///< start of the block's media
@@ -99,9 +99,9 @@ struct BlockTail_t {
 
 /// The extended block tail, right behind the block tail (extended layout only).
 struct BlockTailEx_t {
-    uint32_t RecSeq; ///< copy of the head's; it too can vouch for the index
-    uint32_t StartTime;
-    uint32_t EndTime;
+    uint32_t RecSeq;    ///< copy of the head's; it too can vouch for the index
+    uint32_t StartTime; ///< as BlockTail_t::StartTime; searches do not use it
+    uint32_t EndTime;   ///< as BlockTail_t::EndTime; searches do not use it
 };
 
 /// The head of the index area. Only channels present in BlockHead_t::media_chn_bitmap have tables.
@@ -113,9 +113,9 @@ struct BlkIndexHead_t {
 
 /// An I-frame of a channel.
 struct IFrameItem_t {
-    int64_t pts;  ///< time stamp
-    uint32_t pos; ///< position of its frame head
-    uint32_t Reserved;
+    int64_t pts;       ///< time stamp
+    uint32_t pos;      ///< position of its frame head
+    uint32_t Reserved; ///< not used; zero in an entry rebuilt from frames
 };
 
 /// A record segment: one continuous stretch of one channel's recording inside the block.
@@ -129,10 +129,10 @@ struct RecSegItem_t {
 
 /// An event of the block.
 struct EventIndexItem_t {
-    uint64_t type; ///< type bits, as in EventHead_t
-    int64_t pts;   ///< time stamp
-    uint32_t pos;  ///< position of its frame head
-    uint32_t Reserved;
+    uint64_t type;     ///< type bits, as in EventHead_t
+    int64_t pts;       ///< time stamp
+    uint32_t pos;      ///< position of its frame head
+    uint32_t Reserved; ///< not used; zero in an entry rebuilt from frames
 };
 
 /// The head of every frame. The next one follows at pos + 24 + len.
@@ -146,10 +146,10 @@ struct FrameHead_t {
 
 /// The start of an event frame's payload.
 struct EventHead_t {
-    uint64_t type; ///< one bit an alarm or event kind
-    uint8_t Reserved1;
-    uint8_t Indexed; ///< 1: the frame enters the block's event table
-    uint8_t Reserved2[6];
+    uint64_t type;        ///< one bit an alarm or event kind
+    uint8_t Reserved1;    ///< not used
+    uint8_t Indexed;      ///< 1: the frame enters the block's event table
+    uint8_t Reserved2[6]; ///< not used
 };
 
 #pragma pack(pop)

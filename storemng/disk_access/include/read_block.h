@@ -27,7 +27,9 @@
 /// CloseBlock() first. An object belongs to one thread at a time; objects never disturb each other.
 class DISK_ACCESS_API CReadBlock {
 public:
+    /// An object without a block.
     CReadBlock();
+    /// Releases nothing: call CloseBlock() first.
     virtual ~CReadBlock();
 
     CReadBlock(const CReadBlock&) = delete;
@@ -82,7 +84,8 @@ public:
     /// @return the position, or -1 when it lies outside the frame area or before the window's first frame
     int GetOffset(unsigned int offs);
 
-    /// @return 0 when frames of this channel are wanted, else -1
+    /// Tells whether frames of the channel of @p head are wanted.
+    /// @return 0: yes; -1: no, or no block is open
     int CheckValidChn(FrameHead_t* head);
 
     /// Sorts a frame head. Media frames up to 5 seconds before the time window and up to 1 second behind it

@@ -30,7 +30,9 @@
 /// that every read resizes to the frame's length; the caller frees it at the end.
 class DISK_ACCESS_API CReadDisk {
 public:
+    /// An object without a partition.
     CReadDisk();
+    /// Releases nothing: call Quit() first.
     virtual ~CReadDisk();
 
     CReadDisk(const CReadDisk&) = delete;

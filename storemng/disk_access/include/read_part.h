@@ -16,7 +16,9 @@
 /// thread at a time.
 class DISK_ACCESS_API CReadPart {
 public:
+    /// A closed object.
     CReadPart();
+    /// Releases nothing: call EndReader() and Quit() first.
     virtual ~CReadPart();
 
     CReadPart(const CReadPart&) = delete;
@@ -105,6 +107,7 @@ public:
     /// @return 0 or -1
     int GetEncrypt(unsigned int* map, unsigned int* encrypt, unsigned char* password, int length);
 
+    /// Checks a password against the access lock.
     /// @param password NUL-terminated text
     /// @return 0: right, or no lock; -1: wrong, or not initialised
     int CheckEncrypt(unsigned char* password);

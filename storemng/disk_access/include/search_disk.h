@@ -22,6 +22,7 @@
 /// time.
 class DISK_ACCESS_API CSearchDisk {
 public:
+    /// An object without a partition.
     CSearchDisk();
     /// Calls Quit().
     virtual ~CSearchDisk();

@@ -18,6 +18,7 @@ class DISK_ACCESS_API CSearchPart {
 public:
     /// A closed object.
     CSearchPart();
+    /// Releases nothing: call Quit() first.
     virtual ~CSearchPart();
 
     CSearchPart(const CSearchPart&) = delete;

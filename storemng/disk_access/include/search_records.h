@@ -45,8 +45,8 @@ struct EventItem_t {
 /// A period joined from neighbouring events.
 struct EventPeriodItem_t {
     uint64_t alarmType; ///< type bits of all events joined
-    uint32_t startTime;
-    uint32_t endTime;
+    uint32_t startTime; ///< the first event, less its pre-record time
+    uint32_t endTime;   ///< the last event, plus its alarm delay time
 };
 
 /// One block of a unit list.
@@ -72,8 +72,8 @@ struct InputTime_t {
 
 /// A search region.
 struct OutputTime_t {
-    uint32_t startTime;
-    uint32_t endTime;
+    uint32_t startTime; ///< first second; not before the oldest block's start
+    uint32_t endTime; ///< last second; not after the newest block's start, unless the region begins after it
 };
 
 /// The space report.
