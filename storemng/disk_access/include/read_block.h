@@ -88,8 +88,8 @@ public:
     /// @return 0: yes; -1: no, or no block is open
     int CheckValidChn(FrameHead_t* head);
 
-    /// Sorts a frame head. Media frames up to 5 seconds before the time window and up to 1 second behind it
-    /// still pass.
+    /// Sorts a frame head. Media frames from 5 seconds before the time window to the end of its last second
+    /// pass.
     /// @return 0: deliver it; 1: another channel; 2: the mark at the end of the frames; 3: media outside the
     ///         time window; -1: no frame
     int CheckFrameHead(FrameHead_t* head);
