@@ -10,6 +10,8 @@ SAMPLE_PACKAGES=(ffmpeg fonts-dejavu-core)
 # What the tests take besides.
 TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev tzdata)
 LINT_PACKAGES=(clang-format clang-tidy shellcheck)
+# What the HTML reference takes, and the test that nothing public goes undocumented.
+DOCS_PACKAGES=(doxygen)
 COVERAGE_PACKAGES=(gcovr)
 BENCH_PACKAGES=(libbenchmark-dev libgtest-dev ffmpeg)
 
