@@ -151,7 +151,7 @@ public:
     int ReadPrevIFrame(FrameHead_t* head, void** payload);
 
 private:
-    struct BlkReadState_st* m_pState;
+    struct BlkReadState_st* m_pState = nullptr;
 };
 
 #endif // DISK_ACCESS_READ_BLOCK_H

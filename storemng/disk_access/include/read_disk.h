@@ -104,7 +104,7 @@ public:
     int CheckEncryptInfo(unsigned char* password);
 
 private:
-    struct ReadDiskState_st* m_pState;
+    struct ReadDiskState_st* m_pState = nullptr;
 };
 
 #endif // DISK_ACCESS_READ_DISK_H

@@ -113,7 +113,7 @@ public:
     int CheckEncrypt(unsigned char* password);
 
 private:
-    struct ReadPartState_st* m_pState;
+    struct ReadPartState_st* m_pState = nullptr;
 };
 
 /// Does nothing. Callers that trace through it stay silent.

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <limits>
 #include <map>
+#include <utility>
 
 #include "commands.h"
 #include "failure.h"
@@ -77,8 +78,8 @@ struct Candidate {
 /// One export.
 class Exporter {
 public:
-    Exporter(Session& session, const Target& target)
-        : m_session(session), m_target(target),
+    Exporter(Session& session, Target target)
+        : m_session(session), m_target(std::move(target)),
           m_plan(PlanExport(session,
                             {session.WantedRange(), session.WantedChannels() & ~session.HiddenChannels()})),
           m_events(FindEvents(session, std::numeric_limits<uint64_t>::max())) {

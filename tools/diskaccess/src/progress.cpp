@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <utility>
 
@@ -47,7 +48,8 @@ std::string ProgressText(const std::string& what, double done, uint64_t bytes, d
     const auto rate = static_cast<uint64_t>(static_cast<double>(bytes) / seconds);
     std::string text = fmt::format("{} {:3.0f} %  {}/s", what, done * 100, BytesText(rate));
     if (done > 0.01) {
-        text += fmt::format("  {} left", DurationText(static_cast<uint64_t>(seconds / done - seconds + 0.5)));
+        text += fmt::format("  {} left",
+                            DurationText(static_cast<uint64_t>(std::lround(seconds / done - seconds))));
     }
     return text;
 }

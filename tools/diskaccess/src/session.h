@@ -17,37 +17,34 @@
 
 namespace diskaccess {
 
-/// The options that commands share, as typed.
+/// The options of all commands, as typed.
 struct Options {
     std::string partition;
-    Format format = Format::Text;
     std::string zone;
-    int64_t skew = 0; ///< seconds that the recorder's clock was ahead of true time
-    std::optional<int> diskType;
-    bool verbose = false;
     std::string passwordFile;
-    bool askPassword = false;
-
     std::string from;
     std::string to;
     std::string channels;
     std::string alarm;
-
-    // list
-    bool mix = false;
+    int64_t skew = 0; ///< seconds that the recorder's clock was ahead of true time
+    std::optional<int> diskType;
+    Format format = Format::Text;
+    bool verbose = false;
+    bool askPassword = false;
+    bool mix = false; ///< list
 
     // play
-    std::string record;
-    std::optional<uint32_t> unit;
-    std::string seek;
     bool iframes = false;
     bool backward = false;
+    std::optional<uint32_t> unit;
+    std::string record;
+    std::string seek;
 
     // export
     std::string output;
-    bool raw = false;
     std::string container;
     std::string audio;
+    bool raw = false;
     bool force = false;
 };
 

@@ -41,7 +41,7 @@ bool ReadEnds(BlkReadState_st& state) {
 
 } // namespace
 
-CReadBlock::CReadBlock() : m_pState(nullptr) {}
+CReadBlock::CReadBlock() = default;
 
 CReadBlock::~CReadBlock() = default;
 

@@ -81,7 +81,7 @@ int ZeroOrFailed(int result) {
 
 } // namespace
 
-CReadDisk::CReadDisk() : m_pState(nullptr) {}
+CReadDisk::CReadDisk() = default;
 
 CReadDisk::~CReadDisk() = default;
 

@@ -41,7 +41,7 @@ void TakeHead(ReadPartState_st& state, const PartHead_t& head, dev_op_st* dev) {
 
 } // namespace
 
-CReadPart::CReadPart() : m_pState(nullptr) {}
+CReadPart::CReadPart() = default;
 
 CReadPart::~CReadPart() = default;
 
@@ -119,6 +119,7 @@ int CReadPart::CheckEncrypt(unsigned char* password) {
     return right ? 0 : -1;
 }
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): callers hand it arguments as they would to printf
 int DebugLog(const char* /*format*/, ...) {
     return 0;
 }

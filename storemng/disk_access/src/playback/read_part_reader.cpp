@@ -166,6 +166,7 @@ int CReadPart::EndReader(PartReadHandle_st* reader) {
     return 0;
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): callers were always free to pass a plain pointer
 int CReadPart::SeekTime(PartReadHandle_st* reader, long* time) {
     if (reader == nullptr || time == nullptr) {
         return -1;
@@ -173,6 +174,7 @@ int CReadPart::SeekTime(PartReadHandle_st* reader, long* time) {
     return reader->pBlockObj->SeekTime(reader->ChnType, &reader->RecItem, *time);
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter)
 int CReadPart::SeekPos(PartReadHandle_st* reader, unsigned int* pos) {
     if (reader == nullptr || pos == nullptr) {
         return -1;
