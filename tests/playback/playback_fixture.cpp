@@ -86,6 +86,9 @@ Lines CallsInBlock(const SystemCallLog& log, const PartitionImage& disk, uint32_
         case CallKind::Sync:
             lines.push_back("sync");
             break;
+        case CallKind::Control:
+            lines.push_back("control");
+            break;
         }
     }
     return lines;

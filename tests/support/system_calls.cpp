@@ -2,12 +2,16 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <algorithm>
 #include <bitset>
 #include <cerrno>
 #include <cstdarg>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -17,6 +21,7 @@ namespace {
 
 SystemCallLog* g_log = nullptr;
 bool g_noting = false; ///< keeps a log's own calls out of it
+BlockDeviceGuise* g_guise = nullptr;
 
 /// Descriptors that came from open64(), which is how the library opens a device. Others are the tests' own.
 std::bitset<1024> g_devices;
@@ -73,6 +78,39 @@ size_t SystemCallLog::Count(CallKind kind) const {
 Fate SystemCallLog::Note(const Call& call) {
     m_calls.push_back(call);
     return m_decide(call, m_calls.size() - 1);
+}
+
+BlockDeviceGuise::BlockDeviceGuise() {
+    if (g_guise != nullptr) {
+        throw std::logic_error("files pass for block devices already");
+    }
+    g_guise = this;
+}
+
+BlockDeviceGuise::~BlockDeviceGuise() {
+    g_guise = nullptr;
+}
+
+int BlockDeviceGuise::Answer(int fd, unsigned long request, void* answer) const {
+    struct stat64 status = {};
+    if (fstat64(fd, &status) != 0) {
+        return -1;
+    }
+    const uint64_t bytes = m_size != 0 ? m_size : static_cast<uint64_t>(status.st_size);
+    const auto sectors = static_cast<unsigned long>(bytes / 512); // these are never the device's own
+    switch (request) {
+    case BLKSSZGET:
+        std::memcpy(answer, &m_sectorSize, sizeof m_sectorSize);
+        return 0;
+    case BLKGETSIZE64:
+        std::memcpy(answer, &bytes, sizeof bytes);
+        return 0;
+    case BLKGETSIZE:
+        std::memcpy(answer, &sectors, sizeof sectors);
+        return 0;
+    default:
+        return -1;
+    }
 }
 
 } // namespace test_support
@@ -135,6 +173,27 @@ __attribute__((visibility("default"))) int close(int fd) {
     const int result = real(fd);
     return fail ? -1 : result;
 }
+
+__attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    if (Note({CallKind::Control, fd, 0, 0, 0, request}).kind == Fate::Fail) {
+        return -1;
+    }
+    if (test_support::g_guise != nullptr && test_support::IsDevice(fd)) {
+        return test_support::g_guise->Answer(fd, request, argument);
+    }
+    static const auto real = Real<int (*)(int, unsigned long, ...)>("ioctl");
+    return real(fd, request, argument);
+}
+
+#if __SIZEOF_POINTER__ == 4
+/// The name that ioctl bears where times are 64 bits wide on a 32-bit host.
+__attribute__((visibility("default"), alias("ioctl"))) int __ioctl_time64(int fd, unsigned long request,
+                                                                          ...) noexcept;
+#endif
 
 __attribute__((visibility("default"))) int fsync(int fd) {
     if (Note({CallKind::Sync, fd, 0, 0, 0}).kind == Fate::Fail) {

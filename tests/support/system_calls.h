@@ -3,8 +3,8 @@
 
 /// @file system_calls.h
 /// Watches the system calls that reach a device, and makes them fail. A test program linked with
-/// system_calls.cpp takes the C library's open, lseek, read, close and fsync over, the library's calls
-/// included.
+/// system_calls.cpp takes the C library's open, lseek, read, close, fsync and ioctl over, the library's calls
+/// included. It can also have regular files answer as block devices do.
 
 #include <cstdint>
 #include <functional>
@@ -12,15 +12,16 @@
 
 namespace test_support {
 
-enum class CallKind { Open, Seek, Read, Close, Sync };
+enum class CallKind { Open, Seek, Read, Close, Sync, Control };
 
 /// One system call.
 struct Call {
     CallKind kind;
-    int fd;          ///< -1 for Open
-    int flags;       ///< of Open
-    int64_t offset;  ///< of Seek; of Read, where the device stood
-    uint64_t length; ///< of Read
+    int fd;               ///< -1 for Open
+    int flags;            ///< of Open
+    int64_t offset;       ///< of Seek; of Read, where the device stood
+    uint64_t length;      ///< of Read
+    uint64_t request = 0; ///< of Control
 };
 
 /// What becomes of a call.
@@ -58,6 +59,28 @@ public:
 private:
     std::function<Fate(const Call&, size_t)> m_decide;
     std::vector<Call> m_calls;
+};
+
+/// Has regular files that are opened as devices tell their sizes, as block devices do, for as long as it lives;
+/// only one at a time.
+class BlockDeviceGuise {
+public:
+    BlockDeviceGuise();
+    ~BlockDeviceGuise();
+    BlockDeviceGuise(const BlockDeviceGuise&) = delete;
+    BlockDeviceGuise& operator=(const BlockDeviceGuise&) = delete;
+
+    /// What a device tells instead of the file's size, and of sectors of 512 bytes.
+    void ClaimSize(uint64_t bytes) { m_size = bytes; }
+    void ClaimSectorSize(int bytes) { m_sectorSize = bytes; }
+
+    /// Answers a request on descriptor @p fd.
+    /// @return 0, or -1 when the request is none that asks for a size
+    int Answer(int fd, unsigned long request, void* answer) const;
+
+private:
+    int m_sectorSize = 512;
+    uint64_t m_size = 0;
 };
 
 } // namespace test_support
