@@ -5,8 +5,8 @@
 /// The whole interface of libDiskAccess, the read side of a video recorder's raw recording partition.
 ///
 /// Start at CSearchDisk (search_disk.h), which finds the recordings and events of a partition, and CReadDisk
-/// (read_disk.h), which plays what was found. The lower classes and the raw device functions are for callers
-/// that need a single block or a single structure.
+/// (read_disk.h), which plays what was found. CPrintDisk (print_disk.h) shows a partition field by field. The
+/// lower classes and the raw device functions are for callers that need a single block or a single structure.
 ///
 /// The library never writes to the device, starts no threads and takes no locks: one object, one thread at a
 /// time. Times are seconds since 1970-01-01 UTC in 32-bit fields. Diagnostics go to standard output.
@@ -14,6 +14,7 @@
 #include "dev_io.h"
 #include "disk_format.h"
 #include "play_records.h"
+#include "print_disk.h"
 #include "read_block.h"
 #include "read_disk.h"
 #include "read_part.h"

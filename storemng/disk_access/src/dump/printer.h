@@ -1,0 +1,40 @@
+#ifndef DISK_ACCESS_DUMP_PRINTER_H
+#define DISK_ACCESS_DUMP_PRINTER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace disk_access {
+
+/// The caller's print function, and the context it wants. Values pass through its "..." unconverted: the
+/// attribute has the compiler hold every format against the sizes of its values.
+struct Printer {
+    int (*print)(void* ctx, const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void* ctx;
+
+    /// Passes text on as the format itself.
+    void Text(const char* text) const {
+        int (*const unchecked)(void*, const char*, ...) = print;
+        unchecked(ctx, text);
+    }
+};
+
+/// An unsigned field of the disk as the int that %d takes.
+constexpr int Decimal(uint32_t field) {
+    return static_cast<int>(field);
+}
+
+/// A terminated copy of a text field, which need not be terminated itself.
+template <size_t Size>
+struct FieldText {
+    explicit FieldText(const char (&field)[Size]) {
+        std::memcpy(chars, field, Size);
+        chars[Size] = '\0';
+    }
+    char chars[Size + 1];
+};
+
+} // namespace disk_access
+
+#endif // DISK_ACCESS_DUMP_PRINTER_H

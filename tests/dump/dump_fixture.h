@@ -1,0 +1,75 @@
+#ifndef TESTS_DUMP_DUMP_FIXTURE_H
+#define TESTS_DUMP_DUMP_FIXTURE_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "search/search_fixture.h"
+
+namespace test_support {
+
+/// What a dump returned, and what it passed to the print function.
+struct Dumped {
+    int result = 0;
+    std::string text;
+    Lines formats;
+};
+
+/// A print function that collects in the Dumped it gets as context.
+int Collect(void* ctx, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+/// Dumps a partition. In the text, DEVICE stands for its path.
+Dumped Dump(const PartAccess_t& part, int level);
+
+/// The local time zone, for as long as it lives.
+class ZoneSetting {
+public:
+    explicit ZoneSetting(const char* zone);
+    ~ZoneSetting();
+    ZoneSetting(const ZoneSetting&) = delete;
+    ZoneSetting& operator=(const ZoneSetting&) = delete;
+};
+
+/// A level's whole dump of the sample disk, as checked in.
+/// @param name "normal_head"
+std::string Expected(const std::string& name);
+
+/// What the checked-in dumps show: a closed block, one never written, one cut off by a power failure, one with
+/// times after 2038 and texts that are not terminated, and one whose index is a forgery. Block 1 is bad, blocks 3
+/// and 4 are suspect.
+void WriteSampleBlocks(PartitionImage& disk);
+Format SampleFormat(uint32_t fmtVersion);
+
+/// A test with a partition of its own, in UTC.
+class DumpDisk : public SearchFixture {
+protected:
+    PartitionImage& MakeSample(uint32_t fmtVersion);
+    PartitionImage& MakeSample() { return MakeSample(0); }
+
+private:
+    ZoneSetting m_utc{"UTC"};
+};
+
+/// The same, and its partition passes for a block device.
+class DumpFixture : public DumpDisk {
+protected:
+    Dumped DumpAt(int level) { return Dump(Disk().Access(), level); }
+    /// The same, with the fate of each system call decided by @p decide; everything that is opened must be
+    /// closed.
+    Dumped DumpWith(int level, const std::function<Fate(const Call&, size_t)>& decide);
+    /// The dump of one block at level 3, from its number line on.
+    std::string Block(uint32_t block);
+
+    BlockDeviceGuise& Guise() { return m_guise; }
+
+private:
+    BlockDeviceGuise m_guise;
+};
+
+/// Cuts a dump into what comes before the blocks, each block, and the line behind the last.
+Lines Pieces(const std::string& text);
+
+} // namespace test_support
+
+#endif // TESTS_DUMP_DUMP_FIXTURE_H
