@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "search/search_fixture.h"
+#include "dump/sample_disk.h"
 
 namespace test_support {
 
@@ -22,36 +22,7 @@ int Collect(void* ctx, const char* format, ...) __attribute__((format(printf, 2,
 /// Dumps a partition. In the text, DEVICE stands for its path.
 Dumped Dump(const PartAccess_t& part, int level);
 
-/// The local time zone, for as long as it lives.
-class ZoneSetting {
-public:
-    explicit ZoneSetting(const char* zone);
-    ~ZoneSetting();
-    ZoneSetting(const ZoneSetting&) = delete;
-    ZoneSetting& operator=(const ZoneSetting&) = delete;
-};
-
-/// A level's whole dump of the sample disk, as checked in.
-/// @param name "normal_head"
-std::string Expected(const std::string& name);
-
-/// What the checked-in dumps show: a closed block, one never written, one cut off by a power failure, one with
-/// times after 2038 and texts that are not terminated, and one whose index is a forgery. Block 1 is bad, blocks 3
-/// and 4 are suspect.
-void WriteSampleBlocks(PartitionImage& disk);
-Format SampleFormat(uint32_t fmtVersion);
-
-/// A test with a partition of its own, in UTC.
-class DumpDisk : public SearchFixture {
-protected:
-    PartitionImage& MakeSample(uint32_t fmtVersion);
-    PartitionImage& MakeSample() { return MakeSample(0); }
-
-private:
-    ZoneSetting m_utc{"UTC"};
-};
-
-/// The same, and its partition passes for a block device.
+/// A test with a partition of its own that passes for a block device, in UTC.
 class DumpFixture : public DumpDisk {
 protected:
     Dumped DumpAt(int level) { return Dump(Disk().Access(), level); }

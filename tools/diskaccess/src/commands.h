@@ -20,6 +20,10 @@ Report Space(Session& session);
 ExitCode Play(Session& session);
 ExitCode Export(Session& session);
 
+/// The command that takes any device as it is, without a session.
+
+ExitCode Dump(const Options& options);
+
 } // namespace diskaccess
 
 #endif // DISKACCESS_COMMANDS_H

@@ -19,21 +19,34 @@ using namespace diskaccess;
 struct Command {
     const char* name;
     const char* description;
-    ExitCode (*run)(Session& session);
+    ExitCode (*run)(const Options& options, const char* name);
+    bool asksDisk; ///< and so takes what it takes to do that right: disk type, clock skew, password
     bool takesRange;
     bool takesChannels;
     bool takesAlarm;
     void (*addOptions)(CLI::App& command, Options& options);
 };
 
+/// Runs a command that writes its answer piece by piece.
+template <ExitCode (*Answer)(Session& session)>
+ExitCode Tell(const Options& options, const char* name) {
+    Session session(options, name);
+    return Answer(session);
+}
+
 /// Runs a command whose whole answer is a report.
 template <Report (*Make)(Session& session)>
-ExitCode Show(Session& session) {
+ExitCode Show(const Options& options, const char* name) {
+    Session session(options, name);
     return session.Finish(Make(session));
 }
 
 void AddListOptions(CLI::App& command, Options& options) {
     command.add_flag("--mix", options.mix, "Cut the recordings where alarms begin and end");
+}
+
+ExitCode RunDump(const Options& options, const char* /*name*/) {
+    return Dump(options);
 }
 
 void AddPlayOptions(CLI::App& command, Options& options) {
@@ -77,22 +90,35 @@ void AddExportOptions(CLI::App& command, Options& options) {
     command.add_flag("--force", options.force, "Replace files that exist");
 }
 
+void AddDumpOptions(CLI::App& command, Options& options) {
+    command
+        .add_option(
+            "--level", options.level,
+            "-1: size; 1: and head; 0: and bad-block tables; 2: head and blocks; 3: and their indexes")
+        ->option_text("N")
+        ->default_str("3");
+    command.add_flag("--attach", options.attach,
+                     "Attach an image file to a loop device for the dump, read-only; takes root");
+}
+
 void AddNoOptions(CLI::App& /*command*/, Options& /*options*/) {}
 
 constexpr Command kCommands[] = {
-    {"info", "What the partition is: layout, recorded span, vehicle, channels", Show<Info>, false, false,
-     false, AddNoOptions},
+    {"info", "What the partition is: layout, recorded span, vehicle, channels", Show<Info>, true, false,
+     false, false, AddNoOptions},
     {"list", "The recordings, oldest block first; with --alarm those around events", Show<List>, true, true,
-     true, AddListOptions},
-    {"events", "The events", Show<Events>, true, false, true, AddNoOptions},
-    {"days", "A calendar of the days that hold recordings (the recorder's own days, UTC)", Show<Days>, false,
-     false, false, AddNoOptions},
-    {"units", "The blocks of the ring: recorded ones oldest first, then unusable ones", Show<Units>, false,
-     false, false, AddNoOptions},
-    {"space", "How much of the ring was ever written", Show<Space>, false, false, false, AddNoOptions},
-    {"play", "The frames of recordings, a line each", Play, true, true, false, AddPlayOptions},
-    {"export", "Gets the video and audio of a time range out, as a file that players open", Export, true,
-     true, false, AddExportOptions},
+     true, true, AddListOptions},
+    {"events", "The events", Show<Events>, true, true, false, true, AddNoOptions},
+    {"days", "A calendar of the days that hold recordings (the recorder's own days, UTC)", Show<Days>, true,
+     false, false, false, AddNoOptions},
+    {"units", "The blocks of the ring: recorded ones oldest first, then unusable ones", Show<Units>, true,
+     false, false, false, AddNoOptions},
+    {"space", "How much of the ring was ever written", Show<Space>, true, false, false, false, AddNoOptions},
+    {"play", "The frames of recordings, a line each", Tell<Play>, true, true, true, false, AddPlayOptions},
+    {"export", "Gets the video and audio of a time range out, as a file that players open", Tell<Export>,
+     true, true, true, false, AddExportOptions},
+    {"dump", "The partition field by field, as it lies on the block device: for those who know the format",
+     RunDump, false, false, false, false, AddDumpOptions},
 };
 
 constexpr const char* kFooter =
@@ -101,18 +127,10 @@ constexpr const char* kFooter =
     "Exit status: 0 done, 1 failed or incomplete, 2 wrong use, 3 done but data was lost.";
 
 void AddCommonOptions(CLI::App& command, Options& options) {
-    static const std::map<std::string, Format> formats = {
-        {"text", Format::Text}, {"json", Format::Json}, {"ndjson", Format::Ndjson}, {"csv", Format::Csv}};
     command
         .add_option("PARTITION", options.partition,
                     "The recorder's partition: a block device or an image file")
         ->required();
-    command.add_option("--format", options.format, "text, json, ndjson or csv")
-        ->transform(CLI::Transformer(formats, CLI::ignore_case).description(""))
-        ->option_text("FORMAT")
-        ->default_str("text");
-    command.add_flag_callback(
-        "--json", [&options] { options.format = Format::Json; }, "Short for --format json");
     auto* const zone = command
                            .add_option("--tz", options.zone,
                                        "Zone of all times, like Europe/Berlin (default: this "
@@ -122,6 +140,24 @@ void AddCommonOptions(CLI::App& command, Options& options) {
         .add_flag_callback(
             "--utc", [&options] { options.zone = "UTC"; }, "Short for --tz UTC")
         ->excludes(zone);
+    command.footer(kFooter);
+}
+
+void AddFormatOptions(CLI::App& command, bool textOnly, Options& options) {
+    static const std::map<std::string, Format> formats = {
+        {"text", Format::Text}, {"json", Format::Json}, {"ndjson", Format::Ndjson}, {"csv", Format::Csv}};
+    command
+        .add_option("--format", options.format, textOnly ? "text, the only one" : "text, json, ndjson or csv")
+        ->transform(CLI::Transformer(formats, CLI::ignore_case).description(""))
+        ->option_text("FORMAT")
+        ->default_str("text");
+    if (!textOnly) {
+        command.add_flag_callback(
+            "--json", [&options] { options.format = Format::Json; }, "Short for --format json");
+    }
+}
+
+void AddDiskOptions(CLI::App& command, Options& options) {
     command
         .add_option("--skew", options.skew, "Seconds that the recorder's clock was ahead (negative: behind)")
         ->option_text("SECONDS");
@@ -138,7 +174,6 @@ void AddCommonOptions(CLI::App& command, Options& options) {
                   "Ask for the disk's password (else: environment variable DISKACCESS_PASSWORD)")
         ->excludes(file);
     command.add_flag("--verbose", options.verbose, "Show the library's messages on standard error");
-    command.footer(kFooter);
 }
 
 void AddSearchOptions(CLI::App& command, const Command& description, Options& options) {
@@ -158,8 +193,7 @@ void AddSearchOptions(CLI::App& command, const Command& description, Options& op
 
 int Run(const Command& command, const Options& options) {
     try {
-        Session session(options, command.name);
-        return command.run(session);
+        return command.run(options, command.name);
     } catch (const Failure& failure) {
         Complain(failure.what());
         return failure.Code();
@@ -188,6 +222,10 @@ int RunProgram(int argc, char** argv) {
     for (const Command& command : kCommands) {
         CLI::App* const sub = app.add_subcommand(command.name, command.description);
         AddCommonOptions(*sub, options);
+        AddFormatOptions(*sub, !command.asksDisk, options);
+        if (command.asksDisk) {
+            AddDiskOptions(*sub, options);
+        }
         AddSearchOptions(*sub, command, options);
         command.addOptions(*sub, options);
         sub->callback([&result, &options, &command] { result = Run(command, options); });

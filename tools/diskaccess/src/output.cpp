@@ -41,17 +41,18 @@ Output::~Output() {
     close(m_library);
 }
 
-void Output::Write(const std::string& text) const {
+bool Output::Write(const std::string& text) const {
     for (size_t written = 0; written < text.size();) {
         const ssize_t put = write(m_own, text.data() + written, text.size() - written);
         if (put >= 0) {
             written += static_cast<size_t>(put);
         } else if (errno == EPIPE) {
-            return;
+            return false;
         } else if (errno != EINTR) {
             throw Failure(std::string("standard output cannot be written: ") + std::strerror(errno));
         }
     }
+    return true;
 }
 
 size_t Output::TakeLibraryFailures() const {

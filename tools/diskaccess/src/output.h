@@ -19,8 +19,9 @@ public:
     Output& operator=(const Output&) = delete;
 
     /// Writes to the program's standard output. A closed pipe is no error.
+    /// @return false when nobody reads it any more
     /// @throws Failure when it cannot be written
-    void Write(const std::string& text) const;
+    bool Write(const std::string& text) const;
 
     /// The failed reads and seeks that the library reported since the last call; shows its messages if asked
     /// for.

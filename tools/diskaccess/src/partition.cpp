@@ -1,7 +1,5 @@
 #include "partition.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,36 +18,6 @@ namespace {
 /// A disk type whose magic is PART_MAGIC_ALT.
 constexpr int kAlternativeDiskType = 52;
 
-std::string HintFor(int error) {
-    switch (error) {
-    case ENOENT:
-        return "; check the name";
-    case EACCES:
-    case EPERM:
-        return "; run as root, or ask for the right to read it";
-    case ENOMEDIUM:
-        return "; put the disk in";
-    default:
-        return "";
-    }
-}
-
-/// Opens the file and sorts out what cannot be a partition.
-int OpenFile(const std::string& path, struct stat& status) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        throw Failure(fmt::format("{}: cannot be opened: {}{}", path, std::strerror(errno), HintFor(errno)));
-    }
-    const bool known = fstat(fd, &status) == 0;
-    if (known && (S_ISBLK(status.st_mode) || S_ISREG(status.st_mode))) {
-        return fd;
-    }
-    close(fd);
-    throw Failure(
-        fmt::format("{}: is {}; give the recorder's partition, like /dev/sdb5, or an image file of it", path,
-                    known && S_ISDIR(status.st_mode) ? "a directory" : "neither a block device nor a file"));
-}
-
 /// The partition-level search, open for one question.
 class OpenPart {
 public:
@@ -65,18 +33,12 @@ private:
 
 } // namespace
 
-Partition::Partition(const std::string& path, std::optional<int> diskType) : m_path(path) {
-    struct stat status = {};
-    m_fd = OpenFile(path, status);
+Partition::Partition(const std::string& path, std::optional<int> diskType)
+    : m_path(path), m_file(path), m_access(m_file.Access()), m_fd(m_file.Descriptor()) {
+    const off_t end = lseek(m_fd, 0, SEEK_END);
+    m_size = end < 0 ? 0 : static_cast<uint64_t>(end);
+    ReadHead(diskType);
     try {
-        m_isBlockDevice = S_ISBLK(status.st_mode);
-        const off_t end = lseek(m_fd, 0, SEEK_END);
-        m_size = end < 0 ? 0 : static_cast<uint64_t>(end);
-        ReadHead(diskType);
-        // The library's descriptor holds 127 characters; a longer path is reached through the file held open.
-        const std::string name =
-            path.size() < sizeof m_access.PartName ? path : fmt::format("/proc/self/fd/{}", m_fd);
-        name.copy(m_access.PartName, sizeof m_access.PartName);
         m_dev = dev_open(&m_access);
         if (m_dev == nullptr || m_search.Init(&m_access) != 0) {
             throw Failure(fmt::format("{}: cannot be opened a second time: {}", path, std::strerror(errno)));
@@ -84,7 +46,6 @@ Partition::Partition(const std::string& path, std::optional<int> diskType) : m_p
         ReadTables();
     } catch (...) {
         dev_close(m_dev);
-        close(m_fd);
         throw;
     }
 }
@@ -92,7 +53,6 @@ Partition::Partition(const std::string& path, std::optional<int> diskType) : m_p
 Partition::~Partition() {
     m_search.Quit();
     dev_close(m_dev);
-    close(m_fd);
 }
 
 void Partition::ReadHead(std::optional<int> diskType) {

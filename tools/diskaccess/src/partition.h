@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "disk_access.h"
+#include "partition_file.h"
 
 namespace diskaccess {
 
@@ -28,7 +29,7 @@ public:
     const std::string& Path() const { return m_path; }
     const PartHead_t& Head() const { return m_head; }
     uint64_t Size() const { return m_size; }
-    bool IsBlockDevice() const { return m_isBlockDevice; }
+    bool IsBlockDevice() const { return m_file.IsBlockDevice(); }
     PartAccess_t Access() const { return m_access; }
     CSearchDisk& Search() { return m_search; }
 
@@ -75,10 +76,10 @@ private:
     void ReadTables();
 
     std::string m_path;
-    PartAccess_t m_access = {};
+    PartitionFile m_file;
+    PartAccess_t m_access;
+    int m_fd; ///< the file's
     uint64_t m_size = 0;
-    bool m_isBlockDevice = false;
-    int m_fd = -1; ///< holds the file open under its own name for as long as the library uses it
     dev_op_st* m_dev = nullptr;
     PartHead_t m_head = {};
     std::vector<uint8_t> m_bits;

@@ -40,6 +40,10 @@ struct Options {
     std::string record;
     std::string seek;
 
+    // dump
+    bool attach = false;
+    int level = 3;
+
     // export
     std::string output;
     std::string container;

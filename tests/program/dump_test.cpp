@@ -1,0 +1,283 @@
+// The dump of a block device, and of an image file that the program attaches to a loop device for it.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "dump/sample_disk.h"
+#include "support/loop_device.h"
+#include "support/run_program.h"
+
+namespace {
+
+using namespace test_support;
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+class DumpProgram : public DumpDisk {
+protected:
+    static ProgramResult Run(std::vector<std::string> arguments, const ProgramSetting& setting = {}) {
+        arguments.insert(arguments.begin(), {DISKACCESS_PROGRAM, "dump"});
+        return RunProgram(arguments, setting);
+    }
+
+    /// Expects a command to fail with one line on standard error and nothing on standard output.
+    static std::string Refused(const std::vector<std::string>& arguments, int exitCode) {
+        const ProgramResult result = Run(arguments);
+        EXPECT_EQ(result.exitCode, exitCode);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        return result.err;
+    }
+
+    /// Makes a dump far longer than a pipe holds.
+    void MakeDumpLong() {
+        Disk().EditHead([](PartHead_t& head) { head.BlkCount = 0x10000; });
+    }
+};
+
+// ---- without any device
+
+TEST_F(DumpProgram, AnImageFileNeedsALoopDevice) {
+    MakeSample();
+    EXPECT_EQ(
+        Refused({Disk().Path()}, 1),
+        "diskaccess: " + Disk().Path() +
+            ": is an image file, and a dump takes a block device; attach it with `losetup --find --show "
+            "--read-only " +
+            Disk().Path() + "` and dump the loop device that this names, or give --attach (both as root)\n");
+}
+
+TEST_F(DumpProgram, IsTextOnly) {
+    MakeSample();
+    for (const char* const format : {"json", "ndjson", "CSV"}) {
+        EXPECT_EQ(Refused({Disk().Path(), "--format", format}, 2),
+                  "diskaccess: --format: a dump is text only; leave the option out\n");
+    }
+    EXPECT_TRUE(Contains(Refused({Disk().Path(), "--format", "text"}, 1), "is an image file"));
+    EXPECT_EQ(Run({Disk().Path(), "--json"}).exitCode, 2);
+}
+
+TEST_F(DumpProgram, WrongUse) {
+    MakeSample();
+    EXPECT_EQ(Run({}).exitCode, 2);
+    EXPECT_EQ(Run({Disk().Path(), "--level", "all"}).exitCode, 2);
+    EXPECT_EQ(Run({Disk().Path(), "--channel", "1"}).exitCode, 2);
+    EXPECT_EQ(Run({Disk().Path(), "--skew", "1"}).exitCode, 2);
+    EXPECT_TRUE(Contains(Refused({Disk().Path(), "--tz", "Nowhere/Land"}, 2), "no zone is called"));
+}
+
+TEST_F(DumpProgram, WhatIsNoPartition) {
+    EXPECT_TRUE(Contains(Refused({File("missing")}, 1), "cannot be opened: No such file"));
+    EXPECT_TRUE(Contains(Refused({File("")}, 1), "is a directory"));
+    EXPECT_TRUE(Contains(Refused({"/dev/null"}, 1), "neither a block device nor a file"));
+}
+
+TEST_F(DumpProgram, HelpNamesItsOptionsAlone) {
+    const std::string help = Run({"--help"}).out;
+    for (const char* const option : {"PARTITION", "--level", "--attach", "--format", "--tz", "--utc"}) {
+        EXPECT_TRUE(Contains(help, option)) << option;
+    }
+    for (const char* const option : {"--json", "--skew", "--password", "--disk-type", "--from", "--alarm"}) {
+        EXPECT_FALSE(Contains(help, option)) << option;
+    }
+}
+
+TEST_F(DumpProgram, AttachingTakesRoot) {
+    MakeSample();
+    chmod(Disk().Path().c_str(), 0644);
+    chmod(File("").c_str(), 0755);
+    ProgramSetting setting;
+    setting.userId = 65534;
+    const ProgramResult result = Run({Disk().Path(), "--attach"}, setting);
+    if (result.exitCode == 127) {
+        GTEST_SKIP() << "the program lies where another user cannot run it";
+    }
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(
+        Contains(result.err, "diskaccess: " + Disk().Path() + ": cannot be attached to a loop device: "))
+        << result.err;
+    EXPECT_TRUE(Contains(result.err, "; --attach takes root and a kernel")) << result.err;
+}
+
+// ---- with loop devices
+
+class DumpProgramOnDevices : public DumpProgram {
+protected:
+    void SetUp() override {
+        MakeSample();
+        const LoopDevice device(Disk().Path());
+        if (!device.Attached()) {
+            GTEST_SKIP()
+                << "this machine attaches no loop device: it takes root, losetup and the kernel's leave";
+        }
+    }
+
+    /// A dump with DEVICE in the place of the loop device's path.
+    static std::string Named(const std::string& text) {
+        const size_t begin = std::strlen("PartName : ");
+        return "PartName : DEVICE" + text.substr(std::min(text.size(), text.find(',', begin)));
+    }
+
+    /// Attaches the image, dumps it and expects silence otherwise and the image detached.
+    std::string Attach(std::vector<std::string> options = {}) {
+        options.insert(options.begin(), {Disk().Path(), "--attach"});
+        const ProgramResult result = Run(options);
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_EQ(result.err, "");
+        ExpectDetached();
+        return Named(result.out);
+    }
+
+    /// The kernel may take a moment.
+    void ExpectDetached() {
+        for (int i = 0; i < 100 && !LoopDevice::Of(Disk().Path()).empty(); ++i) {
+            RunProgram({"sleep", "0.05"});
+        }
+        EXPECT_EQ(LoopDevice::Of(Disk().Path()), "");
+    }
+
+    /// Attaches the image, and has @p signal end the program while nobody reads its output.
+    /// @return the loop devices of the image meanwhile
+    std::string EndBySignal(const std::string& signal) {
+        const std::string image = "'" + Disk().Path() + "'";
+        return RunProgram({"sh", "-c",
+                           "PATH=$PATH:/usr/sbin:/sbin; timeout --signal=" + signal +
+                               " 2 " DISKACCESS_PROGRAM " dump " + image +
+                               " --attach | { sleep 1; losetup -j " + image + " >&2; sleep 2; }"})
+            .err;
+    }
+};
+
+TEST_F(DumpProgramOnDevices, EachLevel) {
+    const LoopDevice device(Disk().Path());
+    const std::pair<const char*, const char*> levels[] = {{"-1", "size"},  {"0", "tables"}, {"1", "head"},
+                                                          {"2", "blocks"}, {"3", "detail"}, {"4", "detail"}};
+    for (const auto& [level, name] : levels) {
+        const ProgramResult result = Run({device.Path(), "--utc", "--level", level});
+        EXPECT_EQ(result.exitCode, 0) << level;
+        EXPECT_EQ(result.err, "") << level;
+        EXPECT_EQ(Named(result.out), Expected(std::string("normal_") + name)) << level;
+    }
+    EXPECT_EQ(Named(Run({device.Path(), "--utc"}).out), Expected("normal_detail"));
+    // A device needs no attaching.
+    EXPECT_EQ(Run({device.Path(), "--utc", "--attach"}).out, Run({device.Path(), "--utc"}).out);
+}
+
+TEST_F(DumpProgramOnDevices, AnImageIsAttachedForTheDump) {
+    EXPECT_EQ(Attach({"--utc"}), Expected("normal_detail"));
+    EXPECT_EQ(Attach({"--utc", "--level=-1"}), Expected("normal_size"));
+    const std::string name = Run({Disk().Path(), "--attach", "--level=-1"}).out;
+    EXPECT_TRUE(Contains(name, "PartName : /dev/loop")) << name;
+}
+
+TEST_F(DumpProgramOnDevices, Zones) {
+    EXPECT_TRUE(Contains(Attach({"--utc"}), "RecTime : 1720000000, [2024.07.03 09:46:40]\n"));
+    EXPECT_TRUE(Contains(Attach({"--tz", "Europe/Berlin"}), "RecTime : 1720000000, [2024.07.03 11:46:40]\n"));
+    EXPECT_TRUE(
+        Contains(Attach({"--tz", "America/New_York"}), "RecTime : 1720000000, [2024.07.03 05:46:40]\n"));
+}
+
+TEST_F(DumpProgramOnDevices, NamesOnTheDiskAreShownEscaped) {
+    Disk().EditHead([](PartHead_t& head) {
+        std::memcpy(head.Description, "\x1b[2J\xff\nBlkCount : 1\n", 20);
+        std::memcpy(head.CipherCode, "50%s\t", 6);
+    });
+    Disk().Change<BlockHead_t>(Disk().HeadOffset(0),
+                               [](auto& head) { std::memcpy(head.VehicleID, "\a", 2); });
+    const std::string text = Attach();
+    EXPECT_TRUE(Contains(text, "\nDescription : \\x1b[2J\\xff\\x0aBlkCount : 1\\x0a\nFormatFlag")) << text;
+    EXPECT_TRUE(Contains(text, "\nCipherCode : 50%s\\x09\n \n")) << text;
+    EXPECT_TRUE(Contains(text, "\nVehicleID : \\x07\nVehicleNum : B 4711\n")) << text;
+}
+
+TEST_F(DumpProgramOnDevices, ADiskThatIsNoPartitionIsDumpedAsItIs) {
+    Disk().EditHead([](PartHead_t& head) {
+        head.FormatFlag = 0x20202020;
+        head.BlkCount = 0;
+    });
+    EXPECT_TRUE(Contains(Attach(), "\nFormatFlag : 0x20202020\n"));
+}
+
+TEST_F(DumpProgramOnDevices, AFailureSaysHowFarItCame) {
+    Disk().EditHead([](PartHead_t& head) { head.BBCounterOffs = 0xFFFFFFFF; });
+    ProgramResult result = Run({Disk().Path(), "--attach", "--level", "0"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, "diskaccess: " + Disk().Path() +
+                              ": the dump ends here: the partition head or a bad-block table cannot be read; "
+                              "the disk may be failing\n");
+    EXPECT_TRUE(Contains(result.out, "BadBlockTab:\n 02\n"));
+    ExpectDetached();
+
+    const LoopDevice device(Disk().Path());
+    ProgramSetting setting;
+    setting.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_BAD_FILE=" + device.Path(), "SHIM_BAD_FROM=0",
+                           "SHIM_BAD_TO=1"};
+    result = Run({device.Path()}, setting);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, "diskaccess: " + device.Path() +
+                              ": the dump ends here: the partition head cannot be read; the disk may be "
+                              "failing\n");
+    EXPECT_EQ(Named(result.out), Expected("normal_size"));
+}
+
+TEST_F(DumpProgramOnDevices, ADeviceWithoutASize) {
+    Disk().Truncate(0);
+    const LoopDevice device(Disk().Path());
+    EXPECT_EQ(Refused({device.Path()}, 1),
+              "diskaccess: " + device.Path() +
+                  ": the kernel tells no size of it; the disk may have been taken out\n");
+}
+
+TEST_F(DumpProgramOnDevices, OnlyEverOpensForReading) {
+    ProgramSetting setting;
+    setting.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_LOG=" + File("log"), "SHIM_WATCH=/d"};
+    EXPECT_EQ(Run({Disk().Path(), "--attach"}, setting).exitCode, 0);
+    std::ifstream log(File("log"));
+    std::string path;
+    int flags = 0;
+    size_t opens = 0;
+    while (log >> path >> flags) {
+        if (path != "/dev/null") {
+            EXPECT_EQ(flags & (O_ACCMODE | O_CREAT | O_TRUNC), O_RDONLY) << path;
+            ++opens;
+        }
+    }
+    EXPECT_GE(opens, 5u); // the image, the loop driver, and the loop device three times
+}
+
+TEST_F(DumpProgramOnDevices, AClosedPipeEndsTheDump) {
+    MakeDumpLong();
+    ProgramSetting setting;
+    setting.closedPipe = true;
+    const ProgramResult result = Run({Disk().Path(), "--attach"}, setting);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.err, "");
+    ExpectDetached();
+}
+
+TEST_F(DumpProgramOnDevices, AFullDiskEndsTheDump) {
+    MakeDumpLong();
+    const ProgramResult result = RunProgram(
+        {"sh", "-c", "exec " DISKACCESS_PROGRAM " dump '" + Disk().Path() + "' --attach >/dev/full"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, "diskaccess: standard output cannot be written: No space left on device\n");
+    ExpectDetached();
+}
+
+TEST_F(DumpProgramOnDevices, AnInterruptDetachesTheImage) {
+    MakeDumpLong();
+    for (const char* const signal : {"INT", "KILL"}) {
+        EXPECT_TRUE(Contains(EndBySignal(signal), "/dev/loop")) << signal;
+        ExpectDetached();
+    }
+}
+
+} // namespace

@@ -1,0 +1,122 @@
+#include <fmt/format.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+#include "commands.h"
+#include "loop_device.h"
+#include "partition_file.h"
+
+namespace diskaccess {
+
+namespace {
+
+/// Ends a dump that nobody reads any more.
+struct NobodyReads {};
+
+/// Takes the dump from the library and writes it out.
+class DumpWriter {
+public:
+    int Dump(PartAccess_t access, int level) {
+        const int result = CPrintDisk().Print(&access, level, Print, this);
+        Flush();
+        return result;
+    }
+
+    /// Whether the dump got as far as its first line.
+    bool Begun() const { return m_begun; }
+
+private:
+    static constexpr size_t kPieceSize = 0x1000;
+
+    // NOLINTNEXTLINE(cert-dcl50-cpp): what the library calls
+    __attribute__((format(printf, 2, 3))) static int Print(void* ctx, const char* format, ...) {
+        va_list values;
+        va_start(values, format);
+        auto* const writer = static_cast<DumpWriter*>(ctx);
+        const std::string text = Format(format, values);
+        va_end(values);
+        writer->Add(text);
+        return 0;
+    }
+
+    __attribute__((format(printf, 1, 0))) static std::string Format(const char* format, va_list values) {
+        char text[1024]; // the longest line is half as long
+        std::vsnprintf(text, sizeof text, format, values);
+        if (std::strstr(format, "%s") == nullptr) {
+            return text;
+        }
+        // The line's own end is no part of the name in it.
+        std::string line = text;
+        if (!line.empty() && line.back() == '\n') {
+            line.pop_back();
+        }
+        return Printable(line) + "\n";
+    }
+
+    void Add(const std::string& text) {
+        m_begun = true;
+        m_text += text;
+        if (m_text.size() >= kPieceSize) {
+            Flush();
+        }
+    }
+
+    void Flush() {
+        if (!m_output.Write(m_text)) {
+            throw NobodyReads();
+        }
+        m_text.clear();
+    }
+
+    Output m_output{false};
+    std::string m_text;
+    bool m_begun = false;
+};
+
+std::string WhyItEnds(const DumpWriter& writer, const Options& options) {
+    if (!writer.Begun()) {
+        return fmt::format("{}: the kernel tells no size of it; the disk may have been taken out",
+                           options.partition);
+    }
+    return fmt::format("{}: the dump ends here: {} cannot be read; the disk may be failing",
+                       options.partition,
+                       options.level == 0 ? "the partition head or a bad-block table" : "the partition head");
+}
+
+} // namespace
+
+ExitCode Dump(const Options& options) {
+    if (options.format != Format::Text) {
+        throw WrongUse("--format: a dump is text only; leave the option out");
+    }
+    const TimeZone zone(options.zone); // the library prints the process's local time
+    const PartitionFile file(options.partition);
+    PartAccess_t access = file.Access();
+    std::optional<LoopDevice> loop;
+    if (!file.IsBlockDevice()) {
+        if (!options.attach) {
+            throw Failure(
+                fmt::format("{0}: is an image file, and a dump takes a block device; attach it with "
+                            "`losetup --find --show --read-only {0}` and dump the loop device that "
+                            "this names, or give --attach (both as root)",
+                            options.partition));
+        }
+        loop.emplace(file.Descriptor(), options.partition);
+        access = PartAccess_t();
+        loop->Path().copy(access.PartName, sizeof access.PartName - 1);
+    }
+    DumpWriter writer;
+    try {
+        if (writer.Dump(access, options.level) != 0) {
+            throw Failure(WhyItEnds(writer, options));
+        }
+    } catch (const NobodyReads&) {
+        return kDone; // a closed pipe is no error
+    }
+    return kDone;
+}
+
+} // namespace diskaccess
