@@ -226,6 +226,8 @@ private:
             return "close";
         case CallKind::Sync:
             return "fsync";
+        case CallKind::Control:
+            return "ioctl";
         case CallKind::Seek:
             return inRing < 0 ? "seek @" + std::to_string(call.offset) : SeekTo(block, offset);
         case CallKind::Read:

@@ -67,6 +67,9 @@ void IndexTables::AddToSegments(const FrameInfo_t& frame, uint32_t pos) {
             return;
         }
     }
+    if (held == 0) {
+        segments.Release(); // what an earlier block left, which must not show when memory is short
+    }
     Append(segments, counts.recSegCount[frame.chn], RecSegItem_t{time, time, pos, pos + bytes, bytes});
 }
 
