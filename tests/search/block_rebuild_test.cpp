@@ -7,7 +7,7 @@ using namespace test_support;
 constexpr uint32_t kFrameArea = 0x10000 - 840 - 0x1000;
 
 /// Frames of 100 bytes each in block 1, which was never closed.
-class BlockRebuild : public SearchFixture {
+class IndexRebuild : public SearchFixture {
 protected:
     void MakeOpenBlock(uint32_t fmtVersion = 0, uint32_t recTime = 1000) {
         Format format;
@@ -43,7 +43,7 @@ protected:
     uint32_t m_pos = 0;
 };
 
-TEST_F(BlockRebuild, MakesTheTablesOfTheFrames) {
+TEST_F(IndexRebuild, MakesTheTablesOfTheFrames) {
     for (const uint32_t fmtVersion : {0u, 1u}) {
         m_pos = 0;
         MakeOpenBlock(fmtVersion);
@@ -66,7 +66,7 @@ TEST_F(BlockRebuild, MakesTheTablesOfTheFrames) {
     }
 }
 
-TEST_F(BlockRebuild, PrintsTheSegmentsOfEachChannel) {
+TEST_F(IndexRebuild, PrintsTheSegmentsOfEachChannel) {
     MakeOpenBlock();
     Put(1, 0, 1000);
     Put(1, 2, 1000);
@@ -79,7 +79,7 @@ TEST_F(BlockRebuild, PrintsTheSegmentsOfEachChannel) {
               "  [2] rec count = 2\n");
 }
 
-TEST_F(BlockRebuild, SegmentsEndWithAPauseOfSixteenSeconds) {
+TEST_F(IndexRebuild, SegmentsEndWithAPauseOfSixteenSeconds) {
     MakeOpenBlock();
     Put(0, 0, 1000);
     Put(0, 0, 1015); // 15: goes on
@@ -91,7 +91,7 @@ TEST_F(BlockRebuild, SegmentsEndWithAPauseOfSixteenSeconds) {
                          "RecSeg[0][2]  1000, 1000, 400, 496\n");
 }
 
-TEST_F(BlockRebuild, ClockSetBackBeginsANewSegment) {
+TEST_F(IndexRebuild, ClockSetBackBeginsANewSegment) {
     MakeOpenBlock();
     Put(0, 0, 1100);
     Put(0, 0, 1080);
@@ -99,7 +99,7 @@ TEST_F(BlockRebuild, ClockSetBackBeginsANewSegment) {
                          "RecSeg[0][1]  1080, 1080, 100, 196\n");
 }
 
-TEST_F(BlockRebuild, StaleMediaEndsItStaleDataDoesNot) {
+TEST_F(IndexRebuild, StaleMediaEndsItStaleDataDoesNot) {
     MakeOpenBlock();
     Put(0, 0, 970); // 30 seconds before the block: not yet stale
     PutEvent(900, 1, 1);
@@ -112,7 +112,7 @@ TEST_F(BlockRebuild, StaleMediaEndsItStaleDataDoesNot) {
                          "Event[0]  1, 900000000, 100\n");
 }
 
-TEST_F(BlockRebuild, NewestTimeSeenDoesNotMatter) {
+TEST_F(IndexRebuild, NewestTimeSeenDoesNotMatter) {
     MakeOpenBlock();
     Put(0, 0, 5000);
     Put(0, 0, 1000);
@@ -120,7 +120,7 @@ TEST_F(BlockRebuild, NewestTimeSeenDoesNotMatter) {
                          "RecSeg[0][1]  1000, 1000, 100, 196\n");
 }
 
-TEST_F(BlockRebuild, SecondsAreUnsigned) {
+TEST_F(IndexRebuild, SecondsAreUnsigned) {
     // A block from after 2038: a frame of second 10 is 31 seconds older when 30 added do not reach it.
     MakeOpenBlock(0, 0x80000010);
     Put(0, 0, 0x80000010);
@@ -128,7 +128,7 @@ TEST_F(BlockRebuild, SecondsAreUnsigned) {
     EXPECT_EQ(Rebuilt(), "RecSeg[0][0]  -2147483632, -2147483632, 0, 96\n");
 }
 
-TEST_F(BlockRebuild, FramesOfNoChannelAddNothing) {
+TEST_F(IndexRebuild, FramesOfNoChannelAddNothing) {
     MakeOpenBlock();
     Put(1, 32, 1000);
     Put(1, 0xFFFFFFFF, 1000);
@@ -137,7 +137,7 @@ TEST_F(BlockRebuild, FramesOfNoChannelAddNothing) {
     EXPECT_EQ(Rebuilt(), "IFrame[31][0]  1001000000, 300\nRecSeg[31][0]  1001, 1001, 300, 396\n");
 }
 
-TEST_F(BlockRebuild, FullFrameAreaEndsAtItsLimit) {
+TEST_F(IndexRebuild, FullFrameAreaEndsAtItsLimit) {
     MakeOpenBlock();
     Put(0, 0, 1000);
     Put(0, 0, 1001, kFrameArea - 100 - 24); // to its last byte
@@ -146,7 +146,7 @@ TEST_F(BlockRebuild, FullFrameAreaEndsAtItsLimit) {
     EXPECT_EQ(Rebuilt(), "RecSeg[0][0]  1000, 1001, 0, " + std::to_string(kFrameArea - 4) + "\n");
 }
 
-TEST_F(BlockRebuild, LengthsThatLeadNowhereEndIt) {
+TEST_F(IndexRebuild, LengthsThatLeadNowhereEndIt) {
     for (const uint32_t len : {kFrameArea, 0x7FFFFFFFu, 0xFFFFFFE8u, 0xFFFFFF84u, 0xFFFFFFFFu}) {
         m_pos = 0;
         MakeOpenBlock();
@@ -157,7 +157,7 @@ TEST_F(BlockRebuild, LengthsThatLeadNowhereEndIt) {
     }
 }
 
-TEST_F(BlockRebuild, AddsToTheTablesHeld) {
+TEST_F(IndexRebuild, AddsToTheTablesHeld) {
     MakeOpenBlock();
     Put(1, 0, 1000);
     OpenBlocks blocks(Disk());
@@ -173,7 +173,7 @@ TEST_F(BlockRebuild, AddsToTheTablesHeld) {
 
 // ---- going on behind the last I-frame
 
-TEST_F(BlockRebuild, ResumesBehindTheLastIFrame) {
+TEST_F(IndexRebuild, ResumesBehindTheLastIFrame) {
     MakeOpenBlock();
     Put(1, 0, 1000);
     Put(1, 2, 1001);
@@ -195,14 +195,14 @@ TEST_F(BlockRebuild, ResumesBehindTheLastIFrame) {
                               "RecSeg[2][0]  1001, 1001, 100, 196\n");
 }
 
-TEST_F(BlockRebuild, ResumesAtTheFirstFrameWithoutIFrames) {
+TEST_F(IndexRebuild, ResumesAtTheFirstFrameWithoutIFrames) {
     MakeOpenBlock();
     Put(0, 0, 1000); // passed: it stands where an I-frame would that is in the index already
     Put(0, 0, 1001);
     EXPECT_EQ(Rebuilt(2), "RecSeg[0][0]  1001, 1001, 100, 196\n");
 }
 
-TEST_F(BlockRebuild, ResumesWhereNoFrameIsAnyMore) {
+TEST_F(IndexRebuild, ResumesWhereNoFrameIsAnyMore) {
     MakeOpenBlock();
     Put(1, 0, 1000);
     OpenBlocks blocks(Disk());
@@ -215,7 +215,7 @@ TEST_F(BlockRebuild, ResumesWhereNoFrameIsAnyMore) {
     EXPECT_EQ(blocks.Index(), "IFrame[0][0]  1000000000, 0\nRecSeg[0][0]  1000, 1000, 0, 96\n");
 }
 
-TEST_F(BlockRebuild, ResumeLoadsTheIndexThatIsThere) {
+TEST_F(IndexRebuild, ResumeLoadsTheIndexThatIsThere) {
     MakeDisk();
     Disk().WriteBlock(
         1, BlockContents::Closed(9, 1000, 1000).IFrame(0, Pts(1000), 0).Segment(0, 1000, 1000, 96, 0));
@@ -230,7 +230,7 @@ TEST_F(BlockRebuild, ResumeLoadsTheIndexThatIsThere) {
 
 // ---- failures
 
-TEST_F(BlockRebuild, FailsWhereAReadDoes) {
+TEST_F(IndexRebuild, FailsWhereAReadDoes) {
     MakeOpenBlock();
     Put(1, 0, 1000);
     PutEvent(1001, 1, 1);
@@ -244,7 +244,7 @@ TEST_F(BlockRebuild, FailsWhereAReadDoes) {
     }
 }
 
-TEST_F(BlockRebuild, ResumeReportsThatItCannotReadTheLastIFrame) {
+TEST_F(IndexRebuild, ResumeReportsThatItCannotReadTheLastIFrame) {
     MakeOpenBlock();
     Put(1, 0, 1000);
     // Reads of the head, then head and tail by the index load; the next is that of the I-frame.
@@ -259,7 +259,7 @@ TEST_F(BlockRebuild, ResumeReportsThatItCannotReadTheLastIFrame) {
     }
 }
 
-TEST_F(BlockRebuild, NothingIsMadeOfABlockTooSmall) {
+TEST_F(IndexRebuild, NothingIsMadeOfABlockTooSmall) {
     MakeOpenBlock();
     PartAccess_t access = Disk().Access();
     dev_op_st* const dev = dev_open(&access);
@@ -268,7 +268,7 @@ TEST_F(BlockRebuild, NothingIsMadeOfABlockTooSmall) {
     dev_close(dev);
 }
 
-TEST_F(BlockRebuild, RefreshWithoutAFrame) {
+TEST_F(IndexRebuild, RefreshWithoutAFrame) {
     MakeOpenBlock();
     OpenBlocks blocks(Disk());
     EXPECT_EQ(blocks->RefreshRecSegInfo(nullptr, 0, nullptr), -1);
