@@ -245,7 +245,9 @@ TEST_F(DumpProgramOnDevices, OnlyEverOpensForReading) {
     int flags = 0;
     size_t opens = 0;
     while (log >> path >> flags) {
-        if (path != "/dev/null") {
+        const bool counters =
+            path.size() > 5 && path.compare(path.size() - 5, 5, ".gcda") == 0; // of coverage
+        if (path != "/dev/null" && !counters) {
             EXPECT_EQ(flags & (O_ACCMODE | O_CREAT | O_TRUNC), O_RDONLY) << path;
             ++opens;
         }

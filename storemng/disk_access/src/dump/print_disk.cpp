@@ -75,25 +75,27 @@ Table ReadTable(const DumpDevice& device, uint64_t deviceSize, uint32_t offset, 
     return table;
 }
 
-int PrintTables(const DumpDevice& device, uint64_t deviceSize, const PartHead_t& head, const Printer& out) {
+int PrintBadBlocks(const DumpDevice& device, uint64_t deviceSize, const PartHead_t& head,
+                   const Printer& out) {
     constexpr uint32_t kBytesALine = 16;
-    constexpr uint32_t kCountersALine = 20;
-
-    out.print(out.ctx, "*******************************BAD TAB********************************** \n");
-    const uint32_t bitBytes = BadBlockTabSize(head.BlkCount);
-    const Table bits = ReadTable(device, deviceSize, head.BBTabOffs, bitBytes);
+    const uint32_t bytes = BadBlockTabSize(head.BlkCount);
+    const Table bits = ReadTable(device, deviceSize, head.BBTabOffs, bytes);
     if (bits == nullptr) {
         return -1;
     }
     out.print(out.ctx, "BadBlockTab:");
-    for (uint32_t i = 0; i < bitBytes; ++i) {
+    for (uint32_t i = 0; i < bytes; ++i) {
         if (i % kBytesALine == 0) {
             out.print(out.ctx, "\n");
         }
         out.print(out.ctx, " %02x", unsigned{bits.get()[i]});
     }
     out.print(out.ctx, "\n");
+    return 0;
+}
 
+int PrintCounters(const DumpDevice& device, uint64_t deviceSize, const PartHead_t& head, const Printer& out) {
+    constexpr uint32_t kCountersALine = 20;
     const Table counters = ReadTable(device, deviceSize, head.BBCounterOffs, head.BlkCount);
     if (counters == nullptr) {
         return -1;
@@ -107,6 +109,13 @@ int PrintTables(const DumpDevice& device, uint64_t deviceSize, const PartHead_t&
     }
     out.print(out.ctx, "\n");
     return 0;
+}
+
+/// One table after the other: only one is held at a time.
+int PrintTables(const DumpDevice& device, uint64_t deviceSize, const PartHead_t& head, const Printer& out) {
+    out.print(out.ctx, "*******************************BAD TAB********************************** \n");
+    const int result = PrintBadBlocks(device, deviceSize, head, out);
+    return result == 0 ? PrintCounters(device, deviceSize, head, out) : result;
 }
 
 void PrintBlocks(const DumpDevice& device, uint64_t deviceSize, const PartHead_t& head, bool detailed,
