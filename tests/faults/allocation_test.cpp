@@ -169,11 +169,11 @@ TEST_F(Allocations, InitialisingTheFacade) {
     }
 }
 
-TEST_F(Allocations, EveryFailureOfASessionLeavesNothingBehind) {
+TEST_F(Allocations, EveryFailureOfARoundLeavesNothingBehind) {
     MakeRing();
-    // A session is run with its first allocation failing, its second, and so on until none fails any more;
+    // A round is run with its first allocation failing, its second, and so on until none fails any more;
     // once with that failure alone, once with all after it failing too. The leak checker watches.
-    const auto session = [&] {
+    const auto round = [&] {
         PartAccess_t access = Disk().Access();
         CSearchDisk disk;
         disk.Init(&access);
@@ -198,7 +198,7 @@ TEST_F(Allocations, EveryFailureOfASessionLeavesNothingBehind) {
         return records.m_nCount + events.m_nCount + units.m_nCount + days.m_nCount;
     };
     int whole = 0;
-    Quietly([&] { whole = session(); });
+    Quietly([&] { whole = round(); });
     EXPECT_EQ(whole, (4 + 4 + 1) + (4 + 1) + 4 + 1); // records, events, units, days
     for (const bool forever : {false, true}) {
         const SystemCallLog log;
@@ -206,7 +206,7 @@ TEST_F(Allocations, EveryFailureOfASessionLeavesNothingBehind) {
         for (bool reached = true; reached; ++failing) {
             Quietly([&] {
                 const AllocationFaults faults(failing, forever);
-                const int found = session();
+                const int found = round();
                 reached = faults.Count() > failing;
                 EXPECT_TRUE(found < whole || (found == whole && !reached) || !forever);
             });

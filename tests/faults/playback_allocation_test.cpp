@@ -13,21 +13,21 @@ using namespace test_support;
 
 class PlaybackAllocations : public PartFixture {};
 
-TEST_F(PlaybackAllocations, EveryFailureOfASessionLeavesNothingBehind) {
-    RecordOnNewDisk(kSessionScript);
+TEST_F(PlaybackAllocations, EveryFailureOfARoundLeavesNothingBehind) {
+    RecordOnNewDisk(kRoundScript);
     const PartAccess_t access = Disk().Access();
     int whole = 0;
-    Quietly([&] { whole = PlaySession(access).frames; });
-    // The session is run with its first allocation failing, its second, and so on until none fails any more;
+    Quietly([&] { whole = PlayRound(access).frames; });
+    // The round is run with its first allocation failing, its second, and so on until none fails any more;
     // once with that failure alone, once with all after it failing too. The leak checker watches.
     for (const bool forever : {false, true}) {
         const SystemCallLog log([](const Call& call, size_t) { return PassUnflushed(call); });
         size_t failing = 0;
         for (bool reached = true; reached; ++failing) {
-            SessionOutcome outcome;
+            RoundOutcome outcome;
             Quietly([&] {
                 const AllocationFaults faults(failing, forever);
-                outcome = PlaySession(access);
+                outcome = PlayRound(access);
                 reached = faults.Count() > failing;
             });
             EXPECT_EQ(outcome.wrongPayloads, 0) << failing;

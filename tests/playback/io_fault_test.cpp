@@ -8,13 +8,13 @@ using namespace test_support;
 
 class PlaybackFaults : public PartFixture {
 protected:
-    /// Runs the session with fate @p fate for system call @p first, and for all behind it if @p forever.
-    /// @return false when the session ended before that call
+    /// Runs the round with fate @p fate for system call @p first, and for all behind it if @p forever.
+    /// @return false when the round ended before that call
     bool RunWith(const Fate& fate, size_t first, bool forever) {
         size_t opened = 0;
         size_t closed = 0;
         size_t calls = 0;
-        SessionOutcome outcome;
+        RoundOutcome outcome;
         const SystemCallLog log([&](const Call& call, size_t index) {
             const bool struck = forever ? index >= first : index == first;
             calls = index + 1;
@@ -22,7 +22,7 @@ protected:
             closed += call.kind == CallKind::Close ? 1u : 0u;
             return struck && call.kind != CallKind::Sync ? fate : PassUnflushed(call);
         });
-        Quietly([&] { outcome = PlaySession(Disk().Access()); });
+        Quietly([&] { outcome = PlayRound(Disk().Access()); });
         EXPECT_EQ(opened, closed) << first;
         EXPECT_EQ(outcome.wrongPayloads, 0) << first;
         EXPECT_LE(outcome.frames, m_frames + 20) << first; // a failed seek plays from another place
@@ -30,8 +30,8 @@ protected:
     }
 
     void RunWithEach(const Fate& fate, bool forever) {
-        RecordOnNewDisk(kSessionScript);
-        Quietly([&] { m_frames = PlaySession(Disk().Access()).frames; });
+        RecordOnNewDisk(kRoundScript);
+        Quietly([&] { m_frames = PlayRound(Disk().Access()).frames; });
         size_t first = 0;
         while (RunWith(fate, first, forever)) {
             ++first;
@@ -43,10 +43,10 @@ private:
     int m_frames = 0;
 };
 
-TEST_F(PlaybackFaults, SessionMeetsEveryResult) {
-    RecordOnNewDisk(kSessionScript);
-    SessionOutcome outcome;
-    Quietly([&] { outcome = PlaySession(Disk().Access()); });
+TEST_F(PlaybackFaults, RoundMeetsEveryResult) {
+    RecordOnNewDisk(kRoundScript);
+    RoundOutcome outcome;
+    Quietly([&] { outcome = PlayRound(Disk().Access()); });
     EXPECT_GT(outcome.frames, 25);
     EXPECT_EQ(outcome.wrongPayloads, 0);
     EXPECT_GT(outcome.results[0], 0); // -1

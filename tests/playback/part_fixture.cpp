@@ -171,19 +171,19 @@ int DiskPlayer::Call(Step step, FrameInfo_t* info, void** payload) {
     }
 }
 
-const char* const kSessionScript =
+const char* const kRoundScript =
     "P0@1000 I0@1001 P1@1001 E0@1001:16 I0@1002 P0@1003 P0@1004:700 I0@1005 P0@1006 I1@1007 | "
     "P0@1008 A0@1008:160 P0@1009 I0@1010 P0@1011 | I0@1012 P0@1013 I1@1013 P1@1014 /";
 
 namespace {
 
 /// Counts what calls deliver into one buffer.
-class SessionPlayer {
+class RoundPlayer {
 public:
-    explicit SessionPlayer(CReadDisk& disk) : m_disk(disk) {}
-    ~SessionPlayer() { std::free(m_payload); }
-    SessionPlayer(const SessionPlayer&) = delete;
-    SessionPlayer& operator=(const SessionPlayer&) = delete;
+    explicit RoundPlayer(CReadDisk& disk) : m_disk(disk) {}
+    ~RoundPlayer() { std::free(m_payload); }
+    RoundPlayer(const RoundPlayer&) = delete;
+    RoundPlayer& operator=(const RoundPlayer&) = delete;
 
     using Read = int (CReadDisk::*)(void*, FrameInfo_t*, void**);
 
@@ -205,22 +205,22 @@ public:
         for (int i = 0; i < 100 && Take(read, handle); ++i) {
         }
     }
-    const SessionOutcome& Outcome() const { return m_outcome; }
+    const RoundOutcome& Outcome() const { return m_outcome; }
 
 private:
     CReadDisk& m_disk;
     void* m_payload = nullptr;
-    SessionOutcome m_outcome;
+    RoundOutcome m_outcome;
 };
 
 } // namespace
 
-SessionOutcome PlaySession(PartAccess_t access) {
+RoundOutcome PlayRound(PartAccess_t access) {
     CReadDisk disk;
     disk.Init(&access);
     unsigned char password[] = "password";
     disk.CheckEncryptInfo(password);
-    SessionPlayer player(disk);
+    RoundPlayer player(disk);
     EncodeParam_t parameters = {};
     RecordItem_t segment = SegmentRecord(0, 0, 0, 1000, 1900);
     RecordItem_t inside = SegmentRecord(0, 0, 0, 1002, 1006);

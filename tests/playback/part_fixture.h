@@ -114,17 +114,17 @@ private:
 using OpenReadPart = OpenForReading<CReadPart>;
 using OpenReadDisk = OpenForReading<CReadDisk>;
 
-/// What a session delivered.
-struct SessionOutcome {
+/// What a round delivered.
+struct RoundOutcome {
     int frames = 0;
     int wrongPayloads = 0;
     int results[4] = {}; ///< how often calls returned -1, 0, 1 and 2
 };
 
-/// Plays a disk recorded with kSessionScript in all the ways there are, whatever the calls return. After each
+/// Plays a disk recorded with kRoundScript in all the ways there are, whatever the calls return. After each
 /// one the payload buffer must be the caller's to use. Allocates nothing of its own.
-SessionOutcome PlaySession(PartAccess_t access);
-extern const char* const kSessionScript;
+RoundOutcome PlayRound(PartAccess_t access);
+extern const char* const kRoundScript;
 
 /// Words of frames, recorded in order. "|" closes the block, "/" cuts the power: the next frame begins another
 /// block.

@@ -21,7 +21,7 @@ TEST(TypedTimes, DateAndTime) {
     EXPECT_EQ(First("2026-11-20 4:30"), 1795149000);
     EXPECT_EQ(First("1970-01-01 00:00:01"), 1);
     EXPECT_EQ(First("2026-11-20 14:30", "Europe/Berlin"), 1795181400);
-    EXPECT_EQ(First("2026-11-20 14:30", "XXX-5:30"), 1795165200);
+    EXPECT_EQ(First("2026-11-20 14:30", "IST-5:30"), 1795165200);
 }
 
 TEST(TypedTimes, OffsetsBehindATimeOverrideTheZone) {
@@ -110,7 +110,7 @@ TEST(TypedTimes, NonsenseIsRefused) {
 
 TEST(TimeZones, TextIsWhatCanBeTyped) {
     for (const char* const name :
-         {"UTC", "Europe/Berlin", "America/St_Johns", "Australia/Lord_Howe", "XXX+3"}) {
+         {"UTC", "Europe/Berlin", "America/St_Johns", "Australia/Lord_Howe", "BRT+3"}) {
         const TimeZone zone(name);
         // Around both clock changes of 2026 in each zone, and far from them.
         for (const int64_t base : {int64_t{1774745000}, int64_t{1792886000}, int64_t{1773039000},

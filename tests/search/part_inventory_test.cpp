@@ -404,7 +404,7 @@ TEST_F(PartInventory, ForgedTimesDoNotKeepTheHalvingFromEnding) {
 TEST_F(PartInventory, PerBlockDaysAreLocal) {
     const char* const saved = getenv("TZ");
     const std::string restore = saved == nullptr ? "" : saved;
-    setenv("TZ", "XXX-5", 1); // five hours east
+    setenv("TZ", "PKT-5", 1); // five hours east
     tzset();
     CSearchPart part;
     BlockHead_t head = {};

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <utility>
 
+#include "frame_types.h"
+
 namespace diskaccess {
 
 namespace {
@@ -24,14 +26,6 @@ constexpr size_t kWrongBits = 4;
 
 constexpr size_t kChunk = 0x10000;
 constexpr size_t kSector = 0x1000;
-
-bool IsMedia(const FrameHead_t& head) {
-    return head.type <= 2;
-}
-
-int64_t SecondsOf(const FrameHead_t& head) {
-    return head.pts / 1000000;
-}
 
 uint64_t SpanOf(const FrameHead_t& head) {
     return sizeof(FrameHead_t) + uint64_t{head.len};

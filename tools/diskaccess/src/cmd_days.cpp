@@ -54,9 +54,9 @@ std::string CalendarText(const std::set<uint32_t>& recorded) {
 
 } // namespace
 
-Report Days(Session& session) {
+Report Days(Job& job) {
     CCommList<unsigned int> found;
-    session.Search().GetDateInfo(&found);
+    job.Search().GetDateInfo(&found);
     std::set<uint32_t> recorded;
     for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
         recorded.insert(node->data / kSecondsPerDay);

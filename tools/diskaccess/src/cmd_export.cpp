@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "findings.h"
+#include "frame_types.h"
 #include "manifest.h"
 #include "output_file.h"
 #include "progress.h"
@@ -20,10 +21,6 @@
 namespace diskaccess {
 
 namespace {
-
-constexpr uint32_t kKeyFrame = 1;
-constexpr uint32_t kAudioFrame = 2;
-constexpr uint32_t kEventFrame = 4;
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
@@ -58,10 +55,6 @@ Target WantedTarget(const Options& options) {
     return {EndsWith(options.output, ".mp4") ? "mp4" : "matroska", options.output};
 }
 
-bool IsVideo(const FrameHead_t& head) {
-    return head.type < kAudioFrame;
-}
-
 /// Channel and kind: what makes a track.
 using TrackKey = std::pair<uint32_t, bool>;
 
@@ -78,14 +71,13 @@ struct Candidate {
 /// One export.
 class Exporter {
 public:
-    Exporter(Session& session, Target target)
-        : m_session(session), m_target(std::move(target)),
-          m_plan(PlanExport(session,
-                            {session.WantedRange(), session.WantedChannels() & ~session.HiddenChannels()})),
-          m_events(FindEvents(session, std::numeric_limits<uint64_t>::max())) {
+    Exporter(Job& job, Target target)
+        : m_job(job), m_target(std::move(target)),
+          m_plan(PlanExport(job, {job.WantedRange(), job.WantedChannels() & ~job.HiddenChannels()})),
+          m_events(FindEvents(job, std::numeric_limits<uint64_t>::max())) {
         AddEventsOfOpenBlocks();
-        if (!session.Wanted().audio.empty()) {
-            m_givenAudio = ReadAudioCodec(session.Wanted().audio);
+        if (!job.Wanted().audio.empty()) {
+            m_givenAudio = ReadAudioCodec(job.Wanted().audio);
         }
     }
 
@@ -103,8 +95,8 @@ public:
         m_manifest.events = m_events;
         m_manifest.container = m_target.container;
         AddUndecodable();
-        OutputFile file(m_target.Manifest(), m_session.Wanted().force);
-        const std::string text = ManifestText(m_session, m_manifest);
+        OutputFile file(m_target.Manifest(), m_job.Wanted().force);
+        const std::string text = ManifestText(m_job, m_manifest);
         file.Write(text.data(), text.size());
         file.Finish();
         return true;
@@ -120,11 +112,11 @@ private:
         const Range& times = m_plan.range.times;
         for (size_t i = m_plan.sequence.start; i < m_plan.sequence.blocks.size(); ++i) {
             const RecordedBlock& block = m_plan.sequence.blocks[i];
-            const auto ends = m_session.Disk().EndsOf(block.number);
+            const auto ends = m_job.Disk().EndsOf(block.number);
             if (ends && ends->closed) {
                 continue;
             }
-            BlockFrames frames(m_session.Disk(), m_plan.area, block, BlockFrames::Want::Payloads);
+            BlockFrames frames(m_job.Disk(), m_plan.area, block, BlockFrames::Want::Payloads);
             PlacedFrame frame;
             for (bool lost = false; !frames.HasIndex() && frames.Next(frame, lost);) {
                 EventHead_t event = {};
@@ -141,7 +133,7 @@ private:
         if (m_givenAudio.Known()) {
             return m_givenAudio;
         }
-        const auto ends = m_session.Disk().EndsOf(block);
+        const auto ends = m_job.Disk().EndsOf(block);
         return ends ? AudioOf(ends->head.prop[channel]) : AudioCodec{};
     }
 
@@ -165,7 +157,7 @@ private:
             const RecordedBlock& block = m_plan.sequence.blocks[i];
             const uint32_t fresh = block.channels & m_plan.range.channels & ~seen;
             seen |= fresh;
-            const auto ends = fresh != 0 ? m_session.Disk().EndsOf(block.number) : std::nullopt;
+            const auto ends = fresh != 0 ? m_job.Disk().EndsOf(block.number) : std::nullopt;
             for (uint32_t chn = 0; ends && chn < 32; ++chn) {
                 if ((fresh >> chn & 1) != 0) {
                     keys.emplace_back(chn, false);
@@ -182,7 +174,7 @@ private:
     std::map<TrackKey, Candidate> FindTracks(int64_t& start) {
         const std::vector<TrackKey> announced = AnnouncedTracks();
         std::map<TrackKey, Candidate> tracks;
-        RangeFrames frames(m_session.Disk(), m_plan);
+        RangeFrames frames(m_job.Disk(), m_plan);
         PlacedFrame frame;
         std::optional<uint32_t> firstBlock;
         start = std::numeric_limits<int64_t>::max();
@@ -211,25 +203,24 @@ private:
         ContainerFacts facts;
         facts.title = std::filesystem::path(m_target.name).stem().string();
         facts.start = start;
-        facts.startTime = TimeZone::UtcOfMicros(m_session.TrueInstant(start).micros);
-        const auto ends = m_session.Disk().EndsOf(m_plan.sequence.blocks[m_plan.firstBlock].number);
+        facts.startTime = TimeZone::UtcOfMicros(m_job.TrueInstant(start).micros);
+        const auto ends = m_job.Disk().EndsOf(m_plan.sequence.blocks[m_plan.firstBlock].number);
         if (ends) {
             facts.comment =
                 fmt::format("vehicle {}, {}", FieldText(ends->head.VehicleNum, sizeof ends->head.VehicleNum),
                             FieldText(ends->head.VehicleID, sizeof ends->head.VehicleID));
         }
         for (const EventItem_t& event : m_events) {
-            facts.chapters.push_back(
-                {int64_t{event.time} * 1000000,
-                 fmt::format("event 0x{:x}, {}", uint64_t{event.alarmType},
-                             m_session.Zone().Text(m_session.TrueTime(event.time).seconds))});
+            facts.chapters.push_back({int64_t{event.time} * 1000000,
+                                      fmt::format("event 0x{:x}, {}", uint64_t{event.alarmType},
+                                                  m_job.Zone().Text(m_job.TrueTime(event.time).seconds))});
         }
         return facts;
     }
 
     /// @return false when no track can be found
     bool MakeSink() {
-        const bool force = m_session.Wanted().force;
+        const bool force = m_job.Wanted().force;
         if (Raw()) {
             m_sink = MakeRawSink(m_target.name, force);
             return true;
@@ -245,7 +236,7 @@ private:
         }
         if (m_manifest.tracks.empty()) {
             throw Failure(fmt::format("{}: nothing of it can be put into a {} file: {}",
-                                      m_session.Wanted().partition, m_target.container,
+                                      m_job.Wanted().partition, m_target.container,
                                       m_manifest.leftOut.front().reason));
         }
         m_sink->Start();
@@ -264,7 +255,7 @@ private:
     }
 
     void Copy() {
-        RangeFrames frames(m_session.Disk(), m_plan);
+        RangeFrames frames(m_job.Disk(), m_plan);
         Progress progress("exporting");
         std::signal(SIGINT, Interrupt);
         std::signal(SIGTERM, Interrupt);
@@ -308,7 +299,7 @@ private:
         }
     }
 
-    Session& m_session;
+    Job& m_job;
     Target m_target;
     ExportPlan m_plan;
     std::vector<EventItem_t> m_events;
@@ -320,9 +311,9 @@ private:
     uint64_t m_bytes = 0;
 };
 
-std::string LossText(Session& session, const Loss& loss) {
+std::string LossText(Job& job, const Loss& loss) {
     const auto time = [&](const std::optional<int64_t>& pts, const char* none) {
-        return pts ? session.Zone().TextOfMicros(session.TrueInstant(*pts).micros) : std::string(none);
+        return pts ? job.Zone().TextOfMicros(job.TrueInstant(*pts).micros) : std::string(none);
     };
     return fmt::format("block {}: {} bytes from offset {} on {}: video between {} and {} is missing",
                        loss.block, loss.bytes, loss.offset,
@@ -330,24 +321,24 @@ std::string LossText(Session& session, const Loss& loss) {
                        time(loss.behind, "its end"));
 }
 
-void NoteLosses(Session& session, const Manifest& manifest) {
+void NoteLosses(Job& job, const Manifest& manifest) {
     for (const Loss& loss : manifest.findings.losses) {
-        session.Note(LossText(session, loss), kDataLost);
+        job.Note(LossText(job, loss), kDataLost);
     }
     for (const MissingBlocks& gap : manifest.findings.missing) {
-        session.Note(fmt::format("between blocks {} and {}: what was recorded is not there any more",
-                                 gap.before, gap.behind),
-                     kDataLost);
+        job.Note(fmt::format("between blocks {} and {}: what was recorded is not there any more", gap.before,
+                             gap.behind),
+                 kDataLost);
     }
     for (const LeftOut& item : manifest.leftOut) {
-        session.Note(fmt::format("channel {}: {} {} frame{} left out: {}", item.channel, item.frames,
-                                 item.isVideo ? "video" : "audio", item.frames == 1 ? " is" : "s are",
-                                 item.reason),
-                     kDone);
+        job.Note(fmt::format("channel {}: {} {} frame{} left out: {}", item.channel, item.frames,
+                             item.isVideo ? "video" : "audio", item.frames == 1 ? " is" : "s are",
+                             item.reason),
+                 kDone);
     }
 }
 
-Report Summary(Session& session, const Target& target, const Manifest& manifest) {
+Report Summary(Job& job, const Target& target, const Manifest& manifest) {
     Table tracks = {"tracks",
                     {{"channel", "CHANNEL"},
                      {"kind", "KIND"},
@@ -360,8 +351,8 @@ Report Summary(Session& session, const Target& target, const Manifest& manifest)
                     {}};
     for (const Track& track : manifest.tracks) {
         tracks.rows.push_back({uint64_t{track.channel}, std::string(track.isVideo ? "video" : "audio"),
-                               track.Codec(), track.frames, Bytes{track.bytes},
-                               session.TrueInstant(track.first), session.TrueInstant(track.last),
+                               track.Codec(), track.frames, Bytes{track.bytes}, job.TrueInstant(track.first),
+                               job.TrueInstant(track.last),
                                Printable(manifest.outputs.at(track.output).path)});
     }
     uint64_t size = 0;
@@ -380,17 +371,17 @@ Report Summary(Session& session, const Target& target, const Manifest& manifest)
 
 } // namespace
 
-ExitCode Export(Session& session) {
-    const Target target = WantedTarget(session.Wanted());
-    Exporter exporter(session, target);
+ExitCode Export(Job& job) {
+    const Target target = WantedTarget(job.Wanted());
+    Exporter exporter(job, target);
     if (!exporter.Run()) {
-        session.Note(session.Wanted().partition +
-                         ": holds no frames of that time and these channels; nothing was written",
-                     kDone);
-        return session.Finish();
+        job.Note(job.Wanted().partition +
+                     ": holds no frames of that time and these channels; nothing was written",
+                 kDone);
+        return job.Finish();
     }
-    NoteLosses(session, exporter.Result());
-    return session.Finish(Summary(session, target, exporter.Result()));
+    NoteLosses(job, exporter.Result());
+    return job.Finish(Summary(job, target, exporter.Result()));
 }
 
 } // namespace diskaccess

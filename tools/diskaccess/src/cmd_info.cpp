@@ -60,8 +60,8 @@ void AddVehicle(Report& report, const BlockHead_t& head) {
 
 } // namespace
 
-Report Info(Session& session) {
-    Partition& disk = session.Disk();
+Report Info(Job& job) {
+    Partition& disk = job.Disk();
     Report report;
     AddGeometry(report, disk);
     const auto ring = disk.RecordedRing();
@@ -73,11 +73,11 @@ Report Info(Session& session) {
     report.facts.push_back(
         {"oldest_block", "Oldest block", block(oldest.has_value(), ring ? ring->oldest : 0)});
     report.facts.push_back({"oldest_time", "Recorded from",
-                            oldest ? Value(session.TrueTime(oldest->head.RecTime)) : Value(Nothing{})});
+                            oldest ? Value(job.TrueTime(oldest->head.RecTime)) : Value(Nothing{})});
     report.facts.push_back(
         {"newest_block", "Newest block", block(newest.has_value(), ring ? ring->newest : 0)});
     report.facts.push_back({"newest_time", "Newest block from",
-                            newest ? Value(session.TrueTime(newest->head.RecTime)) : Value(Nothing{})});
+                            newest ? Value(job.TrueTime(newest->head.RecTime)) : Value(Nothing{})});
     report.facts.push_back(
         {"newest_closed", "Newest block closed", newest ? Value(newest->closed) : Value(Nothing{})});
     if (newest) {

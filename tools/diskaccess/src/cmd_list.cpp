@@ -29,10 +29,10 @@ struct Total {
     }
 };
 
-std::vector<Value> Row(const Session& session, const RecordItem_t& record, uint64_t alarms) {
+std::vector<Value> Row(const Job& job, const RecordItem_t& record, uint64_t alarms) {
     const bool coarse = record.flag == 1;
-    const Time start = session.TrueTime(record.startTime);
-    const Time end = session.TrueTime(record.endTime);
+    const Time start = job.TrueTime(record.startTime);
+    const Time end = job.TrueTime(record.endTime);
     return {uint64_t{record.chn},
             start,
             coarse ? Value(TimeBound{end.seconds}) : Value(end),
@@ -61,10 +61,10 @@ Table ChannelTotals(const std::map<uint32_t, Total>& channels) {
 
 } // namespace
 
-Report List(Session& session) {
+Report List(Job& job) {
     // A plain search does not look at events, and one around alarms gives back the mask it was asked for.
-    const auto alarms = session.WantedAlarms();
-    const AlarmTags tags(session, FindEvents(session, alarms.value_or(std::numeric_limits<uint64_t>::max())),
+    const auto alarms = job.WantedAlarms();
+    const AlarmTags tags(job, FindEvents(job, alarms.value_or(std::numeric_limits<uint64_t>::max())),
                          alarms.has_value());
 
     Table records = {"records",
@@ -80,13 +80,12 @@ Report List(Session& session) {
                      {}};
     Total all;
     std::map<uint32_t, Total> channels;
-    const bool mixed = session.Wanted().mix;
+    const bool mixed = job.Wanted().mix;
     for (const RecordItem_t& record :
-         mixed ? FindMixedRecords(session)
-               : FindRecords(session, session.WantedRange(), alarms.value_or(0), tags)) {
+         mixed ? FindMixedRecords(job) : FindRecords(job, job.WantedRange(), alarms.value_or(0), tags)) {
         const uint64_t types =
             mixed ? uint64_t{record.alarmType} : tags.TypesOf(record.startTime, record.endTime);
-        records.rows.push_back(Row(session, record, types));
+        records.rows.push_back(Row(job, record, types));
         channels[record.chn].Add(record);
         all.Add(record);
     }

@@ -9,13 +9,12 @@
 
 #include "commands.h"
 #include "findings.h"
+#include "frame_types.h"
 
 namespace diskaccess {
 
 namespace {
 
-constexpr uint32_t kKeyFrame = 1;
-constexpr uint32_t kEvent = 4;
 constexpr uint32_t kWholeBlock = 1;
 constexpr uint32_t kIndexed = 0;
 
@@ -45,14 +44,6 @@ private:
     void* m_payload = nullptr;
 };
 
-int64_t SecondsOf(const FrameInfo_t& frame) {
-    return static_cast<int64_t>(frame.pts) / 1000000;
-}
-
-bool IsMedia(const FrameInfo_t& frame) {
-    return frame.type <= 2;
-}
-
 std::string KindOf(uint32_t type) {
     switch (type) {
     case 0:
@@ -61,7 +52,7 @@ std::string KindOf(uint32_t type) {
         return "I-frame";
     case 2:
         return "audio";
-    case kEvent:
+    case kEventFrame:
         return "event";
     default:
         return fmt::format("type {}", type);
@@ -84,13 +75,13 @@ Report FrameTable() {
 /// Plays records, a line a frame.
 class Player {
 public:
-    explicit Player(Session& session)
-        : m_session(session), m_range(session.WantedRange()),
-          m_rows(session.Wanted().format, session.Zone(), Table(session), {23, 7, 7, 0, 8}) {
-        PartAccess_t access = session.Disk().Access();
+    explicit Player(Job& job)
+        : m_job(job), m_range(job.WantedRange()),
+          m_rows(job.Wanted().format, job.Zone(), Table(job), {23, 7, 7, 0, 8}) {
+        PartAccess_t access = job.Disk().Access();
         m_disk.Init(&access);
-        if (!session.Wanted().seek.empty()) {
-            m_seek = session.ReadDiskTime(session.Wanted().seek);
+        if (!job.Wanted().seek.empty()) {
+            m_seek = job.ReadDiskTime(job.Wanted().seek);
         }
     }
     ~Player() { m_disk.Quit(); }
@@ -103,7 +94,7 @@ public:
             return;
         }
         Reader reader(m_disk, 0, record);
-        const Options& wanted = m_session.Wanted();
+        const Options& wanted = m_job.Wanted();
         if (wanted.iframes && record.flag != kIndexed) {
             StepWithoutIndex(reader);
         } else if (wanted.backward) {
@@ -131,20 +122,20 @@ public:
     }
 
     ExitCode Finish() {
-        m_session.Write(
+        m_job.Write(
             m_rows.End({{"frame_count", "Frames", m_frames}, {"payload_bytes", "Payload", Bytes{m_bytes}}}));
-        return m_session.Finish();
+        return m_job.Finish();
     }
 
 private:
-    static Report Table(const Session& session) {
+    static Report Table(const Job& job) {
         Report report = FrameTable();
-        report.partition = Printable(session.Wanted().partition);
+        report.partition = Printable(job.Wanted().partition);
         return report;
     }
 
     bool Hidden(uint32_t channel) const {
-        return channel < 32 && (m_session.HiddenChannels() >> channel & 1) != 0;
+        return channel < 32 && (m_job.HiddenChannels() >> channel & 1) != 0;
     }
 
     void Show(const FrameInfo_t& frame) {
@@ -153,9 +144,8 @@ private:
         if (!inRange || Hidden(frame.chn)) {
             return;
         }
-        m_session.Write(
-            m_rows.Row({m_session.TrueInstant(static_cast<int64_t>(frame.pts)), uint64_t{frame.chn},
-                        KindOf(frame.type), uint64_t{frame.type}, uint64_t{frame.len}}));
+        m_job.Write(m_rows.Row({m_job.TrueInstant(static_cast<int64_t>(frame.pts)), uint64_t{frame.chn},
+                                KindOf(frame.type), uint64_t{frame.type}, uint64_t{frame.len}}));
         m_lastShown.at(frame.chn % 32) = frame.pts;
         ++m_frames;
         m_bytes += frame.len;
@@ -163,9 +153,9 @@ private:
 
     void SeekIn(Reader& reader, const RecordItem_t& record) {
         if (m_seek && *m_seek > record.startTime && !reader.Seek(*m_seek)) {
-            m_session.Note(fmt::format("block {}, channel {}: has no index to seek by; played from its start",
-                                       record.recId >> 16, record.chn),
-                           kDone);
+            m_job.Note(fmt::format("block {}, channel {}: has no index to seek by; played from its start",
+                                   record.recId >> 16, record.chn),
+                       kDone);
         }
     }
 
@@ -187,13 +177,12 @@ private:
         }
         // A block that is full to its end fails to deliver more, too: what counts is whether all was seen.
         if (result < 0 && record.flag == kIndexed && last + 1 < record.endTime) {
-            m_session.Note(
-                fmt::format("block {}, channel {}: cannot be played beyond {}, though recorded to {}; "
-                            "`diskaccess export` passes damage",
-                            record.recId >> 16, record.chn,
-                            m_session.Zone().Text(m_session.TrueTime(static_cast<uint32_t>(last)).seconds),
-                            m_session.Zone().Text(m_session.TrueTime(record.endTime).seconds)),
-                kDataLost);
+            m_job.Note(fmt::format("block {}, channel {}: cannot be played beyond {}, though recorded to {}; "
+                                   "`diskaccess export` passes damage",
+                                   record.recId >> 16, record.chn,
+                                   m_job.Zone().Text(m_job.TrueTime(static_cast<uint32_t>(last)).seconds),
+                                   m_job.Zone().Text(m_job.TrueTime(record.endTime).seconds)),
+                       kDataLost);
         }
     }
 
@@ -217,7 +206,7 @@ private:
                 iframes.push_back(frame);
             }
         }
-        if (m_session.Wanted().backward) {
+        if (m_job.Wanted().backward) {
             std::reverse(iframes.begin(), iframes.end());
         }
         for (const FrameInfo_t& iframe : iframes) {
@@ -250,7 +239,7 @@ private:
         }
     }
 
-    Session& m_session;
+    Job& m_job;
     CReadDisk m_disk;
     Range m_range;
     std::optional<uint32_t> m_seek;
@@ -262,15 +251,15 @@ private:
 
 /// The whole records that the range touches. Cut to it, they would begin with its first key frame, and the
 /// frames before that would be left out.
-std::vector<RecordItem_t> RecordsToPlay(Session& session) {
-    const Range range = session.WantedRange();
-    const uint32_t channels = session.WantedChannels();
+std::vector<RecordItem_t> RecordsToPlay(Job& job) {
+    const Range range = job.WantedRange();
+    const uint32_t channels = job.WantedChannels();
     // A search leaves out pieces of a second or less.
     Range wider = range;
     wider.first -= std::min(range.first, 2u);
     wider.endOfMedia = std::min(range.endOfMedia, 0x7FFFFFFFu - 2) + 2;
     std::vector<uint32_t> blocks;
-    for (const RecordItem_t& record : FindRecords(session, wider, 0, AlarmTags(session, {}, false))) {
+    for (const RecordItem_t& record : FindRecords(job, wider, 0, AlarmTags(job, {}, false))) {
         if (blocks.empty() || blocks.back() != record.recId >> 16) {
             blocks.push_back(record.recId >> 16);
         }
@@ -278,7 +267,7 @@ std::vector<RecordItem_t> RecordsToPlay(Session& session) {
     std::vector<RecordItem_t> records;
     for (const uint32_t block : blocks) {
         CCommList<RecordItem_t> found;
-        session.Search().SearchUnitMedia(block, &found, nullptr);
+        job.Search().SearchUnitMedia(block, &found, nullptr);
         for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
             const RecordItem_t& record = node->data;
             if ((channels >> record.chn & 1) != 0 && record.startTime <= range.last &&
@@ -291,7 +280,7 @@ std::vector<RecordItem_t> RecordsToPlay(Session& session) {
 }
 
 /// The record that the user named as BLOCK/CHANNEL/SEGMENT.
-RecordItem_t NamedRecord(Session& session, const std::string& name) {
+RecordItem_t NamedRecord(Job& job, const std::string& name) {
     static const std::regex pattern("([0-9]{1,5})/([0-9]{1,2})(/([0-9]{1,3}))?");
     std::smatch parts;
     if (!std::regex_match(name, parts, pattern)) {
@@ -302,31 +291,31 @@ RecordItem_t NamedRecord(Session& session, const std::string& name) {
         return parts[i].matched ? static_cast<uint32_t>(std::stoul(parts[i])) : 0;
     };
     CCommList<RecordItem_t> found;
-    session.Search().SearchUnitMedia(number(1), &found, nullptr);
+    job.Search().SearchUnitMedia(number(1), &found, nullptr);
     for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
         const RecordItem_t& record = node->data;
         if (record.chn == number(2) && (record.recId & 0x1FF) == number(4)) {
             return record;
         }
     }
-    throw Failure(session.Wanted().partition + ": holds no record " + name + "; list shows those there are");
+    throw Failure(job.Wanted().partition + ": holds no record " + name + "; list shows those there are");
 }
 
 } // namespace
 
-ExitCode Play(Session& session) {
-    const Options& wanted = session.Wanted();
-    Player player(session);
+ExitCode Play(Job& job) {
+    const Options& wanted = job.Wanted();
+    Player player(job);
     if (wanted.unit) {
-        if (*wanted.unit >= session.Disk().Head().BlkCount) {
+        if (*wanted.unit >= job.Disk().Head().BlkCount) {
             throw Failure(fmt::format("{}: has {} blocks, from 0 on: there is no block {}", wanted.partition,
-                                      session.Disk().Head().BlkCount, *wanted.unit));
+                                      job.Disk().Head().BlkCount, *wanted.unit));
         }
         player.PlayUnit(*wanted.unit);
     } else if (!wanted.record.empty()) {
-        player.PlayRecord(NamedRecord(session, wanted.record));
+        player.PlayRecord(NamedRecord(job, wanted.record));
     } else {
-        std::vector<RecordItem_t> records = RecordsToPlay(session);
+        std::vector<RecordItem_t> records = RecordsToPlay(job);
         if (wanted.backward) {
             std::reverse(records.begin(), records.end());
         }

@@ -3,10 +3,10 @@
 
 namespace diskaccess {
 
-Report Space(Session& session) {
+Report Space(Job& job) {
     DiskSpaceInfo_t space = {};
-    if (session.Search().GetSpaceInfo(&space) != 0) {
-        throw Failure(session.Disk().Path() + ": its space cannot be told");
+    if (job.Search().GetSpaceInfo(&space) != 0) {
+        throw Failure(job.Disk().Path() + ": its space cannot be told");
     }
     Report report;
     report.facts = {{"total_bytes", "Total", Bytes{space.totalSize}},

@@ -21,11 +21,11 @@ std::string StateText(const Partition& disk, uint32_t block) {
 
 } // namespace
 
-Report Units(Session& session) {
+Report Units(Job& job) {
     CCommList<UnitItem_t> recorded;
     CCommList<UnitItem_t> unusable;
-    session.Search().GetUnitInfo(&recorded);
-    session.Search().GetInvalidUnit(&unusable);
+    job.Search().GetUnitInfo(&recorded);
+    job.Search().GetInvalidUnit(&unusable);
 
     Table units = {"units",
                    {{"block", "BLOCK"},
@@ -36,22 +36,22 @@ Report Units(Session& session) {
                    {}};
     for (const auto* node = recorded.m_pHead; node != nullptr; node = node->pNext) {
         const UnitItem_t unit = node->data;
-        const auto ends = session.Disk().EndsOf(unit.unitId);
+        const auto ends = job.Disk().EndsOf(unit.unitId);
         const bool closed = ends && ends->closed;
         units.rows.push_back({uint64_t{unit.unitId}, std::string(closed ? "closed" : "not closed"),
-                              session.TrueTime(unit.recTime),
-                              closed ? Value(session.TrueTime(ends->tail.EndTime)) : Value(Nothing{}),
+                              job.TrueTime(unit.recTime),
+                              closed ? Value(job.TrueTime(ends->tail.EndTime)) : Value(Nothing{}),
                               ends ? Value(ChannelSet{ends->head.media_chn_bitmap}) : Value(Nothing{})});
     }
     for (const auto* node = unusable.m_pHead; node != nullptr; node = node->pNext) {
         const uint32_t block = node->data.unitId;
         units.rows.push_back(
-            {uint64_t{block}, StateText(session.Disk(), block), Nothing{}, Nothing{}, Nothing{}});
+            {uint64_t{block}, StateText(job.Disk(), block), Nothing{}, Nothing{}, Nothing{}});
     }
     Report report;
     report.facts = {{"recorded_count", "Recorded", static_cast<uint64_t>(recorded.m_nCount)},
                     {"unusable_count", "Unusable", static_cast<uint64_t>(unusable.m_nCount)},
-                    {"block_count", "Blocks in the ring", uint64_t{session.Disk().Head().BlkCount}}};
+                    {"block_count", "Blocks in the ring", uint64_t{job.Disk().Head().BlkCount}}};
     report.tables = {std::move(units)};
     return report;
 }

@@ -1,26 +1,26 @@
 #ifndef DISKACCESS_COMMANDS_H
 #define DISKACCESS_COMMANDS_H
 
+#include "job.h"
 #include "report.h"
-#include "session.h"
 
 namespace diskaccess {
 
 /// The commands, one file each: what the partition is asked, and how the answer is laid out.
 
-Report Info(Session& session);
-Report List(Session& session);
-Report Events(Session& session);
-Report Days(Session& session);
-Report Units(Session& session);
-Report Space(Session& session);
+Report Info(Job& job);
+Report List(Job& job);
+Report Events(Job& job);
+Report Days(Job& job);
+Report Units(Job& job);
+Report Space(Job& job);
 
 /// The commands that write as they go.
 
-ExitCode Play(Session& session);
-ExitCode Export(Session& session);
+ExitCode Play(Job& job);
+ExitCode Export(Job& job);
 
-/// The command that takes any device as it is, without a session.
+/// The command that takes any device as it is, without a job.
 
 ExitCode Dump(const Options& options);
 

@@ -39,25 +39,25 @@ bool Clip(RecordItem_t& record, uint32_t first, uint32_t end) {
 }
 
 /// Asks every recorded block by itself.
-void SalvageRecords(Session& session, CCommList<RecordItem_t>& found) {
+void SalvageRecords(Job& job, CCommList<RecordItem_t>& found) {
     CCommList<UnitItem_t> units;
-    session.Search().GetUnitInfo(&units);
+    job.Search().GetUnitInfo(&units);
     for (const auto* node = units.m_pHead; node != nullptr; node = node->pNext) {
-        session.Search().SearchUnitMedia(node->data.unitId, &found, nullptr);
+        job.Search().SearchUnitMedia(node->data.unitId, &found, nullptr);
     }
 }
 
 } // namespace
 
-std::vector<EventItem_t> FindEvents(Session& session, uint64_t mask) {
-    const Range range = session.WantedRange();
+std::vector<EventItem_t> FindEvents(Job& job, uint64_t mask) {
+    const Range range = job.WantedRange();
     // The search leaves out its two end seconds; a user who names them means them.
-    const uint32_t start = session.Disk().SafeSearchStart(range.first);
+    const uint32_t start = job.Disk().SafeSearchStart(range.first);
     const uint32_t before = start == 0 ? 0 : start - 1;
     const uint32_t behind = range.last == 0x7FFFFFFF ? range.last : range.last + 1;
     SearchParam_t request = {mask, before, behind, 0xFFFFFFFF};
     CCommList<EventItem_t> found;
-    session.Search().SearchEvent(&request, &found);
+    job.Search().SearchEvent(&request, &found);
     std::vector<EventItem_t> events;
     for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
         if (node->data.time >= range.first) {
@@ -67,13 +67,13 @@ std::vector<EventItem_t> FindEvents(Session& session, uint64_t mask) {
     return events;
 }
 
-AlarmTags::AlarmTags(Session& session, const std::vector<EventItem_t>& events, bool aroundAlarms) {
+AlarmTags::AlarmTags(Job& job, const std::vector<EventItem_t>& events, bool aroundAlarms) {
     std::map<uint32_t, std::pair<uint32_t, uint32_t>> timesOfBlock;
     for (const EventItem_t& event : events) {
         const uint32_t block = event.eventId >> 16;
         auto times = timesOfBlock.find(block);
         if (times == timesOfBlock.end()) {
-            const auto ends = aroundAlarms ? session.Disk().EndsOf(block) : std::nullopt;
+            const auto ends = aroundAlarms ? job.Disk().EndsOf(block) : std::nullopt;
             times = timesOfBlock
                         .emplace(block, ends ? std::pair(ends->head.pre_RecTime, ends->head.AlmDelayTime)
                                              : std::pair(0u, 0u))
@@ -97,17 +97,16 @@ uint64_t AlarmTags::TypesOf(uint32_t start, uint32_t end) const {
     return types;
 }
 
-std::vector<RecordItem_t> FindRecords(Session& session, const Range& range, uint64_t alarms,
-                                      const AlarmTags& tags) {
-    const uint32_t channels = session.WantedChannels();
-    SearchParam_t request = {alarms, session.Disk().SafeSearchStart(range.first), range.endOfMedia,
+std::vector<RecordItem_t> FindRecords(Job& job, const Range& range, uint64_t alarms, const AlarmTags& tags) {
+    const uint32_t channels = job.WantedChannels();
+    SearchParam_t request = {alarms, job.Disk().SafeSearchStart(range.first), range.endOfMedia,
                              SearchedChannel(channels)};
     CCommList<RecordItem_t> found;
-    session.Search().SearchMedia(&request, &found);
-    const bool salvaged = session.ReadsFailed();
+    job.Search().SearchMedia(&request, &found);
+    const bool salvaged = job.ReadsFailed();
     if (salvaged) {
         found.RemoveAll();
-        SalvageRecords(session, found);
+        SalvageRecords(job, found);
     }
     std::vector<RecordItem_t> records;
     for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
@@ -123,21 +122,20 @@ std::vector<RecordItem_t> FindRecords(Session& session, const Range& range, uint
     return records;
 }
 
-std::vector<RecordItem_t> FindMixedRecords(Session& session) {
+std::vector<RecordItem_t> FindMixedRecords(Job& job) {
     CCommList<RecordItem_t> whole;
     std::map<uint32_t, RecordItem_t> byId;
-    for (const RecordItem_t& record :
-         FindRecords(session, session.WantedRange(), 0, AlarmTags(session, {}, false))) {
+    for (const RecordItem_t& record : FindRecords(job, job.WantedRange(), 0, AlarmTags(job, {}, false))) {
         whole.AddTail(record);
         byId[record.recId] = record;
     }
     CCommList<EventItem_t> events;
-    for (const EventItem_t& event : FindEvents(session, std::numeric_limits<uint64_t>::max())) {
+    for (const EventItem_t& event : FindEvents(job, std::numeric_limits<uint64_t>::max())) {
         events.AddTail(event);
     }
-    SearchParam_t request = {session.WantedAlarms().value_or(0), 0, 0, 0};
+    SearchParam_t request = {job.WantedAlarms().value_or(0), 0, 0, 0};
     CCommList<RecordItem_t> pieces;
-    session.Search().MixBuildList(&whole, &events, &request, &pieces);
+    job.Search().MixBuildList(&whole, &events, &request, &pieces);
     std::vector<RecordItem_t> records;
     for (const auto* node = pieces.m_pHead; node != nullptr; node = node->pNext) {
         RecordItem_t piece = node->data;

@@ -7,19 +7,19 @@
 #include <cstdint>
 #include <vector>
 
-#include "session.h"
+#include "job.h"
 
 namespace diskaccess {
 
 /// The events of the range asked for whose type meets @p mask, both its end seconds included.
-std::vector<EventItem_t> FindEvents(Session& session, uint64_t mask);
+std::vector<EventItem_t> FindEvents(Job& job, uint64_t mask);
 
 /// Tells which alarms a stretch of recording belongs to.
 class AlarmTags {
 public:
     /// @param aroundAlarms a stretch belongs to an event also when it lies in the time that is recorded
     ///                     before and after it; else only when the event lies in the stretch
-    AlarmTags(Session& session, const std::vector<EventItem_t>& events, bool aroundAlarms);
+    AlarmTags(Job& job, const std::vector<EventItem_t>& events, bool aroundAlarms);
 
     /// The type bits of all events that the stretch belongs to. Times of the disk, both ends included.
     uint64_t TypesOf(uint32_t start, uint32_t end) const;
@@ -40,12 +40,11 @@ private:
 ///
 /// A search ends at the first block that cannot be read. Where reads failed, every block is asked by itself
 /// instead, and what was recorded around alarms then comes uncut.
-std::vector<RecordItem_t> FindRecords(Session& session, const Range& range, uint64_t alarms,
-                                      const AlarmTags& tags);
+std::vector<RecordItem_t> FindRecords(Job& job, const Range& range, uint64_t alarms, const AlarmTags& tags);
 
 /// The records of the range and channels asked for, cut where alarms begin and end: each piece bears the types
 /// of the alarms it belongs to, and its share of the record's bytes. With alarms asked for, only their pieces.
-std::vector<RecordItem_t> FindMixedRecords(Session& session);
+std::vector<RecordItem_t> FindMixedRecords(Job& job);
 
 } // namespace diskaccess
 

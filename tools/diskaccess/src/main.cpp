@@ -10,7 +10,7 @@
 
 #include "commands.h"
 #include "failure.h"
-#include "session.h"
+#include "job.h"
 
 namespace {
 
@@ -28,17 +28,17 @@ struct Command {
 };
 
 /// Runs a command that writes its answer piece by piece.
-template <ExitCode (*Answer)(Session& session)>
+template <ExitCode (*Answer)(Job& job)>
 ExitCode Tell(const Options& options, const char* name) {
-    Session session(options, name);
-    return Answer(session);
+    Job job(options, name);
+    return Answer(job);
 }
 
 /// Runs a command whose whole answer is a report.
-template <Report (*Make)(Session& session)>
+template <Report (*Make)(Job& job)>
 ExitCode Show(const Options& options, const char* name) {
-    Session session(options, name);
-    return session.Finish(Make(session));
+    Job job(options, name);
+    return job.Finish(Make(job));
 }
 
 void AddListOptions(CLI::App& command, Options& options) {

@@ -14,13 +14,13 @@ using Json = nlohmann::ordered_json;
 
 class Writer {
 public:
-    Writer(Session& session, const Manifest& manifest) : m_session(session), m_manifest(manifest) {}
+    Writer(Job& job, const Manifest& manifest) : m_job(job), m_manifest(manifest) {}
 
     Json Document() {
-        const Options& options = m_session.Wanted();
+        const Options& options = m_job.Wanted();
         Json document = {{"schema_version", kSchemaVersion},
                          {"command", "export"},
-                         {"made", m_session.Zone().Rfc3339(std::time(nullptr))},
+                         {"made", m_job.Zone().Rfc3339(std::time(nullptr))},
                          {"partition", Partition()}};
         document["clock"] = {{"skew_seconds", options.skew},
                              {"zone", options.zone.empty() ? Json(nullptr) : Json(options.zone)}};
@@ -38,24 +38,22 @@ public:
     }
 
 private:
-    Json TimeOf(int64_t pts) const {
-        return m_session.Zone().Rfc3339OfMicros(m_session.TrueInstant(pts).micros);
-    }
+    Json TimeOf(int64_t pts) const { return m_job.Zone().Rfc3339OfMicros(m_job.TrueInstant(pts).micros); }
     Json TimeOf(const std::optional<int64_t>& pts) const { return pts ? TimeOf(*pts) : Json(nullptr); }
     Json TimeOfSeconds(uint32_t seconds) const {
-        return m_session.Zone().Rfc3339(m_session.TrueTime(seconds).seconds);
+        return m_job.Zone().Rfc3339(m_job.TrueTime(seconds).seconds);
     }
     const RecordedBlock& BlockAt(size_t entry) const { return m_manifest.plan->sequence.blocks[entry]; }
 
     Json Partition() const {
-        const PartHead_t& head = m_session.Disk().Head();
-        Json partition = {{"path", Printable(m_session.Wanted().partition)},
-                          {"size_bytes", m_session.Disk().Size()},
+        const PartHead_t& head = m_job.Disk().Head();
+        Json partition = {{"path", Printable(m_job.Wanted().partition)},
+                          {"size_bytes", m_job.Disk().Size()},
                           {"description", FieldText(head.Description, sizeof head.Description)},
                           {"block_count", head.BlkCount},
                           {"block_size_bytes", head.BlkSize}};
         if (!m_manifest.findings.blocks.empty()) {
-            const auto ends = m_session.Disk().EndsOf(BlockAt(m_manifest.findings.blocks.front()).number);
+            const auto ends = m_job.Disk().EndsOf(BlockAt(m_manifest.findings.blocks.front()).number);
             if (ends) {
                 partition["vehicle_number"] = FieldText(ends->head.VehicleNum, sizeof ends->head.VehicleNum);
                 partition["vehicle_id"] = FieldText(ends->head.VehicleID, sizeof ends->head.VehicleID);
@@ -66,8 +64,8 @@ private:
 
     Json RangeOf() const {
         const Range& times = m_manifest.plan->range.times;
-        Json range = {{"from", m_session.Wanted().from.empty() ? Json(nullptr) : TimeOfSeconds(times.first)},
-                      {"to", m_session.Wanted().to.empty() ? Json(nullptr) : TimeOfSeconds(times.last)}};
+        Json range = {{"from", m_job.Wanted().from.empty() ? Json(nullptr) : TimeOfSeconds(times.first)},
+                      {"to", m_job.Wanted().to.empty() ? Json(nullptr) : TimeOfSeconds(times.last)}};
         std::optional<int64_t> first;
         std::optional<int64_t> last;
         for (const Track& track : m_manifest.tracks) {
@@ -116,7 +114,7 @@ private:
         Json blocks = Json::array();
         for (const size_t entry : m_manifest.findings.blocks) {
             const RecordedBlock& block = BlockAt(entry);
-            BlockFrames frames(m_session.Disk(), m_manifest.plan->area, block, BlockFrames::Want::Heads);
+            BlockFrames frames(m_job.Disk(), m_manifest.plan->area, block, BlockFrames::Want::Heads);
             Json records = Json::array();
             for (uint32_t channel = 0; channel < 32; ++channel) {
                 AddRecords(records, frames, channel);
@@ -203,14 +201,14 @@ private:
         return leftOut;
     }
 
-    Session& m_session;
+    Job& m_job;
     const Manifest& m_manifest;
 };
 
 } // namespace
 
-std::string ManifestText(Session& session, const Manifest& manifest) {
-    return Writer(session, manifest).Document().dump(2) + "\n";
+std::string ManifestText(Job& job, const Manifest& manifest) {
+    return Writer(job, manifest).Document().dump(2) + "\n";
 }
 
 } // namespace diskaccess

@@ -29,7 +29,7 @@ struct Manifest {
 };
 
 /// The manifest as a JSON document: what was exported from where, and what is missing.
-std::string ManifestText(Session& session, const Manifest& manifest);
+std::string ManifestText(Job& job, const Manifest& manifest);
 
 } // namespace diskaccess
 

@@ -2,23 +2,15 @@
 
 #include <algorithm>
 
+#include "frame_types.h"
+
 namespace diskaccess {
 
 namespace {
 
-constexpr uint32_t kKeyFrame = 1;
-constexpr uint32_t kAudio = 2;
 constexpr int64_t kMicros = 1000000;
 /// Recorders begin a new record segment after a longer silence than this.
 constexpr int64_t kGapSeconds = 15;
-
-bool IsMedia(const FrameHead_t& head) {
-    return head.type <= kAudio;
-}
-
-bool IsVideo(const FrameHead_t& head) {
-    return head.type < kAudio;
-}
 
 /// Looks for the key frames at or before the range's start, from its block backwards.
 class StartFinder {
@@ -84,17 +76,17 @@ private:
 
 } // namespace
 
-ExportPlan PlanExport(Session& session, const ExportRange& range) {
+ExportPlan PlanExport(Job& job, const ExportRange& range) {
     ExportPlan plan;
     plan.range = range;
-    plan.sequence = FindBlocks(session, range.times);
-    plan.area = FindFrameArea(session.Disk(), plan.sequence.blocks);
+    plan.sequence = FindBlocks(job, range.times);
+    plan.area = FindFrameArea(job.Disk(), plan.sequence.blocks);
     plan.firstBlock = plan.sequence.start;
     const auto& blocks = plan.sequence.blocks;
     if (blocks.empty() || blocks[plan.sequence.start].startTime > range.times.first) {
         return plan;
     }
-    StartFinder(session.Disk(), plan).Run();
+    StartFinder(job.Disk(), plan).Run();
     for (const auto& start : plan.starts) {
         plan.firstBlock = start ? std::min(plan.firstBlock, start->block) : plan.firstBlock;
     }

@@ -33,7 +33,7 @@ struct ExportPlan {
     size_t firstBlock = 0;
 };
 
-ExportPlan PlanExport(Session& session, const ExportRange& range);
+ExportPlan PlanExport(Job& job, const ExportRange& range);
 
 /// A stretch in which a channel was not recorded.
 struct Gap {

@@ -60,14 +60,14 @@ std::vector<RecordedBlock> ReadAll(Partition& disk, const Range& range) {
 
 } // namespace
 
-BlockSequence FindBlocks(Session& session, const Range& range) {
-    Partition& disk = session.Disk();
+BlockSequence FindBlocks(Job& job, const Range& range) {
+    Partition& disk = job.Disk();
     const auto ring = disk.RecordedRing();
     BlockSequence sequence;
-    if (ring && !session.ReadsFailed()) {
+    if (ring && !job.ReadsFailed()) {
         sequence.blocks = ReadForwards(disk, *ring, range);
     }
-    if (session.ReadsFailed() || disk.MissingBlocks() != 0) {
+    if (job.ReadsFailed() || disk.MissingBlocks() != 0) {
         sequence.blocks = ReadAll(disk, range);
     }
     const auto behind =

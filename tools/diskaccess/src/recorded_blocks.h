@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "session.h"
+#include "job.h"
 
 namespace diskaccess {
 
@@ -25,7 +25,7 @@ struct BlockSequence {
 
 /// The blocks that hold frames of a range, with some before them: a key frame before the range's start may lie
 /// there. Suspect blocks are among them. Where reads fail, every block of the ring is asked.
-BlockSequence FindBlocks(Session& session, const Range& range);
+BlockSequence FindBlocks(Job& job, const Range& range);
 
 } // namespace diskaccess
 

@@ -10,6 +10,11 @@ constexpr uint32_t MakeRecordId(uint32_t block, uint32_t chn, uint32_t segment) 
     return block << 16 | chn << 9 | (segment & 0x1FF);
 }
 
+/// RecordItem_t::flag: how a record was made, and so how playback finds its frames.
+constexpr uint32_t kIndexedRecord = 0;    ///< a segment of a block's index
+constexpr uint32_t kWholeBlockRecord = 1; ///< a block without a usable index
+constexpr uint32_t kOwnWindowRecord = 2;  ///< carries its own window
+
 /// Event id: block number in bits 16-31, entry of the block's event table in bits 0-15.
 constexpr uint32_t MakeEventId(uint32_t block, uint32_t entry) {
     return block << 16 | (entry & 0xFFFF);

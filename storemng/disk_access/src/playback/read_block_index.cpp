@@ -12,19 +12,10 @@ using namespace disk_access;
 
 namespace {
 
-/// A media frame this many seconds older than the block, or than the newest frame before it, is left over from
-/// the ring's previous turn.
-constexpr uint32_t kStaleSeconds = 30;
-
 /// The recorder finished the block: its tail, or else its extended tail, bears the head's number.
 bool Complete(const BlkReadState_st& state) {
     return state.blockHead.RecSeq == state.blockTail.RecSeq ||
            state.blockHead.RecSeq == state.blockTailEx.RecSeq;
-}
-
-bool IsStale(const BlkReadState_st& state, const FrameHead_t& head) {
-    const uint32_t latest = static_cast<uint32_t>(SecondsOf(head.pts)) + kStaleSeconds;
-    return IsMedia(head.type) && (latest < state.blockHead.RecTime || latest < state.blockTail.EndTime);
 }
 
 } // namespace
@@ -89,7 +80,8 @@ int CReadBlock::RebuiltBlockIndex() {
         if (ReadInBlock(m_pState->blkOp, position, &head, sizeof head) != 0) {
             return -1;
         }
-        if (head.sync != BLOCK_MAGIC || head.chn >= kChannels || IsStale(*m_pState, head)) {
+        if (head.sync != BLOCK_MAGIC || head.chn >= kChannels || IsStale(head, m_pState->blockHead.RecTime) ||
+            IsStale(head, m_pState->blockTail.EndTime)) {
             return 0;
         }
         FrameInfo_t info = InfoOf(head);

@@ -13,10 +13,6 @@ using namespace disk_access;
 
 namespace {
 
-/// RecordItem_t::flag, as far as it chooses a window.
-constexpr uint32_t kIndexed = 0;
-constexpr uint32_t kOwnWindow = 2;
-
 constexpr uint32_t kEndOfTime = 0xFFFFFFFF;
 
 /// Takes up what is to be played.
@@ -78,11 +74,11 @@ bool SetWindowToFirstSegment(ReadCursor_st& cursor, const IndexTables& index, co
 
 /// @return false when the record's segment does not exist
 bool SetWindowToRecord(ReadCursor_st& cursor, const IndexTables& index, const RecordItem_t& record) {
-    if (record.flag == kOwnWindow) {
+    if (record.flag == kOwnWindowRecord) {
         SetWindow(cursor, record.startTime, record.endTime, record.size);
         return true;
     }
-    if (record.flag != kIndexed) {
+    if (record.flag != kIndexedRecord) {
         SetWindow(cursor, 0, kEndOfTime, 0);
         return true;
     }

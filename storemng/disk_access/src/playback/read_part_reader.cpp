@@ -15,11 +15,6 @@ using namespace disk_access;
 
 namespace {
 
-/// RecordItem_t::flag: how a record was made, and so how its start is found.
-constexpr uint32_t kIndexed = 0;
-constexpr uint32_t kWholeBlock = 1;
-constexpr uint32_t kOwnWindow = 2;
-
 constexpr int kAnyFrame = 0;
 constexpr int kKeyFrame = 1;
 
@@ -67,13 +62,13 @@ void StartOwnWindow(PartReadHandle_st& reader) {
 
 void MoveToStart(ReadPartState_st& part, PartReadHandle_st& reader) {
     switch (reader.RecItem.flag) {
-    case kIndexed:
+    case kIndexedRecord:
         StartIndexed(part, reader);
         break;
-    case kWholeBlock:
+    case kWholeBlockRecord:
         StartAtBeginning(reader);
         break;
-    case kOwnWindow:
+    case kOwnWindowRecord:
         StartOwnWindow(reader);
         break;
     default:

@@ -226,7 +226,7 @@ int CSearchBlock::GetNoIndexMediaList(unsigned int block, unsigned int chn, unsi
         record.startTime = head.RecTime;
         record.endTime = std::min(head.RecTime + kNoIndexRecordSeconds, midnight);
         record.size = NO_INDEX_RECORD_SIZE;
-        record.flag = 1;
+        record.flag = kWholeBlockRecord;
         recList->AddTail(record);
         ++appended;
     }

@@ -5,7 +5,6 @@
 #include <cstdio>
 
 #include "format/frames.h"
-#include "format/times.h"
 #include "io/device.h"
 #include "io/messages.h"
 #include "search/search_block_state.h"
@@ -17,9 +16,6 @@ namespace {
 
 /// The mode that goes on behind the last I-frame held; every other starts at the first frame.
 constexpr unsigned int kResume = 2;
-
-/// A media frame this many seconds older than its block is left over from the ring's previous turn.
-constexpr uint32_t kStaleSeconds = 30;
 
 /// Device offset of a frame position. In 64 bits, in which no forged length makes it wrap.
 uint64_t FrameStart(const BlockIndexCache_t& cache, uint32_t block, uint64_t pos) {
@@ -36,10 +32,6 @@ uint32_t LastIFrame(const BlockIndexCache_t& cache, uint32_t present) {
         }
     }
     return last;
-}
-
-bool IsStale(const FrameHead_t& frame, const BlockHead_t& block) {
-    return IsMedia(frame.type) && static_cast<uint32_t>(SecondsOf(frame.pts)) + kStaleSeconds < block.RecTime;
 }
 
 void PrintCounts(const BlockIndexCache_t& cache, uint32_t block, const BlockHead_t& head) {
@@ -82,7 +74,7 @@ int CSearchBlock::RebuildRecSegInfo(unsigned int block, unsigned int flags, unsi
         if (ReadAt(cache.dev, FrameStart(cache, block, pos), &frame, sizeof frame) != 0) {
             return -1;
         }
-        if (frame.sync != BLOCK_MAGIC || IsStale(frame, head)) {
+        if (frame.sync != BLOCK_MAGIC || IsStale(frame, head.RecTime)) {
             break;
         }
         FrameInfo_t info = InfoOf(frame);

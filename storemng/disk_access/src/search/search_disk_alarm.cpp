@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "format/ids.h"
 #include "search/search_disk_state.h"
 #include "search_disk.h"
 
@@ -45,7 +46,7 @@ private:
             if (Cut(record, window)) {
                 Append(record);
             }
-            if (last && record.flag == 1) {
+            if (last && record.flag == disk_access::kWholeBlockRecord) {
                 Append(record);
             }
         }

@@ -1,5 +1,5 @@
-#ifndef DISKACCESS_SESSION_H
-#define DISKACCESS_SESSION_H
+#ifndef DISKACCESS_JOB_H
+#define DISKACCESS_JOB_H
 
 #include <cstdint>
 #include <ctime>
@@ -60,11 +60,11 @@ struct Range {
 };
 
 /// One run of a command: the partition, what the user wants of it, and what is to be said.
-class Session {
+class Job {
 public:
     /// Opens the partition and settles the access lock.
     /// @throws Failure
-    Session(const Options& options, const char* command);
+    Job(const Options& options, const char* command);
 
     const Options& Wanted() const { return m_options; }
     Partition& Disk() { return m_partition; }
@@ -119,4 +119,4 @@ private:
 
 } // namespace diskaccess
 
-#endif // DISKACCESS_SESSION_H
+#endif // DISKACCESS_JOB_H

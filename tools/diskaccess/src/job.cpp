@@ -1,4 +1,4 @@
-#include "session.h"
+#include "job.h"
 
 #include <fmt/format.h>
 
@@ -59,7 +59,7 @@ std::string BlockNumbers(const std::vector<uint32_t>& blocks) {
 
 } // namespace
 
-Session::Session(const Options& options, const char* command)
+Job::Job(const Options& options, const char* command)
     : m_options(options), m_command(command), m_zone(options.zone), m_output(options.verbose),
       m_partition(options.partition, options.diskType), m_now(std::time(nullptr)) {
     // What is wrong with the options is said before anything is read.
@@ -69,7 +69,7 @@ Session::Session(const Options& options, const char* command)
     Unlock();
 }
 
-void Session::Unlock() {
+void Job::Unlock() {
     unsigned int mode = 0;
     if (Search().GetEncryptInfo(&mode) != 0) {
         return;
@@ -93,11 +93,11 @@ void Session::Unlock() {
     }
 }
 
-uint32_t Session::ReadDiskTime(const std::string& text) const {
+uint32_t Job::ReadDiskTime(const std::string& text) const {
     return ToDiskTime(ReadTime(text, m_zone, m_now, Twice::First).first, m_options.skew);
 }
 
-Range Session::WantedRange() const {
+Range Job::WantedRange() const {
     Range range;
     if (!m_options.from.empty()) {
         const TypedTime from = ReadTime(m_options.from, m_zone, m_now, Twice::First);
@@ -114,12 +114,12 @@ Range Session::WantedRange() const {
     return range;
 }
 
-uint32_t Session::WantedChannels() const {
+uint32_t Job::WantedChannels() const {
     return m_options.channels.empty() || m_options.channels == "all" ? 0xFFFFFFFF
                                                                      : ReadChannels(m_options.channels);
 }
 
-std::optional<uint64_t> Session::WantedAlarms() const {
+std::optional<uint64_t> Job::WantedAlarms() const {
     const std::string& text = m_options.alarm;
     if (text.empty()) {
         return std::nullopt;
@@ -143,12 +143,12 @@ std::optional<uint64_t> Session::WantedAlarms() const {
     throw WrongUse("--alarm: '" + text + "' is no set of event types; give a mask like 0x5, or all");
 }
 
-bool Session::ReadsFailed() {
+bool Job::ReadsFailed() {
     m_readsFailed = m_output.TakeLibraryFailures() != 0 || m_readsFailed;
     return m_readsFailed;
 }
 
-void Session::Note(const std::string& line, ExitCode code) {
+void Job::Note(const std::string& line, ExitCode code) {
     Complain(line);
     // A failure outweighs a loss.
     if (m_code != kFailed && code != kDone) {
@@ -156,7 +156,7 @@ void Session::Note(const std::string& line, ExitCode code) {
     }
 }
 
-void Session::NoteMissingBlocks() {
+void Job::NoteMissingBlocks() {
     const uint32_t missing = m_partition.MissingBlocks();
     if (missing != 0) {
         const PartHead_t& head = m_partition.Head();
@@ -169,7 +169,7 @@ void Session::NoteMissingBlocks() {
     }
 }
 
-void Session::NoteUnreadableBlocks() {
+void Job::NoteUnreadableBlocks() {
     const std::vector<uint32_t> blocks = m_partition.UnreadableBlocks();
     if (!blocks.empty()) {
         Note(fmt::format(
@@ -182,14 +182,14 @@ void Session::NoteUnreadableBlocks() {
     m_output.TakeLibraryFailures();
 }
 
-ExitCode Session::Finish(Report report) {
+ExitCode Job::Finish(Report report) {
     report.command = m_command;
     report.partition = Printable(m_options.partition);
     m_output.Write(Render(report, m_options.format, m_zone));
     return Finish();
 }
 
-ExitCode Session::Finish() {
+ExitCode Job::Finish() {
     const bool readsFailed = ReadsFailed();
     NoteMissingBlocks();
     if (readsFailed) {
