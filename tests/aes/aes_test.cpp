@@ -66,8 +66,9 @@ void CheckVectors(const Functions& aes) {
     }
     AES_KEY key = {};
     EXPECT_EQ(aes.setEncryptKey(nullptr, 128, &key), -1);
-    EXPECT_EQ(aes.setEncryptKey(Key(128).data(), 100, &key), -2);
-    EXPECT_EQ(aes.setDecryptKey(Key(128).data(), 100, &key), -2);
+    // libcrypto's code for ARM says -1 here, that for other processors -2.
+    EXPECT_LT(aes.setEncryptKey(Key(128).data(), 100, &key), 0);
+    EXPECT_LT(aes.setDecryptKey(Key(128).data(), 100, &key), 0);
 }
 
 TEST(Aes, IsReachedByLinkingTheLibrary) {

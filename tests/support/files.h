@@ -13,7 +13,7 @@ namespace test_support {
 inline std::string ReadFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file) << path;
-    std::string contents(std::filesystem::file_size(path), '\0');
+    std::string contents(static_cast<size_t>(std::filesystem::file_size(path)), '\0');
     file.read(contents.data(), static_cast<std::streamsize>(contents.size()));
     return contents;
 }

@@ -160,7 +160,8 @@ __attribute__((visibility("default"))) ssize_t read(int fd, void* data, size_t s
     if (fate.kind == Fate::Fail) {
         return -1;
     }
-    return real(fd, data, fate.kind == Fate::Short ? std::min<size_t>(size, fate.shortLength) : size);
+    const auto shortened = static_cast<size_t>(std::min<uint64_t>(size, fate.shortLength));
+    return real(fd, data, fate.kind == Fate::Short ? shortened : size);
 }
 
 __attribute__((visibility("default"))) int close(int fd) {
