@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "completion/completion.h"
 #include "sample_recorder/generated_source.h"
 #include "sample_recorder/indexed_ring.h"
 #include "sample_recorder/partition_image.h"
@@ -82,7 +83,9 @@ void MakeRing(const Options& options) {
 }
 
 void AddGeometry(CLI::App& command, Options& options) {
-    command.add_option("OUTPUT", options.output, "File to make; never an existing one")->required();
+    command.add_option("OUTPUT", options.output, "File to make; never an existing one")
+        ->type_name("FILE")
+        ->required();
     command.add_option("--blocks", options.blocks, "Blocks in the ring")
         ->capture_default_str()
         ->check(CLI::Range(1u, 0x400000u));
@@ -108,9 +111,12 @@ int RunProgram(int argc, char** argv) {
     Options options;
 
     CLI::App* const record = app.add_subcommand("record", "Record real video and audio as a scenario says");
-    record->add_option("SCENARIO", options.scenario, "The scenario, in JSON")->required();
-    record->add_option("OUTPUT", options.output, "File to make; never an existing one")->required();
-    record->add_option("--media", options.media, "Where the scenario's files lie (default: beside it)");
+    record->add_option("SCENARIO", options.scenario, "The scenario, in JSON")->type_name("FILE")->required();
+    record->add_option("OUTPUT", options.output, "File to make; never an existing one")
+        ->type_name("FILE")
+        ->required();
+    record->add_option("--media", options.media, "Where the scenario's files lie (default: beside it)")
+        ->type_name("FILE");
     record->callback([&] { Record(options); });
 
     CLI::App* const generate = app.add_subcommand("generate", "Record frames made from a seed");
@@ -124,6 +130,7 @@ int RunProgram(int argc, char** argv) {
     AddGeometry(*ring, options);
     ring->callback([&] { MakeRing(options); });
 
+    completion::AddCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {

@@ -9,6 +9,7 @@
 #include <map>
 
 #include "commands.h"
+#include "completion/completion.h"
 #include "failure.h"
 #include "job.h"
 
@@ -70,17 +71,16 @@ void AddExportOptions(CLI::App& command, Options& options) {
             "-o,--output", options.output,
             "File to write; with --raw, what the files' names begin with. FILE.json says what is in it")
         ->option_text("FILE")
+        ->type_name("FILE")
         ->required();
     command.add_flag("--raw", options.raw,
                      "Elementary streams as the cameras delivered them, one file a channel and kind");
     command
         .add_option("--container", options.container,
                     "matroska or mp4 (default: as FILE ends, else matroska)")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, std::string>{{"matroska", "matroska"},
-                                                                               {"mkv", "matroska"},
-                                                                               {"mp4", "mp4"}},
-                                            CLI::ignore_case)
-                        .description(""))
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, std::string>{{"matroska", "matroska"}, {"mkv", "matroska"}, {"mp4", "mp4"}},
+            CLI::ignore_case))
         ->option_text("KIND");
     command
         .add_option("--audio", options.audio,
@@ -130,6 +130,7 @@ void AddCommonOptions(CLI::App& command, Options& options) {
     command
         .add_option("PARTITION", options.partition,
                     "The recorder's partition: a block device or an image file")
+        ->type_name("FILE")
         ->required();
     auto* const zone = command
                            .add_option("--tz", options.zone,
@@ -148,7 +149,8 @@ void AddFormatOptions(CLI::App& command, bool textOnly, Options& options) {
         {"text", Format::Text}, {"json", Format::Json}, {"ndjson", Format::Ndjson}, {"csv", Format::Csv}};
     command
         .add_option("--format", options.format, textOnly ? "text, the only one" : "text, json, ndjson or csv")
-        ->transform(CLI::Transformer(formats, CLI::ignore_case).description(""))
+        ->transform(textOnly ? CLI::Transformer(formats, CLI::ignore_case).description("{text}")
+                             : CLI::Transformer(formats, CLI::ignore_case))
         ->option_text("FORMAT")
         ->default_str("text");
     if (!textOnly) {
@@ -168,7 +170,8 @@ void AddDiskOptions(CLI::App& command, Options& options) {
     auto* const file = command
                            .add_option("--password-file", options.passwordFile,
                                        "File whose first line is the disk's password")
-                           ->option_text("FILE");
+                           ->option_text("FILE")
+                           ->type_name("FILE");
     command
         .add_flag("--ask-password", options.askPassword,
                   "Ask for the disk's password (else: environment variable DISKACCESS_PASSWORD)")
@@ -230,6 +233,7 @@ int RunProgram(int argc, char** argv) {
         command.addOptions(*sub, options);
         sub->callback([&result, &options, &command] { result = Run(command, options); });
     }
+    completion::AddCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
