@@ -1,5 +1,6 @@
 // The public interface, pinned: every exported signature and every record's layout. It compiles, or something that
-// callers rely on has changed.
+// callers rely on has changed. It is compiled with many sets of flags, for callers have their own, and each object
+// refers to every exported function by the name that such a caller would look for.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,12 +10,17 @@
 
 namespace {
 
-#define SIZE(T, n) static_assert(sizeof(T) == (n), #T " must take " #n " bytes")
+#define SIZE(T, n)                                                                                           \
+    static_assert(sizeof(T) == (n), #T " must take " #n " bytes");                                           \
+    static_assert(alignof(T) == 4, #T " must be packed to four bytes")
 #define AT(T, f, n) static_assert(offsetof(T, f) == (n), #T "." #f " must lie at " #n)
 #define FIELD(T, f, type)                                                                                    \
     static_assert(std::is_same<decltype(T::f), type>::value, #T "." #f " must be " #type)
 #define IS(expr, ...)                                                                                        \
-    static_assert(std::is_same<decltype(expr), __VA_ARGS__>::value, #expr " has another signature")
+    static_assert(std::is_same<decltype(expr), __VA_ARGS__>::value, #expr " has another signature");         \
+    __attribute__((used)) decltype(expr) REFERENCE(__COUNTER__) = expr
+#define REFERENCE(number) REFERENCE_(number)
+#define REFERENCE_(number) reference_##number
 #define POLY(T) static_assert(std::has_virtual_destructor<T>::value, #T " needs a virtual destructor")
 #define HANDLE(T)                                                                                            \
     static_assert(sizeof(T) == 2 * sizeof(void*), #T " is a vtable pointer and one state pointer")
@@ -32,10 +38,17 @@ typedef CCommList<EventItem_t> EventList;
 typedef CCommList<RecordItem_t> RecordList;
 typedef CCommList<UnitItem_t> UnitList;
 typedef CCommList<unsigned int> DayList;
-POLY(EventList);
-IS(&EventList::AddTail, POS (EventList::*)(const EventItem_t&));
-IS(&EventList::RemoveHead, EventItem_t (EventList::*)());
-IS(&EventList::RemoveAll, void (EventList::*)());
+#define LIST(List, Item)                                                                                     \
+    POLY(List);                                                                                              \
+    static_assert(sizeof(List) == (sizeof(void*) == 8 ? 32 : 16), #List " has another size");                \
+    IS(&List::AddTail, POS (List::*)(const Item&));                                                          \
+    IS(&List::RemoveHead, Item (List::*)());                                                                 \
+    IS(&List::RemoveAll, void (List::*)())
+LIST(EventList, EventItem_t);
+LIST(RecordList, RecordItem_t);
+LIST(CCommList<EventPeriodItem_t>, EventPeriodItem_t);
+LIST(UnitList, UnitItem_t);
+LIST(DayList, unsigned int);
 FIELD(EventList, m_pHead, CCommListNode<EventItem_t>*);
 FIELD(EventList, m_pTail, CCommListNode<EventItem_t>*);
 static_assert(std::is_same<decltype(EventList::m_nCount), int>::value, "m_nCount is a signed 32-bit int");
@@ -58,6 +71,16 @@ FIELD(bolck_op_st, fd, int);
 FIELD(bolck_op_st, StartOffs, i64);
 FIELD(bolck_op_st, EndOffs, i64);
 FIELD(bolck_op_st, CurOffs, i64);
+struct IntAndOffset {
+    int fd;
+    i64 StartOffs;
+};
+AT(bolck_op_st, fd, 0);
+AT(bolck_op_st, StartOffs, offsetof(IntAndOffset, StartOffs));
+AT(bolck_op_st, EndOffs, offsetof(IntAndOffset, StartOffs) + 8);
+AT(bolck_op_st, CurOffs, offsetof(IntAndOffset, StartOffs) + 16);
+static_assert(sizeof(bolck_op_st) == offsetof(IntAndOffset, StartOffs) + 24, "bolck_op_st ends with CurOffs");
+static_assert(alignof(bolck_op_st) == alignof(IntAndOffset), "bolck_op_st is not packed");
 IS(&dev_open, dev_op_st* (*)(PartAccess_t*));
 IS(&dev_close, int (*)(dev_op_st*));
 IS(&dev_seek, int (*)(dev_op_st*, long long));
@@ -204,6 +227,11 @@ AT(EncodeParam_t, Resolution, 48);
 AT(EncodeParam_t, VehicleNum, 52);
 AT(EncodeParam_t, VehicleID, 68);
 AT(PartReadHandle_st, ChnType, 0);
+AT(PartReadHandle_st, RecItem, 8);
+AT(PartReadHandle_st, BlockNum, 40);
+AT(PartReadHandle_st, pBlockObj, sizeof(void*) == 8 ? 48 : 44);
+static_assert(sizeof(PartReadHandle_st) == (sizeof(void*) == 8 ? 56 : 48), "PartReadHandle_st ends with it");
+static_assert(alignof(PartReadHandle_st) == 8, "the record in PartReadHandle_st is aligned to 8");
 FIELD(PartReadHandle_st, BlockNum, u32);
 FIELD(PartReadHandle_st, pBlockObj, CReadBlock*);
 
