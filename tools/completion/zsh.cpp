@@ -56,16 +56,24 @@ std::string ValuePart(const Argument& argument) {
     return ":" + Escaped(name) + ":" + action;
 }
 
-/// One argument of _arguments for each spelling of an option, each ruling out all of them.
+/// What _arguments is told of an option by one of its spellings: the spellings that it rules out, itself, what it
+/// does, and its value.
+std::string OptionText(const Argument& option, const std::string& spelling) {
+    const bool isLong = spelling.compare(0, 2, "--") == 0;
+    std::string text = "(" + Join(option.Spellings(), " ") + ")" + spelling;
+    if (option.takesValue) {
+        text += isLong ? "=" : "+";
+    }
+    text += "[" + Escaped(option.description) + "]";
+    return option.takesValue ? text + ValuePart(option) : text;
+}
+
 std::string OptionLines(const Argument& option, const std::string& indentation) {
     std::string lines;
     for (const std::string& spelling : option.Spellings()) {
-        const bool isLong = spelling.compare(0, 2, "--") == 0;
-        const char* const separator = !option.takesValue ? "" : isLong ? "=" : "+";
-        lines += indentation +
-                 Quoted("(" + Join(option.Spellings(), " ") + ")" + spelling + separator + "[" +
-                        Escaped(option.description) + "]" + (option.takesValue ? ValuePart(option) : "")) +
-                 " \\\n";
+        lines += indentation;
+        lines += Quoted(OptionText(option, spelling));
+        lines += " \\\n";
     }
     return lines;
 }
