@@ -15,8 +15,6 @@ TARGET_PACKAGES=(g++-12-multilib g++-arm-linux-gnueabihf qemu-user)
 LINT_PACKAGES=(clang-format clang-tidy shellcheck)
 # What the HTML reference takes, and the test that nothing public goes undocumented.
 DOCS_PACKAGES=(doxygen)
-# What measuring memory takes: the other targets' compilers, and an emulator.
-FOOTPRINT_PACKAGES=(g++-arm-linux-gnueabihf g++-12-multilib qemu-user)
 COVERAGE_PACKAGES=(gcovr)
 BENCH_PACKAGES=(libbenchmark-dev libgtest-dev ffmpeg)
 
