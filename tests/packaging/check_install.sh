@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Installs the build into a scratch directory, moves it elsewhere, as an installed tree may be, checks what it has the
+# loader look for, and builds and runs programs of another project against it.
+#
+#   check_install.sh BUILD_DIRECTORY CXX_COMPILER WITH_AES
+set -euo pipefail
+build=$1 compiler=$2 with_aes=$3
+# shellcheck source=tests/packaging/check_consumers.sh
+source "$(dirname "$0")/check_consumers.sh"
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+for component in library development programs; do
+  cmake --install "$build" --prefix "$scratch/first" --component "$component" >/dev/null
+done
+mv "$scratch/first" "$scratch/moved"
+libraries=$(dirname "$(find "$scratch/moved" -name libDiskAccess.so)")
+
+check_needed "$libraries/libDiskAccess.so"
+check_run_path "$libraries/libDiskAccess.so" ""
+for program in diskaccess diskaccess-sample; do
+  # shellcheck disable=SC2016 # the loader expands it
+  check_run_path "$scratch/moved/bin/$program" '$ORIGIN/../'"${libraries#"$scratch/moved/"}"
+done
+# The AES functions of a static program are libcrypto's: others of their names would clash with them.
+if nm "$libraries/libDiskAccess.a" | grep -w 'AES_[a-z_]*'; then exit 1; fi
+
+"$scratch/moved/bin/diskaccess-sample" generate "$scratch/disk" --blocks 4 --block-size 1MiB --seconds 5
+"$scratch/moved/bin/diskaccess" list "$scratch/disk" --format csv >/dev/null
+export CMAKE_PREFIX_PATH=$scratch/moved PKG_CONFIG_PATH=$libraries/pkgconfig LD_LIBRARY_PATH=$libraries
+check_consumers "$scratch" "$compiler" "$with_aes" "$scratch/disk"
