@@ -15,6 +15,10 @@ TARGET_PACKAGES=(g++-12-multilib g++-arm-linux-gnueabihf qemu-user)
 LINT_PACKAGES=(clang-format clang-tidy shellcheck)
 # What the HTML reference takes, and the test that nothing public goes undocumented.
 DOCS_PACKAGES=(doxygen)
+# What the Debian packages take besides.
+DEB_PACKAGES=(debhelper dpkg-dev)
+# What the tests of packages and of the binary interface take.
+PACKAGING_TEST_PACKAGES=(abigail-tools lintian)
 COVERAGE_PACKAGES=(gcovr)
 BENCH_PACKAGES=(libbenchmark-dev libgtest-dev ffmpeg)
 

@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Builds the Debian packages, has lintian look at them, installs them as a user would, uses them, removes them, and looks
+# for what was left behind. Takes root, or sudo that asks for nothing; without, and where the packages or other files of
+# these names are installed already, it is skipped. The packages are built without optimisation, for speed; what is in
+# them is the same.
+#
+#   check_packages.sh SOURCE_DIRECTORY
+set -euo pipefail
+root=$1
+packages=(libdiskaccess1 libdiskaccess-dev diskaccess)
+# shellcheck source=tests/packaging/check_consumers.sh
+source "$(dirname "$0")/check_consumers.sh"
+
+skip() {
+  echo "skipped: $*"
+  exit 77
+}
+
+as_root() {
+  if [ "$(id -u)" = 0 ]; then "$@"; else sudo -n "$@"; fi
+}
+
+# Everything in the system that bears our name.
+our_files() {
+  find /etc /opt /usr /var/cache /var/lib -xdev \( -iname '*diskaccess*' -o -name disk_access \) 2>/dev/null | sort
+}
+
+apt() {
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300 "$@" >"$scratch/apt.log" 2>&1 ||
+    { cat "$scratch/apt.log"; return 1; }
+}
+
+as_root true 2>/dev/null || skip "neither root nor sudo"
+for tool in dpkg-buildpackage dh lintian; do
+  command -v "$tool" >/dev/null || skip "no $tool"
+done
+if dpkg-query -W "${packages[@]}" >/dev/null 2>&1 || [ -n "$(our_files)" ]; then
+  skip "the packages, or other files of these names, are here already: $(our_files | head -n 1)"
+fi
+
+scratch=$(mktemp -d)
+chmod 755 "$scratch" # apt reads the packages as a user of its own
+trap 'rm -rf "$scratch"' EXIT
+export DEB_CXXFLAGS_STRIP=-g DEB_BUILD_OPTIONS="noautodbgsym noopt"
+"$root/scripts/package-deb" "$scratch/packages"
+lintian --allow-root --fail-on error "$scratch"/packages/*.changes
+
+trap 'apt purge --yes "${packages[@]}" || true; rm -rf "$scratch"' EXIT
+apt install --yes --no-install-recommends "$scratch"/packages/*.deb
+
+multiarch=$(dpkg-architecture -q DEB_HOST_MULTIARCH)
+library=/usr/lib/$multiarch/libDiskAccess.so.1
+"$root/tests/interface/check_symbols.sh" "$library" "$root"/tests/interface/exported_{,aes_}symbols.txt
+for file in "$library" /usr/bin/diskaccess /usr/bin/diskaccess-sample; do
+  check_run_path "$file" ""
+  [[ $(ldd "$file") != *"not found"* ]]
+done
+for file in docs/api-guide.md examples/player_loop.cpp; do
+  [ -e "/usr/share/doc/libdiskaccess-dev/$file" ]
+done
+[ -e /usr/share/diskaccess/schema/list.schema.json ]
+dpkg --verify "${packages[@]}"
+
+diskaccess-sample generate "$scratch/disk" --blocks 4 --block-size 1MiB --seconds 5
+[ "$(diskaccess list "$scratch/disk" --format csv | wc -l)" = 5 ] # a line of headings, four records
+check_consumers "$scratch" g++ ON "$scratch/disk"
+
+# There is no configuration: packages removed are packages gone, and there is nothing left to purge.
+apt remove --yes "${packages[@]}"
+trap 'rm -rf "$scratch"' EXIT
+left=$(our_files)
+[ -z "$left" ] || { echo "left behind: $left" >&2; exit 1; }
+if dpkg-query -W "${packages[@]}" 2>/dev/null; then exit 1; fi
