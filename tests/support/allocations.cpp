@@ -9,12 +9,27 @@ namespace test_support {
 namespace {
 
 AllocationFaults* g_faults = nullptr;
+long g_held = 0;
 
 bool Fails(size_t size) {
     return g_faults != nullptr && g_faults->Note(size);
 }
 
+void* Counted(void* memory) {
+    g_held += memory != nullptr ? 1 : 0;
+    return memory;
+}
+
+void* Released(void* memory) {
+    g_held -= memory != nullptr ? 1 : 0;
+    return memory;
+}
+
 } // namespace
+
+long AllocationsHeld() {
+    return g_held;
+}
 
 AllocationFaults::AllocationFaults(size_t first, bool forever) : m_first(first), m_forever(forever) {
     if (g_faults != nullptr) {
@@ -35,48 +50,70 @@ bool AllocationFaults::Note(size_t size) {
 
 } // namespace test_support
 
+using test_support::Counted;
 using test_support::Fails;
+using test_support::Released;
 
-// The names that the linker's --wrap gives to a function and to the one it stands in for. The new operators
-// bear their mangled names, which differ with the width of size_t.
+// The names that the linker's --wrap gives to a function and to the one it stands in for. The operators bear
+// their mangled names, which differ with the width of size_t.
+#if __SIZEOF_SIZE_T__ == 8
+#define NEW_NAME(prefix) prefix##_Znwm
+#define NOTHROW_NEW_NAME(prefix) prefix##_ZnwmRKSt9nothrow_t
+#define SIZED_DELETE_NAME(prefix) prefix##_ZdlPvm
+#else
+#define NEW_NAME(prefix) prefix##_Znwj
+#define NOTHROW_NEW_NAME(prefix) prefix##_ZnwjRKSt9nothrow_t
+#define SIZED_DELETE_NAME(prefix) prefix##_ZdlPvj
+#endif
+
 extern "C" {
 
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
+void __real_free(void* memory);
+void* NEW_NAME(__real_)(size_t size);
+void* NOTHROW_NEW_NAME(__real_)(size_t size, const std::nothrow_t& tag);
+void __real__ZdlPv(void* memory);
+void SIZED_DELETE_NAME(__real_)(void* memory, size_t size);
 
 void* __wrap_malloc(size_t size) {
-    return Fails(size) ? nullptr : __real_malloc(size);
+    return Fails(size) ? nullptr : Counted(__real_malloc(size));
 }
 
 void* __wrap_calloc(size_t count, size_t size) {
-    return Fails(count * size) ? nullptr : __real_calloc(count, size);
+    return Fails(count * size) ? nullptr : Counted(__real_calloc(count, size));
 }
 
 void* __wrap_realloc(void* memory, size_t size) {
-    return Fails(size) ? nullptr : __real_realloc(memory, size);
+    if (Fails(size)) {
+        return nullptr;
+    }
+    void* const moved = __real_realloc(memory, size);
+    return memory == nullptr ? Counted(moved) : moved;
 }
 
-#if __SIZEOF_SIZE_T__ == 8
-#define NEW_NAME(prefix) prefix##_Znwm
-#define NOTHROW_NEW_NAME(prefix) prefix##_ZnwmRKSt9nothrow_t
-#else
-#define NEW_NAME(prefix) prefix##_Znwj
-#define NOTHROW_NEW_NAME(prefix) prefix##_ZnwjRKSt9nothrow_t
-#endif
-
-void* NEW_NAME(__real_)(size_t size);
-void* NOTHROW_NEW_NAME(__real_)(size_t size, const std::nothrow_t& tag);
+void __wrap_free(void* memory) {
+    __real_free(Released(memory));
+}
 
 void* NEW_NAME(__wrap_)(size_t size) {
     if (Fails(size)) {
         throw std::bad_alloc();
     }
-    return NEW_NAME(__real_)(size);
+    return Counted(NEW_NAME(__real_)(size));
 }
 
 void* NOTHROW_NEW_NAME(__wrap_)(size_t size, const std::nothrow_t& tag) {
-    return Fails(size) ? nullptr : NOTHROW_NEW_NAME(__real_)(size, tag);
+    return Fails(size) ? nullptr : Counted(NOTHROW_NEW_NAME(__real_)(size, tag));
+}
+
+void __wrap__ZdlPv(void* memory) {
+    __real__ZdlPv(Released(memory));
+}
+
+void SIZED_DELETE_NAME(__wrap_)(void* memory, size_t size) {
+    SIZED_DELETE_NAME(__real_)(Released(memory), size);
 }
 
 } // extern "C"

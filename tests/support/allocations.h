@@ -2,8 +2,8 @@
 #define TESTS_SUPPORT_ALLOCATIONS_H
 
 /// @file allocations.h
-/// Makes allocations fail. For a test program that links the library's objects with the linker's --wrap
-/// options, which send their malloc, calloc, realloc and new here.
+/// Makes allocations fail, and counts those that were not released. For a test program that links the library's
+/// objects with the linker's --wrap options, which send their malloc, calloc, realloc, new, free and delete here.
 
 #include <cstddef>
 
@@ -34,6 +34,10 @@ private:
     size_t m_count = 0;
     size_t m_largest = 0;
 };
+
+/// Allocations made less those released. What is made by the test program's own code but released elsewhere, or
+/// the other way round, is miscounted: compare two of these around code that only calls the library.
+long AllocationsHeld();
 
 } // namespace test_support
 

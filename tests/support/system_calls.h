@@ -26,12 +26,14 @@ struct Call {
 
 /// What becomes of a call.
 struct Fate {
-    enum { Pass, Fail, Short } kind = Pass;
+    enum { Pass, Fail, Short, Skip } kind = Pass;
     int error = 5;            ///< errno of Fail: EIO
     uint64_t shortLength = 0; ///< bytes that a Short read delivers
 
-    static Fate Failing() { return {Fail, 5, 0}; }
+    static Fate Failing(int withError = 5) { return {Fail, withError, 0}; }
     static Fate Shortened(uint64_t length) { return {Short, 0, length}; }
+    /// A flush that succeeds at once. Of other calls, it changes nothing.
+    static Fate Skipped() { return {Skip, 0, 0}; }
 };
 
 /// Passes every call but flushes, which fail at once: nothing was written to a device that is only read, and a
