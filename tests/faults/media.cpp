@@ -31,8 +31,7 @@ BlockContents Recorded(uint32_t sequence, bool closed) {
 
 void WriteSearchRing(PartitionImage& disk) {
     for (uint32_t block = 0; block < kSearchBlocks; ++block) {
-        const uint32_t sequence = block < 2 ? block + 7 : block + 1;
-        disk.WriteBlock(block, Recorded(sequence, block != 1));
+        disk.WriteBlock(block, Recorded(SearchSequence(block), block != 1));
     }
     disk.SetBad(3);
     disk.SetSuspect(5, 1);

@@ -35,7 +35,14 @@ constexpr uint32_t SearchStart(uint32_t sequence) {
     return 1700000000 + sequence * 40000;
 }
 
+/// The number of a block on the disks for searches.
+constexpr uint32_t SearchSequence(uint32_t block) {
+    return block < 2 ? block + 7 : block + 1;
+}
+
 extern const char* const kPlayScript;
+constexpr uint32_t kPlayStart = 1000;
+constexpr uint32_t kPlayEnd = 1016;
 
 constexpr uint32_t kMediaBlockSize = 0x10000;
 constexpr uint32_t LayoutOf(Medium medium) {

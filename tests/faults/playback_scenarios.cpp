@@ -234,7 +234,8 @@ void BlockInfo(CReadBlock& block, Transcript& transcript) {
     RecordItem_t record = SegmentRecord(0, 0, 0, 1000);
     RecSegItem_t segment = {};
     transcript.Result("GetRecSegInfo", block.GetRecSegInfo(&record, &segment), -1, 0);
-    transcript.Require(segment.s == 0 || (segment.s >= 1000 && segment.s <= 1016), "a segment's start");
+    transcript.Require(segment.s == 0 || (kPlayStart <= segment.s && segment.s <= kPlayEnd),
+                       "a segment's start");
     transcript.Add("%u-%u\n", segment.s, segment.e);
 }
 

@@ -8,9 +8,22 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "faults/media.h"
 #include "playback/part_fixture.h"
 
 namespace test_support {
+
+namespace {
+
+/// Whether times are such as a block of the disks for searches or for playback holds.
+bool LieInBlock(uint32_t block, uint32_t start, uint32_t end) {
+    const uint32_t first = SearchStart(SearchSequence(block));
+    const bool ofSearchDisk = first <= start && end <= first + kSearchSpan;
+    const bool ofPlayDisk = kPlayStart <= start && end <= kPlayEnd;
+    return start <= end && (ofSearchDisk || ofPlayDisk);
+}
+
+} // namespace
 
 void Transcript::Clear() {
     m_text[0] = '\0';
@@ -42,22 +55,27 @@ int Transcript::Result(const char* call, int result, int lowest, int highest) {
 void Transcript::AddItem(const RecordItem_t& record) {
     Require(record.chn < 32 && record.chn == (record.recId >> 9 & 0x7F), "a record's channel");
     Require(record.flag <= 2, "a record's flag");
+    Require(LieInBlock(record.recId >> 16, record.startTime, record.endTime), "a record's times");
     Add("  %u/%u/%u %u-%u size %u alarm %llx flag %u\n", record.recId >> 16, record.chn, record.recId & 0x1FF,
         record.startTime, record.endTime, record.size, static_cast<unsigned long long>(record.alarmType),
         record.flag);
 }
 
 void Transcript::AddItem(const EventItem_t& event) {
+    Require(LieInBlock(event.eventId >> 16, event.time, event.time), "an event's time");
     Add("  %u/%u %u type %llx\n", event.eventId >> 16, event.eventId & 0xFFFF, event.time,
         static_cast<unsigned long long>(event.alarmType));
 }
 
 void Transcript::AddItem(const UnitItem_t& unit) {
+    Require(unit.recTime == 0 || unit.recTime == SearchStart(SearchSequence(unit.unitId)), "a unit's time");
     Add("  unit %u %u\n", unit.unitId, unit.recTime);
 }
 
 void Transcript::AddItem(unsigned int day) {
-    Require(day % 86400 == 1, "a day's start");
+    constexpr uint32_t kSecondsADay = 86400;
+    const bool recorded = SearchStart(3) < day + kSecondsADay && day <= SearchStart(9);
+    Require(day % kSecondsADay == 1 && recorded, "a recorded day's start");
     Add("  day %u\n", day);
 }
 
