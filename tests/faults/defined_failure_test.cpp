@@ -301,6 +301,23 @@ TEST_P(DefinedSearchFailures, EventsOfABlock) {
     EXPECT_EQ(Describe(events), kEventsOfBlock4);
 }
 
+TEST_P(DefinedSearchFailures, EventsReadInPartMarkNoRecords) {
+    Open();
+    RecordList records;
+    EventList events;
+    Quietly([&] {
+        EXPECT_EQ(Search().SearchUnitMedia(2, &records, &events), 3);
+        FailReadsAt(EventsOffset(4));
+        EXPECT_EQ(Search().SearchUnitMedia(4, &records, &events), 0);
+        Heal();
+        records.RemoveAll();
+        SearchParam_t everything = {0, 0, 0x7FFFFFFF, kAll};
+        EXPECT_EQ(Search().SearchMedia(&everything, &records), 11);
+    });
+    // Neither block 2's events, which were held before, nor what came of block 4's.
+    EXPECT_EQ(Describe(records), Join({kOfBlock2, kOfBlock4, kOfBlock0, kOfBlock1}));
+}
+
 TEST_P(DefinedSearchFailures, PeriodsOfEventsWhoseHeadsCannotBeRead) {
     // Events were found; then their blocks' heads fail, so that no time before and behind them is known.
     Open();
@@ -456,19 +473,26 @@ TEST_P(DefinedPlaybackFailures, EndsOfTheBlock) {
 
 TEST_P(DefinedPlaybackFailures, Index) {
     OpenReadDisk disk(Disk());
-    FailReadsAt(Disk().IndexOffset(0));
-    // Without tables there is no segment to seek in: the window is wide open, from the first frame on.
-    const std::string fromTheStart = std::string("P0@1000 ") + kWhole;
-    EXPECT_EQ(Played(*disk), fromTheStart);
-    DiskPlayer player(*disk, 0, TheRecord());
-    Quietly([&] {
-        EXPECT_EQ(player.SeekTime(1000), -1);
-        EXPECT_EQ(player.Frame(), "P0@1000");
-        EXPECT_EQ(player.NextIFrame(), "failed"); // there is no I-frame known; this took the next frame
-        EXPECT_EQ(player.Frame(), "E0@1001:16");
-    });
-    Heal();
-    EXPECT_EQ(Played(*disk), kWhole);
+    const uint64_t index = Disk().IndexOffset(0);
+    const uint64_t iframes = index + sizeof(BlkIndexHead_t); // two of channel 0, one of channel 1
+    const uint64_t segments = iframes + 3 * sizeof(IFrameItem_t);
+    for (const uint64_t offset :
+         {index, iframes, iframes + 2 * sizeof(IFrameItem_t), segments, segments + sizeof(RecSegItem_t)}) {
+        FailReadsAt(offset);
+        // Of half an index nothing is kept. Without tables there is no segment to seek in: the window is wide
+        // open, from the first frame on.
+        const std::string fromTheStart = std::string("P0@1000 ") + kWhole;
+        EXPECT_EQ(Played(*disk), fromTheStart);
+        DiskPlayer player(*disk, 0, TheRecord());
+        Quietly([&] {
+            EXPECT_EQ(player.SeekTime(1000), -1);
+            EXPECT_EQ(player.Frame(), "P0@1000");
+            EXPECT_EQ(player.NextIFrame(), "failed"); // no I-frame is known; this took the next frame
+            EXPECT_EQ(player.Frame(), "E0@1001:16");
+        });
+        Heal();
+        EXPECT_EQ(Played(*disk), kWhole);
+    }
 }
 
 TEST_P(DefinedPlaybackFailures, HeadOrPayloadOfAFrame) {
@@ -517,6 +541,19 @@ TEST_P(DefinedPlaybackFailures, BlockThatContinuesTheRecording) {
         EXPECT_EQ(player.NextIFrame(), "end");
         EXPECT_EQ(Played(*disk), kWhole);
     }
+}
+
+TEST_P(DefinedPlaybackFailures, ContinuationThatFailsAsItIsOpened) {
+    OpenReadDisk disk(Disk());
+    DiskPlayer player(*disk, 0, TheRecord());
+    // Its head is read to test it, and again by the reader itself.
+    size_t reads = 0;
+    FailReads([&](const Call& call) {
+        return static_cast<uint64_t>(call.offset) == Disk().HeadOffset(1) && ++reads == 2;
+    });
+    Quietly([&] { EXPECT_EQ(player.Frames(), "I0@1001 E0@1001:16 I0@1002 P0@1003 P0@1004 end"); });
+    EXPECT_EQ(player.Frame(), "failed");
+    EXPECT_EQ(Played(*disk), kWhole);
 }
 
 TEST_P(DefinedPlaybackFailures, FrameBehindTheCrossing) {

@@ -23,7 +23,7 @@ namespace {
 using namespace test_support;
 
 /// Allocations that are made to fail for each failing system call.
-constexpr size_t kPairsACall = 5;
+constexpr size_t kPairsACall = 4;
 
 /// What the tests did, for whoever asks how much that was.
 struct Tally {

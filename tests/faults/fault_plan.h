@@ -35,7 +35,7 @@ struct Strike {
 class FaultPlan {
 public:
     /// More calls in one run than any scenario can have reason for.
-    static constexpr size_t kEndless = 0xF000;
+    static constexpr size_t kEndless = 0x2000;
 
     /// @param fault null when no call is to fail
     FaultPlan(const IoFault* fault, const Strike& strike);
