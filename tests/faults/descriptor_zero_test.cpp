@@ -172,6 +172,27 @@ TEST_F(DescriptorZero, PlaybackGetsNoBadBlockTable) {
     part.Quit();
 }
 
+TEST_F(DescriptorZero, BlockThatIsLookedAtIsUnusable) {
+    PartAccess_t& access = Make(Medium::Play);
+    CReadPart part;
+    EXPECT_EQ(part.Init(&access), 0);
+    EXPECT_EQ(part.GetBadBlockTab(), 0);
+    EncodeParam_t parameters = {};
+    parameters.chn = 9;
+    RecordItem_t record = {};
+    Quietly([&] {
+        const FreeDescriptorZero zero;
+        EXPECT_EQ(part.IsValidBlock(0, 5, 0), 0);
+    });
+    Quietly([&] {
+        const FreeDescriptorZero zero;
+        EXPECT_EQ(part.GetRecInfo(&parameters, &record, 0), -1);
+    });
+    EXPECT_EQ(parameters.chn, 0u);
+    EXPECT_EQ(part.GetRecInfo(&parameters, &record, 0), 0);
+    part.Quit();
+}
+
 TEST_F(DescriptorZero, BlockOfPlaybackDoesNotOpen) {
     PartAccess_t& access = Make(Medium::Play);
     CReadBlock block;
