@@ -86,7 +86,7 @@ void PlayUnit(CReadDisk& disk, uint32_t block, const Disk& about, Random& random
     reader.StopUnit();
 }
 
-/// Records of all channels at three places, or of a large disk no more than one second's.
+/// What a search finds: of a large disk no more than is recorded in a thousand seconds.
 std::vector<RecordItem_t> Found(const Disk& about, Random& random) {
     PartAccess_t access = about.access;
     CSearchDisk search;
@@ -117,6 +117,17 @@ RecordItem_t MadeUpRecord(const Disk& about, Random& random) {
     return record;
 }
 
+/// Plays a record from its start on, through a few random steps and seeks to the end.
+void PlayRecord(CReadDisk& disk, RecordItem_t record, const Disk& about, Random& random) {
+    Reader reader(disk, about, random);
+    reader.Start(record);
+    for (uint32_t count = random.Below(8); count > 0; --count) {
+        reader.Operate();
+    }
+    reader.ToTheEnd();
+    reader.Stop();
+}
+
 /// Finds and plays records: @p count of those found, and as many made up.
 void PlayRecords(CReadDisk& disk, const Disk& about, Random& random, int count) {
     const std::vector<RecordItem_t> found = Found(about, random);
@@ -145,16 +156,6 @@ void PlayInTurn(CReadDisk& disk, const Disk& about, Random& random) {
 }
 
 } // namespace
-
-void PlayRecord(CReadDisk& disk, RecordItem_t record, const Disk& about, Random& random) {
-    Reader reader(disk, about, random);
-    reader.Start(record);
-    for (uint32_t count = random.Below(8); count > 0; --count) {
-        reader.Operate();
-    }
-    reader.ToTheEnd();
-    reader.Stop();
-}
 
 void CallReadDisk(const Disk& disk, const std::string& seed) {
     Random random(seed);

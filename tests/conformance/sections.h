@@ -20,16 +20,14 @@ void CallReadBlock(const Disk& disk, const std::string& seed);
 void CallReadPart(const Disk& disk, const std::string& seed);
 void CallReadDisk(const Disk& disk, const std::string& seed);
 void CallPrintDisk(const Disk& disk, const std::string& seed);
-/// All of these, but fewer calls, on partitions damaged at random.
+/// Searches, playback and blocks of partitions damaged at random.
 /// @param fmtVersion 1: extended block layout
+/// @param cases      how many
 void CallOnDamage(uint32_t fmtVersion, uint32_t cases);
 
 /// The searches that a disk damaged at random is put through, and the playback of what they find.
 void SearchDamaged(const Disk& disk, Random& random);
 void PlayDamaged(const Disk& disk, Random& random);
-
-/// Plays a record from its start on, through a few random steps and seeks to the end.
-void PlayRecord(CReadDisk& disk, RecordItem_t record, const Disk& about, Random& random);
 
 } // namespace conformance
 
