@@ -28,6 +28,11 @@ constexpr uint32_t DayOf(uint32_t seconds) {
     return seconds / kSecondsPerDay;
 }
 
+/// Whether a part of a record is worth a line in a list: one of a second or less is not.
+constexpr bool LongEnough(uint32_t start, uint32_t end) {
+    return start + 1 < end;
+}
+
 } // namespace disk_access
 
 #endif // DISK_ACCESS_FORMAT_TIMES_H

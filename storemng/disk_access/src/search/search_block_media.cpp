@@ -25,11 +25,6 @@ struct Span {
 /// A record made without an index lasts at most this long.
 constexpr uint32_t kNoIndexRecordSeconds = 12 * 60 * 60;
 
-/// Records of two seconds or less are not worth a line in a list.
-bool LongEnough(const RecordItem_t& record) {
-    return record.startTime + 1 < record.endTime;
-}
-
 /// The bytes of the part of a segment that a record covers, by the segment's mean rate. The division comes
 /// first: the recorder's arithmetic is 32 bits wide.
 uint32_t ClippedSize(const RecSegItem_t& seg, uint32_t clipStart, uint32_t clipEnd) {
@@ -77,7 +72,7 @@ int AddSegment(CSearchBlock& block, const BlockIndexCache_t& cache, const MediaQ
         return 0;
     }
     const RecordItem_t record = MakeRecord(query, chn, segment, seg, alarmType);
-    if (!LongEnough(record)) {
+    if (!LongEnough(record.startTime, record.endTime)) {
         return 0;
     }
     recList->AddTail(record);

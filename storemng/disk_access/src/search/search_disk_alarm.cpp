@@ -4,8 +4,11 @@
 #include <cstdint>
 
 #include "format/ids.h"
+#include "format/times.h"
 #include "search/search_disk_state.h"
 #include "search_disk.h"
+
+using namespace disk_access;
 
 namespace {
 
@@ -18,10 +21,6 @@ struct AlarmWindow {
     bool Open() const { return start != 0; }
     bool Holds(uint32_t time) const { return start <= time && time <= end; }
 };
-
-bool LongEnough(const RecordItem_t& record) {
-    return record.endTime > record.startTime + 1;
-}
 
 /// Cuts the records found to alarm windows, into the caller's list.
 class AlarmRecords {
@@ -66,7 +65,7 @@ private:
     }
 
     void Append(const RecordItem_t& record) {
-        if (LongEnough(record)) {
+        if (LongEnough(record.startTime, record.endTime)) {
             m_out.AddTail(record);
             ++m_count;
         }

@@ -5,6 +5,7 @@
 
 #include "format/channels.h"
 #include "format/ids.h"
+#include "format/times.h"
 #include "search/search_disk_state.h"
 #include "search_disk.h"
 
@@ -17,10 +18,6 @@ constexpr uint64_t kEveryAlarm = 0xFFFFFFFFFFFFFFFF;
 using RecordList = CCommList<RecordItem_t>;
 using EventList = CCommList<EventItem_t>;
 using PeriodList = CCommList<EventPeriodItem_t>;
-
-bool LongEnough(const RecordItem_t& record) {
-    return record.startTime + 1 < record.endTime;
-}
 
 /// Makes periods of events: each from its pre-record time before it to its alarm delay behind it, joined with
 /// the next one if that begins inside. Unsigned 32-bit seconds; a start of 0 stands for no period.
@@ -139,7 +136,7 @@ private:
     /// The whole group, as plain recording.
     void EmitPlain() {
         for (RecordItem_t& record : m_group) {
-            if (Visible(record) && LongEnough(record) && m_alarmMask == 0) {
+            if (Visible(record) && LongEnough(record.startTime, record.endTime) && m_alarmMask == 0) {
                 record.alarmType = 0;
                 Append(record);
             }
@@ -154,7 +151,7 @@ private:
                 continue;
             }
             record.alarmType = 0;
-            if (Visible(record) && LongEnough(record) && m_alarmMask == 0) {
+            if (Visible(record) && LongEnough(record.startTime, record.endTime) && m_alarmMask == 0) {
                 RecordItem_t piece = record;
                 piece.endTime = m_period.startTime;
                 Append(piece);
@@ -167,7 +164,7 @@ private:
     void EmitInside() {
         const bool wanted = m_alarmMask == 0 || (m_alarmMask & m_period.alarmType) != 0;
         for (RecordItem_t& record : m_group) {
-            if (!LongEnough(record) || !wanted) {
+            if (!LongEnough(record.startTime, record.endTime) || !wanted) {
                 continue;
             }
             record.alarmType = m_period.alarmType;
