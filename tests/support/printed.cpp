@@ -1,5 +1,6 @@
 #include "support/printed.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -32,6 +33,16 @@ public:
 
 private:
     int m_saved = -1;
+};
+
+/// Says what failed, where standard output goes nowhere.
+class FailuresOnStandardError : public ::testing::EmptyTestEventListener {
+public:
+    void OnTestPartResult(const ::testing::TestPartResult& result) override {
+        if (result.failed()) {
+            std::fprintf(stderr, "%s:%d: %s\n", result.file_name(), result.line_number(), result.message());
+        }
+    }
 };
 
 std::string ReadAll(int fd) {
@@ -67,6 +78,19 @@ std::string PrintedWithoutLines(const std::function<void()>& action) {
 
 void Quietly(const std::function<void()>& action) {
     Printed(action);
+}
+
+void Silently(const std::function<void()>& action) {
+    FailuresOnStandardError failures;
+    auto& listeners = ::testing::UnitTest::GetInstance()->listeners();
+    listeners.Append(&failures);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    {
+        const Redirection redirection(nowhere);
+        action();
+    }
+    close(nowhere);
+    listeners.Release(&failures);
 }
 
 } // namespace test_support

@@ -16,6 +16,9 @@ std::string PrintedWithoutLines(const std::function<void()>& action);
 /// Runs @p action with standard output thrown away.
 void Quietly(const std::function<void()>& action);
 
+/// The same for actions that print too much to be kept. Failures are told on standard error.
+void Silently(const std::function<void()>& action);
+
 } // namespace test_support
 
 #endif // TESTS_SUPPORT_PRINTED_H

@@ -1,0 +1,26 @@
+# Every field and every cut, and the bounds that hold on any disk. All of it runs in the optimised build for this
+# machine: sanitizers and emulated machines are slow, and take every so manyth case.
+if(CMAKE_CROSSCOMPILING)
+  set(damage_stride 97)
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT DISKACCESS_SANITIZE AND NOT DISKACCESS_COVERAGE)
+  set(damage_stride 1)
+else()
+  set(damage_stride 3)
+endif()
+
+allocation_test(damage_matrix_test
+  damage/bounds_test.cpp
+  damage/damaged_disk.cpp
+  damage/expectations_test.cpp
+  damage/format_fields.cpp
+  damage/matrix_disk.cpp
+  damage/matrix_test.cpp
+  damage/operations.cpp
+  support/memory_use.cpp
+  support/transcript.cpp)
+target_include_directories(damage_matrix_test PRIVATE ${PROJECT_SOURCE_DIR}/storemng/disk_access/src)
+target_compile_definitions(damage_matrix_test PRIVATE DAMAGE_STRIDE=${damage_stride})
+if(DISKACCESS_SANITIZE OR CMAKE_CROSSCOMPILING)
+  # A sanitizer and an emulator need address space of their own.
+  target_compile_definitions(damage_matrix_test PRIVATE DAMAGE_NO_ADDRESS_LIMIT)
+endif()
