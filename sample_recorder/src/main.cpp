@@ -2,12 +2,15 @@
 
 #include <CLI/CLI.hpp>
 
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 
 #include "completion/completion.h"
 #include "sample_recorder/generated_source.h"
 #include "sample_recorder/indexed_ring.h"
+#include "sample_recorder/live_recording.h"
 #include "sample_recorder/partition_image.h"
 #include "sample_recorder/recorder.h"
 #include "sample_recorder/scenario.h"
@@ -31,6 +34,9 @@ struct Options {
     uint32_t start = 1700000000;
     uint32_t seconds = 600;
     bool cutPower = false;
+    double speed = 1;
+    double realSeconds = 0;
+    uint32_t eventPeriod = 0;
 };
 
 Format FormatOf(const Options& options) {
@@ -47,9 +53,8 @@ void Record(const Options& options) {
     RecordScenario(options.scenario, media, options.output);
 }
 
-void Generate(const Options& options) {
-    PartitionImage image = PartitionImage::Create(options.output, FormatOf(options));
-    RecorderSettings settings;
+/// Generated cameras for the channels asked for, and what the recorder says of them.
+MergedSource OpenCameras(const Options& options, uint32_t seconds, RecorderSettings& settings) {
     MergedSource frames;
     for (uint32_t chn = 0; chn < options.channels; ++chn) {
         GeneratedCamera camera;
@@ -59,18 +64,53 @@ void Generate(const Options& options) {
         settings.channels |= 1u << chn;
         settings.properties.at(chn).FrameRate = static_cast<uint8_t>(camera.framesPerSecond);
         settings.properties.at(chn).gop = static_cast<uint8_t>(camera.gop);
-        frames.Add(std::make_unique<GeneratedSource>(camera, options.seed, options.start, options.seconds));
+        frames.Add(std::make_unique<GeneratedSource>(camera, options.seed, options.start, seconds));
     }
-    Recorder recorder(image, settings);
-    Frame frame;
-    while (frames.Next(frame)) {
-        recorder.Write(frame);
-    }
+    return frames;
+}
+
+void EndRecording(Recorder& recorder, const Options& options) {
     if (options.cutPower) {
         recorder.CutPower();
     } else {
         recorder.PowerOff();
     }
+}
+
+void Generate(const Options& options) {
+    PartitionImage image = PartitionImage::Create(options.output, FormatOf(options));
+    RecorderSettings settings;
+    MergedSource frames = OpenCameras(options, options.seconds, settings);
+    Recorder recorder(image, settings);
+    Frame frame;
+    while (frames.Next(frame)) {
+        recorder.Write(frame);
+    }
+    EndRecording(recorder, options);
+}
+
+volatile std::sig_atomic_t g_interrupted = 0;
+
+void Interrupt(int /*signal*/) {
+    g_interrupted = 1;
+}
+
+/// Records in real time, or faster, until its time is over or somebody interrupts it.
+void RecordLive(const Options& options) {
+    using Clock = LiveRecording::Clock;
+    std::signal(SIGINT, Interrupt);
+    std::signal(SIGTERM, Interrupt);
+    PartitionImage image = PartitionImage::Create(options.output, FormatOf(options));
+    RecorderSettings settings;
+    MergedSource frames = OpenCameras(options, 0xFFFFFFFF - options.start, settings);
+    Recorder recorder(image, settings);
+    LiveRecording live(recorder, frames, options.speed);
+    live.RepeatEvents(options.eventPeriod, 0);
+    const auto end = Clock::now() + std::chrono::duration<double>(options.realSeconds);
+    live.Run([&] { return g_interrupted != 0 || (options.realSeconds > 0 && Clock::now() >= end); });
+    EndRecording(recorder, options);
+    std::fprintf(stderr, "%llu frames in %u blocks\n", static_cast<unsigned long long>(live.FramesWritten()),
+                 recorder.BlocksOpened());
 }
 
 void MakeRing(const Options& options) {
@@ -125,6 +165,26 @@ int RunProgram(int argc, char** argv) {
     generate->add_option("--seconds", options.seconds, "Length of the recording")->capture_default_str();
     generate->add_flag("--cut-power", options.cutPower, "Leave the last block as a power failure would");
     generate->callback([&] { Generate(options); });
+
+    CLI::App* const live = app.add_subcommand(
+        "live", "Record frames made from a seed as time goes by, for readers that look on meanwhile");
+    AddGeometry(*live, options);
+    live->add_option("--seed", options.seed, "Seed of the frames")->capture_default_str();
+    live->add_option("--speed", options.speed, "Recorded seconds a second")
+        ->capture_default_str()
+        ->check(CLI::Range(0.01, 100000.0));
+    live->add_option("--for", options.realSeconds, "Seconds until it stops by itself; 0: when interrupted")
+        ->capture_default_str()
+        ->check(CLI::NonNegativeNumber);
+    live->add_option("--events", options.eventPeriod, "Recorded seconds from event to event; 0: none")
+        ->capture_default_str();
+    live->add_flag("--cut-power", options.cutPower, "Leave the last block as a power failure would");
+    live->footer(
+        "The blocks are written in a recorder's order: head, frames, and when the block is full its index\n"
+        "and tail; then the next block, round and round. Search and play the file meanwhile:\n"
+        "  diskaccess-sample live ring.img --blocks 64 --block-size 1MiB --speed 60 --events 30 --for 120 &\n"
+        "  diskaccess list ring.img");
+    live->callback([&] { RecordLive(options); });
 
     CLI::App* const ring = app.add_subcommand("ring", "Make a full, wrapped ring of indexes without frames");
     AddGeometry(*ring, options);

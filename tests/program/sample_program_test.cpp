@@ -97,6 +97,22 @@ TEST_F(SampleProgram, GeneratesAPartition) {
     EXPECT_TRUE(ReadFile(File("made")) == ReadFile(File("again")));
 }
 
+TEST_F(SampleProgram, RecordsLiveUntilItsTimeIsOver) {
+    const std::string disk = File("live.img");
+    const ProgramResult result =
+        RunSample({"live", disk, "--blocks", "4", "--block-size", "64KiB", "--channels", "2", "--speed",
+                   "2000", "--for", "0.5", "--events", "30"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, "");
+    const Json info = Show("info", disk);
+    EXPECT_EQ(info["newest_closed"], true);
+    EXPECT_FALSE(Show("list", disk)["records"].empty());
+    EXPECT_FALSE(Show("events", disk)["events"].empty());
+    EXPECT_NE(result.err.find(" frames in "), std::string::npos);
+    Refused({"live", File("still.img"), "--speed", "0"}, 2);
+    EXPECT_FALSE(std::filesystem::exists(File("still.img")));
+}
+
 TEST_F(SampleProgram, MakesALargeRingInLittleSpace) {
     const ProgramResult made =
         RunSample({"ring", File("made"), "--blocks", "2000", "--block-size", "8MiB", "--channels", "2"});

@@ -1,0 +1,13 @@
+# Rounds of open, search, play and close. The optimised build for this machine makes all of them.
+if(CMAKE_CROSSCOMPILING)
+  set(uptime_rounds 500)
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT DISKACCESS_SANITIZE AND NOT DISKACCESS_COVERAGE)
+  set(uptime_rounds 100000)
+else()
+  set(uptime_rounds 2000)
+endif()
+diskaccess_test(uptime_test uptime/uptime_test.cpp search/search_fixture.cpp support/memory_use.cpp)
+target_compile_definitions(uptime_test PRIVATE UPTIME_ROUNDS=${uptime_rounds})
+if(DISKACCESS_SANITIZE)
+  target_compile_definitions(uptime_test PRIVATE UPTIME_SANITIZED)
+endif()

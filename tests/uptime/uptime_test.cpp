@@ -1,0 +1,155 @@
+// Years of uptime: an application that opens, searches, plays and closes again and again, and one that keeps its
+// objects for ever, hold no more memory and no more descriptors in the end than in the beginning.
+
+#include <cstdlib>
+#include <functional>
+
+#include "sample_recorder/generated_source.h"
+#include "sample_recorder/recorder.h"
+#include "search/search_fixture.h"
+#include "support/memory_use.h"
+
+namespace {
+
+using namespace test_support;
+
+constexpr uint32_t kStart = 1700000000;
+/// Rounds before memory is looked at: allocators and streams take their own first.
+constexpr long kWarmUp = 200;
+/// What the allocator's account may vary by. A single allocation kept in each round would exceed it by far.
+constexpr size_t kSlack = 8192;
+
+long Rounds() {
+    const char* const setting = std::getenv("DISKACCESS_UPTIME_ROUNDS");
+    return setting == nullptr ? UPTIME_ROUNDS : std::strtol(setting, nullptr, 10);
+}
+
+class Uptime : public SearchFixture {
+protected:
+    Uptime() {
+        Format format;
+        format.blockCount = 4;
+        format.blockSize = 0x2000;
+        PartitionImage& image = MakeDisk(format);
+        sample_recorder::RecorderSettings settings;
+        settings.channels = 3;
+        sample_recorder::Recorder recorder(image, settings);
+        sample_recorder::GeneratedCamera camera;
+        camera.framesPerSecond = 1;
+        camera.gop = 3;
+        camera.iFrameBytes = 200;
+        camera.pFrameBytes = 50;
+        sample_recorder::GeneratedSource frames(camera, 1, kStart, 120);
+        sample_recorder::Frame frame;
+        while (frames.Next(frame)) {
+            recorder.Write(frame);
+            if (frame.Seconds() % 20 == 0) {
+                recorder.WriteEvent(frame.pts, 1, 1);
+            }
+        }
+        recorder.CutPower();
+        m_access = image.Access();
+    }
+
+    static int SearchAll(CSearchDisk& disk, RecordList& records) {
+        SearchParam_t plain = {0, 0, 0x7FFFFFFF, kAll};
+        SearchParam_t alarms = {1, kStart, kStart + 60, 0};
+        EventList events;
+        UnitList units;
+        DayList days;
+        DiskSpaceInfo_t space = {};
+        return disk.SearchMedia(&plain, &records) + disk.SearchMedia(&alarms, &records) +
+               disk.SearchEvent(&alarms, &events) + disk.GetUnitInfo(&units) + disk.GetDateInfo(&days) +
+               disk.GetSpaceInfo(&space);
+    }
+
+    static int Play(CReadDisk& disk, RecordItem_t record) {
+        void* const reader = disk.StartRead(0, &record);
+        void* payload = nullptr;
+        FrameInfo_t info = {};
+        long time = static_cast<int32_t>(record.startTime + 5);
+        int frames = 0;
+        disk.SeekTime(reader, &time);
+        while (frames < 10 && disk.ReadFrame(reader, &info, &payload) == 0) {
+            ++frames;
+        }
+        std::free(payload);
+        disk.StopRead(reader);
+        return frames;
+    }
+
+    /// Opens, searches, plays and closes.
+    /// @return what was found and played, the same number each time
+    int Round(long number) {
+        CSearchDisk searches;
+        CReadDisk playback;
+        RecordList records;
+        searches.Init(&m_access);
+        playback.Init(&m_access);
+        int sum = SearchAll(searches, records);
+        sum += Play(playback, Elements(records).at(static_cast<size_t>(number % 2)));
+        playback.Quit();
+        searches.Quit();
+        return sum;
+    }
+
+    /// Goes through the rounds, and expects them to leave nothing behind.
+    void ExpectFlat(long rounds, const std::function<int(long)>& round) {
+        size_t heap = 0;
+        size_t resident = 0;
+        const size_t descriptors = OpenDescriptors();
+        const int even = round(0);
+        const int odd = round(1);
+        SystemCallLog log(PassUnflushedOf);
+        EXPECT_GT(even, 10);
+        for (long i = 0; i < kWarmUp + rounds; ++i) {
+            if (i == kWarmUp) {
+                heap = HeapInUse();
+                resident = ResidentBytes();
+            }
+            log.Clear();
+            ASSERT_EQ(round(i), i % 2 == 0 ? even : odd) << "round " << i;
+            ASSERT_EQ(log.Count(CallKind::Open), log.Count(CallKind::Close)) << "round " << i;
+        }
+        EXPECT_LE(HeapInUse(), heap + kSlack);
+        EXPECT_LE(ResidentBytes(), resident + kResidentSlack);
+        EXPECT_EQ(OpenDescriptors(), descriptors);
+    }
+
+private:
+#ifdef UPTIME_SANITIZED
+    /// A sanitizer keeps freed memory for a while, to see whether it is used.
+    static constexpr size_t kResidentSlack = size_t{512} << 20;
+#else
+    static constexpr size_t kResidentSlack = size_t{1} << 20;
+#endif
+
+    static Fate PassUnflushedOf(const Call& call, size_t /*index*/) {
+        return PassUnflushed(call);
+    }
+
+    PartAccess_t m_access = {};
+};
+
+TEST_F(Uptime, OpenSearchPlayCloseLeavesNothingBehind) {
+    Silently([this] { ExpectFlat(Rounds(), [this](long number) { return Round(number); }); });
+}
+
+TEST_F(Uptime, ObjectsKeptOpenDoNotGrow) {
+    Silently([this] {
+        PartAccess_t access = Disk().Access();
+        CSearchDisk searches;
+        CReadDisk playback;
+        searches.Init(&access);
+        playback.Init(&access);
+        ExpectFlat(Rounds() / 4, [&](long number) {
+            RecordList records;
+            const int sum = SearchAll(searches, records);
+            return sum + Play(playback, Elements(records).at(static_cast<size_t>(number % 2)));
+        });
+        playback.Quit();
+        searches.Quit();
+    });
+}
+
+} // namespace
