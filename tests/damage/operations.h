@@ -111,8 +111,7 @@ private:
 class Operations {
 public:
     Operations(const PartAccess_t& access, const PartHead_t& head, uint64_t deviceSize, CallCounter& counter)
-        : m_access(access), m_head(head), m_bounds(head, deviceSize), m_deviceSize(deviceSize),
-          m_counter(counter) {}
+        : m_access(access), m_head(head), m_bounds(head, deviceSize), m_counter(counter) {}
 
     /// All of them.
     /// @param which chooses the records that are played, of those that are found
@@ -133,7 +132,6 @@ private:
     PartAccess_t m_access;
     PartHead_t m_head;
     Bounds m_bounds;
-    uint64_t m_deviceSize;
     CallCounter& m_counter;
     std::vector<RecordItem_t> m_found; ///< by the last search
 };
