@@ -1,6 +1,6 @@
 # Every field and every cut, and the bounds that hold on any disk. Emulated machines, and builds that are not optimised,
 # take every so manyth case.
-if(CMAKE_CROSSCOMPILING)
+if(CMAKE_CROSSCOMPILING_EMULATOR)
   set(damage_stride 97)
 elseif(DISKACCESS_COVERAGE OR NOT CMAKE_BUILD_TYPE MATCHES "^Rel")
   set(damage_stride 3)
@@ -20,7 +20,7 @@ allocation_test(damage_matrix_test
   support/transcript.cpp)
 target_include_directories(damage_matrix_test PRIVATE ${PROJECT_SOURCE_DIR}/storemng/disk_access/src)
 target_compile_definitions(damage_matrix_test PRIVATE DAMAGE_STRIDE=${damage_stride})
-if(DISKACCESS_SANITIZE OR CMAKE_CROSSCOMPILING)
+if(DISKACCESS_SANITIZE OR CMAKE_CROSSCOMPILING_EMULATOR)
   # A sanitizer and an emulator need address space of their own.
   target_compile_definitions(damage_matrix_test PRIVATE DAMAGE_NO_ADDRESS_LIMIT)
 endif()

@@ -16,7 +16,8 @@
 #endif
 
 #ifdef UNDER_ADDRESS_SANITIZER
-#include <sanitizer/allocator_interface.h>
+/// Of the sanitizer's run-time library, whose headers are not installed for every target.
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 namespace test_support {

@@ -1,5 +1,5 @@
 # Rounds of open, search, play and close. The optimised build for this machine makes all of them.
-if(CMAKE_CROSSCOMPILING)
+if(CMAKE_CROSSCOMPILING_EMULATOR)
   set(uptime_rounds 500)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT DISKACCESS_SANITIZE AND NOT DISKACCESS_COVERAGE)
   set(uptime_rounds 100000)
