@@ -56,9 +56,9 @@ private:
 
 /// How long writer and readers go on: for the recording's time, and until the ring has wrapped twice, which a busy machine
 /// may need longer for. All processes see it.
-class Session {
+class Recording {
 public:
-    Session() : m_end(Clock::now() + kRecordingTime) {
+    Recording() : m_end(Clock::now() + kRecordingTime) {
         void* const shared = mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE,
                                   MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         if (shared == MAP_FAILED) {
@@ -66,9 +66,9 @@ public:
         }
         m_over = new (shared) std::atomic<bool>(false);
     }
-    ~Session() { munmap(m_over, sizeof *m_over); }
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
+    ~Recording() { munmap(m_over, sizeof *m_over); }
+    Recording(const Recording&) = delete;
+    Recording& operator=(const Recording&) = delete;
 
     /// For the writer to ask.
     bool TimeIsUp(uint32_t blocksOpened) const {
@@ -86,7 +86,7 @@ private:
 };
 
 /// The writing process.
-void Write(PartitionImage& image, Session& session) {
+void Write(PartitionImage& image, Recording& recording) {
     sample_recorder::RecorderSettings settings;
     settings.channels = (1u << kChannels) - 1;
     settings.preRecordSeconds = 3;
@@ -95,9 +95,9 @@ void Write(PartitionImage& image, Session& session) {
     TellingSource source;
     LiveRecording live(recorder, source, kSpeed);
     live.RepeatEvents(17, 0);
-    live.Run([&] { return session.TimeIsUp(recorder.BlocksOpened()); });
+    live.Run([&] { return recording.TimeIsUp(recorder.BlocksOpened()); });
     recorder.CutPower(); // the newest block stays as a recorder leaves it that is still running
-    session.Close();
+    recording.Close();
 }
 
 /// What readers saw. Threads add to it.
@@ -144,8 +144,8 @@ public:
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
 
-    void Until(const Session& session) {
-        while (!session.Over()) {
+    void Until(const Recording& recording) {
+        while (!recording.Over()) {
             Round();
         }
     }
@@ -336,13 +336,13 @@ protected:
 
 TEST_P(Live, ReadersFindAndPlayWhileTheRecorderWrites) {
     Silently([this] {
-        Session session;
-        const pid_t writer = InProcess([&] { Write(m_image, session); });
-        const pid_t other = InProcess([&] { Reader(m_image, 100, m_sightings).Until(session); });
+        Recording recording;
+        const pid_t writer = InProcess([&] { Write(m_image, recording); });
+        const pid_t other = InProcess([&] { Reader(m_image, 100, m_sightings).Until(recording); });
         Reader first(m_image, 1, m_sightings);
         Reader second(m_image, 2, m_sightings);
-        std::thread thread([&] { second.Until(session); });
-        first.Until(session);
+        std::thread thread([&] { second.Until(recording); });
+        first.Until(recording);
         thread.join();
         ExpectSuccess(other);
         ExpectSuccess(writer);
