@@ -12,6 +12,8 @@ TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev tzdata
   mandoc bash-completion zsh fish)
 # What the 32-bit targets take. g++-multilib would drive the ARM compiler out; g++-12-multilib does not.
 TARGET_PACKAGES=(g++-12-multilib g++-arm-linux-gnueabihf qemu-user)
+# What fuzzing takes.
+FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 LINT_PACKAGES=(clang-format clang-tidy shellcheck)
 # What the HTML reference takes, and the test that nothing public goes undocumented.
 DOCS_PACKAGES=(doxygen)

@@ -1,0 +1,109 @@
+#include "support/findings.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define FUZZING_WITH_ADDRESS_SANITIZER 1
+#include <sanitizer/asan_interface.h>
+#endif
+#endif
+
+namespace fuzzing {
+
+namespace {
+
+/// More than this is not to be had: the library must cope, and so must the host.
+constexpr size_t kLargestAllocation = 64 << 20;
+
+bool g_watching = false;
+size_t g_largest = 0;
+
+/// Notes what is asked for.
+/// @return whether there is so much
+bool Have(size_t size) {
+    if (g_watching && size > g_largest) {
+        g_largest = size;
+    }
+    return size <= kLargestAllocation;
+}
+
+} // namespace
+
+void Report(const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    std::fputs("FINDING: ", stderr);
+    std::vfprintf(stderr, format, values);
+    std::fputs("\n", stderr);
+    va_end(values);
+    std::abort();
+}
+
+AllocationWatch::AllocationWatch() {
+    g_largest = 0;
+    g_watching = true;
+}
+
+AllocationWatch::~AllocationWatch() {
+    g_watching = false;
+}
+
+size_t AllocationWatch::Largest() const {
+    return g_largest;
+}
+
+void RequireAddressable(const void* data, size_t size) {
+    Require(data != nullptr, "a delivered payload has no buffer");
+#ifdef FUZZING_WITH_ADDRESS_SANITIZER
+    Require(__asan_region_is_poisoned(const_cast<void*>(data), size) == nullptr,
+            "a payload's buffer is smaller than the payload, or was freed");
+#else
+    (void)size;
+#endif
+}
+
+void SilenceOutput() {
+    // A buffer of its own size keeps the messages from costing a system call each.
+    static char buffer[1 << 16];
+    if (std::freopen("/dev/null", "w", stdout) == nullptr) {
+        std::abort();
+    }
+    std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
+}
+
+} // namespace fuzzing
+
+// The linker's --wrap options send allocations here.
+extern "C" {
+void* __real_malloc(size_t size);
+void* __real_calloc(size_t count, size_t size);
+void* __real_realloc(void* memory, size_t size);
+void* __wrap_malloc(size_t size);
+void* __wrap_calloc(size_t count, size_t size);
+void* __wrap_realloc(void* memory, size_t size);
+
+void* __wrap_malloc(size_t size) {
+    return fuzzing::Have(size) ? __real_malloc(size) : nullptr;
+}
+
+void* __wrap_calloc(size_t count, size_t size) {
+    size_t bytes = 0;
+    const bool wraps = __builtin_mul_overflow(count, size, &bytes);
+    return !wraps && fuzzing::Have(bytes) ? __real_calloc(count, size) : nullptr;
+}
+
+void* __wrap_realloc(void* memory, size_t size) {
+    return fuzzing::Have(size) ? __real_realloc(memory, size) : nullptr;
+}
+}
+
+#ifdef FUZZING_WITH_ADDRESS_SANITIZER
+/// Small memory that was freed waits for its accident; there is no need to hold back much of it.
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options();
+extern "C" const char* __asan_default_options() {
+    return "allocator_may_return_null=1:quarantine_size_mb=16:malloc_context_size=8";
+}
+#endif

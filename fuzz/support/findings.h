@@ -1,0 +1,55 @@
+#ifndef FUZZ_SUPPORT_FINDINGS_H
+#define FUZZ_SUPPORT_FINDINGS_H
+
+/// @file findings.h
+/// What a run complains of besides what the sanitizers see.
+
+#include "comm_list"
+
+namespace fuzzing {
+
+/// Says what is wrong on standard error and ends the process; libFuzzer then keeps the input.
+[[noreturn]] void Report(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// Reports @p what unless @p holds.
+inline void Require(bool holds, const char* what) {
+    if (!holds) {
+        Report("%s", what);
+    }
+}
+
+/// Requires that a list's nodes, forwards and backwards, are as many as it says.
+template <typename T>
+void RequireSound(const CCommList<T>& list) {
+    int count = 0;
+    const CCommListNode<T>* previous = nullptr;
+    for (const auto* node = list.m_pHead; node != nullptr; node = node->pNext) {
+        Require(node->pPrev == previous, "a list's node does not lead back to the one before");
+        previous = node;
+        ++count;
+    }
+    Require(list.m_pTail == previous, "a list's tail is not its last node");
+    Require(list.m_nCount == count, "a list does not hold as many nodes as it says");
+}
+
+/// Watches what malloc(), calloc() and realloc() are asked for while it lives; only one at a time.
+class AllocationWatch {
+public:
+    AllocationWatch();
+    ~AllocationWatch();
+    AllocationWatch(const AllocationWatch&) = delete;
+    AllocationWatch& operator=(const AllocationWatch&) = delete;
+
+    /// The largest asked for, in bytes. The largest ones are refused.
+    size_t Largest() const;
+};
+
+/// Requires that @p size bytes at @p data belong to the caller, to read and write.
+void RequireAddressable(const void* data, size_t size);
+
+/// Throws standard output away: the library's messages go there.
+void SilenceOutput();
+
+} // namespace fuzzing
+
+#endif // FUZZ_SUPPORT_FINDINGS_H
