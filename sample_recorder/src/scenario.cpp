@@ -3,9 +3,11 @@
 #include <ctime>
 #include <deque>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -19,6 +21,12 @@ namespace sample_recorder {
 namespace {
 
 using Json = nlohmann::json;
+
+/// The last second that the format has room for.
+constexpr uint32_t kLastSecond = 0xFFFFFFFF;
+
+/// Several seconds of sound: real recorders write much smaller ones.
+constexpr uint32_t kLargestAudioFrame = 65536;
 
 /// An object of a scenario, read key by key; keys that nobody asked for are mistakes.
 class Section {
@@ -42,15 +50,7 @@ public:
 
     template <typename Value>
     Value Get(const std::string& key) {
-        m_read[key] = true;
-        if (!m_json.contains(key)) {
-            throw Error(m_name + ": needs '" + key + "'");
-        }
-        try {
-            return m_json.at(key).get<Value>();
-        } catch (const Json::exception&) {
-            throw Error(m_name + ": '" + key + "' has a value of the wrong kind");
-        }
+        return ValueOf<Value>(key, At(key));
     }
 
     template <typename Value>
@@ -69,11 +69,22 @@ public:
         m_read[key] = true;
         std::vector<Section> children;
         if (Has(key)) {
-            for (const Json& element : m_json.at(key)) {
+            for (const Json& element : ListAt(key)) {
                 children.emplace_back(element, key);
             }
         }
         return children;
+    }
+
+    std::vector<uint32_t> GetNumbers(const std::string& key) {
+        m_read[key] = true;
+        std::vector<uint32_t> numbers;
+        if (Has(key)) {
+            for (const Json& element : ListAt(key)) {
+                numbers.push_back(ValueOf<uint32_t>(key, element));
+            }
+        }
+        return numbers;
     }
 
     /// A time like "2026-11-18T07:58:00Z".
@@ -81,10 +92,13 @@ public:
         const auto text = Get<std::string>(key);
         std::tm parts = {};
         const char* const end = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-        if (end == nullptr || *end != '\0') {
+        const std::tm asked = parts;
+        const time_t time = timegm(&parts); // makes 3 March of 31 February
+        if (end == nullptr || end != text.c_str() + text.size() || parts.tm_mday != asked.tm_mday ||
+            parts.tm_sec != asked.tm_sec || time < 0 || time > int64_t{kLastSecond}) {
             throw Error(m_name + ": '" + key + "' must be a time like 2026-11-18T07:58:00Z");
         }
-        return static_cast<uint32_t>(timegm(&parts));
+        return static_cast<uint32_t>(time);
     }
 
     /// A number, or text like "0x800" for one.
@@ -95,7 +109,7 @@ public:
             size_t used = 0;
             try {
                 const uint64_t number = std::stoull(text, &used, 0);
-                if (used == text.size()) {
+                if (used == text.size() && text.front() >= '0' && text.front() <= '9') { // stoull takes signs
                     return number;
                 }
             } catch (const std::logic_error&) {
@@ -107,6 +121,53 @@ public:
     }
 
 private:
+    const Json& At(const std::string& key) {
+        m_read[key] = true;
+        if (!m_json.contains(key)) {
+            throw Error(m_name + ": needs '" + key + "'");
+        }
+        return m_json.at(key);
+    }
+
+    const Json& ListAt(const std::string& key) {
+        if (!At(key).is_array()) {
+            throw Error(m_name + ": '" + key + "' must be a list");
+        }
+        return At(key);
+    }
+
+    /// Whether a JSON number is one that @p Whole can hold. (The JSON library would cut any other to fit.)
+    template <typename Whole>
+    static bool Fits(const Json& json) {
+        using Limits = std::numeric_limits<Whole>;
+        if (json.is_number_unsigned()) {
+            return json.get<uint64_t>() <= static_cast<uint64_t>(Limits::max());
+        }
+        // Negative: the library keeps all others as unsigned numbers.
+        return json.is_number_integer() && std::is_signed_v<Whole> &&
+               json.get<int64_t>() >= static_cast<int64_t>(Limits::min());
+    }
+
+    template <typename Value>
+    Value ValueOf(const std::string& key, const Json& json) const {
+        constexpr bool kWhole = std::is_integral_v<Value> && !std::is_same_v<Value, bool>;
+        if constexpr (kWhole) {
+            if (json.is_number() && !Fits<Value>(json)) {
+                throw Error(m_name + ": '" + key + "' must be a whole number from " +
+                            std::to_string(std::numeric_limits<Value>::min()) + " to " +
+                            std::to_string(std::numeric_limits<Value>::max()));
+            }
+        }
+        try {
+            if (!kWhole || json.is_number()) { // the library would make numbers of true and false
+                return json.get<Value>();
+            }
+        } catch (const Json::exception&) {
+            // said below
+        }
+        throw Error(m_name + ": '" + key + "' has a value of the wrong kind");
+    }
+
     const Json& m_json;
     std::string m_name;
     std::map<std::string, bool> m_read;
@@ -121,6 +182,8 @@ Json ReadJson(const std::string& path) {
         return Json::parse(file, nullptr, true, true);
     } catch (const Json::parse_error& error) {
         throw Error(path + ": is not JSON at byte " + std::to_string(error.byte));
+    } catch (const Json::out_of_range&) {
+        throw Error(path + ": holds a number that no field can hold");
     }
 }
 
@@ -173,7 +236,7 @@ struct Plan {
     Format format;
     RecorderSettings settings;
     std::vector<uint32_t> badBlocks;
-    std::vector<std::pair<uint32_t, uint32_t>> suspectBlocks;
+    std::vector<std::pair<uint32_t, uint8_t>> suspectBlocks;
     std::map<uint32_t, Camera> cameras;
     std::vector<Journey> journeys;
     std::deque<EventPlan> events;
@@ -186,8 +249,9 @@ void ReadCameras(Section& root, Plan& plan) {
         camera.framesPerSecond = section.Get<uint32_t>("frame_rate");
         camera.audioFrame = section.Get("audio_frame", 320u);
         if (camera.channel > 31 || camera.framesPerSecond == 0 || camera.framesPerSecond > 255 ||
-            camera.audioFrame == 0) {
-            throw Error("cameras: a channel is 0 to 31, a frame rate 1 to 255, an audio frame not empty");
+            camera.audioFrame == 0 || camera.audioFrame > kLargestAudioFrame) {
+            throw Error(
+                "cameras: a channel is 0 to 31, a frame rate 1 to 255, an audio frame 1 to 65536 bytes");
         }
         ChnProp_t& properties = plan.settings.properties.at(camera.channel);
         properties.Bitrate = section.Get("bitrate", 0u);
@@ -203,6 +267,9 @@ void ReadJourneys(Section& root, Plan& plan) {
         Journey journey;
         journey.span.start = section.GetTime("start");
         journey.span.seconds = section.Get<uint32_t>("seconds");
+        if (journey.span.seconds > kLastSecond - journey.span.start) {
+            throw Error("recordings: a recording must end by 2106-02-07T06:28:15Z");
+        }
         journey.end = section.Get<std::string>("end", "power_off");
         if (journey.end != "power_off" && journey.end != "power_cut" &&
             journey.end != "power_cut_after_index") {
@@ -233,9 +300,9 @@ Plan ReadPlan(Section& root) {
     plan.settings.preRecordSeconds = alarms.Get("pre_record", plan.settings.preRecordSeconds);
     plan.settings.alarmDelaySeconds = alarms.Get("delay", plan.settings.alarmDelaySeconds);
     alarms.Done();
-    plan.badBlocks = root.Get("bad_blocks", plan.badBlocks);
+    plan.badBlocks = root.GetNumbers("bad_blocks");
     for (Section& section : root.Children("suspect_blocks")) {
-        plan.suspectBlocks.emplace_back(section.Get<uint32_t>("block"), section.Get<uint32_t>("count"));
+        plan.suspectBlocks.emplace_back(section.Get<uint32_t>("block"), section.Get<uint8_t>("count"));
         section.Done();
     }
     ReadCameras(root, plan);
@@ -332,7 +399,7 @@ void RecordScenario(const std::string& scenarioPath, const std::string& mediaDir
     }
     for (const auto& [block, count] : plan.suspectBlocks) {
         CheckBlock(plan, block);
-        image.SetSuspect(block, static_cast<uint8_t>(count));
+        image.SetSuspect(block, count);
     }
     for (const Section& section : overrides) {
         Override(image, section);

@@ -176,7 +176,7 @@ TEST_F(SampleProgram, SaysWhatIsWrongWithAScenario) {
         {[](Json& s) { s["partition"]["block_size"] = 100; },
          "a partition needs at least one block, and blocks that hold their own head and index"},
         {[](Json& s) { s["cameras"][0]["channel"] = 32; },
-         "cameras: a channel is 0 to 31, a frame rate 1 to 255, an audio frame not empty"},
+         "cameras: a channel is 0 to 31, a frame rate 1 to 255, an audio frame 1 to 65536 bytes"},
         {[](Json& s) { s["cameras"][0].erase("frame_rate"); }, "cameras: needs 'frame_rate'"},
         {[](Json& s) {
              s["recordings"] = {{{"start", "now"}, {"seconds", 5}}};
@@ -222,6 +222,50 @@ TEST_F(SampleProgram, SaysWhatIsWrongWithAScenario) {
              s["overrides"] = {{{"structure", "BlockHead_t"}, {"field", "RecSeq"}, {"value", 4294967296}}};
          },
          "overrides: 'value' must fit 32 bits"},
+        {[](Json& s) { s["partition"]["block_count"] = -1; },
+         "partition: 'block_count' must be a whole number from 0 to 4294967295"},
+        {[](Json& s) { s["partition"]["block_count"] = 4294967300; },
+         "partition: 'block_count' must be a whole number from 0 to 4294967295"},
+        {[](Json& s) { s["partition"]["block_size"] = 65536.5; },
+         "partition: 'block_size' must be a whole number from 0 to 4294967295"},
+        {[](Json& s) { s["partition"]["block_size"] = 1e30; },
+         "partition: 'block_size' must be a whole number from 0 to 4294967295"},
+        {[](Json& s) { s["partition"]["disk_type"] = 2147483648; },
+         "partition: 'disk_type' must be a whole number from -2147483648 to 2147483647"},
+        {[](Json& s) { s["partition"]["block_count"] = true; },
+         "partition: 'block_count' has a value of the wrong kind"},
+        {[](Json& s) { s["cameras"][0]["gop"] = 256; },
+         "cameras: 'gop' must be a whole number from 0 to 255"},
+        {[](Json& s) { s["cameras"][0]["audio_frame"] = 65537; },
+         "cameras: a channel is 0 to 31, a frame rate 1 to 255, an audio frame 1 to 65536 bytes"},
+        {[](Json& s) { s["cameras"] = Json::object(); }, "scenario: 'cameras' must be a list"},
+        {[](Json& s) { s["bad_blocks"] = 3; }, "scenario: 'bad_blocks' must be a list"},
+        {[](Json& s) { s["bad_blocks"] = {-1}; },
+         "scenario: 'bad_blocks' must be a whole number from 0 to 4294967295"},
+        {[](Json& s) {
+             s["suspect_blocks"] = {{{"block", 1}, {"count", 256}}};
+         },
+         "suspect_blocks: 'count' must be a whole number from 0 to 255"},
+        {[](Json& s) {
+             s["events"] = {{{"time", "2026-02-31T07:58:00Z"}, {"type", 1}}};
+         },
+         "events: 'time' must be a time like 2026-11-18T07:58:00Z"},
+        {[](Json& s) {
+             s["events"] = {{{"time", "2106-02-07T06:28:16Z"}, {"type", 1}}};
+         },
+         "events: 'time' must be a time like 2026-11-18T07:58:00Z"},
+        {[](Json& s) {
+             s["events"] = {{{"time", "2026-11-18T07:58:00Z"}, {"type", "-1"}}};
+         },
+         "events: 'type' must be a number like 12 or \"0x800\""},
+        {[](Json& s) {
+             s["events"] = {{{"time", "2026-11-18T07:58:00Z"}, {"type", -1}}};
+         },
+         "events: 'type' must be a whole number from 0 to 18446744073709551615"},
+        {[](Json& s) {
+             s["recordings"] = {{{"start", "2106-02-07T06:28:15Z"}, {"seconds", 1}}};
+         },
+         "recordings: a recording must end by 2106-02-07T06:28:15Z"},
     };
     for (const auto& [edit, line] : cases) {
         const ProgramResult result = Record(edit);
@@ -282,6 +326,9 @@ TEST_F(SampleProgram, WrongUseEndsWithTwo) {
     std::ofstream(File("broken.json")) << "{ \"partition\": ";
     EXPECT_NE(Refused({"record", File("broken.json"), File("made")}).find("broken.json: is not JSON at byte"),
               std::string::npos);
+    std::ofstream(File("large.json")) << R"({ "partition": { "block_count": 1e999 } })";
+    EXPECT_EQ(Refused({"record", File("large.json"), File("made")}),
+              "diskaccess-sample: " + File("large.json") + ": holds a number that no field can hold\n");
     EXPECT_EQ(RunSample({"--help"}).exitCode, 0);
     EXPECT_EQ(RunSample({"--version"}).exitCode, 0);
 }
