@@ -136,13 +136,19 @@ private:
     size_t m_size = 0;
 };
 
-/// A refusal is a line for whoever wrote the scenario, not for who wrote the program.
+/// A refusal is a line for whoever wrote the scenario. It may quote that, but not begin with the words of libraries.
 void CheckRefusal(int code, const std::string& text) {
+    static const std::string name = "diskaccess-sample: ";
     Require(code == 1 || code == 2, "the program ends with no known code");
     Require(!text.empty(), "the program fails without a word");
-    for (const char* const word : {"std::", "json.exception", "_M_", "basic_string", "stoul", "vector"}) {
-        if (text.find(word) != std::string::npos) {
-            Report("the program fails with a message of its insides: %s", text.c_str());
+    if (code == 1) {
+        Require(text.compare(0, name.size(), name) == 0,
+                "the program fails with a line that does not bear its name");
+        for (const std::string word :
+             {"std::", "[json.exception", "basic_string", "sto", "vector", "map::at"}) {
+            if (text.compare(name.size(), word.size(), word) == 0) {
+                Report("the program fails with words of a library: %s", text.c_str());
+            }
         }
     }
 }
