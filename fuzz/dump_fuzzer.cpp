@@ -93,8 +93,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Machine& machine = Machine::The();
     const PartitionInput input = PartitionInput::Parse(data, size);
     input.LayOn(machine.Device(0));
-    machine.SetFault(static_cast<FaultKind>(input.head.fault % 5), input.head.faultCall);
-    const AllocationWatch watch;
+    machine.SetFault(input.Fault(), input.head.faultCall);
+    const AllocationWatch watch(input.FirstRefused(), input.Fault() == FaultKind::NoMemoryForever);
     const Limits limits(input);
     Script script(input.script);
     for (int i = 0; i == 0 || (i < kMostDumps && !script.Done()); ++i) {

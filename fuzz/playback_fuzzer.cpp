@@ -81,7 +81,7 @@ public:
 
     void Run() {
         LaySecondDisk();
-        const AllocationWatch watch;
+        const AllocationWatch watch(m_input.FirstRefused(), m_input.Fault() == FaultKind::NoMemoryForever);
         Search();
         m_disks[0].Init(&m_access[0]);
         m_part.Init(&m_access[0]);
@@ -480,7 +480,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Machine& machine = Machine::The();
     const PartitionInput input = PartitionInput::Parse(data, size);
     input.LayOn(machine.Device(0));
-    machine.SetFault(static_cast<FaultKind>(input.head.fault % 5), input.head.faultCall);
+    machine.SetFault(input.Fault(), input.head.faultCall);
     PlaybackRun(input).Run();
     machine.Reset();
     return 0;

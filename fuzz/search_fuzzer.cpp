@@ -39,7 +39,7 @@ public:
     SearchRun& operator=(const SearchRun&) = delete;
 
     void Run() {
-        const AllocationWatch watch;
+        const AllocationWatch watch(m_input.FirstRefused(), m_input.Fault() == FaultKind::NoMemoryForever);
         m_disk.Init(&m_access);
         m_part.Init(&m_access);
         OpenBlocks();
@@ -553,7 +553,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Machine& machine = Machine::The();
     const PartitionInput input = PartitionInput::Parse(data, size);
     input.LayOn(machine.Device(0));
-    machine.SetFault(static_cast<FaultKind>(input.head.fault % 5), input.head.faultCall);
+    machine.SetFault(input.Fault(), input.head.faultCall);
     SearchRun(input).Run();
     machine.Reset();
     return 0;

@@ -35,7 +35,11 @@ void RequireSound(const CCommList<T>& list) {
 /// Watches what malloc(), calloc() and realloc() are asked for while it lives; only one at a time.
 class AllocationWatch {
 public:
-    AllocationWatch();
+    /// Never refuses a small one.
+    static constexpr size_t kNone = static_cast<size_t>(-1);
+
+    /// Refuses the allocation with index @p first, counted from 0, and all after it if @p forever.
+    explicit AllocationWatch(size_t first = kNone, bool forever = false);
     ~AllocationWatch();
     AllocationWatch(const AllocationWatch&) = delete;
     AllocationWatch& operator=(const AllocationWatch&) = delete;

@@ -42,14 +42,17 @@ private:
     std::vector<std::unique_ptr<Page>> m_pool; ///< all pages ever made; the first m_used.size() are in use
 };
 
-/// How a device fails.
+/// How a device fails, or how memory runs short.
 enum class FaultKind : uint8_t {
     None,
-    FailOnce,    ///< one call fails
-    FailForever, ///< it and all after it fail
-    ShortOnce,   ///< one read delivers half
-    ShortForever ///< all reads from there on deliver half
+    FailOnce,       ///< one call fails
+    FailForever,    ///< it and all after it fail
+    ShortOnce,      ///< one read delivers half
+    ShortForever,   ///< all reads from there on deliver half
+    NoMemoryOnce,   ///< one allocation is refused
+    NoMemoryForever ///< it and all after it
 };
+constexpr uint8_t kFaultKinds = 7;
 
 /// What devices answer to a request for their size.
 struct SizeAnswers {

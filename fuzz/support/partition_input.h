@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "dev_io.h"
+#include "support/findings.h"
 #include "support/memory_device.h"
 
 namespace fuzzing {
@@ -29,7 +30,7 @@ struct InputHead {
     uint8_t fmtVersion = 0;  ///< likewise
     uint8_t diskType = 0;    ///< of the request to open the partition
     uint8_t fault = 0;       ///< a FaultKind
-    uint16_t faultCall = 0;  ///< the system call that fails, counted from 0
+    uint16_t faultCall = 0;  ///< the system call or allocation that fails, counted from 0
     uint16_t extents = 0;    ///< how many follow
 };
 #pragma pack(pop)
@@ -48,6 +49,13 @@ struct PartitionInput {
     void LayOn(MemoryDevice& device) const;
     /// How the partition on a device of the machine is opened.
     PartAccess_t Access(size_t device) const;
+
+    FaultKind Fault() const { return static_cast<FaultKind>(head.fault % kFaultKinds); }
+    /// The allocation that is refused, or AllocationWatch::kNone.
+    size_t FirstRefused() const {
+        const bool refused = Fault() == FaultKind::NoMemoryOnce || Fault() == FaultKind::NoMemoryForever;
+        return refused ? head.faultCall : AllocationWatch::kNone;
+    }
 
     /// The 32-bit word at a device offset.
     uint32_t Word(uint32_t offset) const;

@@ -196,7 +196,7 @@ private:
         m_input.head.deviceSize = sizes[Below(std::size(sizes))];
     }
     void ChangeFault() {
-        m_input.head.fault = static_cast<uint8_t>(Below(5));
+        m_input.head.fault = static_cast<uint8_t>(Below(kFaultKinds));
         m_input.head.faultCall = static_cast<uint16_t>(Below(Below(4) == 0 ? 2000 : 60));
     }
     void ChangeDiskType() {
