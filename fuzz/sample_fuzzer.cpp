@@ -34,7 +34,7 @@ namespace {
 /// Writes after which the disk is full, and calls in all.
 constexpr uint32_t kMostWrites = 3000;
 constexpr uint64_t kMostCalls = 200000;
-/// The most that one allocation may take: a file of many frames is none of an input's doing.
+/// The most that one allocation may take. Frames are small, and libav's own buffers are not counted.
 constexpr size_t kLargestAllocation = 8 << 20;
 
 constexpr const char* kScenarioPath = "/fuzz/scenario";
