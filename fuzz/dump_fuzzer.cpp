@@ -96,7 +96,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     input.LayOn(machine.Device(0));
     machine.SetFault(input.Fault(), input.head.faultCall);
     const AllocationWatch watch(input.FirstRefused(), input.Fault() == FaultKind::NoMemoryForever);
-    const Limits limits(input);
+    const Limits limits(input, machine.Device(0));
     Script script(input.script);
     for (int i = 0; i == 0 || (i < kMostDumps && !script.Done()); ++i) {
         machine.LimitCalls(limits.Calls());

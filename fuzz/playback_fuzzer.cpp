@@ -61,7 +61,7 @@ class PlaybackRun {
 public:
     explicit PlaybackRun(const PartitionInput& input)
         : m_input(input), m_script(input.script),
-          m_limits(input), m_access{input.Access(0), input.Access(1)} {}
+          m_limits(input, Machine::The().Device(0)), m_access{input.Access(0), input.Access(1)} {}
 
     ~PlaybackRun() {
         for (DiskReader& reader : m_readers) {
@@ -113,7 +113,7 @@ private:
         }
         other.LayOn(Machine::The().Device(1));
         m_largestBlock = size;
-        m_secondLimits = Limits(other).Calls();
+        m_secondLimits = Limits(other, Machine::The().Device(1)).Calls();
     }
 
     /// Finds records as a caller would, to play them.

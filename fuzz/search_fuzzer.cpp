@@ -28,7 +28,8 @@ constexpr int kLongList = 20000;
 class SearchRun {
 public:
     explicit SearchRun(const PartitionInput& input)
-        : m_input(input), m_script(input.script), m_limits(input), m_access(input.Access(0)) {}
+        : m_input(input), m_script(input.script), m_limits(input, Machine::The().Device(0)),
+          m_access(input.Access(0)) {}
 
     ~SearchRun() {
         m_part.Quit();

@@ -1,6 +1,8 @@
 #include "support/limits.h"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 
 #include "format/block_geometry.h"
 
@@ -13,13 +15,15 @@ constexpr uint64_t kShortRing = 300;
 
 } // namespace
 
-Limits::Limits(const PartitionInput& input)
-    : m_deviceSize(std::min<uint64_t>(input.head.deviceSize, MemoryDevice::kLargest)),
-      m_blkSize(input.Word(offsetof(PartHead_t, BlkSize))), m_weight(input.Weight()) {
-    const auto geometry = disk_access::BlockGeometry::Of(static_cast<uint32_t>(m_blkSize),
-                                                         input.Word(offsetof(PartHead_t, FmtVersion)));
-    m_blocks =
-        disk_access::CredibleBlocks(input.Word(offsetof(PartHead_t, BlkCount)), geometry, m_deviceSize);
+Limits::Limits(const PartitionInput& input, const MemoryDevice& device)
+    : m_deviceSize(device.Size()), m_weight(input.Weight()) {
+    PartHead_t head = {};
+    std::array<uint8_t, sizeof head> bytes = {};
+    device.Copy(0, bytes.data(), bytes.size()); // several extents may make it up
+    std::memcpy(&head, bytes.data(), sizeof head);
+    const auto geometry = disk_access::BlockGeometry::Of(head.BlkSize, head.FmtVersion);
+    m_blkSize = head.BlkSize;
+    m_blocks = disk_access::CredibleBlocks(head.BlkCount, geometry, m_deviceSize);
 }
 
 uint64_t Limits::Calls() const {

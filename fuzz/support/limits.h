@@ -11,7 +11,8 @@ namespace fuzzing {
 /// What one operation may cost on the partition of an input.
 class Limits {
 public:
-    explicit Limits(const PartitionInput& input);
+    /// @param device on which the input lies
+    Limits(const PartitionInput& input, const MemoryDevice& device);
 
     /// System calls. Each block of the ring is looked at in some walks, head and tails; those that can hold
     /// anything, with their index, in all; and whatever lies on the disk may be read some times.
