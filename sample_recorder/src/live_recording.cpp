@@ -47,19 +47,27 @@ void LiveRecording::WriteEventBefore(int64_t pts) {
     }
 }
 
+void LiveRecording::WriteNext() {
+    WriteEventBefore(m_next.pts);
+    m_recorder.Write(m_next);
+    ++m_frames;
+    Fetch();
+}
+
 bool LiveRecording::WriteDue(Clock::time_point now) {
     while (m_more && DueTime(m_next.pts) <= now) {
-        WriteEventBefore(m_next.pts);
-        m_recorder.Write(m_next);
-        ++m_frames;
-        Fetch();
+        WriteNext();
     }
     return m_more;
 }
 
 void LiveRecording::Run(const std::function<bool()>& stop) {
-    while (!stop() && WriteDue(Clock::now())) {
-        std::this_thread::sleep_for(kBreath);
+    while (m_more && !stop()) {
+        if (DueTime(m_next.pts) <= Clock::now()) {
+            WriteNext();
+        } else {
+            std::this_thread::sleep_for(kBreath);
+        }
     }
 }
 

@@ -101,7 +101,7 @@ TEST_F(SampleProgram, RecordsLiveUntilItsTimeIsOver) {
     const std::string disk = File("live.img");
     const ProgramResult result =
         RunSample({"live", disk, "--blocks", "4", "--block-size", "64KiB", "--channels", "2", "--speed",
-                   "2000", "--for", "0.5", "--events", "30"});
+                   "2000", "--for", "0.5", "--events", "1"});
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.out, "");
     const Json info = Show("info", disk);

@@ -30,7 +30,8 @@ public:
     /// @return false when the source has no more
     bool WriteDue(Clock::time_point now);
 
-    /// Goes on until the source has no more, or @p stop says so; it is asked a hundred times a second.
+    /// Goes on until the source has no more, or @p stop says so; it is asked before each frame, and a hundred
+    /// times a second while there is none to write.
     void Run(const std::function<bool()>& stop);
 
     uint64_t FramesWritten() const { return m_frames; }
@@ -39,6 +40,7 @@ private:
     bool Fetch();
     Clock::time_point DueTime(int64_t pts) const;
     void WriteEventBefore(int64_t pts);
+    void WriteNext();
 
     Recorder& m_recorder;
     FrameSource& m_source;
