@@ -8,14 +8,11 @@
 
 #include "disk_access.h"
 #include "support/findings.h"
+#include "support/fuzzer.h"
 #include "support/limits.h"
 #include "support/memory_device.h"
 #include "support/partition_input.h"
 #include "support/script.h"
-
-extern "C" __attribute__((visibility("default"))) int LLVMFuzzerInitialize(int* argc, char*** argv);
-extern "C" __attribute__((visibility("default"))) int LLVMFuzzerTestOneInput(const uint8_t* data,
-                                                                             size_t size);
 
 namespace fuzzing {
 
@@ -469,11 +466,6 @@ private:
 } // namespace
 
 } // namespace fuzzing
-
-int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    fuzzing::SilenceOutput();
-    return 0;
-}
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace fuzzing;

@@ -15,17 +15,10 @@
 #include <vector>
 
 #include "support/findings.h"
+#include "support/fuzzer.h"
 #include "support/memory_device.h"
 
 int RunSampleRecorder(int argc, char** argv);
-
-extern "C" {
-size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t maxSize);
-__attribute__((visibility("default"))) int LLVMFuzzerInitialize(int* argc, char*** argv);
-__attribute__((visibility("default"))) int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
-__attribute__((visibility("default"))) size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size,
-                                                                      size_t maxSize, unsigned int seed);
-}
 
 namespace fuzzing {
 
@@ -264,11 +257,6 @@ private:
 } // namespace
 
 } // namespace fuzzing
-
-int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    fuzzing::SilenceOutput();
-    return 0;
-}
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace fuzzing;

@@ -75,12 +75,6 @@ void RequireAddressable(const void* data, size_t size) {
 #endif
 }
 
-void SilenceOutput() {
-    if (std::freopen("/dev/null", "w", stdout) == nullptr) {
-        std::abort();
-    }
-}
-
 } // namespace fuzzing
 
 // The linker's --wrap options send allocations and messages here.

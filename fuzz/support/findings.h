@@ -51,9 +51,6 @@ public:
 /// Requires that @p size bytes at @p data belong to the caller, to read and write.
 void RequireAddressable(const void* data, size_t size);
 
-/// Throws standard output away: the library's messages go there.
-void SilenceOutput();
-
 } // namespace fuzzing
 
 #endif // FUZZ_SUPPORT_FINDINGS_H

@@ -6,19 +6,10 @@
 #include <random>
 
 #include "format/block_geometry.h"
+#include "support/fuzzer.h"
 #include "support/partition_input.h"
 #include "support/sample_inputs.h"
 #include "support/script.h"
-
-extern "C" {
-size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t maxSize);
-__attribute__((visibility("default"))) size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size,
-                                                                      size_t maxSize, unsigned int seed);
-__attribute__((visibility("default"))) size_t LLVMFuzzerCustomCrossOver(const uint8_t* data1, size_t size1,
-                                                                        const uint8_t* data2, size_t size2,
-                                                                        uint8_t* out, size_t maxOutSize,
-                                                                        unsigned int seed);
-}
 
 namespace fuzzing {
 

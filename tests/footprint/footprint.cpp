@@ -5,9 +5,9 @@
 #include <stdexcept>
 
 #include "disk_access.h"
-#include "footprint/heap.h"
 #include "sample_recorder/generated_source.h"
 #include "sample_recorder/recorder.h"
+#include "support/allocations.h"
 #include "support/temp_dir.h"
 
 namespace test_support {

@@ -1,5 +1,7 @@
 #include "support/allocations.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <new>
 #include <stdexcept>
@@ -9,6 +11,7 @@ namespace test_support {
 namespace {
 
 AllocationFaults* g_faults = nullptr;
+HeapWatch* g_heap = nullptr;
 long g_held = 0;
 
 bool Fails(size_t size) {
@@ -16,12 +19,32 @@ bool Fails(size_t size) {
 }
 
 void* Counted(void* memory) {
-    g_held += memory != nullptr ? 1 : 0;
+    if (memory != nullptr) {
+        ++g_held;
+        if (g_heap != nullptr) {
+            g_heap->Add(malloc_usable_size(memory));
+        }
+    }
     return memory;
 }
 
 void* Released(void* memory) {
-    g_held -= memory != nullptr ? 1 : 0;
+    if (memory != nullptr) {
+        --g_held;
+        if (g_heap != nullptr) {
+            g_heap->Drop(malloc_usable_size(memory));
+        }
+    }
+    return memory;
+}
+
+/// Counts memory that took the place of @p before bytes. Both may be there for a moment: the peak counts them
+/// together.
+void* Resized(size_t before, void* memory) {
+    if (memory != nullptr && g_heap != nullptr) {
+        g_heap->Add(malloc_usable_size(memory));
+        g_heap->Drop(before);
+    }
     return memory;
 }
 
@@ -48,11 +71,28 @@ bool AllocationFaults::Note(size_t size) {
     return index == m_first || (m_forever && index > m_first);
 }
 
+HeapWatch::HeapWatch() {
+    if (g_heap != nullptr) {
+        throw std::logic_error("the heap is being watched already");
+    }
+    g_heap = this;
+}
+
+HeapWatch::~HeapWatch() {
+    g_heap = nullptr;
+}
+
+void HeapWatch::Add(size_t size) {
+    m_held += size;
+    m_peak = std::max(m_peak, m_held);
+}
+
 } // namespace test_support
 
 using test_support::Counted;
 using test_support::Fails;
 using test_support::Released;
+using test_support::Resized;
 
 // The names that the linker's --wrap gives to a function and to the one it stands in for. The operators bear
 // their mangled names, which differ with the width of size_t.
@@ -89,8 +129,11 @@ void* __wrap_realloc(void* memory, size_t size) {
     if (Fails(size)) {
         return nullptr;
     }
-    void* const moved = __real_realloc(memory, size);
-    return memory == nullptr ? Counted(moved) : moved;
+    if (memory == nullptr) {
+        return Counted(__real_realloc(memory, size));
+    }
+    const size_t before = malloc_usable_size(memory);
+    return Resized(before, __real_realloc(memory, size));
 }
 
 void __wrap_free(void* memory) {

@@ -2,7 +2,7 @@
 #define TESTS_SUPPORT_ALLOCATIONS_H
 
 /// @file allocations.h
-/// Makes allocations fail, and counts those that were not released. For a test program that links the library's
+/// Makes allocations fail, counts those that were not released, and tells how much heap is in use. For a test program that links the library's
 /// objects with the linker's --wrap options, which send their malloc, calloc, realloc, new, free and delete here.
 
 #include <cstddef>
@@ -38,6 +38,28 @@ private:
 /// Allocations made less those released. What is made by the test program's own code but released elsewhere, or
 /// the other way round, is miscounted: compare two of these around code that only calls the library.
 long AllocationsHeld();
+
+/// Watches the heap while it lives; only one at a time. What was allocated before counts nothing, and must not be
+/// freed meanwhile.
+class HeapWatch {
+public:
+    HeapWatch();
+    ~HeapWatch();
+    HeapWatch(const HeapWatch&) = delete;
+    HeapWatch& operator=(const HeapWatch&) = delete;
+
+    /// Bytes in use, as the allocator hands them out: more than was asked for.
+    size_t Held() const { return m_held; }
+    /// The most that was ever in use.
+    size_t Peak() const { return m_peak; }
+
+    void Add(size_t size);
+    void Drop(size_t size) { m_held -= size; }
+
+private:
+    size_t m_held = 0;
+    size_t m_peak = 0;
+};
 
 } // namespace test_support
 
