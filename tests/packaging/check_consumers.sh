@@ -21,7 +21,8 @@ check_consumers() {
 }
 
 consumers_by_cmake() {
-  cmake -S "$consumer" -B "$1/cmake" -DCMAKE_CXX_COMPILER="$2" -DWITH_AES="$3" >"$1/log" || { cat "$1/log"; return 1; }
+  cmake -S "$consumer" -B "$1/cmake" -G Ninja -DCMAKE_CXX_COMPILER="$2" -DWITH_AES="$3" >"$1/log" ||
+    { cat "$1/log"; return 1; }
   cmake --build "$1/cmake" >"$1/log" || { cat "$1/log"; return 1; }
 }
 

@@ -20,9 +20,15 @@ as_root() {
   if [ "$(id -u)" = 0 ]; then "$@"; else sudo -n "$@"; fi
 }
 
-# Everything in the system that bears our name.
+# Everything in the system that bears our name. Only root sees all of it, and other programs' files may go meanwhile.
 our_files() {
-  find /etc /opt /usr /var/cache /var/lib -xdev \( -iname '*diskaccess*' -o -name disk_access \) 2>/dev/null | sort
+  { as_root find /etc /opt /usr /var/cache /var/lib -xdev \( -iname '*diskaccess*' -o -name disk_access \) 2>/dev/null ||
+    true; } | sort
+}
+
+# Those of the packages that are installed, or removed with something left; dpkg-query fails for names it never met.
+our_packages() {
+  dpkg-query -W -f '${db:Status-Status} ${Package}\n' "${packages[@]}" 2>/dev/null | grep -v '^not-installed ' || true
 }
 
 apt() {
@@ -34,7 +40,7 @@ as_root true 2>/dev/null || skip "neither root nor sudo"
 for tool in dpkg-buildpackage dh lintian; do
   command -v "$tool" >/dev/null || skip "no $tool"
 done
-if dpkg-query -W "${packages[@]}" >/dev/null 2>&1 || [ -n "$(our_files)" ]; then
+if [ -n "$(our_packages)" ] || [ -n "$(our_files)" ]; then
   skip "the packages, or other files of these names, are here already: $(our_files | head -n 1)"
 fi
 
@@ -70,4 +76,5 @@ apt remove --yes "${packages[@]}"
 trap 'rm -rf "$scratch"' EXIT
 left=$(our_files)
 [ -z "$left" ] || { echo "left behind: $left" >&2; exit 1; }
-if dpkg-query -W "${packages[@]}" 2>/dev/null; then exit 1; fi
+left=$(our_packages)
+[ -z "$left" ] || { echo "packages left behind: $left" >&2; exit 1; }
