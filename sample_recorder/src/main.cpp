@@ -3,9 +3,12 @@
 #include <CLI/CLI.hpp>
 
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <system_error>
 
 #include "completion/completion.h"
 #include "sample_recorder/generated_source.h"
@@ -21,6 +24,9 @@ using namespace sample_recorder;
 
 constexpr int kFailed = 1;
 constexpr int kWrongUse = 2;
+
+/// The last second that the recorder's clock can tell.
+constexpr uint32_t kLastSecond = 0xFFFFFFFF;
 
 struct Options {
     std::string output;
@@ -78,6 +84,9 @@ void EndRecording(Recorder& recorder, const Options& options) {
 }
 
 void Generate(const Options& options) {
+    if (options.seconds > kLastSecond - options.start) {
+        throw Error("--start and --seconds: a recording must end by 2106-02-07T06:28:15Z");
+    }
     PartitionImage image = PartitionImage::Create(options.output, FormatOf(options));
     RecorderSettings settings;
     MergedSource frames = OpenCameras(options, options.seconds, settings);
@@ -87,6 +96,20 @@ void Generate(const Options& options) {
         recorder.Write(frame);
     }
     EndRecording(recorder, options);
+}
+
+/// Runs what makes a partition, and leaves none behind that is not whole.
+void MakeWhole(const Options& options, void (*make)(const Options&)) {
+    const bool existed = std::filesystem::exists(options.output); // and is then nobody's to remove
+    try {
+        make(options);
+    } catch (...) {
+        std::error_code ignored;
+        if (!existed) {
+            std::filesystem::remove(options.output, ignored);
+        }
+        throw;
+    }
 }
 
 volatile std::sig_atomic_t g_interrupted = 0;
@@ -102,7 +125,7 @@ void RecordLive(const Options& options) {
     std::signal(SIGTERM, Interrupt);
     PartitionImage image = PartitionImage::Create(options.output, FormatOf(options));
     RecorderSettings settings;
-    MergedSource frames = OpenCameras(options, 0xFFFFFFFF - options.start, settings);
+    MergedSource frames = OpenCameras(options, kLastSecond - options.start, settings);
     Recorder recorder(image, settings);
     LiveRecording live(recorder, frames, options.speed);
     live.RepeatEvents(options.eventPeriod, 0);
@@ -120,6 +143,11 @@ void MakeRing(const Options& options) {
     ring.firstTime = options.start;
     ring.channels = options.channels;
     WriteIndexedRing(image, ring);
+}
+
+/// Ranges let through what is no number.
+std::string CheckNumber(const std::string& text) {
+    return std::isnan(std::strtod(text.c_str(), nullptr)) ? text + " is no number" : std::string();
 }
 
 void AddGeometry(CLI::App& command, Options& options) {
@@ -140,7 +168,8 @@ void AddGeometry(CLI::App& command, Options& options) {
         ->capture_default_str()
         ->check(CLI::Range(1, 32));
     command.add_option("--start", options.start, "First second of the recording, seconds since 1970")
-        ->capture_default_str();
+        ->capture_default_str()
+        ->check(CLI::Range(0u, 4000000000u));
 }
 
 int RunProgram(int argc, char** argv) {
@@ -157,14 +186,14 @@ int RunProgram(int argc, char** argv) {
         ->required();
     record->add_option("--media", options.media, "Where the scenario's files lie (default: beside it)")
         ->type_name("FILE");
-    record->callback([&] { Record(options); });
+    record->callback([&] { MakeWhole(options, Record); });
 
     CLI::App* const generate = app.add_subcommand("generate", "Record frames made from a seed");
     AddGeometry(*generate, options);
     generate->add_option("--seed", options.seed, "Seed of the frames")->capture_default_str();
     generate->add_option("--seconds", options.seconds, "Length of the recording")->capture_default_str();
     generate->add_flag("--cut-power", options.cutPower, "Leave the last block as a power failure would");
-    generate->callback([&] { Generate(options); });
+    generate->callback([&] { MakeWhole(options, Generate); });
 
     CLI::App* const live = app.add_subcommand(
         "live", "Record frames made from a seed as time goes by, for readers that look on meanwhile");
@@ -172,10 +201,12 @@ int RunProgram(int argc, char** argv) {
     live->add_option("--seed", options.seed, "Seed of the frames")->capture_default_str();
     live->add_option("--speed", options.speed, "Recorded seconds a second")
         ->capture_default_str()
+        ->check(CheckNumber)
         ->check(CLI::Range(0.01, 100000.0));
     live->add_option("--for", options.realSeconds, "Seconds until it stops by itself; 0: when interrupted")
         ->capture_default_str()
-        ->check(CLI::NonNegativeNumber);
+        ->check(CheckNumber)
+        ->check(CLI::Range(0.0, 1e9));
     live->add_option("--events", options.eventPeriod, "Recorded seconds from event to event; 0: none")
         ->capture_default_str();
     live->add_flag("--cut-power", options.cutPower, "Leave the last block as a power failure would");
@@ -188,7 +219,7 @@ int RunProgram(int argc, char** argv) {
 
     CLI::App* const ring = app.add_subcommand("ring", "Make a full, wrapped ring of indexes without frames");
     AddGeometry(*ring, options);
-    ring->callback([&] { MakeRing(options); });
+    ring->callback([&] { MakeWhole(options, MakeRing); });
 
     completion::AddCommand(app);
     try {

@@ -16,11 +16,26 @@ namespace sample_recorder {
 
 namespace {
 
-constexpr uint32_t kFirstTableOffset = 0x1000;
-
-constexpr uint32_t RoundUpToPage(uint32_t bytes) {
-    return (bytes + 0xFFF) & ~0xFFFu;
+constexpr uint64_t RoundUpToPage(uint64_t bytes) {
+    return (bytes + 0xFFF) & ~uint64_t{0xFFF};
 }
+
+/// Where the bad-block tables and their backups lie on the device.
+struct Tables {
+    uint64_t bits;
+    uint64_t counters;
+    uint64_t bitsBackup;
+    uint64_t countersBackup;
+    uint64_t end;
+
+    static Tables Of(uint32_t blockCount) {
+        const uint64_t bits = RoundUpToPage(disk_access::BadBlockTabSize(blockCount));
+        const uint64_t counters = RoundUpToPage(blockCount);
+        const uint64_t first = 0x1000; // behind the partition head
+        const uint64_t both = bits + counters;
+        return {first, first + bits, first + both, first + both + bits, first + 2 * both};
+    }
+};
 
 disk_access::BlockGeometry GeometryOf(const PartHead_t& head) {
     return disk_access::BlockGeometry::Of(head.BlkSize, head.FmtVersion);
@@ -95,6 +110,9 @@ PartitionImage PartitionImage::Create(const std::string& path, const Format& for
         !disk_access::BlockGeometry::Of(format.blockSize, format.fmtVersion).HoldsBlock()) {
         throw Error("a partition needs at least one block, and blocks that hold their own head and index");
     }
+    if (Tables::Of(format.blockCount).end > BLOCK_BASE_OFFSET) {
+        throw Error(path + ": the tables of so many blocks do not fit before block 0; make fewer blocks");
+    }
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0) {
         throw Error(path + ": cannot be made: " + std::strerror(errno) +
@@ -119,19 +137,15 @@ PartitionImage::~PartitionImage() {
 }
 
 void PartitionImage::FormatPartition(const Format& format) {
-    const uint32_t bits = RoundUpToPage(disk_access::BadBlockTabSize(format.blockCount));
-    const uint32_t counters = RoundUpToPage(format.blockCount);
+    const Tables tables = Tables::Of(format.blockCount);
     m_head.FormatFlag = disk_access::ExpectedMagic(format.diskType);
     m_head.FmtVersion = format.fmtVersion;
     m_head.BlkCount = format.blockCount;
     m_head.BlkSize = format.blockSize;
-    m_head.BBTabOffs = kFirstTableOffset;
-    m_head.BBCounterOffs = m_head.BBTabOffs + bits;
-    m_head.BBTabBakOffs = m_head.BBCounterOffs + counters;
-    m_head.BBCounterBakOffs = m_head.BBTabBakOffs + bits;
-    if (uint64_t{m_head.BBCounterBakOffs} + counters > BLOCK_BASE_OFFSET) {
-        throw Error(m_path + ": the tables of so many blocks do not fit before block 0; make fewer blocks");
-    }
+    m_head.BBTabOffs = static_cast<uint32_t>(tables.bits);
+    m_head.BBCounterOffs = static_cast<uint32_t>(tables.counters);
+    m_head.BBTabBakOffs = static_cast<uint32_t>(tables.bitsBackup);
+    m_head.BBCounterBakOffs = static_cast<uint32_t>(tables.countersBackup);
     m_head.Encrypt = format.encrypt;
     m_head.EncryptMap = format.encryptMap;
     CopyText(m_head.Description, format.description);
