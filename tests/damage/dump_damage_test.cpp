@@ -16,7 +16,7 @@ namespace {
 
 using namespace test_support;
 
-constexpr uint32_t kCasesAShard = 250;
+constexpr uint32_t kCasesAShard = 250 / SEEDED_DISKS_DIVISOR;
 constexpr uint32_t kShards = 8;
 /// The cases of searches and playback have the seeds below.
 constexpr uint32_t kFirstSeed = 0x200000;

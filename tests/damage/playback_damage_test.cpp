@@ -12,7 +12,7 @@ namespace {
 
 using namespace test_support;
 
-constexpr uint32_t kCasesAShard = 2500;
+constexpr uint32_t kCasesAShard = 2500 / SEEDED_DISKS_DIVISOR;
 constexpr uint32_t kShards = 8;
 /// The search's cases have the seeds below.
 constexpr uint32_t kFirstSeed = 0x100000;

@@ -9,7 +9,7 @@ namespace {
 
 using namespace test_support;
 
-constexpr uint32_t kCasesAShard = 2500;
+constexpr uint32_t kCasesAShard = 2500 / SEEDED_DISKS_DIVISOR;
 constexpr uint32_t kShards = 8;
 
 /// The most that one allocation may take: tables of a ring that ids can name, or what a block can hold.
