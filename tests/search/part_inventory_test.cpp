@@ -332,6 +332,21 @@ TEST_F(PartInventory, DateMapCountsWhatTheListHadBefore) {
     Quietly([&] { EXPECT_EQ(part->GetDateMap(&days), 2); });
 }
 
+TEST_F(PartInventory, DaysJoinWhatTheListHadBefore) {
+    MakeDisk();
+    OpenPart part(Disk());
+    DayList days;
+    for (const unsigned int held : {7u, DayEntry(1), 5 * kDay}) { // the second alone stands for a day
+        days.AddTail(held);
+    }
+    UnitTimeItem_t a = {3, kDay, 5 * kDay};
+    UnitTimeItem_t b = {4, 0, 10}; // time 0 is none, and the end lies on the same day
+    EXPECT_EQ(part->BinGetDataMap(&a, &b, &days), 4);
+    UnitTimeItem_t ends = {3, 1, 0xFFFFFFFF};
+    EXPECT_EQ(part->BinGetDataMap(&ends, &ends, &days), 6);
+    EXPECT_EQ(Elements(days), (std::vector<unsigned int>{7, 86401, 432000, 432001, 1, 4294944001u}));
+}
+
 TEST_F(PartInventory, HalvingBetweenTwoUnits) {
     MakeDisk();
     for (uint32_t block = 0; block < 8; ++block) {

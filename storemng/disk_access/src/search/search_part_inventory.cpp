@@ -3,6 +3,7 @@
 #include "search_part.h"
 
 #include <algorithm>
+#include <bitset>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
@@ -38,13 +39,79 @@ UnitTimeItem_t SpanInside(CSearchBlock& blocks, uint32_t unit, const BlockHead_t
                               : UnitTimeItem_t{unit, head.RecTime, head.RecTime};
 }
 
-/// Adds the day of a block's start, and that of its end if it is another.
-void AddSpan(CSearchPart& part, const UnitTimeItem_t& unit, CCommList<unsigned int>* list) {
-    part.AddDate2List(list, unit.startTime);
-    if (DayOf(unit.endTime) != DayOf(unit.startTime)) {
-        part.AddDate2List(list, unit.endTime);
-    }
+/// What a list of days holds for a day: its start, plus one second.
+constexpr uint32_t EntryOf(uint32_t day) {
+    return day * kSecondsPerDay + 1;
 }
+
+/// A list of days under way, and which days it holds: a forged disk may have tens of thousands, and as many blocks
+/// for each of which to ask.
+class DayList {
+public:
+    explicit DayList(CCommList<unsigned int>& list) : m_list(list) {
+        for (const auto* node = list.m_pHead; node != nullptr; node = node->pNext) {
+            if (node->data == EntryOf(DayOf(node->data))) { // a caller's list may hold anything
+                m_held.set(DayOf(node->data));
+            }
+        }
+    }
+
+    /// Adds the day of a block's start, and that of its end if it is another.
+    void Add(const UnitTimeItem_t& unit) {
+        AddDay(unit.startTime);
+        if (DayOf(unit.endTime) != DayOf(unit.startTime)) {
+            AddDay(unit.endTime);
+        }
+    }
+
+private:
+    void AddDay(uint32_t time) {
+        const uint32_t day = DayOf(time);
+        if (time != 0 && !m_held.test(day)) {
+            m_list.AddTail(EntryOf(day));
+            m_held.set(day);
+        }
+    }
+
+    CCommList<unsigned int>& m_list;
+    std::bitset<DayOf(UINT32_MAX) + 1> m_held;
+};
+
+/// Collects the days of arcs of the ring by halving them.
+class DayCollector {
+public:
+    DayCollector(CSearchPart& part, PartSearchState_t& state, CCommList<unsigned int>& list)
+        : m_part(part), m_state(state), m_days(list) {}
+
+    /// @param a, b blocks of the ring, a before b
+    void Collect(const UnitTimeItem_t& a, const UnitTimeItem_t& b) {
+        const Ring ring = m_state.TheRing();
+        if (a.unitId == b.unitId) {
+            m_days.Add(a);
+            return;
+        }
+        if (b.unitId == ring.Next(a.unitId) || DayOf(b.startTime) == DayOf(a.endTime)) {
+            m_days.Add(a);
+            m_days.Add(b);
+            return;
+        }
+        const uint32_t mid = ring.Middle(a.unitId, b.unitId);
+        uint32_t unit = 0;
+        BlockHead_t before = {};
+        if (m_part.GetPrevValidBlock(0, 0, mid, a.unitId, &unit, &before) == 0) {
+            Collect(a, SpanInside(*m_state.searchBlock, unit, before));
+        }
+        BlockHead_t behind = {};
+        if (m_part.GetNextValidBlock(0, 0, mid, b.unitId, &unit, &behind) == 0) {
+            Collect(SpanInside(*m_state.searchBlock, unit, behind), b);
+        }
+    }
+
+private:
+    CSearchPart& m_part;
+    PartSearchState_t& m_state;
+    DayList m_days;
+};
 
 /// A request for everything on the disk.
 constexpr SearchParam_t kEverything = {0, 0, 0xFFFFFFFF, kAllChannels};
@@ -138,7 +205,7 @@ int CSearchPart::AddDate2List(CCommList<unsigned int>* list, unsigned int t) {
     if (t == 0) {
         return 0;
     }
-    const unsigned int day = DayOf(t) * kSecondsPerDay + 1;
+    const unsigned int day = EntryOf(DayOf(t));
     for (const auto* node = list->m_pHead; node != nullptr; node = node->pNext) {
         if (node->data == day) {
             return 1;
@@ -168,28 +235,7 @@ int CSearchPart::BinGetDataMap(UnitTimeItem_t* a, UnitTimeItem_t* b, CCommList<u
     if (m_pState == nullptr || a->unitId >= m_pState->RingCount || b->unitId >= m_pState->RingCount) {
         return list->m_nCount;
     }
-    const Ring ring = m_pState->TheRing();
-    if (a->unitId == b->unitId) {
-        AddSpan(*this, *a, list);
-        return list->m_nCount;
-    }
-    if (b->unitId == ring.Next(a->unitId) || DayOf(b->startTime) == DayOf(a->endTime)) {
-        AddSpan(*this, *a, list);
-        AddSpan(*this, *b, list);
-        return list->m_nCount;
-    }
-    const uint32_t mid = ring.Middle(a->unitId, b->unitId);
-    uint32_t unit = 0;
-    BlockHead_t before = {};
-    if (GetPrevValidBlock(0, 0, mid, a->unitId, &unit, &before) == 0) {
-        UnitTimeItem_t end = SpanInside(*m_pState->searchBlock, unit, before);
-        BinGetDataMap(a, &end, list);
-    }
-    BlockHead_t behind = {};
-    if (GetNextValidBlock(0, 0, mid, b->unitId, &unit, &behind) == 0) {
-        UnitTimeItem_t start = SpanInside(*m_pState->searchBlock, unit, behind);
-        BinGetDataMap(&start, b, list);
-    }
+    DayCollector(*this, *m_pState, *list).Collect(*a, *b);
     return list->m_nCount;
 }
 
