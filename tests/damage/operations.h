@@ -46,9 +46,11 @@ public:
     Cost Space() const { return Searching(EndsCalls()); }
     Cost SearchMedia() const { return Searching(MediaCalls()); }
     Cost SearchEvent() const { return Searching(EventCalls()); }
-    /// @param events that are on the disk
-    Cost SearchAlarms(uint64_t events) const { return Searching(MediaCalls() + EventCalls() + 2 * events); }
-    /// @param records that are on the disk
+    /// @param events, records that are on the disk
+    Cost SearchAlarms(uint64_t events, uint64_t records) const {
+        const Cost cost = Searching(MediaCalls() + EventCalls() + 2 * events);
+        return {cost.calls, cost.bytes > 2 * records ? cost.bytes : 2 * records};
+    }
     Cost MixSearch(uint64_t events, uint64_t records) const {
         return Searching(MediaCalls() + EventCalls() + 2 * (events + records));
     }

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cstring>
+#include <random>
 
 #include "search/search_fixture.h"
 
@@ -314,6 +316,49 @@ TEST_F(Disk, WindowMeetsTheRecordsOfSeveralBlocks) {
     // 1885 to 2095: the end of one record, the beginning of the next.
     EXPECT_EQ(Media(0x1, 0, 9000), (Lines{"0/0/0 1885-1900 size 9000 alarm 1 flag 0",
                                           "1/0/0 2000-2095 size 9000 alarm 1 flag 0"}));
+}
+
+TEST_F(Disk, ManyWindowsMeetManyRecordsInTheirOrder) {
+    // Records that overlap each other and lie in no order, so that a window meets some here and some there.
+    std::mt19937 random(5);
+    const auto below = [&](uint32_t limit) { return static_cast<uint32_t>(random() % limit); };
+    MakeDisk(16);
+    for (uint32_t block = 0; block < 16; ++block) {
+        const uint32_t start = 1000 + block * 1000;
+        BlockContents contents = BlockContents::Closed(block + 1, start, start + 999);
+        contents.head.pre_RecTime = 10;
+        contents.head.AlmDelayTime = 30;
+        for (uint32_t i = 0; i < 40; ++i) {
+            const uint32_t begin = start + below(900);
+            contents.Segment(below(4), begin, begin + 1 + below(i % 8 == 0 ? 3000 : 60), 9000);
+        }
+        for (uint32_t time = start + 50; time < start + 950; time += 41 + below(200)) {
+            contents.Event(Pts(time), 1); // each has a window of its own
+        }
+        SearchFixture::Disk().WriteBlock(block, contents);
+    }
+    Open();
+    SearchParam_t plain = {0, 0, 20000, kAll};
+    SearchParam_t alarms = {1, 0, 20000, kAll};
+    RecordList records;
+    EventList events;
+    Quietly([&] {
+        EXPECT_GT(m_disk.SearchMedia(&plain, &records), 500);
+        EXPECT_GT(m_disk.SearchEvent(&alarms, &events), 80);
+    });
+    RecordList expected;
+    for (const EventItem_t& event : Elements(events)) {
+        for (RecordItem_t record : Elements(records)) {
+            record.startTime = std::max(record.startTime, event.time - 10);
+            record.endTime = std::min(record.endTime, event.time + 30);
+            record.alarmType = 1;
+            if (record.startTime < record.endTime && record.startTime + 1 < record.endTime) {
+                expected.AddTail(record);
+            }
+        }
+    }
+    EXPECT_GT(expected.m_nCount, 500);
+    EXPECT_EQ(Media(1, 0, 20000), Describe(expected));
 }
 
 TEST_F(Disk, PieceMustBeLongerThanOneSecond) {
