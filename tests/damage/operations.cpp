@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <set>
 
 #include "format/block_geometry.h"
 #include "search/search_fixture.h"
@@ -44,6 +45,14 @@ public:
 private:
     void* m_memory = nullptr;
 };
+
+/// Expects a search to return how many items it appended to a list.
+template <typename T, typename Search>
+void ExpectCounted(const CCommList<T>& list, Search search) {
+    const int before = list.m_nCount;
+    const int result = search();
+    EXPECT_EQ(result, list.m_nCount - before);
+}
 
 /// Throws a dump away.
 int Discard(void* /*ctx*/, const char* /*format*/, ...) {
@@ -125,28 +134,38 @@ void Operations::Search() {
     DiskSpaceInfo_t space = {};
     Bounded("Init", m_bounds.Open(), [&] { disk.Init(&m_access); });
     Bounded("SearchMedia", m_bounds.SearchMedia(),
-            [&] { EXPECT_EQ(disk.SearchMedia(&everything, &records), records.m_nCount); });
+            [&] { ExpectCounted(records, [&] { return disk.SearchMedia(&everything, &records); }); });
     m_found = Elements(records);
-    Bounded("SearchMedia of a channel", m_bounds.SearchMedia(), [&] { disk.SearchMedia(&channel, &others); });
+    Bounded("SearchMedia of a channel", m_bounds.SearchMedia(),
+            [&] { ExpectCounted(others, [&] { return disk.SearchMedia(&channel, &others); }); });
     Bounded("SearchEvent", m_bounds.SearchEvent(),
-            [&] { EXPECT_EQ(disk.SearchEvent(&alarms, &events), events.m_nCount); });
+            [&] { ExpectCounted(events, [&] { return disk.SearchEvent(&alarms, &events); }); });
     const auto eventCount = static_cast<uint64_t>(events.m_nCount);
-    Bounded("SearchMedia around alarms", m_bounds.SearchAlarms(eventCount),
-            [&] { disk.SearchMedia(&alarms, &others); });
+    Bounded("SearchMedia around alarms", m_bounds.SearchAlarms(eventCount, m_found.size()),
+            [&] { ExpectCounted(others, [&] { return disk.SearchMedia(&alarms, &others); }); });
     Bounded("MixSearch", m_bounds.MixSearch(eventCount, m_found.size()),
-            [&] { disk.MixSearch(&everything, &others); });
-    Bounded("GetUnitInfo", m_bounds.UnitList(), [&] { disk.GetUnitInfo(&units); });
-    Bounded("GetInvalidUnit", m_bounds.InvalidUnits(), [&] { disk.GetInvalidUnit(&units); });
-    Bounded("GetDateInfo", m_bounds.Days(), [&] { disk.GetDateInfo(&days); });
+            [&] { ExpectCounted(others, [&] { return disk.MixSearch(&everything, &others); }); });
+    Bounded("GetUnitInfo", m_bounds.UnitList(),
+            [&] { ExpectCounted(units, [&] { return disk.GetUnitInfo(&units); }); });
+    Bounded("GetInvalidUnit", m_bounds.InvalidUnits(),
+            [&] { ExpectCounted(units, [&] { return disk.GetInvalidUnit(&units); }); });
+    Bounded("GetDateInfo", m_bounds.Days(),
+            [&] { ExpectCounted(days, [&] { return disk.GetDateInfo(&days); }); });
     Bounded("GetSpaceInfo", m_bounds.Space(), [&] { disk.GetSpaceInfo(&space); });
     Bounded("GetLastRecBlockId", m_bounds.FindNewest(), [&] { disk.GetLastRecBlockId(); });
     for (const uint32_t unit : {0u, 3u, 0xFFFFu}) {
         Bounded("SearchUnitMedia", m_bounds.UnitMedia(),
-                [&] { disk.SearchUnitMedia(unit, &others, &events); });
+                [&] { ExpectCounted(others, [&] { return disk.SearchUnitMedia(unit, &others, &events); }); });
         Bounded("GetBlockRecMap", m_bounds.BlockLook(), [&] { disk.GetBlockRecMap(unit, 0); });
     }
     for (const RecordItem_t& record : m_found) {
         EXPECT_LT(record.chn, 32u);
+        EXPECT_TRUE(record.flag == 1 || record.startTime + 1 < record.endTime) << record.recId;
+    }
+    const std::vector<unsigned int> listed = Elements(days);
+    EXPECT_EQ(std::set<unsigned int>(listed.begin(), listed.end()).size(), listed.size());
+    for (const unsigned int day : listed) {
+        EXPECT_EQ(day % 86400, 1u);
     }
     unsigned char password[] = "guess";
     disk.CheckEncryptInfo(password);
