@@ -197,6 +197,32 @@ TEST_F(BlockIndex, EventCountIsTakenOverWithoutTheTable) {
     EXPECT_EQ(blocks.Index(), kEvents);
 }
 
+TEST_F(BlockIndex, MediaListsGiveNoMoreEventsThanAreHeld) {
+    MakeDisk();
+    WriteFullBlock(1);
+    BlockContents many = BlockContents::Closed(5, 2000, 2900).Channels(1);
+    for (int i = 0; i < 100; ++i) {
+        many.Event(2100000000 + i, 1);
+    }
+    Disk().WriteBlock(2, many);
+    OpenBlocks blocks(Disk());
+    EXPECT_EQ(blocks->ReadBlockIndexList(1, 3), 1);
+    EXPECT_EQ(blocks->ReadBlockIndexList(2, 1), 1); // counts a hundred events, and loads none
+    RecordList records;
+    EventList ofAll;
+    EventList ofOne;
+    EXPECT_EQ(blocks->GetAllChnMediaList(2, 0, 0x7FFFFFFF, 0, 0, 0, &records, &ofAll), 0);
+    EXPECT_EQ(blocks->GetSigleChnMediaList(2, 0, 0x7FFFFFFF, 0, 0, 0, 0, &records, &ofOne), 0);
+    EXPECT_EQ(ofAll.m_nCount, 2);
+    EXPECT_EQ(ofOne.m_nCount, 2);
+    // Of a block of which nothing was ever loaded there is no table at all.
+    OpenBlocks fresh(Disk());
+    EventList none;
+    EXPECT_EQ(fresh->ReadBlockIndexList(2, 1), 1);
+    EXPECT_EQ(fresh->GetAllChnMediaList(2, 0, 0x7FFFFFFF, 0, 0, 0, &records, &none), 0);
+    EXPECT_EQ(none.m_nCount, 0);
+}
+
 TEST_F(BlockIndex, FewerEventsOfThisBlockHideSomeOfTheOthers) {
     MakeDisk();
     WriteFullBlock(1);
@@ -244,6 +270,13 @@ TEST_F(BlockIndex, TableWhoseReadFailedHoldsNothing) {
     EXPECT_EQ(PrintedWithoutLines([&] { EXPECT_EQ(blocks->ReadBlockIndexList(1, 1), -1); }),
               "ReadBlockIndexList : #, Failed\n");
     EXPECT_EQ(blocks.Index(), "RecSeg[0][0]  1000, 1900, 0, 9000\n");
+    // A frame that is added begins a segment: there is no last one to go on with.
+    FrameInfo_t info = {};
+    info.pts = 1150000000;
+    info.chn = 3;
+    info.len = 100;
+    EXPECT_EQ(blocks->RefreshRecSegInfo(&info, 4000, nullptr), 0);
+    EXPECT_EQ(blocks.Index(), "RecSeg[0][0]  1000, 1900, 0, 9000\nRecSeg[3][0]  1150, 1150, 4000, 4120\n");
 }
 
 TEST_F(BlockIndex, IFrameTableWhoseReadFailedHoldsNothing) {

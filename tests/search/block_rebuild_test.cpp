@@ -128,6 +128,15 @@ TEST_F(IndexRebuild, SecondsAreUnsigned) {
     EXPECT_EQ(Rebuilt(), "RecSeg[0][0]  -2147483632, -2147483632, 0, 96\n");
 }
 
+TEST_F(IndexRebuild, PauseOfHalfOfAllTimeIsAPause) {
+    // The difference of these seconds is the 32-bit number that has no absolute value.
+    MakeOpenBlock(0, 10);
+    Put(0, 0, 10);
+    Put(0, 0, 0x8000000A);
+    EXPECT_EQ(Rebuilt(), "RecSeg[0][0]  10, 10, 0, 96\n"
+                         "RecSeg[0][1]  -2147483638, -2147483638, 100, 196\n");
+}
+
 TEST_F(IndexRebuild, FramesOfNoChannelAddNothing) {
     MakeOpenBlock();
     Put(1, 32, 1000);
