@@ -13,8 +13,8 @@ constexpr auto kBreath = std::chrono::milliseconds(10);
 
 } // namespace
 
-LiveRecording::LiveRecording(Recorder& recorder, FrameSource& source, double speed)
-    : m_recorder(recorder), m_source(source), m_speed(speed), m_begin(Clock::now()) {
+LiveRecording::LiveRecording(Recorder& recorder, FrameSource& source, double speed, Clock::time_point begin)
+    : m_recorder(recorder), m_source(source), m_speed(speed), m_begin(begin) {
     if (!(speed > 0)) {
         throw Error("a live recording needs a speed above 0");
     }

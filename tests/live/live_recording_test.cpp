@@ -36,16 +36,18 @@ protected:
 };
 
 TEST_F(LiveRecordingTest, WritesWhatIsDueAndNoMore) {
-    LiveRecording live(m_recorder, m_source, 1);
-    const auto begin = LiveRecording::Clock::now(); // at most a moment later than the recording's own
+    const LiveRecording::Clock::time_point begin;
+    LiveRecording live(m_recorder, m_source, 10, begin);
+    EXPECT_TRUE(live.WriteDue(begin - milliseconds(1)));
+    EXPECT_EQ(live.FramesWritten(), 0u);
     EXPECT_TRUE(live.WriteDue(begin));
     EXPECT_EQ(live.FramesWritten(), 1u);
-    // A recorder's own pace, which leaves a busy machine's test most of a second: five seconds make five frames more.
-    EXPECT_TRUE(live.WriteDue(begin + milliseconds(5010)));
+    // Ten recorded seconds a second: half a second more makes five frames more.
+    EXPECT_TRUE(live.WriteDue(begin + milliseconds(500)));
     EXPECT_EQ(live.FramesWritten(), 6u);
-    EXPECT_TRUE(live.WriteDue(begin + milliseconds(5010)));
+    EXPECT_TRUE(live.WriteDue(begin + milliseconds(599)));
     EXPECT_EQ(live.FramesWritten(), 6u);
-    EXPECT_FALSE(live.WriteDue(begin + seconds(100)));
+    EXPECT_FALSE(live.WriteDue(begin + seconds(10)));
     EXPECT_EQ(live.FramesWritten(), 30u);
 }
 

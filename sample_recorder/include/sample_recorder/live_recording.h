@@ -19,9 +19,11 @@ class LiveRecording {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// @param source frames in the order of their time stamps; the first is due at once
+    /// @param source frames in the order of their time stamps
     /// @param speed  recorded seconds a second of real time, above 0
-    LiveRecording(Recorder& recorder, FrameSource& source, double speed);
+    /// @param begin  when the first frame is due
+    LiveRecording(Recorder& recorder, FrameSource& source, double speed,
+                  Clock::time_point begin = Clock::now());
 
     /// Also writes an event every so many recorded seconds, of the types of the low eight bits in turn.
     void RepeatEvents(uint32_t seconds, uint32_t channel);
