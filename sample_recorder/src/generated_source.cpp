@@ -6,8 +6,6 @@ namespace sample_recorder {
 
 namespace {
 
-constexpr int64_t kMicrosPerSecond = 1000000;
-
 /// A number from a frame's own seed. (The standard distributions differ from library to library.)
 uint32_t Below(std::mt19937& random, uint32_t limit) {
     return limit == 0 ? 0 : static_cast<uint32_t>(random() % limit);

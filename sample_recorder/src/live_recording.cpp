@@ -8,7 +8,6 @@ namespace sample_recorder {
 
 namespace {
 
-constexpr int64_t kMicrosPerSecond = 1000000;
 constexpr auto kBreath = std::chrono::milliseconds(10);
 
 } // namespace

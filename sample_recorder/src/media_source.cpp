@@ -14,8 +14,6 @@ namespace sample_recorder {
 
 namespace {
 
-constexpr int64_t kMicrosPerSecond = 1000000;
-
 struct CloseInput {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };

@@ -10,6 +10,9 @@
 
 namespace sample_recorder {
 
+/// Time stamps are in microseconds.
+constexpr int64_t kMicrosPerSecond = 1000000;
+
 /// Frame types on the disk.
 enum FrameType : uint32_t {
     kVideoP = 0, ///< video that needs earlier frames
