@@ -1,8 +1,8 @@
-# Every field and every cut, and the bounds that hold on any disk. Emulated machines, and builds that are not optimised,
-# take every so manyth case.
+# Every field and every cut, and the bounds that hold on any disk. Emulated machines, builds that are not optimised, and
+# the sanitizers of i386 take every so manyth case.
 if(CMAKE_CROSSCOMPILING_EMULATOR)
   set(damage_stride 97)
-elseif(DISKACCESS_COVERAGE OR NOT CMAKE_BUILD_TYPE MATCHES "^Rel")
+elseif(DISKACCESS_COVERAGE OR NOT CMAKE_BUILD_TYPE MATCHES "^Rel" OR (CMAKE_CROSSCOMPILING AND DISKACCESS_SANITIZE))
   set(damage_stride 3)
 else()
   set(damage_stride 1)
