@@ -137,8 +137,12 @@ void RecordLive(const Options& options) {
 }
 
 void MakeRing(const Options& options) {
-    PartitionImage image = PartitionImage::Create(options.output, FormatOf(options));
     IndexedRing ring;
+    if (options.blocks > (kLastSecond - options.start) / ring.secondsPerBlock) {
+        throw Error("--start and --blocks: a ring must end by 2106-02-07T06:28:15Z; each block holds " +
+                    std::to_string(ring.secondsPerBlock) + " seconds");
+    }
+    PartitionImage image = PartitionImage::Create(options.output, FormatOf(options));
     ring.newest = static_cast<uint32_t>(options.blocks / 3);
     ring.firstTime = options.start;
     ring.channels = options.channels;

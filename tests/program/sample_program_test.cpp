@@ -135,12 +135,16 @@ TEST_F(SampleProgram, OverwritesNothing) {
 
 TEST_F(SampleProgram, LeavesNothingThatIsNotWhole) {
     const std::string disk = File("made");
-    EXPECT_EQ(Refused({"ring", disk, "--blocks", "4194304", "--block-size", "8KiB"}),
+    EXPECT_EQ(Refused({"ring", disk, "--start", "0", "--blocks", "4194304", "--block-size", "8KiB"}),
               "diskaccess-sample: " + disk +
                   ": the tables of so many blocks do not fit before block 0; make fewer blocks\n");
     EXPECT_FALSE(std::filesystem::exists(disk));
     EXPECT_EQ(Refused({"generate", disk, "--start", "4000000000", "--seconds", "294967296"}),
               "diskaccess-sample: --start and --seconds: a recording must end by 2106-02-07T06:28:15Z\n");
+    EXPECT_FALSE(std::filesystem::exists(disk));
+    EXPECT_EQ(Refused({"ring", disk, "--start", "4000000000", "--blocks", "1000000"}),
+              "diskaccess-sample: --start and --blocks: a ring must end by 2106-02-07T06:28:15Z; each block "
+              "holds 300 seconds\n");
     EXPECT_FALSE(std::filesystem::exists(disk));
     const ProgramResult made = Record([](Json& scenario) { scenario["bad_blocks"] = {9}; });
     EXPECT_EQ(made.exitCode, 1);
