@@ -86,7 +86,7 @@ public:
             if (Machine::The().Calls() > kEnoughCalls) {
                 break;
             }
-            Machine::The().LimitCalls(m_limits.Calls());
+            Machine::The().LimitCalls(EitherDisksCalls());
             OperateOnce();
         }
         Machine::The().LimitCalls(2000);
@@ -112,6 +112,9 @@ private:
         m_largestBlock = size;
         m_secondLimits = Limits(other, Machine::The().Device(1)).Calls();
     }
+
+    /// The calls that an operation may make, whichever of the disks its object was opened on.
+    uint64_t EitherDisksCalls() const { return std::max(m_limits.Calls(), m_secondLimits); }
 
     /// Finds records as a caller would, to play them.
     void Search() {
@@ -232,7 +235,7 @@ private:
         const DiskRead reads[] = {&CReadDisk::ReadFrame, &CReadDisk::ReadFrame, &CReadDisk::ReadUnitFrame,
                                   &CReadDisk::ReadNextIFrame};
         const DiskRead read = reads[m_script.Below(4)];
-        Machine::The().LimitCalls(std::max(m_limits.Calls(), m_secondLimits) * 2);
+        Machine::The().LimitCalls(EitherDisksCalls() * 2);
         size_t frames = 0;
         while (ReadWith(read, reader) == 0) {
             Require(++frames <= m_input.Weight(), "a reader delivers more frames than the disk holds");
@@ -417,7 +420,7 @@ private:
         const BlockRead reads[] = {&CReadBlock::ReadFrame, &CReadBlock::ReadBlockFrame,
                                    &CReadBlock::ReadNextIFrame};
         const BlockRead read = reads[m_script.Below(3)];
-        Machine::The().LimitCalls(m_limits.Calls() * 2);
+        Machine::The().LimitCalls(EitherDisksCalls() * 2);
         size_t frames = 0;
         while (ReadWith(read) == 0 && read != &CReadBlock::ReadNextIFrame) {
             Require(++frames <= m_input.Weight(), "a block delivers more frames than the disk holds");
