@@ -1,6 +1,7 @@
 # shellcheck shell=bash disable=SC2034
-# Sourced by the other scripts: install_needed PACKAGE... installs those of Debian's packages that are missing, and
-# says so. Needs root or sudo, and only if something is missing.
+# Sourced by the other scripts, from the project's directory: install_needed PACKAGE... installs those of Debian's
+# packages that are missing, and says so. Needs root or sudo, and only if something is missing. Answers --help with
+# what stands at the head of the script.
 
 # What building the library and the programs takes.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config
@@ -24,6 +25,16 @@ PACKAGING_TEST_PACKAGES=(abigail-tools lintian)
 COVERAGE_PACKAGES=(gcovr)
 BENCH_PACKAGES=(libbenchmark-dev libgtest-dev ffmpeg)
 
+print_help() {
+  sed -n '2,/^set/{/^set/d;s/^# \{0,1\}//;p}' "scripts/${0##*/}"
+}
+
+# usage: ends a script that was called in a wrong way.
+usage() {
+  print_help >&2
+  exit 2
+}
+
 as_root() {
   if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
 }
@@ -44,3 +55,7 @@ install_needed() {
   as_root apt-get update -qq
   as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
+
+case " $* " in
+  *" --help "*) print_help; exit ;;
+esac

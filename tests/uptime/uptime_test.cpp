@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <stdexcept>
 
 #include "sample_recorder/generated_source.h"
 #include "sample_recorder/recorder.h"
@@ -23,7 +24,11 @@ constexpr size_t kSlackARound = 8;
 
 long Rounds() {
     const char* const setting = std::getenv("DISKACCESS_UPTIME_ROUNDS");
-    return setting == nullptr ? UPTIME_ROUNDS : std::strtol(setting, nullptr, 10);
+    const long rounds = setting == nullptr ? UPTIME_ROUNDS : std::strtol(setting, nullptr, 10);
+    if (rounds < 1) {
+        throw std::invalid_argument("DISKACCESS_UPTIME_ROUNDS must be a number of rounds, 1 or more");
+    }
+    return rounds;
 }
 
 class Uptime : public SearchFixture {
