@@ -1,7 +1,7 @@
 #include "sample_recorder/scenario.h"
 
+#include <algorithm>
 #include <ctime>
-#include <deque>
 #include <fstream>
 #include <limits>
 #include <map>
@@ -85,6 +85,15 @@ public:
             }
         }
         return numbers;
+    }
+
+    /// A text that the disk has @p room bytes for.
+    std::string GetText(const std::string& key, const std::string& otherwise, size_t room) {
+        std::string text = Get(key, otherwise);
+        if (text.size() > room) {
+            throw Error(m_name + ": '" + key + "' must be at most " + std::to_string(room) + " bytes");
+        }
+        return text;
     }
 
     /// A time like "2026-11-18T07:58:00Z".
@@ -197,11 +206,11 @@ Format ReadFormat(Section section) {
         throw Error("partition: 'layout' must be normal or extended");
     }
     format.fmtVersion = layout == "extended" ? 1 : 0;
-    format.description = section.Get("description", format.description);
+    format.description = section.GetText("description", format.description, sizeof PartHead_t::Description);
     Section lock = section.Child("lock");
     format.encrypt = lock.Get("mode", 0u);
     format.encryptMap = lock.Get("channels", 0u);
-    format.password = lock.Get<std::string>("password", "");
+    format.password = lock.GetText("password", "", sizeof PartHead_t::CipherCode - 1); // readers end it
     lock.Done();
     section.Done();
     return format;
@@ -230,6 +239,14 @@ struct Journey {
     RecordingSpan span;
     std::string end; ///< power_off, power_cut or power_cut_after_index
     std::vector<ClipPlan> clips;
+    std::vector<EventPlan> events; ///< in order of time
+};
+
+struct FieldOverride {
+    uint32_t block = 0;
+    std::string structure;
+    std::string field;
+    uint32_t value = 0;
 };
 
 struct Plan {
@@ -239,8 +256,27 @@ struct Plan {
     std::vector<std::pair<uint32_t, uint8_t>> suspectBlocks;
     std::map<uint32_t, Camera> cameras;
     std::vector<Journey> journeys;
-    std::deque<EventPlan> events;
+    std::vector<FieldOverride> overrides;
 };
+
+void CheckBlock(const Plan& plan, uint32_t block) {
+    if (block >= plan.format.blockCount) {
+        throw Error("there is no block " + std::to_string(block) + " in a ring of " +
+                    std::to_string(plan.format.blockCount));
+    }
+}
+
+void ReadBlocks(Section& root, Plan& plan) {
+    plan.badBlocks = root.GetNumbers("bad_blocks");
+    for (const uint32_t block : plan.badBlocks) {
+        CheckBlock(plan, block);
+    }
+    for (Section& section : root.Children("suspect_blocks")) {
+        plan.suspectBlocks.emplace_back(section.Get<uint32_t>("block"), section.Get<uint8_t>("count"));
+        section.Done();
+        CheckBlock(plan, plan.suspectBlocks.back().first);
+    }
+}
 
 void ReadCameras(Section& root, Plan& plan) {
     for (Section& section : root.Children("cameras")) {
@@ -253,12 +289,21 @@ void ReadCameras(Section& root, Plan& plan) {
             throw Error(
                 "cameras: a channel is 0 to 31, a frame rate 1 to 255, an audio frame 1 to 65536 bytes");
         }
+        if (!plan.cameras.emplace(camera.channel, camera).second) {
+            throw Error("cameras: channel " + std::to_string(camera.channel) + " is there twice");
+        }
         ChnProp_t& properties = plan.settings.properties.at(camera.channel);
         properties.Bitrate = section.Get("bitrate", 0u);
         properties.gop = section.Get<uint8_t>("gop", 0);
         section.Done();
         plan.settings.channels |= 1u << camera.channel;
-        plan.cameras[camera.channel] = camera;
+    }
+}
+
+/// Looks up a channel that a part of a scenario names.
+void CheckCamera(const Plan& plan, const std::string& section, uint32_t channel) {
+    if (plan.cameras.count(channel) == 0) {
+        throw Error(section + ": channel " + std::to_string(channel) + " is not among the cameras");
     }
 }
 
@@ -277,9 +322,7 @@ void ReadJourneys(Section& root, Plan& plan) {
         }
         for (Section& clip : section.Children("clips")) {
             const auto channel = clip.Get<uint32_t>("channel");
-            if (plan.cameras.count(channel) == 0) {
-                throw Error("clips: channel " + std::to_string(channel) + " is not among the cameras");
-            }
+            CheckCamera(plan, "clips", channel);
             journey.clips.push_back(
                 {channel, clip.Get<std::string>("video"), clip.Get<std::string>("audio", "")});
             clip.Done();
@@ -289,29 +332,65 @@ void ReadJourneys(Section& root, Plan& plan) {
     }
 }
 
-Plan ReadPlan(Section& root) {
+/// The first recording that goes on at a time.
+Journey& JourneyAt(Plan& plan, uint32_t time) {
+    for (Journey& journey : plan.journeys) {
+        if (time >= journey.span.start && time - journey.span.start < journey.span.seconds) {
+            return journey;
+        }
+    }
+    throw Error("events: 'time' must lie in a recording");
+}
+
+void ReadEvents(Section& root, Plan& plan) {
+    for (Section& section : root.Children("events")) {
+        const EventPlan event = {section.GetTime("time"), section.GetNumber("type"),
+                                 section.Get("channel", 0u), section.Get("indexed", true)};
+        section.Done();
+        CheckCamera(plan, "events", event.channel);
+        JourneyAt(plan, event.time).events.push_back(event);
+    }
+    for (Journey& journey : plan.journeys) {
+        std::stable_sort(journey.events.begin(), journey.events.end(),
+                         [](const EventPlan& a, const EventPlan& b) { return a.time < b.time; });
+    }
+}
+
+FieldOverride ReadOverride(Section section) {
+    FieldOverride change;
+    change.block = section.Get("block", 0u);
+    change.structure = section.Get<std::string>("structure");
+    change.field = section.Get<std::string>("field");
+    const uint64_t value = section.GetNumber("value");
+    section.Done();
+    if (value > 0xFFFFFFFF) {
+        throw Error("overrides: 'value' must fit 32 bits");
+    }
+    change.value = static_cast<uint32_t>(value);
+    return change;
+}
+
+Plan ReadPlan(const Json& json) {
     Plan plan;
+    Section root(json, "scenario");
     plan.format = ReadFormat(root.Child("partition"));
     Section vehicle = root.Child("vehicle");
-    plan.settings.vehicleNum = vehicle.Get("number", plan.settings.vehicleNum);
-    plan.settings.vehicleId = vehicle.Get("id", plan.settings.vehicleId);
+    plan.settings.vehicleNum =
+        vehicle.GetText("number", plan.settings.vehicleNum, sizeof BlockHead_t::VehicleNum);
+    plan.settings.vehicleId = vehicle.GetText("id", plan.settings.vehicleId, sizeof BlockHead_t::VehicleID);
     vehicle.Done();
     Section alarms = root.Child("alarms");
     plan.settings.preRecordSeconds = alarms.Get("pre_record", plan.settings.preRecordSeconds);
     plan.settings.alarmDelaySeconds = alarms.Get("delay", plan.settings.alarmDelaySeconds);
     alarms.Done();
-    plan.badBlocks = root.GetNumbers("bad_blocks");
-    for (Section& section : root.Children("suspect_blocks")) {
-        plan.suspectBlocks.emplace_back(section.Get<uint32_t>("block"), section.Get<uint8_t>("count"));
-        section.Done();
-    }
+    ReadBlocks(root, plan);
     ReadCameras(root, plan);
     ReadJourneys(root, plan);
-    for (Section& section : root.Children("events")) {
-        plan.events.push_back({section.GetTime("time"), section.GetNumber("type"), section.Get("channel", 0u),
-                               section.Get("indexed", true)});
-        section.Done();
+    ReadEvents(root, plan);
+    for (const Section& section : root.Children("overrides")) {
+        plan.overrides.push_back(ReadOverride(section));
     }
+    root.Done();
     return plan;
 }
 
@@ -331,16 +410,19 @@ MergedSource OpenClips(const Journey& journey, const std::string& mediaDirectory
     return frames;
 }
 
-void RecordJourney(Recorder& recorder, MergedSource& frames, std::deque<EventPlan>& events) {
+void RecordJourney(Recorder& recorder, MergedSource& frames, const Journey& journey) {
+    auto event = journey.events.begin();
+    const auto recordEventsTo = [&](uint32_t second) {
+        for (; event != journey.events.end() && event->time <= second; ++event) {
+            recorder.WriteEvent(int64_t{event->time} * 1000000, event->type, event->channel, event->indexed);
+        }
+    };
     Frame frame;
     while (frames.Next(frame)) {
-        while (!events.empty() && events.front().time <= frame.Seconds()) {
-            const EventPlan& event = events.front();
-            recorder.WriteEvent(int64_t{event.time} * 1000000, event.type, event.channel, event.indexed);
-            events.pop_front();
-        }
+        recordEventsTo(frame.Seconds());
         recorder.Write(frame);
     }
+    recordEventsTo(kLastSecond);
 }
 
 void EndJourney(Recorder& recorder, const std::string& end) {
@@ -353,23 +435,14 @@ void EndJourney(Recorder& recorder, const std::string& end) {
     }
 }
 
-void CheckBlock(const Plan& plan, uint32_t block) {
-    if (block >= plan.format.blockCount) {
-        throw Error("there is no block " + std::to_string(block) + " in a ring of " +
-                    std::to_string(plan.format.blockCount));
+/// Reads or does what a scenario says, so that a mistake in it is told with its name.
+template <typename Step>
+auto OfScenario(const std::string& path, const Step& step) {
+    try {
+        return step();
+    } catch (const Error& error) {
+        throw Error(path + ": " + error.what());
     }
-}
-
-void Override(PartitionImage& image, Section section) {
-    const uint32_t block = section.Get("block", 0u);
-    const auto structure = section.Get<std::string>("structure");
-    const auto field = section.Get<std::string>("field");
-    const uint64_t value = section.GetNumber("value");
-    section.Done();
-    if (value > 0xFFFFFFFF) {
-        throw Error("overrides: 'value' must fit 32 bits");
-    }
-    OverrideField(image, block, structure, field, static_cast<uint32_t>(value));
 }
 
 } // namespace
@@ -377,10 +450,7 @@ void Override(PartitionImage& image, Section section) {
 void RecordScenario(const std::string& scenarioPath, const std::string& mediaDirectory,
                     const std::string& outputPath) {
     const Json json = ReadJson(scenarioPath);
-    Section root(json, "scenario");
-    Plan plan = ReadPlan(root);
-    const std::vector<Section> overrides = root.Children("overrides");
-    root.Done();
+    Plan plan = OfScenario(scenarioPath, [&] { return ReadPlan(json); });
 
     // The files tell the channels' properties, which every block head bears: open them all before recording.
     std::vector<MergedSource> sources;
@@ -389,20 +459,19 @@ void RecordScenario(const std::string& scenarioPath, const std::string& mediaDir
     }
     PartitionImage image = PartitionImage::Create(outputPath, plan.format);
     for (const uint32_t block : plan.badBlocks) {
-        CheckBlock(plan, block);
         image.SetBad(block);
     }
     Recorder recorder(image, plan.settings);
     for (size_t i = 0; i < plan.journeys.size(); ++i) {
-        RecordJourney(recorder, sources[i], plan.events);
+        RecordJourney(recorder, sources[i], plan.journeys[i]);
         EndJourney(recorder, plan.journeys[i].end);
     }
     for (const auto& [block, count] : plan.suspectBlocks) {
-        CheckBlock(plan, block);
         image.SetSuspect(block, count);
     }
-    for (const Section& section : overrides) {
-        Override(image, section);
+    for (const FieldOverride& each : plan.overrides) {
+        OfScenario(scenarioPath,
+                   [&] { OverrideField(image, each.block, each.structure, each.field, each.value); });
     }
 }
 

@@ -146,10 +146,19 @@ TEST_F(SampleProgram, LeavesNothingThatIsNotWhole) {
               "diskaccess-sample: --start and --blocks: a ring must end by 2106-02-07T06:28:15Z; each block "
               "holds 300 seconds\n");
     EXPECT_FALSE(std::filesystem::exists(disk));
-    const ProgramResult made = Record([](Json& scenario) { scenario["bad_blocks"] = {9}; });
+    const ProgramResult made = Record([](Json& scenario) {
+        scenario["overrides"] = {{{"structure", "BlockHead_t"}, {"field", "Nothing"}, {"value", 1}}};
+    });
     EXPECT_EQ(made.exitCode, 1);
-    EXPECT_NE(made.err.find("9"), std::string::npos) << made.err;
+    EXPECT_NE(made.err.find("Nothing"), std::string::npos) << made.err;
     EXPECT_FALSE(std::filesystem::exists(disk));
+}
+
+TEST_F(SampleProgram, WantsBlocksThatHoldTheirTables) {
+    const ProgramResult made = Record([](Json& scenario) { scenario["partition"]["block_size"] = 100; });
+    EXPECT_EQ(made.exitCode, 1);
+    EXPECT_EQ(made.err, "diskaccess-sample: a partition needs at least one block, and blocks that hold their "
+                        "own head and index\n");
 }
 
 TEST_F(SampleProgram, OverridesFieldsByName) {
@@ -190,8 +199,6 @@ TEST_F(SampleProgram, SaysWhatIsWrongWithAScenario) {
          "partition: 'block_count' has a value of the wrong kind"},
         {[](Json& s) { s["partition"]["layout"] = "odd"; }, "partition: 'layout' must be normal or extended"},
         {[](Json& s) { s["partition"] = 5; }, "partition: must be an object"},
-        {[](Json& s) { s["partition"]["block_size"] = 100; },
-         "a partition needs at least one block, and blocks that hold their own head and index"},
         {[](Json& s) { s["cameras"][0]["channel"] = 32; },
          "cameras: a channel is 0 to 31, a frame rate 1 to 255, an audio frame 1 to 65536 bytes"},
         {[](Json& s) { s["cameras"][0].erase("frame_rate"); }, "cameras: needs 'frame_rate'"},
@@ -279,6 +286,29 @@ TEST_F(SampleProgram, SaysWhatIsWrongWithAScenario) {
              s["events"] = {{{"time", "2026-11-18T07:58:00Z"}, {"type", -1}}};
          },
          "events: 'type' must be a whole number from 0 to 18446744073709551615"},
+        {[](Json& s) { s["partition"]["description"] = std::string(33, 'd'); },
+         "partition: 'description' must be at most 32 bytes"},
+        {[](Json& s) { s["partition"]["lock"]["password"] = std::string(128, 'p'); },
+         "lock: 'password' must be at most 127 bytes"},
+        {[](Json& s) { s["vehicle"]["number"] = std::string(17, 'n'); },
+         "vehicle: 'number' must be at most 16 bytes"},
+        {[](Json& s) { s["vehicle"]["id"] = std::string(33, 'i'); },
+         "vehicle: 'id' must be at most 32 bytes"},
+        {[](Json& s) { s["cameras"].push_back(s["cameras"][0]); }, "cameras: channel 0 is there twice"},
+        {[](Json& s) {
+             s["events"] = {{{"time", "2026-11-18T07:58:00Z"}, {"type", 1}, {"channel", 1}}};
+         },
+         "events: channel 1 is not among the cameras"},
+        {[](Json& s) {
+             s["recordings"] = {{{"start", "2026-11-18T07:58:00Z"}, {"seconds", 5}}};
+             s["events"] = {{{"time", "2026-11-18T07:58:05Z"}, {"type", 1}}};
+         },
+         "events: 'time' must lie in a recording"},
+        {[](Json& s) {
+             s["recordings"] = {{{"start", "2026-11-18T07:58:00Z"}, {"seconds", 5}}};
+             s["events"] = {{{"time", "2026-11-18T07:57:59Z"}, {"type", 1}}};
+         },
+         "events: 'time' must lie in a recording"},
         {[](Json& s) {
              s["recordings"] = {{{"start", "2106-02-07T06:28:15Z"}, {"seconds", 1}}};
          },
@@ -287,8 +317,42 @@ TEST_F(SampleProgram, SaysWhatIsWrongWithAScenario) {
     for (const auto& [edit, line] : cases) {
         const ProgramResult result = Record(edit);
         EXPECT_EQ(result.exitCode, 1) << line;
-        EXPECT_EQ(result.err, "diskaccess-sample: " + line + "\n");
+        EXPECT_EQ(result.err, "diskaccess-sample: " + File("scenario.json") + ": " + line + "\n");
     }
+}
+
+TEST_F(SampleProgram, TextsMayFillTheirFields) {
+    const ProgramResult made = Record([](Json& scenario) {
+        scenario["partition"]["description"] = std::string(32, 'd');
+        scenario["partition"]["lock"]["password"] = std::string(127, 'p');
+    });
+    EXPECT_EQ(made.exitCode, 0) << made.err;
+    const std::string disk = ReadFile(File("made"));
+    EXPECT_EQ(disk.substr(offsetof(PartHead_t, Description), 32), std::string(32, 'd'));
+    EXPECT_EQ(disk.substr(offsetof(PartHead_t, CipherCode), 128), std::string(127, 'p') + '\0');
+}
+
+TEST_F(SampleProgram, RecordsEveryEventInOrderOfTime) {
+    const ProgramResult made = Record([](Json& scenario) {
+        scenario["vehicle"] = {{"number", std::string(16, 'n')}, {"id", std::string(32, 'i')}};
+        scenario["recordings"] = {{{"start", "2026-11-18T07:58:00Z"}, {"seconds", 5}},
+                                  {{"start", "2026-11-18T09:00:00Z"}, {"seconds", 5}}};
+        scenario["events"] = {{{"time", "2026-11-18T09:00:04Z"}, {"type", 4}},
+                              {{"time", "2026-11-18T07:58:04Z"}, {"type", 2}},
+                              {{"time", "2026-11-18T07:58:00Z"}, {"type", 1}}};
+    });
+    EXPECT_EQ(made.exitCode, 0) << made.err;
+    const Json shown = Show("events", File("made"));
+    std::vector<std::string> events;
+    for (const Json& event : shown["events"]) {
+        events.push_back(event["time"].get<std::string>() + " " + event["type"].dump());
+    }
+    EXPECT_EQ(events, (std::vector<std::string>{"2026-11-18T07:58:00Z 1", "2026-11-18T07:58:04Z 2",
+                                                "2026-11-18T09:00:04Z 4"}));
+    const std::string disk = ReadFile(File("made"));
+    const size_t head = 0x800000;
+    EXPECT_EQ(disk.substr(head + offsetof(BlockHead_t, VehicleNum), 16), std::string(16, 'n'));
+    EXPECT_EQ(disk.substr(head + offsetof(BlockHead_t, VehicleID), 32), std::string(32, 'i'));
 }
 
 TEST_F(SampleProgram, SaysWhatIsWrongWithMedia) {
