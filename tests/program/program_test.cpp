@@ -228,6 +228,37 @@ TEST_F(Program, EventRangeIncludesItsEnds) {
     EXPECT_TRUE(Contains(Show("events", {"--to", "2026-11-19"}), "Events  0"));
 }
 
+TEST_F(Program, EventsOfTheFirstSecondAndTheNewestBlock) {
+    BlockContents first = BlockContents::Closed(1, kBase, kBase + 599);
+    first.Segment(0, kBase, kBase + 599, 599 * 1024);
+    first.Event(Pts(kBase), 0x10).Event(Pts(kBase + 1), 0x20);
+    Disk().WriteBlock(0, first);
+    BlockContents newest = BlockContents::Closed(5, kBase + 2400, kBase + 2999);
+    newest.head.pre_RecTime = 10;
+    newest.head.AlmDelayTime = 30;
+    newest.Segment(0, kBase + 2400, kBase + 2999, 599 * 1024);
+    newest.Event(Pts(kBase + 2400), 0x40).Event(Pts(kBase + 2700), 0x80);
+    Disk().WriteBlock(4, newest);
+    EXPECT_EQ(Show("events"), "TIME                 TYPE  BLOCK  ENTRY\n"
+                              "2026-11-20 14:00:00  0x10      0      0\n"
+                              "2026-11-20 14:00:01  0x20      0      1\n"
+                              "2026-11-20 14:11:00   0x1      1      0\n"
+                              "2026-11-20 14:15:00   0x4      1      1\n"
+                              "2026-11-20 14:40:00  0x40      4      0\n"
+                              "2026-11-20 14:45:00  0x80      4      1\n"
+                              "\n"
+                              "Events  6\n");
+    EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20 14:41"}), "Events  1"));
+    EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20 14:45:00"}), "14:45:00  0x80"));
+    EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20 14:45:01"}), "Events  0"));
+    EXPECT_TRUE(Contains(Show("events", {"--to", "2026-11-20 14:00:00"}), "Events  1"));
+    EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20 14:00:01", "--alarm", "0x30"}), "Events  1"));
+    EXPECT_TRUE(Contains(Show("events", {"--alarm", "0x8"}), "Events  0"));
+    const std::string around = Show("list", {"--alarm", "0x80", "--from", "2026-11-20 14:41"});
+    EXPECT_TRUE(Contains(around, "2026-11-20 14:44:50  2026-11-20 14:45:30    0:40  599.0 KiB   0x80      4"))
+        << around;
+}
+
 TEST_F(Program, Days) {
     EXPECT_EQ(Show("days"), "       November 2026\n"
                             " Mo  Tu  We  Th  Fr  Sa  Su\n"

@@ -47,6 +47,24 @@ void SalvageRecords(Job& job, CCommList<RecordItem_t>& found) {
     }
 }
 
+/// Adds the events of the oldest recording's first second, in which every search begins, and which it leaves
+/// out.
+void AddFirstEvents(Job& job, const Range& range, uint64_t mask, std::vector<EventItem_t>& events) {
+    const auto ring = job.Disk().RecordedRing();
+    const auto ends = ring ? job.Disk().EndsOf(ring->oldest) : std::nullopt;
+    if (!ends || ends->head.RecTime < range.first || ends->head.RecTime > range.last) {
+        return;
+    }
+    CCommList<RecordItem_t> records;
+    CCommList<EventItem_t> found;
+    job.Search().SearchUnitMedia(ring->oldest, &records, &found);
+    for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
+        if (node->data.time == ends->head.RecTime && (node->data.alarmType & mask) != 0) {
+            events.push_back(node->data);
+        }
+    }
+}
+
 } // namespace
 
 std::vector<EventItem_t> FindEvents(Job& job, uint64_t mask) {
@@ -59,6 +77,7 @@ std::vector<EventItem_t> FindEvents(Job& job, uint64_t mask) {
     CCommList<EventItem_t> found;
     job.Search().SearchEvent(&request, &found);
     std::vector<EventItem_t> events;
+    AddFirstEvents(job, range, mask, events);
     for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
         if (node->data.time >= range.first) {
             events.push_back(node->data);

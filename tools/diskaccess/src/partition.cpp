@@ -178,16 +178,24 @@ bool Partition::Read(uint64_t offset, void* data, size_t size) const {
 
 uint32_t Partition::SafeSearchStart(uint32_t time) {
     const OpenPart part(m_access);
+    BlockHead_t head = {};
     SearchParam_t request = {0, time, 0xFFFFFFFF, 0xFFFFFFFF};
     OutputTime_t region = {};
-    const int code = part->InitSearch(&request, &region);
+    int code = part->InitSearch(&request, &region);
+    if (code == 0) {
+        const auto newest = static_cast<uint32_t>(part->GetSearchStartBlock(time, 0));
+        if (part->IsValidBlock(newest, 0, 0, &head) == 1 && head.RecTime != 0) {
+            time = std::min(time, head.RecTime - 1);
+        }
+        request.startTime = time;
+        code = part->InitSearch(&request, &region);
+    }
     if (code != 2 && code != 4) {
         return time;
     }
     const auto start = static_cast<uint32_t>(part->GetSearchStartBlock(time, static_cast<uint32_t>(code)));
     const auto oldest = static_cast<uint32_t>(part->GetSearchStartBlock(0, 1));
     unsigned int before = 0;
-    BlockHead_t head = {};
     if (part->IsValidBlock(start, 0, 0, &head) == 1 ||
         part->GetPrevValidBlock(0, 0, start, oldest, &before, &head) != 0 || head.RecTime == 0) {
         return time;

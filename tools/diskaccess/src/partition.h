@@ -67,8 +67,9 @@ public:
 
     /// Where a search must begin to miss nothing from @p time on; at or before it.
     ///
-    /// The library looks for the start block by halving, and may come out at an unusable block behind the one
-    /// that was being recorded at that time. A search from just before that one finds it.
+    /// The library looks for no events when a search begins after the newest block did; and it looks for the
+    /// start block by halving, and may come out at an unusable block behind the one that was being recorded
+    /// at that time. A search from just before that block, the newest or the one recorded, finds it.
     uint32_t SafeSearchStart(uint32_t time);
 
 private:
