@@ -1,4 +1,5 @@
-# Flags that all of the project's own code is built with: diskaccess_flags(target).
+# Flags that all of the project's own code is built with: diskaccess_flags(target), and diskaccess_program_flags(target)
+# for what is the programs' alone.
 
 set(DISKACCESS_WARNINGS
   -Wall -Wextra -Wpedantic -Werror
@@ -19,5 +20,14 @@ function(diskaccess_flags target)
   if(DISKACCESS_COVERAGE)
     target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
     target_link_options(${target} PUBLIC --coverage)
+  endif()
+endfunction()
+
+function(diskaccess_program_flags target)
+  diskaccess_flags(${target})
+  if(DISKACCESS_SANITIZE AND DISKACCESS_BUILD_TESTS)
+    # Templates of option tables and JSON: they take clang thrice as long to optimise as not to, and tests wait longer
+    # for that than for the programs.
+    target_compile_options(${target} PRIVATE -O0)
   endif()
 endfunction()

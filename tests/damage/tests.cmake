@@ -10,14 +10,11 @@ endif()
 
 allocation_test(damage_matrix_test
   damage/bounds_test.cpp
-  damage/damaged_disk.cpp
   damage/expectations_test.cpp
   damage/format_fields.cpp
   damage/matrix_disk.cpp
   damage/matrix_test.cpp
-  damage/operations.cpp
-  support/memory_use.cpp
-  support/transcript.cpp)
+  damage/operations.cpp)
 target_include_directories(damage_matrix_test PRIVATE ${PROJECT_SOURCE_DIR}/storemng/disk_access/src)
 target_compile_definitions(damage_matrix_test PRIVATE DAMAGE_STRIDE=${damage_stride})
 if(DISKACCESS_SANITIZE OR CMAKE_CROSSCOMPILING_EMULATOR)
