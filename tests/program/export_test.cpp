@@ -309,6 +309,61 @@ TEST_F(Export, TakesASuspectBlockButNoBadOne) {
     Compare(3);
 }
 
+TEST_F(Export, TakesSuspectBlocksAtTheEndsOfTheRing) {
+    Record();
+    Disk().SetSuspect(0, 1);
+    Disk().SetSuspect(m_recorded.back().block, 1);
+    Compare(0);
+    for (Recorded& recorded : m_recorded) {
+        recorded.lost = recorded.frame.Seconds() < kStart + 2;
+    }
+    Compare(0, {"--from", "@" + std::to_string(kStart + 2)});
+    for (Recorded& recorded : m_recorded) {
+        recorded.lost = recorded.frame.Seconds() > kStart + 87;
+    }
+    Compare(0, {"--to", "@" + std::to_string(kStart + 87)});
+}
+
+TEST_F(Export, FindsWhatTimesDoNotLeadTo) {
+    Record();
+    // The oldest block claims to be of next year: a search by time believes that nothing is older.
+    Disk().Change<BlockHead_t>(Disk().HeadOffset(0),
+                               [](BlockHead_t& head) { head.RecTime = kStart + 31536000; });
+    for (Recorded& recorded : m_recorded) {
+        const uint32_t second = recorded.frame.Seconds() - kStart;
+        recorded.lost = second < 20 || second > 29;
+    }
+    Compare(0, {"--from", "@" + std::to_string(kStart + 20), "--to", "@" + std::to_string(kStart + 29)});
+    // Without a time, the block is as good as its frames.
+    Disk().Change<BlockHead_t>(Disk().HeadOffset(0), [](BlockHead_t& head) { head.RecTime = 0; });
+    for (Recorded& recorded : m_recorded) {
+        recorded.lost = false;
+    }
+    Compare(0);
+}
+
+TEST_F(Export, BeginsBeforeAStartBetweenKeyFrames) {
+    // Seven frames a second, a key frame every three seconds and three sevenths.
+    sample_recorder::Format format;
+    format.blockCount = 16;
+    MakeDisk(format);
+    RecorderSettings settings;
+    settings.channels = 1;
+    Recorder recorder(Disk(), settings);
+    GeneratedSource source({0, 7, 24, 1000, 500, 0, 40}, 1, kStart, 30);
+    Frame frame;
+    uint32_t keyFrames = 0;
+    while (source.Next(frame)) {
+        recorder.Write(frame);
+        keyFrames += frame.type == kVideoI ? 1u : 0u;
+        // The third, of 6.857 s, is the last at or before second 10; the fourth comes at 10.286 s.
+        const bool lost = keyFrames < 3 || frame.Seconds() > kStart + 10;
+        m_recorded.push_back({0, 0, frame, lost});
+    }
+    recorder.PowerOff();
+    Compare(0, {"--from", "@" + std::to_string(kStart + 10), "--to", "@" + std::to_string(kStart + 10)});
+}
+
 TEST_F(Export, BeginsWithTheKeyFrameAtOrBeforeTheStart) {
     Record();
     for (const uint32_t second : {20u, 45u, 89u}) {

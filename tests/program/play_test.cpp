@@ -44,6 +44,11 @@ protected:
         return RunProgram(options);
     }
 
+    void MakeDiskAnew() {
+        std::remove(File("disk").c_str());
+        MakeDisk(16);
+    }
+
     /// Plays, and gives each frame as "SECONDS.FRACTION KIND", counted from the start.
     Lines Frames(std::vector<std::string> options) const {
         options.insert(options.end(), {"--format", "ndjson"});
@@ -65,6 +70,14 @@ protected:
     std::vector<uint32_t> m_blocks; ///< of each frame
     std::vector<size_t> m_lengths;
 };
+
+std::string Joined(const Lines& lines) {
+    std::string text;
+    for (const std::string& line : lines) {
+        text += line + "\n";
+    }
+    return text;
+}
 
 TEST_F(PlayProgram, ShowsALineAFrame) {
     const ProgramResult result = Run({"--from", At(2), "--to", At(2)});
@@ -156,6 +169,113 @@ TEST_F(PlayProgram, SeeksToTheKeyFrameAtOrAfter) {
     const ProgramResult open = Run({"--seek", At(59), "--from", At(58)});
     EXPECT_EQ(open.exitCode, 0);
     EXPECT_NE(open.err.find("has no index to seek by; played from its start"), std::string::npos) << open.err;
+}
+
+TEST_F(PlayProgram, BackwardsMeansTheSameKeyFrames) {
+    // Two key frames a second, so that the last two of a record share one.
+    MakeDiskAnew();
+    RecorderSettings settings;
+    settings.channels = 0x2;
+    Recorder recorder(Disk(), settings);
+    GeneratedSource source({1, 6, 3, 3000, 1000, 0, 40}, 1, kStart, 55);
+    for (Frame frame; source.Next(frame);) {
+        recorder.Write(frame);
+    }
+    recorder.PowerOff();
+    Lines forwards = Frames({"--iframes"});
+    EXPECT_GT(forwards.size(), 100u) << Joined(forwards);
+    std::reverse(forwards.begin(), forwards.end());
+    EXPECT_EQ(Frames({"--iframes", "--backward"}), forwards);
+    EXPECT_EQ(Frames({"--iframes", "--backward", "--seek", At(30)}).front(), "00:30.5 I-frame");
+}
+
+TEST_F(PlayProgram, ShowsNoFrameTwiceWhereABlockHasNoKeyFrame) {
+    // A key frame every ten seconds, on blocks of about five.
+    MakeDiskAnew();
+    RecorderSettings settings;
+    settings.channels = 0x2;
+    Recorder recorder(Disk(), settings);
+    GeneratedSource source({1, 5, 50, 3000, 2000, 0, 40}, 1, kStart, 30);
+    for (Frame frame; source.Next(frame);) {
+        recorder.Write(frame);
+    }
+    recorder.PowerOff();
+    ASSERT_GE(recorder.BlocksOpened(), 5u);
+    const Lines frames = Frames({});
+    EXPECT_EQ(frames.size(), 150u) << Joined(frames);
+    EXPECT_EQ(std::adjacent_find(frames.begin(), frames.end(), std::greater_equal<>()), frames.end());
+}
+
+TEST_F(PlayProgram, AnEventHidesNoKeyFrameOfItsTime) {
+    // A block that is never closed begins with both.
+    MakeDiskAnew();
+    RecorderSettings settings;
+    settings.channels = 0x2;
+    Recorder recorder(Disk(), settings);
+    for (const uint32_t start : {0u, 8u}) {
+        GeneratedSource source({1, 5, 10, 3000, 1000, 0, 40}, 1, kStart + start, 8);
+        for (Frame frame; source.Next(frame);) {
+            recorder.Write(frame);
+        }
+        if (start == 0) {
+            recorder.PowerOff();
+            recorder.WriteEvent(Pts(kStart + 8), 0x4, 1);
+        }
+    }
+    recorder.CutPower();
+    const Lines frames = Frames({});
+    EXPECT_EQ(frames.size(), 81u) << Joined(frames);
+    EXPECT_EQ(std::count(frames.begin(), frames.end(), "00:08.0 event"), 1);
+    EXPECT_EQ(std::count(frames.begin(), frames.end(), "00:08.0 I-frame"), 1);
+}
+
+TEST_F(PlayProgram, SaysWhereDamageEndsABlock) {
+    MakeDiskAnew();
+    RecorderSettings settings;
+    settings.channels = 0x2;
+    Recorder recorder(Disk(), settings);
+    uint32_t ninth = 0; // frame of the first block
+    for (const uint32_t start : {0u, 10u}) {
+        GeneratedSource source({1, 5, 10, 3000, 1000, 0, 40}, 1, kStart + start, 8);
+        for (Frame frame; source.Next(frame);) {
+            recorder.Write(frame);
+            ninth +=
+                frame.pts < Pts(kStart + 1) + 600000 ? 24 + static_cast<uint32_t>(frame.payload.size()) : 0;
+        }
+        recorder.PowerOff();
+    }
+    // Without its sync word, a reader goes on with the next block.
+    Disk().Change<FrameHead_t>(Disk().FrameOffset(0, ninth), [](FrameHead_t& head) { head.sync = 0; });
+    const auto expectNote = [this](const std::vector<std::string>& options, const std::string& what) {
+        const ProgramResult result = Run(options);
+        EXPECT_EQ(result.exitCode, 3);
+        EXPECT_EQ(result.err,
+                  "diskaccess: " + what +
+                      ": cannot be played beyond 2026-11-20 14:00:01, though recorded to 2026-11-20 "
+                      "14:00:07; `diskaccess export` passes damage\n");
+    };
+    expectNote({}, "block 0, channel 1");
+    expectNote({"--record", "0/1/0"}, "block 0, channel 1");
+    expectNote({"--unit", "0"}, "block 0");
+}
+
+TEST_F(PlayProgram, PlaysABlockOfATimeThatNoSearchReaches) {
+    MakeDiskAnew();
+    RecorderSettings settings;
+    settings.channels = 0x2;
+    Recorder recorder(Disk(), settings);
+    GeneratedSource source({1, 5, 10, 3000, 1000, 0, 40}, 1, 0x90000000, 8);
+    for (Frame frame; source.Next(frame);) {
+        recorder.Write(frame);
+    }
+    recorder.PowerOff();
+    EXPECT_EQ(Frames({"--unit", "0"}).size(), 40u);
+    const ProgramResult searched = Run({});
+    EXPECT_EQ(searched.exitCode, 1);
+    EXPECT_EQ(searched.err,
+              "diskaccess: " + File("disk") +
+                  ": 1 block bears times after 2038-01-19 and is left out; units lists them, and "
+                  "play --unit plays them\n");
 }
 
 TEST_F(PlayProgram, MachineFormats) {

@@ -182,16 +182,16 @@ TEST_F(Program, ListOfSeveralChannels) {
 TEST_F(Program, ListAroundAlarms) {
     EXPECT_EQ(
         Show("list", {"--alarm", "0x4", "--channel", "0"}),
-        "CHANNEL  START                END                   LENGTH       SIZE  ALARM  BLOCK  SEGMENT\n"
-        "      0  2026-11-20 14:14:50  2026-11-20 14:15:30     0:40  599.0 KiB    0x4      1        0\n"
-        "      0  2026-11-20 14:40:00  2026-11-21 00:00:00?       -          -      -      4        -\n"
+        "CHANNEL  START                END                   LENGTH      SIZE  ALARM  BLOCK  SEGMENT\n"
+        "      0  2026-11-20 14:14:50  2026-11-20 14:15:30     0:40  40.0 KiB    0x4      1        0\n"
+        "      0  2026-11-20 14:40:00  2026-11-21 00:00:00?       -         -      -      4        -\n"
         "\n"
-        "CHANNEL  RECORDS  LENGTH       SIZE\n"
-        "      0        2    0:40  599.0 KiB\n"
+        "CHANNEL  RECORDS  LENGTH      SIZE\n"
+        "      0        2    0:40  40.0 KiB\n"
         "\n"
         "Records  2\n"
         "Length   0:40\n"
-        "Size     599.0 KiB\n"
+        "Size     40.0 KiB\n"
         "\n"
         "? The block was never closed: how far its records reach is not known before they are played.\n");
     EXPECT_EQ(RecordLines(Show("list", {"--alarm", "5", "--channel", "0"})), 3u);
@@ -255,8 +255,115 @@ TEST_F(Program, EventsOfTheFirstSecondAndTheNewestBlock) {
     EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20 14:00:01", "--alarm", "0x30"}), "Events  1"));
     EXPECT_TRUE(Contains(Show("events", {"--alarm", "0x8"}), "Events  0"));
     const std::string around = Show("list", {"--alarm", "0x80", "--from", "2026-11-20 14:41"});
-    EXPECT_TRUE(Contains(around, "2026-11-20 14:44:50  2026-11-20 14:45:30    0:40  599.0 KiB   0x80      4"))
+    EXPECT_TRUE(Contains(around, "2026-11-20 14:44:50  2026-11-20 14:45:30    0:40  40.0 KiB   0x80      4"))
         << around;
+}
+
+TEST_F(Program, AlarmsThatReachIntoTheRange) {
+    // The alarm of 14:15:00 goes from 14:14:50 to 14:15:30.
+    const auto around = [this](const char* from, const char* to) {
+        const std::string shown =
+            Show("list", {"--alarm", "0x4", "--channel", "0", "--from", from, "--to", to});
+        return RecordLines(shown) == 0 ? "" : shown.substr(shown.find("2026-"), 40);
+    };
+    EXPECT_EQ(around("2026-11-20 14:15:00", "2026-11-20 14:18:00"),
+              "2026-11-20 14:15:00  2026-11-20 14:15:30");
+    EXPECT_EQ(around("2026-11-20 14:15:20", "2026-11-20 14:18:00"),
+              "2026-11-20 14:15:20  2026-11-20 14:15:30");
+    EXPECT_EQ(around("2026-11-20 14:12:00", "2026-11-20 14:15:00"),
+              "2026-11-20 14:14:50  2026-11-20 14:15:00");
+    EXPECT_EQ(around("2026-11-20 14:12:00", "2026-11-20 14:14:55"),
+              "2026-11-20 14:14:50  2026-11-20 14:14:55");
+    EXPECT_EQ(around("2026-11-20 14:15:31", "2026-11-20 14:18:00"), "");
+    EXPECT_EQ(around("2026-11-20 14:12:00", "2026-11-20 14:14:49"), "");
+}
+
+TEST_F(Program, AlarmsThatMeetAreOneStretch) {
+    // 14:14:30 is in the second alarm's time before, and has 10 minutes of its own behind it.
+    BlockContents first = BlockContents::Closed(2, kBase + 600, kBase + 1199);
+    first.Segment(0, kBase + 600, kBase + 1199, 599 * 1024);
+    first.Event(Pts(kBase + 870), 0x1).Event(Pts(kBase + 900), 0x4);
+    first.head.pre_RecTime = 20;
+    first.head.AlmDelayTime = 30;
+    Disk().WriteBlock(1, first);
+    const std::string shown = Show("list", {"--alarm", "0x5", "--channel", "0"});
+    EXPECT_TRUE(Contains(shown, "2026-11-20 14:14:10  2026-11-20 14:15:30     1:20  80.0 KiB    0x5      1"))
+        << shown;
+}
+
+/// The disk, with a recording of another time in block 5, the newest.
+class ProgramOddTimes : public Program {
+protected:
+    void AddBlock(uint32_t start) {
+        BlockContents contents = BlockContents::Closed(6, start, start + 599);
+        Fill(contents, 1, start);
+        Disk().WriteBlock(5, contents);
+    }
+};
+
+TEST_F(ProgramOddTimes, ClockThatWasSetBack) {
+    AddBlock(kBase - 7200); // 12:00
+    EXPECT_TRUE(Contains(Show("list", {"--channel", "0"}), "2026-11-20 12:00:00  2026-11-20 12:09:59"));
+    EXPECT_TRUE(Contains(Show("events"), "2026-11-20 12:05:00   0x4      5"));
+    EXPECT_TRUE(Contains(Show("events"), "Events  4"));
+    const std::vector<std::string> range = {"--from", "2026-11-20 12:02", "--to", "2026-11-20 12:08"};
+    EXPECT_TRUE(Contains(Show("list", range), "2026-11-20 12:02:00  2026-11-20 12:08:00"));
+    EXPECT_TRUE(Contains(Show("events", range), "Events  1"));
+    // What a search by time does find hides what it misses, unless every block is asked.
+    const std::vector<std::string> wide = {"--from", "2026-11-20 12:02", "--to", "2026-11-20 14:12"};
+    EXPECT_TRUE(Contains(Show("events", wide), "Events  1"));
+    EXPECT_TRUE(
+        Contains(Show("events", {"--from", "2026-11-20 12:02", "--to", "2026-11-20 14:12", "--every-block"}),
+                 "Events  2"));
+}
+
+TEST_F(ProgramOddTimes, ClockThatWasAhead) {
+    BlockContents ahead = BlockContents::Closed(5, kBase + 86400 * 5, kBase + 86400 * 5 + 599);
+    Fill(ahead, 1, kBase + 86400 * 5);
+    Disk().WriteBlock(4, ahead);
+    AddBlock(kBase + 3600);
+    EXPECT_TRUE(Contains(Show("list", {"--from", "2026-11-20 15:00", "--to", "2026-11-20 15:05"}),
+                         "2026-11-20 15:00:00  2026-11-20 15:05:00"));
+    EXPECT_TRUE(
+        Contains(Show("events", {"--from", "2026-11-20 15:00", "--to", "2026-11-20 15:05"}), "Events  2"));
+    EXPECT_TRUE(Contains(Show("list"), "2026-11-25 14:00:00  2026-11-25 14:09:59"));
+}
+
+TEST_F(ProgramOddTimes, DamagedHeadsHideNoOtherBlock) {
+    const auto listed = [this] { return RecordLines(Show("list", {"--channel", "0"})); };
+    ASSERT_EQ(listed(), 5u);
+    const auto with = [&](uint32_t block, const std::function<void(BlockHead_t&)>& damage) {
+        const auto head = Disk().Get<BlockHead_t>(Disk().HeadOffset(block));
+        Disk().Change<BlockHead_t>(Disk().HeadOffset(block), damage);
+        const size_t found = listed();
+        Disk().Put(Disk().HeadOffset(block), head);
+        return found;
+    };
+    EXPECT_EQ(with(2, [](BlockHead_t& head) { head.RecSeq = 0; }), 5u);
+    EXPECT_EQ(with(0, [](BlockHead_t& head) { head.RecSeq = 0; }), 5u);
+    EXPECT_EQ(with(2, [](BlockHead_t& head) { head.RecSeq = 0x7FFFFFFF; }), 5u);
+    EXPECT_EQ(with(0, [](BlockHead_t& head) { head.RecTime = 0; }), 5u);
+    EXPECT_EQ(with(0, [](BlockHead_t& head) { head.RecTime = kBase + 86400; }), 5u);
+}
+
+TEST_F(ProgramOddTimes, TimesThatNoSearchReachesAreToldOf) {
+    AddBlock(0x80000000 + 3600);
+    for (const char* const command : {"list", "events"}) {
+        const ProgramResult result = Run({command, File("disk"), "--utc"});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(result.err,
+                  "diskaccess: " + File("disk") +
+                      ": 1 block bears times after 2038-01-19 and is left out; units lists them, and "
+                      "play --unit plays them\n");
+    }
+    EXPECT_TRUE(Contains(Show("units"), "2038-01-19 04:14:08"));
+}
+
+TEST_F(ProgramOddTimes, AnOpenBlockWithoutTheChannelEndsNoSearch) {
+    Disk().Change<BlockHead_t>(Disk().HeadOffset(4), [](BlockHead_t& head) { head.media_chn_bitmap = 0x8; });
+    AddBlock(kBase + 3000);
+    EXPECT_TRUE(Contains(Show("list", {"--channel", "0", "--from", "2026-11-20 14:35"}),
+                         "2026-11-20 14:50:00  2026-11-20 14:59:59"));
 }
 
 TEST_F(Program, Days) {
@@ -451,7 +558,7 @@ TEST_F(Program, NamesOnTheDiskAreShownEscaped) {
 // ---- the library's messages, and the program's own channels
 
 TEST_F(Program, LibraryMessagesAreShownOnRequestOnly) {
-    const ProgramResult verbose = Run({"events", File("disk"), "--utc", "--verbose"});
+    const ProgramResult verbose = Run({"events", File("disk"), "--utc", "--verbose", "--from", "2026-11-20"});
     EXPECT_EQ(verbose.exitCode, 0);
     EXPECT_TRUE(Contains(verbose.err, "GetLastBlock LastBlockNum = 4, RecordNum = 5\n"));
     EXPECT_TRUE(Contains(verbose.err, "SearchNormalEvent , BlockCount = 5\n"));

@@ -4,6 +4,7 @@
 #include <bitset>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "frame_types.h"
@@ -93,11 +94,19 @@ std::vector<RecSegItem_t> BlockFrames::SegmentsOf(uint32_t channel) {
 }
 
 void BlockFrames::ReadIndex() {
+    int64_t earliest = std::numeric_limits<int64_t>::max();
     for (uint32_t channel = 0; channel < 32; ++channel) {
         for (const RecSegItem_t& segment : SegmentsOf(channel)) {
             m_indexEnd = std::max(m_indexEnd, std::min(segment.epos, m_area.size));
+            earliest = std::min<int64_t>(earliest, segment.s);
             m_endTime = std::max<int64_t>(m_endTime, segment.e);
         }
+    }
+    // Where head and index contradict each other, the index is right: all frames went into it.
+    if (m_indexEnd != 0 &&
+        (m_block.startTime > m_endTime || m_block.startTime + kClockSetSeconds < earliest)) {
+        m_block.startTime = static_cast<uint32_t>(earliest);
+        m_newest = earliest;
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "findings.h"
+#include "recorded_blocks.h"
 
 namespace diskaccess {
 
@@ -9,7 +10,12 @@ Report Events(Job& job) {
     const uint64_t mask = job.WantedAlarms().value_or(std::numeric_limits<uint64_t>::max());
     Table events = {
         "events", {{"time", "TIME"}, {"type", "TYPE"}, {"block", "BLOCK"}, {"entry", "ENTRY"}}, {}};
-    for (const EventItem_t& event : FindEvents(job, mask)) {
+    std::vector<EventItem_t> found = FindEvents(job, job.WantedRange(), mask);
+    if (found.empty() && TimesMislead(job)) {
+        job.AskEveryBlock();
+        found = FindEvents(job, job.WantedRange(), mask);
+    }
+    for (const EventItem_t& event : found) {
         events.rows.push_back({job.TrueTime(event.time), Mask{event.alarmType}, uint64_t{event.eventId >> 16},
                                uint64_t{event.eventId & 0xFFFF}});
     }

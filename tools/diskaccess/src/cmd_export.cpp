@@ -74,7 +74,7 @@ public:
     Exporter(Job& job, Target target)
         : m_job(job), m_target(std::move(target)),
           m_plan(PlanExport(job, {job.WantedRange(), job.WantedChannels() & ~job.HiddenChannels()})),
-          m_events(FindEvents(job, std::numeric_limits<uint64_t>::max())) {
+          m_events(FindEvents(job, job.WantedRange(), std::numeric_limits<uint64_t>::max())) {
         AddEventsOfOpenBlocks();
         if (!job.Wanted().audio.empty()) {
             m_givenAudio = ReadAudioCodec(job.Wanted().audio);
@@ -373,15 +373,21 @@ Report Summary(Job& job, const Target& target, const Manifest& manifest) {
 
 ExitCode Export(Job& job) {
     const Target target = WantedTarget(job.Wanted());
-    Exporter exporter(job, target);
-    if (!exporter.Run()) {
+    auto exporter = std::make_unique<Exporter>(job, target);
+    bool exported = exporter->Run();
+    if (!exported && !job.AsksEveryBlock()) {
+        job.AskEveryBlock(); // before it is said that there is nothing
+        exporter = std::make_unique<Exporter>(job, target);
+        exported = exporter->Run();
+    }
+    if (!exported) {
         job.Note(job.Wanted().partition +
                      ": holds no frames of that time and these channels; nothing was written",
                  kDone);
         return job.Finish();
     }
-    NoteLosses(job, exporter.Result());
-    return job.Finish(Summary(job, target, exporter.Result()));
+    NoteLosses(job, exporter->Result());
+    return job.Finish(Summary(job, target, exporter->Result()));
 }
 
 } // namespace diskaccess

@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "findings.h"
+#include "recorded_blocks.h"
 
 namespace diskaccess {
 
@@ -59,13 +60,29 @@ Table ChannelTotals(const std::map<uint32_t, Total>& channels) {
     return table;
 }
 
+std::vector<RecordItem_t> RecordsAsWanted(Job& job) {
+    return job.Wanted().mix ? FindMixedRecords(job) : FindRecords(job, job.WantedRange());
+}
+
 } // namespace
 
 Report List(Job& job) {
-    // A plain search does not look at events, and one around alarms gives back the mask it was asked for.
     const auto alarms = job.WantedAlarms();
-    const AlarmTags tags(job, FindEvents(job, alarms.value_or(std::numeric_limits<uint64_t>::max())),
+    const Range range = job.WantedRange();
+    const bool mixed = job.Wanted().mix;
+    std::vector<RecordItem_t> found = RecordsAsWanted(job);
+    if (found.empty() && TimesMislead(job)) {
+        job.AskEveryBlock();
+        found = RecordsAsWanted(job);
+    }
+    // A search for records does not look at events.
+    const AlarmTags tags(job,
+                         FindEvents(job, alarms ? AlarmRange(range) : range,
+                                    alarms.value_or(std::numeric_limits<uint64_t>::max())),
                          alarms.has_value());
+    if (alarms && !mixed) {
+        found = CutAroundAlarms(found, tags);
+    }
 
     Table records = {"records",
                      {{"channel", "CHANNEL"},
@@ -80,9 +97,7 @@ Report List(Job& job) {
                      {}};
     Total all;
     std::map<uint32_t, Total> channels;
-    const bool mixed = job.Wanted().mix;
-    for (const RecordItem_t& record :
-         mixed ? FindMixedRecords(job) : FindRecords(job, job.WantedRange(), alarms.value_or(0), tags)) {
+    for (const RecordItem_t& record : found) {
         const uint64_t types =
             mixed ? uint64_t{record.alarmType} : tags.TypesOf(record.startTime, record.endTime);
         records.rows.push_back(Row(job, record, types));

@@ -10,6 +10,7 @@
 #include "commands.h"
 #include "findings.h"
 #include "frame_types.h"
+#include "recorded_blocks.h"
 
 namespace diskaccess {
 
@@ -32,7 +33,6 @@ public:
 
     int Read(FrameInfo_t& frame) { return m_disk.ReadFrame(m_handle, &frame, &m_payload); }
     int Next(FrameInfo_t& frame) { return m_disk.ReadNextIFrame(m_handle, &frame, &m_payload); }
-    int Previous(FrameInfo_t& frame) { return m_disk.ReadPrevIFrame(m_handle, &frame, &m_payload); }
     bool Seek(int64_t seconds) {
         auto time = static_cast<long>(seconds);
         return m_disk.SeekTime(m_handle, &time) == 0;
@@ -80,6 +80,10 @@ public:
           m_rows(job.Wanted().format, job.Zone(), Table(job), {23, 7, 7, 0, 8}) {
         PartAccess_t access = job.Disk().Access();
         m_disk.Init(&access);
+        if (job.Wanted().to.empty()) {
+            m_range.last =
+                std::numeric_limits<uint32_t>::max(); // a block may bear times that no search reaches
+        }
         if (!job.Wanted().seek.empty()) {
             m_seek = job.ReadDiskTime(job.Wanted().seek);
         }
@@ -94,18 +98,11 @@ public:
             return;
         }
         Reader reader(m_disk, 0, record);
-        const Options& wanted = m_job.Wanted();
-        if (wanted.iframes && record.flag != kIndexed) {
-            StepWithoutIndex(reader);
-        } else if (wanted.backward) {
-            StepBackwards(reader, record);
+        if (m_job.Wanted().iframes) {
+            PlayKeyFrames(reader, record);
         } else {
             SeekIn(reader, record);
-            if (wanted.iframes) {
-                StepForwards(reader);
-            } else {
-                PlayOn(reader, record);
-            }
+            PlayOn(reader, record);
         }
     }
 
@@ -116,8 +113,14 @@ public:
         record.flag = kWholeBlock;
         Reader reader(m_disk, 1, record);
         FrameInfo_t frame = {};
+        int64_t last = 0;
         while (reader.Read(frame) == 0) {
             Show(frame);
+            last = IsMedia(frame) ? std::max(last, SecondsOf(frame)) : last;
+        }
+        const auto ends = m_job.Disk().EndsOf(unit);
+        if (ends && ends->closed) {
+            NoteEarlyEnd(fmt::format("block {}", unit), last, ends->tail.EndTime);
         }
     }
 
@@ -153,8 +156,9 @@ private:
 
     void SeekIn(Reader& reader, const RecordItem_t& record) {
         if (m_seek && *m_seek > record.startTime && !reader.Seek(*m_seek)) {
-            m_job.Note(fmt::format("block {}, channel {}: has no index to seek by; played from its start",
-                                   record.recId >> 16, record.chn),
+            m_job.Note(fmt::format("block {}, channel {}: has no {} to seek by; played from its start",
+                                   record.recId >> 16, record.chn,
+                                   record.flag == kIndexed ? "key frame" : "index"),
                        kDone);
         }
     }
@@ -162,81 +166,79 @@ private:
     void PlayOn(Reader& reader, const RecordItem_t& record) {
         FrameInfo_t frame = {};
         int64_t last = 0;
-        // A block that was never closed may begin with frames that the record before it was played on into.
-        bool mayRepeat = record.flag != kIndexed;
-        int result = reader.Read(frame);
-        for (; result == 0; result = reader.Read(frame)) {
+        // The record before was played on into this one's block, up to the block's first key frame.
+        const auto lastShown = static_cast<int64_t>(m_lastShown.at(record.chn % 32));
+        bool mayRepeat =
+            lastShown / 1000000 >= record.startTime && lastShown / 1000000 <= int64_t{record.endTime} + 1;
+        while (reader.Read(frame) == 0) {
             if (IsMedia(frame) && SecondsOf(frame) > m_range.last) {
                 return;
             }
-            mayRepeat = mayRepeat && frame.pts <= m_lastShown.at(record.chn % 32);
+            mayRepeat = mayRepeat && frame.type != kKeyFrame && static_cast<int64_t>(frame.pts) <= lastShown;
             if (!mayRepeat) {
                 Show(frame);
             }
-            last = IsMedia(frame) ? SecondsOf(frame) : last;
+            // What lies behind the record's end is the next block's.
+            last = IsMedia(frame) && SecondsOf(frame) <= record.endTime ? SecondsOf(frame) : last;
         }
-        // A block that is full to its end fails to deliver more, too: what counts is whether all was seen.
-        if (result < 0 && record.flag == kIndexed && last + 1 < record.endTime) {
-            m_job.Note(fmt::format("block {}, channel {}: cannot be played beyond {}, though recorded to {}; "
-                                   "`diskaccess export` passes damage",
-                                   record.recId >> 16, record.chn,
-                                   m_job.Zone().Text(m_job.TrueTime(static_cast<uint32_t>(last)).seconds),
-                                   m_job.Zone().Text(m_job.TrueTime(record.endTime).seconds)),
+        if (record.flag == kIndexed) {
+            NoteEarlyEnd(fmt::format("block {}, channel {}", record.recId >> 16, record.chn), last,
+                         record.endTime);
+        }
+    }
+
+    /// Says so when frames end before they should. The result of the last read does not tell: a block that is
+    /// full to its end fails to deliver more, and behind damage a reader may go on with the next block.
+    void NoteEarlyEnd(const std::string& what, int64_t last, uint32_t end) {
+        if (last + 1 < end) {
+            const auto text = [this](int64_t time) {
+                return m_job.Zone().Text(m_job.TrueTime(static_cast<uint32_t>(time)).seconds);
+            };
+            const std::string beyond = last == 0 ? "" : " beyond " + text(last);
+            m_job.Note(fmt::format(
+                           "{}: cannot be played{}, though recorded to {}; `diskaccess export` passes damage",
+                           what, beyond, text(end)),
                        kDataLost);
         }
     }
 
-    void StepForwards(Reader& reader) {
-        // The first step leads to the I-frame behind the frame at hand, which it passes.
-        FrameInfo_t frame = {};
-        if (reader.Read(frame) == 0 && frame.type == kKeyFrame) {
-            Show(frame);
+    /// Shows the key frames of a record, from the first or, backwards, from the last.
+    void PlayKeyFrames(Reader& reader, const RecordItem_t& record) {
+        const bool backward = m_job.Wanted().backward;
+        std::vector<FrameInfo_t> frames =
+            record.flag == kIndexed ? KeyFramesByIndex(reader) : KeyFramesWithoutIndex(reader);
+        if (backward) {
+            std::reverse(frames.begin(), frames.end());
         }
-        while (reader.Next(frame) == 0 && SecondsOf(frame) <= m_range.last) {
-            Show(frame);
+        for (const FrameInfo_t& frame : frames) {
+            if (!m_seek || (backward ? SecondsOf(frame) <= *m_seek : SecondsOf(frame) >= *m_seek)) {
+                Show(frame);
+            }
         }
     }
 
-    /// Steps through a block that was never closed, frame by frame.
-    void StepWithoutIndex(Reader& reader) {
-        std::vector<FrameInfo_t> iframes;
+    static std::vector<FrameInfo_t> KeyFramesByIndex(Reader& reader) {
+        // The first step leads to the key frame behind the frame at hand, which it passes.
+        std::vector<FrameInfo_t> frames;
+        FrameInfo_t frame = {};
+        if (reader.Read(frame) == 0 && frame.type == kKeyFrame) {
+            frames.push_back(frame);
+        }
+        while (reader.Next(frame) == 0) {
+            frames.push_back(frame);
+        }
+        return frames;
+    }
+
+    static std::vector<FrameInfo_t> KeyFramesWithoutIndex(Reader& reader) {
+        std::vector<FrameInfo_t> frames;
         FrameInfo_t frame = {};
         while (reader.Read(frame) == 0) {
             if (frame.type == kKeyFrame) {
-                iframes.push_back(frame);
+                frames.push_back(frame);
             }
         }
-        if (m_job.Wanted().backward) {
-            std::reverse(iframes.begin(), iframes.end());
-        }
-        for (const FrameInfo_t& iframe : iframes) {
-            Show(iframe);
-        }
-    }
-
-    /// Shows the I-frames from the record's last (or that of the seek) to its first.
-    void StepBackwards(Reader& reader, const RecordItem_t& record) {
-        const int64_t from = m_seek ? std::min<int64_t>(*m_seek, record.endTime) : record.endTime;
-        FrameInfo_t last = {};
-        if (!reader.Seek(from) || reader.Read(last) != 0) {
-            return;
-        }
-        // A step back needs a later I-frame to start at: the one before the last leads to the last.
-        FrameInfo_t before = last;
-        for (int64_t time = SecondsOf(last) - 1;
-             before.pts == last.pts && time >= int64_t{record.startTime} - 1; --time) {
-            if (!reader.Seek(time) || reader.Read(before) != 0) {
-                return;
-            }
-        }
-        if (before.pts == last.pts) {
-            Show(last);
-            return;
-        }
-        FrameInfo_t frame = {};
-        while (reader.Previous(frame) == 0) {
-            Show(frame);
-        }
+        return frames;
     }
 
     Job& m_job;
@@ -254,12 +256,12 @@ private:
 std::vector<RecordItem_t> RecordsToPlay(Job& job) {
     const Range range = job.WantedRange();
     const uint32_t channels = job.WantedChannels();
-    // A search leaves out pieces of a second or less.
+    // A search leaves out pieces of a second or less, and the record before may lead on into the range.
     Range wider = range;
-    wider.first -= std::min(range.first, 2u);
+    wider.first -= std::min(range.first, 3u);
     wider.endOfMedia = std::min(range.endOfMedia, 0x7FFFFFFFu - 2) + 2;
     std::vector<uint32_t> blocks;
-    for (const RecordItem_t& record : FindRecords(job, wider, 0, AlarmTags(job, {}, false))) {
+    for (const RecordItem_t& record : FindRecords(job, wider)) {
         if (blocks.empty() || blocks.back() != record.recId >> 16) {
             blocks.push_back(record.recId >> 16);
         }
@@ -270,8 +272,9 @@ std::vector<RecordItem_t> RecordsToPlay(Job& job) {
         job.Search().SearchUnitMedia(block, &found, nullptr);
         for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
             const RecordItem_t& record = node->data;
+            // A record that ends right before the range leads on into a block that begins in it.
             if ((channels >> record.chn & 1) != 0 && record.startTime <= range.last &&
-                record.endTime >= range.first) {
+                record.endTime >= wider.first) {
                 records.push_back(record);
             }
         }
@@ -316,6 +319,10 @@ ExitCode Play(Job& job) {
         player.PlayRecord(NamedRecord(job, wanted.record));
     } else {
         std::vector<RecordItem_t> records = RecordsToPlay(job);
+        if (records.empty() && TimesMislead(job)) {
+            job.AskEveryBlock();
+            records = RecordsToPlay(job);
+        }
         if (wanted.backward) {
             std::reverse(records.begin(), records.end());
         }

@@ -4,19 +4,16 @@
 #include <limits>
 #include <map>
 
+#include "recorded_blocks.h"
+
 namespace diskaccess {
 
 namespace {
 
-/// The channel argument of a search: one channel, or all of them.
-uint32_t SearchedChannel(uint32_t set) {
-    for (uint32_t chn = 0; chn < 32; ++chn) {
-        if (set == 1u << chn) {
-            return chn;
-        }
-    }
-    return 0xFFFFFFFF;
-}
+constexpr uint32_t kAllChannels = 0xFFFFFFFF;
+
+/// The longest time before or after an event that a recorder is expected to count as its alarm.
+constexpr uint32_t kLongestAlarm = 3600;
 
 /// Cuts off what lies outside the range: the search may have begun earlier, and a block asked by itself gives
 /// all it has. Coarse records are left as they are.
@@ -38,12 +35,12 @@ bool Clip(RecordItem_t& record, uint32_t first, uint32_t end) {
     return true;
 }
 
-/// Asks every recorded block by itself.
-void SalvageRecords(Job& job, CCommList<RecordItem_t>& found) {
-    CCommList<UnitItem_t> units;
-    job.Search().GetUnitInfo(&units);
-    for (const auto* node = units.m_pHead; node != nullptr; node = node->pNext) {
-        job.Search().SearchUnitMedia(node->data.unitId, &found, nullptr);
+/// Asks every block by itself, in recording order.
+void SearchEveryBlock(Job& job, CCommList<RecordItem_t>& records, CCommList<EventItem_t>* events) {
+    for (const RecordedBlock& block : AllBlocks(job)) {
+        if (!block.suspect) {
+            job.Search().SearchUnitMedia(block.number, &records, events);
+        }
     }
 }
 
@@ -65,15 +62,13 @@ void AddFirstEvents(Job& job, const Range& range, uint64_t mask, std::vector<Eve
     }
 }
 
-} // namespace
-
-std::vector<EventItem_t> FindEvents(Job& job, uint64_t mask) {
-    const Range range = job.WantedRange();
+/// The events of a range that a search by time finds.
+std::vector<EventItem_t> SearchEvents(Job& job, const Range& range, uint64_t mask) {
     // The search leaves out its two end seconds; a user who names them means them.
     const uint32_t start = job.Disk().SafeSearchStart(range.first);
     const uint32_t before = start == 0 ? 0 : start - 1;
     const uint32_t behind = range.last == 0x7FFFFFFF ? range.last : range.last + 1;
-    SearchParam_t request = {mask, before, behind, 0xFFFFFFFF};
+    SearchParam_t request = {mask, before, behind, kAllChannels};
     CCommList<EventItem_t> found;
     job.Search().SearchEvent(&request, &found);
     std::vector<EventItem_t> events;
@@ -84,6 +79,62 @@ std::vector<EventItem_t> FindEvents(Job& job, uint64_t mask) {
         }
     }
     return events;
+}
+
+/// The events of a range, wherever they lie.
+std::vector<EventItem_t> EventsOfEveryBlock(Job& job, const Range& range, uint64_t mask) {
+    CCommList<RecordItem_t> records;
+    CCommList<EventItem_t> found;
+    SearchEveryBlock(job, records, &found);
+    std::vector<EventItem_t> events;
+    for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
+        const EventItem_t& event = node->data;
+        if (event.time >= range.first && event.time <= range.last && (event.alarmType & mask) != 0) {
+            events.push_back(event);
+        }
+    }
+    return events;
+}
+
+/// Those of the channels asked for, cut to the range.
+std::vector<RecordItem_t> Wanted(const Job& job, const Range& range, const CCommList<RecordItem_t>& found) {
+    const uint32_t channels = job.WantedChannels();
+    std::vector<RecordItem_t> records;
+    for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
+        RecordItem_t record = node->data;
+        if (record.chn < 32 && (channels >> record.chn & 1) != 0 &&
+            Clip(record, range.first, range.endOfMedia)) {
+            records.push_back(record);
+        }
+    }
+    return records;
+}
+
+std::vector<RecordItem_t> SearchRecords(Job& job, const Range& range) {
+    // All channels, since a search for one ends at the first open block that lacks it.
+    SearchParam_t request = {0, job.Disk().SafeSearchStart(range.first), range.endOfMedia, kAllChannels};
+    CCommList<RecordItem_t> found;
+    job.Search().SearchMedia(&request, &found);
+    return Wanted(job, range, found);
+}
+
+std::vector<RecordItem_t> RecordsOfEveryBlock(Job& job, const Range& range) {
+    CCommList<RecordItem_t> found;
+    SearchEveryBlock(job, found, nullptr);
+    return Wanted(job, range, found);
+}
+
+} // namespace
+
+std::vector<EventItem_t> FindEvents(Job& job, const Range& range, uint64_t mask) {
+    return job.AsksEveryBlock() ? EventsOfEveryBlock(job, range, mask) : SearchEvents(job, range, mask);
+}
+
+Range AlarmRange(const Range& range) {
+    Range wider = range;
+    wider.first -= std::min(range.first, kLongestAlarm);
+    wider.last += std::min(0x7FFFFFFF - range.last, kLongestAlarm);
+    return wider;
 }
 
 AlarmTags::AlarmTags(Job& job, const std::vector<EventItem_t>& events, bool aroundAlarms) {
@@ -116,40 +167,61 @@ uint64_t AlarmTags::TypesOf(uint32_t start, uint32_t end) const {
     return types;
 }
 
-std::vector<RecordItem_t> FindRecords(Job& job, const Range& range, uint64_t alarms, const AlarmTags& tags) {
-    const uint32_t channels = job.WantedChannels();
-    SearchParam_t request = {alarms, job.Disk().SafeSearchStart(range.first), range.endOfMedia,
-                             SearchedChannel(channels)};
-    CCommList<RecordItem_t> found;
-    job.Search().SearchMedia(&request, &found);
-    const bool salvaged = job.ReadsFailed();
-    if (salvaged) {
-        found.RemoveAll();
-        SalvageRecords(job, found);
-    }
-    std::vector<RecordItem_t> records;
-    for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
-        RecordItem_t record = node->data;
-        const bool wanted = record.chn < 32 && (channels >> record.chn & 1) != 0 &&
-                            Clip(record, range.first, range.endOfMedia);
-        const bool besideAlarms =
-            salvaged && alarms != 0 && (tags.TypesOf(record.startTime, record.endTime) & alarms) == 0;
-        if (wanted && !besideAlarms) {
-            records.push_back(record);
+std::vector<AlarmTags::Stretch> AlarmTags::Stretches() const {
+    std::vector<Stretch> stretches;
+    for (const Span& span : m_spans) {
+        const auto first = static_cast<uint32_t>(std::clamp<int64_t>(span.first, 0, 0x7FFFFFFF));
+        const auto last = static_cast<uint32_t>(std::clamp<int64_t>(span.last, 0, 0x7FFFFFFF));
+        if (!stretches.empty() && first <= stretches.back().last) {
+            stretches.back().last = std::max(stretches.back().last, last);
+        } else {
+            stretches.push_back({first, last});
         }
     }
-    return records;
+    return stretches;
+}
+
+std::vector<RecordItem_t> FindRecords(Job& job, const Range& range) {
+    if (!job.AsksEveryBlock()) {
+        std::vector<RecordItem_t> records = SearchRecords(job, range);
+        if (!job.ReadsFailed()) { // else the search has ended where they did
+            return records;
+        }
+    }
+    return RecordsOfEveryBlock(job, range);
+}
+
+std::vector<RecordItem_t> CutAroundAlarms(const std::vector<RecordItem_t>& records, const AlarmTags& tags) {
+    const std::vector<AlarmTags::Stretch> stretches = tags.Stretches();
+    std::vector<RecordItem_t> parts;
+    for (const RecordItem_t& record : records) {
+        if (record.flag == 1) { // whose alarms are not indexed
+            parts.insert(parts.end(), stretches.empty() ? 0 : 1, record);
+            continue;
+        }
+        auto stretch =
+            std::lower_bound(stretches.begin(), stretches.end(), record.startTime,
+                             [](const AlarmTags::Stretch& each, uint32_t time) { return each.last < time; });
+        for (; stretch != stretches.end() && stretch->first < record.endTime; ++stretch) {
+            RecordItem_t part = record;
+            if (Clip(part, stretch->first, stretch->last)) {
+                parts.push_back(part);
+            }
+        }
+    }
+    return parts;
 }
 
 std::vector<RecordItem_t> FindMixedRecords(Job& job) {
     CCommList<RecordItem_t> whole;
     std::map<uint32_t, RecordItem_t> byId;
-    for (const RecordItem_t& record : FindRecords(job, job.WantedRange(), 0, AlarmTags(job, {}, false))) {
+    for (const RecordItem_t& record : FindRecords(job, job.WantedRange())) {
         whole.AddTail(record);
         byId[record.recId] = record;
     }
     CCommList<EventItem_t> events;
-    for (const EventItem_t& event : FindEvents(job, std::numeric_limits<uint64_t>::max())) {
+    for (const EventItem_t& event :
+         FindEvents(job, job.WantedRange(), std::numeric_limits<uint64_t>::max())) {
         events.AddTail(event);
     }
     SearchParam_t request = {job.WantedAlarms().value_or(0), 0, 0, 0};

@@ -11,8 +11,11 @@
 
 namespace diskaccess {
 
-/// The events of the range asked for whose type meets @p mask, both its end seconds included.
-std::vector<EventItem_t> FindEvents(Job& job, uint64_t mask);
+/// The events of a range whose type meets @p mask, both its end seconds included.
+std::vector<EventItem_t> FindEvents(Job& job, const Range& range, uint64_t mask);
+
+/// The range in which events may lie whose alarms reach into @p range.
+Range AlarmRange(const Range& range);
 
 /// Tells which alarms a stretch of recording belongs to.
 class AlarmTags {
@@ -23,6 +26,14 @@ public:
 
     /// The type bits of all events that the stretch belongs to. Times of the disk, both ends included.
     uint64_t TypesOf(uint32_t start, uint32_t end) const;
+
+    /// A time in which something was the matter, both ends included.
+    struct Stretch {
+        uint32_t first;
+        uint32_t last;
+    };
+    /// The times that events belong to, in order, those that meet each other as one.
+    std::vector<Stretch> Stretches() const;
 
 private:
     /// An event's time, with the recording before and behind it.
@@ -35,12 +46,14 @@ private:
     int64_t m_longest = 0;
 };
 
-/// The records of a range and of the channels asked for, cut to the range; with alarms to look for, only those
-/// around them.
+/// The records of a range and of the channels asked for, cut to the range.
 ///
-/// A search ends at the first block that cannot be read. Where reads failed, every block is asked by itself
-/// instead, and what was recorded around alarms then comes uncut.
-std::vector<RecordItem_t> FindRecords(Job& job, const Range& range, uint64_t alarms, const AlarmTags& tags);
+/// A search by time ends at the first block that cannot be read: then every block is asked by itself.
+std::vector<RecordItem_t> FindRecords(Job& job, const Range& range);
+
+/// The parts of records that lie around alarms, with their share of the bytes. Blocks that were never closed
+/// come whole, if there are alarms at all.
+std::vector<RecordItem_t> CutAroundAlarms(const std::vector<RecordItem_t>& records, const AlarmTags& tags);
 
 /// The records of the range and channels asked for, cut where alarms begin and end: each piece bears the types
 /// of the alarms it belongs to, and its share of the record's bytes. With alarms asked for, only their pieces.

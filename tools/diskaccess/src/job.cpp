@@ -143,12 +143,19 @@ std::optional<uint64_t> Job::WantedAlarms() const {
     throw WrongUse("--alarm: '" + text + "' is no set of event types; give a mask like 0x5, or all");
 }
 
+bool Job::AsksEveryBlock() const {
+    return m_options.everyBlock || (m_options.from.empty() && m_options.to.empty());
+}
+
 bool Job::ReadsFailed() {
     m_readsFailed = m_output.TakeLibraryFailures() != 0 || m_readsFailed;
     return m_readsFailed;
 }
 
 void Job::Note(const std::string& line, ExitCode code) {
+    if (!m_said.insert(line).second) {
+        return;
+    }
     Complain(line);
     // A failure outweighs a loss.
     if (m_code != kFailed && code != kDone) {

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "disk_access.h"
@@ -32,6 +33,7 @@ struct Options {
     bool verbose = false;
     bool askPassword = false;
     bool mix = false; ///< list
+    bool everyBlock = false;
 
     // play
     bool iframes = false;
@@ -87,10 +89,16 @@ public:
     /// The event types asked for; nothing without.
     std::optional<uint64_t> WantedAlarms() const;
 
-    /// Whether the library has failed to read the disk anywhere so far.
-    bool ReadsFailed();
+    /// Whether every block of the ring is to be asked, whatever time and place its head claims: when the user
+    /// wants that, or everything. It takes a read a block, on a hard disk some minutes.
+    bool AsksEveryBlock() const;
+    void AskEveryBlock() { m_options.everyBlock = true; }
 
-    /// Says on standard error what is missing from the answer.
+    /// Whether the disk could not be read anywhere so far, by the library or as noted.
+    bool ReadsFailed();
+    void NoteFailedRead() { m_readsFailed = true; }
+
+    /// Says on standard error what is missing from the answer; once.
     void Note(const std::string& line, ExitCode code);
 
     /// Writes the answer and says what could not be read.
@@ -115,6 +123,7 @@ private:
     uint32_t m_hidden = 0;
     bool m_readsFailed = false;
     ExitCode m_code = kDone;
+    std::set<std::string> m_said;
 };
 
 } // namespace diskaccess

@@ -184,6 +184,12 @@ void AddSearchOptions(CLI::App& command, const Command& description, Options& op
         command.add_option("--from", options.from, "First second (a date: its first)")->option_text("TIME");
         command.add_option("--to", options.to, "Last second (a date: its last)")->option_text("TIME");
     }
+    if (description.takesRange) {
+        command.add_flag(
+            "--every-block", options.everyBlock,
+            "Also look where the times of the blocks do not lead: for a recorder whose clock was "
+            "set back");
+    }
     if (description.takesChannels) {
         command.add_option("--channel", options.channels, "Channels, like 0,2-4 (default: all)")
             ->option_text("LIST");

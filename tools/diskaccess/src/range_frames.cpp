@@ -40,7 +40,7 @@ private:
             if (lost) {
                 found = {};
             }
-            if (!IsVideo(frame.head) || frame.Seconds() > m_plan.range.times.first) {
+            if (!IsVideo(frame.head) || frame.head.pts > int64_t{m_plan.range.times.first} * kMicros) {
                 continue;
             }
             if (frame.head.type == kKeyFrame) {
@@ -83,7 +83,8 @@ ExportPlan PlanExport(Job& job, const ExportRange& range) {
     plan.area = FindFrameArea(job.Disk(), plan.sequence.blocks);
     plan.firstBlock = plan.sequence.start;
     const auto& blocks = plan.sequence.blocks;
-    if (blocks.empty() || blocks[plan.sequence.start].startTime > range.times.first) {
+    if (blocks.empty() || !plan.sequence.inOrder ||
+        blocks[plan.sequence.start].startTime > range.times.first) {
         return plan;
     }
     StartFinder(job.Disk(), plan).Run();
@@ -114,8 +115,10 @@ bool RangeFrames::OpenNextBlock() {
         return false;
     }
     if (m_started && blocks[m_block - 1].sequence + 1 != blocks[m_block].sequence) {
-        const uint32_t missing = blocks[m_block].sequence - blocks[m_block - 1].sequence - 1;
-        m_findings.missing.push_back({blocks[m_block - 1].number, blocks[m_block].number, missing});
+        const uint32_t step = blocks[m_block].sequence - blocks[m_block - 1].sequence;
+        if (step != 0) { // two heads with one number are not both right, and tell of none between them
+            m_findings.missing.push_back({blocks[m_block - 1].number, blocks[m_block].number, step - 1});
+        }
         m_waiting.fill(true);
     }
     m_started = true;
