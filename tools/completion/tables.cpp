@@ -1,5 +1,7 @@
 #include "tables.h"
 
+#include <CLI/CLI.hpp>
+
 namespace completion {
 
 namespace {

@@ -1,10 +1,12 @@
 #ifndef COMPLETION_TABLES_H
 #define COMPLETION_TABLES_H
 
-#include <CLI/CLI.hpp>
-
 #include <string>
 #include <vector>
+
+namespace CLI { // whose header takes long to compile
+class App;
+}
 
 namespace completion {
 
