@@ -259,6 +259,22 @@ TEST_F(PlayProgram, SaysWhereDamageEndsABlock) {
     expectNote({"--unit", "0"}, "block 0");
 }
 
+TEST_F(PlayProgram, PlaysBeyondMidnightInABlockThatWasNeverClosed) {
+    MakeDiskAnew();
+    RecorderSettings settings;
+    settings.channels = 0x2;
+    Recorder recorder(Disk(), settings);
+    GeneratedSource source({1, 5, 10, 3000, 200, 0, 40}, 1, kStart + 35995, 10);
+    for (Frame frame; source.Next(frame);) {
+        recorder.Write(frame);
+    }
+    recorder.CutPower();
+    ASSERT_EQ(recorder.BlocksOpened(), 1u);
+    const Lines frames = Frames({"--from", "2026-11-21 00:00:01"});
+    ASSERT_EQ(frames.size(), 20u) << Joined(frames);
+    EXPECT_EQ(frames.back(), "00:04.8 P-frame");
+}
+
 TEST_F(PlayProgram, PlaysABlockOfATimeThatNoSearchReaches) {
     MakeDiskAnew();
     RecorderSettings settings;

@@ -272,9 +272,10 @@ std::vector<RecordItem_t> RecordsToPlay(Job& job) {
         job.Search().SearchUnitMedia(block, &found, nullptr);
         for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
             const RecordItem_t& record = node->data;
-            // A record that ends right before the range leads on into a block that begins in it.
-            if ((channels >> record.chn & 1) != 0 && record.startTime <= range.last &&
-                record.endTime >= wider.first) {
+            // A record that ends right before the range leads on into a block that begins in it; and where one of a
+            // block that was never closed ends is not known.
+            const bool over = record.flag == kIndexed && record.endTime < wider.first;
+            if ((channels >> record.chn & 1) != 0 && record.startTime <= range.last && !over) {
                 records.push_back(record);
             }
         }
