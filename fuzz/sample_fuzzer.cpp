@@ -141,7 +141,7 @@ void CheckRefusal(int code, const std::string& text, const std::vector<std::stri
                 "the program fails with a line that does not bear its name");
         const bool namesFile =
             std::any_of(arguments.begin(), arguments.end(), [&](const std::string& argument) {
-                return !argument.empty() && text.compare(name.size(), argument.size(), argument) == 0;
+                return text.compare(name.size(), argument.size() + 2, argument + ": ") == 0;
             });
         for (const std::string word : {"std::", "[json.exception", "basic_string", "stoi\n", "stoul\n",
                                        "stod\n", "vector::", "map::at"}) {

@@ -62,6 +62,22 @@ protected:
         recorder.CutPower();
     }
 
+    /// Records one camera of channel 0, and closes the last block.
+    void RecordOneCamera(const GeneratedCamera& camera, uint32_t seconds) {
+        sample_recorder::Format format;
+        format.blockCount = 16;
+        MakeDisk(format);
+        RecorderSettings settings;
+        settings.channels = 1;
+        Recorder recorder(Disk(), settings);
+        GeneratedSource source(camera, 1, kStart, seconds);
+        for (Frame frame; source.Next(frame);) {
+            recorder.Write(frame);
+            m_recorded.push_back({*recorder.CurrentBlock(), 0, frame});
+        }
+        recorder.PowerOff();
+    }
+
     ProgramResult Run(std::vector<std::string> options, const ProgramSetting& setting = {}) {
         options.insert(options.begin(),
                        {DISKACCESS_PROGRAM, "export", File("disk"), "--utc", "-o", File("out")});
@@ -344,23 +360,13 @@ TEST_F(Export, FindsWhatTimesDoNotLeadTo) {
 
 TEST_F(Export, BeginsBeforeAStartBetweenKeyFrames) {
     // Seven frames a second, a key frame every three seconds and three sevenths.
-    sample_recorder::Format format;
-    format.blockCount = 16;
-    MakeDisk(format);
-    RecorderSettings settings;
-    settings.channels = 1;
-    Recorder recorder(Disk(), settings);
-    GeneratedSource source({0, 7, 24, 1000, 500, 0, 40}, 1, kStart, 30);
-    Frame frame;
+    RecordOneCamera({0, 7, 24, 1000, 500, 0, 40}, 30);
     uint32_t keyFrames = 0;
-    while (source.Next(frame)) {
-        recorder.Write(frame);
-        keyFrames += frame.type == kVideoI ? 1u : 0u;
+    for (Recorded& recorded : m_recorded) {
+        keyFrames += recorded.frame.type == kVideoI ? 1u : 0u;
         // The third, of 6.857 s, is the last at or before second 10; the fourth comes at 10.286 s.
-        const bool lost = keyFrames < 3 || frame.Seconds() > kStart + 10;
-        m_recorded.push_back({0, 0, frame, lost});
+        recorded.lost = keyFrames < 3 || recorded.frame.Seconds() > kStart + 10;
     }
-    recorder.PowerOff();
     Compare(0, {"--from", "@" + std::to_string(kStart + 10), "--to", "@" + std::to_string(kStart + 10)});
 }
 
@@ -379,22 +385,11 @@ TEST_F(Export, BeginsWithTheKeyFrameAtOrBeforeTheStart) {
 
 TEST_F(Export, BeginsWithTheKeyFrameOfAnEarlierBlock) {
     // Key frames of channel 0 every 30 seconds: blocks last about eleven.
-    sample_recorder::Format format;
-    format.blockCount = 16;
-    MakeDisk(format);
-    RecorderSettings settings;
-    settings.channels = 1;
-    Recorder recorder(Disk(), settings);
-    GeneratedSource source({0, 10, 300, 1000, 500, 0, 40}, 1, kStart, 90);
-    Frame frame;
-    while (source.Next(frame)) {
-        recorder.Write(frame);
-        if (frame.Seconds() >= kStart + 30 && frame.Seconds() <= kStart + 59) {
-            m_recorded.push_back({*recorder.CurrentBlock(), 0, frame});
-        }
+    RecordOneCamera({0, 10, 300, 1000, 500, 0, 40}, 90);
+    for (Recorded& recorded : m_recorded) {
+        recorded.lost = recorded.frame.Seconds() < kStart + 30 || recorded.frame.Seconds() > kStart + 59;
     }
-    recorder.PowerOff();
-    ASSERT_GT(m_recorded.back().block, m_recorded.front().block + 1);
+    ASSERT_GT(m_recorded[599].block, m_recorded[300].block + 1);
     EXPECT_EQ(
         Run({"--raw", "--from", "@" + std::to_string(kStart + 55), "--to", "@" + std::to_string(kStart + 59)})
             .exitCode,

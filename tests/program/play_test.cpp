@@ -49,6 +49,25 @@ protected:
         MakeDisk(16);
     }
 
+    /// Records one camera on an empty disk.
+    /// @return blocks that it took
+    uint32_t RecordAnew(const GeneratedCamera& camera, uint32_t start, uint32_t seconds, bool cutPower) {
+        MakeDiskAnew();
+        RecorderSettings settings;
+        settings.channels = 0x2;
+        Recorder recorder(Disk(), settings);
+        GeneratedSource source(camera, 1, start, seconds);
+        for (Frame frame; source.Next(frame);) {
+            recorder.Write(frame);
+        }
+        if (cutPower) {
+            recorder.CutPower();
+        } else {
+            recorder.PowerOff();
+        }
+        return recorder.BlocksOpened();
+    }
+
     /// Plays, and gives each frame as "SECONDS.FRACTION KIND", counted from the start.
     Lines Frames(std::vector<std::string> options) const {
         options.insert(options.end(), {"--format", "ndjson"});
@@ -173,15 +192,7 @@ TEST_F(PlayProgram, SeeksToTheKeyFrameAtOrAfter) {
 
 TEST_F(PlayProgram, BackwardsMeansTheSameKeyFrames) {
     // Two key frames a second, so that the last two of a record share one.
-    MakeDiskAnew();
-    RecorderSettings settings;
-    settings.channels = 0x2;
-    Recorder recorder(Disk(), settings);
-    GeneratedSource source({1, 6, 3, 3000, 1000, 0, 40}, 1, kStart, 55);
-    for (Frame frame; source.Next(frame);) {
-        recorder.Write(frame);
-    }
-    recorder.PowerOff();
+    RecordAnew({1, 6, 3, 3000, 1000, 0, 40}, kStart, 55, false);
     Lines forwards = Frames({"--iframes"});
     EXPECT_GT(forwards.size(), 100u) << Joined(forwards);
     std::reverse(forwards.begin(), forwards.end());
@@ -191,16 +202,7 @@ TEST_F(PlayProgram, BackwardsMeansTheSameKeyFrames) {
 
 TEST_F(PlayProgram, ShowsNoFrameTwiceWhereABlockHasNoKeyFrame) {
     // A key frame every ten seconds, on blocks of about five.
-    MakeDiskAnew();
-    RecorderSettings settings;
-    settings.channels = 0x2;
-    Recorder recorder(Disk(), settings);
-    GeneratedSource source({1, 5, 50, 3000, 2000, 0, 40}, 1, kStart, 30);
-    for (Frame frame; source.Next(frame);) {
-        recorder.Write(frame);
-    }
-    recorder.PowerOff();
-    ASSERT_GE(recorder.BlocksOpened(), 5u);
+    ASSERT_GE(RecordAnew({1, 5, 50, 3000, 2000, 0, 40}, kStart, 30, false), 5u);
     const Lines frames = Frames({});
     EXPECT_EQ(frames.size(), 150u) << Joined(frames);
     EXPECT_EQ(std::adjacent_find(frames.begin(), frames.end(), std::greater_equal<>()), frames.end());
@@ -260,31 +262,14 @@ TEST_F(PlayProgram, SaysWhereDamageEndsABlock) {
 }
 
 TEST_F(PlayProgram, PlaysBeyondMidnightInABlockThatWasNeverClosed) {
-    MakeDiskAnew();
-    RecorderSettings settings;
-    settings.channels = 0x2;
-    Recorder recorder(Disk(), settings);
-    GeneratedSource source({1, 5, 10, 3000, 200, 0, 40}, 1, kStart + 35995, 10);
-    for (Frame frame; source.Next(frame);) {
-        recorder.Write(frame);
-    }
-    recorder.CutPower();
-    ASSERT_EQ(recorder.BlocksOpened(), 1u);
+    ASSERT_EQ(RecordAnew({1, 5, 10, 3000, 200, 0, 40}, kStart + 35995, 10, true), 1u);
     const Lines frames = Frames({"--from", "2026-11-21 00:00:01"});
     ASSERT_EQ(frames.size(), 20u) << Joined(frames);
     EXPECT_EQ(frames.back(), "00:04.8 P-frame");
 }
 
 TEST_F(PlayProgram, PlaysABlockOfATimeThatNoSearchReaches) {
-    MakeDiskAnew();
-    RecorderSettings settings;
-    settings.channels = 0x2;
-    Recorder recorder(Disk(), settings);
-    GeneratedSource source({1, 5, 10, 3000, 1000, 0, 40}, 1, 0x90000000, 8);
-    for (Frame frame; source.Next(frame);) {
-        recorder.Write(frame);
-    }
-    recorder.PowerOff();
+    RecordAnew({1, 5, 10, 3000, 1000, 0, 40}, 0x90000000, 8, false);
     EXPECT_EQ(Frames({"--unit", "0"}).size(), 40u);
     const ProgramResult searched = Run({});
     EXPECT_EQ(searched.exitCode, 1);

@@ -116,7 +116,7 @@ public:
         int64_t last = 0;
         while (reader.Read(frame) == 0) {
             Show(frame);
-            last = IsMedia(frame) ? std::max(last, SecondsOf(frame)) : last;
+            last = std::max(last, SecondsOf(frame)); // recorders may count events in the end that they note
         }
         const auto ends = m_job.Disk().EndsOf(unit);
         if (ends && ends->closed) {
