@@ -346,6 +346,12 @@ TEST_F(ProgramOddTimes, DamagedHeadsHideNoOtherBlock) {
     EXPECT_EQ(with(0, [](BlockHead_t& head) { head.RecTime = kBase + 86400; }), 5u);
 }
 
+TEST_F(ProgramOddTimes, BlocksThatHoldNoHeadAreNotAsked) {
+    Disk().EditHead([](PartHead_t& head) { head.BlkSize = 1; });
+    EXPECT_EQ(Show("events"), "Events  0\n");
+    EXPECT_EQ(RecordLines(Show("list")), 0u);
+}
+
 TEST_F(ProgramOddTimes, TimesThatNoSearchReachesAreToldOf) {
     AddBlock(0x80000000 + 3600);
     for (const char* const command : {"list", "events"}) {

@@ -113,6 +113,9 @@ void NoteUnreachable(Job& job, const std::vector<RecordedBlock>& blocks) {
 
 std::vector<RecordedBlock> AllBlocks(Job& job) {
     std::vector<RecordedBlock> blocks;
+    if (job.Disk().Head().BlkSize < sizeof(BlockHead_t)) {
+        return blocks; // a forged size: millions of blocks, none of which holds its own head
+    }
     const uint32_t stated = job.Disk().Head().BlkCount;
     const uint32_t whole = stated - job.Disk().MissingBlocks();
     const uint32_t begun = std::min(whole, stated - 1) + 1; // the device may end inside a block
