@@ -79,8 +79,7 @@ void RequireAddressable(const void* data, size_t size) {
 
 // The linker's --wrap options send allocations and messages here.
 extern "C" {
-int __wrap_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
-int __wrap_puts(const char* text);
+int __wrap_vprintf(const char* format, va_list values) __attribute__((format(printf, 1, 0)));
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
@@ -89,20 +88,9 @@ void* __wrap_calloc(size_t count, size_t size);
 void* __wrap_realloc(void* memory, size_t size);
 
 /// Formats only what may not end where it should; searches say so much that all of it would take most of the time.
-int __wrap_printf(const char* format, ...) {
-    if (std::strchr(format, '*') == nullptr) {
-        return 0;
-    }
+int __wrap_vprintf(const char* format, va_list values) {
     char text[512];
-    va_list values;
-    va_start(values, format);
-    const int length = std::vsnprintf(text, sizeof text, format, values);
-    va_end(values);
-    return length;
-}
-
-int __wrap_puts(const char* text) {
-    return static_cast<int>(std::strlen(text));
+    return std::strchr(format, '*') == nullptr ? 0 : std::vsnprintf(text, sizeof text, format, values);
 }
 
 void* __wrap_malloc(size_t size) {

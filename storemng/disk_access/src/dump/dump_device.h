@@ -6,16 +6,18 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "io/host.h"
+
 namespace disk_access {
 
 /// A descriptor, closed at the end of its scope.
 class DumpDevice {
 public:
-    /// @param fd as open() gave it
+    /// @param fd as HostOpen() gave it
     explicit DumpDevice(int fd) : m_fd(fd) {}
     ~DumpDevice() {
         if (Opened()) {
-            close(m_fd);
+            HostClose(m_fd);
         }
     }
     DumpDevice(const DumpDevice&) = delete;
@@ -24,13 +26,10 @@ public:
     bool Opened() const { return m_fd >= 0; }
     int Descriptor() const { return m_fd; }
 
-    bool Seek(uint64_t offset) const { return lseek64(m_fd, static_cast<off64_t>(offset), SEEK_SET) >= 0; }
+    bool Seek(uint64_t offset) const { return HostSeek(m_fd, static_cast<int64_t>(offset), SEEK_SET) >= 0; }
 
     /// Reads one structure whole; less of it is a failure.
-    bool Read(void* data, size_t size) const {
-        const ssize_t got = read(m_fd, data, size);
-        return got >= 0 && static_cast<size_t>(got) == size;
-    }
+    bool Read(void* data, size_t size) const { return HostReadWhole(m_fd, data, size); }
 
     bool ReadAt(uint64_t offset, void* data, size_t size) const { return Seek(offset) && Read(data, size); }
 

@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
-#include <sys/ioctl.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -16,6 +15,7 @@
 #include "dump/printer.h"
 #include "format/block_geometry.h"
 #include "format/part_head.h"
+#include "io/host.h"
 
 using namespace disk_access;
 
@@ -23,18 +23,18 @@ namespace {
 
 /// The size of a block device in bytes; below 1 when it cannot be told, as for every file of another kind.
 long long BlockDeviceSize(const char* path) {
-    const DumpDevice device(open(path, O_RDONLY));
+    const DumpDevice device(HostOpen(path, O_RDONLY));
     int sectorSize = 0;
-    if (!device.Opened() || ioctl(device.Descriptor(), BLKSSZGET, &sectorSize) < 0) {
+    if (!device.Opened() || HostControl(device.Descriptor(), BLKSSZGET, &sectorSize) < 0) {
         return 0;
     }
     uint64_t bytes = 0;
-    if (ioctl(device.Descriptor(), BLKGETSIZE64, &bytes) >= 0) {
+    if (HostControl(device.Descriptor(), BLKGETSIZE64, &bytes) >= 0) {
         return static_cast<long long>(bytes);
     }
     // A kernel that does not know the size in bytes tells it in sectors.
     unsigned long sectors = 0;
-    if (ioctl(device.Descriptor(), BLKGETSIZE, &sectors) < 0) {
+    if (HostControl(device.Descriptor(), BLKGETSIZE, &sectors) < 0) {
         return 0;
     }
     bytes = uint64_t{sectors} * static_cast<unsigned int>(sectorSize);
@@ -148,7 +148,7 @@ int CPrintDisk::Print(PartAccess_t* part, int level, int (*print)(void* ctx, con
     }
     const Printer out = {print, ctx};
     out.print(out.ctx, "PartName : %s, PartSize : %lld\n", path.chars, size);
-    const DumpDevice device(open64(path.chars, O_RDONLY | O_LARGEFILE));
+    const DumpDevice device(HostOpen(path.chars, O_RDONLY | O_LARGEFILE));
     PartHead_t head = {};
     if (!device.Opened() || !device.ReadAt(0, &head, sizeof head)) {
         return -1;

@@ -4,7 +4,10 @@
 
 #include "dev_io.h"
 #include "io/device.h"
+#include "io/host.h"
 #include "io/messages.h"
+
+using namespace disk_access;
 
 namespace {
 
@@ -34,7 +37,7 @@ bolck_op_st* block_open(block_info_t* info) {
         DISK_ACCESS_REPORT_FAILURE("block_open");
         return nullptr;
     }
-    block->fd = disk_access::OpenReadOnly(*info);
+    block->fd = OpenReadOnly(*info);
     if (block->fd < 0) {
         DISK_ACCESS_REPORT_FAILURE("block_open");
         std::free(block);
@@ -43,9 +46,9 @@ bolck_op_st* block_open(block_info_t* info) {
     block->StartOffs = StartOf(*info, info->BlockNum);
     block->EndOffs = StartOf(*info, info->BlockNum + 1);
     block->CurOffs = block->StartOffs;
-    if (lseek64(block->fd, block->StartOffs, SEEK_SET) < 0) {
+    if (HostSeek(block->fd, block->StartOffs, SEEK_SET) < 0) {
         DISK_ACCESS_REPORT_FAILURE("block_open");
-        close(block->fd);
+        HostClose(block->fd);
         std::free(block);
         return nullptr;
     }
@@ -56,8 +59,8 @@ int block_close(bolck_op_st* block) {
     if (Invalid(block)) {
         return -1;
     }
-    fsync(block->fd);
-    close(block->fd);
+    HostFlush(block->fd);
+    HostClose(block->fd);
     std::free(block);
     return 0;
 }
@@ -71,7 +74,7 @@ int block_seek(bolck_op_st* block, unsigned int offset) {
         return -1;
     }
     block->CurOffs = target;
-    if (lseek64(block->fd, target, SEEK_SET) < 0) {
+    if (HostSeek(block->fd, target, SEEK_SET) < 0) {
         block->CurOffs = block->StartOffs;
         return -1;
     }
@@ -85,12 +88,11 @@ int block_read(bolck_op_st* block, void* buf, unsigned int len) {
     if (block->EndOffs < Advance(block->CurOffs, len)) {
         return -1;
     }
-    const ssize_t got = read(block->fd, buf, len);
-    if (got >= 0 && static_cast<size_t>(got) == len) {
+    if (HostReadWhole(block->fd, buf, len)) {
         block->CurOffs = Advance(block->CurOffs, len);
         return 0;
     }
     // Reads rely on the device standing at CurOffs: put it back to where this one began.
-    lseek64(block->fd, block->CurOffs, SEEK_SET);
+    HostSeek(block->fd, block->CurOffs, SEEK_SET);
     return -1;
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "io/device.h"
+#include "io/host.h"
 #include "io/messages.h"
 
 namespace disk_access {
@@ -15,14 +16,14 @@ int OpenReadOnly(const PartAccess_t& part) {
     char path[sizeof part.PartName + 1];
     std::memcpy(path, part.PartName, sizeof part.PartName);
     path[sizeof part.PartName] = '\0';
-    return open64(path, O_RDONLY | O_LARGEFILE);
+    return HostOpen(path, O_RDONLY | O_LARGEFILE);
 }
 
 uint64_t DeviceSize(dev_op_st* dev) {
     if (dev == nullptr || dev->fd < 1) {
         return 0;
     }
-    const off64_t end = lseek64(dev->fd, 0, SEEK_END);
+    const int64_t end = HostSeek(dev->fd, 0, SEEK_END);
     return end < 0 ? 0 : static_cast<uint64_t>(end);
 }
 
@@ -70,7 +71,7 @@ int dev_close(dev_op_st* dev) {
     if (dev == nullptr || dev->fd < 1) {
         return -1;
     }
-    close(dev->fd);
+    disk_access::HostClose(dev->fd);
     std::free(dev);
     return 0;
 }
@@ -79,13 +80,12 @@ int dev_seek(dev_op_st* dev, long long offset) {
     if (dev == nullptr || dev->fd < 1) {
         return -1;
     }
-    return lseek64(dev->fd, offset, SEEK_SET) < 0 ? -1 : 0;
+    return disk_access::HostSeek(dev->fd, offset, SEEK_SET) < 0 ? -1 : 0;
 }
 
 int dev_read(dev_op_st* dev, void* buf, unsigned int len) {
     if (buf == nullptr || dev == nullptr || dev->fd < 1) {
         return -1;
     }
-    const ssize_t got = read(dev->fd, buf, len);
-    return got >= 0 && static_cast<size_t>(got) == len ? 0 : -1;
+    return disk_access::HostReadWhole(dev->fd, buf, len) ? 0 : -1;
 }

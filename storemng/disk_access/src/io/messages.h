@@ -1,9 +1,9 @@
 #ifndef DISK_ACCESS_IO_MESSAGES_H
 #define DISK_ACCESS_IO_MESSAGES_H
 
-#include <cstdio>
+#include "io/host.h"
 
-/// Reports a failed system call or allocation on standard output: the operation, and the line it failed at.
-#define DISK_ACCESS_REPORT_FAILURE(operation) std::printf("%s : %d, Failed\n", (operation), __LINE__)
+/// Reports a failed system call or allocation: the operation, and the line it failed at.
+#define DISK_ACCESS_REPORT_FAILURE(operation) disk_access::Message("%s : %d, Failed\n", (operation), __LINE__)
 
 #endif // DISK_ACCESS_IO_MESSAGES_H

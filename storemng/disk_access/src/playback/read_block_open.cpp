@@ -1,13 +1,13 @@
 // CReadBlock: opening and closing a block, and what is known of it without reading frames.
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 
 #include "format/frames.h"
 #include "format/ids.h"
 #include "format/state.h"
 #include "format/times.h"
+#include "io/host.h"
 #include "io/messages.h"
 #include "playback/read_block_state.h"
 #include "read_block.h"
@@ -48,7 +48,7 @@ CReadBlock::~CReadBlock() = default;
 int CReadBlock::OpenBlock(unsigned int block, unsigned int blkSize, PartAccess_t* part,
                           unsigned int fmtVersion, int rebuild) {
     if (m_pState != nullptr) {
-        std::printf("%s : Already Opened\n", "OpenBlock");
+        Message("%s : Already Opened\n", "OpenBlock");
         return 0;
     }
     if (part == nullptr) {
@@ -56,7 +56,7 @@ int CReadBlock::OpenBlock(unsigned int block, unsigned int blkSize, PartAccess_t
     }
     m_pState = MakeState<BlkReadState_st>();
     if (m_pState == nullptr) {
-        std::printf("%s : Failed\n", "OpenBlock");
+        Message("%s : Failed\n", "OpenBlock");
         return -1;
     }
     m_pState->geometry = BlockGeometry::Of(blkSize, fmtVersion);

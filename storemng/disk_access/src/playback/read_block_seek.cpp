@@ -1,11 +1,11 @@
 // CReadBlock: seeking by time and by position, which also chooses the window that reads stay in.
 
 #include <cstdint>
-#include <cstdio>
 
 #include "format/frames.h"
 #include "format/ids.h"
 #include "format/times.h"
+#include "io/host.h"
 #include "playback/read_block_state.h"
 #include "read_block.h"
 
@@ -124,7 +124,7 @@ uint32_t FindIFrame(const IndexTables& index, uint32_t chn, const RecSegItem_t& 
 
 } // namespace
 
-#define REPORT_SEEK_FAILURE(operation) std::printf("%s, %d : fail\n", (operation), __LINE__)
+#define REPORT_SEEK_FAILURE(operation) Message("%s, %d : fail\n", (operation), __LINE__)
 
 int CReadBlock::SeekTime(int allChn, RecordItem_t* record, long time) {
     if (m_pState == nullptr || record == nullptr) {
@@ -138,8 +138,8 @@ int CReadBlock::SeekTime(int allChn, RecordItem_t* record, long time) {
         if (allChn != 0) {
             REPORT_SEEK_FAILURE("SeekTime");
         } else {
-            std::printf("%s, %d : chn = %d , fail\n", "SeekTime", __LINE__,
-                        static_cast<int>(ChannelOfId(record->recId)));
+            Message("%s, %d : chn = %d , fail\n", "SeekTime", __LINE__,
+                    static_cast<int>(ChannelOfId(record->recId)));
         }
         return FailSeek(cursor);
     }
@@ -155,10 +155,9 @@ int CReadBlock::SeekTime(int allChn, RecordItem_t* record, long time) {
     }
     const IFrameItem_t iframe = index.iframeTab[chn].At(target);
     cursor.readOffs = iframe.pos;
-    std::printf("%s : Offset %d (seek:%d)(%d, %d, %d)(%lld, %d)\n", "SeekTime", static_cast<int>(iframe.pos),
-                seconds, static_cast<int>(segment.s), static_cast<int>(segment.e),
-                static_cast<int>(segment.spos), static_cast<long long>(iframe.pts),
-                static_cast<int>(iframe.pos));
+    Message("%s : Offset %d (seek:%d)(%d, %d, %d)(%lld, %d)\n", "SeekTime", static_cast<int>(iframe.pos),
+            seconds, static_cast<int>(segment.s), static_cast<int>(segment.e), static_cast<int>(segment.spos),
+            static_cast<long long>(iframe.pts), static_cast<int>(iframe.pos));
     return 0;
 }
 

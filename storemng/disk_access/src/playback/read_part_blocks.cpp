@@ -1,7 +1,6 @@
 // CReadPart: which blocks playback may use, walking the ring, and what a block tells about its recording.
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -9,6 +8,7 @@
 #include "format/ids.h"
 #include "format/part_head.h"
 #include "io/device.h"
+#include "io/host.h"
 #include "io/messages.h"
 #include "playback/read_part_state.h"
 #include "read_part.h"
@@ -109,7 +109,7 @@ int CReadPart::IsValidBlock(unsigned int block, unsigned int mode, unsigned int 
     }
     if (m_pState->pBadBlockTab != nullptr && block < m_pState->RingCount &&
         MarkedBad(m_pState->pBadBlockTab, block)) {
-        std::printf("%s: bad block %d\n", "IsValidBlock", static_cast<int>(block));
+        Message("%s: bad block %d\n", "IsValidBlock", static_cast<int>(block));
         return 0;
     }
     if (m_pState->Beyond(block)) {
@@ -123,7 +123,7 @@ int CReadPart::IsValidBlock(unsigned int block, unsigned int mode, unsigned int 
         return 0;
     }
     if (head.ValidFlag != BLOCK_MAGIC) {
-        std::printf("%s: invalid block %d\n", "IsValidBlock", static_cast<int>(block));
+        Message("%s: invalid block %d\n", "IsValidBlock", static_cast<int>(block));
         return 0;
     }
     return PassesMode(head, tail, mode, seq) ? 1 : 0;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -10,6 +9,7 @@
 #include "format/part_head.h"
 #include "format/state.h"
 #include "io/device.h"
+#include "io/host.h"
 #include "playback/read_part_state.h"
 #include "read_part.h"
 
@@ -85,12 +85,12 @@ int CReadPart::PrintInitInfo() {
     }
     // The name need not be terminated.
     const int nameLength = static_cast<int>(sizeof m_pState->partition.PartName);
-    std::puts("*********************PrintInitInfo START********************** ");
-    std::printf("PartName : %.*s\n", nameLength, m_pState->partition.PartName);
-    std::printf("BlockCount : %d\n", static_cast<int>(m_pState->BlkCount));
-    std::printf("BlockSize : %d\n", static_cast<int>(m_pState->BlkSize));
-    std::printf("PartStatus : %d\n", static_cast<int>(m_pState->PartStatus));
-    std::puts("**********************PrintInitInfo END*********************** ");
+    Message("*********************PrintInitInfo START********************** \n");
+    Message("PartName : %.*s\n", nameLength, m_pState->partition.PartName);
+    Message("BlockCount : %d\n", static_cast<int>(m_pState->BlkCount));
+    Message("BlockSize : %d\n", static_cast<int>(m_pState->BlkSize));
+    Message("PartStatus : %d\n", static_cast<int>(m_pState->PartStatus));
+    Message("**********************PrintInitInfo END*********************** \n");
     return 0;
 }
 

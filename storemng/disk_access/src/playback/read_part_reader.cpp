@@ -1,13 +1,13 @@
 // CReadPart: readers. Opening one at a record's start, seeking, reading, and going on into the next block.
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <new>
 
 #include "format/frames.h"
 #include "format/ids.h"
 #include "format/times.h"
+#include "io/host.h"
 #include "playback/read_part_state.h"
 #include "read_part.h"
 
@@ -52,11 +52,11 @@ void StartOwnWindow(PartReadHandle_st& reader) {
     RecordItem_t& record = reader.RecItem;
     const int result = reader.pBlockObj->SeekOffs(reader.ChnType, &record, 0, kKeyFrame);
     if (result != 0) {
-        std::printf("\n----------->%s BlockNum = %d, ChnType=%d, (%d, %d, %d, %d) "
-                    "pReader->pBlockObj->SeekOffs:%d\n",
-                    "BeginReader", static_cast<int>(reader.BlockNum), reader.ChnType,
-                    static_cast<int>(record.startTime), static_cast<int>(record.endTime),
-                    static_cast<int>(record.flag), static_cast<int>(record.size), result);
+        Message("\n----------->%s BlockNum = %d, ChnType=%d, (%d, %d, %d, %d) "
+                "pReader->pBlockObj->SeekOffs:%d\n",
+                "BeginReader", static_cast<int>(reader.BlockNum), reader.ChnType,
+                static_cast<int>(record.startTime), static_cast<int>(record.endTime),
+                static_cast<int>(record.flag), static_cast<int>(record.size), result);
     }
 }
 
@@ -106,7 +106,7 @@ bool CrossInto(CReadPart& partReader, ReadPartState_st& part, PartReadHandle_st&
     if (part.OpenBlock(*reader.pBlockObj, next, 0) != 0 || SequenceOf(*reader.pBlockObj) != sequence + 1) {
         return false;
     }
-    std::printf("%s BlockNum = %d \n", "ReadFrame", static_cast<int>(next));
+    Message("%s BlockNum = %d \n", "ReadFrame", static_cast<int>(next));
     reader.pBlockObj->SeekOffs(reader.ChnType, &reader.RecItem, 0, kAnyFrame);
     return true;
 }
@@ -143,10 +143,10 @@ PartReadHandle_st* CReadPart::BeginReader(int ChnType, RecordItem_t* record) {
         return nullptr;
     }
     m_pState->OpenBlock(*reader->pBlockObj, reader->BlockNum, 0); // failed, its reads fail
-    std::printf("%s BlockNum = %d, ChnType=%d, (%d, %d, %d, %d) \n", "BeginReader",
-                static_cast<int>(reader->BlockNum), ChnType, static_cast<int>(record->startTime),
-                static_cast<int>(record->endTime), static_cast<int>(record->flag),
-                static_cast<int>(record->size));
+    Message("%s BlockNum = %d, ChnType=%d, (%d, %d, %d, %d) \n", "BeginReader",
+            static_cast<int>(reader->BlockNum), ChnType, static_cast<int>(record->startTime),
+            static_cast<int>(record->endTime), static_cast<int>(record->flag),
+            static_cast<int>(record->size));
     MoveToStart(*m_pState, *reader);
     return reader;
 }

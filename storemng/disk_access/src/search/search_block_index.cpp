@@ -1,10 +1,10 @@
 // CSearchBlock: loading a block's index tables, and printing those held.
 
 #include <cstdint>
-#include <cstdio>
 
 #include "format/index_loader.h"
 #include "io/device.h"
+#include "io/host.h"
 #include "io/messages.h"
 #include "search/search_block_state.h"
 #include "search_block.h"
@@ -45,7 +45,7 @@ int CSearchBlock::ReadBlockIndexList(unsigned int block, unsigned int flags) {
     }
     int status = 1;
     if (head.RecSeq != tail.RecSeq) {
-        std::printf("Block %d Not complete\n", static_cast<int>(block));
+        Message("Block %d Not complete\n", static_cast<int>(block));
         // Without an extended tail this stays zero: such a block is complete only if it was never recorded.
         BlockTailEx_t tailEx = {};
         if (GetBlockInfo(block, nullptr, nullptr, nullptr, &tailEx) != 0) {
@@ -102,22 +102,22 @@ int CSearchBlock::PrintIndex() {
     for (uint32_t chn = 0; chn < kChannels; ++chn) {
         for (uint32_t j = 0; j < cache.IFrames(chn); ++j) {
             const IFrameItem_t item = cache.iframeTab[chn].At(j);
-            std::printf("IFrame[%d][%d]  %lld, %d\n", static_cast<int>(chn), static_cast<int>(j),
-                        static_cast<long long>(item.pts), static_cast<int>(item.pos));
+            Message("IFrame[%d][%d]  %lld, %d\n", static_cast<int>(chn), static_cast<int>(j),
+                    static_cast<long long>(item.pts), static_cast<int>(item.pos));
         }
     }
     for (uint32_t chn = 0; chn < kChannels; ++chn) {
         for (uint32_t j = 0; j < cache.Segments(chn); ++j) {
             const RecSegItem_t seg = cache.recSegTab[chn].At(j);
-            std::printf("RecSeg[%d][%d]  %d, %d, %d, %d\n", static_cast<int>(chn), static_cast<int>(j),
-                        static_cast<int>(seg.s), static_cast<int>(seg.e), static_cast<int>(seg.spos),
-                        static_cast<int>(seg.epos));
+            Message("RecSeg[%d][%d]  %d, %d, %d, %d\n", static_cast<int>(chn), static_cast<int>(j),
+                    static_cast<int>(seg.s), static_cast<int>(seg.e), static_cast<int>(seg.spos),
+                    static_cast<int>(seg.epos));
         }
     }
     for (uint32_t i = 0; i < cache.Events(); ++i) {
         const EventIndexItem_t event = cache.eventTab.At(i);
-        std::printf("Event[%d]  %lld, %lld, %d\n", static_cast<int>(i), static_cast<long long>(event.type),
-                    static_cast<long long>(event.pts), static_cast<int>(event.pos));
+        Message("Event[%d]  %lld, %lld, %d\n", static_cast<int>(i), static_cast<long long>(event.type),
+                static_cast<long long>(event.pts), static_cast<int>(event.pos));
     }
     return 0;
 }

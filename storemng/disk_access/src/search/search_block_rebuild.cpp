@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 
 #include "format/frames.h"
 #include "io/device.h"
+#include "io/host.h"
 #include "io/messages.h"
 #include "search/search_block_state.h"
 #include "search_block.h"
@@ -35,12 +35,12 @@ uint32_t LastIFrame(const BlockIndexCache_t& cache, uint32_t present) {
 }
 
 void PrintCounts(const BlockIndexCache_t& cache, uint32_t block, const BlockHead_t& head) {
-    std::printf("%s, Rebuild Index Block=%d(%d):\n", "RebuildRecSegInfo", static_cast<int>(block),
-                static_cast<int>(head.RecSeq));
+    Message("%s, Rebuild Index Block=%d(%d):\n", "RebuildRecSegInfo", static_cast<int>(block),
+            static_cast<int>(head.RecSeq));
     for (uint32_t chn = 0; chn < kChannels; ++chn) {
         if (HasChannel(head.media_chn_bitmap, chn)) {
-            std::printf("  [%d] rec count = %d\n", static_cast<int>(chn),
-                        static_cast<int>(cache.counts.recSegCount[chn]));
+            Message("  [%d] rec count = %d\n", static_cast<int>(chn),
+                    static_cast<int>(cache.counts.recSegCount[chn]));
         }
     }
 }

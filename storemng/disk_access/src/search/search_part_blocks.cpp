@@ -4,10 +4,10 @@
 #include "search_part.h"
 
 #include <cstdint>
-#include <cstdio>
 
 #include "format/ids.h"
 #include "format/part_head.h"
+#include "io/host.h"
 #include "search/search_part_state.h"
 
 using namespace disk_access;
@@ -67,7 +67,7 @@ int CSearchPart::IsValidBlock(unsigned int block, unsigned int /*mode*/, unsigne
     if (head->ValidFlag == BLOCK_MAGIC) {
         return 1;
     }
-    std::printf("%s: invalid block %d\n", "IsValidBlock", static_cast<int>(block));
+    Message("%s: invalid block %d\n", "IsValidBlock", static_cast<int>(block));
     return 0;
 }
 

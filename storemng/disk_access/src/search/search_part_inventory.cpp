@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <bitset>
 #include <cstdint>
-#include <cstdio>
 #include <ctime>
 
 #include "format/channels.h"

@@ -3,8 +3,8 @@
 #include "search_part.h"
 
 #include <cstdint>
-#include <cstdio>
 
+#include "io/host.h"
 #include "search/search_part_state.h"
 
 using namespace disk_access;
@@ -59,7 +59,7 @@ Newest FindNewest(CSearchPart& part, const Ring& ring, uint32_t lo, BlockHead_t 
         } else if (midHead.RecSeq < loHead.RecSeq) {
             found = part.GetPrevValidBlock(0, 0, ring.Prev(mid), lo, &hi, &hiHead) == 0;
         } else {
-            std::printf(loHead.RecSeq == 0 ? "Disk Empty\n" : "Disk Record Num Conflicting\n");
+            Message(loHead.RecSeq == 0 ? "Disk Empty\n" : "Disk Record Num Conflicting\n");
             break;
         }
     }
@@ -98,8 +98,8 @@ int CSearchPart::GetLastBlock() {
     }
     const Newest newest = FindNewest(*this, m_pState->TheRing(), lo, loHead, hi, hiHead);
     m_pState->LastBlockNum = newest.block;
-    std::printf("GetLastBlock LastBlockNum = %d, RecordNum = %d\n", static_cast<int>(newest.block),
-                static_cast<int>(newest.seq));
+    Message("GetLastBlock LastBlockNum = %d, RecordNum = %d\n", static_cast<int>(newest.block),
+            static_cast<int>(newest.seq));
     return static_cast<int>(newest.block);
 }
 
@@ -136,9 +136,9 @@ int CSearchPart::InitSearch(SearchParam_t* param, OutputTime_t* out) {
     in.newestTime = head.RecTime;
 
     const int code = GetSearchRegion(in, out);
-    std::printf("%s Blk(%d~%d), Ret = %d, (%d~%d)\n", "InitSearch",
-                static_cast<int>(m_pState->OldestBlockNum), static_cast<int>(m_pState->LastBlockNum), code,
-                static_cast<int>(out->startTime), static_cast<int>(out->endTime));
+    Message("%s Blk(%d~%d), Ret = %d, (%d~%d)\n", "InitSearch", static_cast<int>(m_pState->OldestBlockNum),
+            static_cast<int>(m_pState->LastBlockNum), code, static_cast<int>(out->startTime),
+            static_cast<int>(out->endTime));
     return code;
 }
 
@@ -170,7 +170,7 @@ int CSearchPart::GetSearchStartBlock(unsigned int time, unsigned int code) {
         }
         start = static_cast<uint32_t>(BinSearchStartBlock(lo, hi, time, seq));
     }
-    std::printf("%s StartSearchBlock = %d\n", "GetSearchStartBlock", static_cast<int>(start));
+    Message("%s StartSearchBlock = %d\n", "GetSearchStartBlock", static_cast<int>(start));
     return static_cast<int>(start);
 }
 
@@ -205,7 +205,7 @@ int CSearchPart::BinSearchStartBlock(unsigned int lo, unsigned int hi, unsigned 
             }
         }
     }
-    std::printf("%s: Not Get Start Block!!!!!!\n", "BinSearchStartBlock");
+    Message("%s: Not Get Start Block!!!!!!\n", "BinSearchStartBlock");
     return static_cast<int>(first);
 }
 
@@ -219,8 +219,8 @@ int CSearchPart::GetSpace(DiskSpaceInfo_t* info) {
     FindOldest(*this, *m_pState, head);
     const uint32_t oldest = m_pState->OldestBlockNum;
     const uint32_t last = m_pState->LastBlockNum;
-    std::printf("%s OldestBlockNum = %d, LastBlockNum = %d\n", "GetSpace", static_cast<int>(oldest),
-                static_cast<int>(last));
+    Message("%s OldestBlockNum = %d, LastBlockNum = %d\n", "GetSpace", static_cast<int>(oldest),
+            static_cast<int>(last));
 
     const uint32_t count = m_pState->BlkCount;
     const uint32_t unwritten = count != 0 && oldest <= last ? count - 1 - last : 0;

@@ -3,9 +3,9 @@
 #include "search_part.h"
 
 #include <cstdint>
-#include <cstdio>
 
 #include "format/channels.h"
+#include "io/host.h"
 #include "search/search_part_state.h"
 
 using namespace disk_access;
@@ -21,7 +21,7 @@ uint32_t disk_access::AnnounceSpan(CSearchPart& part, const PartSearchState_t& s
                                    uint32_t start) {
     const bool tables = part.GetBadBlockTab() == 0;
     const uint32_t count = state.TheRing().Span(start, state.LastBlockNum);
-    std::printf("%s , BlockCount = %d\n", operation, static_cast<int>(count));
+    Message("%s , BlockCount = %d\n", operation, static_cast<int>(count));
     // Without tables every block would be passed over, and each would try to read them again.
     return tables && static_cast<int32_t>(count) > 0 ? count : 0;
 }
