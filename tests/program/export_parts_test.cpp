@@ -2,22 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "elementary.h"
 #include "failure.h"
-#include "output_file.h"
 #include "progress.h"
-#include "support/files.h"
-#include "support/temp_dir.h"
 #include "time_zone.h"
 
 namespace {
 
 using namespace diskaccess;
-using test_support::ReadFile;
-using test_support::TempDir;
 
 VideoCodec Detect(const std::vector<uint8_t>& bytes) {
     return DetectVideo(bytes.data(), bytes.size());
@@ -73,64 +65,6 @@ TEST(Times, OfMicroseconds) {
     EXPECT_EQ(berlin.Rfc3339OfMicros(1795185005040999), "2026-11-20T15:30:05.040999+01:00");
     EXPECT_EQ(TimeZone::UtcOfMicros(1795185005040999), "2026-11-20T14:30:05.040999Z");
     EXPECT_EQ(TimeZone::UtcOfMicros(-1), "1969-12-31T23:59:59.999999Z");
-}
-
-// ---- output files
-
-class OutputFiles : public ::testing::Test {
-protected:
-    TempDir m_dir;
-    const std::string m_path = m_dir.File("out");
-    // "abc", and a million times "a": the digests are those of the standard's own examples.
-    const std::string m_abc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-    const std::string m_million = "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0";
-};
-
-TEST_F(OutputFiles, GetTheirNameWhenTheyAreWhole) {
-    OutputFile file(m_path, false);
-    file.Write("ab", 2);
-    file.Write("c", 1);
-    EXPECT_FALSE(std::filesystem::exists(m_path));
-    file.Finish();
-    EXPECT_EQ(ReadFile(m_path), "abc");
-    EXPECT_EQ(file.Sha256(), m_abc);
-    EXPECT_EQ(file.Size(), 3u);
-    EXPECT_FALSE(std::filesystem::exists(m_path + ".part"));
-}
-
-TEST_F(OutputFiles, HashLargeOnesTooAndThoseThatWereMended) {
-    OutputFile file(m_path, false);
-    const std::string as(300000, 'a');
-    for (int i = 0; i < 3; ++i) {
-        file.Write(as.data(), as.size());
-    }
-    file.Write("b", 1);
-    file.Write(as.data(), 99999);
-    EXPECT_EQ(file.Seek(900000, SEEK_SET), 900000);
-    file.Write("a", 1);
-    file.Finish();
-    EXPECT_EQ(file.Sha256(), m_million);
-    EXPECT_EQ(file.Size(), 1000000u);
-}
-
-TEST_F(OutputFiles, GivenUpLeaveNothing) {
-    {
-        OutputFile file(m_path, false);
-        file.Write("abc", 3);
-    }
-    EXPECT_TRUE(std::filesystem::is_empty(std::filesystem::path(m_path).parent_path()));
-}
-
-TEST_F(OutputFiles, DoNotReplaceWhatCameUpMeanwhile) {
-    OutputFile file(m_path, false);
-    std::ofstream(m_path) << "precious";
-    EXPECT_THROW(file.Finish(), Failure);
-    EXPECT_EQ(ReadFile(m_path), "precious");
-    EXPECT_THROW(OutputFile(m_path, false), Failure);
-    OutputFile replacing(m_path, true);
-    replacing.Write("abc", 3);
-    replacing.Finish();
-    EXPECT_EQ(ReadFile(m_path), "abc");
 }
 
 } // namespace

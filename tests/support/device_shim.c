@@ -1,8 +1,11 @@
 /* Preloaded into a program under test.
 
-   Writes every open() of a file whose path contains $SHIM_WATCH to the file $SHIM_LOG, one line "PATH FLAGS" each.
+   Writes every open() and openat() of a file whose path contains $SHIM_WATCH to the file $SHIM_LOG, one line "PATH FLAGS" each.
    Makes every read() and pread() fail that touches bytes $SHIM_BAD_FROM to $SHIM_BAD_TO of the file $SHIM_BAD_FILE, as a worn disk
-   would. */
+   would.
+   Makes renameat2() fail if $SHIM_NO_RENAMEAT2 is set, and linkat() if $SHIM_NO_LINKAT is, as on file systems without them.
+   Runs the shell command $SHIM_AFTER_MAKE after the first openat() that makes a file, $SHIM_BEFORE_RENAME before the first
+   renameat2(), and $SHIM_BEFORE_EXCHANGE before the first one that exchanges names. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -12,9 +15,13 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 typedef int (*open_function)(const char*, int, ...);
+typedef int (*openat_function)(int, const char*, int, ...);
+typedef int (*linkat_function)(int, const char*, int, const char*, int);
+typedef int (*renameat2_function)(int, const char*, int, const char*, unsigned int);
 typedef ssize_t (*read_function)(int, void*, size_t);
 typedef ssize_t (*pread_function)(int, void*, size_t, off_t);
 
@@ -57,16 +64,84 @@ int open64(const char* path, int flags, ...) {
     return fd;
 }
 
+/* Runs the command in an environment variable, once. */
+static void run(const char* variable) {
+    const char* const command = getenv(variable);
+    if (command == NULL) {
+        return;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        unsetenv("LD_PRELOAD");
+        execl("/bin/sh", "sh", "-c", command, (char*)NULL);
+        _exit(127);
+    }
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child || status != 0) {
+        abort();
+    }
+    unsetenv(variable);
+}
+
+static int pass_on_at(const char* function, int folder, const char* path, int flags, va_list arguments) {
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    note(path, flags);
+    const int fd = ((openat_function)dlsym(RTLD_NEXT, function))(folder, path, flags, mode);
+    if (fd >= 0 && (flags & O_EXCL) != 0) {
+        run("SHIM_AFTER_MAKE");
+    }
+    return fd;
+}
+
+int openat(int folder, const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const int fd = pass_on_at("openat", folder, path, flags, arguments);
+    va_end(arguments);
+    return fd;
+}
+
+int openat64(int folder, const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const int fd = pass_on_at("openat64", folder, path, flags, arguments);
+    va_end(arguments);
+    return fd;
+}
+
+int linkat(int from_folder, const char* from, int to_folder, const char* to, int flags) {
+    if (getenv("SHIM_NO_LINKAT") != NULL) {
+        errno = EPERM;
+        return -1;
+    }
+    return ((linkat_function)dlsym(RTLD_NEXT, "linkat"))(from_folder, from, to_folder, to, flags);
+}
+
+int renameat2(int from_folder, const char* from, int to_folder, const char* to, unsigned int flags) {
+    run("SHIM_BEFORE_RENAME");
+    if (getenv("SHIM_NO_RENAMEAT2") != NULL) {
+        errno = EINVAL;
+        return -1;
+    }
+    if ((flags & RENAME_EXCHANGE) != 0) {
+        run("SHIM_BEFORE_EXCHANGE");
+    }
+    return ((renameat2_function)dlsym(RTLD_NEXT, "renameat2"))(from_folder, from, to_folder, to, flags);
+}
+
+/* Whether a descriptor is open on the file that an environment variable names. */
+static int is_file_of(const char* variable, int fd) {
+    const char* const name = getenv(variable);
+    struct stat named, own;
+    return name != NULL && stat(name, &named) == 0 && fstat(fd, &own) == 0 && named.st_ino == own.st_ino &&
+           named.st_dev == own.st_dev;
+}
+
 static int lies_on_bad_bytes(int fd, long long position, size_t size) {
-    const char* const name = getenv("SHIM_BAD_FILE");
     const char* const from = getenv("SHIM_BAD_FROM");
     const char* const to = getenv("SHIM_BAD_TO");
-    struct stat bad, own;
-    if (name == NULL || from == NULL || to == NULL || stat(name, &bad) != 0 || fstat(fd, &own) != 0 ||
-        bad.st_ino != own.st_ino || bad.st_dev != own.st_dev) {
-        return 0;
-    }
-    return position < atoll(to) && position + (long long)size > atoll(from);
+    return from != NULL && to != NULL && is_file_of("SHIM_BAD_FILE", fd) && position < atoll(to) &&
+           position + (long long)size > atoll(from);
 }
 
 ssize_t read(int fd, void* data, size_t size) {

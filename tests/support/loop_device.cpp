@@ -1,5 +1,10 @@
 #include "support/loop_device.h"
 
+#include <fcntl.h>
+#include <linux/blkpg.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <stdexcept>
 
@@ -25,7 +30,7 @@ std::string Losetup(const std::string& arguments) {
 } // namespace
 
 LoopDevice::LoopDevice(const std::string& file)
-    : m_path(Losetup("--find --show --read-only '" + file + "'")) {
+    : m_path(Losetup("--find --show --read-only --partscan '" + file + "'")) {
     m_path.erase(m_path.find_last_not_of('\n') + 1);
 }
 
@@ -33,6 +38,18 @@ LoopDevice::~LoopDevice() {
     if (Attached()) {
         Losetup("--detach " + m_path);
     }
+}
+
+std::string LoopDevice::AddPartition(uint64_t start, uint64_t bytes) const {
+    blkpg_partition partition = {};
+    partition.start = static_cast<long long>(start);
+    partition.length = static_cast<long long>(bytes);
+    partition.pno = 1;
+    blkpg_ioctl_arg request = {BLKPG_ADD_PARTITION, 0, sizeof partition, &partition};
+    const int device = open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool added = ioctl(device, BLKPG, &request) == 0;
+    close(device);
+    return added ? m_path + "p1" : "";
 }
 
 std::string LoopDevice::Of(const std::string& file) {

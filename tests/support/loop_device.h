@@ -1,6 +1,7 @@
 #ifndef TESTS_SUPPORT_LOOP_DEVICE_H
 #define TESTS_SUPPORT_LOOP_DEVICE_H
 
+#include <cstdint>
 #include <string>
 
 namespace test_support {
@@ -17,6 +18,10 @@ public:
     bool Attached() const { return !m_path.empty(); }
     /// "/dev/loop0"
     const std::string& Path() const { return m_path; }
+
+    /// Has the kernel show a part of the device as its first partition, "/dev/loop0p1".
+    /// @return its path; nothing when the machine does not let it
+    std::string AddPartition(uint64_t start, uint64_t bytes) const;
 
     /// The loop devices that a file is attached to now, a line each.
     static std::string Of(const std::string& file);

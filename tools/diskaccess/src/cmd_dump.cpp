@@ -1,5 +1,7 @@
 #include <fmt/format.h>
 
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -93,7 +95,7 @@ ExitCode Dump(const Options& options) {
         throw WrongUse("--format: a dump is text only; leave the option out");
     }
     const TimeZone zone(options.zone); // the library prints the process's local time
-    const PartitionFile file(options.partition);
+    const PartitionFile file(options.partition, STDOUT_FILENO);
     PartAccess_t access = file.Access();
     std::optional<LoopDevice> loop;
     if (!file.IsBlockDevice()) {

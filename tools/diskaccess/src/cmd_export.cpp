@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <limits>
@@ -12,8 +11,9 @@
 #include "failure.h"
 #include "findings.h"
 #include "frame_types.h"
+#include "interruption.h"
 #include "manifest.h"
-#include "output_file.h"
+#include "outputs.h"
 #include "progress.h"
 #include "range_frames.h"
 #include "sink.h"
@@ -21,12 +21,6 @@
 namespace diskaccess {
 
 namespace {
-
-volatile std::sig_atomic_t g_interrupted = 0;
-
-void Interrupt(int /*signal*/) {
-    g_interrupted = 1;
-}
 
 /// What kind of files the user wants.
 struct Target {
@@ -40,6 +34,9 @@ bool EndsWith(const std::string& text, const std::string& end) {
 }
 
 Target WantedTarget(const Options& options) {
+    if (options.output.empty() || options.output.back() == '/') {
+        throw WrongUse("--output: '" + options.output + "' names no file; give a file's name");
+    }
     if (options.raw && !options.container.empty()) {
         throw WrongUse("--raw makes no container: leave --container out");
     }
@@ -53,6 +50,29 @@ Target WantedTarget(const Options& options) {
         return {options.container, options.output};
     }
     return {EndsWith(options.output, ".mp4") ? "mp4" : "matroska", options.output};
+}
+
+uint32_t ChannelsOf(const Job& job) {
+    return job.WantedChannels() & ~job.HiddenChannels();
+}
+
+AudioCodec GivenAudio(const Job& job) {
+    const std::string& audio = job.Wanted().audio;
+    return audio.empty() ? AudioCodec() : ReadAudioCodec(audio);
+}
+
+/// Looks at the places of all files that the export may make, before there is any work to be lost.
+void CheckPlaces(Job& job, const Target& target, const OutputRules& rules) {
+    if (target.container == "raw") {
+        // Which streams there are is not known yet: files of others may stay.
+        const OutputRules replacing = {rules.source, true};
+        for (const std::string& path : PossibleRawFiles(target.name, ChannelsOf(job), GivenAudio(job))) {
+            OutputPlace(path).Check(replacing);
+        }
+    } else {
+        OutputPlace(target.name).Check(rules);
+    }
+    OutputPlace(target.Manifest()).Check(rules);
 }
 
 /// Channel and kind: what makes a track.
@@ -71,14 +91,12 @@ struct Candidate {
 /// One export.
 class Exporter {
 public:
-    Exporter(Job& job, Target target)
+    Exporter(Job& job, Target target, const OutputRules& rules)
         : m_job(job), m_target(std::move(target)),
-          m_plan(PlanExport(job, {job.WantedRange(), job.WantedChannels() & ~job.HiddenChannels()})),
-          m_events(FindEvents(job, job.WantedRange(), std::numeric_limits<uint64_t>::max())) {
+          m_plan(PlanExport(job, {job.WantedRange(), ChannelsOf(job)})),
+          m_events(FindEvents(job, job.WantedRange(), std::numeric_limits<uint64_t>::max())),
+          m_givenAudio(GivenAudio(job)), m_outputs(rules) {
         AddEventsOfOpenBlocks();
-        if (!job.Wanted().audio.empty()) {
-            m_givenAudio = ReadAudioCodec(job.Wanted().audio);
-        }
     }
 
     /// @return false when there is nothing to export
@@ -95,10 +113,10 @@ public:
         m_manifest.events = m_events;
         m_manifest.container = m_target.container;
         AddUndecodable();
-        OutputFile file(m_target.Manifest(), m_job.Wanted().force);
         const std::string text = ManifestText(m_job, m_manifest);
-        file.Write(text.data(), text.size());
-        file.Finish();
+        m_manifestFile->Write(text.data(), text.size());
+        m_manifestFile->Complete();
+        m_outputs.Publish();
         return true;
     }
 
@@ -220,9 +238,9 @@ private:
 
     /// @return false when no track can be found
     bool MakeSink() {
-        const bool force = m_job.Wanted().force;
         if (Raw()) {
-            m_sink = MakeRawSink(m_target.name, force);
+            m_manifestFile = &m_outputs.Make(m_target.Manifest());
+            m_sink = MakeRawSink(m_target.name, m_outputs);
             return true;
         }
         int64_t start = 0;
@@ -230,7 +248,8 @@ private:
         if (tracks.empty()) {
             return false;
         }
-        m_sink = MakeContainerSink(m_target.name, m_target.container, Facts(start), force);
+        m_manifestFile = &m_outputs.Make(m_target.Manifest());
+        m_sink = MakeContainerSink(m_target.name, m_target.container, Facts(start), m_outputs);
         for (auto& [key, candidate] : tracks) {
             AddTrack(key, candidate.track, candidate.first);
         }
@@ -257,13 +276,9 @@ private:
     void Copy() {
         RangeFrames frames(m_job.Disk(), m_plan);
         Progress progress("exporting");
-        std::signal(SIGINT, Interrupt);
-        std::signal(SIGTERM, Interrupt);
         PlacedFrame frame;
         while (frames.Next(frame)) {
-            if (g_interrupted != 0) {
-                throw Failure("interrupted; nothing was kept");
-            }
+            Interruption::EndIfAsked();
             const TrackKey key = KeyOf(frame.head);
             if (m_index.count(key) == 0 && m_leftOut.count(key) == 0) {
                 AddTrack(key, TrackOf(frame, frames.Block().number), frame);
@@ -304,6 +319,8 @@ private:
     ExportPlan m_plan;
     std::vector<EventItem_t> m_events;
     AudioCodec m_givenAudio;
+    Outputs m_outputs;
+    OutputFile* m_manifestFile = nullptr;
     std::unique_ptr<Sink> m_sink;
     std::map<TrackKey, size_t> m_index;   ///< entries of the manifest's tracks
     std::map<TrackKey, size_t> m_leftOut; ///< entries of what it leaves out
@@ -373,11 +390,14 @@ Report Summary(Job& job, const Target& target, const Manifest& manifest) {
 
 ExitCode Export(Job& job) {
     const Target target = WantedTarget(job.Wanted());
-    auto exporter = std::make_unique<Exporter>(job, target);
+    const OutputRules rules = {job.Disk().Source(), job.Wanted().force};
+    CheckPlaces(job, target, rules);
+    auto exporter = std::make_unique<Exporter>(job, target, rules);
     bool exported = exporter->Run();
     if (!exported && !job.AsksEveryBlock()) {
         job.AskEveryBlock(); // before it is said that there is nothing
-        exporter = std::make_unique<Exporter>(job, target);
+        exporter.reset();
+        exporter = std::make_unique<Exporter>(job, target, rules);
         exported = exporter->Run();
     }
     if (!exported) {

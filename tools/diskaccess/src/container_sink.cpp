@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 
 #include "failure.h"
-#include "output_file.h"
+#include "outputs.h"
 #include "sink.h"
 
 extern "C" {
@@ -118,8 +118,8 @@ bool TakePictureSize(const PlacedFrame& keyFrame, AVCodecParameters& parameters)
 class ContainerSink : public Sink {
 public:
     ContainerSink(const std::string& path, const std::string& container, const ContainerFacts& facts,
-                  bool replace)
-        : m_file(path, replace), m_start(facts.start) {
+                  Outputs& outputs)
+        : m_file(outputs.Make(path)), m_start(facts.start) {
         av_log_set_level(AV_LOG_FATAL); // what matters comes back as an error
         AVFormatContext* context = nullptr;
         Check(avformat_alloc_output_context2(&context, nullptr, container.c_str(), nullptr));
@@ -197,7 +197,7 @@ public:
         Check(av_write_trailer(m_context.get()));
         avio_flush(m_context->pb);
         Check(m_context->pb->error);
-        m_file.Finish();
+        m_file.Complete();
         return {{m_file.Path(), m_file.Size(), m_file.Sha256()}};
     }
 
@@ -300,7 +300,7 @@ private:
         }
     }
 
-    OutputFile m_file;
+    OutputFile& m_file;
     std::unique_ptr<AVFormatContext, FreeContext> m_context;
     Packet m_packet{av_packet_alloc()};
     int64_t m_start;
@@ -321,8 +321,8 @@ bool ContainersSupported() {
 }
 
 std::unique_ptr<Sink> MakeContainerSink(const std::string& path, const std::string& container,
-                                        const ContainerFacts& facts, bool replace) {
-    return std::make_unique<ContainerSink>(path, container, facts, replace);
+                                        const ContainerFacts& facts, Outputs& outputs) {
+    return std::make_unique<ContainerSink>(path, container, facts, outputs);
 }
 
 } // namespace diskaccess

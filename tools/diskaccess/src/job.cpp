@@ -61,7 +61,7 @@ std::string BlockNumbers(const std::vector<uint32_t>& blocks) {
 
 Job::Job(const Options& options, const char* command)
     : m_options(options), m_command(command), m_zone(options.zone), m_output(options.verbose),
-      m_partition(options.partition, options.diskType), m_now(std::time(nullptr)) {
+      m_partition(options.partition, options.diskType, m_output.Descriptor()), m_now(std::time(nullptr)) {
     // What is wrong with the options is said before anything is read.
     WantedRange();
     WantedChannels();

@@ -87,7 +87,7 @@ void AddExportOptions(CLI::App& command, Options& options) {
                     "How audio is encoded, if the disk does not tell: alaw, mulaw, pcm16 or a name of "
                     "libavcodec's, and samples a second, like alaw:8000")
         ->option_text("CODEC:RATE");
-    command.add_flag("--force", options.force, "Replace files that exist");
+    command.add_flag("--force", options.force, "Replace files that exist; never the source");
 }
 
 void AddDumpOptions(CLI::App& command, Options& options) {

@@ -10,7 +10,7 @@ bool ContainersSupported() {
 }
 
 std::unique_ptr<Sink> MakeContainerSink(const std::string& path, const std::string& /*container*/,
-                                        const ContainerFacts& /*facts*/, bool /*replace*/) {
+                                        const ContainerFacts& /*facts*/, Outputs& /*outputs*/) {
     throw Failure(path + ": this program was built without libavformat and writes no containers; use --raw");
 }
 

@@ -18,6 +18,8 @@ public:
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
+    /// The program's standard output.
+    int Descriptor() const { return m_own; }
     /// Writes to the program's standard output. A closed pipe is no error.
     /// @return false when nobody reads it any more
     /// @throws Failure when it cannot be written

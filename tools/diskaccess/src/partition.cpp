@@ -33,8 +33,8 @@ private:
 
 } // namespace
 
-Partition::Partition(const std::string& path, std::optional<int> diskType)
-    : m_path(path), m_file(path), m_access(m_file.Access()), m_fd(m_file.Descriptor()) {
+Partition::Partition(const std::string& path, std::optional<int> diskType, int standardOutput)
+    : m_path(path), m_file(path, standardOutput), m_access(m_file.Access()), m_fd(m_file.Descriptor()) {
     const off_t end = lseek(m_fd, 0, SEEK_END);
     m_size = end < 0 ? 0 : static_cast<uint64_t>(end);
     ReadHead(diskType);

@@ -20,8 +20,9 @@ class Partition {
 public:
     /// Opens a block device or image file, read-only.
     /// @param diskType the recorder's type code; without it the magic on the disk decides
+    /// @param standardOutput where the program's output goes: not into the partition
     /// @throws Failure that says what is wrong with it
-    Partition(const std::string& path, std::optional<int> diskType);
+    Partition(const std::string& path, std::optional<int> diskType, int standardOutput);
     ~Partition();
     Partition(const Partition&) = delete;
     Partition& operator=(const Partition&) = delete;
@@ -30,6 +31,8 @@ public:
     const PartHead_t& Head() const { return m_head; }
     uint64_t Size() const { return m_size; }
     bool IsBlockDevice() const { return m_file.IsBlockDevice(); }
+    /// Tells what must not be written.
+    const SourceIdentity& Source() const { return m_file.Identity(); }
     PartAccess_t Access() const { return m_access; }
     CSearchDisk& Search() { return m_search; }
 

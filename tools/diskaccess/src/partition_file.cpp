@@ -29,22 +29,58 @@ std::string HintFor(int error) {
     }
 }
 
-} // namespace
-
-PartitionFile::PartitionFile(const std::string& path)
-    : m_path(path), m_fd(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-    if (m_fd < 0) {
+int Open(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
         throw Failure(fmt::format("{}: cannot be opened: {}{}", path, std::strerror(errno), HintFor(errno)));
     }
+    return fd;
+}
+
+} // namespace
+
+PartitionFile::PartitionFile(const std::string& path, int standardOutput)
+    : m_path(path), m_fd(Open(path)), m_identity(m_fd) {
+    try {
+        CheckKind();
+        KeepOutputFrom(standardOutput);
+    } catch (...) {
+        close(m_fd);
+        throw;
+    }
+}
+
+void PartitionFile::CheckKind() {
     struct stat status = {};
     const bool known = fstat(m_fd, &status) == 0;
     m_isBlockDevice = known && S_ISBLK(status.st_mode);
     if (!m_isBlockDevice && !(known && S_ISREG(status.st_mode))) {
-        close(m_fd);
         throw Failure(fmt::format(
-            "{}: is {}; give the recorder's partition, like /dev/sdb5, or an image file of it", path,
+            "{}: is {}; give the recorder's partition, like /dev/sdb5, or an image file of it", m_path,
             known && S_ISDIR(status.st_mode) ? "a directory" : "neither a block device nor a file"));
     }
+}
+
+/// What is printed must not be appended to the source, as `list disk >> disk` would.
+void PartitionFile::KeepOutputFrom(int standardOutput) const {
+    const bool output = IsLedTo(standardOutput);
+    const bool complaints = IsLedTo(STDERR_FILENO);
+    if (complaints) {
+        // Not even this may be said there.
+        if (output || dup2(standardOutput, STDERR_FILENO) < 0) {
+            close(STDERR_FILENO);
+        }
+    }
+    if (output || complaints) {
+        throw Failure(
+            fmt::format("{}: standard {} leads into it, and it is never written; send the output elsewhere",
+                        m_path, output ? "output" : "error"));
+    }
+}
+
+bool PartitionFile::IsLedTo(int descriptor) const {
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && m_identity.Includes(status);
 }
 
 PartitionFile::~PartitionFile() {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "disk_access.h"
+#include "source_identity.h"
 
 namespace diskaccess {
 
@@ -11,21 +12,29 @@ namespace diskaccess {
 /// as the library uses it.
 class PartitionFile {
 public:
-    /// @throws Failure for what cannot be opened, or cannot be a partition
-    explicit PartitionFile(const std::string& path);
+    /// @param standardOutput where the program's output goes
+    /// @throws Failure for what cannot be opened, or cannot be a partition, or would be printed into
+    PartitionFile(const std::string& path, int standardOutput);
     ~PartitionFile();
     PartitionFile(const PartitionFile&) = delete;
     PartitionFile& operator=(const PartitionFile&) = delete;
 
     int Descriptor() const { return m_fd; }
     bool IsBlockDevice() const { return m_isBlockDevice; }
+    /// Tells what must not be written.
+    const SourceIdentity& Identity() const { return m_identity; }
     /// The name that the library is to open.
     PartAccess_t Access() const;
 
 private:
+    void CheckKind();
+    void KeepOutputFrom(int standardOutput) const;
+    bool IsLedTo(int descriptor) const;
+
     std::string m_path;
     int m_fd = -1;
     bool m_isBlockDevice = false;
+    SourceIdentity m_identity;
 };
 
 } // namespace diskaccess

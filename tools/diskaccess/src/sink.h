@@ -15,6 +15,8 @@
 
 namespace diskaccess {
 
+class Outputs;
+
 /// One stream of an export: the video or the audio of a channel.
 struct Track {
     uint32_t channel = 0;
@@ -53,12 +55,17 @@ public:
     virtual void Start() {}
     /// @param index the track, counted in the order they were added in
     virtual void Write(size_t index, const PlacedFrame& frame) = 0;
-    /// Completes the files.
+    /// Completes the files. They get their names when all outputs do.
     virtual std::vector<Exported> Finish() = 0;
 };
 
 /// A file a track, holding the payloads one after the other: NAME-ch0.h264, NAME-ch0.alaw.
-std::unique_ptr<Sink> MakeRawSink(const std::string& name, bool replace);
+std::unique_ptr<Sink> MakeRawSink(const std::string& name, Outputs& outputs);
+
+/// The names of all files that such a sink may come to make.
+/// @param givenAudio what the user says of the audio, if anything
+std::vector<std::string> PossibleRawFiles(const std::string& name, uint32_t channels,
+                                          const AudioCodec& givenAudio);
 
 /// An event, as containers show it.
 struct Chapter {
@@ -81,7 +88,7 @@ bool ContainersSupported();
 /// One Matroska or MP4 file with all tracks.
 /// @param container "matroska" or "mp4"
 std::unique_ptr<Sink> MakeContainerSink(const std::string& path, const std::string& container,
-                                        const ContainerFacts& facts, bool replace);
+                                        const ContainerFacts& facts, Outputs& outputs);
 
 } // namespace diskaccess
 

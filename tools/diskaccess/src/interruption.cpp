@@ -1,0 +1,33 @@
+#include "interruption.h"
+
+#include <csignal>
+
+#include "failure.h"
+
+namespace diskaccess {
+
+namespace {
+
+volatile std::sig_atomic_t g_asked = 0;
+
+void Ask(int /*signal*/) {
+    g_asked = 1;
+}
+
+} // namespace
+
+Interruption::Interruption()
+    : m_atInterrupt(std::signal(SIGINT, Ask)), m_atTermination(std::signal(SIGTERM, Ask)) {}
+
+Interruption::~Interruption() {
+    std::signal(SIGINT, m_atInterrupt);
+    std::signal(SIGTERM, m_atTermination);
+}
+
+void Interruption::EndIfAsked() {
+    if (g_asked != 0) {
+        throw Failure("interrupted; nothing was kept");
+    }
+}
+
+} // namespace diskaccess

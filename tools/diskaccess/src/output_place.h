@@ -1,0 +1,50 @@
+#ifndef DISKACCESS_OUTPUT_PLACE_H
+#define DISKACCESS_OUTPUT_PLACE_H
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "source_identity.h"
+
+namespace diskaccess {
+
+/// What an output may take the place of.
+struct OutputRules {
+    const SourceIdentity& source; ///< nothing of this, ever
+    bool replace = false;         ///< whether a file of the output's name may be replaced
+};
+
+/// The place of an output: a name in a folder. The folder is held open, so that it stays the same one even if the names
+/// that lead to it change.
+class OutputPlace {
+public:
+    /// @throws Failure when there is no such folder
+    explicit OutputPlace(std::string path);
+    ~OutputPlace();
+    OutputPlace(const OutputPlace&) = delete;
+    OutputPlace& operator=(const OutputPlace&) = delete;
+
+    /// As the user named it, for messages.
+    const std::string& Path() const { return m_path; }
+    const std::string& Name() const { return m_name; }
+    int Folder() const { return m_folder; }
+
+    /// Looks at what bears the name now.
+    /// @throws Failure when an output may not take its place
+    void Check(const OutputRules& rules) const { CheckEntry(m_name, rules); }
+    /// Looks at another name in the folder, on behalf of this place.
+    void CheckEntry(const std::string& name, const OutputRules& rules) const;
+
+    /// "cannot be made: ...", for an error number.
+    [[noreturn]] void CannotBeMade(int error) const;
+
+private:
+    std::string m_path;
+    std::string m_name;
+    int m_folder = -1;
+};
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_OUTPUT_PLACE_H
