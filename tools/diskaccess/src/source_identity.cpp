@@ -5,7 +5,6 @@
 #include <sys/sysmacros.h>
 
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -76,7 +75,8 @@ void SourceIdentity::AddDeviceOf(const fs::path& entry) {
 
 void SourceIdentity::AddLoopFileOf(const fs::path& entry) {
     std::ifstream file(entry / "loop" / "backing_file");
-    std::string name((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::string name;
+    std::getline(file, name, '\0'); // line ends may be part of it
     if (!name.empty() && name.back() == '\n') {
         name.pop_back();
     }
