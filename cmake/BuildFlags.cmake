@@ -1,5 +1,5 @@
 # Flags that all of the project's own code is built with: diskaccess_flags(target), and diskaccess_program_flags(target)
-# for what is the programs' alone.
+# for what is the programs' alone; and diskaccess_installed(target) for what is installed.
 
 set(DISKACCESS_WARNINGS
   -Wall -Wextra -Wpedantic -Werror
@@ -30,4 +30,14 @@ function(diskaccess_program_flags target)
     # for that than for the programs.
     target_compile_options(${target} PRIVATE -O0)
   endif()
+endfunction()
+
+# Lays the build tree out as the installed one, and links for that. CMake would have the loader look in the build tree
+# instead, and leave room to change that on installation: an empty element at the list's end, for which the loader looks
+# in the folder that the user happens to be in.
+function(diskaccess_installed target)
+  set_target_properties(${target} PROPERTIES
+    BUILD_WITH_INSTALL_RPATH ON
+    LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}
+    RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_BINDIR})
 endfunction()

@@ -21,3 +21,53 @@ check_run_path() {
   found=$("$readelf" --dynamic --wide "$1" | sed -n -E 's/.*\((RPATH|RUNPATH)\).*\[(.*)\]$/\2/p')
   [ "$found" = "$2" ] || { echo "$1 has the run path '$found' instead of '$2'" >&2; return 1; }
 }
+
+# run_paths_of FILE: the lists of folders that it has the loader look in, one a line.
+run_paths_of() {
+  "$readelf" --dynamic --wide "$1" 2>/dev/null | sed -n -E 's/.*\((RPATH|RUNPATH)\).*\[(.*)\]$/\2/p'
+}
+
+# check_run_path_elements FILE: no element is empty or relative, which would have the loader take a library from the
+# folder that a user happens to be in. One beside the file ($ORIGIN) must lead to a library that the file needs.
+check_run_path_elements() {
+  local list element
+  while IFS= read -r list; do
+    while IFS= read -r element; do
+      case $element in
+        /*) ;;
+        \$ORIGIN/*)
+          leads_to_needed "$1" "$(dirname "$1")/${element#\$ORIGIN/}" ||
+            { echo "$1: nothing that it needs is in '$element' of its run path '$list'" >&2; return 1; }
+          ;;
+        *) echo "$1: '$element' in its run path '$list' is no folder's full name" >&2; return 1 ;;
+      esac
+    done <<<"${list//:/$'\n'}"
+  done < <(run_paths_of "$1")
+}
+
+leads_to_needed() {
+  local library
+  while read -r library; do
+    [ ! -e "$2/$library" ] || return 0
+  done < <(needed_of "$1")
+  return 1
+}
+
+# elf_files DIRECTORY: the programs and libraries in it.
+elf_files() {
+  local file
+  find "$1" -type f | while IFS= read -r file; do
+    if [ "$(head -c 4 "$file" | od -An -tx1 | tr -d ' ')" = 7f454c46 ]; then echo "$file"; fi
+  done
+}
+
+# check_run_paths LEAST: the run paths of the files that are named on standard input, so many at least.
+check_run_paths() {
+  local files file failed=0
+  mapfile -t files
+  [ ${#files[@]} -ge "$1" ] || { echo "${#files[@]} programs and libraries, not $1" >&2; return 1; }
+  for file in "${files[@]}"; do
+    check_run_path_elements "$file" || failed=1
+  done
+  [ "$failed" = 0 ]
+}
