@@ -397,6 +397,21 @@ TEST_F(RunningExport, LeavesNothingWhenItIsInterrupted) {
     }
 }
 
+TEST_F(RunningExport, IsDoneWhenASignalComesTooLate) {
+    for (const std::string signal : {"INT", "TERM"}) {
+        for (const char* const option : {"--every-block", "--force"}) {
+            const ProgramResult result = ExportAnd("kill -" + signal + " $PPID", {}, {option});
+            EXPECT_EQ(result.exitCode, 0);
+            EXPECT_EQ(result.err, "");
+            EXPECT_EQ(Names(),
+                      (std::vector<std::string>{"disk", "out-ch0.alaw", "out-ch0.h264", "out.json"}));
+        }
+        for (const char* const name : {"out-ch0.alaw", "out-ch0.h264", "out.json"}) {
+            fs::remove(File(name));
+        }
+    }
+}
+
 TEST_F(RunningExport, GetsItsNamesOnEveryFileSystem) {
     for (const auto& fileSystem : m_fileSystems) {
         for (const char* const command : {"true", "echo old >out.json"}) {

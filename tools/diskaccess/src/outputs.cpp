@@ -27,7 +27,6 @@ void Outputs::Publish() {
     for (const auto& file : m_files) {
         file->Keep();
     }
-    m_interruption.reset();
 }
 
 } // namespace diskaccess

@@ -13,7 +13,8 @@ namespace diskaccess {
 
 /// The files that a command makes: all of them, or none.
 ///
-/// From the first one until all have their names, SIGINT and SIGTERM do not end the program: ask Interruption often.
+/// From the first one on, SIGINT and SIGTERM do not end the program: ask Interruption often. Once Publish() has begun they
+/// come too late, and nothing is said of files that are all there.
 class Outputs {
 public:
     /// @param rules its source must stay as long as the object does
