@@ -100,9 +100,12 @@ void Generate(const Options& options) {
 
 /// Runs what makes a partition, and leaves none behind that is not whole.
 void MakeWhole(const Options& options, void (*make)(const Options&)) {
-    const bool existed = std::filesystem::exists(options.output); // and is then nobody's to remove
+    // What is there is nobody's to remove, be it a link that leads nowhere, or have it come up a moment ago.
+    const bool existed = std::filesystem::exists(std::filesystem::symlink_status(options.output));
     try {
         make(options);
+    } catch (const AlreadyThere&) {
+        throw;
     } catch (...) {
         std::error_code ignored;
         if (!existed) {

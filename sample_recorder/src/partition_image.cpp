@@ -114,9 +114,12 @@ PartitionImage PartitionImage::Create(const std::string& path, const Format& for
         throw Error(path + ": the tables of so many blocks do not fit before block 0; make fewer blocks");
     }
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0 && errno == EEXIST) {
+        throw AlreadyThere(path + ": cannot be made: " + std::strerror(errno) +
+                           "; remove it first, or choose another name");
+    }
     if (fd < 0) {
-        throw Error(path + ": cannot be made: " + std::strerror(errno) +
-                    (errno == EEXIST ? "; remove it first, or choose another name" : ""));
+        throw Error(path + ": cannot be made: " + std::strerror(errno));
     }
     PartitionImage image(path, fd, format);
     image.FormatPartition(format);

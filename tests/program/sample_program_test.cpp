@@ -131,6 +131,15 @@ TEST_F(SampleProgram, OverwritesNothing) {
                   "another name\n");
     EXPECT_EQ(ReadFile(File("precious")), "do not lose this");
     EXPECT_NE(Refused({"ring", "/dev/null"}), "");
+    EXPECT_THROW(PartitionImage::Create(File("precious"), {}), sample_recorder::AlreadyThere);
+}
+
+TEST_F(SampleProgram, RemovesNoLinkThatLeadsNowhere) {
+    std::filesystem::create_symlink("nowhere", File("link"));
+    EXPECT_NE(Refused({"generate", File("link")}).find("cannot be made: File exists"), std::string::npos);
+    EXPECT_NE(Refused({"record", File("none.json"), File("link")}), "");
+    EXPECT_TRUE(std::filesystem::is_symlink(File("link")));
+    EXPECT_FALSE(std::filesystem::exists(File("nowhere")));
 }
 
 TEST_F(SampleProgram, LeavesNothingThatIsNotWhole) {

@@ -21,6 +21,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// Something bears the name that a partition was to be made under. It is not ours, to remove or otherwise.
+class AlreadyThere : public Error {
+public:
+    using Error::Error;
+};
+
 /// How a partition is formatted.
 struct Format {
     int diskType = 1;        ///< chooses the magic
