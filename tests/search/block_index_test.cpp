@@ -389,6 +389,57 @@ TEST_F(BlockIndex, HostileCountsOfTablesNotAskedForDoNoHarm) {
     EXPECT_EQ(blocks->CheckAlarmContition(0, 0x7FFFFFFF, 0), 0);
 }
 
+TEST_F(BlockIndex, TablesAreJudgedOneByOneAsTheyAreAskedFor) {
+    MakeDisk();
+    WriteFullBlock();
+    const BlkIndexHead_t good = Disk().Get<BlkIndexHead_t>(Disk().IndexOffset(1));
+    struct Case {
+        BlkIndexHead_t index;
+        const char* results; ///< of flags 0 to 7: 1, or - for -1
+    };
+    std::vector<Case> cases(6, {good, ""});
+    // A table is wanted by its flag: 1 segments, 2 events, 4 I-frames. One that is not wanted still moves those
+    // after it, and beyond the block nothing can be wanted.
+    cases[0] = {good, "11111111"};
+    cases[1].index.eventCount = 0xFFFFFFFF; // the last one moves nothing
+    cases[1].results = "11--11--";
+    cases[2].index.recSegCount[3] = 0xFFFFFFFF;
+    cases[2].results = "1---1---";
+    cases[3].index.iframeCount[3] = 0xFFFFFFFF;
+    cases[3].results = "1-------";
+    // Without events, nothing lies after the segments.
+    cases[4].index.recSegCount[3] = 192;
+    cases[4].index.eventCount = 0;
+    cases[4].results = "1-1-1-1-";
+    // Terabytes of tables: in 32 bits their sum would wrap to almost nothing.
+    cases[5].index = {};
+    std::memset(&cases[5].index, 0xFF, sizeof good);
+    cases[5].results = "1-------";
+    for (const Case& test : cases) {
+        Disk().Put(Disk().IndexOffset(1), test.index);
+        std::string results;
+        for (unsigned int flags = 0; flags < 8; ++flags) {
+            OpenBlocks blocks(Disk());
+            Quietly([&] { results += blocks->ReadBlockIndexList(1, flags) == 1 ? '1' : '-'; });
+        }
+        EXPECT_EQ(results, test.results);
+    }
+}
+
+TEST_F(BlockIndex, ForgedEventsDoNotHideTheRecordsOfASearchThatNeedsNone) {
+    MakeDisk();
+    WriteFullBlock();
+    Disk().Change<BlkIndexHead_t>(Disk().IndexOffset(1), [](auto& index) { index.eventCount = 0xFFFFFFFF; });
+    OpenBlocks blocks(Disk());
+    RecordList records;
+    EventList events;
+    EXPECT_EQ(blocks->GetMediaList(1, 0, 0x7FFFFFFF, kAll, 0, 0, &records, nullptr), 3);
+    EXPECT_EQ(blocks->GetMediaList(1, 0, 0x7FFFFFFF, kAll, 0, 0, &records, &events), -1);
+    EXPECT_EQ(blocks->GetEventList(1, 0, 0x7FFFFFFF, 1, &events), -1);
+    EXPECT_EQ(records.m_nCount, 3);
+    EXPECT_EQ(events.m_nCount, 0);
+}
+
 TEST_F(BlockIndex, BlockTooSmallForItsIndexHasNone) {
     MakeDisk();
     OpenBlocks blocks(Disk());
