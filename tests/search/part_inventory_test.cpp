@@ -144,6 +144,37 @@ TEST_F(PartInventory, ForgedRingLargerThanIdsCanNameIsListedAsFarAsTheyCan) {
     EXPECT_EQ(units.m_pTail->data.unitId, 65535u);
 }
 
+TEST_F(PartInventory, RingLargerThanIdsCanNameIsBelievedAsFarAsTheDeviceReaches) {
+    // Of a million stated blocks of 8 KiB, 70,000 begin inside the device, the last of them with one byte.
+    Format format;
+    format.blockCount = 1;
+    format.blockSize = 0x2000;
+    MakeDisk(format).EditHead([](PartHead_t& head) {
+        head.BlkCount = 1000000;
+        head.BBTabOffs = 0x100000;
+        head.BBCounterOffs = 0x200000;
+    });
+    Disk().Truncate(Disk().BlockStart(69999) + 1);
+    Disk().WriteBlock(69998, BlockContents::Closed(2, 2000, 2900));
+    Disk().WriteBlock(0, BlockContents::Closed(1, 1000, 1900));
+    OpenPart part(Disk());
+    EXPECT_EQ(part->GetBadBlockTab(), 0);
+    EXPECT_EQ(part->IsBadBlock(69999), 1);
+    EXPECT_EQ(part->IsBadBlock(70000), 0);
+    UnitList units;
+    UnitList unusable;
+    unsigned int found = 0;
+    BlockHead_t head = {};
+    Quietly([&] {
+        EXPECT_EQ(part->GetUnitList(&units), 2);
+        EXPECT_EQ(part->GetBadUnitList(&unusable), 69998);
+        EXPECT_EQ(part->GetPrevValidBlock(0, 0, 69999, 0, &found, &head), 0);
+        EXPECT_EQ(found, 69998u);
+    });
+    EXPECT_EQ(Describe(units), (Lines{"0 1000", "69998 2000"}));
+    EXPECT_EQ(unusable.m_pTail->data.unitId, 69999u);
+}
+
 TEST_F(PartInventory, BlocksTooSmallForTheirOwnAreasAreBadUnits) {
     MakeDisk().EditHead([](PartHead_t& head) { head.BlkSize = 4000; });
     {
