@@ -156,6 +156,27 @@ TEST_F(BlockInfo, ChannelCountNeedsTheTailToo) {
               "GetBlockInfo : #, Failed\n");
 }
 
+TEST_F(BlockInfo, BlockTooSmallForItsOwnAreasHasNoChannels) {
+    MakeDisk();
+    Disk().WriteBlock(0, BlockContents::Open(1, 1000).Channels(5));
+    PartAccess_t access = Disk().Access();
+    dev_op_st* const dev = dev_open(&access);
+    RecordList records;
+    {
+        // A head of 840 bytes and an index area of 4096 are 4936.
+        CSearchBlock small(dev, 4935, BLOCK_BASE_OFFSET, 0);
+        EXPECT_EQ(Printed([&] {
+                      EXPECT_EQ(small.GetUnitRecMap(0), -1);
+                      EXPECT_EQ(small.GetNoIndexMediaList(0, kAll, 0, &records), -1);
+                  }),
+                  "");
+        CSearchBlock smallest(dev, 4936, BLOCK_BASE_OFFSET, 0);
+        EXPECT_EQ(smallest.GetUnitRecMap(0), 2);
+        EXPECT_EQ(smallest.GetNoIndexMediaList(0, kAll, 0, &records), 2);
+    }
+    dev_close(dev);
+}
+
 TEST_F(BlockInfo, ObjectWithoutDeviceFails) {
     CSearchBlock blocks(nullptr, 0x10000, BLOCK_BASE_OFFSET, 0);
     BlockHead_t head = {};

@@ -39,6 +39,13 @@ protected:
         SearchFixture::Disk().WriteBlock(block, contents);
     }
 
+    static Format Forged(uint32_t blockCount, uint32_t blockSize) {
+        Format format;
+        format.blockCount = blockCount;
+        format.blockSize = blockSize;
+        return format;
+    }
+
     CSearchDisk m_disk;
 };
 
@@ -183,6 +190,54 @@ TEST_F(Disk, FailuresFurtherDownAreNothingFound) {
         EXPECT_EQ(m_disk.SearchUnitMedia(65535, &records, &events), 0);
         EXPECT_EQ(m_disk.GetBlockRecMap(65535, 0), -1); // but this result is as returned
     });
+}
+
+TEST_F(Disk, GeometryThatHoldsNoBlockHasNothingInIt) {
+    Format format;
+    format.fmtVersion = 1;
+    MakeDisk(format);
+    auto contents = BlockContents::Closed(1, 1000, 1900).Segment(0, 1000, 1900, 9000).Event(Pts(1500), 1);
+    contents.head.pre_RecTime = 15;
+    contents.head.AlmDelayTime = 45;
+    contents.extHead.ExtParaValid = 1;
+    contents.extHead.ExtPara = 0x0F;
+    SearchFixture::Disk().WriteBlock(0, contents);
+    // No blocks, though one lies there; and blocks one byte smaller than a head, 2048, and an index area, 4096.
+    for (const Format& forged : {Forged(0, 0x10000), Forged(8, 2048 + 4096 - 1), Forged(8, 0)}) {
+        const uint32_t count = forged.blockCount;
+        SearchFixture::Disk().EditHead([&forged](PartHead_t& head) {
+            head.BlkCount = forged.blockCount;
+            head.BlkSize = forged.blockSize;
+        });
+        Open();
+        OpenPart part(SearchFixture::Disk());
+        RecordList records;
+        EventList events;
+        DayList days;
+        unsigned int pre = 99;
+        unsigned int delay = 99;
+        unsigned int channels = 99;
+        const SystemCallLog log;
+        EXPECT_EQ(Printed([&] {
+                      EXPECT_EQ(m_disk.SearchUnitMedia(0, &records, &events), 0);
+                      EXPECT_EQ(m_disk.MixSearchUnit(0, &records, &events), 0);
+                      EXPECT_EQ(part->SearchUnitMedia(0, 0, &records, &events), -1);
+                      EXPECT_EQ(m_disk.GetBlockRecMap(0, 0), -1);
+                      EXPECT_EQ(m_disk.GetBlockRecMap(0, 1), static_cast<int>(count)); // the head's word
+                      EXPECT_EQ(m_disk.GetBlockRecMap(0, 2), 0);
+                      EXPECT_EQ(part->GetEventPara(0, &pre, &delay), 0);
+                      EXPECT_EQ(part->GetRecordExtPara(0, &channels), 0);
+                  }),
+                  "");
+        EXPECT_EQ(log.Calls().size(), 0u);
+        Quietly([&] { EXPECT_EQ(m_disk.GetDateInfo(&days), 0); });
+        EXPECT_EQ(records.m_nCount, 0);
+        EXPECT_EQ(events.m_nCount, 0);
+        EXPECT_EQ(pre, 0u);
+        EXPECT_EQ(delay, 0u);
+        EXPECT_EQ(channels, 0xFFFFFFFFu);
+        m_disk.Quit();
+    }
 }
 
 TEST_F(Disk, NoValidBlockGivesZeroAsTheLast) {

@@ -81,7 +81,7 @@ int CSearchBlock::GetUnitRecMap(unsigned int block) {
     m_pCache->curBlock = block;
     BlockHead_t head = {};
     BlockTail_t tail = {};
-    if (GetBlockInfo(block, &head, &tail, nullptr, nullptr) != 0) {
+    if (!m_pCache->geometry.HoldsBlock() || GetBlockInfo(block, &head, &tail, nullptr, nullptr) != 0) {
         return -1;
     }
     return CountChannels(head.media_chn_bitmap);

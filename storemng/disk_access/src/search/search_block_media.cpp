@@ -204,7 +204,8 @@ int CSearchBlock::GetAllChnMediaList(unsigned int block, long start, long end, u
 int CSearchBlock::GetNoIndexMediaList(unsigned int block, unsigned int chn, unsigned int skipChnMask,
                                       CCommList<RecordItem_t>* recList) {
     BlockHead_t head = {};
-    if (m_pCache == nullptr || GetBlockInfo(block, &head, nullptr, nullptr, nullptr) != 0) {
+    if (m_pCache == nullptr || !m_pCache->geometry.HoldsBlock() ||
+        GetBlockInfo(block, &head, nullptr, nullptr, nullptr) != 0) {
         return -1;
     }
     const uint32_t midnight = (head.RecTime + (kSecondsPerDay - 1)) / kSecondsPerDay * kSecondsPerDay;

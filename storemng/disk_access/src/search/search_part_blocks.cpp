@@ -89,7 +89,7 @@ int CSearchPart::GetNextValidBlock(unsigned int mode, unsigned int seq, unsigned
 
 int CSearchPart::GetEventPara(unsigned int eventId, unsigned int* preTime, unsigned int* delayTime) {
     BlockHead_t head = {};
-    if (m_pState != nullptr) {
+    if (m_pState != nullptr && m_pState->HasBlocks()) {
         m_pState->searchBlock->GetBlockInfo(BlockOfId(eventId), &head, nullptr, nullptr, nullptr);
     }
     *preTime = head.pre_RecTime;
@@ -99,7 +99,7 @@ int CSearchPart::GetEventPara(unsigned int eventId, unsigned int* preTime, unsig
 
 int CSearchPart::GetRecordExtPara(unsigned int recId, unsigned int* value) {
     BlkExtHead_t extHead = {};
-    if (m_pState != nullptr) {
+    if (m_pState != nullptr && m_pState->HasBlocks()) {
         m_pState->searchBlock->GetBlockInfo(BlockOfId(recId), nullptr, nullptr, &extHead, nullptr);
     }
     *value = extHead.ExtParaValid != 0 ? extHead.ExtPara : 0xFFFFFFFF;

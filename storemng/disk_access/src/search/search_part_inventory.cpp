@@ -192,7 +192,7 @@ int CSearchPart::GetUnitRecMap(unsigned int unit, int what) {
     }
     switch (what) {
     case 0:
-        return m_pState->searchBlock->GetUnitRecMap(unit);
+        return m_pState->HasBlocks() ? m_pState->searchBlock->GetUnitRecMap(unit) : -1;
     case 1:
         return static_cast<int>(m_pState->BlkCount);
     default:
@@ -231,7 +231,8 @@ int CSearchPart::AddDateToList(BlockHead_t* head, BlockTail_t* tail, CCommList<u
 
 int CSearchPart::BinGetDataMap(UnitTimeItem_t* a, UnitTimeItem_t* b, CCommList<unsigned int>* list) {
     // Outside the ring an arc need not shrink as it is halved.
-    if (m_pState == nullptr || a->unitId >= m_pState->RingCount || b->unitId >= m_pState->RingCount) {
+    if (m_pState == nullptr || !m_pState->HasBlocks() || a->unitId >= m_pState->RingCount ||
+        b->unitId >= m_pState->RingCount) {
         return list->m_nCount;
     }
     DayCollector(*this, *m_pState, *list).Collect(*a, *b);

@@ -115,7 +115,7 @@ int CSearchPart::SearchNormalEvent(unsigned int start, unsigned int end, long lo
 
 int CSearchPart::SearchUnitMedia(unsigned int unit, unsigned int skipChnMask, CCommList<RecordItem_t>* recs,
                                  CCommList<EventItem_t>* events) {
-    if (m_pState == nullptr) {
+    if (m_pState == nullptr || !m_pState->HasBlocks()) {
         return -1;
     }
     return m_pState->searchBlock->GetMediaList(unit, 0, kEndOfTime, kAllChannels, skipChnMask, 0, recs,
