@@ -41,7 +41,7 @@ public:
     /// @param deviceSize bytes of the disk
     Bounds(const PartHead_t& head, uint64_t deviceSize);
 
-    Cost Open() const { return {4, kObject}; }
+    Cost Open() const { return {3, kObject}; }
     Cost FindNewest() const { return Searching(NewestCalls()); }
     Cost Space() const { return Searching(EndsCalls()); }
     Cost SearchMedia() const { return Searching(MediaCalls()); }
@@ -64,14 +64,12 @@ public:
 
     Cost StartRead() const { return {kOpenBlock + kLookAtBlock + 2 + WalkCalls(), Indexed()}; }
     Cost Seek() const { return {WalkCalls(), kObject}; }
-    Cost ReadFrame() const {
-        return {3 * WalkCalls() + (kLookAtBlock + kTables) * (m_blocks + 1) + kLookAtBlock, Payload()};
-    }
+    Cost ReadFrame() const { return {3 * WalkCalls() + RingCalls() + kLookAtBlock, Payload()}; }
     Cost Step() const { return {2 * WalkCalls(), Payload()}; }
     Cost UnitFrame() const { return {3, Payload()}; }
     Cost StopRead() const { return {2, kObject}; }
     Cost RecordInfo() const { return {kLookAtBlock + 3 * m_heads, Rebuilt()}; }
-    Cost WalkRing() const { return {(kLookAtBlock + kTables) * (m_blocks + 1), Indexed()}; }
+    Cost WalkRing() const { return {RingCalls(), Indexed()}; }
 
     Cost Dump(int level) const;
 
@@ -83,6 +81,7 @@ private:
     static constexpr uint64_t kTables = 5;         ///< the device's size, then a seek and a read a table
     static constexpr uint64_t kOpenBlock = 139;    ///< opened, head, tails, index head, 65 tables
     static constexpr uint64_t kLookAtBlock = 141;  ///< and closed again, flushed
+    static constexpr uint64_t kMeasuring = 9;      ///< opened, size, closed: the ring twice, its end once
     static constexpr uint64_t kMediaOfBlock = 78;  ///< heads, tails, index head, 32 tables
     static constexpr uint64_t kEventsOfBlock = 12; ///< head, tails, index head, table
 
@@ -92,6 +91,8 @@ private:
     uint64_t StartCalls() const { return 2 * (5 * m_blocks + 3 * m_halvings + 3) + 4 * kTables; }
     uint64_t MediaCalls() const { return EndsCalls() + StartCalls() + kTables + kMediaOfBlock * m_blocks; }
     uint64_t EventCalls() const { return EndsCalls() + StartCalls() + kTables + kEventsOfBlock * m_blocks; }
+    /// A look at each block of the ring.
+    uint64_t RingCalls() const { return kMeasuring + (kLookAtBlock + kTables) * (m_blocks + 1); }
     /// A walk over the frame heads of a block, and a payload.
     uint64_t WalkCalls() const { return 2 * m_heads + 3; }
 

@@ -268,18 +268,21 @@ private:
 };
 
 TEST_P(PlaybackDamage, EndsWellOnEveryDisk) {
-    SystemCallLog log([this](const Call& call, size_t) {
+    int open = 0;
+    SystemCallLog log([&](const Call& call, size_t) {
         m_reads += call.kind == CallKind::Read ? 1u : 0u;
+        open += call.kind == CallKind::Open ? 1 : call.kind == CallKind::Close ? -1 : 0;
+        log.Clear(); // a long ring's calls would count as memory taken
         return PassUnflushed(call);
     });
     for (const uint32_t fmtVersion : {0u, 1u}) {
         DamagedDisk disk(fmtVersion);
         for (uint32_t i = 0; i < kCasesAShard / 2; ++i) {
-            log.Clear();
+            open = 0;
             const uint32_t seed =
                 kFirstSeed + GetParam() * kCasesAShard + fmtVersion * (kCasesAShard / 2) + i;
             PlayCase(disk, seed);
-            EXPECT_EQ(log.Count(CallKind::Open), log.Count(CallKind::Close));
+            EXPECT_EQ(open, 0);
             ASSERT_FALSE(HasFailure()) << "case " << seed << ": " << disk.Story();
         }
     }

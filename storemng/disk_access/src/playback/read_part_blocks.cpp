@@ -4,13 +4,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "format/block_geometry.h"
 #include "format/channels.h"
 #include "format/ids.h"
 #include "format/part_head.h"
 #include "io/device.h"
 #include "io/host.h"
-#include "io/messages.h"
 #include "playback/read_part_state.h"
+#include "playback/usable_blocks.h"
 #include "read_part.h"
 
 using namespace disk_access;
@@ -19,41 +20,28 @@ namespace {
 
 enum class Direction { Backwards, Forwards };
 
-/// Whether a block that bears the magic passes a mode's test.
-bool PassesMode(const BlockHead_t& head, const BlockTail_t& tail, unsigned int mode, unsigned int seq) {
-    switch (mode) {
-    case 0:
-        return tail.CloseState != 1;
-    case 1:
-        return tail.CloseState != 1 || head.RecSeq >= seq;
-    case 2:
-        return tail.CloseState != 1 && head.RecSeq != 0;
-    case 3:
-        return tail.CloseState != 0 && head.RecSeq != 0;
-    case 4:
-        return head.RecSeq == tail.RecSeq;
-    default:
-        return true;
-    }
-}
-
 /// Tests each block from @p from round the ring to @p to, both included, and stops at the first usable one.
 /// @return 0 with the block in @p out, or -1
-int FindUsableBlock(CReadPart& part, const Ring& ring, Direction direction, unsigned int mode,
+int FindUsableBlock(CReadPart& part, ReadPartState_st& state, Direction direction, unsigned int mode,
                     unsigned int seq, uint32_t from, uint32_t to, unsigned int* out) {
-    if (ring.count == 0 || out == nullptr) {
+    if (out == nullptr) {
         return -1;
     }
+    const Ring ring = MeasureRing(state);
+    if (ring.count == 0) {
+        return -1;
+    }
+    UsableBlocks usable(part, state);
     uint32_t block = from;
     // An end outside the ring is never met: one turn is enough.
     for (uint32_t steps = 0; block != to && steps < ring.count; ++steps) {
-        if (part.IsValidBlock(block, mode, seq) == 1) {
+        if (usable.Has(block, mode, seq)) {
             *out = block;
             return 0;
         }
         block = direction == Direction::Forwards ? ring.Next(block) : ring.Prev(block);
     }
-    if (part.IsValidBlock(to, mode, seq) == 1) {
+    if (usable.Has(to, mode, seq)) {
         *out = to;
         return 0;
     }
@@ -89,44 +77,23 @@ int CReadPart::GetBadBlockTab() {
     if (dev == nullptr) {
         return -1;
     }
-    uint8_t* const table = LoadTable(dev, m_pState->BBTabOffs, BadBlockTabSize(m_pState->BlkCount),
-                                     BadBlockTabSize(m_pState->RingCount), DeviceSize(dev));
+    const uint64_t deviceSize = DeviceSize(dev);
+    const uint32_t stated = m_pState->BlkCount;
+    const uint32_t blocks = CredibleBlocks(stated, m_pState->Geometry(), deviceSize);
+    uint8_t* const table =
+        LoadTable(dev, m_pState->BBTabOffs, BadBlockTabSize(stated), BadBlockTabSize(blocks), deviceSize);
     dev_close(dev);
     if (table == nullptr) {
         return -1;
     }
     std::free(m_pState->pBadBlockTab);
     m_pState->pBadBlockTab = table;
+    m_pState->TableBlocks = blocks;
     return 0;
 }
 
 int CReadPart::IsValidBlock(unsigned int block, unsigned int mode, unsigned int seq) {
-    if (m_pState == nullptr) {
-        return 0;
-    }
-    if (m_pState->pBadBlockTab == nullptr && m_pState->TableInside) {
-        GetBadBlockTab(); // without it no block is marked bad
-    }
-    if (m_pState->pBadBlockTab != nullptr && block < m_pState->RingCount &&
-        MarkedBad(m_pState->pBadBlockTab, block)) {
-        Message("%s: bad block %d\n", "IsValidBlock", static_cast<int>(block));
-        return 0;
-    }
-    if (m_pState->Beyond(block)) {
-        DISK_ACCESS_REPORT_FAILURE("OpenBlock"); // as opening it would
-        return 0;
-    }
-    BlockHead_t head = {};
-    BlockTail_t tail = {};
-    BriefBlock opened(*m_pState, block, 0);
-    if (opened->GetBlockInfo(&head, &tail) != 0) {
-        return 0;
-    }
-    if (head.ValidFlag != BLOCK_MAGIC) {
-        Message("%s: invalid block %d\n", "IsValidBlock", static_cast<int>(block));
-        return 0;
-    }
-    return PassesMode(head, tail, mode, seq) ? 1 : 0;
+    return m_pState != nullptr && UsableBlocks(*this, *m_pState).Has(block, mode, seq) ? 1 : 0;
 }
 
 int CReadPart::GetPrevValidBlock(unsigned int mode, unsigned int seq, unsigned int from, unsigned int to,
@@ -134,7 +101,7 @@ int CReadPart::GetPrevValidBlock(unsigned int mode, unsigned int seq, unsigned i
     if (m_pState == nullptr) {
         return -1;
     }
-    return FindUsableBlock(*this, m_pState->TheRing(), Direction::Backwards, mode, seq, from, to, out);
+    return FindUsableBlock(*this, *m_pState, Direction::Backwards, mode, seq, from, to, out);
 }
 
 int CReadPart::GetNextValidBlock(unsigned int mode, unsigned int seq, unsigned int from, unsigned int to,
@@ -142,7 +109,7 @@ int CReadPart::GetNextValidBlock(unsigned int mode, unsigned int seq, unsigned i
     if (m_pState == nullptr) {
         return -1;
     }
-    return FindUsableBlock(*this, m_pState->TheRing(), Direction::Forwards, mode, seq, from, to, out);
+    return FindUsableBlock(*this, *m_pState, Direction::Forwards, mode, seq, from, to, out);
 }
 
 int CReadPart::GetRecInfo(EncodeParam_t* out, RecordItem_t* record, int rebuild) {

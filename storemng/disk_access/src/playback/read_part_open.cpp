@@ -5,10 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "format/block_geometry.h"
 #include "format/part_head.h"
 #include "format/state.h"
-#include "io/device.h"
 #include "io/host.h"
 #include "playback/read_part_state.h"
 #include "read_part.h"
@@ -18,7 +16,7 @@ using namespace disk_access;
 namespace {
 
 /// Takes over what playback needs of a partition head; of a head with another magic, nothing.
-void TakeHead(ReadPartState_st& state, const PartHead_t& head, dev_op_st* dev) {
+void TakeHead(ReadPartState_st& state, const PartHead_t& head) {
     if (head.FormatFlag != ExpectedMagic(state.partition.DiskType)) {
         state.PartStatus = kWrongMagic;
         return;
@@ -31,12 +29,6 @@ void TakeHead(ReadPartState_st& state, const PartHead_t& head, dev_op_st* dev) {
     state.Encrypt = head.Encrypt;
     state.EncryptMap = head.EncryptMap;
     CopyCipherCode(state.CipherCode, head);
-    const BlockGeometry geometry = BlockGeometry::Of(head.BlkSize, head.FmtVersion);
-    const uint64_t deviceSize = DeviceSize(dev);
-    state.RingCount = CredibleBlocks(head.BlkCount, geometry, deviceSize);
-    const bool sizeKnown = deviceSize != 0; // else every block is tried
-    state.Inside = sizeKnown ? BlocksInside(geometry, deviceSize) : 0xFFFFFFFF;
-    state.TableInside = !sizeKnown || uint64_t{head.BBTabOffs} + BadBlockTabSize(head.BlkCount) <= deviceSize;
 }
 
 } // namespace
@@ -66,7 +58,7 @@ int CReadPart::Init(PartAccess_t* part) {
         DropState(m_pState);
         return -1;
     }
-    TakeHead(*m_pState, head, dev);
+    TakeHead(*m_pState, head);
     dev_close(dev);
     return 0;
 }

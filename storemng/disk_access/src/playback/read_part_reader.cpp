@@ -9,6 +9,7 @@
 #include "format/times.h"
 #include "io/host.h"
 #include "playback/read_part_state.h"
+#include "playback/usable_blocks.h"
 #include "read_part.h"
 
 using namespace disk_access;
@@ -91,7 +92,7 @@ uint32_t SequenceOf(CReadBlock& block) {
 /// the next number.
 /// @return false when the recording ends here; the reader may then be in a block that is none of its own
 bool CrossInto(CReadPart& partReader, ReadPartState_st& part, PartReadHandle_st& reader) {
-    const Ring ring = part.TheRing();
+    const Ring ring = MeasureRing(part);
     if (ring.count == 0) {
         return false;
     }

@@ -4,30 +4,32 @@
 #include <cstdint>
 
 #include "dev_io.h"
-#include "format/ring.h"
+#include "format/block_geometry.h"
 #include "read_block.h"
 
 /// A partition open for playback.
 struct ReadPartState_st {
     PartAccess_t partition;
-    uint32_t BlkCount;  ///< as the head states it
-    uint32_t RingCount; ///< blocks that are looked at: fewer, if the head states more than there can be
-    uint32_t Inside;    ///< blocks that begin inside the device
-    bool TableInside;   ///< the bad-block table does not reach beyond the device: loading it may succeed
+    uint32_t BlkCount; ///< as the head states it
     uint32_t BlkSize;
     uint32_t FmtVersion;
     uint32_t BBTabOffs;
     uint8_t* pBadBlockTab; ///< one bit a block; null until loaded
+    uint32_t TableBlocks;  ///< blocks that it has bits of: fewer, if the head states more than there can be
     uint32_t PartStatus;   ///< kHeadAccepted or kWrongMagic
     uint32_t Encrypt;
     uint32_t EncryptMap;
     char CipherCode[128];
 
-    disk_access::Ring TheRing() const { return {RingCount}; }
+    disk_access::BlockGeometry Geometry() const {
+        return disk_access::BlockGeometry::Of(BlkSize, FmtVersion);
+    }
 
-    /// Whether a block lies beyond the device's end, as all but a few do in a forged ring, and many on a copy
-    /// that was cut off. No such block can be opened, and trying costs a flush of the device each time.
-    bool Beyond(uint32_t block) const { return block >= Inside; }
+    /// Whether the table is loaded as far as a block. It was loaded for the blocks that there could be then, and
+    /// the device may have grown.
+    bool HoldsBit(uint32_t block) const {
+        return pBadBlockTab != nullptr && (block < TableBlocks || block >= BlkCount);
+    }
 
     /// Opens one of the ring's blocks.
     int OpenBlock(CReadBlock& block, uint32_t number, int rebuild) {
