@@ -370,6 +370,17 @@ TEST_F(ReadPartBlocks, RingLargerThanIdsCanNameGrowsWithItsDevice) {
     EXPECT_EQ(messages, "IsValidBlock: bad block 69995\n");
 }
 
+TEST_F(ReadPartBlocks, RingWithoutBlocksHasNoUsableOne) {
+    MakeDisk().WriteBlock(0, BlockContents::Closed(1, 1000, 1900));
+    Disk().EditHead([](PartHead_t& head) { head.BlkCount = 0; });
+    OpenReadPart part(Disk());
+    for (unsigned int mode = 0; mode < 6; ++mode) {
+        std::string messages;
+        EXPECT_EQ(Valid(part, 0, &messages, mode), 0);
+        EXPECT_EQ(messages, "");
+    }
+}
+
 TEST_F(ReadPartBlocks, BlocksAreTriedOnADeviceOfUnknownSize) {
     MakeDisk().WriteBlock(7, BlockContents::Closed(1, 1000, 1900));
     CReadPart part;

@@ -123,7 +123,7 @@ bool UsableBlocks::Has(uint32_t block, unsigned int mode, unsigned int seq) {
         Message("%s: invalid block %d\n", "IsValidBlock", static_cast<int>(block));
         return false;
     }
-    return PassesMode(head, tail, mode, seq);
+    return m_state.BlkCount != 0 && PassesMode(head, tail, mode, seq);
 }
 
 } // namespace disk_access
