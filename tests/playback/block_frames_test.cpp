@@ -336,6 +336,47 @@ TEST_F(BlockFrames, HeadsWhoseLengthWrapsLeadNowhereBack) {
     }
 }
 
+TEST_F(BlockFrames, EveryReadAfterAForgedLengthFails) {
+    MakeDisk();
+    Disk().WriteBlock(0, BlockContents::Closed(1, 1000, 1010)
+                             .IFrame(0, Pts(1000), 0)
+                             .IFrame(0, Pts(1001), 100)
+                             .IFrame(0, Pts(1002), 200)
+                             .Segment(0, 1000, 1010, 996));
+    PutFrames(0, 0, {KeyFrame(0, 1000)});
+    PutFrames(0, 200, {KeyFrame(0, 1002)});
+    // What lies in the block's head where a position that wrapped would lead: 840 + 124 + len, in 32 bits.
+    for (const uint32_t at : {100u, 839u}) {
+        Disk().Put(Disk().BlockStart(0) + at, KeyFrame(0, 1000, 10));
+    }
+    // Beyond the frame area, the block, 2^31; in 32 bits at the frame itself, at the one before, at bytes 100 and
+    // 839 of the block's head; and the most there is.
+    for (const uint32_t len : {64696u - 124, 70000u, 0x7FFFFFFFu, 0xFFFFFFE8u, 0xFFFFFF84u, 0xFFFFFCA0u,
+                               0xFFFFFF83u, 0xFFFFFFFFu}) {
+        PutHead(0, 100, KeyFrame(0, 1001, len));
+        for (const bool step : {false, true}) {
+            BlockReader reader(Disk());
+            const auto readHeadAlone = [&] {
+                EXPECT_EQ(reader.SeekTime(0, Record(0, 0), 1001), 0);
+                FrameHead_t head = {};
+                EXPECT_EQ(step ? reader->ReadIFrame(100, &head, nullptr)
+                               : reader->ForwardReadFrame(&head, nullptr),
+                          0);
+                EXPECT_EQ(head.len, len);
+            };
+            readHeadAlone();
+            EXPECT_EQ(reader.Read(), "-1") << len;
+            EXPECT_EQ(reader.ReadUnit(), "-1") << len;
+            EXPECT_EQ(reader.Next(), "-1") << len;
+            EXPECT_EQ(reader.Prev(), "-1") << len;
+            readHeadAlone();
+            EXPECT_EQ(reader.ReadUnit(), "-1") << len; // and none of these moves
+            readHeadAlone();
+            EXPECT_EQ(reader.Next(), "-1") << len;
+        }
+    }
+}
+
 TEST_F(BlockFrames, ForwardReadWithoutABufferMovesBehindTheFrame) {
     MakeDisk();
     WriteRecording(0);

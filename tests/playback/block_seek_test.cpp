@@ -265,7 +265,46 @@ TEST_F(BlockSeek, TimeSeekToAForgedOffsetFailsOnReading) {
               "SeekTime : Offset -1 (seek:1000)(1000, 1010, 7)(1000000000, -1)\n");
     EXPECT_EQ(reader.Read(), "-1");
     EXPECT_EQ(reader.Next(), "-1");
-    EXPECT_EQ(reader.ReadUnit(), "1"); // the byte before the frame area begins no frame
+    EXPECT_EQ(reader.ReadUnit(), "-1");
+}
+
+TEST_F(BlockSeek, PositionsOfAnIndexDoNotWrapIntoTheBlocksHead) {
+    MakeDisk();
+    // In 32 bits, 840 + 0xFFFFFCCC is 20: there, in the vehicle's number, lies what passes for a frame, and
+    // from byte 100 on one that leads to the frame area.
+    constexpr uint32_t kInHead = 0xFFFFFCCC;
+    constexpr uint32_t kInProperties = 0xFFFFFD1C;
+    Disk().WriteBlock(0, BlockContents::Closed(1, 1000, 1010)
+                             .IFrame(0, Pts(1000), kInHead)
+                             .IFrame(0, Pts(1001), 100)
+                             .Segment(0, 1000, 1010, 996, kInProperties)
+                             .Segment(0, 1000, 1010, 996, kInHead)
+                             .Segment(0, 1000, 1010, 996, 0xFFFFFFFF));
+    PutFrames(0, 0, {PFrame(0, 1000), KeyFrame(0, 1001)});
+    PutHead(0, kInHead, KeyFrame(0, 1000, 24));
+    PutHead(0, kInProperties, KeyFrame(0, 1000, 840 - 100 - 24));
+    BlockReader reader(Disk());
+    for (const uint32_t segment : {0u, 1u, 2u}) {
+        for (const int allChn : {0, 1}) {
+            if (segment == 2 && allChn == 1) {
+                continue; // a window of no segment: one that begins nowhere is none
+            }
+            EXPECT_EQ(SeekOffsSays(reader, allChn, Record(0, segment), 0, 0, -1), "SeekOffs, # : fail\n");
+            EXPECT_TRUE(reader.IsWideOpen());
+        }
+    }
+    EXPECT_EQ(SeekOffsSays(reader, 0, OwnWindow(0, 1000, 1010, kInProperties), 0, 0, -1),
+              "SeekOffs, # : fail\n");
+    for (const int allChn : {0, 1}) {
+        EXPECT_EQ(SeekTimeSays(reader, allChn, Record(0, 1), 1000),
+                  "SeekTime : Offset -820 (seek:1000)(1000, 1010, -820)(1000000000, -820)\n");
+        EXPECT_EQ(reader.ReadUnit(), "-1");
+        EXPECT_EQ(reader.Read(), "-1");
+        EXPECT_EQ(reader.Next(), "-1");
+    }
+    EXPECT_EQ(reader.IFrameAt(kInHead), "-1");
+    EXPECT_EQ(reader.SeekOffs(0, WholeBlock()), 0);
+    EXPECT_EQ(reader.ReadUnit(), "P0 1000");
 }
 
 TEST_F(BlockSeek, WithoutARecordNothingIsSought) {
@@ -506,7 +545,18 @@ TEST_F(BlockSeek, WindowBeforeTheFramesKeepsItsTimes) {
     EXPECT_EQ(SeekOffsSays(reader, 1, Record(0, 0), 0, 0), "");
     EXPECT_EQ(reader->GetOffset(0), -1);
     EXPECT_EQ(reader.Read(), "-1");
-    EXPECT_EQ(reader.ReadUnit(), "P0 1000");
+    EXPECT_EQ(reader.ReadUnit(), "-1"); // sought, but none of the frame area's
+}
+
+TEST_F(BlockSeek, OnlyAllChannelsWithoutAUsableSegmentBeginBeforeTheFrames) {
+    MakeDisk();
+    Disk().WriteBlock(0, BlockContents::Closed(1, 1000, 1010).Segment(0, 1000, 1010, 500, 0xFFFFFFFF));
+    Disk().Put(Disk().BlockStart(0) + 839, PFrame(0, 1000, 100));
+    BlockReader reader(Disk());
+    EXPECT_EQ(SeekOffsSays(reader, 0, Record(0, 0), 0, 0, -1), "SeekOffs, # : fail\n");
+    EXPECT_EQ(SeekOffsSays(reader, 1, OwnWindow(0, 0, 0xFFFFFFFF, 0xFFFFFFFF), 0, 0, -1),
+              "SeekOffs, # : fail\n");
+    EXPECT_EQ(SeekOffsSays(reader, 1, Record(0, 0), 0, 0), "");
 }
 
 TEST_F(BlockSeek, PositionSeekReadsHeadsAlone) {

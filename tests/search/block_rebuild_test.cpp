@@ -237,6 +237,36 @@ TEST_F(IndexRebuild, ResumeLoadsTheIndexThatIsThere) {
     EXPECT_NE(blocks.Index().find("1002"), std::string::npos);
 }
 
+TEST_F(IndexRebuild, ResumesOnlyInsideItsBlock) {
+    // 840 bytes of head area, the position and 24 bytes of a frame's head may fill the block, no more. What
+    // follows the block looks like a frame.
+    struct Case {
+        uint32_t pos;
+        int result;
+    };
+    for (const Case& test : {Case{0x10000 - 840 - 24, 0},
+                             {0x10000 - 840 - 23, -1},
+                             {0x10000, -1},
+                             {0xFFFFFCCC, -1},
+                             {0xFFFFFFFF, -1}}) {
+        const uint32_t pos = test.pos;
+        const int result = test.result;
+        MakeDisk();
+        Disk().WriteBlock(1, BlockContents::Closed(9, 1000, 1000).Channels(1).IFrame(0, Pts(1000), pos));
+        if (pos % 8 == 0) { // its type stands where the tail has its number
+            Disk().Put(Disk().FrameOffset(1, pos), FrameHead_t{Pts(1001), BLOCK_MAGIC, 9, 0, 0});
+        }
+        Disk().Truncate(Disk().BlockStart(1) + 0x200000000);
+        OpenBlocks blocks(Disk());
+        const std::string messages =
+            PrintedWithoutLines([&] { EXPECT_EQ(blocks->RebuildRecSegInfo(1, 4, 2), result) << pos; });
+        EXPECT_EQ(messages, result == 0
+                                ? "RebuildRecSegInfo, Rebuild Index Block=1(9):\n  [0] rec count = 0\n"
+                                : "RebuildRecSegInfo : #, Failed\n");
+        std::remove(File("disk").c_str());
+    }
+}
+
 // ---- failures
 
 TEST_F(IndexRebuild, FailsWhereAReadDoes) {

@@ -148,8 +148,8 @@ int CReadBlock::ReadBlockFrame(FrameHead_t* head, void** payload) {
         return -1;
     }
     ReadCursor_st& cursor = *m_pState->pCursor;
-    // In 32 bits, as a seek counts: where that found a frame in front of the frame area, this reads it.
-    const uint32_t position = m_pState->geometry.headAreaSize + cursor.readOffs;
+    // In 64 bits: an offset out of a forged index, or behind a forged length, must not lead into the block's head.
+    const uint64_t position = uint64_t{m_pState->geometry.headAreaSize} + cursor.readOffs;
     FrameHead_t found = {};
     if (ReadInBlock(m_pState->blkOp, position, &found, sizeof found) != 0) {
         return -1;

@@ -15,6 +15,9 @@ namespace {
 
 constexpr uint32_t kEndOfTime = 0xFFFFFFFF;
 
+/// Where a window begins that has no segment to begin with.
+constexpr uint32_t kNowhere = 0xFFFFFFFF;
+
 /// Takes up what is to be played.
 void Choose(ReadCursor_st& cursor, int allChn, const RecordItem_t& record) {
     cursor.allChn = static_cast<uint32_t>(allChn);
@@ -58,7 +61,7 @@ void SetWindowToSegment(ReadCursor_st& cursor, const RecSegItem_t& segment, cons
 /// @return false when no channel has such a segment at all
 bool SetWindowToFirstSegment(ReadCursor_st& cursor, const IndexTables& index, const RecordItem_t& record) {
     bool found = false;
-    cursor.winOffs = 0xFFFFFFFF;
+    cursor.winOffs = kNowhere;
     for (uint32_t chn = 0; chn < kChannels; ++chn) {
         if (!HasSegment(index, chn, record)) {
             continue;
@@ -91,6 +94,15 @@ bool SetWindowToRecord(ReadCursor_st& cursor, const IndexTables& index, const Re
     }
     SetWindowToSegment(cursor, index.recSegTab[chn].At(SegmentOfId(record.recId)), record);
     return true;
+}
+
+/// Window position at which a seek begins to look for frames. Offsets of a forged index lie beyond the block, in
+/// 64 bits. A window of all channels that begins nowhere is looked for one byte before the frame area, where its
+/// offset leads in the recorder's 32 bits.
+uint64_t FirstPosition(const BlkReadState_st& state, const RecordItem_t& record) {
+    const ReadCursor_st& cursor = *state.pCursor;
+    const bool nowhere = cursor.allChn != 0 && record.flag == kIndexedRecord && cursor.winOffs == kNowhere;
+    return nowhere ? state.geometry.headAreaSize - 1 : uint64_t{state.geometry.headAreaSize} + cursor.winOffs;
 }
 
 /// The channel whose I-frames a time seek looks at, or kChannels.
@@ -171,9 +183,8 @@ int CReadBlock::SeekOffs(int allChn, RecordItem_t* record, unsigned int pos, int
         REPORT_SEEK_FAILURE("SeekOffs");
         return FailSeek(cursor);
     }
-    // In 32 bits: a window that begins where nothing lies leads in front of the frame area.
-    const uint32_t start = m_pState->geometry.headAreaSize + cursor.winOffs;
-    if (block_seek(m_pState->blkOp, start) != 0) {
+    const uint64_t start = FirstPosition(*m_pState, *record);
+    if (!SeekInBlock(m_pState->blkOp, start)) {
         REPORT_SEEK_FAILURE("SeekOffs");
         return FailSeek(cursor);
     }
@@ -185,7 +196,7 @@ int CReadBlock::SeekOffs(int allChn, RecordItem_t* record, unsigned int pos, int
             return FailSeek(cursor);
         }
         const uint64_t next = position + FrameSpan(head);
-        if (next > 0xFFFFFFFF || block_seek(m_pState->blkOp, static_cast<uint32_t>(next)) != 0) {
+        if (!SeekInBlock(m_pState->blkOp, next)) {
             REPORT_SEEK_FAILURE("SeekOffs");
             return FailSeek(cursor);
         }

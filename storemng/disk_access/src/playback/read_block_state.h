@@ -46,13 +46,15 @@ inline uint32_t OffsetBehind(uint64_t offs, const FrameHead_t& head) {
     return next > 0xFFFFFFFF ? 0xFFFFFFFF : static_cast<uint32_t>(next);
 }
 
-/// Seeks and reads within a block's window. Offsets beyond 32 bits lie beyond every window.
+/// Seeks within a block's window. Offsets beyond 32 bits lie beyond every window.
+inline bool SeekInBlock(bolck_op_st* window, uint64_t offset) {
+    return offset <= 0xFFFFFFFF && block_seek(window, static_cast<uint32_t>(offset)) == 0;
+}
+
+/// Seeks and reads within a block's window.
 /// @return 0 or -1
 inline int ReadInBlock(bolck_op_st* window, uint64_t offset, void* buf, uint32_t len) {
-    if (offset > 0xFFFFFFFF || block_seek(window, static_cast<uint32_t>(offset)) != 0) {
-        return -1;
-    }
-    return block_read(window, buf, len);
+    return SeekInBlock(window, offset) ? block_read(window, buf, len) : -1;
 }
 
 } // namespace disk_access

@@ -22,6 +22,11 @@ uint64_t FrameStart(const BlockIndexCache_t& cache, uint32_t block, uint64_t pos
     return cache.BlockStart(block) + cache.geometry.headAreaSize + pos;
 }
 
+/// Whether the head of a frame at a position lies in the block: positions of an index come from the disk.
+bool HeadInBlock(const BlockGeometry& geometry, uint64_t pos) {
+    return geometry.headAreaSize + pos + sizeof(FrameHead_t) <= geometry.blkSize;
+}
+
 /// The position of the last I-frame held of any channel that is present; 0 without one.
 uint32_t LastIFrame(const BlockIndexCache_t& cache, uint32_t present) {
     uint32_t last = 0;
@@ -61,7 +66,8 @@ int CSearchBlock::RebuildRecSegInfo(unsigned int block, unsigned int flags, unsi
         ReadBlockIndexList(block, flags); // what it cannot load is made from the frames
         pos = LastIFrame(cache, head.media_chn_bitmap);
         FrameHead_t last = {};
-        if (ReadAt(cache.dev, FrameStart(cache, block, pos), &last, sizeof last) != 0) {
+        if (!HeadInBlock(cache.geometry, pos) ||
+            ReadAt(cache.dev, FrameStart(cache, block, pos), &last, sizeof last) != 0) {
             DISK_ACCESS_REPORT_FAILURE("RebuildRecSegInfo");
             return -1;
         }
