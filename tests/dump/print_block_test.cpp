@@ -177,14 +177,37 @@ TEST_F(PrintBlock, CountsThatWrapEndTheBlock) {
 
 // ---- blocks that cannot hold their own areas
 
-TEST_F(PrintBlock, ATailThatWouldBeginBeforeTheBlock) {
+TEST_F(PrintBlock, ATailThatBeginsBeforeTheBlock) {
     MakeBlock(Plain());
-    for (const uint32_t blkSize : {0u, 1u, 19u}) {
-        Shrink(blkSize);
-        EXPECT_EQ(Index(), "") << blkSize;
-        const std::string text = Pieces(DumpAt(2).text).at(1);
-        EXPECT_EQ(text.substr(text.size() - kTailBanner.size()), kTailBanner) << blkSize;
-    }
+    // The tail's 20 bytes lie before a block of no bytes; its head's first words stand where an extended tail would.
+    Disk().Put(Disk().BlockStart(0) - 20, BlockTail_t{0, 0, 77, 1000, 2000});
+    const std::string tails = kTailBanner + "RecSeq : 77\n"
+                                            "StartTime : 1000, [1970.01.01 00:16:40]\n"
+                                            "EndTime : 2000, [1970.01.01 00:33:20]\n"
+                                            "Ex RecSeq : -1437226411\n"
+                                            "Ex StartTime : 10, [1970.01.01 00:00:10]\n"
+                                            "Ex EndTime : 1, [1970.01.01 00:00:01]\n";
+    Shrink(0);
+    EXPECT_EQ(Index(), tails);
+    EXPECT_NE(Pieces(DumpAt(2).text).at(1).find(tails), std::string::npos);
+    // One byte later, each word is made of three bytes of itself and one of the next.
+    Shrink(1);
+    const std::string text = Pieces(DumpAt(2).text).at(1);
+    EXPECT_NE(text.find(kTailBanner + "RecSeq : " + std::to_string(int32_t(1000u << 24)) + "\n"),
+              std::string::npos)
+        << text;
+}
+
+TEST_F(PrintBlock, ATailThatCannotBeReadBeforeTheBlock) {
+    MakeBlock(Plain());
+    Shrink(19);
+    const Dumped dumped = DumpWith(2, [this](const Call& call, size_t) {
+        const bool tail = call.offset == static_cast<int64_t>(Disk().BlockStart(0)) - 1;
+        return call.kind == CallKind::Read && tail ? Fate::Failing() : Fate();
+    });
+    EXPECT_EQ(dumped.result, 0);
+    const std::string text = Pieces(dumped.text).at(1);
+    EXPECT_EQ(text.substr(text.size() - kTailBanner.size()), kTailBanner);
 }
 
 TEST_F(PrintBlock, ATailInsideTheHead) {
@@ -199,23 +222,48 @@ TEST_F(PrintBlock, ATailInsideTheHead) {
         << text;
 }
 
-TEST_F(PrintBlock, AnIndexAreaThatWouldBeginBeforeTheBlock) {
+TEST_F(PrintBlock, AnIndexAreaThatBeginsBeforeTheBlock) {
+    // The index area takes 4096 bytes, however small the block: of these, 100 lie in it.
     MakeBlock(Plain());
-    Shrink(4095);
-    EXPECT_EQ(Index(), "");
-    EXPECT_NE(DumpAt(2).text.find(kTailBanner + "RecSeq : 0\n"), std::string::npos);
+    Shrink(100);
+    const uint64_t index = Disk().BlockStart(0) + 100 - 4096;
+    Disk().Put(Disk().BlockStart(0) + 80, BlockTail_t{0, 0, 1, 10, 20});
+    BlkIndexHead_t head = {};
+    head.recSegCount[7] = 1;
+    head.eventCount = 1;
+    Disk().Put(index, head);
+    Disk().Put(index + 260, RecSegItem_t{1, 2, 3, 4, 5});
+    Disk().Put(index + 280, EventIndexItem_t{6, 7, 8, 9});
+    EXPECT_EQ(Index().find("Rec Seg : count = 1\n"
+                           "  s = 1, e = 2, spos = 3, epos = 4, totalsize = 5\n"
+                           "Event : count = 1\n"
+                           "  info : pts = 7, pos = 8, type = 6\n" +
+                           m_tail),
+              0u);
+    // Tables may reach the block's end and no further: 2 * 16 + 9 * 20 + 151 * 24 = 4096 - 260.
+    head.recSegCount[7] = 9;
+    head.eventCount = 151;
+    for (const auto& [iframes, printed] : {std::pair{2u, true}, {3u, false}, {0xFFFFFFFFu, false}}) {
+        head.iframeCount[31] = iframes;
+        Disk().Put(index, head);
+        EXPECT_EQ(Index().find("Rec Seg : count = 9\n") == 0, printed) << iframes;
+        EXPECT_EQ(Index().empty(), !printed) << iframes;
+    }
 }
 
-TEST_F(PrintBlock, ATailThatWouldBeginBeforeABlockOfTheExtendedLayout) {
+TEST_F(PrintBlock, AreasOfTheExtendedLayoutThatBeginBeforeTheBlock) {
     MakeDisk(SampleFormat(1)).WriteBlock(0, Plain());
-    Disk().EditHead([](PartHead_t& head) {
-        head.BlkCount = 1;
-        head.BlkSize = 511;
-    });
-    const std::string text = Pieces(DumpAt(2).text).at(1);
-    EXPECT_EQ(text.substr(text.size() - kTailBanner.size()), kTailBanner);
-    Shrink(512);
-    EXPECT_NE(DumpAt(2).text.find(kTailBanner + "RecSeq : 1\n"), std::string::npos);
+    Disk().EditHead([](PartHead_t& head) { head.BlkCount = 1; });
+    // The tail area takes 512 bytes.
+    Shrink(412);
+    Disk().Put(Disk().BlockStart(0) - 100, BlockTail_t{0, 0, 77, 1000, 2000});
+    Disk().Put(Disk().BlockStart(0) - 80, BlockTailEx_t{78, 10, 20});
+    EXPECT_EQ(Index(), kTailBanner + "RecSeq : 77\n"
+                                     "StartTime : 1000, [1970.01.01 00:16:40]\n"
+                                     "EndTime : 2000, [1970.01.01 00:33:20]\n"
+                                     "Ex RecSeq : 78\n"
+                                     "Ex StartTime : 10, [1970.01.01 00:00:10]\n"
+                                     "Ex EndTime : 20, [1970.01.01 00:00:20]\n");
 }
 
 } // namespace

@@ -92,22 +92,21 @@ void BlockPrinter::PrintProperties(int chn, const ChnProp_t& prop) const {
 }
 
 bool BlockPrinter::PrintIndex(uint64_t start) {
-    if (m_geometry.blkSize < m_geometry.IndexAreaSize()) {
-        return false; // the index area would begin before the block
-    }
-    const uint64_t indexStart = m_geometry.IndexAreaStart();
+    // The area lies before the block's end, also where a forged block is smaller than it.
+    const uint64_t end = start + m_geometry.blkSize;
+    const uint64_t indexStart = end - m_geometry.IndexAreaSize();
     BlkIndexHead_t index = {};
-    if (!m_device.ReadAt(start + indexStart, &index, sizeof index)) {
+    if (!m_device.ReadAt(indexStart, &index, sizeof index)) {
         return false;
     }
     const uint64_t segments = Sum(index.recSegCount);
     const uint64_t segmentStart = indexStart + sizeof index + Sum(index.iframeCount) * sizeof(IFrameItem_t);
     const uint64_t eventStart = segmentStart + segments * sizeof(RecSegItem_t);
-    if (eventStart + uint64_t{index.eventCount} * sizeof(EventIndexItem_t) > m_geometry.blkSize) {
+    if (eventStart + uint64_t{index.eventCount} * sizeof(EventIndexItem_t) > end) {
         return false;
     }
-    return PrintSegments(start + segmentStart, static_cast<uint32_t>(segments)) &&
-           PrintEvents(start + eventStart, index.eventCount);
+    return PrintSegments(segmentStart, static_cast<uint32_t>(segments)) &&
+           PrintEvents(eventStart, index.eventCount);
 }
 
 bool BlockPrinter::PrintSegments(uint64_t offset, uint32_t count) {
@@ -148,10 +147,7 @@ bool BlockPrinter::PrintEvents(uint64_t offset, uint32_t count) {
 
 void BlockPrinter::PrintTails(uint64_t start) const {
     m_out.print(m_out.ctx, "*******************BLOCK TAIL******************* \n");
-    if (m_geometry.blkSize < m_geometry.tailAreaSize) {
-        return; // the tail would begin before the block
-    }
-    const uint64_t tailStart = start + m_geometry.TailStart();
+    const uint64_t tailStart = start + m_geometry.blkSize - m_geometry.tailAreaSize;
     BlockTail_t tail = {};
     if (!m_device.ReadAt(tailStart, &tail, sizeof tail)) {
         return;
