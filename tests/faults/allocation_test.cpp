@@ -103,6 +103,34 @@ TEST_F(Allocations, BlockWithoutMemoryForItsEventsStillGivesRecords) {
     EXPECT_EQ(blocks->GetEventList(2, 0, 9000, 1, &events), -1);
 }
 
+TEST_F(Allocations, AlarmsAreFoundWithoutMemoryToSortThem) {
+    MakeDisk();
+    auto contents = BlockContents::Closed(1, 1000, 1900);
+    for (uint32_t i = 0; i < 60; ++i) {
+        contents.Segment(i % 4, 1000 + 10 * i, 1009 + 10 * i, 100);
+        contents.Event(Pts(1595 - 10 * i), uint64_t{1} << (i % 16));
+    }
+    Disk().WriteBlock(1, contents);
+    OpenBlocks blocks(Disk());
+    EXPECT_EQ(blocks->ReadBlockIndexList(1, 3), 1);
+    RecordList sorted;
+    size_t largest = 0;
+    {
+        const AllocationFaults watch;
+        EXPECT_EQ(blocks->GetAllChnMediaList(1, 0, 9000, 0, 0, 0, &sorted, nullptr), 60);
+        largest = watch.Largest();
+    }
+    EXPECT_EQ(largest, 60u * 16); // what the sorted events take; a record takes less
+    RecordList unsorted;
+    {
+        const AllocationFaults faults(0);
+        EXPECT_EQ(blocks->GetAllChnMediaList(1, 0, 9000, 0, 0, 0, &unsorted, nullptr), 60);
+    }
+    EXPECT_EQ(Describe(unsorted), Describe(sorted));
+    EXPECT_EQ(Describe(sorted).at(1),
+              "1/1/0 1010-1019 size 100 alarm 400 flag 0"); // the event at 1015 is number 58
+}
+
 TEST_F(Allocations, EventsOfAnotherBlockDoNotPassForThoseThatGotNoMemory) {
     MakeRing();
     OpenBlocks blocks(Disk());

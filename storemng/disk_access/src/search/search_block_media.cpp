@@ -6,6 +6,7 @@
 #include "format/channels.h"
 #include "format/ids.h"
 #include "format/times.h"
+#include "search/alarm_finder.h"
 #include "search/search_block_state.h"
 #include "search_block.h"
 
@@ -32,6 +33,20 @@ uint32_t ClippedSize(const RecSegItem_t& seg, uint32_t clipStart, uint32_t clipE
         return seg.totalsize;
     }
     return (clipEnd - clipStart) * (seg.totalsize / (seg.e - seg.s));
+}
+
+/// The types that an alarm mask asks for. Without a mask, records are tagged with events of the lower types.
+uint64_t AlarmTypes(int64_t alarmMask) {
+    return alarmMask == 0 ? 0xFFFFFFFFu : static_cast<uint64_t>(alarmMask);
+}
+
+/// The type that an event gives its record. Without an event, 0 when the mask is 0, else -1: not a record of
+/// the search.
+int64_t AlarmType(const IndexTables& index, uint32_t event, int64_t alarmMask) {
+    if (event == kNoEvent) {
+        return alarmMask == 0 ? 0 : -1;
+    }
+    return static_cast<int64_t>(index.eventTab.At(event).type);
 }
 
 /// What all the segments of one search have in common.
@@ -62,13 +77,16 @@ RecordItem_t MakeRecord(const MediaQuery& query, uint32_t chn, uint32_t segment,
 
 /// Appends the record of one segment held, if it belongs to the search.
 /// @return the number appended: 0 or 1
-int AddSegment(CSearchBlock& block, const BlockIndexCache_t& cache, const MediaQuery& query, uint32_t chn,
-               uint32_t segment, CCommList<RecordItem_t>* recList) {
+int AddSegment(const BlockIndexCache_t& cache, const AlarmFinder& alarms, const MediaQuery& query,
+               uint32_t chn, uint32_t segment, CCommList<RecordItem_t>* recList) {
     const RecSegItem_t seg = cache.recSegTab[chn].At(segment);
     const int32_t s = Signed(seg.s);
     const int32_t e = Signed(seg.e);
-    const int64_t alarmType = block.CheckAlarmContition(s, e, query.alarmMask);
-    if (!query.span.Overlaps(s, e) || alarmType < 0 || HasChannel(query.skipChnMask, chn)) {
+    if (!query.span.Overlaps(s, e) || HasChannel(query.skipChnMask, chn)) {
+        return 0;
+    }
+    const int64_t alarmType = AlarmType(cache, alarms.First(s, e), query.alarmMask);
+    if (alarmType < 0) {
         return 0;
     }
     const RecordItem_t record = MakeRecord(query, chn, segment, seg, alarmType);
@@ -104,23 +122,13 @@ int AddEvents(const BlockIndexCache_t& cache, uint32_t block, const Span& span, 
 } // namespace
 
 long long CSearchBlock::CheckAlarmContition(long start, long end, long long alarmMask) {
-    const long long none = alarmMask == 0 ? 0 : -1;
     if (m_pCache == nullptr) {
-        return none;
+        return alarmMask == 0 ? 0 : -1;
     }
-    const int32_t first = Seconds32(start);
-    const int32_t last = Seconds32(end);
-    const uint64_t mask = alarmMask == 0 ? 0xFFFFFFFFu : static_cast<uint64_t>(alarmMask);
     // The table may be an earlier block's: a search without events does not load this block's. Only its own
     // entries are looked at, whatever the count says.
-    for (uint32_t i = 0; i < m_pCache->Events(); ++i) {
-        const EventIndexItem_t event = m_pCache->eventTab.At(i);
-        const int32_t time = SecondsOf(event.pts);
-        if (first <= time && time <= last && (event.type & mask) != 0) {
-            return static_cast<long long>(event.type);
-        }
-    }
-    return none;
+    const uint32_t event = FirstAlarm(*m_pCache, Seconds32(start), Seconds32(end), AlarmTypes(alarmMask));
+    return AlarmType(*m_pCache, event, alarmMask);
 }
 
 int CSearchBlock::GetEventList(unsigned int block, long start, long end, long long alarmMask,
@@ -166,9 +174,10 @@ int CSearchBlock::GetSigleChnMediaList(unsigned int block, long start, long end,
         return -1;
     }
     const MediaQuery query = {block, {Seconds32(start), Seconds32(end)}, skipChnMask, alarmMask, offsetMode};
+    const AlarmFinder alarms(*m_pCache, AlarmTypes(alarmMask), m_pCache->Segments(chn));
     int appended = 0;
     for (uint32_t i = 0; i < m_pCache->Segments(chn); ++i) {
-        appended += AddSegment(*this, *m_pCache, query, chn, i, recList);
+        appended += AddSegment(*m_pCache, alarms, query, chn, i, recList);
     }
     if (evList != nullptr) {
         AddEvents(*m_pCache, block, query.span, alarmMask, evList);
@@ -184,14 +193,17 @@ int CSearchBlock::GetAllChnMediaList(unsigned int block, long start, long end, u
     }
     const MediaQuery query = {block, {Seconds32(start), Seconds32(end)}, skipChnMask, alarmMask, offsetMode};
     uint32_t most = 0;
+    uint64_t all = 0;
     for (uint32_t chn = 0; chn < kChannels; ++chn) {
         most = std::max(most, m_pCache->Segments(chn));
+        all += m_pCache->Segments(chn);
     }
+    const AlarmFinder alarms(*m_pCache, AlarmTypes(alarmMask), all);
     int appended = 0;
     for (uint32_t i = 0; i < most; ++i) {
         for (uint32_t chn = 0; chn < kChannels; ++chn) {
             if (i < m_pCache->Segments(chn)) {
-                appended += AddSegment(*this, *m_pCache, query, chn, i, recList);
+                appended += AddSegment(*m_pCache, alarms, query, chn, i, recList);
             }
         }
     }

@@ -1,0 +1,102 @@
+#include "search/alarm_finder.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+
+#include "format/times.h"
+
+namespace disk_access {
+
+namespace {
+
+/// So many looks at an event cost about as much as sorting does.
+constexpr uint64_t kWorthSorting = 1024;
+
+/// A number that sorts as an event's second does, as a signed one, and then as its entry.
+constexpr uint64_t SortKey(int32_t second, uint32_t entry) {
+    return uint64_t{static_cast<uint32_t>(second) ^ 0x80000000} << 32 | entry;
+}
+
+} // namespace
+
+uint32_t FirstAlarm(const IndexTables& index, int32_t start, int32_t end, uint64_t mask) {
+    for (uint32_t i = 0; i < index.Events(); ++i) {
+        const EventIndexItem_t event = index.eventTab.At(i);
+        const int32_t second = SecondsOf(event.pts);
+        if (start <= second && second <= end && (event.type & mask) != 0) {
+            return i;
+        }
+    }
+    return kNoEvent;
+}
+
+AlarmFinder::AlarmFinder(const IndexTables& index, uint64_t mask, uint64_t spans)
+    : m_index(index), m_mask(mask) {
+    const uint32_t events = index.Events();
+    if (spans * events < kWorthSorting) {
+        return;
+    }
+    // A sorted event and two nodes each. Without memory, it takes longer.
+    m_events =
+        static_cast<uint64_t*>(std::malloc(size_t{events} * (sizeof *m_events + 2 * sizeof *m_firsts)));
+    if (m_events != nullptr) {
+        m_firsts = reinterpret_cast<uint32_t*>(m_events + events);
+        TakeEvents();
+        MakeTree();
+    }
+}
+
+AlarmFinder::~AlarmFinder() {
+    std::free(m_events);
+}
+
+void AlarmFinder::TakeEvents() {
+    bool sorted = true; // as the recorder writes them
+    for (uint32_t i = 0; i < m_index.Events(); ++i) {
+        const EventIndexItem_t event = m_index.eventTab.At(i);
+        if ((event.type & m_mask) != 0) {
+            const uint64_t key = SortKey(SecondsOf(event.pts), i);
+            sorted = sorted && (m_count == 0 || m_events[m_count - 1] < key);
+            m_events[m_count++] = key;
+        }
+    }
+    if (!sorted) {
+        // In place, and never slower than n log n.
+        std::make_heap(m_events, m_events + m_count);
+        std::sort_heap(m_events, m_events + m_count);
+    }
+}
+
+void AlarmFinder::MakeTree() {
+    for (uint32_t i = 0; i < m_count; ++i) {
+        m_firsts[m_count + i] = static_cast<uint32_t>(m_events[i]);
+    }
+    for (uint32_t node = m_count; node-- > 1;) {
+        m_firsts[node] = std::min(m_firsts[2 * node], m_firsts[2 * node + 1]);
+    }
+}
+
+uint32_t AlarmFinder::First(int32_t start, int32_t end) const {
+    if (m_events == nullptr) {
+        return FirstAlarm(m_index, start, end, m_mask);
+    }
+    const uint64_t* const behind = m_events + m_count;
+    const uint64_t* const from = std::lower_bound<const uint64_t*>(m_events, behind, SortKey(start, 0));
+    const uint64_t* const to = std::lower_bound<const uint64_t*>(m_events, behind, SortKey(end, kNoEvent));
+    auto left = static_cast<size_t>(from - m_events) + m_count;
+    auto right = static_cast<size_t>(to - m_events) + m_count;
+    // The stretch from left to before right, in as few nodes as make it up.
+    uint32_t first = kNoEvent;
+    for (; left < right; left /= 2, right /= 2) {
+        if (left % 2 != 0) {
+            first = std::min(first, m_firsts[left++]);
+        }
+        if (right % 2 != 0) {
+            first = std::min(first, m_firsts[--right]);
+        }
+    }
+    return first;
+}
+
+} // namespace disk_access
