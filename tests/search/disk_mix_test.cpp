@@ -209,6 +209,20 @@ TEST_F(Mix, PeriodThatWouldBeginAtZeroIsNone) {
               (Lines{"1/0/0 5-20 0", "1/0/0 20-60 2", "1/0/0 60-100 0"}));
 }
 
+TEST_F(Mix, OneListForRecordsAndPiecesEndsAllTheSame) {
+    MakeMixDisk();
+    RecordList list;
+    list.AddTail(Record(1, 0, 100, 200));
+    list.AddTail(Record(1, 0, 300, 400, 1));
+    EventList events;
+    events.AddTail(Event(1, 150, 4));
+    SearchParam_t param = {};
+    EXPECT_EQ(m_disk.MixBuildList(&list, &events, &param, &list), 4);
+    EXPECT_EQ(Pieces(list),
+              (Lines{"1/0/0 100-140 0", "1/0/0 140-180 4", "1/0/0 180-200 0", "1/0/1 300-400 0"}));
+    EXPECT_EQ(list.m_nCount, 4);
+}
+
 TEST_F(Mix, WithoutRecordsEventsAreConsumedAllTheSame) {
     MakeMixDisk();
     EXPECT_EQ(Cut({}, {Event(1, 150, 1), Event(1, 500, 1)}), Lines{});

@@ -74,7 +74,8 @@ public:
     /// @return the number of records appended
     int MixSearchUnit(unsigned int unit, CCommList<RecordItem_t>* out, CCommList<EventItem_t>* evOut);
 
-    /// The cutting of MixSearch(): empties @p recs and @p events, and appends the pieces to @p out.
+    /// The cutting of MixSearch(): empties @p recs and @p events, and appends the pieces to @p out, which must be
+    /// another list than @p recs.
     /// @param param only its alarm mask counts
     /// @return the number appended; 0 when not initialised, or without one of the arguments
     int MixBuildList(CCommList<RecordItem_t>* recs, CCommList<EventItem_t>* events, SearchParam_t* param,

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <utility>
 
 #include "format/channels.h"
 #include "format/ids.h"
@@ -70,6 +71,16 @@ private:
 
     std::array<RecordItem_t, kChannels> m_records = {};
     size_t m_count = 0;
+};
+
+/// Takes all records out of a list. What is appended to the list meanwhile is none of them.
+class TakenRecords : public RecordList {
+public:
+    explicit TakenRecords(RecordList& from) {
+        std::swap(m_pHead, from.m_pHead);
+        std::swap(m_pTail, from.m_pTail);
+        std::swap(m_nCount, from.m_nCount);
+    }
 };
 
 /// Where a period lies, seen from a record.
@@ -246,5 +257,7 @@ int CSearchDisk::MixBuildList(CCommList<RecordItem_t>* recs, CCommList<EventItem
     }
     PeriodList periods;
     MakePeriods(*m_pState->searchPart, *events, periods);
-    return Cutter(*m_pState->searchPart, periods, param->alarmMask, *out).Run(*recs);
+    // A caller that gives one list as both would have its pieces cut for ever.
+    TakenRecords records(*recs);
+    return Cutter(*m_pState->searchPart, periods, param->alarmMask, *out).Run(records);
 }
