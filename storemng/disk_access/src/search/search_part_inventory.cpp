@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "format/channels.h"
+#include "format/list_elements.h"
 #include "format/times.h"
 #include "io/device.h"
 #include "search/search_part_state.h"
@@ -48,9 +49,9 @@ constexpr uint32_t EntryOf(uint32_t day) {
 class DayList {
 public:
     explicit DayList(CCommList<unsigned int>& list) : m_list(list) {
-        for (const auto* node = list.m_pHead; node != nullptr; node = node->pNext) {
-            if (node->data == EntryOf(DayOf(node->data))) { // a caller's list may hold anything
-                m_held.set(DayOf(node->data));
+        for (const unsigned int entry : ListElements(list)) {
+            if (entry == EntryOf(DayOf(entry))) { // a caller's list may hold anything
+                m_held.set(DayOf(entry));
             }
         }
     }
@@ -205,8 +206,8 @@ int CSearchPart::AddDate2List(CCommList<unsigned int>* list, unsigned int t) {
         return 0;
     }
     const unsigned int day = EntryOf(DayOf(t));
-    for (const auto* node = list->m_pHead; node != nullptr; node = node->pNext) {
-        if (node->data == day) {
+    for (const unsigned int entry : ListElements(*list)) {
+        if (entry == day) {
             return 1;
         }
     }
