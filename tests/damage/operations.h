@@ -49,7 +49,7 @@ public:
     /// @param events, records that are on the disk
     Cost SearchAlarms(uint64_t events, uint64_t records) const {
         const Cost cost = Searching(MediaCalls() + EventCalls() + 2 * events);
-        return {cost.calls, cost.bytes > 2 * records ? cost.bytes : 2 * records};
+        return {cost.calls, cost.bytes > 3 * records ? cost.bytes : 3 * records};
     }
     Cost MixSearch(uint64_t events, uint64_t records) const {
         return Searching(MediaCalls() + EventCalls() + 2 * (events + records));

@@ -197,6 +197,40 @@ TEST_F(Allocations, InitialisingTheFacade) {
     }
 }
 
+TEST_F(Allocations, RecordsAroundAlarmsAreFoundWithoutMemoryForATree) {
+    MakeRing();
+    PartAccess_t access = Disk().Access();
+    CSearchDisk disk;
+    disk.Init(&access);
+    SearchParam_t param = {1, 0, 9000, kAll};
+    RecordList expected;
+    size_t all = 0;
+    Quietly([&] {
+        disk.SearchMedia(&param, &expected); // whose tables the next one uses again
+        expected.RemoveAll();
+        const AllocationFaults watch;
+        EXPECT_EQ(disk.SearchMedia(&param, &expected), 4);
+        all = watch.Count();
+    });
+    size_t thrown = 0;
+    size_t unharmed = 0;
+    for (size_t failing = 0; failing < all; ++failing) {
+        RecordList records;
+        Quietly([&] {
+            const AllocationFaults faults(failing);
+            try {
+                disk.SearchMedia(&param, &records);
+                unharmed += Describe(records) == Describe(expected) ? 1u : 0u;
+            } catch (const std::bad_alloc&) {
+                ++thrown;
+            }
+        });
+    }
+    EXPECT_EQ(thrown, 4u + 4 + 4); // a node for each record, each event, each piece
+    EXPECT_EQ(unharmed, 1u);       // the tree; the others are index tables
+    disk.Quit();
+}
+
 TEST_F(Allocations, EveryFailureOfARoundLeavesNothingBehind) {
     MakeRing();
     // A round is run with its first allocation failing, its second, and so on until none fails any more;

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "format/state.h"
+#include "search/search_disk_alarm.h"
 #include "search/search_disk_state.h"
 
 using namespace disk_access;
@@ -52,6 +53,16 @@ int CSearchDisk::Quit() {
     delete m_pState->searchPart;
     DropState(m_pState);
     return 0;
+}
+
+int CSearchDisk::SearchMedia(SearchParam_t* param, CCommList<RecordItem_t>* out) {
+    if (m_pState == nullptr || param == nullptr) {
+        return -1;
+    }
+    if (param->alarmMask != 0) {
+        return SearchAlarmMedia(*m_pState->searchPart, param, m_pState->lockedMap, out);
+    }
+    return CountOf(m_pState->searchPart->SearchMedia(param, m_pState->lockedMap, out));
 }
 
 int CSearchDisk::SearchUnitMedia(unsigned int unit, CCommList<RecordItem_t>* recs,

@@ -7,6 +7,7 @@
 #include "format/channels.h"
 #include "format/ids.h"
 #include "format/times.h"
+#include "search/alarm_periods.h"
 #include "search/search_disk_state.h"
 #include "search_disk.h"
 
@@ -20,30 +21,14 @@ using RecordList = CCommList<RecordItem_t>;
 using EventList = CCommList<EventItem_t>;
 using PeriodList = CCommList<EventPeriodItem_t>;
 
-/// Makes periods of events: each from its pre-record time before it to its alarm delay behind it, joined with
-/// the next one if that begins inside. Unsigned 32-bit seconds; a start of 0 stands for no period.
-void MakePeriods(CSearchPart& part, EventList& events, PeriodList& periods) {
+void TakePeriods(CSearchPart& part, EventList& events, PeriodList& periods) {
+    AlarmPeriods source(part, events);
     EventPeriodItem_t period = {};
-    while (events.m_nCount > 0) {
-        const EventItem_t event = events.RemoveHead();
-        unsigned int pre = 0;
-        unsigned int post = 0;
-        part.GetEventPara(event.eventId, &pre, &post);
-        const uint32_t begin = event.time - pre;
-        const uint32_t end = event.time + post;
-        if (period.startTime != 0 && period.startTime <= begin && begin <= period.endTime) {
-            // The end moves to this event's, be it an earlier one: delays differ from block to block.
-            period.endTime = end;
-            period.alarmType = period.alarmType | event.alarmType;
-            continue;
-        }
-        if (period.startTime != 0) {
-            periods.AddTail(period);
-        }
-        period = {event.alarmType, begin, end};
-    }
-    if (period.startTime != 0) {
+    while (source.Next(period)) {
         periods.AddTail(period);
+    }
+    if (source.Last().startTime != 0) {
+        periods.AddTail(source.Last());
     }
 }
 
@@ -256,7 +241,7 @@ int CSearchDisk::MixBuildList(CCommList<RecordItem_t>* recs, CCommList<EventItem
         return 0;
     }
     PeriodList periods;
-    MakePeriods(*m_pState->searchPart, *events, periods);
+    TakePeriods(*m_pState->searchPart, *events, periods);
     // A caller that gives one list as both would have its pieces cut for ever.
     TakenRecords records(*recs);
     return Cutter(*m_pState->searchPart, periods, param->alarmMask, *out).Run(records);

@@ -1,0 +1,65 @@
+#ifndef DISK_ACCESS_SEARCH_RECORD_FINDER_H
+#define DISK_ACCESS_SEARCH_RECORD_FINDER_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "search_records.h"
+
+namespace disk_access {
+
+/// Finds the records of a list that meet a span of time, without looking at all of them each time: a tree over
+/// stretches of the list knows their earliest starts and latest ends. Without memory for it, all records are one stretch.
+class RecordFinder {
+public:
+    /// @param records must stay as they are while this object is used
+    explicit RecordFinder(const CCommList<RecordItem_t>& records);
+    ~RecordFinder();
+    RecordFinder(const RecordFinder&) = delete;
+    RecordFinder& operator=(const RecordFinder&) = delete;
+
+    /// Hands the records that may meet [@p start, @p end] to @p visit, in the list's order.
+    template <typename Visit>
+    void Find(uint32_t start, uint32_t end, const Visit& visit) const {
+        for (size_t at = 1; at != 0;) {
+            if (start > m_spans[at].end || m_spans[at].start > end) {
+                at = Behind(at);
+            } else if (at < m_leaves) {
+                at *= 2;
+            } else {
+                const Node* node = m_stretches[at - m_leaves];
+                for (size_t i = 0; i < m_length && node != nullptr; ++i, node = node->pNext) {
+                    visit(node->data);
+                }
+                at = Behind(at);
+            }
+        }
+    }
+
+private:
+    using Node = CCommListNode<RecordItem_t>;
+
+    /// From the earliest start to the latest end of records.
+    struct Span {
+        uint32_t start;
+        uint32_t end;
+
+        void Take(const Span& other);
+    };
+
+    void FillLeaves(const Node* node);
+
+    /// The node that follows when nothing below one is wanted, or 0 after the last.
+    static size_t Behind(size_t at);
+
+    size_t m_length;                               ///< records in a stretch
+    size_t m_leaves = 1;                           ///< of the tree: a power of two
+    Span* m_spans;                                 ///< of its nodes: 1 the root, 2 n and 2 n + 1 below n
+    const Node** m_stretches;                      ///< the first record of each
+    Span m_allTime[2] = {{0, 0}, {0, UINT32_MAX}}; ///< without memory: a tree of one stretch
+    const Node* m_first;
+};
+
+} // namespace disk_access
+
+#endif // DISK_ACCESS_SEARCH_RECORD_FINDER_H
