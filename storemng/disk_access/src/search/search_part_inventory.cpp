@@ -1,4 +1,4 @@
-// CSearchPart: lists of units, and the days that hold recordings.
+// CSearchPart: lists of units, the days that hold recordings, and the space in use.
 
 #include "search_part.h"
 
@@ -11,6 +11,7 @@
 #include "format/list_elements.h"
 #include "format/times.h"
 #include "io/device.h"
+#include "io/host.h"
 #include "search/search_part_state.h"
 
 using namespace disk_access;
@@ -258,4 +259,24 @@ int CSearchPart::GetDateMap(CCommList<unsigned int>* list) {
         return 0;
     }
     return SearchDataMap(region.startTime, region.endTime, static_cast<unsigned int>(code), list);
+}
+
+int CSearchPart::GetSpace(DiskSpaceInfo_t* info) {
+    if (m_pState == nullptr || info == nullptr) {
+        return -1;
+    }
+    GetBadBlockTab();
+    GetLastBlock();
+    BlockHead_t head = {};
+    FindOldest(*this, *m_pState, head);
+    const uint32_t oldest = m_pState->OldestBlockNum;
+    const uint32_t last = m_pState->LastBlockNum;
+    Message("%s OldestBlockNum = %d, LastBlockNum = %d\n", "GetSpace", static_cast<int>(oldest),
+            static_cast<int>(last));
+
+    const uint32_t count = m_pState->BlkCount;
+    const uint32_t unwritten = count != 0 && oldest <= last ? count - 1 - last : 0;
+    info->totalSize = uint64_t{m_pState->BlkSize} * count;
+    info->freeSize = uint64_t{m_pState->BlkSize} * unwritten;
+    return 0;
 }

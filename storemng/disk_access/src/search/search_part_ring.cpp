@@ -66,10 +66,9 @@ Newest FindNewest(CSearchPart& part, const Ring& ring, uint32_t lo, BlockHead_t 
     return newest;
 }
 
-/// Finds the oldest block: the one after the newest when the ring has wrapped, else the first of the ring.
-/// Sets the state's OldestBlockNum, which stays as it is when no block is valid.
-/// @param head gets the head of the block looked at last
-void FindOldest(CSearchPart& part, PartSearchState_t& state, BlockHead_t& head) {
+} // namespace
+
+void disk_access::FindOldest(CSearchPart& part, PartSearchState_t& state, BlockHead_t& head) {
     if (!state.HasBlocks()) {
         return;
     }
@@ -80,8 +79,6 @@ void FindOldest(CSearchPart& part, PartSearchState_t& state, BlockHead_t& head) 
         part.GetNextValidBlock(0, 0, 0, ring.count - 1, &state.OldestBlockNum, &head);
     }
 }
-
-} // namespace
 
 int CSearchPart::GetLastBlock() {
     if (m_pState == nullptr || !m_pState->HasBlocks() || GetBadBlockTab() != 0) {
@@ -207,24 +204,4 @@ int CSearchPart::BinSearchStartBlock(unsigned int lo, unsigned int hi, unsigned 
     }
     Message("%s: Not Get Start Block!!!!!!\n", "BinSearchStartBlock");
     return static_cast<int>(first);
-}
-
-int CSearchPart::GetSpace(DiskSpaceInfo_t* info) {
-    if (m_pState == nullptr || info == nullptr) {
-        return -1;
-    }
-    GetBadBlockTab();
-    GetLastBlock();
-    BlockHead_t head = {};
-    FindOldest(*this, *m_pState, head);
-    const uint32_t oldest = m_pState->OldestBlockNum;
-    const uint32_t last = m_pState->LastBlockNum;
-    Message("%s OldestBlockNum = %d, LastBlockNum = %d\n", "GetSpace", static_cast<int>(oldest),
-            static_cast<int>(last));
-
-    const uint32_t count = m_pState->BlkCount;
-    const uint32_t unwritten = count != 0 && oldest <= last ? count - 1 - last : 0;
-    info->totalSize = uint64_t{m_pState->BlkSize} * count;
-    info->freeSize = uint64_t{m_pState->BlkSize} * unwritten;
-    return 0;
 }

@@ -40,6 +40,11 @@ struct PartSearchState_t {
 
 namespace disk_access {
 
+/// Finds the oldest block: the one after the newest when the ring has wrapped, else the first of the ring.
+/// Sets the state's OldestBlockNum, which stays as it is when no block is valid.
+/// @param head gets the head of the block looked at last
+void FindOldest(CSearchPart& part, PartSearchState_t& state, BlockHead_t& head);
+
 /// Counts the blocks from @p start forwards to the newest and prints how many there are, under an operation's
 /// name.
 /// @return the count; 0 when there is nothing to walk: no blocks, or no bad-block tables, without which none
