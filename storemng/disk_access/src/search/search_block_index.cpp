@@ -13,11 +13,6 @@ using namespace disk_access;
 
 namespace {
 
-/// What ReadBlockIndexList() is asked to load.
-constexpr unsigned int kLoadRecSegs = 1;
-constexpr unsigned int kLoadEvents = 2;
-constexpr unsigned int kLoadIFrames = 4;
-
 /// A new block starts with empty tables; their memory is kept for it.
 void SwitchTo(BlockIndexCache_t& cache, uint32_t block) {
     if (block == cache.curBlock) {
@@ -27,71 +22,100 @@ void SwitchTo(BlockIndexCache_t& cache, uint32_t block) {
     cache.counts = {};
 }
 
+/// Tells whether the recorder finished a block's index.
+/// @param head gets the block's head
+/// @return kIndexComplete, kCompleteByExtendedTail or kIndexIncomplete; -1 when head or tails cannot be read
+int IndexStatus(CSearchBlock& blocks, uint32_t block, BlockHead_t& head) {
+    BlockTail_t tail = {};
+    if (blocks.GetBlockInfo(block, &head, &tail, nullptr, nullptr) != 0) {
+        return -1;
+    }
+    if (head.RecSeq == tail.RecSeq) {
+        return kIndexComplete;
+    }
+    Message("Block %d Not complete\n", static_cast<int>(block));
+    // Without an extended tail this stays zero: such a block is complete only if it was never recorded.
+    BlockTailEx_t tailEx = {};
+    if (blocks.GetBlockInfo(block, nullptr, nullptr, nullptr, &tailEx) != 0) {
+        return -1;
+    }
+    return head.RecSeq == tailEx.RecSeq ? kCompleteByExtendedTail : kIndexIncomplete;
+}
+
+/// The index of a block whose writer finished it.
+class IndexReader {
+public:
+    IndexReader(BlockIndexCache_t& cache, uint32_t block)
+        : m_cache(cache), m_blockStart(cache.BlockStart(block)) {}
+
+    /// Reads the index head, and the tables asked for of the channels that are present.
+    bool LoadTables(uint32_t present, unsigned int flags) {
+        BlkIndexHead_t head = {};
+        if (!Read(m_cache.geometry.IndexAreaStart(), &head, sizeof head)) {
+            DISK_ACCESS_REPORT_FAILURE("ReadBlockIndexList");
+            return false;
+        }
+        const auto readBlock = [this](uint64_t offset, void* buf, uint32_t len) {
+            return Read(offset, buf, len) ? 0 : -1;
+        };
+        IndexLoader loader(readBlock, m_cache.geometry);
+        return LoadChannels(loader, present, head, flags) && LoadEvents(loader, head.eventCount, flags);
+    }
+
+private:
+    bool Read(uint64_t offset, void* buf, uint32_t len) const {
+        return ReadAt(m_cache.dev, m_blockStart + offset, buf, len) == 0;
+    }
+
+    template <typename Loader>
+    bool LoadChannels(Loader& loader, uint32_t present, const BlkIndexHead_t& head, unsigned int flags) {
+        Load load = loader.ChannelTables(present, head.iframeCount, (flags & kLoadIFrames) != 0,
+                                         m_cache.iframeTab, m_cache.counts.iframeCount);
+        if (load == Load::Done) {
+            load = loader.ChannelTables(present, head.recSegCount, (flags & kLoadRecSegs) != 0,
+                                        m_cache.recSegTab, m_cache.counts.recSegCount);
+        }
+        if (load == Load::ReadFailed) {
+            DISK_ACCESS_REPORT_FAILURE("ReadBlockIndexList");
+        }
+        return load == Load::Done;
+    }
+
+    template <typename Loader>
+    bool LoadEvents(Loader& loader, uint32_t count, unsigned int flags) {
+        m_cache.counts.eventCount = count;
+        if (count == 0 || (flags & kLoadEvents) == 0) {
+            return true;
+        }
+        const Load load = loader.Table(m_cache.eventTab, count);
+        if (load == Load::NoMemory) {
+            // A search can do without events, the segments are there; but not with those of another block.
+            m_cache.eventTab.Forget();
+            return true;
+        }
+        return load == Load::Done;
+    }
+
+    BlockIndexCache_t& m_cache;
+    uint64_t m_blockStart;
+};
+
 } // namespace
 
 int CSearchBlock::ReadBlockIndexList(unsigned int block, unsigned int flags) {
     if (m_pCache == nullptr) {
         return -1;
     }
-    BlockIndexCache_t& cache = *m_pCache;
-    SwitchTo(cache, block);
-    if (!cache.geometry.HoldsBlock()) {
+    SwitchTo(*m_pCache, block);
+    if (!m_pCache->geometry.HoldsBlock()) {
         return -1;
     }
     BlockHead_t head = {};
-    BlockTail_t tail = {};
-    if (GetBlockInfo(block, &head, &tail, nullptr, nullptr) != 0) {
-        return -1;
+    const int status = IndexStatus(*this, block, head);
+    if (status != kIndexComplete && status != kCompleteByExtendedTail) {
+        return status;
     }
-    int status = 1;
-    if (head.RecSeq != tail.RecSeq) {
-        Message("Block %d Not complete\n", static_cast<int>(block));
-        // Without an extended tail this stays zero: such a block is complete only if it was never recorded.
-        BlockTailEx_t tailEx = {};
-        if (GetBlockInfo(block, nullptr, nullptr, nullptr, &tailEx) != 0) {
-            return -1;
-        }
-        if (head.RecSeq != tailEx.RecSeq) {
-            return 0;
-        }
-        status = 2;
-    }
-
-    const uint64_t blockStart = cache.BlockStart(block);
-    BlkIndexHead_t index = {};
-    if (ReadAt(cache.dev, blockStart + cache.geometry.IndexAreaStart(), &index, sizeof index) != 0) {
-        DISK_ACCESS_REPORT_FAILURE("ReadBlockIndexList");
-        return -1;
-    }
-
-    const auto readBlock = [&cache, blockStart](uint64_t offset, void* buf, uint32_t len) {
-        return ReadAt(cache.dev, blockStart + offset, buf, len);
-    };
-    IndexLoader loader(readBlock, cache.geometry);
-    Load load = loader.ChannelTables(head.media_chn_bitmap, index.iframeCount, (flags & kLoadIFrames) != 0,
-                                     cache.iframeTab, cache.counts.iframeCount);
-    if (load == Load::Done) {
-        load = loader.ChannelTables(head.media_chn_bitmap, index.recSegCount, (flags & kLoadRecSegs) != 0,
-                                    cache.recSegTab, cache.counts.recSegCount);
-    }
-    if (load != Load::Done) {
-        if (load == Load::ReadFailed) {
-            DISK_ACCESS_REPORT_FAILURE("ReadBlockIndexList");
-        }
-        return -1;
-    }
-
-    cache.counts.eventCount = index.eventCount;
-    if (index.eventCount != 0 && (flags & kLoadEvents) != 0) {
-        load = loader.Table(cache.eventTab, index.eventCount);
-        if (load == Load::NoMemory) {
-            // A search can do without events, the segments are there; but not with those of another block.
-            cache.eventTab.Forget();
-        } else if (load != Load::Done) {
-            return -1;
-        }
-    }
-    return status;
+    return IndexReader(*m_pCache, block).LoadTables(head.media_chn_bitmap, flags) ? status : -1;
 }
 
 int CSearchBlock::PrintIndex() {

@@ -138,7 +138,7 @@ int CSearchBlock::GetEventList(unsigned int block, long start, long end, long lo
         return -1;
     }
     // Only a block that was closed properly vouches for its events; the extended tail does not.
-    if (ReadBlockIndexList(block, 2) != 1) {
+    if (ReadBlockIndexList(block, kLoadEvents) != kIndexComplete) {
         return -1;
     }
     if (!m_pCache->eventTab.Allocated() || m_pCache->counts.eventCount == 0) {
@@ -154,13 +154,13 @@ int CSearchBlock::GetMediaList(unsigned int block, long start, long end, unsigne
     if (m_pCache == nullptr || Seconds32(start) > Seconds32(end) || recList == nullptr || !channelKnown) {
         return -1;
     }
-    switch (ReadBlockIndexList(block, evList != nullptr ? 3 : 1)) {
-    case 1:
+    switch (ReadBlockIndexList(block, evList != nullptr ? kLoadRecSegs | kLoadEvents : kLoadRecSegs)) {
+    case kIndexComplete:
         return chn == kAllChannels
                    ? GetAllChnMediaList(block, start, end, skipChnMask, alarmMask, 0, recList, evList)
                    : GetSigleChnMediaList(block, start, end, chn, skipChnMask, alarmMask, 0, recList, evList);
-    case 0:
-    case 2:
+    case kIndexIncomplete:
+    case kCompleteByExtendedTail:
         return GetNoIndexMediaList(block, chn, skipChnMask, recList);
     default:
         return -1;
