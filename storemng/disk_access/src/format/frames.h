@@ -9,6 +9,10 @@
 
 namespace disk_access {
 
+/// What reads of frames answer, besides 0 for a frame and -1 for a failure.
+constexpr int kReadEnds = 1;     ///< the end of the window, of the recording, or of the I-frames to step to
+constexpr int kNoMoreFrames = 2; ///< no further frame in this block
+
 /// Frame types that a reader tells apart.
 constexpr uint32_t kIFrame = 1;
 constexpr uint32_t kEventFrame = 4;

@@ -10,6 +10,10 @@
 
 namespace disk_access {
 
+/// Whether playback has the index of a block that was never closed made from its frames. Other numbers than 1 mean no.
+constexpr int kNoRebuild = 0;
+constexpr int kRebuild = 1;
+
 /// The index of a block in memory: the counts that its index head states, and the tables. The two are kept
 /// apart: a table may be missing behind its count, or hold fewer entries than that says.
 struct IndexTables {

@@ -7,6 +7,9 @@ namespace disk_access {
 
 constexpr uint32_t kSecondsPerDay = 86400;
 
+/// The last second that a search can name: the recorder's seconds are signed 32-bit numbers.
+constexpr int32_t kLastSecond = 0x7FFFFFFF;
+
 /// The seconds of a time stamp in microseconds, as the signed 32-bit number that the recorder computes with.
 constexpr int32_t SecondsOf(int64_t pts) {
     return static_cast<int32_t>(pts / 1000000);

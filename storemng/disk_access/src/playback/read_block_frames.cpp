@@ -112,10 +112,10 @@ int CReadBlock::GetFrame(unsigned int offs, FrameHead_t* head, void** payload, i
         }
     }
     if (kind == kOutsideWindow) {
-        return 1;
+        return kReadEnds;
     }
     if (kind != kWanted) {
-        return 2;
+        return kNoMoreFrames;
     }
     *head = found;
     *skipped = static_cast<int>(at - offs);
@@ -155,7 +155,7 @@ int CReadBlock::ReadBlockFrame(FrameHead_t* head, void** payload) {
         return -1;
     }
     if (found.sync != BLOCK_MAGIC || found.chn >= kChannels) {
-        return 1;
+        return kReadEnds;
     }
     *head = found;
     if (ReadPayload(*m_pState, position, found, payload) != 0) {

@@ -124,7 +124,7 @@ int CReadBlock::ReadNextIFrame(FrameHead_t* head, void** payload) {
     }
     const uint32_t chn = cursor.allChn == 0 ? ChannelOfId(cursor.recId) : EarliestChannel(*m_pState);
     if (!OnIFrame(*m_pState, chn)) {
-        return 1;
+        return kReadEnds;
     }
     const uint32_t pos = IFrameAtStep(*m_pState, chn).pos;
     ++cursor.iframePos[chn];
@@ -141,7 +141,7 @@ int CReadBlock::ReadPrevIFrame(FrameHead_t* head, void** payload) {
     }
     const uint32_t chn = cursor.allChn == 0 ? ChannelOfId(cursor.recId) : LatestChannel(*m_pState);
     if (!OnIFrame(*m_pState, chn)) {
-        return 1;
+        return kReadEnds;
     }
     const uint32_t pos = IFrameAtStep(*m_pState, chn).pos;
     --cursor.iframePos[chn]; // from the first entry on to kNoIFrame

@@ -28,7 +28,7 @@ int CReadBlock::GetBlockIndex(int rebuild) {
     if (Complete(*m_pState)) {
         return ReadBlockIndex();
     }
-    if (rebuild == 1) {
+    if (rebuild == kRebuild) {
         RebuiltBlockIndex();
     }
     return 0;

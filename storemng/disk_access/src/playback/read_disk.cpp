@@ -32,7 +32,6 @@ struct ReadHandle_st {
 };
 
 constexpr uint32_t kNoLockTest = 0xFFFFFFFF;
-constexpr int kAllChannelReader = 1;
 
 void DropUnused(ReadDiskState_st* disk) {
     if (disk->quit && disk->readers == 0) {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "format/channels.h"
 #include "format/frames.h"
 #include "format/ids.h"
 #include "format/times.h"
@@ -25,13 +26,13 @@ constexpr unsigned int kContinuationMode = 1;
 
 /// A reader of one channel starts at an I-frame, where its decoder can; one of all channels at the first frame.
 int StartAtBeginning(PartReadHandle_st& reader) {
-    const int what = reader.ChnType == 1 ? kAnyFrame : kKeyFrame;
+    const int what = reader.ChnType == kAllChannelReader ? kAnyFrame : kKeyFrame;
     return reader.pBlockObj->SeekOffs(reader.ChnType, &reader.RecItem, 0, what);
 }
 
 /// Start of the segment that a record is taken from; 0 when it is not found.
 uint32_t SegmentStart(ReadPartState_st& part, RecordItem_t& record) {
-    BriefBlock block(part, BlockOfId(record.recId), 0);
+    BriefBlock block(part, BlockOfId(record.recId), kNoRebuild);
     if (!block.Opened()) {
         return record.startTime;
     }
@@ -104,7 +105,8 @@ bool CrossInto(CReadPart& partReader, ReadPartState_st& part, PartReadHandle_st&
     }
     reader.pBlockObj->CloseBlock();
     reader.BlockNum = next;
-    if (part.OpenBlock(*reader.pBlockObj, next, 0) != 0 || SequenceOf(*reader.pBlockObj) != sequence + 1) {
+    if (part.OpenBlock(*reader.pBlockObj, next, kNoRebuild) != 0 ||
+        SequenceOf(*reader.pBlockObj) != sequence + 1) {
         return false;
     }
     Message("%s BlockNum = %d \n", "ReadFrame", static_cast<int>(next));
@@ -119,7 +121,7 @@ int ReadContinuation(CReadBlock& block, FrameInfo_t* info, void** payload) {
         return -1;
     }
     if (head.type == kIFrame) {
-        return 1;
+        return kReadEnds;
     }
     *info = InfoOf(head);
     return 0;
@@ -143,7 +145,7 @@ PartReadHandle_st* CReadPart::BeginReader(int ChnType, RecordItem_t* record) {
         std::free(reader);
         return nullptr;
     }
-    m_pState->OpenBlock(*reader->pBlockObj, reader->BlockNum, 0); // failed, its reads fail
+    m_pState->OpenBlock(*reader->pBlockObj, reader->BlockNum, kNoRebuild); // failed, its reads fail
     Message("%s BlockNum = %d, ChnType=%d, (%d, %d, %d, %d) \n", "BeginReader",
             static_cast<int>(reader->BlockNum), ChnType, static_cast<int>(record->startTime),
             static_cast<int>(record->endTime), static_cast<int>(record->flag),
@@ -189,11 +191,11 @@ int CReadPart::ReadFrame(PartReadHandle_st* reader, FrameInfo_t* info, void** pa
         if (result == 0) {
             *info = InfoOf(head);
         }
-        if (result != 2) {
+        if (result != kNoMoreFrames) {
             return result;
         }
         if (reader->ChnType != 0 || !CrossInto(*this, *m_pState, *reader)) {
-            return 1;
+            return kReadEnds;
         }
     }
     return ReadContinuation(*reader->pBlockObj, info, payload);
@@ -204,7 +206,7 @@ int CReadPart::ReadNextIFrame(PartReadHandle_st* reader, FrameInfo_t* info, void
         return -1;
     }
     if (HasCrossed(*reader)) {
-        return 1;
+        return kReadEnds;
     }
     FrameHead_t head = {};
     const int result = reader->pBlockObj->ReadNextIFrame(&head, payload);
@@ -219,7 +221,7 @@ int CReadPart::ReadPrevIFrame(PartReadHandle_st* reader, FrameInfo_t* info, void
         return -1;
     }
     if (HasCrossed(*reader)) {
-        return 1;
+        return kReadEnds;
     }
     FrameHead_t head = {};
     const int result = reader->pBlockObj->ReadPrevIFrame(&head, payload);
@@ -238,5 +240,5 @@ int CReadPart::ReadUnitFrame(PartReadHandle_st* reader, FrameInfo_t* info, void*
     if (result == 0) {
         *info = InfoOf(head);
     }
-    return result == 2 ? 1 : result;
+    return result == kNoMoreFrames ? kReadEnds : result;
 }

@@ -5,6 +5,7 @@
 
 #include "dev_io.h"
 #include "format/block_geometry.h"
+#include "format/index_tables.h"
 #include "read_block.h"
 
 /// A partition open for playback.

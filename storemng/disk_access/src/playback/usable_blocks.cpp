@@ -102,7 +102,7 @@ bool UsableBlocks::ReadEnds(uint32_t block, BlockHead_t& head, BlockTail_t& tail
         return false;
     }
     m_end.LetGo();
-    m_failed = BriefBlock(m_state, block, 0)->GetBlockInfo(&head, &tail) != 0;
+    m_failed = BriefBlock(m_state, block, kNoRebuild)->GetBlockInfo(&head, &tail) != 0;
     return !m_failed;
 }
 

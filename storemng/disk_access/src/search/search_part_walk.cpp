@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "format/channels.h"
+#include "format/times.h"
 #include "io/host.h"
 #include "search/search_part_state.h"
 
@@ -12,8 +13,8 @@ using namespace disk_access;
 
 namespace {
 
-/// The end of a search for everything in one block: the last signed second, less a day.
-constexpr long kEndOfTime = 0x7FFFFFFF - 86400;
+/// The end of a search for everything in one block.
+constexpr long kEndOfUnitSearch = kLastSecond - long{kSecondsPerDay};
 
 } // namespace
 
@@ -118,6 +119,6 @@ int CSearchPart::SearchUnitMedia(unsigned int unit, unsigned int skipChnMask, CC
     if (m_pState == nullptr || !m_pState->HasBlocks()) {
         return -1;
     }
-    return m_pState->searchBlock->GetMediaList(unit, 0, kEndOfTime, kAllChannels, skipChnMask, 0, recs,
+    return m_pState->searchBlock->GetMediaList(unit, 0, kEndOfUnitSearch, kAllChannels, skipChnMask, 0, recs,
                                                events);
 }
