@@ -34,7 +34,8 @@ int KernelControl(void* /*context*/, int fd, unsigned long request, void* answer
     return ioctl(fd, request, answer);
 }
 
-void PrintMessage(void* /*context*/, const char* format, va_list values) {
+__attribute__((format(printf, 2, 0))) void PrintMessage(void* /*context*/, const char* format,
+                                                        va_list values) {
     std::vprintf(format, values);
 }
 
