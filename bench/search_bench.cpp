@@ -20,9 +20,9 @@
 #include <vector>
 
 #include "disk_access.h"
+#include "host/system_calls.h"
 #include "sample_recorder/indexed_ring.h"
 #include "sample_recorder/partition_image.h"
-#include "support/system_calls.h"
 
 namespace {
 

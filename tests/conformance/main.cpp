@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "conformance/sections.h"
-#include "support/system_calls.h"
+#include "host/system_calls.h"
 #include "support/temp_dir.h"
 
 namespace {

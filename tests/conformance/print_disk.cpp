@@ -6,7 +6,7 @@
 #include <ctime>
 
 #include "conformance/sections.h"
-#include "support/system_calls.h"
+#include "host/system_calls.h"
 
 namespace conformance {
 

@@ -29,9 +29,9 @@ constexpr uint32_t kFirstSeed = 0x300000;
 class SeededBounds : public ::testing::TestWithParam<uint32_t> {};
 
 TEST_P(SeededBounds, HoldOnEveryDisk) {
-    CallCounter counter;
     const BlockDeviceGuise guise;
-    Silently([&] {
+    CallCounter counter;
+    Quietly([&] {
         for (const uint32_t fmtVersion : {0u, 1u}) {
             DamagedDisk disk(fmtVersion);
             for (uint32_t i = 0; i < kSeedsALayout; i += std::min<uint32_t>(DAMAGE_STRIDE, 16)) {
@@ -77,10 +77,10 @@ protected:
     }
 
     void RunOperations() {
-        CallCounter counter;
         const BlockDeviceGuise guise;
+        CallCounter counter;
         Operations operations(Disk().Access(), Disk().Head(), Disk().BlockStart(kBlocks), counter);
-        Silently([&] { operations.All(1); });
+        Quietly([&] { operations.All(1); });
     }
 };
 
@@ -136,7 +136,7 @@ TEST_F(HungryDisk, SearchObjectKeepsNoMoreThanItsTables) {
     MakeHungryDisk();
     size_t before = 0;
     size_t held = 0;
-    Silently([&] {
+    Quietly([&] {
         PartAccess_t access = Disk().Access();
         CSearchDisk disk;
         std::printf("the stream's buffer counts to what is held before\n");
@@ -160,7 +160,7 @@ TEST_F(HungryDisk, SearchObjectKeepsNoMoreThanItsTables) {
 TEST_F(HungryDisk, ReaderHoldsOneIndexAndOnePayload) {
     MakeHungryDisk();
     size_t held = 0;
-    Silently([&] {
+    Quietly([&] {
         PartAccess_t access = Disk().Access();
         CReadDisk disk;
         disk.Init(&access);
@@ -216,9 +216,9 @@ TEST(LittleSpace, IsEnoughForEveryDamagedDisk) {
     for (const uint32_t fmtVersion : {0u, 1u}) {
         MatrixDisk disk(fmtVersion);
         const auto check = [&] {
-            Silently([&] {
-                CallCounter counter;
+            Quietly([&] {
                 const BlockDeviceGuise guise;
+                CallCounter counter;
                 uint32_t number = 0;
                 for (const FieldPlace& field : disk.Fields()) {
                     std::vector<uint8_t> held(field.bytes);

@@ -9,8 +9,8 @@
 
 #include "damage/damaged_disk.h"
 #include "disk_access.h"
+#include "host/system_calls.h"
 #include "support/allocations.h"
-#include "support/system_calls.h"
 
 namespace {
 

@@ -45,12 +45,12 @@ protected:
 
 private:
     uint32_t m_cases = 0;
-    CallCounter m_counter;
     BlockDeviceGuise m_guise;
+    CallCounter m_counter;
 };
 
 TEST_P(Matrix, EveryValueOfEveryFieldEndsWell) {
-    Silently([this] {
+    Quietly([this] {
         for (const FieldPlace& field : m_disk.Fields()) {
             std::vector<uint8_t> held(field.bytes);
             Image().Read(field.offset, held.data(), held.size());
@@ -81,7 +81,7 @@ TEST_P(Matrix, EveryCutEndsWell) {
         cuts.insert(Image().BlockStart(block) - 1);
         cuts.insert(Image().IndexOffset(block));
     }
-    Silently([&] {
+    Quietly([&] {
         for (const uint64_t cut : cuts) {
             if (Chosen()) {
                 Image().Truncate(cut);

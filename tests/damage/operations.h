@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "disk_access.h"
-#include "support/system_calls.h"
+#include "host/system_calls.h"
 
 namespace test_support {
 

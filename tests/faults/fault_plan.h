@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "support/system_calls.h"
+#include "host/system_calls.h"
 
 namespace test_support {
 
@@ -21,15 +21,6 @@ struct IoFault {
 
 constexpr size_t kIoFaults = 8;
 const std::array<IoFault, kIoFaults>& IoFaults();
-
-/// A place in a run, and whether what happens there goes on happening.
-struct Strike {
-    static constexpr size_t kNever = static_cast<size_t>(-1);
-    size_t position = kNever; ///< counted from 0
-    bool forever = false;
-
-    bool Hits(size_t index) const { return forever ? index >= position : index == position; }
-};
 
 /// Decides on the calls of one run, and keeps its books. Only calls made while it is armed are counted, and fail.
 class FaultPlan {

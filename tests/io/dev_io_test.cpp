@@ -7,8 +7,8 @@
 #include <cstring>
 #include <fstream>
 
+#include "host/system_calls.h"
 #include "support/printed.h"
-#include "support/system_calls.h"
 #include "support/temp_dir.h"
 
 namespace {

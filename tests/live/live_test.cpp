@@ -21,6 +21,7 @@
 #include "playback/part_fixture.h"
 #include "sample_recorder/live_recording.h"
 #include "support/files.h"
+#include "support/standard_output.h"
 #include "support/transcript.h"
 
 namespace {

@@ -8,6 +8,7 @@
 #include "support/files.h"
 #include "support/run_program.h"
 #include "support/schema.h"
+#include "support/standard_output.h"
 
 namespace {
 
@@ -99,7 +100,7 @@ TEST(SamplePlayback, EveryRecordPlayedGivesEveryFrameOnce) {
     CReadDisk player;
     const std::string disk = ReadFile(kSample);
     std::vector<std::vector<Seen>> played(4);
-    Quietly([&] {
+    Silently([&] {
         search.Init(&access);
         player.Init(&access);
         SearchParam_t everything = {0, 0, 0x7FFFFFFF, kAll};

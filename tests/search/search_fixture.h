@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "disk_access.h"
+#include "host/system_calls.h"
 #include "sample_recorder/partition_image.h"
 #include "support/printed.h"
-#include "support/system_calls.h"
 #include "support/temp_dir.h"
 
 namespace test_support {

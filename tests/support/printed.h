@@ -6,18 +6,15 @@
 
 namespace test_support {
 
-/// Runs @p action and gives what it printed on standard output.
+/// Runs @p action and gives what the library said on this thread meanwhile.
 std::string Printed(const std::function<void()>& action);
 
 /// The same, with the line number of each "NAME : LINE, Failed", "NAME, LINE : fail" and "NAME, LINE : chn = N ,
 /// fail" replaced by a #.
 std::string PrintedWithoutLines(const std::function<void()>& action);
 
-/// Runs @p action with standard output thrown away.
+/// Runs @p action, and throws away what the library says on this thread.
 void Quietly(const std::function<void()>& action);
-
-/// The same for actions that print too much to be kept. Failures are told on standard error.
-void Silently(const std::function<void()>& action);
 
 } // namespace test_support
 

@@ -139,11 +139,11 @@ private:
 };
 
 TEST_F(Uptime, OpenSearchPlayCloseLeavesNothingBehind) {
-    Silently([this] { ExpectFlat(Rounds(), [this](long number) { return Round(number); }); });
+    Quietly([this] { ExpectFlat(Rounds(), [this](long number) { return Round(number); }); });
 }
 
 TEST_F(Uptime, ObjectsKeptOpenDoNotGrow) {
-    Silently([this] {
+    Quietly([this] {
         PartAccess_t access = Disk().Access();
         CSearchDisk searches;
         CReadDisk playback;

@@ -39,6 +39,9 @@ public:
     HostScope(const HostScope&) = delete;
     HostScope& operator=(const HostScope&) = delete;
 
+    /// The table that is in force again afterwards, for one that passes on what it does not answer itself.
+    const HostCalls& Before() const { return *m_before; }
+
 private:
     const HostCalls* m_before;
 };
