@@ -10,7 +10,7 @@
 #include "support/findings.h"
 #include "support/fuzzer.h"
 #include "support/limits.h"
-#include "support/memory_device.h"
+#include "support/machine.h"
 #include "support/partition_input.h"
 #include "support/script.h"
 

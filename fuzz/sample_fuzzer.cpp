@@ -17,7 +17,7 @@
 
 #include "support/findings.h"
 #include "support/fuzzer.h"
-#include "support/memory_device.h"
+#include "support/recorder_disk.h"
 
 int RunSampleRecorder(int argc, char** argv);
 
@@ -32,7 +32,7 @@ constexpr uint64_t kMostCalls = 200000;
 constexpr size_t kLargestAllocation = 8 << 20;
 
 constexpr const char* kScenarioPath = "/fuzz/scenario";
-constexpr const char* kOutputPath = Machine::kNames[0];
+constexpr const char* kOutputPath = RecorderDisk::kName;
 
 /// A file in memory that holds the scenario.
 class ScenarioFile {
@@ -153,15 +153,12 @@ void CheckRefusal(int code, const std::string& text, const std::vector<std::stri
 }
 
 void RunOnce(Input input) {
-    Machine& machine = Machine::The();
     std::vector<char*> arguments;
     for (std::string& argument : input.arguments) {
         arguments.push_back(argument.data());
     }
     arguments.push_back(nullptr);
-    machine.SetWritable(kMostWrites);
-    machine.SetFiles(Resolve);
-    machine.LimitCalls(kMostCalls);
+    RecorderDisk::The().Begin(kMostWrites, kMostCalls, Resolve);
     Complaints complaints;
     const AllocationWatch watch;
     const int code = RunSampleRecorder(static_cast<int>(arguments.size()) - 1, arguments.data());
@@ -269,7 +266,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Input input(std::string(reinterpret_cast<const char*>(data), size));
     Scenario().Fill(input.scenario);
     RunOnce(input);
-    Machine::The().Reset();
+    RecorderDisk::The().End();
     return 0;
 }
 

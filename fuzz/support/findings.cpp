@@ -3,7 +3,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
@@ -77,21 +76,14 @@ void RequireAddressable(const void* data, size_t size) {
 
 } // namespace fuzzing
 
-// The linker's --wrap options send allocations and messages here.
+// The linker's --wrap options send allocations here.
 extern "C" {
-int __wrap_vprintf(const char* format, va_list values) __attribute__((format(printf, 1, 0)));
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
 void* __wrap_malloc(size_t size);
 void* __wrap_calloc(size_t count, size_t size);
 void* __wrap_realloc(void* memory, size_t size);
-
-/// Formats only what may not end where it should; searches say so much that all of it would take most of the time.
-int __wrap_vprintf(const char* format, va_list values) {
-    char text[512];
-    return std::strchr(format, '*') == nullptr ? 0 : std::vsnprintf(text, sizeof text, format, values);
-}
 
 void* __wrap_malloc(size_t size) {
     return fuzzing::Have(size) ? __real_malloc(size) : nullptr;

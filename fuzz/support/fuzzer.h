@@ -8,7 +8,7 @@
 #include <cstdint>
 
 extern "C" {
-/// Sends what the library prints nowhere. The same for all fuzzers.
+/// Sends standard output nowhere. The same for all fuzzers.
 __attribute__((visibility("default"))) int LLVMFuzzerInitialize(int* argc, char*** argv);
 /// Runs one input.
 __attribute__((visibility("default"))) int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);

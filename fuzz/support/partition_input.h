@@ -11,7 +11,7 @@
 
 #include "dev_io.h"
 #include "support/findings.h"
-#include "support/memory_device.h"
+#include "support/machine.h"
 
 namespace fuzzing {
 
