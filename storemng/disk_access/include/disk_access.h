@@ -4,12 +4,14 @@
 /// @file disk_access.h
 /// The whole interface of libDiskAccess, the read side of a video recorder's raw recording partition.
 ///
-/// Start at CSearchDisk (search_disk.h), which finds the recordings and events of a partition, and CReadDisk
-/// (read_disk.h), which plays what was found. CPrintDisk (print_disk.h) shows a partition field by field. The
-/// lower classes and the raw device functions are for callers that need a single block or a single structure.
+/// Start with CSearchDisk (search_disk.h), which finds the recordings and events of a partition, and
+/// CReadDisk (read_disk.h), which plays what was found. CPrintDisk (print_disk.h) prints a partition field by
+/// field. The lower classes and the raw device functions are for callers that need a single block or a single
+/// structure.
 ///
-/// The library never writes to the device, starts no threads and takes no locks: one object, one thread at a
-/// time. Times are seconds since 1970-01-01 UTC in 32-bit fields. Diagnostics go to standard output.
+/// The library never writes to the device. It starts no threads and takes no locks: use each object from one
+/// thread at a time. Times are seconds since 1970-01-01 UTC in 32-bit fields. Diagnostics go to standard
+/// output.
 
 #include "dev_io.h"
 #include "disk_format.h"

@@ -2,8 +2,8 @@
 #define DISK_ACCESS_SEARCH_RECORDS_H
 
 /// @file search_records.h
-/// The records that cross the search interface. They hold no pointers and are copied and zeroed freely; their
-/// layout is the same on every target. Times are seconds since 1970-01-01 UTC.
+/// The records of the search interface. They contain no pointers and can be copied and zeroed; their layout
+/// is the same on every target. Times are seconds since 1970-01-01 UTC.
 
 #include <stdint.h>
 
@@ -14,12 +14,12 @@
 
 /// A search request.
 struct SearchParam_t {
-    uint64_t alarmMask; ///< event type bits: for a media search 0 asks for plain records, anything else for
-                        ///< those around events of these types; for an event search it selects the events
+    uint64_t alarmMask; ///< event type bits. For a media search 0 asks for plain records, any other value for
+                        ///< those around events of these types. For an event search it selects the events
     uint32_t startTime; ///< first second
-    uint32_t endTime; ///< last second. Blocks compare seconds as signed numbers: with an end after 0x7FFFFFFF
-                      ///< nothing recorded before it is found
-    uint32_t chn;     ///< channel 0 to 31, or 0xFFFFFFFF for all
+    uint32_t endTime;   ///< last second, at most 0x7FFFFFFF. Blocks compare seconds as signed numbers: with a
+                        ///< later end, nothing that was recorded before 0x80000000 is found
+    uint32_t chn;       ///< channel 0 to 31, or 0xFFFFFFFF for all
 };
 
 /// A record segment found.
@@ -29,10 +29,10 @@ struct RecordItem_t {
     uint32_t chn;   ///< channel, 0 to 31
     uint32_t startTime; ///< start, clipped to the search
     uint32_t endTime;   ///< end, clipped to the search
-    uint32_t size; ///< bytes of the segment's part inside the search; a cut around alarms leaves it as it is.
+    uint32_t size; ///< bytes of the segment's part inside the search; cuts around alarms do not change it.
                    ///< NO_INDEX_RECORD_SIZE for a record made without an index
     uint32_t flag; ///< 0: from a block's index; 1: made from the head of a block without a usable index;
-                   ///< 2: carries its own window, with @c size as its start position
+                   ///< 2: has its own time window, with @c size as its start position
 };
 
 /// An event found.
@@ -42,7 +42,7 @@ struct EventItem_t {
     uint32_t time;      ///< the event's time
 };
 
-/// A period joined from neighbouring events.
+/// A period of one event, or of several whose periods overlap.
 struct EventPeriodItem_t {
     uint64_t alarmType; ///< type bits of all events joined
     uint32_t startTime; ///< the first event, less its pre-record time
@@ -52,17 +52,17 @@ struct EventPeriodItem_t {
 /// One block of a unit list.
 struct UnitItem_t {
     uint32_t unitId;  ///< block number
-    uint32_t recTime; ///< start of its recording; 0 for a bad block, whose head is not read
+    uint32_t recTime; ///< start of its recording; 0 for a bad or suspect block, whose head is not read
 };
 
 /// A block with its time span.
 struct UnitTimeItem_t {
     uint32_t unitId;    ///< block number
     uint32_t startTime; ///< start of its recording
-    uint32_t endTime;   ///< end of its recording, or the start again when the block was never closed
+    uint32_t endTime;   ///< end of its recording; the start again if the block was never closed
 };
 
-/// What a search region is computed from.
+/// The input for a search region.
 struct InputTime_t {
     uint32_t startTime;  ///< the request's start
     uint32_t endTime;    ///< the request's end
@@ -79,12 +79,12 @@ struct OutputTime_t {
 /// The space report.
 struct DiskSpaceInfo_t {
     uint64_t totalSize; ///< bytes of the ring
-    uint64_t freeSize;  ///< bytes never yet written; 0 once the ring has wrapped
+    uint64_t freeSize;  ///< bytes never written; 0 after the ring has wrapped
 };
 
 #pragma pack(pop)
 
-// The instances live in the library, so that its callers and it share one copy of each.
+// The instances are in the library, so that callers and the library share one copy of each.
 extern template class DISK_ACCESS_API CCommList<RecordItem_t>;
 extern template class DISK_ACCESS_API CCommList<EventItem_t>;
 extern template class DISK_ACCESS_API CCommList<EventPeriodItem_t>;
