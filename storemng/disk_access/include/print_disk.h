@@ -2,7 +2,7 @@
 #define DISK_ACCESS_PRINT_DISK_H
 
 /// @file print_disk.h
-/// What does this partition look like, field by field? The dump that diagnostic tools show.
+/// Prints a partition field by field, for diagnostic tools.
 
 #include "dev_io.h"
 
@@ -14,8 +14,9 @@
 ///     snprintf(part.PartName, sizeof part.PartName, "/dev/sda5");
 ///     CPrintDisk().Print(&part, 3, Show, nullptr);
 ///
-/// The dump opens the device itself, read-only, and shares nothing with searches and readers. The object keeps
-/// nothing between calls, so that threads may dump at the same time, each to a print function of its own.
+/// The dump opens the device itself, read-only, and shares nothing with searches and readers. The object
+/// keeps no state between calls: several threads may call Print() at the same time, each with its own print
+/// function.
 class DISK_ACCESS_API CPrintDisk {
 public:
     CPrintDisk();
@@ -24,34 +25,36 @@ public:
     CPrintDisk(const CPrintDisk&) = delete;
     CPrintDisk& operator=(const CPrintDisk&) = delete;
 
-    /// Dumps @p part, which must be a block device: the size is what the kernel says of one, and an image file
-    /// has none. Attach an image to a loop device (losetup) to dump it.
+    /// Dumps @p part. It must be a block device, because its size is asked with block device calls. To dump an
+    /// image file, attach it to a loop device (losetup).
     ///
     /// | level     | output |
     /// |---|---|
     /// | below 0   | the device's path and size in bytes |
-    /// | 0         | that, the partition head, and the bad-block bits and suspect counters |
-    /// | 1         | size and partition head |
-    /// | 2         | size, partition head, and of every block the head and tails |
-    /// | 3 or more | as 2, and of every block the channel properties, record segments and events |
+    /// | 0         | the same, the partition head, the bad-block bits and the suspect counters |
+    /// | 1         | path and size, partition head |
+    /// | 2         | path and size, partition head, and the head and tails of every block |
+    /// | 3 or more | as 2, and the channel properties, record segments and events of every block |
     ///
-    /// Nothing is judged: a wrong magic, a block without the valid flag and an index that was never vouched for
-    /// are printed as they lie there. Numbers are the disk's own, unsigned fields too are printed with %d;
-    /// beside a time stands the local time of the host's zone. A text field that is not terminated ends with
-    /// its field, the password after 127 characters.
+    /// Nothing is checked for plausibility: a wrong magic, a block without the valid flag and an index that
+    /// was never completed are printed as they are on the disk. Unsigned fields are printed with %d too. Each
+    /// time is followed by the local time in the host's time zone. A text field without a terminating NUL is
+    /// printed to the end of the field, the password to its 127th character. In the normal layout, the values
+    /// printed as extended tail are the 12 bytes after the block.
     ///
-    /// What cannot be read of a block is left out, together with the rest of that block, and the dump goes on
-    /// with the next. The same goes for index tables that would not end within the block. Blocks that a
-    /// cut-off copy lacks are named without their contents; of a head that states billions, no more are
-    /// believed in than begin inside the device, or than record ids can name (65,536).
+    /// If a structure of a block cannot be read, the rest of that block is left out and the dump goes on with
+    /// the next block. The same holds for index tables that would not end within the block. Of a block that
+    /// the device does not contain, only the number and offset are printed. If the head states more blocks
+    /// than begin inside the device, at most 65,536 blocks are printed (as many as record ids can name), or
+    /// those inside the device if they are more.
     ///
-    /// @param part  only PartName counts: any magic is taken
-    /// @param print is called with @p ctx, a printf format and its values, line by line or in pieces of a line;
-    ///              its result is ignored. If it throws, everything is closed and freed, and the exception goes
-    ///              on to the caller.
-    /// @return 0; -1: no @p part or no @p print, or the device or its size cannot be had (nothing was printed
-    ///         then), or it cannot be opened again, or its head or, at level 0, a bad-block table cannot be read
-    ///         or finds no memory (the output ends there)
+    /// @param part  only PartName is used: any magic is accepted
+    /// @param print is called with @p ctx, a printf format and its values, once or several times per line;
+    ///              its result is ignored. If it throws, everything is closed and freed, and the exception
+    ///              passes on to the caller.
+    /// @return 0; -1: @p part or @p print is null, or the device cannot be opened or has no known size
+    ///         (nothing was printed); or the second open fails, or the head or, at level 0, a bad-block table
+    ///         cannot be read or there is no memory for it (the output ends there)
     int Print(PartAccess_t* part, int level, int (*print)(void* ctx, const char* format, ...), void* ctx);
 };
 

@@ -2,7 +2,7 @@
 #define DISK_ACCESS_READ_DISK_H
 
 /// @file read_disk.h
-/// Plays back what a search found: the playback interface that applications use.
+/// Plays what a search found: the playback interface for applications.
 
 #include "dev_io.h"
 #include "play_records.h"
@@ -21,86 +21,100 @@
 ///     disk.StopRead(reader);
 ///     disk.Quit();
 ///
-/// Readers are independent of each other, any number may be open. Every reader is stopped before Quit();
-/// stopped later, it still releases what it holds, but delivers nothing more. The destructor does not call
-/// Quit(). An object and its readers belong to one thread at a time.
+/// Any number of readers may be open; they are independent of each other. Use an object and its readers from
+/// one thread at a time.
 ///
-/// Frame reads return 0: a frame; 1: the end of the recording, or nothing further to step to; 2: no further
-/// frame in the block; -1: failure. The payload goes into a buffer of the caller's, null or from malloc(),
-/// that every read resizes to the frame's length; the caller frees it at the end.
+/// Frame reads return 0: a frame was read; 1: the end of the recording, or no I-frame is left to step to; 2:
+/// no further frame in the block (only from I-frame steps); -1: failure, or a null argument. Stop at the
+/// first result that is not 0. The frame and payload are valid only after 0.
+///
+/// The payload buffer belongs to the caller. @p *payload must be null or a buffer from malloc(). A read
+/// resizes the buffer to the frame's length and stores the pointer back. After every result it can be passed
+/// to the next read or to free(). Free it after the last read.
 class DISK_ACCESS_API CReadDisk {
 public:
-    /// An object without a partition.
+    /// Makes an object without a partition.
     CReadDisk();
-    /// Releases nothing: call Quit() first.
+    /// Releases nothing.
+    /// @pre Quit() was called, if Init() was
     virtual ~CReadDisk();
 
     CReadDisk(const CReadDisk&) = delete;
     CReadDisk& operator=(const CReadDisk&) = delete;
 
-    /// Opens @p part, which is copied. A partition that cannot be opened, or is none, does not fail here: its
-    /// readers then deliver nothing.
-    /// @return 0; -1: initialised already, no argument, or no memory
+    /// Opens a partition. @p part is copied. The result is 0 also when the path cannot be opened or is not a
+    /// recording partition: no reader then delivers a frame.
+    /// @return 0; -1: already initialised, @p part is null, or no memory
     int Init(PartAccess_t* part);
 
-    /// Closes the partition.
-    /// @return 0; -1 when not initialised
+    /// Closes the partition. Stop every reader before. A reader that is stopped later still releases
+    /// everything, but its reads give -1.
+    /// @return 0; -1: not initialised
     int Quit();
 
-    /// Opens a reader at a record's start: at an I-frame with one channel, at the first frame with all.
-    /// @param ChnType 1: every channel of the record's block; 0: the record's channel, on into the block that
-    ///                continues its recording
+    /// Opens a reader at the start of a record: at an I-frame with one channel; at the first frame with all
+    /// channels (but at an I-frame if the record begins later than its segment, or has flag 2).
+    /// @param ChnType 0: the record's channel, and on into the block that continues its recording; 1: every
+    ///                channel of the record's block
     /// @param record  from a search; it is copied
-    /// @return a handle that the caller releases with StopRead(), also when nothing can be read through it;
-    ///         null: not initialised, or no memory
+    /// @return a handle that the caller must release with StopRead(), also when nothing can be read with it;
+    ///         null: not initialised, @p record is null, or no memory
     void* StartRead(int ChnType, RecordItem_t* record);
 
-    /// Closes a reader. Null is allowed.
+    /// Closes a reader; the handle is invalid afterwards. Null is allowed.
     /// @return 0
     int StopRead(void* handle);
 
-    /// Gives the encoding parameters of a record's channel, and the vehicle. Also sets the record's channel
-    /// field from its id.
-    /// @param rebuild 1: if the record's block was never closed, goes through its frames
-    /// @return 0 or -1
+    /// Gets the encoding parameters of a record's channel, and the vehicle, from the head of the record's
+    /// block. On success also sets the record's channel field from its id.
+    /// @param rebuild 1: if the block was never closed, reads through its frames first (the result is the
+    ///                same)
+    /// @return 0; -1: not initialised, an argument is null, or the block cannot be read or does not contain
+    ///         the channel
     int GetInfo(EncodeParam_t* out, RecordItem_t* record, int rebuild);
 
-    /// Moves a reader to the first I-frame of its record at or after @p time, or to the last when all are
-    /// earlier. Failing, it stays, and delivers frames of any time from there.
+    /// Moves a reader to the first I-frame of its record at or after @p time, or to the last if all are
+    /// earlier. Searches only the block that the reader is in. After a failure the reader has not moved, and
+    /// reads deliver frames of any time.
     /// @param time signed 32-bit seconds since 1970-01-01 UTC
     /// @return 0 or -1
     int SeekTime(void* handle, long* time);
 
-    /// Moves a reader to the first I-frame behind @p pos payload bytes of its record, if there is one.
-    /// @return 0, whether or not there is one; -1 for a handle through which nothing can be read
+    /// Moves a reader to the first I-frame at or after byte @p pos of its record's payloads. Searches only
+    /// the block that the reader is in. If there is none the reader has not moved, and reads deliver frames
+    /// of any time.
+    /// @return 0, also if there is none; -1: a null argument, or a reader of a partition that could not be
+    ///         opened
     int SeekPos(void* handle, unsigned int* pos);
 
     /// Reads the next frame.
     int ReadFrame(void* handle, FrameInfo_t* info, void** payload);
 
-    /// Reads the next I-frame, within the record's block. With a reader of all channels, always 1.
+    /// Reads the next I-frame in the record's block. A reader of all channels finds none if time stamps count
+    /// from 1970 (see CReadBlock::ReadNextIFrame()).
     int ReadNextIFrame(void* handle, FrameInfo_t* info, void** payload);
 
-    /// Reads the previous I-frame, within the record's block. The first step after a seek or a ReadFrame()
-    /// delivers the first I-frame behind that place; a change of direction costs one step.
+    /// Reads the previous I-frame in the record's block. The first step after a seek or a ReadFrame() reads
+    /// the first I-frame after that place. The first step after a change of direction still goes the old way.
     int ReadPrevIFrame(void* handle, FrameInfo_t* info, void** payload);
 
-    /// Opens a reader for a whole block, whatever its channels.
-    /// @param unit block number
-    /// @return as StartRead(); released with StopUnitRead()
+    /// Opens a reader for a whole block and all its channels. It starts at the first I-frame of the lowest
+    /// channel that has a record segment, or at the block's first frame if there is none.
+    /// @param unit block number, 0 to 65,535
+    /// @return as StartRead(); release the handle with StopUnitRead()
     void* StartUnitRead(int unit);
 
-    /// Closes a block's reader. Null is allowed.
+    /// Closes a block's reader; the handle is invalid afterwards. Null is allowed.
     /// @return 0
     int StopUnitRead(void* handle);
 
     /// Reads the block's next frame.
-    /// @return 0; 1: the block's end; -1
+    /// @return 0; 1: the end of the block's frames; -1
     int ReadUnitFrame(void* handle, FrameInfo_t* info, void** payload);
 
-    /// Checks the disk's password. Readers do not depend on it.
+    /// Checks the disk's password. Readers work with or without it.
     /// @param password NUL-terminated text
-    /// @return 0: accepted, or no lock; -1: refused
+    /// @return 0: accepted, or there is no lock; -1: refused, or the partition is not open
     int CheckEncryptInfo(unsigned char* password);
 
 private:
