@@ -72,7 +72,7 @@ void AlarmFinder::MakeTree() {
     for (uint32_t i = 0; i < m_count; ++i) {
         m_firsts[m_count + i] = static_cast<uint32_t>(m_events[i]);
     }
-    for (uint32_t node = m_count; node-- > 1;) {
+    for (size_t node = m_count; node-- > 1;) {
         m_firsts[node] = std::min(m_firsts[2 * node], m_firsts[2 * node + 1]);
     }
 }
@@ -81,11 +81,11 @@ uint32_t AlarmFinder::First(int32_t start, int32_t end) const {
     if (m_events == nullptr) {
         return FirstAlarm(m_index, start, end, m_mask);
     }
-    const uint64_t* const behind = m_events + m_count;
-    const uint64_t* const from = std::lower_bound<const uint64_t*>(m_events, behind, SortKey(start, 0));
-    const uint64_t* const to = std::lower_bound<const uint64_t*>(m_events, behind, SortKey(end, kNoEvent));
-    auto left = static_cast<size_t>(from - m_events) + m_count;
-    auto right = static_cast<size_t>(to - m_events) + m_count;
+    const uint64_t* const events = m_events;
+    const auto* const from = std::lower_bound(events, events + m_count, SortKey(start, 0));
+    const auto* const to = std::lower_bound(events, events + m_count, SortKey(end, kNoEvent));
+    auto left = static_cast<size_t>(from - events) + m_count;
+    auto right = static_cast<size_t>(to - events) + m_count;
     // The stretch from left to before right, in as few nodes as make it up.
     uint32_t first = kNoEvent;
     for (; left < right; left /= 2, right /= 2) {

@@ -17,7 +17,7 @@ RecordFinder::RecordFinder(const CCommList<RecordItem_t>& records)
     while (m_leaves < stretches) {
         m_leaves *= 2;
     }
-    m_spans = static_cast<Span*>(std::malloc(2 * m_leaves * sizeof(Span) + stretches * sizeof *m_stretches));
+    m_spans = static_cast<Span*>(std::malloc(2 * m_leaves * sizeof(Span) + stretches * sizeof(void*)));
     if (m_spans == nullptr) {
         m_length = static_cast<size_t>(records.m_nCount);
         m_leaves = 1;
