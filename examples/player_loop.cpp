@@ -1,5 +1,5 @@
-// A player's loop: plays one channel from a time on, in real time, record after record, or shows its key frames
-// only, as fast forward does.
+// A player's loop: plays one channel from a given time on, in real time, one record after the other, or only
+// its key frames, as fast forward does.
 //
 //   player_loop PARTITION CHANNEL [--from SECONDS] [--fast] [--keys]
 
@@ -22,17 +22,17 @@ struct Wish {
     FILE* out = nullptr;
 };
 
-/// Where a decoder would be fed.
+/// Here a decoder would get the frame.
 void Show(const Wish& wish, const FrameInfo_t& frame, const void* payload) {
     const unsigned char* const bytes = static_cast<const unsigned char*>(payload);
-    const uint64_t pts = frame.pts; // records are packed: copy before a reference is taken
+    const uint64_t pts = frame.pts; // records are packed: copy before you take a reference
     std::fprintf(wish.out, "%llu.%06llu  type %u  %u bytes  first %02x\n",
                  static_cast<unsigned long long>(pts / 1000000),
                  static_cast<unsigned long long>(pts % 1000000), frame.type, frame.len,
                  frame.len == 0 ? 0u : bytes[0]);
 }
 
-/// Waits for as long as the recorder waited between two frames, but not through a gap.
+/// Waits as long as the time between two frames, but not during a gap in the recording.
 void Wait(const FrameInfo_t& frame, uint64_t& last) {
     const uint64_t pts = frame.pts;
     if (last != 0 && pts > last && pts - last < 1000000) {
@@ -41,9 +41,10 @@ void Wait(const FrameInfo_t& frame, uint64_t& last) {
     last = pts;
 }
 
-/// Plays one record to its end. The buffer is the library's to resize and ours to free; it serves all records.
+/// Plays one record to its end. The library resizes the buffer, and the caller frees it; all records share
+/// it.
 unsigned int PlayRecord(CReadDisk& disk, RecordItem_t record, const Wish& wish, void** payload) {
-    void* const reader = disk.StartRead(0, &record); // stands at the record's first key frame
+    void* const reader = disk.StartRead(0, &record); // starts at the record's first key frame
     long from = wish.from;
     if (from > static_cast<long>(record.startTime)) {
         disk.SeekTime(reader, &from); // to the first key frame at or after that time
@@ -51,7 +52,7 @@ unsigned int PlayRecord(CReadDisk& disk, RecordItem_t record, const Wish& wish, 
     unsigned int frames = 0;
     uint64_t last = 0;
     FrameInfo_t frame = {};
-    // The first key step would pass over the key frame at which the reader stands: that one is read plainly.
+    // The first key step would pass the key frame at the read position: read that one with ReadFrame().
     int result = disk.ReadFrame(reader, &frame, payload);
     while (result == 0) {
         if (!wish.fast) {
@@ -82,7 +83,7 @@ int main(int argc, char** argv) {
             wish.from = std::strtol(argv[++i], nullptr, 10);
         }
     }
-    // The library prints its diagnostics on standard output; ours goes to a copy of it.
+    // The library prints its diagnostics on standard output; this program prints on a copy of it.
     wish.out = fdopen(dup(STDOUT_FILENO), "w");
     if (wish.out == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr) {
         std::perror("standard output");
@@ -95,8 +96,8 @@ int main(int argc, char** argv) {
     CReadDisk disk;
     search.Init(&part);
     disk.Init(&part);
-    // A search that begins in the block before an unusable one misses that block: it begins earlier, and what
-    // was over by then is left out below.
+    // A search that begins in the block before an unusable one misses that block. So it begins earlier, and
+    // records that end before the start are left out below.
     const uint32_t earlier = wish.from > kEarlier ? static_cast<uint32_t>(wish.from - kEarlier) : 0;
     SearchParam_t request = {0, earlier, 0x7FFFFFFF, wish.channel};
     CCommList<RecordItem_t> records;

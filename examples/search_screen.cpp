@@ -1,4 +1,4 @@
-// A search screen: which days hold recordings, and what was recorded on one of them.
+// A search screen: which days have recordings, and what was recorded on one of them.
 //
 //   search_screen PARTITION [YYYY-MM-DD]
 
@@ -14,8 +14,8 @@ namespace {
 const unsigned int kAllChannels = 0xFFFFFFFF;
 const unsigned int kSecondsPerDay = 86400;
 
-/// The library prints its diagnostics on standard output. A program that has something to say there itself
-/// keeps a copy and sends the rest elsewhere.
+/// The library prints its diagnostics on standard output. A program that prints its own results there keeps a
+/// copy of the descriptor and redirects the original.
 FILE* TakeStandardOutput() {
     FILE* const own = fdopen(dup(STDOUT_FILENO), "w");
     return std::freopen("/dev/null", "w", stdout) == nullptr ? nullptr : own;
@@ -30,7 +30,7 @@ std::string TimeText(unsigned int seconds) {
     return text;
 }
 
-/// Each day comes as its first second, plus one.
+/// Each list element is a day's first second, plus one.
 unsigned int ShowDays(FILE* out, CSearchDisk& disk) {
     CCommList<unsigned int> days;
     disk.GetDateInfo(&days);
@@ -50,7 +50,7 @@ void ShowRecords(FILE* out, CSearchDisk& disk, unsigned int day) {
         const RecordItem_t& record = node->data;
         std::fprintf(out, "channel %2u  %s", record.chn, TimeText(record.startTime).c_str());
         if (record.flag == 1) {
-            std::fputs("  still being recorded\n", out); // its end is only a bound
+            std::fputs("  still being recorded\n", out); // its end is only an upper limit
         } else {
             std::fprintf(out, "  %s  %u KiB\n", TimeText(record.endTime).c_str(), record.size / 1024);
         }
@@ -62,7 +62,7 @@ void ShowEvents(FILE* out, CSearchDisk& disk, unsigned int day) {
     CCommList<EventItem_t> events;
     disk.SearchEvent(&request, &events);
     for (const CCommListNode<EventItem_t>* node = events.m_pHead; node != nullptr; node = node->pNext) {
-        const uint64_t type = node->data.alarmType; // records are packed: copy before a reference is taken
+        const uint64_t type = node->data.alarmType; // records are packed: copy before you take a reference
         std::fprintf(out, "event       %s  0x%llx\n", TimeText(node->data.time).c_str(),
                      static_cast<unsigned long long>(type));
     }
@@ -83,7 +83,7 @@ int main(int argc, char** argv) {
     PartAccess_t part = {};
     std::snprintf(part.PartName, sizeof part.PartName, "%s", argv[1]);
     CSearchDisk disk;
-    disk.Init(&part); // a partition that cannot be opened shows as one that holds nothing
+    disk.Init(&part); // a partition that cannot be opened looks like one without recordings
 
     unsigned int day = ShowDays(out, disk);
     std::tm asked = {};
