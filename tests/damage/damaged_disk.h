@@ -11,8 +11,8 @@
 
 namespace test_support {
 
-/// A small recorded partition that is damaged anew for every case, each time in another way that depends on
-/// the case's number alone.
+/// A small recorded partition that is damaged again for every case, each time in another way, which depends
+/// only on the case's number.
 class DamagedDisk {
 public:
     /// @param fmtVersion 1: extended block layout

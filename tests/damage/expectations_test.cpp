@@ -65,7 +65,7 @@ protected:
         return lines;
     }
 
-    /// Events, as lines "block seconds behind the block's start".
+    /// Events, as lines "block seconds after the block's start".
     Lines Events() {
         Lines lines;
         Quietly([&] {
@@ -83,7 +83,7 @@ protected:
         return lines;
     }
 
-    /// Frames that a unit's reader delivers, and the result behind them.
+    /// Frames that a unit's reader delivers, and the result after them.
     std::string UnitFrames(uint32_t block) {
         int frames = 0;
         int result = 0;
@@ -202,7 +202,7 @@ TEST_P(Expectations, BlockWithoutMagicOrTimeOrChannelsHoldsNothing) {
     Change<BlockHead_t>(offset, [](auto& head) { head.media_chn_bitmap = 0; });
     EXPECT_EQ(Records(), others);
     Image().Put(offset, whole);
-    // Channel 31 alone: its I-frames are looked for where channel 0's lie, and its segments behind them.
+    // Only channel 31: its I-frames are looked for where channel 0's lie, and its segments after them.
     Change<BlockHead_t>(offset, [](auto& head) { head.media_chn_bitmap = 0x80000002; });
     EXPECT_EQ(Records(), others);
 }
@@ -273,7 +273,7 @@ TEST_P(Expectations, FieldsThatNobodyReadsChangeNothing) {
             std::find_if(std::begin(unread), std::end(unread), [&](const std::string& start) {
                 return field.name.compare(0, start.size(), start) == 0;
             });
-        // Of the blocks, one stands for all.
+        // One block represents all of them.
         const bool ofAnother = field.name.find(" of block ") != std::string::npos &&
                                field.name.find(" of block 3") == std::string::npos;
         if (name == std::end(unread) || ofAnother) {
@@ -321,7 +321,7 @@ class CutRing : public SearchFixture {};
 TEST_F(CutRing, BlocksInFrontOfACutAreFoundAsEver) {
     MakeDisk(8);
     WriteRing({1, 2, 3, 4, 0, 0, 0, 0});
-    // From the end of block 2's head down to its first byte: that block and all behind it are gone.
+    // From the end of block 2's head down to its first byte: that block and all after it are gone.
     for (const uint64_t inside : {sizeof(BlockHead_t) - 1, size_t{1}, size_t{0}}) {
         Disk().Truncate(Disk().BlockStart(2) + inside);
         OpenPart part(Disk());

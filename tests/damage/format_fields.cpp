@@ -105,8 +105,8 @@ constexpr FormatField kBlockTailEx[] = {
 #undef NUMBERS
 #undef FIELD
 
-/// Whether fields lie one behind the other, from the first byte of a structure to its last. Numbers must be as
-/// wide as numbers are.
+/// Whether fields follow each other directly, from the first byte of a structure to its last. Numbers must be
+/// as wide as numbers are.
 template <size_t Count>
 constexpr bool Covers(const FormatField (&fields)[Count], size_t size) {
     size_t end = 0;

@@ -15,7 +15,7 @@ namespace test_support {
 
 /// What a field's bytes are.
 enum class FieldKind {
-    Numbers, ///< one number, or several that stand on their own
+    Numbers, ///< one number, or several independent ones
     Bytes,   ///< text, or bytes without use: all of them together
     Nested,  ///< structures, which have tables of their own
 };
@@ -62,7 +62,7 @@ struct FieldPlace {
 void AppendPlaces(const FormatStructure& structure, uint64_t offset, const std::string& where,
                   std::vector<FieldPlace>& places);
 
-/// The bytes that a field is set to in turn: 0, 1, the numbers beside what it holds, and the extremes of signed
+/// The bytes that a field is set to in turn: 0, 1, the numbers next to its value, and the extremes of signed
 /// and unsigned numbers of its width. What it holds already is not among them.
 std::vector<std::vector<uint8_t>> HostileValues(const std::vector<uint8_t>& held, size_t numberWidth);
 

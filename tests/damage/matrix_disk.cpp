@@ -10,7 +10,7 @@ namespace {
 using namespace sample_recorder;
 
 constexpr uint32_t kFirstStart = 1700000000;
-constexpr uint32_t kSecondsFromBlockToBlock = 40000; ///< days lie between the blocks
+constexpr uint32_t kSecondsFromBlockToBlock = 40000; ///< the blocks are days apart
 constexpr uint32_t kSecondsABlock = 8;
 constexpr uint32_t kOtherData = 5; ///< a frame type that is neither media nor event
 

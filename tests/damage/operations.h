@@ -103,7 +103,7 @@ private:
 
     uint64_t m_blocks;   ///< that are looked at
     uint64_t m_halvings; ///< of the ring, until one block is left
-    uint64_t m_heads;    ///< frame heads that a block can have, or the device behind its start
+    uint64_t m_heads;    ///< frame heads that a block can have, or the device after its start
     uint64_t m_blockSize;
     uint64_t m_indexArea; ///< bytes
     uint64_t m_deviceSize;

@@ -260,7 +260,7 @@ protected:
         EXPECT_LE(largest, limits.Allocation());
     }
 
-    size_t m_reads = 0;  ///< counted anew in each part of a case
+    size_t m_reads = 0;  ///< counted from 0 in each part of a case
     size_t m_frames = 0; ///< delivered in all cases
 
 private:

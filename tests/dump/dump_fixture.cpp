@@ -22,7 +22,7 @@ int Collect(void* ctx, const char* format, ...) {
 Dumped Dump(const PartAccess_t& part, int level) {
     PartAccess_t access = part;
     Dumped dumped;
-    // Whatever is said is said through the print function.
+    // Everything is printed through the print function.
     EXPECT_EQ(Printed([&] { dumped.result = CPrintDisk().Print(&access, level, Collect, &dumped); }), "");
     const std::string path(access.PartName, strnlen(access.PartName, sizeof access.PartName));
     const size_t at = dumped.text.find(path);

@@ -19,7 +19,7 @@ struct Dumped {
 /// A print function that collects in the Dumped it gets as context.
 int Collect(void* ctx, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-/// Dumps a partition. In the text, DEVICE stands for its path.
+/// Dumps a partition. In the text, DEVICE replaces its path.
 Dumped Dump(const PartAccess_t& part, int level);
 
 /// A test with a partition of its own that passes for a block device, in UTC.
@@ -38,7 +38,7 @@ private:
     BlockDeviceGuise m_guise;
 };
 
-/// Cuts a dump into what comes before the blocks, each block, and the line behind the last.
+/// Cuts a dump into what comes before the blocks, each block, and the line after the last.
 Lines Pieces(const std::string& text);
 
 } // namespace test_support

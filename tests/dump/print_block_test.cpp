@@ -14,7 +14,7 @@ const std::string kTailBanner = "*******************BLOCK TAIL******************
 
 class PrintBlock : public DumpFixture {
 protected:
-    /// What level 3 prints of block 0 behind its channel set.
+    /// What level 3 prints of block 0 after its channel set.
     std::string Index() {
         const std::string text = Block(0);
         return text.substr(text.find('\n', text.find("media_chn_bitmap")) + 1);
@@ -179,7 +179,8 @@ TEST_F(PrintBlock, CountsThatWrapEndTheBlock) {
 
 TEST_F(PrintBlock, ATailThatBeginsBeforeTheBlock) {
     MakeBlock(Plain());
-    // The tail's 20 bytes lie before a block of no bytes; its head's first words stand where an extended tail would.
+    // The tail's 20 bytes lie before a block of no bytes; its head's first words are where an extended tail
+    // would be.
     Disk().Put(Disk().BlockStart(0) - 20, BlockTail_t{0, 0, 77, 1000, 2000});
     const std::string tails = kTailBanner + "RecSeq : 77\n"
                                             "StartTime : 1000, [1970.01.01 00:16:40]\n"
@@ -211,7 +212,7 @@ TEST_F(PrintBlock, ATailThatCannotBeReadBeforeTheBlock) {
 }
 
 TEST_F(PrintBlock, ATailInsideTheHead) {
-    // 20 bytes from the block's start on: the valid flag, the time and the number stand where a tail has its
+    // 20 bytes from the block's start on: the valid flag, the time and the number are where a tail has its
     // first words and its number.
     MakeBlock(Plain());
     Shrink(20);

@@ -15,7 +15,7 @@ using namespace test_support;
 
 class PrintDisk : public DumpFixture {
 protected:
-    /// What level 0 prints behind the head's section.
+    /// What level 0 prints after the head's section.
     std::string Tables() {
         const Dumped dumped = DumpAt(0);
         EXPECT_EQ(dumped.result, 0);

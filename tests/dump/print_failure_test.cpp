@@ -92,7 +92,7 @@ TEST_F(PrintFailure, SizeInSectorsServesWhereBytesAreNotTold) {
     const Dumped dumped = FailRequests({BLKGETSIZE64});
     EXPECT_EQ(dumped.result, 0);
     EXPECT_EQ(dumped.text, Expected("normal_size"));
-    // The sectors told are counted as the device's own.
+    // The number of sectors is multiplied by the device's own sector size.
     Guise().ClaimSectorSize(4096);
     EXPECT_EQ(FailRequests({BLKGETSIZE64}).text, "PartName : DEVICE, PartSize : 69730304\n");
     EXPECT_EQ(DumpAt(-1).text, Expected("normal_size"));

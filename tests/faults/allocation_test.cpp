@@ -78,7 +78,7 @@ TEST_F(Allocations, IndexTablesThatGetNoMemory) {
         std::string held;
         EXPECT_EQ(Printed([&] {
                       const AllocationFaults faults(failing);
-                      // A search can do without events: that failure alone leaves the status as it was.
+                      // A search can do without events: only that failure leaves the status unchanged.
                       EXPECT_EQ(blocks->ReadBlockIndexList(1, 7), failing == 2 ? 1 : -1) << failing;
                   }),
                   "");
@@ -234,7 +234,7 @@ TEST_F(Allocations, RecordsAroundAlarmsAreFoundWithoutMemoryForATree) {
 TEST_F(Allocations, EveryFailureOfARoundLeavesNothingBehind) {
     MakeRing();
     // A round is run with its first allocation failing, its second, and so on until none fails any more;
-    // once with that failure alone, once with all after it failing too. The leak checker watches.
+    // once with only that failure, once with all later ones failing too. The leak checker watches.
     const auto round = [&] {
         PartAccess_t access = Disk().Access();
         CSearchDisk disk;

@@ -56,7 +56,7 @@ TEST_F(BlockReaderAllocations, IndexTables) {
         RecordItem_t record = Record(0, 0);
         RecSegItem_t segment = {};
         EXPECT_EQ(reader.GetRecSegInfo(&record, &segment), -1);
-        EXPECT_EQ(segment.e, 1600u); // the stand-in
+        EXPECT_EQ(segment.e, 1600u); // the substitute
         Quietly([&] { EXPECT_EQ(reader.SeekTime(0, &record, 1000), -1); });
         EXPECT_EQ(reader.ReadBlockIndex(), 0);
         EXPECT_EQ(reader.GetRecSegInfo(&record, &segment), 0);
@@ -165,7 +165,7 @@ TEST_F(BlockReaderAllocations, PayloadGetsExactlyItsLength) {
         EXPECT_EQ(faults.Count(), 1u);
         EXPECT_EQ(faults.Largest(), len);
     }
-    // What cannot lie in the block gets none.
+    // For what cannot be in the block, none is allocated.
     FrameHead_t head = {};
     const AllocationFaults faults;
     EXPECT_EQ(reader->ReadFrame(&head, &reader.Payload()), -1);

@@ -45,11 +45,11 @@ protected:
     }
     void Heal() { m_which = nullptr; }
 
-    /// Where the segment tables of a block begin: behind the index head and one I-frame.
+    /// Where the segment tables of a block begin: after the index head and one I-frame.
     uint64_t SegmentsOffset(uint32_t block) {
         return Disk().IndexOffset(block) + sizeof(BlkIndexHead_t) + 16;
     }
-    /// Where its events begin: behind three segments more.
+    /// Where its events begin: after three segments more.
     uint64_t EventsOffset(uint32_t block) { return SegmentsOffset(block) + 3 * sizeof(RecSegItem_t); }
 
 private:
@@ -201,8 +201,8 @@ TEST_F(DefinedSearchFailures, BadBlockTables) {
             EXPECT_EQ(Events(), Lines());
             EXPECT_EQ(Units(), Lines());
             EXPECT_EQ(InvalidUnits(), (Lines{"0 0", "1 0", "2 0", "3 0", "4 0", "5 0"}));
-            // No newest block was found: block 0 stands for it, and for the oldest, and its head and tail can
-            // be read.
+            // No newest block was found: block 0 is used for it, and for the oldest, and its head and tail
+            // can be read.
             EXPECT_EQ(Days(), std::vector<unsigned int>{1700265601});
             EXPECT_EQ(FreeSpace(), (kSearchBlocks - 1) * kMediaBlockSize);
             EXPECT_EQ(LastBlock(), 0);
@@ -269,7 +269,7 @@ TEST_F(DefinedSearchFailures, TailOfABlock) {
     ForEachReadFault([&] {
         Open();
         FailReadsAt(Disk().TailOffset(4));
-        // Nothing was read into the walk's tail yet: its number is none of a block that was closed.
+        // Nothing was read into the walk's tail yet: its number is not that of a closed block.
         EXPECT_EQ(Media(), kOfBlock2);
         EXPECT_EQ(Events(), Join({kEventsOfBlock2, kEventsOfBlock0}));
         EXPECT_EQ(Units().size(), 4u); // tails do not matter
@@ -325,14 +325,14 @@ TEST_F(DefinedSearchFailures, EventsReadInPartMarkNoRecords) {
             SearchParam_t everything = {0, 0, 0x7FFFFFFF, kAll};
             EXPECT_EQ(Search().SearchMedia(&everything, &records), 11);
         });
-        // Neither block 2's events, which were held before, nor what came of block 4's.
+        // Neither block 2's events, which were in memory before, nor a part of block 4's.
         EXPECT_EQ(Describe(records), Join({kOfBlock2, kOfBlock4, kOfBlock0, kOfBlock1}));
     });
 }
 
 TEST_F(DefinedSearchFailures, PeriodsOfEventsWhoseHeadsCannotBeRead) {
     ForEachReadFault([&] {
-        // Events were found; then their blocks' heads fail, so that no time before and behind them is known.
+        // Events were found; then their blocks' heads fail, so that no time before and after them is known.
         Open();
         SearchParam_t alarms = {1, SearchStart(5), SearchStart(5) + kSearchSpan, kAll};
         RecordList records;
@@ -490,7 +490,7 @@ TEST_F(DefinedPlaybackFailures, EndsOfTheBlock) {
             Heal();
             EXPECT_EQ(player.Frame(), "failed"); // its block did not open
             EXPECT_EQ(player.SeekTime(1000), -1);
-            EXPECT_EQ(player.SeekPos(0), 0); // whatever becomes of it
+            EXPECT_EQ(player.SeekPos(0), 0); // whatever the seek finds
             EXPECT_EQ(Played(*disk), kWhole);
         }
     });
@@ -566,7 +566,7 @@ TEST_F(DefinedPlaybackFailures, BlockThatContinuesTheRecording) {
         for (const uint64_t offset : {Disk().HeadOffset(1), Disk().TailOffset(1)}) {
             DiskPlayer player(*disk, 0, TheRecord());
             FailReadsAt(offset);
-            // Block 1 is unusable, and block 2 does not bear the next number. The reader stays in it, where
+            // Block 1 is unusable, and block 2 does not have the next number. The reader stays in it, where
             // nothing is in the window.
             Quietly([&] {
                 EXPECT_EQ(player.Frames(), "I0@1001 E0@1001:16 I0@1002 P0@1003 P0@1004 end");
@@ -634,7 +634,7 @@ TEST_F(DefinedPlaybackFailures, StepsFromIFrameToIFrame) {
             EXPECT_EQ(player.NextIFrame(), "failed");
             Heal();
             EXPECT_EQ(player.NextIFrame(), "end");
-            EXPECT_EQ(player.Frame(), "E0@1001:16"); // reading goes on behind the frame that was due
+            EXPECT_EQ(player.Frame(), "E0@1001:16"); // reading continues after the frame at the read position
         }
     });
 }

@@ -9,7 +9,7 @@
 #include "faults/media.h"
 #include "search/search_fixture.h"
 
-// Leaks that are meant are told to the leak checker, where there is one.
+// Intended leaks are reported to the leak checker, if there is one.
 extern "C" {
 __attribute__((weak)) void __lsan_disable();
 __attribute__((weak)) void __lsan_enable();
@@ -19,7 +19,7 @@ namespace {
 
 using namespace test_support;
 
-/// Leaves descriptor 0 free for as long as it lives. Whatever is redirected must be so before: that takes
+/// Leaves descriptor 0 free for as long as it lives. Redirect output before: that takes
 /// descriptors too.
 class FreeDescriptorZero {
 public:

@@ -20,8 +20,8 @@ protected:
         size_t largest;
     };
 
-    /// Dumps with the allocation @p failing and, if @p forever, all behind it failing. The collected text is made
-    /// room for beforehand: its own memory is not at stake.
+    /// Dumps with the allocation @p failing and, if @p forever, all after it failing. The collected text is
+    /// made room for beforehand: its own memory is not at stake.
     Outcome DumpFailing(int level, size_t failing, bool forever = false) {
         PartAccess_t access = Disk().Access();
         Text text;

@@ -25,7 +25,7 @@ using namespace test_support;
 /// Allocations that are made to fail for each failing system call.
 constexpr size_t kPairsACall = 4;
 
-/// What the tests did, for whoever asks how much that was.
+/// Counts what the tests did, to be printed if asked for.
 struct Tally {
     size_t scenarios = 0;
     std::array<size_t, kIoFaults> calls = {};
@@ -75,7 +75,7 @@ struct Disturbance {
 };
 
 /// One run of a scenario: work that may be disturbed, work on the same object after that, closing that may be
-/// disturbed, and work on the object opened anew.
+/// disturbed, and work on the object opened again.
 struct Outcome {
     Transcript disturbed;
     Transcript after;

@@ -28,7 +28,7 @@ const std::array<IoFault, kIoFaults>& IoFaults() {
 }
 
 FaultPlan::FaultPlan(const IoFault* fault, const Strike& strike) : m_fault(fault), m_strike(strike) {
-    m_calls.reserve(kEndless); // noting a call must not allocate: allocations may be made to fail meanwhile
+    m_calls.reserve(kEndless); // noting a call must not allocate: allocations may fail at that time
 }
 
 Fate FaultPlan::Decide(const Call& call) {

@@ -19,7 +19,7 @@ TEST_F(PlaybackAllocations, EveryFailureOfARoundLeavesNothingBehind) {
     int whole = 0;
     Quietly([&] { whole = PlayRound(access).frames; });
     // The round is run with its first allocation failing, its second, and so on until none fails any more;
-    // once with that failure alone, once with all after it failing too. The leak checker watches.
+    // once with only that failure, once with all later ones failing too. The leak checker watches.
     for (const bool forever : {false, true}) {
         const SystemCallLog log([](const Call& call, size_t) { return PassUnflushed(call); });
         size_t failing = 0;
@@ -191,7 +191,8 @@ TEST_F(PlaybackAllocations, PayloadThatGetsNoMemoryLeavesBufferAndPlace) {
 
 TEST_F(PlaybackAllocations, ContinuationThatGetsNoMemoryEnds) {
     OpenReadPart part(RecordOnNewDisk("I0@1000 | P0@1001 I0@1002 |"));
-    // Without a failure, a crossing goes on; with one, it ends there or, without the table alone, goes on.
+    // Without a failure, a crossing continues; with one, it ends there or, if only the table is missing,
+    // continues.
     size_t wentOn = 0;
     size_t allocations = 1;
     for (size_t failing = 0; failing < allocations; ++failing) {

@@ -108,7 +108,7 @@ void Parameters(CReadDisk& disk, Transcript& transcript) {
     transcript.Result("CheckEncryptInfo", disk.CheckEncryptInfo(right), -1, 0);
 }
 
-/// Two readers in turn, of which one is stopped only after the disk was let go.
+/// Two readers in turn, one of which is stopped only after the disk was closed.
 void LateStop(PartAccess_t& access, Transcript& transcript) {
     CReadDisk disk;
     transcript.Result("Init", disk.Init(&access), -1, 0);

@@ -27,8 +27,8 @@ public:
     virtual void Close() = 0;
 };
 
-/// What gives the undisturbed results again once the fault has gone: the same open object, or, since a fault may
-/// leave an entry of an index made from frames out, that object when it was opened anew.
+/// What gives the undisturbed results again once the fault has gone: the same open object, or, since a fault
+/// may leave an entry of an index made from frames out, that object after it was opened again.
 enum class Recovery { SameObject, Reopened };
 
 struct ScenarioEntry {

@@ -3,7 +3,7 @@
 
 /// @file transcript.h
 /// What a scenario's calls gave, as text, and whether it was within what they may give at all. Nothing here
-/// allocates: memory may be made to fail meanwhile.
+/// allocates: allocations may fail at that time.
 
 #include <cstddef>
 #include <new>

@@ -42,7 +42,7 @@ inline Fate PassUnflushed(const Call& call) {
     return call.kind == CallKind::Sync ? Fate::Failing() : Fate();
 }
 
-/// A place among the calls or allocations of a run, and whether what happens there goes on happening.
+/// A place among the calls or allocations of a run, and whether what happens there continues to happen.
 struct Strike {
     static constexpr size_t kNever = static_cast<size_t>(-1);
     size_t position = kNever; ///< counted from 0

@@ -1,4 +1,4 @@
-// What stands in for the library's host in tests and fuzzers: what they show is worth as much as it is right.
+// The replacement of the library's host in tests and fuzzers: they are only as right as this is.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -8,7 +8,7 @@
 namespace test_support {
 
 /// Keeps what the library says on this thread. It lies in a file in memory: while it is kept nothing is allocated, so
-/// that allocations may be counted, and made to fail, meanwhile.
+/// that allocations may be counted, and made to fail, at the same time.
 class CapturedMessages : public HostLayer {
 public:
     CapturedMessages();

@@ -8,7 +8,7 @@ namespace test_support {
 SystemCallLog::SystemCallLog() : SystemCallLog([](const Call&, size_t) { return Fate(); }) {}
 
 SystemCallLog::SystemCallLog(std::function<Fate(const Call&, size_t)> decide) : m_decide(std::move(decide)) {
-    m_calls.reserve(0x10000); // noting a call must not allocate: allocations may be made to fail meanwhile
+    m_calls.reserve(0x10000); // noting a call must not allocate: allocations may fail at that time
 }
 
 size_t SystemCallLog::Count(CallKind kind) const {

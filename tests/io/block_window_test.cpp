@@ -217,7 +217,7 @@ TEST_F(BlockWindow, ForgedGeometryFailsQuietly) {
     info.BlkSize = 0xFFFFFFFF;
     EXPECT_EQ(PrintedWithoutLines([&] { EXPECT_EQ(block_open(&info), nullptr); }),
               "block_open : #, Failed\n");
-    // A window that ends exactly where offsets turn negative: sums behind it wrap, and are refused.
+    // A window that ends exactly where offsets turn negative: sums after it wrap, and are refused.
     info.BlockNum = 0x7FFFFFFF;
     bolck_op_st* const block = block_open(&info);
     if (block != nullptr) { // some file systems refuse the offset

@@ -64,7 +64,7 @@ TEST_F(DevIo, NameWithoutTerminatorIsReadNoFurtherThanItsField) {
 TEST_F(DevIo, ReadsWhatTheSeekPointsAt) {
     dev_op_st* const dev = dev_open(&m_part);
     char buf[4] = {};
-    EXPECT_EQ(dev_read(dev, buf, 3), 0); // a device just opened stands at 0
+    EXPECT_EQ(dev_read(dev, buf, 3), 0); // a device just opened is at position 0
     EXPECT_STREQ(buf, "012");
     EXPECT_EQ(dev_seek(dev, 6), 0);
     EXPECT_EQ(dev_read(dev, buf, 3), 0);

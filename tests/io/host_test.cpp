@@ -1,4 +1,4 @@
-// The table through which the library reaches its host: its default, tables that stand in for it, and a library that
+// The table through which the library reaches its host: its default, tables that replace it, and a library that
 // runs on one alone.
 
 #include "io/host.h"
@@ -244,7 +244,7 @@ void LayFile(const std::string& path, MemoryDevice& device) {
 /// A disk whose bytes come to lie in memory.
 class InMemory : public PartFixture {
 protected:
-    /// Moves the disk to a device in memory with a name that no file bears.
+    /// Moves the disk to a device in memory with a name that no file has.
     /// @param name need not leave room for its end in a partition descriptor
     PartAccess_t MoveToMemory(const std::string& name = "/memory/disk") {
         PartAccess_t access = Disk().Access();

@@ -132,7 +132,7 @@ __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, 
 }
 
 #if __SIZEOF_POINTER__ == 4
-/// The name that ioctl bears where times are 64 bits wide on a 32-bit host.
+/// The name of ioctl if times are 64 bits wide on a 32-bit host.
 __attribute__((visibility("default"), alias("ioctl"))) int __ioctl_time64(int fd, unsigned long request,
                                                                           ...) noexcept;
 #endif

@@ -1,6 +1,5 @@
-// What the shared library really asks of the kernel, with nothing in its place: the whole lists of a search, a playback
-// and a dump, which between them make every kind of call; and where its messages go. Other tests may go by what stands
-// in for the kernel.
+// The calls that the shared library makes on the real kernel: complete lists for a search, a playback and a dump, which
+// together make every kind of call; and where its messages go. Other tests may rely on a replacement of the kernel.
 
 #include "io/kernel_calls.h"
 

@@ -81,7 +81,7 @@ TEST_F(BlockFrames, ChannelsWanted) {
         FrameHead_t head = PFrame(chn, 1000);
         return reader->CheckValidChn(&head);
     };
-    EXPECT_EQ(wanted(0), 0); // as opened, channel 0 alone
+    EXPECT_EQ(wanted(0), 0); // as opened, only channel 0
     EXPECT_EQ(wanted(1), -1);
     RecordItem_t record = Record(5, 3);
     record.recId |= 0xFFFF0000; // block and segment do not matter
@@ -166,7 +166,7 @@ TEST_F(BlockFrames, MediaPassFromFiveSecondsBeforeTheWindowToItsLastSecond) {
         EXPECT_EQ(KindOf(reader, Pts(995), type), 0);
         EXPECT_EQ(KindOf(reader, Pts(1000), type), 0);
         EXPECT_EQ(KindOf(reader, Pts(1010), type), 0);
-        EXPECT_EQ(KindOf(reader, Pts(1011) - 1, type), 0); // less than a second behind it
+        EXPECT_EQ(KindOf(reader, Pts(1011) - 1, type), 0); // less than a second after it
         EXPECT_EQ(KindOf(reader, Pts(1011), type), 3);
         EXPECT_EQ(KindOf(reader, Pts(1012), type), 3);
     }
@@ -178,7 +178,7 @@ TEST_F(BlockFrames, MediaPassFromFiveSecondsBeforeTheWindowToItsLastSecond) {
 
 TEST_F(BlockFrames, WindowEdgesWrapInThirtyTwoBits) {
     BlockReader reader = OpenAnyWindow();
-    // Second 0 less 1 is the last second of all, which no window's end lies behind.
+    // Second 0 less 1 is the last second that exists, and no window ends after it.
     EXPECT_EQ(reader.SeekOffs(0, OwnWindow(0, 0, 0xFFFFFFFF)), 0);
     EXPECT_EQ(KindOf(reader, Pts(0)), 3);
     EXPECT_EQ(KindOf(reader, -999999), 3); // a part of a second before 1970 is second 0
@@ -186,7 +186,7 @@ TEST_F(BlockFrames, WindowEdgesWrapInThirtyTwoBits) {
     EXPECT_EQ(KindOf(reader, Pts(0xFFFFFFFF)), 0);
     EXPECT_EQ(KindOf(reader, Pts(-1)), 0);
     EXPECT_EQ(KindOf(reader, Pts(0x100000000)), 3); // second 0 again
-    // Five seconds behind 0xFFFFFFFB lies second 0, before any window that starts later.
+    // Five seconds after 0xFFFFFFFB lies second 0, before any window that starts later.
     EXPECT_EQ(reader.SeekOffs(0, OwnWindow(0, 1, 0xFFFFFFFF)), 0);
     EXPECT_EQ(KindOf(reader, Pts(0xFFFFFFFA)), 0);
     EXPECT_EQ(KindOf(reader, Pts(0xFFFFFFFB)), 3);
@@ -312,7 +312,7 @@ TEST_F(BlockFrames, GetFrameWithoutABufferReadsTheHeadAlone) {
     EXPECT_EQ(skipped, 100);
     EXPECT_EQ(CallsInBlock(log, Disk(), 0),
               (Lines{"seek 1140", "read 24 at 1140", "seek 1240", "read 24 at 1240"}));
-    // Nor does it matter how long the payload claims to be.
+    // The payload's stated length does not matter either.
     PutHead(0, 400, PFrame(1, 1003, 0xFFFFFFE8));
     EXPECT_EQ(reader->GetFrame(300, &head, nullptr, &skipped), 0);
     EXPECT_EQ(head.len, 0xFFFFFFE8);
@@ -417,7 +417,7 @@ TEST_F(BlockFrames, FailedCallsLeaveTheReaderWhereItIs) {
     WriteRecording(0);
     BlockReader reader(Disk());
     EXPECT_EQ(reader.SeekOffs(0, WholeBlock(1), 76), 0); // before P1 1003
-    reader.IFrameAt(200);                                // and behind I1 1001: P0 1002 is to be skipped
+    reader.IFrameAt(200);                                // and after I1 1001: P0 1002 is to be skipped
     // Seek and read of the other channel's head, of this one's, and the payload's read.
     for (size_t call = 0; call < 5; ++call) {
         for (const auto& fate : {FailingCall(call), ShortCall(call)}) {

@@ -16,7 +16,7 @@ protected:
         return head;
     }
 
-    /// Writes a block that begins with a frame of second 1 and goes on with I-frames of these channels and
+    /// Writes a block that begins with a frame of second 1 and continues with I-frames of these channels and
     /// times, all in the index; and opens it for all channels and all times.
     BlockReader OpenAll(const std::vector<std::pair<uint32_t, int64_t>>& iframes) {
         MakeDisk();
@@ -42,7 +42,7 @@ TEST_F(BlockIFrame, ForwardSteps) {
     EXPECT_EQ(reader.Next(), "I0 1008");
     EXPECT_EQ(reader.Next(), "1");
     EXPECT_EQ(reader.Next(), "1");
-    EXPECT_EQ(reader.Prev(), "1"); // behind the last one there is none to go back from either
+    EXPECT_EQ(reader.Prev(), "1"); // after the last one there is none to go back from either
     EXPECT_EQ(reader.Read(), "P0 1010");
 }
 
@@ -58,7 +58,7 @@ TEST_F(BlockIFrame, BackwardSteps) {
     EXPECT_EQ(reader.Prev(), "1");
     EXPECT_EQ(reader.Prev(), "1");
     EXPECT_EQ(reader.Next(), "1");
-    EXPECT_EQ(reader.Read(), "P0 1002"); // goes on behind the last one read
+    EXPECT_EQ(reader.Read(), "P0 1002"); // continues after the last one read
 }
 
 TEST_F(BlockIFrame, ChangingDirectionCostsAStep) {
@@ -152,7 +152,7 @@ TEST_F(BlockIFrame, IFramesOutsideTheWindowEndTheStepAndArePassed) {
     EXPECT_EQ(reader.SeekTime(0, Record(0, 0, 0, 1005), 1000), 0);
     EXPECT_EQ(reader.Next(), "I0 1004");
     EXPECT_EQ(reader.Next(), "1"); // 1008 it was
-    EXPECT_EQ(reader.Prev(), "1"); // and now the position is behind the last one
+    EXPECT_EQ(reader.Prev(), "1"); // and now the position is after the last one
 
     EXPECT_EQ(reader.SeekTime(0, Record(0, 0, 0, 1005), 1004), 0);
     EXPECT_EQ(reader.Prev(), "1"); // 1008
@@ -165,7 +165,7 @@ TEST_F(BlockIFrame, IFramesBeforeTheWindowsOffsetFail) {
     BlockReader reader(Disk());
     EXPECT_EQ(reader.SeekOffs(0, OwnWindow(0, 1000, 1010, 300)), 0);
     EXPECT_EQ(reader.Prev(), "I0 1004");
-    EXPECT_EQ(reader.Prev(), "-1"); // 1000 lies at 100
+    EXPECT_EQ(reader.Prev(), "-1"); // 1000 is at 100
     EXPECT_EQ(reader.Prev(), "1");
     EXPECT_EQ(reader.Read(), "P0 1006");
 }
@@ -362,14 +362,14 @@ TEST_F(BlockIFrame, AllChannelsForwardsFindNothingInRealTime) {
 }
 
 TEST_F(BlockIFrame, BoundOfForwardStepsItselfIsNotReached) {
-    // Second 549755 holds the bound; the times are told apart by the channels.
+    // Second 549755 holds the bound; the channels distinguish the times.
     BlockReader reader = OpenAll({{0, kBound}, {1, kBound - 1}, {2, kBound + 1}});
     EXPECT_EQ(reader.SeekOffs(1, WholeBlock()), 0);
     EXPECT_EQ(reader.Next(), "I1 549755");
     EXPECT_EQ(reader.Next(), "1");
     EXPECT_EQ(reader.Prev(), "I2 549755");
     EXPECT_EQ(reader.Prev(), "I0 549755");
-    EXPECT_EQ(reader.Prev(), "1"); // channel 1 is behind its last
+    EXPECT_EQ(reader.Prev(), "1"); // channel 1 is after its last
 }
 
 TEST_F(BlockIFrame, OfEqualTimesTheLowestChannelComesFirst) {

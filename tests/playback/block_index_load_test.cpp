@@ -11,7 +11,7 @@ class BlockIndexLoad : public PlaybackFixture {
 protected:
     static Lines NoLines() { return {}; }
 
-    /// The calls that opening block 0 makes behind those for its head and tail.
+    /// The calls that opening block 0 makes after those for its head and tail.
     Lines IndexCalls(int rebuild = 0) {
         const SystemCallLog log;
         const BlockReader reader(Disk(), 0, rebuild);
@@ -86,7 +86,7 @@ TEST_F(BlockIndexLoad, FirstAndLastChannel) {
 TEST_F(BlockIndexLoad, ChannelThatIsNotPresentHasNoTables) {
     MakeDisk();
     WriteRecording(0);
-    // Channels 2 and 8 state entries that nobody wrote: they are not skipped over either.
+    // Channels 2 and 8 state entries that were never written: no space is skipped for them.
     EditIndexHead([](BlkIndexHead_t& index) {
         index.iframeCount[2] = 7;
         index.recSegCount[2] = 5;
@@ -111,7 +111,7 @@ TEST_F(BlockIndexLoad, ChannelThatIsNotPresentHasNoTables) {
     EXPECT_EQ(reader->GetIFrameIndex(), -1);
     RecSegItem_t segment = {};
     EXPECT_EQ(reader->GetRecSegInfo(&record, &segment), -1);
-    EXPECT_EQ(segment.e, 1600u); // the stand-in
+    EXPECT_EQ(segment.e, 1600u); // the substitute
 }
 
 TEST_F(BlockIndexLoad, TableOfAChannelThatIsNoLongerPresentIsNotLoaded) {

@@ -101,7 +101,7 @@ TEST_F(BlockOpen, ClosingFlushesAndClosesTheDevice) {
     MakeDisk();
     CReadBlock reader;
     EXPECT_EQ(Open(reader), 0);
-    const SystemCallLog log([](const Call&, size_t) { return Fate::Failing(); }); // nobody asks how it went
+    const SystemCallLog log([](const Call&, size_t) { return Fate::Failing(); }); // the result is not used
     EXPECT_EQ(Printed([&] { EXPECT_EQ(reader.CloseBlock(), 0); }), "");
     EXPECT_EQ(CallsInBlock(log, Disk(), 0), (Lines{"sync", "close"}));
 }

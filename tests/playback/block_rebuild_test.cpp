@@ -150,7 +150,7 @@ TEST_F(BlockRebuild, OtherFramesNeverEndTheWalkByTheirTime) {
 }
 
 TEST_F(BlockRebuild, TimesNearTheEndOfTheNumbersWrap) {
-    // 30 seconds behind 0xFFFFFFF0 lies second 14.
+    // 30 seconds after 0xFFFFFFF0 lies second 14.
     MakeOpenBlock(1000);
     EXPECT_EQ(Rebuilt({PFrame(0, 0xFFFFFFF0)}), Lines{});
     EXPECT_EQ(Rebuilt({PFrame(0, -10)}), Lines{}); // the same seconds, before 1970
@@ -187,7 +187,7 @@ TEST_F(BlockRebuild, WalkEndsAtWhatIsNoFrame) {
 
 TEST_F(BlockRebuild, WalkGoesOnWhereTheFrameAreaEnds) {
     MakeOpenBlock();
-    // The frame area ends at 60600; what lies behind is read as well.
+    // The frame area ends at 60600; what comes after it is read as well.
     PutFrames(0, 0, {PFrame(0, 1000, 60600 - 24), PFrame(1, 1001)});
     PutHead(0, 60700, EndMark());
     BlockReader reader(Disk(), 0, 1);
@@ -252,7 +252,7 @@ TEST_F(BlockRebuild, FailedRebuildStillOpensTheBlock) {
     PartAccess_t access = Disk().Access();
     CReadBlock reader;
     {
-        const SystemCallLog log(FailingCall(8)); // behind six for head and tail, the second frame's seek
+        const SystemCallLog log(FailingCall(8)); // after six for head and tail, the second frame's seek
         EXPECT_EQ(Printed([&] { EXPECT_EQ(reader.OpenBlock(0, 0x10000, &access, 0, 1), 0); }), "");
     }
     RecordItem_t record = Record(0, 0);
@@ -265,7 +265,7 @@ TEST_F(BlockRebuild, FailedRebuildStillOpensTheBlock) {
 
 TEST_F(BlockRebuild, EventWithoutRoomForItsHeadEndsTheWalk) {
     MakeOpenBlock();
-    // Behind the event's head at 64696 - 24 - 15, 15 bytes are left.
+    // After the event's head at 64696 - 24 - 15, 15 bytes are left.
     PutFrames(0, 0, {PFrame(0, 1000, 64696 - 24 - 15 - 24)});
     PutHead(0, 64696 - 24 - 15, Frame(4, 0, 1000));
     BlockReader reader(Disk());

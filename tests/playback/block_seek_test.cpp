@@ -52,7 +52,7 @@ TEST_F(BlockSeek, TimeSeekGoesToTheFirstIFrameAtOrAfterTheTime) {
               "SeekTime : Offset 500 (seek:1004)(1000, 1010, 0)(1004000000, 500)\n");
     EXPECT_EQ(SeekTimeSays(reader, 0, record, 1008),
               "SeekTime : Offset 800 (seek:1008)(1000, 1010, 0)(1008000000, 800)\n");
-    // Behind all of them, the last will do.
+    // After all of them, the last one is taken.
     EXPECT_EQ(SeekTimeSays(reader, 0, record, 1009),
               "SeekTime : Offset 800 (seek:1009)(1000, 1010, 0)(1008000000, 800)\n");
     EXPECT_EQ(SeekTimeSays(reader, 0, record, 0x7FFFFFFF),
@@ -455,7 +455,7 @@ TEST_F(BlockSeek, PositionSeekComparesTimesUnsigned) {
     EXPECT_EQ(reader.SeekOffs(0, late, 2 * 76), 0);
     EXPECT_EQ(reader.Read(), "P0 -6");
     EXPECT_EQ(SeekOffsSays(reader, 0, late, 3 * 76, 0, -1), "");
-    // In a window of all times, second 0 is a place to go to, though not one to read.
+    // In a window of all times, a seek can go to second 0, but it cannot be read.
     EXPECT_EQ(reader.SeekOffs(0, OwnWindow(0, 0, 0xFFFFFFFF), 3 * 76), 0);
     EXPECT_EQ(reader.Read(), "1");
     EXPECT_EQ(reader.ReadUnit(), "P0 0");
@@ -545,7 +545,7 @@ TEST_F(BlockSeek, WindowBeforeTheFramesKeepsItsTimes) {
     EXPECT_EQ(SeekOffsSays(reader, 1, Record(0, 0), 0, 0), "");
     EXPECT_EQ(reader->GetOffset(0), -1);
     EXPECT_EQ(reader.Read(), "-1");
-    EXPECT_EQ(reader.ReadUnit(), "-1"); // sought, but none of the frame area's
+    EXPECT_EQ(reader.ReadUnit(), "-1"); // found by the seek, but not in the frame area
 }
 
 TEST_F(BlockSeek, OnlyAllChannelsWithoutAUsableSegmentBeginBeforeTheFrames) {
@@ -631,7 +631,7 @@ TEST_F(BlockSeek, FramesMayFillTheBlock) {
 TEST_F(BlockSeek, LengthsThatLeaveTheBlockFail) {
     MakeDisk();
     PutFrames(0, 0, {PFrame(0, 1000)});
-    // The frame behind whose head the block ends, or that would lead back to itself or to the first one.
+    // The frame after whose head the block ends, or that would lead back to itself or to the first one.
     for (const uint32_t len : {64696u - 124 + 1, 0x7FFFFFFFu, 0xFFFFFFE8u, 0xFFFFFF84u, 0xFFFFFFFFu}) {
         for (const uint32_t chn : {0u, 1u}) {
             PutHead(0, 100, PFrame(chn, 1001, len));

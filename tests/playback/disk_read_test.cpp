@@ -152,7 +152,7 @@ TEST_F(ReadDisk, PartitionWithAnotherMagicDeliversNothing) {
     EXPECT_NE(player.Handle(), nullptr);
     EXPECT_EQ(player.Frame(), "failed");
     EXPECT_EQ(player.UnitFrame(), "failed");
-    EXPECT_EQ(Check(disk, "anything"), 0); // nor has it a lock
+    EXPECT_EQ(Check(disk, "anything"), 0); // and it has no lock
 }
 
 TEST_F(ReadDisk, PlaysARecordOfOneChannelOrOfAll) {
@@ -176,7 +176,7 @@ TEST_F(ReadDisk, SeeksAndSteps) {
     EXPECT_EQ(player.Frame(), "I0@1002");
     EXPECT_EQ(player.SeekPos(0), 0);
     EXPECT_EQ(player.NextIFrame(), "I0@1002");
-    EXPECT_EQ(player.PrevIFrame(), "end"); // there is none behind the last one to turn round at
+    EXPECT_EQ(player.PrevIFrame(), "end"); // after the last one there is none to turn at
     EXPECT_EQ(player.SeekPos(0), 0);
     EXPECT_EQ(player.PrevIFrame(), "I0@1002");
     EXPECT_EQ(player.PrevIFrame(), "I0@1001");
@@ -266,7 +266,8 @@ TEST_F(ReadDisk, UnitReaderStartsAtTheFirstIFrameOfTheFirstChannel) {
 }
 
 TEST_F(ReadDisk, UnitReaderOfABlockWithoutChannelZeroStartsInTheFirstChannelThere) {
-    // What stands in for channel 0's segment begins at 1000; a search from second 0 finds channel 2's I-frame.
+    // The substitute for channel 0's segment begins at 1000; a search from second 0 finds channel 2's
+    // I-frame.
     OpenReadDisk disk(RecordOnNewDisk("D1@1000 P2@1001 I3@1002 I2@1003 P2@1004 |"));
     DiskPlayer unit(*disk, 0);
     EXPECT_EQ(unit.Messages(), "BeginReader BlockNum = 0, ChnType=1, (0, 0, 0, 0) \n"
@@ -328,7 +329,7 @@ TEST_F(ReadDisk, ReadersLeftOpenAtQuitCanBeStoppedLater) {
     EXPECT_EQ(first.SeekPos(0), 0);
     Quietly([&] { EXPECT_EQ(first.SeekTime(1002), 0); });
     EXPECT_EQ(first.Frame(), "failed");
-    // Another disk may be open on the object meanwhile.
+    // Another disk may be open on the object by then.
     EXPECT_EQ(disk.Init(&access), 0);
     DiskPlayer third(disk, kOneChannel, SegmentRecord(0, 0, 0, 1000));
     first.Stop();
@@ -382,7 +383,7 @@ protected:
         settings.channels = 0x80000003;
         sample_recorder::Recorder recorder(Disk(), settings);
         Frames frames;
-        // Both journeys end with a block of some seconds: of one second alone, a search makes no record.
+        // Both journeys end with a block of some seconds: a block of one second gives no record.
         const std::pair<uint32_t, uint32_t> journeys[] = {{1700000000, 62}, {1700100000, 61}};
         for (const auto& [start, seconds] : journeys) {
             const auto cameras = Cameras(start, seconds);
@@ -438,7 +439,7 @@ TEST_F(ReadRecordedDisk, UnitsPlayEveryFrameFromTheFirstIFrameOn) {
     const Frames recorded = Record(0);
     OpenReadDisk disk(Disk());
     Frames played;
-    size_t missing = 0; // what lies in front of the units' first I-frames of channel 0
+    size_t missing = 0; // what is before the units' first I-frames of channel 0
     void* payload = nullptr;
     Quietly([&] {
         for (int block = 0; block < 40; ++block) {

@@ -8,7 +8,7 @@ using namespace test_support;
 
 class PlaybackFaults : public PartFixture {
 protected:
-    /// Runs the round with fate @p fate for system call @p first, and for all behind it if @p forever.
+    /// Runs the round with fate @p fate for system call @p first, and for all after it if @p forever.
     /// @return false when the round ended before that call
     bool RunWith(const Fate& fate, size_t first, bool forever) {
         size_t opened = 0;

@@ -63,7 +63,7 @@ private:
         const int result = ((*part).*walk)(mode, seq, from, to, &found);
         if (result != 0) {
             EXPECT_EQ(result, -1);
-            EXPECT_EQ(found, 77u); // left alone
+            EXPECT_EQ(found, 77u); // unchanged
             return -1;
         }
         return static_cast<int>(found);
@@ -128,10 +128,10 @@ TEST_F(ReadPartBlocks, UnreadableBlocksAreUnusable) {
 
 // ---- blocks that cannot be opened
 
-/// What a disk makes of its blocks, each asked about alone: what a walk over them prints must be the same.
+/// The results of the questions about each block of a disk. A walk over the blocks must print the same.
 class BlocksThatCannotBeOpened : public ReadPartBlocks {
 protected:
-    /// A ring of eight blocks of which two lie inside the device; they bear no magic. Block 4 is bad.
+    /// A ring of eight blocks, two of them inside the device, without the magic. Block 4 is bad.
     void MakeCutDisk() {
         MakeDisk();
         Spoil(0);
@@ -142,7 +142,7 @@ protected:
 
     /// Expects these messages of blocks 0 to 7, by IsValidBlock() and by walks in both directions.
     void ExpectMessages(const Lines& expected) {
-        // Objects of their own: the table may be loaded in the one, and not yet in the other.
+        // Separate objects: the table may be loaded in one and not yet in the other.
         for (const bool forwards : {true, false}) {
             OpenReadPart part(Disk());
             Prepare(part);
@@ -181,7 +181,7 @@ private:
         }
     }
 
-    /// The path is gone while it lives, if it goes at all.
+    /// While this object exists the path is gone, if it was asked to remove it.
     class HostilePath {
     public:
         explicit HostilePath(BlocksThatCannotBeOpened& test) : m_test(test) { Move("disk", "elsewhere"); }
@@ -424,7 +424,7 @@ TEST_F(ReadPartBlocks, TableIsLoadedOnceOnFirstUse) {
     EXPECT_EQ(part->IsValidBlock(2, kNoTest, 0), 1);
     const SystemCallLog log;
     EXPECT_EQ(part->IsValidBlock(2, kNoTest, 0), 1);
-    EXPECT_EQ(log.Count(CallKind::Open), 1u); // the block's window alone
+    EXPECT_EQ(log.Count(CallKind::Open), 1u); // only the block's window
     EXPECT_EQ(log.Count(CallKind::Close), 1u);
 }
 
@@ -551,7 +551,7 @@ TEST_F(ReadPartBlocks, WalksWithAnEndOutsideTheRingTakeOneTurn) {
         EXPECT_EQ(Looked([&] { return Next(part, 2, to); }), (Blocks{2, 3, 0, 1})) << to;
         EXPECT_EQ(Looked([&] { return Prev(part, 2, to); }), (Blocks{2, 1, 0, 3})) << to;
     }
-    // A start outside it is looked at too, but is no bad block: none of the table's bits is its.
+    // A start outside it is tested too, but is not a bad block: the table has no bit for it.
     EXPECT_EQ(Looked([&] { return Next(part, 4, 0); }), (Blocks{1, 2, 3, 0}));
     EXPECT_EQ(Looked([&] { return Prev(part, 4, 0); }), (Blocks{3, 2, 1, 0}));
 }
@@ -622,7 +622,7 @@ TEST_F(ReadPartBlocks, ParametersOfARecord) {
         expected.AType = 205;
         expected.propRes = 206;
         std::memset(expected.VehicleNum, 'N', 16);
-        std::memcpy(expected.VehicleID, "vehicle\0behind", 14); // as it is, whatever it holds
+        std::memcpy(expected.VehicleID, "vehicle\0behind", 14); // unchanged, whatever it contains
         EXPECT_EQ(std::memcmp(&out, &expected, sizeof out), 0) << chn;
         // The record's channel becomes that of its id; the rest stays.
         const RecordItem_t after = {0x55, 3u << 16 | chn << 9 | 77, chn, 1000, 1900, 9000, 0};
@@ -643,7 +643,7 @@ TEST_F(ReadPartBlocks, ParametersLieInTheOrderOfTheirRecord) {
     EXPECT_EQ(sizeof out, 100u);
 }
 
-/// Asks for parameters that there are none of.
+/// Asks for parameters that do not exist.
 void ExpectNoParameters(CReadPart& part, RecordItem_t record, int rebuild = 0) {
     record.chn = 1234;
     const RecordItem_t before = record;

@@ -224,7 +224,7 @@ RoundOutcome PlayRound(PartAccess_t access) {
     EncodeParam_t parameters = {};
     RecordItem_t segment = SegmentRecord(0, 0, 0, 1000, 1900);
     RecordItem_t inside = SegmentRecord(0, 0, 0, 1002, 1006);
-    RecordItem_t window = WindowRecord(1, 0, 1009, 1900, 308); // behind 24 + 100 and 24 + 160 bytes
+    RecordItem_t window = WindowRecord(1, 0, 1009, 1900, 308); // after 24 + 100 and 24 + 160 bytes
     RecordItem_t incomplete = SegmentRecord(2, 1, 0, 1012);
     disk.GetInfo(&parameters, &segment, 0);
     disk.GetInfo(&parameters, &incomplete, 1);

@@ -121,7 +121,7 @@ struct RoundOutcome {
     int results[4] = {}; ///< how often calls returned -1, 0, 1 and 2
 };
 
-/// Plays a disk recorded with kRoundScript in all the ways there are, whatever the calls return. After each
+/// Plays a disk recorded with kRoundScript in every way, whatever the calls return. After each
 /// one the payload buffer must be the caller's to use. Allocates nothing of its own.
 RoundOutcome PlayRound(PartAccess_t access);
 extern const char* const kRoundScript;

@@ -194,7 +194,7 @@ TEST_F(ReadPartOpen, BadBlockTableIsReadWhole) {
             reads.push_back(call);
         }
     }
-    ASSERT_EQ(reads.size(), 1u); // the bits alone, no counters
+    ASSERT_EQ(reads.size(), 1u); // only the bits, no counters
     EXPECT_EQ(reads[0].offset, Disk().Head().BBTabOffs);
     EXPECT_EQ(reads[0].length, 2u); // nine blocks take two bytes of bits
     EXPECT_EQ(log.Count(CallKind::Open), 1u);

@@ -11,7 +11,7 @@ constexpr int kOneChannel = 0;
 constexpr int kAllChannels = 1;
 
 /// Six frames of channel 0 and one of channel 1; frame n of the seven lies at offset n * 124, as 24 bytes of
-/// head and 100 of payload take. Segment of channel 0: 1000 to 1005; of channel 1: second 1002 alone.
+/// head and 100 of payload take. Segment of channel 0: 1000 to 1005; of channel 1: only second 1002.
 const char* const kSevenFrames = "P0@1000 I0@1001 P0@1002 I1@1002 P0@1003 I0@1004 P0@1005 |";
 
 /// What opening a reader always prints.
@@ -124,7 +124,7 @@ TEST_F(PartReader, WindowThatDoesNotFitItsFramesIsReported) {
     EXPECT_EQ(early.Messages(), Opening(0, 0, "1003, 1004, 2, 248") +
                                     "\n----------->BeginReader BlockNum = 0, ChnType=0, (1003, 1004, 2, 248) "
                                     "pReader->pBlockObj->SeekOffs:-1\n");
-    // It then plays the block from its first frame, whatever the time.
+    // It then plays the block from its first frame, with any time.
     EXPECT_EQ(early.Frames(), "P0@1000 I0@1001 P0@1002 P0@1003 I0@1004 P0@1005 end");
     PartPlayer nowhere(*part, kAllChannels, WindowRecord(0, 0, 0x80000000, 0xFFFFFFFF, 0xFFFFFF00));
     EXPECT_EQ(nowhere.Messages(),
@@ -150,7 +150,7 @@ TEST_F(PartReader, RecordOfAnotherKindDeliversNothing) {
 
 TEST_F(PartReader, ChannelWithoutSegmentsIsPlayedFromTheFirstFrame) {
     OpenReadPart part(RecordOnNewDisk("P0@1000 D2@1001 I0@1002 D2@1003 |"));
-    // What stands in for its segment begins with the block's first frame.
+    // The substitute for its segment begins with the block's first frame.
     PartPlayer atStart(*part, kOneChannel, SegmentRecord(0, 2, 0, 1000));
     EXPECT_EQ(atStart.Messages(), Opening(0, 0, "1000, 2147483647, 0, 0") + "SeekOffs, # : fail\n");
     EXPECT_EQ(atStart.Frames(), "D2@1001 D2@1003 end");
@@ -342,7 +342,7 @@ TEST_F(PartReader, SeekPosReturnsZeroEvenWithoutAnIFrameBehind) {
     PartPlayer player(*part, kOneChannel, SegmentRecord(0, 0, 0, 1000, 1003));
     EXPECT_EQ(player.Frame(), "I0@1000");
     for (const unsigned int pos : {500u, 0xFFFFFFFFu}) {
-        // The first media frame behind the record's end stops the search, silently.
+        // The first media frame after the record's end stops the search, silently.
         EXPECT_EQ(Printed([&] { EXPECT_EQ(player.SeekPos(pos), 0); }), "");
     }
     // It has not moved, and plays on beyond the record.
@@ -364,7 +364,7 @@ TEST_F(PartReader, FailedTimeSeekOpensTheWindow) {
 TEST_F(PartReader, IFrameStepsGoThroughTheRecord) {
     OpenReadPart part(RecordOnNewDisk(kThreeIFrames));
     PartPlayer player(*part, kOneChannel, SegmentRecord(0, 0, 0, 1000));
-    EXPECT_EQ(player.NextIFrame(), "I0@1002"); // the first later than where it stands
+    EXPECT_EQ(player.NextIFrame(), "I0@1002"); // the first one later than the read position
     EXPECT_EQ(player.NextIFrame(), "I0@1005");
     EXPECT_EQ(player.NextIFrame(), "end");
     EXPECT_EQ(player.NextIFrame(), "end");
@@ -374,8 +374,8 @@ TEST_F(PartReader, IFrameStepsGoThroughTheRecord) {
     EXPECT_EQ(player.PrevIFrame(), "I0@1002");
     EXPECT_EQ(player.PrevIFrame(), "I0@1000");
     EXPECT_EQ(player.PrevIFrame(), "end");
-    EXPECT_EQ(player.Frame(), "P0@1001");      // on behind the last I-frame read
-    EXPECT_EQ(player.PrevIFrame(), "I0@1005"); // I0@1002 is passed to see where it stands
+    EXPECT_EQ(player.Frame(), "P0@1001");      // continues after the last I-frame read
+    EXPECT_EQ(player.PrevIFrame(), "I0@1005"); // I0@1002 is passed to find the position
     EXPECT_EQ(player.Frame(), "P0@1006");
     EXPECT_EQ(player.NextIFrame(), "failed"); // nothing is read at the end
 }
@@ -384,7 +384,7 @@ TEST_F(PartReader, IFrameStepsStayWithinTheWindow) {
     OpenReadPart part(RecordOnNewDisk(kThreeIFrames));
     PartPlayer player(*part, kOneChannel, SegmentRecord(0, 0, 0, 1000, 1003));
     EXPECT_EQ(player.NextIFrame(), "I0@1002");
-    EXPECT_EQ(player.NextIFrame(), "end"); // I0@1005 lies behind the record
+    EXPECT_EQ(player.NextIFrame(), "end"); // I0@1005 lies after the record
     EXPECT_EQ(player.NextIFrame(), "end");
 }
 
@@ -471,7 +471,7 @@ TEST_F(PartReader, GoesOnIntoTheNextBlockUpToItsFirstIFrame) {
     PartPlayer player(*part, kOneChannel, SegmentRecord(0, 0, 0, 1000));
     EXPECT_EQ(CrossingMessages(player, "I0@1000 P0@1001 P0@1002 P0@1003 end"), "ReadFrame BlockNum = 1 \n");
     EXPECT_EQ(player.Handle()->BlockNum, 1u);
-    // The I-frame was passed: reading on delivers what lies behind it, up to the block's end.
+    // The I-frame was passed: reading on delivers what lies after it, up to the block's end.
     EXPECT_EQ(player.Frame(), "P0@1005");
     EXPECT_EQ(player.Frame(), "failed");
     EXPECT_EQ(player.Frame(), "failed");
@@ -506,7 +506,7 @@ TEST_F(PartReader, SeeksAfterACrossingActInTheNewBlock) {
 }
 
 TEST_F(PartReader, WindowAfterACrossingIsThatOfTheNewBlocksSegment) {
-    // The second segment of each block; that of block 1 begins behind two frames.
+    // The second segment of each block; that of block 1 begins after two frames.
     RecordOnNewDisk("I0@1000 P0@1001 I0@1100 P0@1101 | P0@1102 P0@1103 P0@1130 P0@1131 P0@1160 I0@1161 |");
     OpenReadPart part(Disk());
     EXPECT_EQ(Play(part, kOneChannel, SegmentRecord(0, 0, 1, 1100)),
@@ -523,7 +523,7 @@ TEST_F(PartReader, WindowAfterACrossingIsThatOfTheNewBlocksSegment) {
 TEST_F(PartReader, RecordsEndCutsTheWindowAfterACrossing) {
     OpenReadPart part(RecordOnNewDisk("I0@1000 P0@1001 | P0@1002 P0@1003 P0@1004 P0@1005 I0@1006 |"));
     EXPECT_EQ(Play(part, kOneChannel, SegmentRecord(0, 0, 0, 1000, 1003)),
-              "I0@1000 P0@1001 P0@1002 P0@1003 failed"); // what lies outside is a failure there
+              "I0@1000 P0@1001 P0@1002 P0@1003 failed"); // a frame outside the window is a failure there
     EXPECT_EQ(Play(part, kOneChannel, SegmentRecord(0, 0, 0, 1000, 1006)),
               "I0@1000 P0@1001 P0@1002 P0@1003 P0@1004 P0@1005 end");
 }
@@ -551,7 +551,7 @@ TEST_F(PartReader, GoesOnWithRecordsOfEveryKind) {
 
 TEST_F(PartReader, WindowOfTheRecordsOwnIsTheSameAfterACrossing) {
     OpenReadPart part(RecordOnNewDisk("P0@1000 I0@1001 | P0@1002 P0@1003 P0@1004 I0@1005 |"));
-    // It begins behind the first frame here and there, and ends with second 1003.
+    // It begins after the first frame here and there, and ends with second 1003.
     EXPECT_EQ(Play(part, kOneChannel, WindowRecord(0, 0, 1001, 1900, 124)), "I0@1001 P0@1003 P0@1004 end");
     EXPECT_EQ(Play(part, kOneChannel, WindowRecord(0, 0, 1001, 1003, 124)), "I0@1001 P0@1003 failed");
 }
@@ -778,7 +778,7 @@ TEST_F(PartReader, ExtendedLayoutPlaysAndGoesOn) {
 TEST_F(PartReader, BlockWithoutRoomForAnEndMarkEndsInAFailure) {
     MakeDisk();
     // The frame area has 0xF000 - 840 bytes. Two frames of 24 + 30000 leave 552 of them, and the third takes
-    // these to the last one. Behind it nothing may be read, not even what would end the block.
+    // these to the last one. After it nothing may be read, not even what would end the block.
     Record("I0@1000:30000 P0@1001:30000 P0@1002:528 P0@1003 I0@1004 |");
     OpenReadPart part(Disk());
     PartPlayer player(*part, kOneChannel, SegmentRecord(0, 0, 0, 1000));
@@ -827,7 +827,7 @@ TEST_F(PartReader, ReadersSurviveAPartitionWithoutBlocks) {
     PartAccess_t access = other.Access();
     EXPECT_EQ(part->Init(&access), 0);
     EXPECT_EQ(player.Frames(), "I0@1000 P0@1001 end");
-    // And one that cannot be opened at all.
+    // And one that cannot be opened.
     access.PartName[0] = '\0';
     Quietly([&] { EXPECT_EQ(part->Init(&access), -1); });
     EXPECT_EQ(player.Frame(), "failed");

@@ -269,7 +269,7 @@ TEST_F(PlaybackCost, WholeBlockTakesThreeCallsAFrameAndReadsEachByteOnce) {
         payload += Length();
     }
     EXPECT_EQ(payload, 1000u);
-    // Nine frames, and the mark behind them.
+    // Nine frames, and the mark after them.
     EXPECT_EQ(log.Count(CallKind::Seek), 9u + 1);
     EXPECT_EQ(log.Count(CallKind::Read), 2u * 9 + 1);
     EXPECT_EQ(log.Calls().size(), 3u * 9 + 2);
@@ -330,7 +330,7 @@ TEST_F(PlaybackCost, TimeSeekTakesNoCall) {
 TEST_F(PlaybackCost, PositionSeekTakesAReadAndASeekForEachFrameUpToItsTarget) {
     Start(kOneChannel, Segment());
     const SystemCallLog log;
-    // 100 and 50 bytes of channel 0 are 150, not more; the I-frame behind them is the fifth frame.
+    // 100 and 50 bytes of channel 0 are 150, not more; the I-frame after them is the fifth frame.
     unsigned int pos = 150;
     Quietly([&] { EXPECT_EQ(Disk().SeekPos(Reader(), &pos), 0); });
     EXPECT_EQ(Describe(log), Walk(0, 0, {124, 348, 422, 506, 640}));
@@ -370,7 +370,7 @@ TEST_F(PlaybackCost, GoingOnInTheNextBlockOpensItTwice) {
     const SystemCallLog log;
     EXPECT_EQ(NextFrame(), 0);
     EXPECT_EQ(Length(), 30u);
-    // The mark behind the frames; the bad-block bits, one byte at 0x1000, after a seek to the device's end; a
+    // The mark after the frames; the bad-block bits, one byte at 0x1000, after a seek to the device's end; a
     // look at block 1; then the window moves there.
     const Lines badBlocks = {"open", "seek @0", "seek @4096", "read 1 at @4096", "close"};
     EXPECT_EQ(Describe(log), Joined({HeadAt(0, 1216), badBlocks, OpeningBlock1(), Closing(), Closing(),

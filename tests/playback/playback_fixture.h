@@ -14,7 +14,7 @@ namespace test_support {
 /// Payload of a frame that says nothing else: with its head, it takes 100 bytes.
 constexpr uint32_t kPayload = 76;
 
-/// Frame heads by what they stand for.
+/// Kinds of frame heads.
 FrameHead_t Frame(uint32_t type, uint32_t chn, int64_t seconds, uint32_t len = kPayload);
 inline FrameHead_t PFrame(uint32_t chn, int64_t seconds, uint32_t len = kPayload) {
     return Frame(0, chn, seconds, len);
@@ -32,7 +32,7 @@ inline FrameHead_t Data(uint32_t chn, int64_t seconds, uint32_t len = kPayload) 
 /// The mark at the end of the frames.
 FrameHead_t EndMark();
 
-/// The payload that PutFrames() writes behind a head, other with every second and channel.
+/// The payload that PutFrames() writes after a head, other with every second and channel.
 std::vector<uint8_t> PayloadOf(const FrameHead_t& head);
 /// A frame as text: type, channel, seconds: "I0 1000", "P1 1001", "A0 1002", "T3.0 1003" (type 3).
 std::string Describe(const FrameHead_t& head);
@@ -59,10 +59,10 @@ class PlaybackFixture : public SearchFixture {
 protected:
     PartitionImage& MakeExtendedDisk();
 
-    /// Writes a frame head, and nothing behind it.
+    /// Writes a frame head, and nothing after it.
     void PutHead(uint32_t block, uint32_t pos, const FrameHead_t& head);
-    /// Writes frames with their payloads one behind the other.
-    /// @return the position behind them
+    /// Writes frames with their payloads one after the other.
+    /// @return the position after them
     uint32_t PutFrames(uint32_t block, uint32_t pos, const std::vector<FrameHead_t>& frames);
     /// Writes an event frame of 100 bytes.
     void PutEvent(uint32_t block, uint32_t pos, const FrameHead_t& head, uint64_t type, uint8_t indexed);
@@ -103,7 +103,7 @@ public:
     /// Whether the window is this one, as the checks of heads and offsets show.
     ::testing::AssertionResult HasWindow(uint32_t start, uint32_t end, uint32_t offs);
     ::testing::AssertionResult IsWideOpen() { return HasWindow(0, 0xFFFFFFFF, 0); }
-    /// What CheckFrameHead() makes of a P-frame of the channel wanted, at this second.
+    /// The result of CheckFrameHead() for a P-frame of the channel wanted, at this second.
     int KindAt(uint32_t second);
 
     /// The segments held, "channel/segment " before each.

@@ -95,7 +95,7 @@ TEST_F(AlarmFinding, GivesWhatLookingAtEachEventGives) {
     for (int round = 0; round < 3000; ++round) {
         const BlockContents contents = RandomBlock(1);
         Disk().WriteBlock(1, contents);
-        EXPECT_EQ(blocks->ReadBlockIndexList(0, 0), 1); // lets go of the block's earlier counts
+        EXPECT_EQ(blocks->ReadBlockIndexList(0, 0), 1); // resets the counts of the block before
         if (Random(2) == 0) {
             // Block 1's count, another block's table: a search without events does not load this block's.
             const BlockContents other = RandomBlock(2);

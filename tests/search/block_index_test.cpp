@@ -108,7 +108,7 @@ TEST_F(BlockIndex, NormalLayoutIsNeverVouchedForByWhatLiesBehindItsTail) {
     MakeDisk();
     WriteFullBlock(1);
     Disk().Change<BlockTail_t>(Disk().TailOffset(1), [](auto& tail) { tail.RecSeq = 3; });
-    // Behind the tail lies the next block's head; its first word is no extended tail.
+    // After the tail is the next block's head; its first word is not an extended tail.
     Disk().Change<BlockHead_t>(Disk().HeadOffset(2), [](auto& head) { head.ValidFlag = 4; });
     OpenBlocks blocks(Disk());
     Quietly([&] { EXPECT_EQ(blocks->ReadBlockIndexList(1, 1), 0); });
@@ -215,7 +215,7 @@ TEST_F(BlockIndex, MediaListsGiveNoMoreEventsThanAreHeld) {
     EXPECT_EQ(blocks->GetSigleChnMediaList(2, 0, 0x7FFFFFFF, 0, 0, 0, 0, &records, &ofOne), 0);
     EXPECT_EQ(ofAll.m_nCount, 2);
     EXPECT_EQ(ofOne.m_nCount, 2);
-    // Of a block of which nothing was ever loaded there is no table at all.
+    // If nothing of a block was ever loaded, it has no table.
     OpenBlocks fresh(Disk());
     EventList none;
     EXPECT_EQ(fresh->ReadBlockIndexList(2, 1), 1);
@@ -270,7 +270,7 @@ TEST_F(BlockIndex, TableWhoseReadFailedHoldsNothing) {
     EXPECT_EQ(PrintedWithoutLines([&] { EXPECT_EQ(blocks->ReadBlockIndexList(1, 1), -1); }),
               "ReadBlockIndexList : #, Failed\n");
     EXPECT_EQ(blocks.Index(), "RecSeg[0][0]  1000, 1900, 0, 9000\n");
-    // A frame that is added begins a segment: there is no last one to go on with.
+    // A frame that is added begins a segment: there is no last one to extend.
     FrameInfo_t info = {};
     info.pts = 1150000000;
     info.chn = 3;

@@ -38,7 +38,7 @@ TEST_F(BlockInfo, ReadsEachPartWholeInItsPlaceNormalLayout) {
     const SystemCallLog log;
     EXPECT_EQ(blocks->GetBlockInfo(2, &head, &tail, &extHead, &tailEx), 0);
     EXPECT_EQ(Reads(log), (Places{{0x820000, 840}, {0x82FFEC, 20}}));
-    EXPECT_EQ(tailEx.RecSeq, 1u); // left alone
+    EXPECT_EQ(tailEx.RecSeq, 1u); // unchanged
 }
 
 TEST_F(BlockInfo, ReadsEachPartWholeInItsPlaceExtendedLayout) {
@@ -89,7 +89,7 @@ TEST_F(BlockInfo, ExtendedHeadOfTheNormalLayoutIsMadeUp) {
     EXPECT_EQ(log.Calls().size(), 0u);
     EXPECT_EQ(extHead.ExtParaValid, 0u);
     EXPECT_EQ(extHead.ExtPara, 0xFFFFFFFFu);
-    EXPECT_EQ(extHead.Reserved[0], 0xEE); // the rest is left alone
+    EXPECT_EQ(extHead.Reserved[0], 0xEE); // the rest is unchanged
 }
 
 TEST_F(BlockInfo, EveryFailureIsReportedAndEndsTheCall) {

@@ -105,7 +105,7 @@ TEST_F(BlockMedia, BackwardSegmentIsTakenAsItStands) {
     EXPECT_EQ(Media(0, 1000), Lines{}); // 200 + 1 < 100 fails
 }
 
-// ---- times are signed 32-bit numbers, whatever a long is
+// ---- times are signed 32-bit numbers, whatever the width of a long
 
 TEST_F(BlockMedia, SearchThatEndsAfterJanuary2038FindsNothing) {
     MakeDisk();
@@ -122,7 +122,7 @@ TEST_F(BlockMedia, SegmentsAfterJanuary2038AreBeforeAllOthers) {
     WriteOneSegment(0x80000000, 0x80000100);
     EXPECT_EQ(Media(0, kEndOfTime), Lines{});
     EXPECT_EQ(m_result, 0);
-    // Found only by a search that itself lies there: both ends negative, in order.
+    // Found only by a search in that range: both ends negative, in order.
     EXPECT_EQ(Media(static_cast<long>(0x80000000u), static_cast<long>(0x80000200u)),
               Lines{"1/0/0 2147483648-2147483904 size 1050 alarm 0 flag 0"});
 }
@@ -346,7 +346,7 @@ TEST_F(BlockMedia, SearchWithoutEventsTagsFromTheTableHeld) {
                              .Event(Pts(160), 0x1)
                              .Event(Pts(170), 0x2));
     OpenBlocks blocks(Disk());
-    EXPECT_EQ(Media(blocks, 0, 1000), Lines{"1/0/0 100-200 size 100 alarm 0 flag 0"}); // none held yet
+    EXPECT_EQ(Media(blocks, 0, 1000), Lines{"1/0/0 100-200 size 100 alarm 0 flag 0"}); // no events yet
     EXPECT_EQ(blocks->ReadBlockIndexList(2, 2), 1);
     // Block 1's count, block 2's table: one entry of it is looked at.
     EXPECT_EQ(Media(blocks, 0, 1000), Lines{"1/0/0 100-200 size 100 alarm 1 flag 0"});
@@ -388,7 +388,7 @@ TEST_F(BlockMedia, EventsMeetTheMask) {
     EXPECT_EQ(blocks->GetEventList(1, 0, 1000, INT64_MIN, &events), 1);
     EXPECT_EQ(blocks->GetEventList(1, 0, 1000, 0x10, &events), 0);
     EXPECT_EQ(Describe(events), (Lines{"1/1 160 type 6", "1/2 170 type 8000000000000000"}));
-    // Beside records, mask 0 is met by every event, one without type too.
+    // In a search for records, every event passes mask 0, also one without a type.
     EventList all;
     Media(blocks, 0, 1000, kAll, 0, 0, &all);
     EXPECT_EQ(all.m_nCount, 4);
@@ -427,7 +427,7 @@ TEST_F(BlockMedia, EventsOfAnIncompleteBlockAreNotTrusted) {
     format.fmtVersion = 1;
     MakeDisk(format);
     auto contents = BlockContents::Closed(1, 100, 900).Segment(0, 100, 200, 100).Event(Pts(150), 0x1);
-    contents.tail.RecSeq = 0; // the extended tail vouches alone
+    contents.tail.RecSeq = 0; // only the extended tail has the head's number
     Disk().WriteBlock(1, contents);
     OpenBlocks blocks(Disk());
     EventList events;

@@ -16,7 +16,7 @@ protected:
         Disk().WriteBlock(1, BlockContents::Open(9, recTime).Channels(0x5));
     }
 
-    /// Writes a frame, 76 bytes long unless it says otherwise, behind the last one.
+    /// Writes a frame, 76 bytes long unless it says otherwise, after the last one.
     void Put(uint32_t type, uint32_t chn, int64_t seconds, uint32_t len = 76) {
         Disk().Put(Disk().FrameOffset(1, m_pos), FrameHead_t{Pts(seconds), BLOCK_MAGIC, type, chn, len});
         m_pos += 24 + len;
@@ -52,7 +52,7 @@ TEST_F(IndexRebuild, MakesTheTablesOfTheFrames) {
         Put(1, 2, 1002); // 200
         Put(2, 2, 1003); // 300
         PutEvent(1004, 0x10, 1);
-        PutEvent(1005, 0x20, 0); // not meant for the index
+        PutEvent(1005, 0x20, 0); // not marked for the index
         Put(5, 0, 1006);         // other data
         Put(1, 0, 1007);         // 700
         // 20 bytes a head: the last frame of channel 0 ends at 700 + 96, its three add up to 3 * 96.
@@ -82,9 +82,9 @@ TEST_F(IndexRebuild, PrintsTheSegmentsOfEachChannel) {
 TEST_F(IndexRebuild, SegmentsEndWithAPauseOfSixteenSeconds) {
     MakeOpenBlock();
     Put(0, 0, 1000);
-    Put(0, 0, 1015); // 15: goes on
+    Put(0, 0, 1015); // 15: extends the segment
     Put(0, 0, 1031); // 16: another
-    Put(0, 0, 1016); // 15 back: goes on
+    Put(0, 0, 1016); // 15 back: extends the segment
     Put(0, 0, 1000); // 16 back: another
     EXPECT_EQ(Rebuilt(), "RecSeg[0][0]  1000, 1015, 0, 196\n"
                          "RecSeg[0][1]  1031, 1016, 200, 396\n"
@@ -150,7 +150,7 @@ TEST_F(IndexRebuild, FullFrameAreaEndsAtItsLimit) {
     MakeOpenBlock();
     Put(0, 0, 1000);
     Put(0, 0, 1001, kFrameArea - 100 - 24); // to its last byte
-    // What lies behind, where the index would be, looks like a frame.
+    // What comes after it, where the index would be, looks like a frame.
     Put(0, 0, 1002);
     EXPECT_EQ(Rebuilt(), "RecSeg[0][0]  1000, 1001, 0, " + std::to_string(kFrameArea - 4) + "\n");
 }
@@ -180,7 +180,7 @@ TEST_F(IndexRebuild, AddsToTheTablesHeld) {
                               "RecSeg[0][0]  1000, 1000, 0, 96\n");
 }
 
-// ---- going on behind the last I-frame
+// ---- continuing after the last I-frame
 
 TEST_F(IndexRebuild, ResumesBehindTheLastIFrame) {
     MakeOpenBlock();
@@ -195,7 +195,7 @@ TEST_F(IndexRebuild, ResumesBehindTheLastIFrame) {
     Put(1, 0, 1003);
     Put(0, 0, 1004);
     Quietly([&] { EXPECT_EQ(blocks->RebuildRecSegInfo(1, 7, 2), 0); });
-    // It begins behind channel 2's I-frame at 100: the frame at 200 counts again, which shows in the bytes
+    // It begins after channel 2's I-frame at 100: the frame at 200 counts again, which shows in the bytes
     // alone.
     EXPECT_EQ(blocks.Index(), "IFrame[0][0]  1000000000, 0\n"
                               "IFrame[0][1]  1003000000, 300\n"
@@ -206,7 +206,7 @@ TEST_F(IndexRebuild, ResumesBehindTheLastIFrame) {
 
 TEST_F(IndexRebuild, ResumesAtTheFirstFrameWithoutIFrames) {
     MakeOpenBlock();
-    Put(0, 0, 1000); // passed: it stands where an I-frame would that is in the index already
+    Put(0, 0, 1000); // passed: it is where an I-frame would be that is in the index already
     Put(0, 0, 1001);
     EXPECT_EQ(Rebuilt(2), "RecSeg[0][0]  1001, 1001, 100, 196\n");
 }
@@ -253,7 +253,7 @@ TEST_F(IndexRebuild, ResumesOnlyInsideItsBlock) {
         const int result = test.result;
         MakeDisk();
         Disk().WriteBlock(1, BlockContents::Closed(9, 1000, 1000).Channels(1).IFrame(0, Pts(1000), pos));
-        if (pos % 8 == 0) { // its type stands where the tail has its number
+        if (pos % 8 == 0) { // its type is where the tail has its number
             Disk().Put(Disk().FrameOffset(1, pos), FrameHead_t{Pts(1001), BLOCK_MAGIC, 9, 0, 0});
         }
         Disk().Truncate(Disk().BlockStart(1) + 0x200000000);

@@ -13,7 +13,7 @@ using namespace test_support;
 constexpr uint32_t kBlocks = 16384;
 constexpr uint32_t kLog2Blocks = 14;
 constexpr uint32_t kHour = 3600;
-constexpr uint32_t kNewest = 5000;                   // the ring has wrapped: its seam lies behind this block
+constexpr uint32_t kNewest = 5000;                   // the ring has wrapped: the oldest is the next one
 constexpr uint32_t kFirstTime = 20000u * 24 * kHour; // of the oldest block
 constexpr uint32_t kSecondsPerBlock = 600;
 
@@ -113,7 +113,7 @@ TEST_F(Cost, SearchOfARecentHourReadsOnlyTheBlocksItMust) {
     SystemCallLog log;
     Quietly([&] { EXPECT_EQ(Part()->SearchMedia(&param, 0, &records), 14); }); // seven blocks, two channels
     // What was read to find the ring's ends and the start block is bounded above; the walk itself begins with
-    // the start block, which is read more than once: take what comes behind its last head read.
+    // the start block, which is read more than once: take what comes after its last head read.
     const auto start = static_cast<int64_t>(Disk().HeadOffset(BlockOfAge(kBlocks - 20)));
     size_t walk = 0;
     for (size_t i = 0; i < log.Calls().size(); ++i) {
@@ -129,7 +129,7 @@ TEST_F(Cost, SearchOfARecentHourReadsOnlyTheBlocksItMust) {
             ++reads;
         }
     }
-    // The seven blocks of the hour and the one behind it, whose tail ends the walk. Each takes a head, then a
+    // The seven blocks of the hour and the one after it, whose tail ends the walk. Each takes a head, then a
     // head, a tail, an index head and two tables; the last one a tail more.
     EXPECT_EQ(blocks.size(), 8u);
     EXPECT_LE(reads, 8u * 6 + 1);

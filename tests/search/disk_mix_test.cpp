@@ -22,7 +22,7 @@ EventItem_t Event(uint32_t block, uint32_t time, uint64_t type) {
     return {type, block << 16, time};
 }
 
-/// A disk whose blocks record 10 seconds before an alarm and 30 behind it, and show all channels.
+/// A disk whose blocks record 10 seconds before an alarm and 30 after it, and show all channels.
 class Mix : public SearchFixture {
 protected:
     void MakeMixDisk(uint32_t fmtVersion = 0) {
@@ -95,7 +95,7 @@ TEST_F(Mix, EventsWhosePeriodsRunIntoEachOtherAreOne) {
     // 170 - 10 lies in 140-180.
     EXPECT_EQ(Cut({Record(1, 0, 100, 300)}, {Event(1, 150, 1), Event(1, 170, 2)}),
               (Lines{"1/0/0 100-140 0", "1/0/0 140-200 3", "1/0/0 200-300 0"}));
-    // 190 - 10 is the last second of 140-180, 191 - 10 lies behind it.
+    // 190 - 10 is the last second of 140-180, 191 - 10 lies after it.
     EXPECT_EQ(Cut({Record(1, 0, 100, 300)}, {Event(1, 150, 1), Event(1, 190, 2)}),
               (Lines{"1/0/0 100-140 0", "1/0/0 140-220 3", "1/0/0 220-300 0"}));
     EXPECT_EQ(Cut({Record(1, 0, 100, 300)}, {Event(1, 150, 1), Event(1, 191, 2)}),

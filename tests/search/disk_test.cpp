@@ -21,7 +21,7 @@ protected:
         const SearchParam_t before = param;
         RecordList records;
         Quietly([&] { EXPECT_EQ(m_disk.SearchMedia(&param, &records), records.m_nCount); });
-        EXPECT_EQ(std::memcmp(&param, &before, sizeof param), 0); // the request is left alone
+        EXPECT_EQ(std::memcmp(&param, &before, sizeof param), 0); // the request is unchanged
         return Describe(records);
     }
 
@@ -290,7 +290,7 @@ TEST_F(Disk, EventsFarApartMakeTwoWindows) {
     WriteAlarmBlock(0, {{1200, 0x1}, {1241, 0x1}});
     WriteAlarmBlock(1, {});
     Open();
-    // 1231 lies behind 1230.
+    // 1231 is after 1230.
     EXPECT_EQ(Media(0x1, 0, 9000), (Lines{"0/0/0 1190-1230 size 9000 alarm 1 flag 0",
                                           "0/0/0 1231-1271 size 9000 alarm 1 flag 0"}));
 }
@@ -440,7 +440,7 @@ TEST_F(Disk, WindowTimesWrapInThirtyTwoBits) {
     SearchFixture::Disk().Change<BlockHead_t>(SearchFixture::Disk().HeadOffset(0),
                                               [](auto& head) { head.pre_RecTime = 1501; });
     Open();
-    // The window begins at 0xFFFFFFFF, behind every record.
+    // The window begins at 0xFFFFFFFF, after every record.
     EXPECT_EQ(Media(0x1, 0, 9000), Lines{});
 }
 
@@ -471,7 +471,7 @@ TEST_F(Disk, CoarseRecordsComeOnceMoreInTheEnd) {
     WriteAlarmBlock(0, {{1200, 0x1}, {1895, 0x1}});
     SearchFixture::Disk().WriteBlock(1, BlockContents::Open(2, 1910).Channels(0x3));
     Open();
-    // First window: 1190-1230. Last window: 1885-1925, which the coarse records meet: cut, and once more as
+    // First window: 1190-1230. Last window: 1885-1925, which the coarse records overlap: cut, and again as
     // cut.
     EXPECT_EQ(
         Media(0x1, 0, 9000),

@@ -30,7 +30,7 @@ private:
         }
         if (result != 0) {
             EXPECT_EQ(result, -1);
-            EXPECT_EQ(found, 77u); // left alone
+            EXPECT_EQ(found, 77u); // unchanged
             return -1;
         }
         return static_cast<int>(found);

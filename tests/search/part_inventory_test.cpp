@@ -182,7 +182,7 @@ TEST_F(PartInventory, BlocksTooSmallForTheirOwnAreasAreBadUnits) {
         UnitList units;
         EXPECT_EQ(Printed([&] { EXPECT_EQ(part->GetBadUnitList(&units), 8); }), "");
     }
-    // Without tables there is nothing to go by at all.
+    // Without tables no block is known to be usable.
     Disk().EditHead([](PartHead_t& head) { head.BlkCount = 0xFFFFFFFF; });
     OpenPart part(Disk());
     UnitList units;
@@ -311,7 +311,7 @@ TEST_F(PartInventory, ArcWhoseEndsLieOnOneDayIsNotLookedInto) {
     for (uint32_t block = 0; block < 8; ++block) {
         WriteSpan(block, block + 1, 100 * kDay + block, 100 * kDay + block + 1);
     }
-    // A block that claims another day, in the middle: nobody asks it.
+    // A block in the middle that states another day: it is not read.
     WriteSpan(3, 4, 300 * kDay, 300 * kDay + 5);
     EXPECT_EQ(DateMap(), std::vector<unsigned int>{DayEntry(100)});
 }
@@ -367,11 +367,11 @@ TEST_F(PartInventory, DaysJoinWhatTheListHadBefore) {
     MakeDisk();
     OpenPart part(Disk());
     DayList days;
-    for (const unsigned int held : {7u, DayEntry(1), 5 * kDay}) { // the second alone stands for a day
+    for (const unsigned int held : {7u, DayEntry(1), 5 * kDay}) { // only the second is the entry of a day
         days.AddTail(held);
     }
     UnitTimeItem_t a = {3, kDay, 5 * kDay};
-    UnitTimeItem_t b = {4, 0, 10}; // time 0 is none, and the end lies on the same day
+    UnitTimeItem_t b = {4, 0, 10}; // time 0 counts as no time, and the end is on the same day
     EXPECT_EQ(part->BinGetDataMap(&a, &b, &days), 4);
     UnitTimeItem_t ends = {3, 1, 0xFFFFFFFF};
     EXPECT_EQ(part->BinGetDataMap(&ends, &ends, &days), 6);
@@ -395,7 +395,7 @@ TEST_F(PartInventory, HalvingBetweenTwoUnits) {
     // Neighbours, also across the ring's end.
     EXPECT_EQ(between({7, 5 * kDay, 5 * kDay}, {0, 7 * kDay, 8 * kDay}),
               (std::vector<unsigned int>{DayEntry(5), DayEntry(7), DayEntry(8)}));
-    // Far apart but on one day.
+    // Far apart but on the same day.
     EXPECT_EQ(between({1, 5 * kDay, 7 * kDay}, {6, 7 * kDay + 9, 8 * kDay}),
               (std::vector<unsigned int>{DayEntry(5), DayEntry(7), DayEntry(8)}));
     // An arc across the ring's end: 6, 7, 0, 1.
@@ -467,7 +467,7 @@ TEST_F(PartInventory, PerBlockDaysAreLocal) {
     tail.StartTime = 20 * 3600;
     tail.EndTime = 21 * 3600;
     EXPECT_EQ(part.AddDateToList(&head, &tail, &days, 12, &last), 12);
-    // A block never closed gives its start alone.
+    // Of a block that was never closed, only the start is used.
     tail.RecSeq = 3;
     head.RecTime = kDay * 7;
     EXPECT_EQ(part.AddDateToList(&head, &tail, &days, 12, &last), 13);

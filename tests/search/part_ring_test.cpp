@@ -64,7 +64,7 @@ TEST_F(PartRing, NewestInTheMiddleOfARingHalfWritten) {
     MakeDisk();
     WriteRing({1, 2, 3, 4});
     OpenPart part(Disk());
-    // The search goes on into the blocks never written, and says so.
+    // The search continues into the blocks never written, and prints a message.
     EXPECT_EQ(LastBlock(part, 3), "Disk Empty\nGetLastBlock LastBlockNum = 3, RecordNum = 4\n");
     EXPECT_EQ(FreeBlocks(part), 4u);
 }
@@ -289,7 +289,7 @@ TEST_F(PartRing, InitSearchFindsBothEndsAndClips) {
     EXPECT_EQ(InitSearch(part, 0, 20000, &messages), 3);
     EXPECT_EQ(messages, "GetLastBlock LastBlockNum = 2, RecordNum = 11\n"
                         "InitSearch Blk(3~2), Ret = 3, (4000~11000)\n");
-    // The caller's region is printed as it is when the request lies before the oldest recording.
+    // If the request is before the oldest recording, the caller's region is printed unchanged.
     m_region = {7, 8};
     EXPECT_EQ(InitSearch(part, 0, 4000, &messages), -1);
     EXPECT_EQ(messages, "GetLastBlock LastBlockNum = 2, RecordNum = 11\n"
@@ -414,7 +414,7 @@ TEST_F(PartRing, StartBlockInAWrappedRing) {
     EXPECT_EQ(StartBlock(part, 9500, 2), 0); // younger arc: blocks 0 to 2
     EXPECT_EQ(StartBlock(part, 9000, 2), 0);
     EXPECT_EQ(StartBlock(part, 10500, 4), 1);
-    EXPECT_EQ(StartBlock(part, 5500, 2), 4); // elder arc: blocks 3 to 7
+    EXPECT_EQ(StartBlock(part, 5500, 2), 4); // older arc: blocks 3 to 7
     EXPECT_EQ(StartBlock(part, 4500, 2), 3);
     EXPECT_EQ(StartBlock(part, 7999, 2), 6);
     EXPECT_EQ(StartBlock(part, 8999, 2), 3); // inside block 7, the arc's last: its first
@@ -427,8 +427,8 @@ TEST_F(PartRing, StartBlockSkipsBadBlocksAtTheEndsOfTheArcs) {
     Disk().SetBad(7);
     OpenPart part(Disk());
     InitSearch(part, 0, 0xFFFFFFFF);
-    // Younger arc 1 to 2, elder arc 3 to 6.
-    EXPECT_EQ(StartBlock(part, 9500, 2), 3); // before block 1: elder arc, behind block 6: its first
+    // Newer arc 1 to 2, older arc 3 to 6.
+    EXPECT_EQ(StartBlock(part, 9500, 2), 3); // before block 1: older arc, after block 6: its first
     EXPECT_EQ(StartBlock(part, 10500, 2), 1);
     EXPECT_EQ(StartBlock(part, 5500, 2), 4);
 }

@@ -69,7 +69,7 @@ TEST_F(PartWalk, RecordsOfEverything) {
 TEST_F(PartWalk, EndIsTheRequestsOwnNotTheClippedOne) {
     MakeDisk();
     WriteRing({1, 2, 3});
-    // The region ends where the newest block starts, the records go on.
+    // The region ends at the newest block's start, but the records continue.
     EXPECT_EQ(Media(2500, 3500), (Lines{"1/0/0 2500-2900 size 4000 alarm 0 flag 0",
                                         "2/0/0 3000-3500 size 5000 alarm 0 flag 0"}));
 }
@@ -86,7 +86,7 @@ TEST_F(PartWalk, RequestAfterTheNewestStartSearchesTheNewestBlock) {
 TEST_F(PartWalk, StartIsTheClippedOne) {
     MakeDisk();
     WriteRing({1, 2, 3});
-    // Recorded before the oldest block was opened: outside the region, whatever the request says.
+    // Recorded before the oldest block was opened: outside the region, even if the request includes it.
     Disk().WriteBlock(0, BlockContents::Closed(1, 1000, 1900)
                              .Segment(0, 500, 600, 100)
                              .Segment(0, 900, 1100, 2000)
@@ -315,7 +315,7 @@ TEST_F(PartWalk, EventWalkStopsBehindTheRequestOnly) {
     // An open block without events, in the middle: its head differs from its tail, which stops nothing here.
     Disk().WriteBlock(3, BlockContents::Open(4, 4000));
     EXPECT_EQ(Events(0, 0x7FFFFFFF).size(), 7u);
-    // A block behind the request ends the walk.
+    // A block after the request ends the walk.
     Disk().WriteBlock(3, BlockContents::Closed(4, 9500, 9900));
     EXPECT_EQ(Events(0, 9499).size(), 3u);
     EXPECT_EQ(Events(0, 9500).size(), 7u);
