@@ -9,36 +9,37 @@
 
 namespace disk_access {
 
-/// What reads of frames answer, besides 0 for a frame and -1 for a failure.
+/// Results of frame reads, in addition to 0 (a frame) and -1 (failure).
 constexpr int kReadEnds = 1;     ///< the end of the window, of the recording, or of the I-frames to step to
 constexpr int kNoMoreFrames = 2; ///< no further frame in this block
 
-/// Frame types that a reader tells apart.
+/// The frame types that the library distinguishes.
 constexpr uint32_t kIFrame = 1;
 constexpr uint32_t kEventFrame = 4;
 
-/// Whether a frame is video or audio: media times place a recording, those of other frames say nothing.
+/// Whether a frame is video or audio. Only the times of media frames say when something was recorded.
 constexpr bool IsMedia(uint32_t type) {
     return type <= 2;
 }
 
-/// A media frame this many seconds older than its block is left over from the ring's previous turn. Less than
-/// that may be the clock, or streams that do not begin at the same instant.
+/// A media frame that is more than this many seconds older than its block is left over from the ring's
+/// previous turn. A smaller difference may come from the clock, or from streams that do not begin at the same
+/// time.
 constexpr uint32_t kStaleSeconds = 30;
 
-/// Whether a media frame is older than @p time by more than that. In unsigned 32-bit seconds, as the recorder
-/// counts.
+/// Whether a media frame is older than @p time by more than that. Computed in unsigned 32-bit seconds, as the
+/// recorder does.
 inline bool IsStale(const FrameHead_t& frame, uint32_t time) {
     return IsMedia(frame.type) && static_cast<uint32_t>(SecondsOf(frame.pts)) + kStaleSeconds < time;
 }
 
-/// Bytes from a frame's head to the next one's. In 64 bits: a forged length may lie near 2^32, and a sum that
-/// wrapped would stay in place or jump back.
+/// Bytes from a frame's head to the next frame's head. In 64 bits: a forged length may be near 2^32, and with
+/// a wrapped sum a walk would not move, or would go back.
 constexpr uint64_t FrameSpan(const FrameHead_t& head) {
     return sizeof(FrameHead_t) + uint64_t{head.len};
 }
 
-/// A frame as callers get it.
+/// A frame as callers receive it.
 inline FrameInfo_t InfoOf(const FrameHead_t& head) {
     return {static_cast<uint64_t>(head.pts), head.type, head.chn, head.len};
 }

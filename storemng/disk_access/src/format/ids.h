@@ -13,7 +13,7 @@ constexpr uint32_t MakeRecordId(uint32_t block, uint32_t chn, uint32_t segment) 
 /// RecordItem_t::flag: how a record was made, and so how playback finds its frames.
 constexpr uint32_t kIndexedRecord = 0;    ///< a segment of a block's index
 constexpr uint32_t kWholeBlockRecord = 1; ///< a block without a usable index
-constexpr uint32_t kOwnWindowRecord = 2;  ///< carries its own window
+constexpr uint32_t kOwnWindowRecord = 2;  ///< has its own time window
 
 /// Event id: block number in bits 16-31, entry of the block's event table in bits 0-15.
 constexpr uint32_t MakeEventId(uint32_t block, uint32_t entry) {
@@ -25,7 +25,7 @@ constexpr uint32_t BlockOfId(uint32_t id) {
     return id >> 16;
 }
 
-/// The channel that a record id names: up to 127, though channels end at 31.
+/// The channel that a record id names: up to 127, although channels end at 31.
 constexpr uint32_t ChannelOfId(uint32_t recId) {
     return recId >> 9 & 0x7F;
 }

@@ -13,9 +13,9 @@ namespace disk_access {
 /// How a table load ended.
 enum class Load { Done, OutOfBlock, NoMemory, ReadFailed };
 
-/// The place in the index area that the next table starts at. Tables lie back to back, so one that is not
-/// wanted still moves the next. Counts come from the disk: the offset is kept in 64 bits, in which no sum of
-/// them wraps.
+/// Loads index tables, and keeps the offset at which the next table starts. Tables follow each other
+/// directly, so a table that is not wanted also moves the offset. Counts come from the disk: the offset has
+/// 64 bits, so no sum of them wraps.
 /// @tparam ReadBlock a function (uint64_t block offset, void* buffer, uint32_t bytes) that returns 0 or -1
 template <typename ReadBlock>
 class IndexLoader {
@@ -24,9 +24,9 @@ public:
         : m_readBlock(readBlock), m_blkSize(geometry.blkSize),
           m_offset(uint64_t{geometry.IndexAreaStart()} + sizeof(BlkIndexHead_t)) {}
 
-    /// Goes through one kind of per-channel tables: every channel that is present and has entries takes its
-    /// space, and is loaded if wanted.
-    /// @param heldCounts gets the counts of what was loaded
+    /// Passes over one kind of per-channel tables. Every channel that is present and has entries has a table;
+    /// it is loaded if @p wanted.
+    /// @param heldCounts gets the counts of the tables loaded
     template <typename Entry>
     Load ChannelTables(uint32_t present, const uint32_t* counts, bool wanted, IndexTable<Entry>* tables,
                        uint32_t* heldCounts) {
@@ -46,8 +46,8 @@ public:
         return Load::Done;
     }
 
-    /// Loads a table of @p count entries, at least one, without moving on. A table that would not end within
-    /// the block is a forgery, and gets no memory.
+    /// Loads a table of @p count entries, at least one, at the current offset, which does not move. A table
+    /// that would not end within the block is forged: no memory is allocated for it.
     template <typename Entry>
     Load Table(IndexTable<Entry>& table, uint32_t count) {
         const uint64_t bytes = uint64_t{count} * sizeof(Entry);
@@ -58,7 +58,7 @@ public:
             return Load::NoMemory;
         }
         if (m_readBlock(m_offset, table.Data(), static_cast<uint32_t>(bytes)) != 0) {
-            table.Forget(); // half of it may have been read
+            table.Forget(); // a part of it may have been read
             return Load::ReadFailed;
         }
         return Load::Done;

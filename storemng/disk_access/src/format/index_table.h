@@ -8,10 +8,10 @@
 
 namespace disk_access {
 
-/// A heap array of index entries that knows how many it holds.
+/// A heap array of index entries that knows how many entries it has.
 ///
-/// The count that a block's index head states and the entries in memory are two things: a count may be taken
-/// over without its table, and a table outlives its count. Whoever walks a table is bounded by Held().
+/// The count in a block's index head and the number of entries in memory may differ: a count may be set
+/// without its table, and a table may be kept after its count changed. Walk a table up to Held() only.
 template <typename Entry>
 class IndexTable {
     static_assert(std::is_trivially_copyable<Entry>::value, "entries are read from the disk as they are");
@@ -22,8 +22,8 @@ public:
     IndexTable& operator=(const IndexTable&) = delete;
     ~IndexTable() { std::free(m_entries); }
 
-    /// Makes room for exactly @p count entries, at least one; entries that are new are zero.
-    /// @return false when memory is short; nothing has changed then
+    /// Resizes the table to exactly @p count entries, at least one; new entries are zero.
+    /// @return false if there is no memory; the table is then unchanged
     bool Resize(uint32_t count) {
         void* const grown = std::realloc(m_entries, std::size_t{count} * sizeof(Entry));
         if (grown == nullptr) {
@@ -37,24 +37,24 @@ public:
         return true;
     }
 
-    /// Lets go of what is held, but not of the memory.
+    /// Removes all entries, but keeps the memory.
     void Forget() { m_held = 0; }
 
-    /// Lets go of the memory too.
+    /// Removes all entries and frees the memory.
     void Release() {
         std::free(m_entries);
         m_entries = nullptr;
         m_held = 0;
     }
 
-    /// Whether the table was ever given memory.
+    /// Whether the table has memory, with or without entries.
     bool Allocated() const { return m_entries != nullptr; }
 
-    /// How many of @p count entries may be looked at.
+    /// How many of @p count entries may be read.
     uint32_t Held(uint32_t count) const { return count < m_held ? count : m_held; }
 
     Entry* Data() { return m_entries; }
-    /// A copy of an entry: entries lie as on the disk, 64-bit fields unaligned.
+    /// A copy of an entry: entries are packed as on the disk, and 64-bit fields may be unaligned.
     Entry At(uint32_t index) const { return m_entries[index]; }
     void Put(uint32_t index, const Entry& entry) { m_entries[index] = entry; }
 

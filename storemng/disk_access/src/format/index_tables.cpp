@@ -9,14 +9,14 @@ namespace disk_access {
 
 namespace {
 
-/// A pause of this many seconds ends a record segment, forwards or, after the clock was set, backwards.
+/// A time difference of this many seconds ends a record segment: a pause, or a clock that was set back.
 constexpr int64_t kMergeGap = 16;
 
-/// What a frame adds to its segment's bytes besides its payload. The recorder counts 20 bytes for a head that
-/// takes 24 on the disk; a rebuilt index must be the one that the recorder would have written.
+/// The bytes that a frame's head adds to its segment. The recorder counts 20 bytes for a head that takes 24
+/// on the disk, and a rebuilt index must be the one that the recorder would have written.
 constexpr uint32_t kHeadBytesInSegment = 20;
 
-/// Appends an entry behind those held, and counts it.
+/// Appends an entry after those in memory, and counts it.
 template <typename Entry>
 void Append(IndexTable<Entry>& table, uint32_t& count, const Entry& entry) {
     const uint32_t held = table.Held(count);
@@ -68,7 +68,7 @@ void IndexTables::AddToSegments(const FrameInfo_t& frame, uint32_t pos) {
         }
     }
     if (held == 0) {
-        segments.Release(); // what an earlier block left, which must not show when memory is short
+        segments.Release(); // entries of an earlier block must not appear if there is no memory
     }
     Append(segments, counts.recSegCount[frame.chn], RecSegItem_t{time, time, pos, pos + bytes, bytes});
 }

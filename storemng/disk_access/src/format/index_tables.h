@@ -10,19 +10,19 @@
 
 namespace disk_access {
 
-/// Whether playback has the index of a block that was never closed made from its frames. Other numbers than 1 mean no.
+/// Whether playback rebuilds the index of a block that was never closed from its frames: only with 1.
 constexpr int kNoRebuild = 0;
 constexpr int kRebuild = 1;
 
-/// The index of a block in memory: the counts that its index head states, and the tables. The two are kept
-/// apart: a table may be missing behind its count, or hold fewer entries than that says.
+/// The index of a block in memory: the counts from its index head, and the tables. A table may be missing, or
+/// have fewer entries than its count says.
 struct IndexTables {
     BlkIndexHead_t counts = {};
     IndexTable<IFrameItem_t> iframeTab[kChannels];
     IndexTable<RecSegItem_t> recSegTab[kChannels];
     IndexTable<EventIndexItem_t> eventTab;
 
-    /// Entries that may be looked at.
+    /// Numbers of entries that may be read.
     uint32_t IFrames(uint32_t chn) const { return iframeTab[chn].Held(counts.iframeCount[chn]); }
     uint32_t Segments(uint32_t chn) const { return recSegTab[chn].Held(counts.recSegCount[chn]); }
     uint32_t Events() const { return eventTab.Held(counts.eventCount); }
@@ -30,11 +30,12 @@ struct IndexTables {
     /// Frees every table; the counts stay.
     void ReleaseTables();
 
-    /// Folds one frame of a block that was never closed into the index: an I-frame, or an event that is meant
-    /// for the index, becomes an entry of its table, and a media frame extends its channel's last record
-    /// segment or begins a new one. What memory is short for is left out. A channel above 31 has no tables.
+    /// Adds one frame of a block that was never closed to the index. An I-frame, or an event that is marked
+    /// for the index, becomes an entry of its table. A media frame extends its channel's last record segment
+    /// or begins a new one. An entry for which there is no memory is left out. A channel above 31 has no
+    /// tables.
     /// @param pos       the frame's offset in the frame area
-    /// @param eventHead of an event frame: the start of its payload
+    /// @param eventHead for an event frame: the start of its payload
     void AddFrame(const FrameInfo_t& frame, uint32_t pos, const EventHead_t* eventHead);
 
 private:

@@ -5,8 +5,8 @@
 
 namespace disk_access {
 
-/// The elements of a list, in its order: `for (const RecordItem_t& record : ListElements(list))`. The list may grow
-/// meanwhile, but not shrink.
+/// The elements of a list, in its order: `for (const RecordItem_t& record : ListElements(list))`. During the
+/// loop elements may be appended to the list, but not removed.
 template <typename T>
 class ListElements {
 public:

@@ -5,8 +5,8 @@
 
 namespace disk_access {
 
-/// Arithmetic of a ring of @p count blocks. The sums are made in 64 bits: a forged count may lie near 2^32. A
-/// ring without blocks has no neighbours; callers ask before they step.
+/// Arithmetic of a ring of @p count blocks. Sums have 64 bits: a forged count may be near 2^32. In a ring
+/// without blocks only Span() may be called.
 struct Ring {
     uint32_t count;
 
@@ -18,7 +18,8 @@ struct Ring {
         return static_cast<uint32_t>((block + steps) % count);
     }
 
-    /// Blocks from @p from forwards to @p to, both included: 1 to count. 0 in a ring without blocks.
+    /// Number of blocks from @p from forwards to @p to, both included: 1 to count; 0 in a ring without
+    /// blocks.
     constexpr uint32_t Span(uint32_t from, uint32_t to) const {
         if (count == 0) {
             return 0;
@@ -27,7 +28,7 @@ struct Ring {
         return span == 0 ? count : span;
     }
 
-    /// The block half-way from @p from forwards to @p to.
+    /// The block in the middle between @p from and, forwards, @p to.
     constexpr uint32_t Middle(uint32_t from, uint32_t to) const {
         const uint64_t sum = uint64_t{from} + to;
         return static_cast<uint32_t>(from < to ? sum / 2 : (sum + count) / 2 % count);

@@ -7,14 +7,14 @@
 namespace disk_access {
 
 /// Makes an object's private state in zeroed memory from the C allocator.
-/// @return null when memory is short
+/// @return null if there is no memory
 template <typename State>
 State* MakeState() {
     void* const memory = std::calloc(1, sizeof(State));
     return memory == nullptr ? nullptr : new (memory) State();
 }
 
-/// Destroys a state made by MakeState(), and nulls the pointer to it. Null is allowed.
+/// Destroys a state made by MakeState(), and sets the pointer to null. The pointer may be null.
 template <typename State>
 void DropState(State*& state) {
     if (state != nullptr) {
