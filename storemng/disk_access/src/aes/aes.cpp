@@ -1,8 +1,8 @@
-// The low-level AES functions that applications expect the library to bring along. They are libcrypto's.
+// The low-level AES functions that applications expect in the library. They are libcrypto's.
 //
-// The library exports them under their own names, so that a program which links the library alone, or looks
-// them up in it, finds them. It must not refer to libcrypto's by these names, which would lead back to its
-// own: it looks them up in libcrypto, which it is linked with and which therefore is loaded.
+// The library exports them under their own names, so that programs find them that link only the library or
+// look them up in it. It must not refer to libcrypto's functions by these names: the names would refer to its
+// own. Instead it looks them up in libcrypto, which is loaded because the library is linked with it.
 
 #include <dlfcn.h>
 
