@@ -11,13 +11,13 @@ using namespace disk_access;
 
 namespace {
 
-/// Device offset of a block's first byte. The product is made in 64 bits: partitions exceed 4 GiB.
+/// Device offset of a block's first byte. Computed in 64 bits: partitions exceed 4 GiB.
 int64_t StartOf(const block_info_t& info, uint32_t block) {
     return static_cast<int64_t>(info.BaseOffs + uint64_t{block} * info.BlkSize);
 }
 
-/// Sums offsets without the overflow that a forged geometry could bring about: a sum that wraps is negative,
-/// and the device refuses it.
+/// Adds offsets without the undefined overflow that a forged geometry could cause: a sum that wraps is
+/// negative, and the device refuses it.
 int64_t Advance(int64_t offset, uint32_t bytes) {
     return static_cast<int64_t>(static_cast<uint64_t>(offset) + bytes);
 }
@@ -92,7 +92,7 @@ int block_read(bolck_op_st* block, void* buf, unsigned int len) {
         block->CurOffs = Advance(block->CurOffs, len);
         return 0;
     }
-    // Reads rely on the device standing at CurOffs: put it back to where this one began.
+    // Reads rely on the device's position being CurOffs: move it back to where this read began.
     HostSeek(block->fd, block->CurOffs, SEEK_SET);
     return -1;
 }

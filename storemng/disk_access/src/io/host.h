@@ -2,9 +2,9 @@
 #define DISK_ACCESS_IO_HOST_H
 
 /// @file host.h
-/// All that the library asks of the system it runs on: the calls on a device, and the line of text that tells of a
-/// failure. Every one of them goes through a table, so that a program into which the library is linked statically can
-/// read from something else than a device file, and can take the messages. Nothing of this is exported.
+/// Everything for which the library needs the system that it runs on: the calls on a device, and the
+/// messages. All of them go through a table. So a program that links the library statically can read from a
+/// source other than a device file, and can receive the messages. Nothing of this is exported.
 
 #include <cstdarg>
 #include <cstddef>
@@ -12,8 +12,9 @@
 
 namespace disk_access {
 
-/// The calls. Each gets the table's own context first; the rest, and the result, are those of the system call of that
-/// name. A descriptor is whatever `open` returned: the library keeps it, compares it with 0 and 1, and passes it on.
+/// The calls. The first argument of each is the table's context; the other arguments and the result are those
+/// of the system call of that name. A descriptor is the number that `open` returned: the library keeps it,
+/// compares it with 0 and 1, and passes it to the other calls.
 struct HostCalls {
     void* context;
     int (*open)(void* context, const char* path, int flags);
@@ -26,11 +27,12 @@ struct HostCalls {
     void (*message)(void* context, const char* format, va_list values);
 };
 
-/// The table that is in force unless another is set: the kernel, and standard output.
+/// The default table: the kernel, and standard output.
 extern const HostCalls kKernelCalls;
 
-/// Puts a table in force on this thread, for as long as this object lives; then the one before is in force again.
-/// Objects of the library must be used under the table that they were opened under: their descriptors are its own.
+/// Sets the table for this thread, as long as this object exists; its destructor sets the previous table
+/// again. Use an object of the library only under the table under which it was opened: its descriptors belong
+/// to that table.
 class HostScope {
 public:
     /// @param calls must outlive this object
@@ -39,14 +41,14 @@ public:
     HostScope(const HostScope&) = delete;
     HostScope& operator=(const HostScope&) = delete;
 
-    /// The table that is in force again afterwards, for one that passes on what it does not answer itself.
+    /// The previous table. A table can pass calls to it that it does not answer itself.
     const HostCalls& Before() const { return *m_before; }
 
 private:
     const HostCalls* m_before;
 };
 
-/// The calls of the table in force.
+/// Make the calls of the current table.
 /// @{
 int HostOpen(const char* path, int flags);
 int64_t HostSeek(int fd, int64_t offset, int whence);
