@@ -10,10 +10,10 @@
 
 namespace disk_access {
 
-/// A descriptor, closed at the end of its scope.
+/// A descriptor that is closed at the end of its scope.
 class DumpDevice {
 public:
-    /// @param fd as HostOpen() gave it
+    /// @param fd the result of HostOpen()
     explicit DumpDevice(int fd) : m_fd(fd) {}
     ~DumpDevice() {
         if (Opened()) {
@@ -28,7 +28,7 @@ public:
 
     bool Seek(uint64_t offset) const { return HostSeek(m_fd, static_cast<int64_t>(offset), SEEK_SET) >= 0; }
 
-    /// Reads one structure whole; less of it is a failure.
+    /// Reads exactly @p size bytes; a shorter read is a failure.
     bool Read(void* data, size_t size) const { return HostReadWhole(m_fd, data, size); }
 
     bool ReadAt(uint64_t offset, void* data, size_t size) const { return Seek(offset) && Read(data, size); }

@@ -1,4 +1,4 @@
-// The dump's part on blocks: heads, channel properties, index tables and tails.
+// The dump of blocks: heads, channel properties, index tables and tails.
 
 #include "dump/print_block.h"
 
@@ -12,8 +12,8 @@ namespace {
 
 static_assert(sizeof(time_t) >= 8, "times of the disk are unsigned: a 32-bit time_t ends in 2038");
 
-/// Adds the counts of all channels up, of those too that the block's channel set leaves out. In 64 bits: each
-/// may be anything.
+/// Adds the counts of all channels, also of those that are not in the block's channel set. In 64 bits: a
+/// count may have any value.
 uint64_t Sum(const uint32_t (&counts)[kChannels]) {
     uint64_t sum = 0;
     for (const uint32_t count : counts) {
@@ -47,7 +47,7 @@ void BlockPrinter::Print(uint32_t block) {
     }
     PrintHead(head);
     if (head.RecSeq == 0) {
-        return; // never written: what lies behind the head means nothing
+        return; // never written: the data after the head is not valid
     }
     if (m_detailed) {
         PrintDetail(head);
@@ -92,7 +92,7 @@ void BlockPrinter::PrintProperties(int chn, const ChnProp_t& prop) const {
 }
 
 bool BlockPrinter::PrintIndex(uint64_t start) {
-    // The area lies before the block's end, also where a forged block is smaller than it.
+    // The area ends at the block's end, also if a forged block is smaller than the area.
     const uint64_t end = start + m_geometry.blkSize;
     const uint64_t indexStart = end - m_geometry.IndexAreaSize();
     BlkIndexHead_t index = {};
@@ -158,7 +158,7 @@ void BlockPrinter::PrintTails(uint64_t start) const {
     m_out.print(m_out.ctx, "EndTime : %d, ", Decimal(tail.EndTime));
     PrintTime(tail.EndTime);
 
-    // The normal layout has no extended tail: what is printed there is the beginning of the next block.
+    // The normal layout has no extended tail: the beginning of the next block is printed instead.
     BlockTailEx_t tailEx = {};
     if (!m_device.ReadAt(tailStart + sizeof tail, &tailEx, sizeof tailEx)) {
         return;
@@ -183,7 +183,7 @@ template <typename Entry>
 const Entry* BlockPrinter::Load(uint64_t offset, uint32_t count) {
     const uint64_t bytes = uint64_t{count} * sizeof(Entry);
     if (offset + bytes > m_deviceSize) {
-        return nullptr; // it cannot be read, so it gets no memory
+        return nullptr; // it cannot be read: no memory is allocated
     }
     void* const entries = m_scratch.Get(static_cast<size_t>(bytes));
     const bool read = entries != nullptr && m_device.ReadAt(offset, entries, static_cast<size_t>(bytes));

@@ -12,7 +12,7 @@
 
 namespace disk_access {
 
-/// Memory that grows to the largest table asked for, and serves block after block.
+/// Memory that grows to the largest table needed, and is used for one block after the other.
 class ScratchBuffer {
 public:
     ScratchBuffer() = default;
@@ -20,7 +20,7 @@ public:
     ScratchBuffer(const ScratchBuffer&) = delete;
     ScratchBuffer& operator=(const ScratchBuffer&) = delete;
 
-    /// @return at least @p size bytes; null when memory is short: then there is no buffer any more
+    /// @return at least @p size bytes; null if there is no memory: the buffer was then freed
     void* Get(size_t size);
 
 private:
@@ -37,24 +37,24 @@ public:
         : m_device(device), m_deviceSize(deviceSize), m_geometry(geometry), m_detailed(detailed), m_out(out) {
     }
 
-    /// Prints a block, as far as it can be read.
+    /// Prints the parts of a block that can be read.
     void Print(uint32_t block);
 
 private:
     void PrintHead(const BlockHead_t& head) const;
     void PrintDetail(const BlockHead_t& head) const;
     void PrintProperties(int chn, const ChnProp_t& prop) const;
-    /// These print tables of the index.
+    /// These three print tables of the index.
     /// @return false when they cannot be read or would not end within the block
     bool PrintIndex(uint64_t start);
     bool PrintSegments(uint64_t offset, uint32_t count);
     bool PrintEvents(uint64_t offset, uint32_t count);
     void PrintTails(uint64_t start) const;
-    /// Ends a line with the local time of a time of the disk.
+    /// Ends a line with the local time for a time from the disk.
     void PrintTime(uint32_t seconds) const;
 
     /// Reads the @p count entries of a table, at least one, into the scratch buffer.
-    /// @return null when that fails
+    /// @return null if that fails
     template <typename Entry>
     const Entry* Load(uint64_t offset, uint32_t count);
 

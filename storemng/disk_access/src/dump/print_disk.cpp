@@ -1,4 +1,4 @@
-// CPrintDisk: the device's size, the partition head and the bad-block tables; then block after block.
+// CPrintDisk: the device's size, the partition head and the bad-block tables; then one block after the other.
 
 #include "print_disk.h"
 
@@ -21,7 +21,7 @@ using namespace disk_access;
 
 namespace {
 
-/// The size of a block device in bytes; below 1 when it cannot be told, as for every file of another kind.
+/// The size of a block device in bytes; below 1 if it cannot be determined, as for every other kind of file.
 long long BlockDeviceSize(const char* path) {
     const DumpDevice device(HostOpen(path, O_RDONLY));
     int sectorSize = 0;
@@ -32,7 +32,7 @@ long long BlockDeviceSize(const char* path) {
     if (HostControl(device.Descriptor(), BLKGETSIZE64, &bytes) >= 0) {
         return static_cast<long long>(bytes);
     }
-    // A kernel that does not know the size in bytes tells it in sectors.
+    // A kernel without this call returns the size in sectors.
     unsigned long sectors = 0;
     if (HostControl(device.Descriptor(), BLKGETSIZE, &sectors) < 0) {
         return 0;
@@ -62,8 +62,8 @@ void PrintHead(const PartHead_t& head, const Printer& out) {
 
 using Table = std::unique_ptr<uint8_t, decltype(&std::free)>;
 
-/// Reads a table of @p size bytes. One that would reach beyond the device cannot be read, so it gets no memory.
-/// @return null when it cannot be had
+/// Reads a table of @p size bytes. No memory is allocated for a table that would reach beyond the device.
+/// @return null if it cannot be read, or if there is no memory
 Table ReadTable(const DumpDevice& device, uint64_t deviceSize, uint32_t offset, uint32_t size) {
     Table table(nullptr, std::free);
     if (device.Seek(offset) && uint64_t{offset} + size <= deviceSize) {
@@ -111,7 +111,7 @@ int PrintCounters(const DumpDevice& device, uint64_t deviceSize, const PartHead_
     return 0;
 }
 
-/// One table after the other: only one is held at a time.
+/// One table after the other: only one is in memory at a time.
 int PrintTables(const DumpDevice& device, uint64_t deviceSize, const PartHead_t& head, const Printer& out) {
     out.print(out.ctx, "*******************************BAD TAB********************************** \n");
     const int result = PrintBadBlocks(device, deviceSize, head, out);

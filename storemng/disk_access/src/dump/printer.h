@@ -7,25 +7,25 @@
 
 namespace disk_access {
 
-/// The caller's print function, and the context it wants. Values pass through its "..." unconverted: the
-/// attribute has the compiler hold every format against the sizes of its values.
+/// The caller's print function, and its context. Values pass through its "..." without conversion: because of
+/// the attribute, the compiler compares every format with the sizes of its values.
 struct Printer {
     int (*print)(void* ctx, const char* format, ...) __attribute__((format(printf, 2, 3)));
     void* ctx;
 
-    /// Passes text on as the format itself.
+    /// Passes text as the format itself.
     void Text(const char* text) const {
         int (*const unchecked)(void*, const char*, ...) = print;
         unchecked(ctx, text);
     }
 };
 
-/// An unsigned field of the disk as the int that %d takes.
+/// An unsigned field of the disk as the int that %d needs.
 constexpr int Decimal(uint32_t field) {
     return static_cast<int>(field);
 }
 
-/// A terminated copy of a text field, which need not be terminated itself.
+/// A NUL-terminated copy of a text field. The field itself may have no NUL.
 template <size_t Size>
 struct FieldText {
     explicit FieldText(const char (&field)[Size]) {
