@@ -10,10 +10,10 @@ namespace disk_access {
 
 namespace {
 
-/// So many looks at an event cost about as much as sorting does.
+/// This many tests of an event cost about as much as sorting.
 constexpr uint64_t kWorthSorting = 1024;
 
-/// A number that sorts as an event's second does, as a signed one, and then as its entry.
+/// A sort key: orders events by second, as a signed number, and then by entry.
 constexpr uint64_t SortKey(int32_t second, uint32_t entry) {
     return uint64_t{static_cast<uint32_t>(second) ^ 0x80000000} << 32 | entry;
 }
@@ -37,7 +37,8 @@ AlarmFinder::AlarmFinder(const IndexTables& index, uint64_t mask, uint64_t spans
     if (spans * events < kWorthSorting) {
         return;
     }
-    // A sorted event and two nodes each. Without memory, it takes longer.
+    // One sort key and two tree nodes per event. Without memory, the events are tested one by one, which
+    // takes longer.
     m_events =
         static_cast<uint64_t*>(std::malloc(size_t{events} * (sizeof *m_events + 2 * sizeof *m_firsts)));
     if (m_events != nullptr) {
@@ -62,7 +63,7 @@ void AlarmFinder::TakeEvents() {
         }
     }
     if (!sorted) {
-        // In place, and never slower than n log n.
+        // Sorts in place, and never takes more than n log n steps.
         std::make_heap(m_events, m_events + m_count);
         std::sort_heap(m_events, m_events + m_count);
     }
@@ -86,7 +87,7 @@ uint32_t AlarmFinder::First(int32_t start, int32_t end) const {
     const auto* const to = std::lower_bound(events, events + m_count, SortKey(end, kNoEvent));
     auto left = static_cast<size_t>(from - events) + m_count;
     auto right = static_cast<size_t>(to - events) + m_count;
-    // The stretch from left to before right, in as few nodes as make it up.
+    // Covers the range from left to before right with as few nodes as possible.
     uint32_t first = kNoEvent;
     for (; left < right; left /= 2, right /= 2) {
         if (left % 2 != 0) {

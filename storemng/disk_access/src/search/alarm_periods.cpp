@@ -11,7 +11,7 @@ bool AlarmPeriods::Next(EventPeriodItem_t& period) {
         const uint32_t begin = event.time - pre;
         const uint32_t end = event.time + post;
         if (m_open.startTime != 0 && m_open.startTime <= begin && begin <= m_open.endTime) {
-            // The end moves to this event's, be it an earlier one: delays differ from block to block.
+            // The end becomes this event's end, even if that is earlier: delays differ from block to block.
             m_open.endTime = end;
             m_open.alarmType = m_open.alarmType | event.alarmType;
             continue;

@@ -8,19 +8,19 @@
 
 namespace disk_access {
 
-/// Makes periods of events: each from its block's pre-record time before it to its block's alarm delay after it,
-/// joined with the next one if that begins inside. Unsigned 32-bit seconds, as on the disk; a start of 0 stands for
-/// no period.
+/// Makes periods from events. A period goes from the pre-record time before its event to the alarm delay
+/// after it (both from the head of the event's block). If the next period begins inside, the two are joined.
+/// Times are unsigned 32-bit seconds, as on the disk; a start of 0 means that there is no period.
 class AlarmPeriods {
 public:
-    /// @param events is emptied by and by
+    /// @param events events are removed as they are used
     AlarmPeriods(CSearchPart& part, CCommList<EventItem_t>& events) : m_part(part), m_events(events) {}
 
     /// Takes events up to one that begins another period.
-    /// @return true with the period before it; false when the events have come to their end
+    /// @return true with the period before it; false if there are no more events
     bool Next(EventPeriodItem_t& period);
 
-    /// The period of the last events, which nothing has ended.
+    /// The period of the last events, after which no other period began.
     const EventPeriodItem_t& Last() const { return m_open; }
 
 private:

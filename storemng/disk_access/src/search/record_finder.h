@@ -8,17 +8,18 @@
 
 namespace disk_access {
 
-/// Finds the records of a list that meet a span of time, without looking at all of them each time: a tree over
-/// stretches of the list knows their earliest starts and latest ends. Without memory for it, all records are one stretch.
+/// Finds the records of a list that overlap a time span, without testing all of them each time. The list is
+/// divided into stretches, and a tree over them has their earliest starts and latest ends. If there is no
+/// memory for the tree, all records are one stretch.
 class RecordFinder {
 public:
-    /// @param records must stay as they are while this object is used
+    /// @param records must not change while this object is used
     explicit RecordFinder(const CCommList<RecordItem_t>& records);
     ~RecordFinder();
     RecordFinder(const RecordFinder&) = delete;
     RecordFinder& operator=(const RecordFinder&) = delete;
 
-    /// Hands the records that may meet [@p start, @p end] to @p visit, in the list's order.
+    /// Calls @p visit with each record that may overlap [@p start, @p end], in the list's order.
     template <typename Visit>
     void Find(uint32_t start, uint32_t end, const Visit& visit) const {
         for (size_t at = 1; at != 0;) {
@@ -39,7 +40,7 @@ public:
 private:
     using Node = CCommListNode<RecordItem_t>;
 
-    /// From the earliest start to the latest end of records.
+    /// A time span from the earliest start to the latest end of records.
     struct Span {
         uint32_t start;
         uint32_t end;
@@ -49,13 +50,13 @@ private:
 
     void FillLeaves(const Node* node);
 
-    /// The node that follows when nothing below one is wanted, or 0 after the last.
+    /// The next node if nothing below node @p at is wanted; 0 after the last.
     static size_t Behind(size_t at);
 
-    size_t m_length;                               ///< records in a stretch
-    size_t m_leaves = 1;                           ///< of the tree: a power of two
-    Span* m_spans;                                 ///< of its nodes: 1 the root, 2 n and 2 n + 1 below n
-    const Node** m_stretches;                      ///< the first record of each
+    size_t m_length;          ///< records in a stretch
+    size_t m_leaves = 1;      ///< of the tree: a power of two
+    Span* m_spans;            ///< of its nodes: 1 is the root, 2 n and 2 n + 1 are below n
+    const Node** m_stretches; ///< the first record of each
     Span m_allTime[2] = {{0, 0}, {0, UINT32_MAX}}; ///< without memory: a tree of one stretch
     const Node* m_first;
 };

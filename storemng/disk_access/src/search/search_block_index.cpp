@@ -1,4 +1,4 @@
-// CSearchBlock: loading a block's index tables, and printing those held.
+// CSearchBlock: loading a block's index tables, and printing those in memory.
 
 #include <cstdint>
 
@@ -13,7 +13,7 @@ using namespace disk_access;
 
 namespace {
 
-/// A new block starts with empty tables; their memory is kept for it.
+/// A new block starts with empty tables; the tables keep their memory.
 void SwitchTo(BlockIndexCache_t& cache, uint32_t block) {
     if (block == cache.curBlock) {
         return;
@@ -24,7 +24,7 @@ void SwitchTo(BlockIndexCache_t& cache, uint32_t block) {
 
 /// Tells whether the recorder finished a block's index.
 /// @param head gets the block's head
-/// @return kIndexComplete, kCompleteByExtendedTail or kIndexIncomplete; -1 when head or tails cannot be read
+/// @return kIndexComplete, kCompleteByExtendedTail or kIndexIncomplete; -1 if head or tails cannot be read
 int IndexStatus(CSearchBlock& blocks, uint32_t block, BlockHead_t& head) {
     BlockTail_t tail = {};
     if (blocks.GetBlockInfo(block, &head, &tail, nullptr, nullptr) != 0) {
@@ -34,7 +34,7 @@ int IndexStatus(CSearchBlock& blocks, uint32_t block, BlockHead_t& head) {
         return kIndexComplete;
     }
     Message("Block %d Not complete\n", static_cast<int>(block));
-    // Without an extended tail this stays zero: such a block is complete only if it was never recorded.
+    // In the normal layout this stays zero: the block then counts as complete only if it was never recorded.
     BlockTailEx_t tailEx = {};
     if (blocks.GetBlockInfo(block, nullptr, nullptr, nullptr, &tailEx) != 0) {
         return -1;
@@ -42,7 +42,7 @@ int IndexStatus(CSearchBlock& blocks, uint32_t block, BlockHead_t& head) {
     return head.RecSeq == tailEx.RecSeq ? kCompleteByExtendedTail : kIndexIncomplete;
 }
 
-/// The index of a block whose writer finished it.
+/// Reads the index of a block that the recorder finished.
 class IndexReader {
 public:
     IndexReader(BlockIndexCache_t& cache, uint32_t block)
@@ -89,7 +89,7 @@ private:
         }
         const Load load = loader.Table(m_cache.eventTab, count);
         if (load == Load::NoMemory) {
-            // A search can do without events, the segments are there; but not with those of another block.
+            // A search needs the segments but not the events. It must not use the events of another block.
             m_cache.eventTab.Forget();
             return true;
         }

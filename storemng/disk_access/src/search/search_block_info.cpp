@@ -1,4 +1,4 @@
-// CSearchBlock: making and releasing the object, and reading a block's head and tail.
+// CSearchBlock: constructor and destructor, and reading a block's head and tail.
 
 #include <cstdint>
 
@@ -13,8 +13,8 @@ using namespace disk_access;
 
 namespace {
 
-/// Reads a structure whole, or leaves it as it was: searches go on with what a buffer held before, and the
-/// front half of a structure cut short must not pass for the structure.
+/// Reads a complete structure, or leaves @p out unchanged. After a failed read searches use the previous
+/// contents of a buffer, and these must not be mixed with the first part of another structure.
 template <typename Structure>
 bool ReadWhole(dev_op_st* dev, uint64_t offset, Structure& out) {
     Structure read;
@@ -77,7 +77,8 @@ int CSearchBlock::GetUnitRecMap(unsigned int block) {
     if (m_pCache == nullptr) {
         return -1;
     }
-    // The counts stay: this only looks at the block, and a later load of its index starts from what is held.
+    // The counts stay: this only reads head and tail, and a later load of the index starts with the tables in
+    // memory.
     m_pCache->curBlock = block;
     BlockHead_t head = {};
     BlockTail_t tail = {};

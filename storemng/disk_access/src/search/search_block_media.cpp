@@ -1,4 +1,4 @@
-// CSearchBlock: the records and events that a block's index gives.
+// CSearchBlock: the records and events from a block's index.
 
 #include <algorithm>
 #include <cstdint>
@@ -26,8 +26,8 @@ struct Span {
 /// A record made without an index lasts at most this long.
 constexpr uint32_t kNoIndexRecordSeconds = 12 * 60 * 60;
 
-/// The bytes of the part of a segment that a record covers, by the segment's mean rate. The division comes
-/// first: the recorder's arithmetic is 32 bits wide.
+/// The bytes of the part of a segment that a record covers, estimated from the segment's average rate.
+/// Divides first, because the recorder computes in 32 bits.
 uint32_t ClippedSize(const RecSegItem_t& seg, uint32_t clipStart, uint32_t clipEnd) {
     if ((seg.s == clipStart && seg.e == clipEnd) || seg.s == seg.e) {
         return seg.totalsize;
@@ -40,8 +40,8 @@ uint64_t AlarmTypes(int64_t alarmMask) {
     return alarmMask == 0 ? 0xFFFFFFFFu : static_cast<uint64_t>(alarmMask);
 }
 
-/// The type that an event gives its record. Without an event, 0 when the mask is 0, else -1: not a record of
-/// the search.
+/// The alarm type of a record with this event. Without an event: 0 if the mask is 0, else -1, which means
+/// that the record does not belong to the search.
 int64_t AlarmType(const IndexTables& index, uint32_t event, int64_t alarmMask) {
     if (event == kNoEvent) {
         return alarmMask == 0 ? 0 : -1;
@@ -49,7 +49,7 @@ int64_t AlarmType(const IndexTables& index, uint32_t event, int64_t alarmMask) {
     return static_cast<int64_t>(index.eventTab.At(event).type);
 }
 
-/// What all the segments of one search have in common.
+/// The parameters that are the same for all segments of one search.
 struct MediaQuery {
     uint32_t block;
     Span span;
@@ -58,8 +58,8 @@ struct MediaQuery {
     uint32_t offsetMode;
 };
 
-/// Makes the record of a segment that overlaps the search. A segment that runs one second past the end of the
-/// search keeps its own end.
+/// Makes the record of a segment that overlaps the search. A segment that ends one second after the search
+/// keeps its own end.
 RecordItem_t MakeRecord(const MediaQuery& query, uint32_t chn, uint32_t segment, const RecSegItem_t& seg,
                         int64_t alarmType) {
     const int32_t s = Signed(seg.s);
@@ -75,7 +75,7 @@ RecordItem_t MakeRecord(const MediaQuery& query, uint32_t chn, uint32_t segment,
     return record;
 }
 
-/// Appends the record of one segment held, if it belongs to the search.
+/// Appends the record of one segment in memory, if it belongs to the search.
 /// @return the number appended: 0 or 1
 int AddSegment(const BlockIndexCache_t& cache, const AlarmFinder& alarms, const MediaQuery& query,
                uint32_t chn, uint32_t segment, CCommList<RecordItem_t>* recList) {
@@ -97,7 +97,8 @@ int AddSegment(const BlockIndexCache_t& cache, const AlarmFinder& alarms, const 
     return 1;
 }
 
-/// Appends the events held that lie strictly inside the span and meet the mask; mask 0 is met by every event.
+/// Appends the events in memory that are inside the span (both ends excluded) and whose type has a bit of the
+/// mask. Mask 0 selects every event.
 /// @return the number appended
 int AddEvents(const BlockIndexCache_t& cache, uint32_t block, const Span& span, int64_t alarmMask,
               CCommList<EventItem_t>* list) {
@@ -125,8 +126,8 @@ long long CSearchBlock::CheckAlarmContition(long start, long end, long long alar
     if (m_pCache == nullptr) {
         return alarmMask == 0 ? 0 : -1;
     }
-    // The table may be an earlier block's: a search without events does not load this block's. Only its own
-    // entries are looked at, whatever the count says.
+    // The table may be an earlier block's: a search without events does not load this block's table. Only
+    // entries in memory are tested, whatever the count says.
     const uint32_t event = FirstAlarm(*m_pCache, Seconds32(start), Seconds32(end), AlarmTypes(alarmMask));
     return AlarmType(*m_pCache, event, alarmMask);
 }
@@ -137,7 +138,7 @@ int CSearchBlock::GetEventList(unsigned int block, long start, long end, long lo
     if (m_pCache == nullptr || alarmMask == 0 || list == nullptr || span.start >= span.end) {
         return -1;
     }
-    // Only a block that was closed properly vouches for its events; the extended tail does not.
+    // Only events of a block that is complete by its tail are used; the extended tail is not enough.
     if (ReadBlockIndexList(block, kLoadEvents) != kIndexComplete) {
         return -1;
     }

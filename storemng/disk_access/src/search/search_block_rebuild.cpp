@@ -1,4 +1,4 @@
-// CSearchBlock: making the index of a block that was never closed from its frames.
+// CSearchBlock: building the index of a block that was never closed from its frames.
 
 #include <algorithm>
 #include <cstdint>
@@ -14,20 +14,20 @@ using namespace disk_access;
 
 namespace {
 
-/// The mode that goes on behind the last I-frame held; every other starts at the first frame.
+/// The mode that starts after the last I-frame in memory; every other mode starts at the first frame.
 constexpr unsigned int kResume = 2;
 
-/// Device offset of a frame position. In 64 bits, in which no forged length makes it wrap.
+/// Device offset of a frame position. In 64 bits, so that no forged length makes it wrap.
 uint64_t FrameStart(const BlockIndexCache_t& cache, uint32_t block, uint64_t pos) {
     return cache.BlockStart(block) + cache.geometry.headAreaSize + pos;
 }
 
-/// Whether the head of a frame at a position lies in the block: positions of an index come from the disk.
+/// Whether a frame head at this position is inside the block: positions in an index come from the disk.
 bool HeadInBlock(const BlockGeometry& geometry, uint64_t pos) {
     return geometry.headAreaSize + pos + sizeof(FrameHead_t) <= geometry.blkSize;
 }
 
-/// The position of the last I-frame held of any channel that is present; 0 without one.
+/// The highest position of the last I-frames in memory of all channels that are present; 0 if there is none.
 uint32_t LastIFrame(const BlockIndexCache_t& cache, uint32_t present) {
     uint32_t last = 0;
     for (uint32_t chn = 0; chn < kChannels; ++chn) {
@@ -63,7 +63,7 @@ int CSearchBlock::RebuildRecSegInfo(unsigned int block, unsigned int flags, unsi
     }
     uint64_t pos = 0;
     if (mode == kResume) {
-        ReadBlockIndexList(block, flags); // what it cannot load is made from the frames
+        ReadBlockIndexList(block, flags); // if this fails, the index is built from the frames
         pos = LastIFrame(cache, head.media_chn_bitmap);
         FrameHead_t last = {};
         if (!HeadInBlock(cache.geometry, pos) ||

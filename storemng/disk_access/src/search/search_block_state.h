@@ -9,22 +9,22 @@
 
 namespace disk_access {
 
-/// What CSearchBlock::ReadBlockIndexList() is asked to load.
+/// Flags of CSearchBlock::ReadBlockIndexList(): what to load.
 constexpr unsigned int kLoadRecSegs = 1;
 constexpr unsigned int kLoadEvents = 2;
 constexpr unsigned int kLoadIFrames = 4;
 
-/// What it answers of a block that it could read.
+/// Its results for a block that it could read.
 constexpr int kIndexIncomplete = 0; ///< the recorder never closed the block
 constexpr int kIndexComplete = 1;
 constexpr int kCompleteByExtendedTail = 2;
 
 } // namespace disk_access
 
-/// The index tables of the block that was asked for last.
+/// The index tables of the block that was used last.
 ///
-/// A count belongs to curBlock; a table is memory that is reused from block to block, and may hold an earlier
-/// block's entries behind a count of zero.
+/// The counts belong to curBlock. The tables' memory is reused from block to block: with a count of zero, a
+/// table may still have an earlier block's entries.
 struct BlockIndexCache_t : public disk_access::IndexTables {
     dev_op_st* dev = nullptr; ///< owned by the partition object
     disk_access::BlockGeometry geometry = {};

@@ -1,4 +1,4 @@
-// CSearchDisk: the object's life, and the operations that it hands on.
+// CSearchDisk: constructor to destructor, and the operations that it forwards to CSearchPart.
 
 #include "search_disk.h"
 
@@ -13,7 +13,7 @@ using namespace disk_access;
 
 namespace {
 
-/// Callers count what they were given: a failure further down is nothing found.
+/// Callers expect a count: a failure in a lower layer counts as nothing found.
 int CountOf(int result) {
     return std::max(result, 0);
 }
@@ -40,7 +40,7 @@ int CSearchDisk::Init(PartAccess_t* part) {
         return -1;
     }
     m_pState->partAccess = *part;
-    // A partition that cannot be opened leaves a closed object, in which searches find nothing.
+    // If the partition cannot be opened, searchPart stays closed, and searches find nothing.
     m_pState->searchPart->Init(&m_pState->partAccess);
     return 0;
 }

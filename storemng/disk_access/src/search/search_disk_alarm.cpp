@@ -16,13 +16,13 @@ namespace disk_access {
 
 namespace {
 
-/// Cuts the records found to alarm windows, into the caller's list.
+/// Cuts the records to alarm windows, and appends the parts to the caller's list.
 class AlarmRecords {
 public:
     AlarmRecords(const CCommList<RecordItem_t>& records, uint64_t alarmMask, CCommList<RecordItem_t>& out)
         : m_records(records), m_finder(records), m_alarmMask(alarmMask), m_out(out) {}
 
-    /// Appends the part of every record that lies inside the window.
+    /// Appends the part of every record that is inside the window.
     void Emit(const EventPeriodItem_t& window) {
         m_finder.Find(window.startTime, window.endTime, [&](RecordItem_t record) {
             if (Cut(record, window)) {
@@ -31,9 +31,9 @@ public:
         });
     }
 
-    /// The same for the last window. Behind the part of each coarse record, made without an index, comes the
-    /// record itself (cut already if it met the window): what lies in its block cannot be told, and must not
-    /// be missed.
+    /// The same for the last window. After the part of each coarse record (made without an index) the record
+    /// itself is appended, already cut if it overlaps the window: its block may contain events that are not
+    /// known.
     void EmitLast(const EventPeriodItem_t& window) {
         for (RecordItem_t record : ListElements(m_records)) {
             if (Cut(record, window)) {

@@ -32,11 +32,11 @@ void TakePeriods(CSearchPart& part, EventList& events, PeriodList& periods) {
     }
 }
 
-/// The same segment of several channels of one block: an all-channel search lists them side by side, and they
-/// are cut together, by the span of the first.
+/// The same segment of several channels of one block. A search of all channels lists them one after the
+/// other, and they are cut together, by the time span of the first.
 class Group {
 public:
-    /// Takes the records that belong together off the head of a list, which is not empty.
+    /// Removes the records that belong together from the head of a list, which must not be empty.
     void TakeFrom(RecordList& records) {
         m_count = 0;
         do {
@@ -58,7 +58,7 @@ private:
     size_t m_count = 0;
 };
 
-/// Takes all records out of a list. What is appended to the list meanwhile is none of them.
+/// Takes all records out of a list. Records that are appended to that list later are not included.
 class TakenRecords : public RecordList {
 public:
     explicit TakenRecords(RecordList& from) {
@@ -68,10 +68,10 @@ public:
     }
 };
 
-/// Where a period lies, seen from a record.
+/// Where a period is in relation to a record.
 enum class Side { Before, Inside, Behind };
 
-/// Cuts groups of records by periods, into the caller's list.
+/// Cuts groups of records by periods, and appends the pieces to the caller's list.
 class Cutter {
 public:
     Cutter(CSearchPart& part, PeriodList& periods, uint64_t alarmMask, RecordList& out)
@@ -85,7 +85,7 @@ public:
         while (records.m_nCount > 0) {
             m_group.TakeFrom(records);
             m_part.GetRecordExtPara(m_group.First().recId, &m_channels);
-            // A group may run on past a period, into the next.
+            // A group may extend beyond a period, into the next one.
             while (CutByPeriod()) {
                 FetchPeriod();
             }
@@ -94,8 +94,9 @@ public:
     }
 
 private:
-    /// Makes the next period current. Behind the last comes none, which lies behind every record: that is a
-    /// state of its own and no time, since a record may claim to end at the last second there is.
+    /// Makes the next period current. After the last period there is none, which counts as after every
+    /// record. This is a state of its own and not a time, because a record may state the last possible second
+    /// as its end.
     void FetchPeriod() {
         m_periodsLeft = m_periods.m_nCount > 0;
         if (m_periodsLeft) {
@@ -114,7 +115,7 @@ private:
         return side < 0 ? Side::Behind : side > 0 ? Side::Before : Side::Inside;
     }
 
-    /// @return true when the group is to be cut by the next period too
+    /// @return true if the group must be cut by the next period too
     bool CutByPeriod() {
         switch (SideOfPeriod()) {
         case Side::Before:
@@ -129,7 +130,7 @@ private:
         }
     }
 
-    /// The whole group, as plain recording.
+    /// Appends the whole group, as plain recording.
     void EmitPlain() {
         for (RecordItem_t& record : m_group) {
             if (Visible(record) && LongEnough(record.startTime, record.endTime) && m_alarmMask == 0) {
@@ -139,8 +140,8 @@ private:
         }
     }
 
-    /// What lies before the period, as plain recording. Whether a record is long enough is asked of all of it,
-    /// not of this piece.
+    /// Appends what is before the period, as plain recording. The whole record must be long enough, not this
+    /// piece.
     void EmitBefore() {
         for (RecordItem_t& record : m_group) {
             if (record.startTime >= m_period.startTime) {
@@ -156,7 +157,7 @@ private:
         }
     }
 
-    /// What lies inside the period, as recording of its alarms, whatever the channel.
+    /// Appends what is inside the period, as recording of its alarms, for every channel.
     void EmitInside() {
         const bool wanted = m_alarmMask == 0 || (m_alarmMask & m_period.alarmType) != 0;
         for (RecordItem_t& record : m_group) {
@@ -170,8 +171,8 @@ private:
         }
     }
 
-    /// Leaves what lies behind the period.
-    /// @return whether anything does
+    /// Keeps only what is after the period.
+    /// @return whether there is anything after it
     bool MoveBehind() {
         bool more = false;
         for (RecordItem_t& record : m_group) {
@@ -242,7 +243,7 @@ int CSearchDisk::MixBuildList(CCommList<RecordItem_t>* recs, CCommList<EventItem
     }
     PeriodList periods;
     TakePeriods(*m_pState->searchPart, *events, periods);
-    // A caller that gives one list as both would have its pieces cut for ever.
+    // If one list were both input and output, its pieces would be cut without end.
     TakenRecords records(*recs);
     return Cutter(*m_pState->searchPart, periods, param->alarmMask, *out).Run(records);
 }

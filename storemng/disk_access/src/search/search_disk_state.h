@@ -9,7 +9,7 @@
 /// A disk given to the search interface.
 struct DiskSearchState_t {
     PartAccess_t partAccess;
-    CSearchPart* searchPart; ///< owned; may be closed, when the partition could not be opened
+    CSearchPart* searchPart; ///< owned; closed if the partition could not be opened
     uint32_t lockedMap;      ///< channels that media searches leave out
 };
 

@@ -1,11 +1,11 @@
-// The records and list instances that cross the library's interface, in the library once for all its callers.
+// The records and list instances of the library's interface: one copy in the library for all callers.
 
 #include <cstddef>
 
 #include "dev_io.h"
 #include "search_records.h"
 
-// Callers exchange these records by memory: they lie alike on every target.
+// Callers pass these records in memory: their layout is the same on every target.
 static_assert(sizeof(PartAccess_t) == 132 && offsetof(PartAccess_t, PartName) == 4, "partition descriptor");
 static_assert(sizeof(block_info_t) == 144, "block window request");
 static_assert(sizeof(SearchParam_t) == 20 && offsetof(SearchParam_t, chn) == 16, "search request");

@@ -1,5 +1,4 @@
-// CSearchPart: which blocks may be used, the walks over those that hold data, and what a block's head tells
-// of it.
+// CSearchPart: which blocks are usable, the walks over those with data, and parameters from a block's head.
 
 #include "search_part.h"
 
@@ -16,18 +15,18 @@ namespace {
 
 enum class Direction { Forwards, Backwards };
 
-/// Looks for a valid block from @p from round the ring to @p limit, both included, and stops at the first.
+/// Looks for a valid block around the ring from @p from to @p limit, both included, and stops at the first.
 /// @return 0 with the block in @p out, or -1
 int FindValidBlock(CSearchPart& part, const PartSearchState_t& state, Direction direction, unsigned int mode,
                    unsigned int seq, uint32_t from, uint32_t limit, unsigned int* out, BlockHead_t* head) {
-    // Without the tables no block is usable. Asking each block would try to read them again each time, and a
+    // Without the tables no block is usable. Testing each block would try to read them again each time, and a
     // forged head can state four billion blocks.
     if (!state.HasBlocks() || part.GetBadBlockTab() != 0) {
         return -1;
     }
     const Ring ring = state.TheRing();
     uint32_t block = from;
-    // A limit outside the ring is never met: one turn is enough.
+    // A limit outside the ring is never reached: one turn is enough.
     for (uint32_t steps = 0; block != limit && steps < ring.count; ++steps) {
         if (part.IsValidBlock(block, mode, seq, head) == 1) {
             *out = block;
@@ -62,7 +61,7 @@ int CSearchPart::IsValidBlock(unsigned int block, unsigned int /*mode*/, unsigne
     if (IsBadBlock(block) == 0) {
         return 0;
     }
-    // When the head cannot be read, what the caller's buffer held before decides.
+    // If the head cannot be read, the previous contents of the caller's buffer decide.
     m_pState->searchBlock->GetBlockInfo(block, head, nullptr, nullptr, nullptr);
     if (head->ValidFlag == BLOCK_MAGIC) {
         return 1;

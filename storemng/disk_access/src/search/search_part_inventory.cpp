@@ -1,4 +1,4 @@
-// CSearchPart: lists of units, the days that hold recordings, and the space in use.
+// CSearchPart: lists of units, the days that have recordings, and the space in use.
 
 #include "search_part.h"
 
@@ -18,13 +18,13 @@ using namespace disk_access;
 
 namespace {
 
-/// Whether the recorder closed a block, so that its tail tells the times of its media. Of any other block the
-/// start is all that is known.
+/// Whether the recorder closed a block, so that its tail has the times of its media. Of any other block only
+/// the start is known.
 bool Closed(const BlockHead_t& head, const BlockTail_t& tail) {
     return head.RecSeq == tail.RecSeq;
 }
 
-/// The span of an end of the recorded arc: it begins when its block was opened.
+/// The time span of the first or last recorded block. It begins when the block was opened.
 UnitTimeItem_t SpanOfEnd(CSearchBlock& blocks, uint32_t unit) {
     BlockHead_t head = {};
     BlockTail_t tail = {};
@@ -32,7 +32,7 @@ UnitTimeItem_t SpanOfEnd(CSearchBlock& blocks, uint32_t unit) {
     return {unit, head.RecTime, Closed(head, tail) ? tail.EndTime : head.RecTime};
 }
 
-/// The span of a block inside the recorded arc: that of its media.
+/// The time span of a recorded block between these two: the span of its media.
 UnitTimeItem_t SpanInside(CSearchBlock& blocks, uint32_t unit, const BlockHead_t& head) {
     BlockTail_t tail = {};
     blocks.GetBlockInfo(unit, nullptr, &tail, nullptr, nullptr);
@@ -40,24 +40,24 @@ UnitTimeItem_t SpanInside(CSearchBlock& blocks, uint32_t unit, const BlockHead_t
                               : UnitTimeItem_t{unit, head.RecTime, head.RecTime};
 }
 
-/// What a list of days holds for a day: its start, plus one second.
+/// The entry of a day in a list of days: its start, plus one second.
 constexpr uint32_t EntryOf(uint32_t day) {
     return day * kSecondsPerDay + 1;
 }
 
-/// A list of days under way, and which days it holds: a forged disk may have tens of thousands, and as many blocks
-/// for each of which to ask.
+/// A list of days, and a set of the days in it. The set is needed because a forged disk may have tens of
+/// thousands of days, and each block asks whether its days are in the list.
 class DayList {
 public:
     explicit DayList(CCommList<unsigned int>& list) : m_list(list) {
         for (const unsigned int entry : ListElements(list)) {
-            if (entry == EntryOf(DayOf(entry))) { // a caller's list may hold anything
+            if (entry == EntryOf(DayOf(entry))) { // a caller's list may contain any number
                 m_held.set(DayOf(entry));
             }
         }
     }
 
-    /// Adds the day of a block's start, and that of its end if it is another.
+    /// Adds the day of a block's start, and the day of its end if that is another day.
     void Add(const UnitTimeItem_t& unit) {
         AddDay(unit.startTime);
         if (DayOf(unit.endTime) != DayOf(unit.startTime)) {
@@ -78,7 +78,7 @@ private:
     std::bitset<DayOf(UINT32_MAX) + 1> m_held;
 };
 
-/// Collects the days of arcs of the ring by halving them.
+/// Collects the days of parts of the ring by halving them.
 class DayCollector {
 public:
     DayCollector(CSearchPart& part, PartSearchState_t& state, CCommList<unsigned int>& list)
@@ -117,8 +117,8 @@ private:
 /// A request for everything on the disk.
 constexpr SearchParam_t kEverything = {0, 0, 0xFFFFFFFF, kAllChannels};
 
-/// The local day of the month of a time, or 0 if it cannot be told. Times are unsigned on every host, also
-/// after 2038.
+/// The local day of the month of a time, or 0 if it cannot be computed. Times are unsigned on every host,
+/// also after 2038.
 unsigned int LocalDayOfMonth(uint32_t time) {
     const time_t seconds = time;
     tm local = {};
@@ -137,7 +137,7 @@ int CSearchPart::GetBadUnitList(CCommList<UnitItem_t>* list) {
         return -1;
     }
     const bool tables = GetBadBlockTab() == 0;
-    // Without tables every block is bad; those that do not even begin inside the device need no mention.
+    // Without tables every block is bad; blocks that do not begin inside the device are not listed.
     const uint32_t count =
         tables ? m_pState->RingCount
                : std::min(m_pState->BlkCount, BlocksInside(m_pState->Geometry(), DeviceSize(m_pState->dev)));
@@ -232,7 +232,7 @@ int CSearchPart::AddDateToList(BlockHead_t* head, BlockTail_t* tail, CCommList<u
 }
 
 int CSearchPart::BinGetDataMap(UnitTimeItem_t* a, UnitTimeItem_t* b, CCommList<unsigned int>* list) {
-    // Outside the ring an arc need not shrink as it is halved.
+    // With blocks outside the ring, the halves might not become smaller.
     if (m_pState == nullptr || !m_pState->HasBlocks() || a->unitId >= m_pState->RingCount ||
         b->unitId >= m_pState->RingCount) {
         return list->m_nCount;

@@ -16,7 +16,7 @@ using namespace disk_access;
 
 namespace {
 
-/// Reads and checks the partition head from the start of a device just opened.
+/// Reads the partition head from a device that was just opened, and checks its magic.
 bool ReadPartHead(dev_op_st* dev, int diskType, PartHead_t& head) {
     return dev_read(dev, &head, sizeof head) == 0 && head.FormatFlag == ExpectedMagic(diskType);
 }

@@ -1,4 +1,4 @@
-// CSearchPart: where the ring of recordings begins and ends, and where in it a search begins.
+// CSearchPart: where the recordings in the ring begin and end, and where in it a search begins.
 
 #include "search_part.h"
 
@@ -11,7 +11,7 @@ using namespace disk_access;
 
 namespace {
 
-/// What GetSearchRegion() answers: which ends of the request lie inside the recorded span.
+/// Results of GetSearchRegion(): which ends of the request are inside the recorded time span.
 constexpr int kEndsBeforeOldest = -1;
 constexpr int kStartsAfterNewest = 0;
 constexpr int kOldestToEnd = 1;
@@ -19,7 +19,7 @@ constexpr int kStartToEnd = 2;
 constexpr int kOldestToNewest = 3;
 constexpr int kStartToNewest = 4;
 
-/// The newest block found so far. On equal sequence numbers the one looked at first stays.
+/// The newest block found so far. Of blocks with equal sequence numbers, the first one tested is kept.
 struct Newest {
     uint32_t block = 0;
     uint32_t seq = 0;
@@ -32,14 +32,16 @@ struct Newest {
     }
 };
 
-/// Finds the highest sequence number between two valid blocks by halving. The numbers rise along the ring but
-/// for one seam: the middle tells on which side of it the newest block lies.
+/// Finds the highest sequence number between two valid blocks by a binary search. The numbers rise along the
+/// ring, except at one place, after the newest block. The middle's number says on which side of the middle
+/// that place is.
 Newest FindNewest(CSearchPart& part, const Ring& ring, uint32_t lo, BlockHead_t loHead, uint32_t hi,
                   BlockHead_t hiHead) {
     Newest newest;
     BlockHead_t midHead = {};
     bool found = true;
-    // A walk that finds nothing (a block that could be read a moment ago) would leave the stretch as it is.
+    // If a walk finds nothing (a block could be read a moment ago, and now cannot), the range does not become
+    // smaller: end the search.
     while (found && lo <= hi) {
         uint32_t mid = lo + (hi - lo) / 2;
         part.GetPrevValidBlock(0, 0, mid, lo, &mid, &midHead);
@@ -155,8 +157,8 @@ int CSearchPart::GetSearchStartBlock(unsigned int time, unsigned int code) {
         uint32_t lo = oldest;
         uint32_t hi = last;
         if (oldest > last) {
-            // The ring has wrapped: the blocks from 0 on are its younger arc, those from the oldest on its
-            // elder.
+            // The ring has wrapped: the blocks from 0 to the last are newer than those from the oldest to the
+            // ring's end.
             uint32_t first = 0;
             if (GetNextValidBlock(0, seq, 0, last, &first, &head) == 0 && head.RecTime <= time) {
                 lo = first;
@@ -173,8 +175,8 @@ int CSearchPart::GetSearchStartBlock(unsigned int time, unsigned int code) {
 
 int CSearchPart::BinSearchStartBlock(unsigned int lo, unsigned int hi, unsigned int time, unsigned int seq) {
     const uint32_t first = lo;
-    // From a bound outside the ring a step would wrap to below the middle, and the stretch would never
-    // narrow.
+    // From a bound outside the ring a step would wrap to below the middle, and the range would never become
+    // smaller.
     bool narrowing = m_pState != nullptr && lo < m_pState->RingCount && hi < m_pState->RingCount;
     BlockHead_t midHead = {};
     BlockHead_t loHead = {};
@@ -182,7 +184,7 @@ int CSearchPart::BinSearchStartBlock(unsigned int lo, unsigned int hi, unsigned 
     while (narrowing && lo <= hi) {
         const Ring ring = m_pState->TheRing();
         const uint32_t mid = lo + (hi - lo) / 2;
-        // Only the time of the block found counts; the bounds move from the middle itself.
+        // Only the time of the block found is used; the bounds move from the middle itself.
         uint32_t nearest = mid;
         GetPrevValidBlock(0, seq, mid, lo, &nearest, &midHead);
         if (lo == hi) {

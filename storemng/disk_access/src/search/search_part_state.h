@@ -14,13 +14,13 @@ struct PartSearchState_t {
     dev_op_st* dev;
     CSearchBlock* searchBlock;
     uint32_t BlkCount;  ///< as the head states it
-    uint32_t RingCount; ///< blocks that are looked at: fewer, if the head states more than there can be
+    uint32_t RingCount; ///< blocks in use: fewer if the head states more than there can be
     uint32_t BlkSize;
     uint32_t FmtVersion;
     uint32_t BBTabOffs;
     uint32_t BBCounterOffs;
-    uint8_t* badBlockTab;   ///< one bit a block; null until loaded
-    uint8_t* possibleBBTab; ///< one byte a block; loaded with badBlockTab
+    uint8_t* badBlockTab;   ///< one bit per block; null until loaded
+    uint8_t* possibleBBTab; ///< one byte per block; loaded with badBlockTab
     uint32_t LastBlockNum;
     uint32_t OldestBlockNum;
     uint32_t Encrypt;
@@ -29,8 +29,8 @@ struct PartSearchState_t {
 
     disk_access::Ring TheRing() const { return {RingCount}; }
 
-    /// Whether there is any block to look at: a forged head may state no blocks, or blocks too small to hold
-    /// their own head and index.
+    /// Whether there is a block to use: a forged head may state no blocks, or blocks too small for their own
+    /// head and index.
     bool HasBlocks() const { return BlkCount != 0 && Geometry().HoldsBlock(); }
 
     disk_access::BlockGeometry Geometry() const {
@@ -40,15 +40,14 @@ struct PartSearchState_t {
 
 namespace disk_access {
 
-/// Finds the oldest block: the one after the newest when the ring has wrapped, else the first of the ring.
-/// Sets the state's OldestBlockNum, which stays as it is when no block is valid.
-/// @param head gets the head of the block looked at last
+/// Finds the oldest block: the one after the newest if the ring has wrapped, else the first of the ring. Sets
+/// the state's OldestBlockNum, which does not change if no block is valid.
+/// @param head gets the head of the block that was tested last
 void FindOldest(CSearchPart& part, PartSearchState_t& state, BlockHead_t& head);
 
 /// Counts the blocks from @p start forwards to the newest and prints how many there are, under an operation's
 /// name.
-/// @return the count; 0 when there is nothing to walk: no blocks, or no bad-block tables, without which none
-///         of them may be used
+/// @return the count; 0 if there are no blocks, or no bad-block tables (then no block is usable)
 uint32_t AnnounceSpan(CSearchPart& part, const PartSearchState_t& state, const char* operation,
                       uint32_t start);
 

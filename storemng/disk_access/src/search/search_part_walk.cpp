@@ -1,4 +1,4 @@
-// CSearchPart: the walks over the ring that gather records and events.
+// CSearchPart: the walks over the ring that collect records and events.
 
 #include "search_part.h"
 
@@ -23,7 +23,7 @@ uint32_t disk_access::AnnounceSpan(CSearchPart& part, const PartSearchState_t& s
     const bool tables = part.GetBadBlockTab() == 0;
     const uint32_t count = state.TheRing().Span(start, state.LastBlockNum);
     Message("%s , BlockCount = %d\n", operation, static_cast<int>(count));
-    // Without tables every block would be passed over, and each would try to read them again.
+    // Without tables every block would be skipped, and each would try to read the tables again.
     return tables && static_cast<int32_t>(count) > 0 ? count : 0;
 }
 
@@ -33,7 +33,8 @@ int CSearchPart::SearchMedia(SearchParam_t* param, unsigned int skipChnMask, CCo
     if (code < 0) {
         return 0;
     }
-    // The region's start, but the request's own end: the newest block goes on after its start time.
+    // The region's start, but the request's own end: the newest block contains recordings after its start
+    // time.
     return SearchNormalMedia(region.startTime, param->endTime, param->chn, skipChnMask,
                              static_cast<long long>(param->alarmMask), static_cast<unsigned int>(code), out);
 }
@@ -76,7 +77,7 @@ int CSearchPart::SearchNormalMedia(unsigned int start, unsigned int end, unsigne
             continue;
         }
         blocks.GetBlockInfo(block, nullptr, &tail, nullptr, nullptr);
-        // This block and all after it begin behind the request, or it is the one being written.
+        // This block and all later ones begin after the request, or it is the block being written.
         if (end < tail.StartTime || head.RecSeq != tail.RecSeq) {
             break;
         }
@@ -99,7 +100,7 @@ int CSearchPart::SearchNormalEvent(unsigned int start, unsigned int end, long lo
         if (IsBadBlock(block) == 0) {
             continue;
         }
-        // A block that holds no data has no events either: its head need not be asked.
+        // A block without data has no events either: its head need not be read.
         const int found =
             blocks.GetEventList(block, static_cast<long>(start), static_cast<long>(end), alarmMask, out);
         if (found > 0) {
