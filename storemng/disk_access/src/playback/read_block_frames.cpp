@@ -14,20 +14,20 @@ using namespace disk_access;
 
 namespace {
 
-/// What CheckFrameHead() makes of a head.
+/// Results of CheckFrameHead().
 constexpr int kNoFrame = -1;
 constexpr int kWanted = 0;
 constexpr int kOtherChannel = 1;
 constexpr int kEndMark = 2;
 constexpr int kOutsideWindow = 3;
 
-/// Media this many seconds before the window, or behind it, still pass: the streams of a recording do not
-/// begin and end at the same instant.
+/// Media this many seconds before or after the window is still accepted: the streams of a recording do not
+/// begin and end at the same time.
 constexpr uint32_t kSlackBefore = 5;
 constexpr uint32_t kSlackBehind = 1;
 
-/// Erased space. The recorder marks the end of the frames by a head of all ones but for the upper half of the
-/// time stamp, which it leaves zero: a block erased whole does not pass for one that was ended.
+/// Erased space. The recorder marks the end of the frames by a head of all ones, except for the upper half of
+/// the time stamp, which is zero: so an erased block does not look like a block with an end mark.
 constexpr uint32_t kErased = 0xFFFFFFFF;
 
 bool IsEndMark(const FrameHead_t& head) {
@@ -42,12 +42,12 @@ std::optional<uint32_t> PositionOf(const BlkReadState_st& state, uint64_t offs) 
     return state.geometry.headAreaSize + static_cast<uint32_t>(offs);
 }
 
-/// Reads the payload behind a frame head just read, into the caller's buffer.
+/// Reads the payload after a frame head that was just read, into the caller's buffer.
 int ReadPayload(BlkReadState_st& state, uint64_t position, const FrameHead_t& head, void** payload) {
     if (position + FrameSpan(head) > state.geometry.blkSize) {
         return -1;
     }
-    // An empty payload has a buffer too: a null pointer would look as if memory had been short.
+    // An empty payload gets a buffer too: a null pointer would look like a lack of memory.
     void* const buffer = std::realloc(*payload, head.len == 0 ? 1 : head.len);
     if (buffer == nullptr) {
         return -1;
@@ -148,7 +148,8 @@ int CReadBlock::ReadBlockFrame(FrameHead_t* head, void** payload) {
         return -1;
     }
     ReadCursor_st& cursor = *m_pState->pCursor;
-    // In 64 bits: an offset out of a forged index, or behind a forged length, must not lead into the block's head.
+    // In 64 bits: an offset from a forged index, or after a forged length, must not lead into the block's
+    // head.
     const uint64_t position = uint64_t{m_pState->geometry.headAreaSize} + cursor.readOffs;
     FrameHead_t found = {};
     if (ReadInBlock(m_pState->blkOp, position, &found, sizeof found) != 0) {

@@ -13,8 +13,8 @@ using namespace disk_access;
 namespace {
 
 /// Forward steps of all channels look for the earliest I-frame before this time stamp, the largest signed
-/// number of 40 bits. Time stamps that count from the recorder's start stay below it for six days; those that
-/// count from 1970 lie far above, and with them such a step finds nothing.
+/// number of 40 bits. Time stamps that count from the recorder's start stay below it for six days. Those that
+/// count from 1970 are far above, and with them such a step finds nothing.
 constexpr int64_t kNoLaterThan = 0x7FFFFFFFFF;
 
 /// The first entry of a channel's I-frame table later than @p pts, or kNoIFrame.
@@ -62,7 +62,7 @@ uint32_t LatestChannel(const BlkReadState_st& state) {
     return latest;
 }
 
-/// Makes the step positions those of the read position, unless they are.
+/// Sets the step positions from the read position, unless they are valid.
 int PrepareStep(CReadBlock& block, ReadCursor_st& cursor) {
     if (cursor.iframePosValid == 0) {
         if (block.GetIFrameIndex() != 0) {
@@ -144,6 +144,6 @@ int CReadBlock::ReadPrevIFrame(FrameHead_t* head, void** payload) {
         return kReadEnds;
     }
     const uint32_t pos = IFrameAtStep(*m_pState, chn).pos;
-    --cursor.iframePos[chn]; // from the first entry on to kNoIFrame
+    --cursor.iframePos[chn]; // before the first entry comes kNoIFrame
     return ReadIFrame(pos, head, payload);
 }

@@ -12,7 +12,7 @@ using namespace disk_access;
 
 namespace {
 
-/// The recorder finished the block: its tail, or else its extended tail, bears the head's number.
+/// Whether the recorder finished the block: its tail or its extended tail has the head's number.
 bool Complete(const BlkReadState_st& state) {
     return state.blockHead.RecSeq == state.blockTail.RecSeq ||
            state.blockHead.RecSeq == state.blockTailEx.RecSeq;
@@ -70,13 +70,13 @@ int CReadBlock::RebuiltBlockIndex() {
     if (m_pState == nullptr) {
         return -1;
     }
-    // The tail was never written for this recording; its end time now follows the newest frame seen.
+    // The tail was never written for this recording. Its end time now becomes the time of the newest frame.
     m_pState->blockTail = {};
     uint64_t pos = 0;
     for (;;) {
         const uint64_t position = m_pState->geometry.headAreaSize + pos;
         FrameHead_t head = {};
-        // There is no other end to frames that fill the block: the walk stops where the window does.
+        // If frames fill the block, nothing else ends the walk: it stops at the end of the window.
         if (ReadInBlock(m_pState->blkOp, position, &head, sizeof head) != 0) {
             return -1;
         }

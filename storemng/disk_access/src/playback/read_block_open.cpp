@@ -1,4 +1,4 @@
-// CReadBlock: opening and closing a block, and what is known of it without reading frames.
+// CReadBlock: opening and closing a block, and questions that need no frames.
 
 #include <cstdint>
 #include <cstdlib>
@@ -16,7 +16,7 @@ using namespace disk_access;
 
 namespace {
 
-/// Length of the stand-in for a record segment, and its bytes.
+/// Length and bytes of the substitute for a record segment.
 constexpr uint32_t kStandInSeconds = 600;
 constexpr uint32_t kStandInBytes = 0x10000000;
 
@@ -29,7 +29,7 @@ bolck_op_st* OpenWindow(const PartAccess_t& part, uint32_t block, uint32_t blkSi
     return block_open(&info);
 }
 
-/// Reads the head, the tail, and the extended tail right behind it.
+/// Reads the head, the tail, and the extended tail directly after it.
 bool ReadEnds(BlkReadState_st& state) {
     if (ReadInBlock(state.blkOp, 0, &state.blockHead, sizeof state.blockHead) != 0 ||
         ReadInBlock(state.blkOp, state.geometry.TailStart(), &state.blockTail, sizeof state.blockTail) != 0) {
@@ -61,7 +61,7 @@ int CReadBlock::OpenBlock(unsigned int block, unsigned int blkSize, PartAccess_t
     }
     m_pState->geometry = BlockGeometry::Of(blkSize, fmtVersion);
     m_pState->blkOp = OpenWindow(*part, block, blkSize);
-    // In a block too small for its own areas, every position would be wrong.
+    // If the block is too small for its own areas, every position would be wrong.
     if (m_pState->blkOp == nullptr || !m_pState->geometry.HoldsBlock() || !ReadEnds(*m_pState)) {
         DISK_ACCESS_REPORT_FAILURE("OpenBlock");
         CloseBlock();

@@ -1,4 +1,4 @@
-// CReadBlock: seeking by time and by position, which also chooses the window that reads stay in.
+// CReadBlock: seeking by time and by position, which also sets the window for reads.
 
 #include <cstdint>
 
@@ -15,10 +15,10 @@ namespace {
 
 constexpr uint32_t kEndOfTime = 0xFFFFFFFF;
 
-/// Where a window begins that has no segment to begin with.
+/// The start of a window that has no segment to start with.
 constexpr uint32_t kNowhere = 0xFFFFFFFF;
 
-/// Takes up what is to be played.
+/// Selects what is played.
 void Choose(ReadCursor_st& cursor, int allChn, const RecordItem_t& record) {
     cursor.allChn = static_cast<uint32_t>(allChn);
     cursor.recId = record.recId;
@@ -31,7 +31,7 @@ void SetWindow(ReadCursor_st& cursor, uint32_t start, uint32_t end, uint32_t off
     cursor.winOffs = offs;
 }
 
-/// A seek that fails opens the window wide, so that a player still gets frames from where it stands.
+/// A failed seek opens the window to all times, so that a player still gets frames from the old position.
 int FailSeek(ReadCursor_st& cursor) {
     SetWindow(cursor, 0, kEndOfTime, 0);
     return -1;
@@ -42,23 +42,23 @@ bool HasSegment(const IndexTables& index, uint32_t chn, const RecordItem_t& reco
     return chn < kChannels && SegmentOfId(record.recId) < index.Segments(chn);
 }
 
-/// Cuts an end of the window to the record's, if that lies within the segment.
+/// Clips an end of the window to the record's, if that is inside the segment.
 void Clip(uint32_t& end, const RecSegItem_t& segment, uint32_t recordEnd) {
     if (segment.s < recordEnd && recordEnd < segment.e) {
         end = recordEnd;
     }
 }
 
-/// A position seek takes the record's end into account, but not its start: its bytes are counted from the
-/// segment's beginning.
+/// A position seek uses the record's end, but not its start: bytes are counted from the segment's start.
 void SetWindowToSegment(ReadCursor_st& cursor, const RecSegItem_t& segment, const RecordItem_t& record) {
     SetWindow(cursor, segment.s, segment.e, segment.spos);
     Clip(cursor.winEnd, segment, record.endTime);
 }
 
-/// Sets the window of a reader of all channels to the segment that begins first in the block, of those that
-/// the record's number names and that hold time. With none of them, the window begins where nothing lies.
-/// @return false when no channel has such a segment at all
+/// Sets the window of a reader of all channels. Of the channels' segments with the record's segment number,
+/// takes the one that begins first in the block and has a start time and a length. If no segment has both,
+/// the window begins at kNowhere.
+/// @return false if no channel has a segment with that number
 bool SetWindowToFirstSegment(ReadCursor_st& cursor, const IndexTables& index, const RecordItem_t& record) {
     bool found = false;
     cursor.winOffs = kNowhere;
@@ -75,7 +75,7 @@ bool SetWindowToFirstSegment(ReadCursor_st& cursor, const IndexTables& index, co
     return found;
 }
 
-/// @return false when the record's segment does not exist
+/// @return false if the record's segment does not exist
 bool SetWindowToRecord(ReadCursor_st& cursor, const IndexTables& index, const RecordItem_t& record) {
     if (record.flag == kOwnWindowRecord) {
         SetWindow(cursor, record.startTime, record.endTime, record.size);
@@ -96,16 +96,16 @@ bool SetWindowToRecord(ReadCursor_st& cursor, const IndexTables& index, const Re
     return true;
 }
 
-/// Window position at which a seek begins to look for frames. Offsets of a forged index lie beyond the block, in
-/// 64 bits. A window of all channels that begins nowhere is looked for one byte before the frame area, where its
-/// offset leads in the recorder's 32 bits.
+/// Window position at which a seek begins to look for frames. It is computed in 64 bits: so offsets from a
+/// forged index are beyond the block. If a window of all channels begins at kNowhere, the seek begins one
+/// byte before the frame area: that is the result of the recorder's 32-bit sum.
 uint64_t FirstPosition(const BlkReadState_st& state, const RecordItem_t& record) {
     const ReadCursor_st& cursor = *state.pCursor;
     const bool nowhere = cursor.allChn != 0 && record.flag == kIndexedRecord && cursor.winOffs == kNowhere;
     return nowhere ? state.geometry.headAreaSize - 1 : uint64_t{state.geometry.headAreaSize} + cursor.winOffs;
 }
 
-/// The channel whose I-frames a time seek looks at, or kChannels.
+/// The channel whose I-frames a time seek uses, or kChannels.
 uint32_t SeekChannel(const IndexTables& index, bool allChn, const RecordItem_t& record) {
     if (!allChn) {
         const uint32_t chn = ChannelOfId(record.recId);
@@ -119,7 +119,7 @@ uint32_t SeekChannel(const IndexTables& index, bool allChn, const RecordItem_t& 
 }
 
 /// The segment's first I-frame at or after @p time, or else its last.
-/// @return its entry in the channel's table, or kNoIFrame when the segment has none
+/// @return its entry in the channel's table, or kNoIFrame if the segment has none
 uint32_t FindIFrame(const IndexTables& index, uint32_t chn, const RecSegItem_t& segment, int32_t time) {
     uint32_t last = kNoIFrame;
     for (uint32_t i = 0; i < index.IFrames(chn); ++i) {

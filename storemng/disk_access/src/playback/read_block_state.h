@@ -10,8 +10,8 @@
 #include "format/frames.h"
 #include "format/index_tables.h"
 
-/// Where reading stands, and what of the block is wanted. All zero when the block was opened: the window then
-/// ends at second 0, and nothing but a seek opens it.
+/// The position of reads, and what they accept. All fields are zero after the block was opened: the window
+/// then ends at second 0, and only a seek changes it.
 struct ReadCursor_st {
     uint32_t allChn;                            ///< nonzero: every channel; zero: that of recId
     uint32_t recId;                             ///< the record being played
@@ -36,17 +36,17 @@ struct BlkReadState_st {
 
 namespace disk_access {
 
-/// An I-frame position that stands for none.
+/// No I-frame position.
 constexpr uint32_t kNoIFrame = 0xFFFFFFFF;
 
-/// The frame offset behind a frame. A forged length that nobody has checked, since only the head was read, may
-/// lead beyond all offsets: it must not lead back.
+/// The frame offset after a frame. If only the head was read, the length was not checked. A forged length may
+/// lead beyond all offsets, but must not lead back.
 inline uint32_t OffsetBehind(uint64_t offs, const FrameHead_t& head) {
     const uint64_t next = offs + FrameSpan(head);
     return next > 0xFFFFFFFF ? 0xFFFFFFFF : static_cast<uint32_t>(next);
 }
 
-/// Seeks within a block's window. Offsets beyond 32 bits lie beyond every window.
+/// Seeks within a block's window. Offsets beyond 32 bits are beyond every window.
 inline bool SeekInBlock(bolck_op_st* window, uint64_t offset) {
     return offset <= 0xFFFFFFFF && block_seek(window, static_cast<uint32_t>(offset)) == 0;
 }

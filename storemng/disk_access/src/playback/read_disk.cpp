@@ -1,4 +1,4 @@
-// CReadDisk: the object's life, its opaque handles, and the operations that it hands on.
+// CReadDisk: constructor to destructor, its opaque handles, and the operations that it forwards to CReadPart.
 
 #include "read_disk.h"
 
@@ -13,22 +13,22 @@
 
 using namespace disk_access;
 
-/// A disk given to the playback interface. It outlives Quit() for as long as readers hold on to it.
+/// A disk given to the playback interface. After Quit() it exists until its last reader is stopped.
 struct ReadDiskState_st {
     PartAccess_t partition;
     CReadPart* partReader; ///< owned
     uint32_t chnLockMap;   ///< bit n: reads of channel n are refused
     uint32_t readers;      ///< handles not yet stopped
-    bool quit;             ///< the facade has let go
+    bool quit;             ///< Quit() was called
 };
 
 namespace {
 
-/// What a reader's opaque handle points to.
+/// The object to which a reader's opaque handle points.
 struct ReadHandle_st {
     ReadDiskState_st* pDisk;
-    PartReadHandle_st* pPartReader; ///< null: the partition gave no reader
-    uint32_t lockChn;               ///< channel that the lock is tested for, or kNoLockTest
+    PartReadHandle_st* pPartReader; ///< null: the partition could not make a reader
+    uint32_t lockChn;               ///< channel to test against the lock, or kNoLockTest
 };
 
 constexpr uint32_t kNoLockTest = 0xFFFFFFFF;
@@ -63,7 +63,7 @@ int Close(void* handle) {
     return 0;
 }
 
-/// The reader behind a handle, or null when there is none, or when the lock refuses its channel.
+/// The reader of a handle; null if there is none, or if the lock refuses its channel.
 ReadHandle_st* Readable(void* handle) {
     auto* const reader = static_cast<ReadHandle_st*>(handle);
     if (reader == nullptr || reader->pPartReader == nullptr) {
@@ -98,7 +98,7 @@ int CReadDisk::Init(PartAccess_t* part) {
         return -1;
     }
     m_pState->partition = *part;
-    // A partition that cannot be opened leaves a closed object, which makes no readers.
+    // If the partition cannot be opened, partReader stays closed, and makes no readers.
     m_pState->partReader->Init(&m_pState->partition);
     return 0;
 }

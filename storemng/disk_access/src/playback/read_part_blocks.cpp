@@ -1,4 +1,4 @@
-// CReadPart: which blocks playback may use, walking the ring, and what a block tells about its recording.
+// CReadPart: which blocks playback may use, walks around the ring, and the parameters of a recording.
 
 #include <cstdint>
 #include <cstdlib>
@@ -20,7 +20,7 @@ namespace {
 
 enum class Direction { Backwards, Forwards };
 
-/// Tests each block from @p from round the ring to @p to, both included, and stops at the first usable one.
+/// Tests each block around the ring from @p from to @p to, both included, and stops at the first usable one.
 /// @return 0 with the block in @p out, or -1
 int FindUsableBlock(CReadPart& part, ReadPartState_st& state, Direction direction, unsigned int mode,
                     unsigned int seq, uint32_t from, uint32_t to, unsigned int* out) {
@@ -33,7 +33,7 @@ int FindUsableBlock(CReadPart& part, ReadPartState_st& state, Direction directio
     }
     UsableBlocks usable(part, state);
     uint32_t block = from;
-    // An end outside the ring is never met: one turn is enough.
+    // An end outside the ring is never reached: one turn is enough.
     for (uint32_t steps = 0; block != to && steps < ring.count; ++steps) {
         if (usable.Has(block, mode, seq)) {
             *out = block;

@@ -15,7 +15,7 @@ using namespace disk_access;
 
 namespace {
 
-/// Takes over what playback needs of a partition head; of a head with another magic, nothing.
+/// Copies what playback needs from a partition head; nothing if the magic is wrong.
 void TakeHead(ReadPartState_st& state, const PartHead_t& head) {
     if (head.FormatFlag != ExpectedMagic(state.partition.DiskType)) {
         state.PartStatus = kWrongMagic;
@@ -75,7 +75,7 @@ int CReadPart::PrintInitInfo() {
     if (m_pState == nullptr) {
         return 0;
     }
-    // The name need not be terminated.
+    // The name may have no terminating NUL.
     const int nameLength = static_cast<int>(sizeof m_pState->partition.PartName);
     Message("*********************PrintInitInfo START********************** \n");
     Message("PartName : %.*s\n", nameLength, m_pState->partition.PartName);
@@ -111,7 +111,7 @@ int CReadPart::CheckEncrypt(unsigned char* password) {
     return right ? 0 : -1;
 }
 
-// NOLINTNEXTLINE(cert-dcl50-cpp): callers hand it arguments as they would to printf
+// NOLINTNEXTLINE(cert-dcl50-cpp): callers pass arguments as to printf
 int DebugLog(const char* /*format*/, ...) {
     return 0;
 }

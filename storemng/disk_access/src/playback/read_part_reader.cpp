@@ -1,4 +1,4 @@
-// CReadPart: readers. Opening one at a record's start, seeking, reading, and going on into the next block.
+// CReadPart: readers. Opening one at a record's start, seeking, reading, and continuing in the next block.
 
 #include <cstdint>
 #include <cstdlib>
@@ -20,24 +20,25 @@ namespace {
 constexpr int kAnyFrame = 0;
 constexpr int kKeyFrame = 1;
 
-/// The block test that a continuation must pass: a closing state other than 1, or a number not below the
+/// The test mode for the block of a continuation: its closing state is not 1, or its number is not below the
 /// current block's.
 constexpr unsigned int kContinuationMode = 1;
 
-/// A reader of one channel starts at an I-frame, where its decoder can; one of all channels at the first frame.
+/// A reader of one channel starts at an I-frame, because a decoder must start there; a reader of all channels
+/// starts at the first frame.
 int StartAtBeginning(PartReadHandle_st& reader) {
     const int what = reader.ChnType == kAllChannelReader ? kAnyFrame : kKeyFrame;
     return reader.pBlockObj->SeekOffs(reader.ChnType, &reader.RecItem, 0, what);
 }
 
-/// Start of the segment that a record is taken from; 0 when it is not found.
+/// Start of the segment from which a record was made; 0 if it is not found.
 uint32_t SegmentStart(ReadPartState_st& part, RecordItem_t& record) {
     BriefBlock block(part, BlockOfId(record.recId), kNoRebuild);
     if (!block.Opened()) {
         return record.startTime;
     }
     RecSegItem_t segment = {};
-    block->GetRecSegInfo(&record, &segment); // what it makes up without a segment will do
+    block->GetRecSegInfo(&record, &segment); // without a segment, its substitute is used
     return segment.s;
 }
 
@@ -74,11 +75,11 @@ void MoveToStart(ReadPartState_st& part, PartReadHandle_st& reader) {
         StartOwnWindow(reader);
         break;
     default:
-        break; // stays where nothing is in the window
+        break; // the window stays empty
     }
 }
 
-/// Whether the reader has gone on from the record's own block.
+/// Whether the reader has left the record's own block.
 bool HasCrossed(const PartReadHandle_st& reader) {
     return reader.BlockNum != BlockOfId(reader.RecItem.recId);
 }
@@ -89,9 +90,9 @@ uint32_t SequenceOf(CReadBlock& block) {
     return head.RecSeq;
 }
 
-/// Moves a reader into the block that continues its recording: the next usable one of the ring, if it bears
-/// the next number.
-/// @return false when the recording ends here; the reader may then be in a block that is none of its own
+/// Moves a reader to the block that continues its recording: the next usable block of the ring, if it has the
+/// next number.
+/// @return false if the recording ends here; the reader may then be in a block of another recording
 bool CrossInto(CReadPart& partReader, ReadPartState_st& part, PartReadHandle_st& reader) {
     const Ring ring = MeasureRing(part);
     if (ring.count == 0) {
@@ -114,7 +115,7 @@ bool CrossInto(CReadPart& partReader, ReadPartState_st& part, PartReadHandle_st&
     return true;
 }
 
-/// Reads on in a continuation block, up to its first I-frame: from there on its own record segments play.
+/// Reads in a continuation block, up to its first I-frame: the block's own record segments begin there.
 int ReadContinuation(CReadBlock& block, FrameInfo_t* info, void** payload) {
     FrameHead_t head = {};
     if (block.ReadFrame(&head, payload) != 0) {
@@ -145,7 +146,7 @@ PartReadHandle_st* CReadPart::BeginReader(int ChnType, RecordItem_t* record) {
         std::free(reader);
         return nullptr;
     }
-    m_pState->OpenBlock(*reader->pBlockObj, reader->BlockNum, kNoRebuild); // failed, its reads fail
+    m_pState->OpenBlock(*reader->pBlockObj, reader->BlockNum, kNoRebuild); // if this fails, its reads fail
     Message("%s BlockNum = %d, ChnType=%d, (%d, %d, %d, %d) \n", "BeginReader",
             static_cast<int>(reader->BlockNum), ChnType, static_cast<int>(record->startTime),
             static_cast<int>(record->endTime), static_cast<int>(record->flag),
@@ -164,7 +165,7 @@ int CReadPart::EndReader(PartReadHandle_st* reader) {
     return 0;
 }
 
-// NOLINTNEXTLINE(readability-non-const-parameter): callers were always free to pass a plain pointer
+// NOLINTNEXTLINE(readability-non-const-parameter): callers may pass a plain pointer
 int CReadPart::SeekTime(PartReadHandle_st* reader, long* time) {
     if (reader == nullptr || time == nullptr) {
         return -1;

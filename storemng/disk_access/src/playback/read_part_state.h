@@ -15,8 +15,8 @@ struct ReadPartState_st {
     uint32_t BlkSize;
     uint32_t FmtVersion;
     uint32_t BBTabOffs;
-    uint8_t* pBadBlockTab; ///< one bit a block; null until loaded
-    uint32_t TableBlocks;  ///< blocks that it has bits of: fewer, if the head states more than there can be
+    uint8_t* pBadBlockTab; ///< one bit per block; null until loaded
+    uint32_t TableBlocks;  ///< blocks for which it has bits: fewer if the head states more than there can be
     uint32_t PartStatus;   ///< kHeadAccepted or kWrongMagic
     uint32_t Encrypt;
     uint32_t EncryptMap;
@@ -26,8 +26,8 @@ struct ReadPartState_st {
         return disk_access::BlockGeometry::Of(BlkSize, FmtVersion);
     }
 
-    /// Whether the table is loaded as far as a block. It was loaded for the blocks that there could be then, and
-    /// the device may have grown.
+    /// Whether the loaded table includes a block. It was loaded for the blocks that were possible at that
+    /// time, and the device may have grown since.
     bool HoldsBit(uint32_t block) const {
         return pBadBlockTab != nullptr && (block < TableBlocks || block >= BlkCount);
     }
@@ -43,7 +43,7 @@ namespace disk_access {
 constexpr uint32_t kHeadAccepted = 0;
 constexpr uint32_t kWrongMagic = 2;
 
-/// A block opened for a look at it, closed at the end of its scope.
+/// A block that is opened for a short time, and closed at the end of its scope.
 class BriefBlock {
 public:
     BriefBlock(ReadPartState_st& part, uint32_t number, int rebuild)

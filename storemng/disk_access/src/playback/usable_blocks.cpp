@@ -1,4 +1,4 @@
-// Which blocks playback may use, and what is said of those that it may not.
+// Which blocks playback may use, and the messages about those that it may not.
 
 #include "playback/usable_blocks.h"
 
@@ -14,13 +14,13 @@ namespace disk_access {
 
 namespace {
 
-/// The bytes behind a descriptor, 0 when that cannot be told.
+/// The size of the device of a descriptor in bytes; 0 if it cannot be determined.
 uint64_t SizeBehind(int fd) {
     dev_op_st device = {fd};
     return DeviceSize(&device);
 }
 
-/// Whether a block that bears the magic passes a mode's test.
+/// Whether a block with the magic passes a mode's test.
 bool PassesMode(const BlockHead_t& head, const BlockTail_t& tail, unsigned int mode, unsigned int seq) {
     switch (mode) {
     case 0:
@@ -108,7 +108,7 @@ bool UsableBlocks::ReadEnds(uint32_t block, BlockHead_t& head, BlockTail_t& tail
 
 bool UsableBlocks::Has(uint32_t block, unsigned int mode, unsigned int seq) {
     if (m_failed) {
-        m_end.Measure(); // the block before may be the first that the device lacks
+        m_end.Measure(); // the block before may be the first one beyond the device
     }
     if (Marked(block)) {
         Message("%s: bad block %d\n", "IsValidBlock", static_cast<int>(block));
