@@ -1,0 +1,45 @@
+#ifndef RECORDINGS_BLOCK_FRAMES_H
+#define RECORDINGS_BLOCK_FRAMES_H
+
+/// @file block_frames.h
+/// The frames of one block, past whatever is damaged.
+
+#include <cstdint>
+#include <memory>
+
+#include "recordings/blocks.h"
+#include "recordings/frame.h"
+
+namespace recordings {
+
+/// Whether payloads are read too, or heads alone.
+enum class Want : uint8_t { Heads, Payloads };
+
+/// Reads the frames of a block, one after the other.
+///
+/// In a sound block these are all frames that the recorder wrote, from the first to the last. Where a frame does not
+/// follow though more were recorded, reading goes on at the next place where one is found, and the stretch between is
+/// reported as a problem. What the index, the neighbours and the pace of a channel tell is held against the frames:
+/// each contradiction is reported, and none ends the reading. Time and memory are bounded by the size of the block.
+class BlockFrames {
+public:
+    /// @param disk, block must outlive the reader
+    BlockFrames(const Disk& disk, const Block& block, Want want, ProblemSink problems);
+    ~BlockFrames();
+    BlockFrames(const BlockFrames&) = delete;
+    BlockFrames& operator=(const BlockFrames&) = delete;
+
+    /// Delivers the next frame.
+    /// @param afterLoss set to whether something is lost between this frame and the one before (or the block's start);
+    ///        at the end: between the last frame and the end
+    /// @return false at the end
+    bool Next(Frame& frame, bool& afterLoss);
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+} // namespace recordings
+
+#endif // RECORDINGS_BLOCK_FRAMES_H

@@ -1,0 +1,58 @@
+#ifndef RECORDINGS_RECORDS_H
+#define RECORDINGS_RECORDS_H
+
+/// @file records.h
+/// Recordings and events of a time range, wherever on the disk they lie.
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "recordings/blocks.h"
+
+namespace recordings {
+
+/// One continuous stretch of one channel inside one block.
+struct Record {
+    uint32_t block = 0;
+    uint32_t channel = 0;
+    uint32_t segment = 0; ///< number of the channel's segment in the block, from 0 on
+    uint32_t start = 0;   ///< seconds, both ends included
+    uint32_t end = 0;
+    uint64_t bytes = 0; ///< of the whole record; cut to a range, its share by time
+    bool closed = true; ///< else made from the frames of a block that has no index
+    BlockMark mark = BlockMark::None;
+};
+
+/// An event.
+struct Event {
+    uint32_t block = 0;
+    uint32_t entry = 0;   ///< number of the event in its block, from 0 on
+    uint32_t time = 0;    ///< seconds
+    int64_t micros = 0;   ///< the same, microseconds
+    uint64_t type = 0;    ///< type bits
+    std::optional<uint32_t> channel; ///< of the event's frame, where that was read
+    bool indexed = true;  ///< else taken from the frames of a block that has no index
+};
+
+/// What is asked for.
+struct RecordQuery {
+    TimeRange range;
+    ChannelSet channels = ChannelSet::All();
+};
+
+/// Hands each record that has a second in common with the range to @p take, block by block in recording order, uncut;
+/// within a block segment 0 of every channel, then segment 1 of every channel, and so on. Memory does not grow with the
+/// number of records. Records of a block that has no index, or whose index is damaged, are made from its frames.
+/// @throws Error (Cancelled)
+void ForEachRecord(const Disk& disk, const BlockList& blocks, const RecordQuery& query, const ProblemSink& problems,
+                   const Watch& watch, const std::function<void(const Record&)>& take);
+
+/// The events of the range whose type meets the mask, block by block in recording order, both end seconds included.
+/// @throws Error (Cancelled)
+std::vector<Event> FindEvents(const Disk& disk, const BlockList& blocks, const TimeRange& range, EventMask mask,
+                              const ProblemSink& problems, const Watch& watch = {});
+
+} // namespace recordings
+
+#endif // RECORDINGS_RECORDS_H
