@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "recordings/blocks.h"
+#include "recordings/export.h"
 #include "recordings/frame.h"
 
 namespace recordings {
@@ -21,7 +22,7 @@ enum class Want : uint8_t { Heads, Payloads };
 /// follow though more were recorded, reading goes on at the next place where one is found, and the stretch between is
 /// reported as a problem. What the index, the neighbours and the pace of a channel tell is held against the frames:
 /// each contradiction is reported, and none ends the reading. Time and memory are bounded by the size of the block.
-class BlockFrames {
+class RECORDINGS_API BlockFrames {
 public:
     /// @param disk, block must outlive the reader
     BlockFrames(const Disk& disk, const Block& block, Want want, ProblemSink problems);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "recordings/blocks.h"
+#include "recordings/export.h"
 
 namespace recordings {
 
@@ -39,9 +40,20 @@ struct BlockIndex {
     std::vector<IndexedEvent> events;
 };
 
+/// Which tables are wanted. The others stay empty, and are not read.
+struct IndexParts {
+    bool keyFrames = true;
+    bool segments = true;
+    bool events = true;
+};
+
 /// Reads the index of a closed block.
-/// @return nothing when it cannot be read, or when its tables would not end within the block
-std::optional<BlockIndex> ReadIndex(const Disk& disk, const Block& block);
+/// @return nothing when it cannot be read, or when a table that is wanted would not end within the block
+RECORDINGS_API std::optional<BlockIndex> ReadIndex(const Disk& disk, const Block& block,
+                                                   const IndexParts& parts = {});
+
+/// Says that the indexes of these blocks will be read soon: most fit into what is asked for.
+RECORDINGS_API void AskForIndex(const Disk& disk, const Block& block);
 
 } // namespace recordings
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "recordings/disk.h"
+#include "recordings/export.h"
 
 namespace recordings {
 
@@ -17,25 +18,31 @@ namespace recordings {
 struct Block {
     uint32_t number = 0;   ///< place in the ring
     uint32_t sequence = 0; ///< place in recording order, from 1 on
-    uint32_t start = 0;    ///< seconds: the start of its recording, from its head, or from its tail where the head is wrong
-    uint32_t end = 0;      ///< seconds: its last frame, from its tail; of a block that was not closed the same as start
-    ChannelSet channels;   ///< present in the block, as its head says
+    uint32_t start =
+        0; ///< seconds: the start of its recording, from its head, or from its tail where the head is wrong
+    uint32_t end =
+        0; ///< seconds: its last frame, from its tail; of a block that was not closed the same as start
+    ChannelSet channels;      ///< present in the block, as its head says
+    uint32_t previousEnd = 0; ///< seconds: the end of the block recorded before it; 0: not known
+    uint32_t nextStart =
+        0xFFFFFFFF; ///< seconds: the start of the block recorded after it; 0xFFFFFFFF: not known
     BlockMark mark = BlockMark::None;
-    bool closed = false;     ///< the recorder finished it: its index holds
-    bool headSound = true;   ///< else fields of the head were made up from its tail and neighbours
-    bool unreadable = false; ///< nothing is known but that it must have been recorded: the disk does not deliver it
-    bool wiped = false;      ///< the same, but the disk delivers something else
+    bool closed = false;   ///< the recorder finished it: its index holds
+    bool headSound = true; ///< else fields of the head were made up from its tail and neighbours
+    bool unreadable =
+        false; ///< nothing is known but that it must have been recorded: the disk does not deliver it
+    bool wiped = false; ///< the same, but the disk delivers something else
 };
 
 /// The vehicle and how channels are encoded, from the head of a block.
 struct ChannelProperties {
-    uint32_t bitrate = 0;       ///< bits a second
-    uint8_t videoCode = 0;      ///< the recorder's own codes, passed through
-    uint8_t frameRate = 0;      ///< frames a second
+    uint32_t bitrate = 0;  ///< bits a second
+    uint8_t videoCode = 0; ///< the recorder's own codes, passed through
+    uint8_t frameRate = 0; ///< frames a second
     uint8_t resolutionCode = 0;
     uint8_t keyFrameDistance = 0; ///< frames from one key frame to the next
     uint8_t audioCode = 0;
-    uint32_t sampleRate = 0;    ///< samples a second
+    uint32_t sampleRate = 0; ///< samples a second
     uint32_t sampleBits = 0;
     uint32_t audioFrameBytes = 0;
 };
@@ -49,7 +56,7 @@ struct BlockIdentity {
 };
 
 /// All blocks of a disk that hold recordings. Made by one pass over heads and tails; a read a block.
-class BlockList {
+class RECORDINGS_API BlockList {
 public:
     /// Reads every head and tail, asking for those ahead in advance.
     /// @throws Error (Cancelled)
@@ -57,7 +64,7 @@ public:
 
     /// In recording order. Blocks that must have been recorded and cannot be read are among them.
     const std::vector<Block>& All() const { return m_blocks; }
-    /// Blocks that were written to by the recorder's format alone, or never.
+    /// Blocks that hold no recording: formatted, but not written yet.
     uint32_t EmptyCount() const { return m_emptyCount; }
     /// The newest block; null when nothing was recorded.
     const Block* Newest() const { return m_blocks.empty() ? nullptr : &m_blocks.back(); }
@@ -73,14 +80,23 @@ public:
     void Report(const TimeRange& range, const ProblemSink& problems) const;
 
 private:
+    friend class BlockListMaker;
+
+    /// A problem, and the time that it concerns.
+    struct Placed {
+        TimeRange time;
+        Problem problem;
+    };
+
     std::vector<Block> m_blocks;
-    std::vector<Problem> m_problems; ///< of blocks, each with its block
+    std::vector<TimeRange> m_spans; ///< of each block: the time in which its frames may lie
+    std::vector<Placed> m_problems;
     uint32_t m_emptyCount = 0;
 };
 
 /// Reads what the head of a block says beside its times.
 /// @return nothing when the head cannot be read
-std::optional<BlockIdentity> ReadIdentity(const Disk& disk, uint32_t block);
+RECORDINGS_API std::optional<BlockIdentity> ReadIdentity(const Disk& disk, uint32_t block);
 
 } // namespace recordings
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "recordings/export.h"
 #include "recordings/problem.h"
 #include "recordings/query.h"
 #include "recordings/source.h"
@@ -27,8 +28,8 @@ struct DiskFacts {
     uint32_t suspectTable = 0;
     uint32_t suspectTableBackup = 0;
     std::string description;
-    bool locked = false;    ///< the access lock is on
-    ChannelSet lockedSet;   ///< channels that it hides
+    bool locked = false;  ///< the access lock is on
+    ChannelSet lockedSet; ///< channels that it hides
 };
 
 /// What the bad-block tables say of a block.
@@ -47,7 +48,7 @@ struct BlockLayout {
 };
 
 /// A partition. One thread uses one object at a time; a process may have many. It never writes.
-class Disk {
+class RECORDINGS_API Disk {
 public:
     /// Opens a partition. The disk owns the source.
     /// @param diskType the recorder's disk type code; without it the head's magic decides

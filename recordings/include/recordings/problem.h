@@ -8,42 +8,45 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
+
+#include "recordings/export.h"
 
 namespace recordings {
 
 /// What was met. The comment says which of the fields of a Problem are set beside the kind and the severity.
 enum class ProblemKind {
     // The whole disk
-    TablesUnreadable,   ///< the bad-block tables cannot be read: all blocks are looked at
-    BackupTablesUsed,   ///< the tables cannot be read, their backup copies can
-    DeviceCutOff,       ///< the device ends before the ring does; block: the first that is missing; count: how many
-    BlocksNotNamed,     ///< the head states more blocks than a recorder can number; count: how many are left out
-    ChannelsLocked,     ///< the access lock hides channels; channels
+    TablesUnreadable, ///< the bad-block tables cannot be read: all blocks are looked at
+    BackupTablesUsed, ///< the tables cannot be read, their backup copies can
+    DeviceCutOff, ///< the device ends before the ring does; block: the first that is missing; count: how many
+    BlocksNotNamed, ///< the head states more blocks than a recorder can number; count: how many are left out
+    ChannelsLocked, ///< the access lock hides channels; channels
     // A whole block
-    BlockUnreadable,    ///< the disk delivers nothing of a block, or not its head; block
-    BlockWiped,         ///< a block that must have been recorded holds no recording any more; block
-    BlocksLost,         ///< recorded blocks are not there any more; block, blockAfter: neighbours; count: how many
-    HeadDamaged,        ///< fields of a block's head are damaged; the block is read all the same; block
-    TailDamaged,        ///< the same of its tail; block
-    IndexDamaged,       ///< the same of its index; the frames are read all the same; block, channel if one
-    BlockSuspect,       ///< the recorder has met errors on the block; block
-    BlockMarkedBad,     ///< the bad-block table marks a block that holds a recording; block
+    BlockUnreadable, ///< the disk delivers nothing of a block, or not its head; block
+    BlockWiped,      ///< a block that must have been recorded holds no recording any more; block
+    BlocksLost,   ///< recorded blocks are not there any more; block, blockAfter: neighbours; count: how many
+    HeadDamaged,  ///< fields of a block's head are damaged; the block is read all the same; block
+    TailDamaged,  ///< the same of its tail; block
+    IndexDamaged, ///< the same of its index; the frames are read all the same; block, channel if one
+    BlockSuspect, ///< the recorder has met errors on the block; block
+    BlockMarkedBad, ///< the bad-block table marks a block that holds a recording; block
     // Inside a block
-    BytesUnreadable,    ///< the disk does not deliver them; block, offset, bytes, before, after
-    BytesDamaged,       ///< what lies there are no frames; block, offset, bytes, before, after
-    FramesMissing,      ///< the index, or the pace of a channel, has frames that are not there; block, channel, count
-    FrameDamaged,       ///< a field of a frame's head contradicts the index or its neighbours; block, offset, channel
-    NotClosed,          ///< the block was cut off while it was written: how far it reaches is told by its frames; block
+    BytesUnreadable, ///< the disk does not deliver them; block, offset, bytes, before, after
+    BytesDamaged,    ///< what lies there are no frames; block, offset, bytes, before, after
+    FramesMissing, ///< the index, or the pace of a channel, has frames that are not there; block, channel, count
+    FrameDamaged, ///< a field of a frame's head contradicts the index or its neighbours; block, offset, channel
+    NotClosed, ///< the block was cut off while it was written: how far it reaches is told by its frames; block
     // A channel
-    NotDecodable,       ///< frames cannot be decoded for want of a key frame before them; block, channel, count
-    TimesCollide        ///< two frames of a channel bear one time; block, channel, count
+    NotDecodable, ///< frames cannot be decoded for want of a key frame before them; block, channel, count
+    TimesCollide  ///< two frames of a channel bear one time; block, channel, count
 };
 
 enum class Severity {
-    Note,  ///< worth knowing: nothing is missing because of it
-    Loss   ///< something that was recorded is missing, wrong, or in doubt
+    Note, ///< worth knowing: nothing is missing because of it
+    Loss  ///< something that was recorded is missing, wrong, or in doubt
 };
 
 /// One thing that is wrong.
@@ -65,14 +68,15 @@ struct Problem {
 using ProblemSink = std::function<void(const Problem&)>;
 
 /// What a problem is called in machine-readable documents: "bytes_damaged".
-const char* NameOf(ProblemKind kind);
+RECORDINGS_API const char* NameOf(ProblemKind kind);
 
 /// One line of plain English: what and where, what it means. No time is named without @p timeText, which turns a time
 /// stamp into text.
-std::string Describe(const Problem& problem, const std::function<std::string(int64_t)>& timeText);
+RECORDINGS_API std::string Describe(const Problem& problem,
+                                    const std::function<std::string(int64_t)>& timeText);
 
 /// Keeps problems, each once: the same thing met again (an index read twice) is left out.
-class ProblemList {
+class RECORDINGS_API ProblemList {
 public:
     void Add(const Problem& problem);
     const std::vector<Problem>& All() const { return m_problems; }
@@ -84,7 +88,11 @@ public:
     }
 
 private:
-    std::vector<Problem> m_problems;
+    struct Less {
+        bool operator()(const Problem& a, const Problem& b) const;
+    };
+    std::set<Problem, Less> m_seen;
+    std::vector<Problem> m_problems; ///< in the order they were met in
     bool m_anyLoss = false;
 };
 

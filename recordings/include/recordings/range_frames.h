@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "recordings/block_frames.h"
+#include "recordings/export.h"
 
 namespace recordings {
 
@@ -36,7 +37,7 @@ struct Gap {
 
 /// Reads the media frames of a range in the order they were recorded in. Problems that concern the range are reported as
 /// they are met; those of whole blocks before the first frame.
-class RangeFrames {
+class RECORDINGS_API RangeFrames {
 public:
     /// @param disk, blocks must outlive the reader
     RangeFrames(const Disk& disk, const BlockList& blocks, const FrameQuery& query, ProblemSink problems,

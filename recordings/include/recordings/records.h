@@ -6,9 +6,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "recordings/blocks.h"
+#include "recordings/export.h"
 
 namespace recordings {
 
@@ -27,12 +29,12 @@ struct Record {
 /// An event.
 struct Event {
     uint32_t block = 0;
-    uint32_t entry = 0;   ///< number of the event in its block, from 0 on
-    uint32_t time = 0;    ///< seconds
-    int64_t micros = 0;   ///< the same, microseconds
-    uint64_t type = 0;    ///< type bits
+    uint32_t entry = 0;              ///< number of the event in its block, from 0 on
+    uint32_t time = 0;               ///< seconds
+    int64_t micros = 0;              ///< the same, microseconds
+    uint64_t type = 0;               ///< type bits
     std::optional<uint32_t> channel; ///< of the event's frame, where that was read
-    bool indexed = true;  ///< else taken from the frames of a block that has no index
+    bool indexed = true;             ///< else taken from the frames of a block that has no index
 };
 
 /// What is asked for.
@@ -45,13 +47,15 @@ struct RecordQuery {
 /// within a block segment 0 of every channel, then segment 1 of every channel, and so on. Memory does not grow with the
 /// number of records. Records of a block that has no index, or whose index is damaged, are made from its frames.
 /// @throws Error (Cancelled)
-void ForEachRecord(const Disk& disk, const BlockList& blocks, const RecordQuery& query, const ProblemSink& problems,
-                   const Watch& watch, const std::function<void(const Record&)>& take);
+RECORDINGS_API void ForEachRecord(const Disk& disk, const BlockList& blocks, const RecordQuery& query,
+                                  const ProblemSink& problems, const Watch& watch,
+                                  const std::function<void(const Record&)>& take);
 
 /// The events of the range whose type meets the mask, block by block in recording order, both end seconds included.
 /// @throws Error (Cancelled)
-std::vector<Event> FindEvents(const Disk& disk, const BlockList& blocks, const TimeRange& range, EventMask mask,
-                              const ProblemSink& problems, const Watch& watch = {});
+RECORDINGS_API std::vector<Event> FindEvents(const Disk& disk, const BlockList& blocks,
+                                             const TimeRange& range, EventMask mask,
+                                             const ProblemSink& problems, const Watch& watch = {});
 
 } // namespace recordings
 

@@ -9,10 +9,12 @@
 #include <memory>
 #include <string>
 
+#include "recordings/export.h"
+
 namespace recordings {
 
 /// The bytes of a partition, read-only. Several threads may read one source at once.
-class Source {
+class RECORDINGS_API Source {
 public:
     virtual ~Source() = default;
 
@@ -32,13 +34,15 @@ public:
 
     /// Reads all of the bytes.
     /// @return false when not all of them can be read; what is in @p data is then undefined
-    bool ReadWhole(uint64_t offset, void* data, size_t size) const { return Read(offset, data, size) == size; }
+    bool ReadWhole(uint64_t offset, void* data, size_t size) const {
+        return Read(offset, data, size) == size;
+    }
 };
 
 /// Opens a block device or an image file for reading only. It is held open until the source is destroyed, so
 /// that it stays the same file when its name is given to another one.
 /// @throws Error (CannotOpen) for what cannot be opened, and for a directory, a pipe or a terminal
-std::unique_ptr<Source> OpenSource(const std::string& path);
+RECORDINGS_API std::unique_ptr<Source> OpenSource(const std::string& path);
 
 } // namespace recordings
 

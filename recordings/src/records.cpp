@@ -1,0 +1,219 @@
+#include "recordings/records.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "disk_format.h"
+#include "format/index_tables.h"
+#include "recordings/block_frames.h"
+#include "recordings/block_index.h"
+#include "recordings/error.h"
+
+namespace recordings {
+
+namespace {
+
+constexpr int64_t kMicros = 1000000;
+
+/// Blocks whose indexes are asked for ahead of the one that is read.
+constexpr size_t kBlocksAhead = 64;
+
+/// A time further than this outside its block's time is damaged. Recorders' clocks are set now and then, over hours at
+/// most.
+constexpr int64_t kClockSetSeconds = 86400;
+
+/// What a block holds, of its index or made from its frames.
+struct Contents {
+    std::vector<Record> records[kChannels];
+    std::vector<Event> events;
+};
+
+/// Folds the frames of a block into tables, by the rules that the recorder goes by when it closes a block.
+void Rebuild(const Disk& disk, const Block& block, const ProblemSink& problems,
+             disk_access::IndexTables& tables) {
+    BlockFrames frames(disk, block, Want::Payloads, problems);
+    Frame frame;
+    for (bool lost = false; frames.Next(frame, lost);) {
+        EventHead_t event = {};
+        const bool isEvent = frame.type == kEventFrame && frame.size >= sizeof event && frame.data != nullptr;
+        if (isEvent) {
+            std::memcpy(&event, frame.data, sizeof event);
+        }
+        tables.AddFrame({static_cast<uint64_t>(frame.time), frame.type, frame.channel, frame.size},
+                        frame.offset, isEvent ? &event : nullptr);
+    }
+}
+
+Record RecordOf(const Block& block, uint32_t channel, uint32_t segment) {
+    Record record;
+    record.block = block.number;
+    record.channel = channel;
+    record.segment = segment;
+    record.mark = block.mark;
+    return record;
+}
+
+Event EventOf(const Block& block, uint32_t entry, uint64_t type, int64_t micros) {
+    Event event;
+    event.block = block.number;
+    event.entry = entry;
+    event.time = static_cast<uint32_t>(micros / kMicros);
+    event.micros = micros;
+    event.type = type;
+    return event;
+}
+
+Contents ContentsOfFrames(const Disk& disk, const Block& block, const ProblemSink& problems) {
+    disk_access::IndexTables tables;
+    Rebuild(disk, block, problems, tables);
+    Contents contents;
+    for (uint32_t channel = 0; channel < kChannels; ++channel) {
+        for (uint32_t i = 0; i < tables.Segments(channel); ++i) {
+            const RecSegItem_t segment = tables.recSegTab[channel].At(i);
+            Record record = RecordOf(block, channel, i);
+            record.start = segment.s;
+            record.end = segment.e;
+            record.bytes = segment.totalsize;
+            record.closed = false;
+            contents.records[channel].push_back(record);
+        }
+    }
+    for (uint32_t i = 0; i < tables.Events(); ++i) {
+        const EventIndexItem_t entry = tables.eventTab.At(i);
+        Event event = EventOf(block, i, entry.type, entry.pts);
+        event.indexed = false;
+        contents.events.push_back(event);
+    }
+    return contents;
+}
+
+Contents ContentsOfIndex(const Block& block, const BlockIndex& index) {
+    Contents contents;
+    for (uint32_t channel = 0; channel < kChannels; ++channel) {
+        for (const IndexedSegment& segment : index.segments[channel]) {
+            const auto number = static_cast<uint32_t>(contents.records[channel].size());
+            Record record = RecordOf(block, channel, number);
+            record.start = segment.start;
+            record.end = segment.end;
+            record.bytes = segment.bytes;
+            contents.records[channel].push_back(record);
+        }
+    }
+    for (const IndexedEvent& entry : index.events) {
+        const auto number = static_cast<uint32_t>(contents.events.size());
+        contents.events.push_back(EventOf(block, number, entry.type, entry.time));
+    }
+    return contents;
+}
+
+bool InBlock(const Disk& disk, const Block& block, const IndexedSegment& segment) {
+    const uint32_t frameBytes = disk.Layout().frameBytes;
+    const bool offsets = segment.startOffset <= segment.endOffset && segment.endOffset <= frameBytes &&
+                         segment.bytes <= frameBytes;
+    const bool timesTell = block.start <= block.end; // else the clock was set back inside the block
+    const bool times = segment.start + kClockSetSeconds >= block.start &&
+                       segment.end <= int64_t{block.end} + kClockSetSeconds &&
+                       segment.end + kClockSetSeconds >= segment.start;
+    return offsets && (!timesTell || times);
+}
+
+/// Whether what the index says of its segments can be true of this block.
+bool Plausible(const Disk& disk, const Block& block, const BlockIndex& index) {
+    return std::all_of(std::begin(index.segments), std::end(index.segments), [&](const auto& segments) {
+        return std::all_of(segments.begin(), segments.end(),
+                           [&](const IndexedSegment& segment) { return InBlock(disk, block, segment); });
+    });
+}
+
+void NoteIndex(const Block& block, const ProblemSink& problems) {
+    if (problems) {
+        Problem problem;
+        problem.kind = ProblemKind::IndexDamaged;
+        problem.severity = Severity::Note;
+        problem.block = block.number;
+        problems(problem);
+    }
+}
+
+Contents ContentsOf(const Disk& disk, const Block& block, const IndexParts& parts,
+                    const ProblemSink& problems) {
+    if (block.closed) {
+        const std::optional<BlockIndex> index = ReadIndex(disk, block, parts);
+        if (index && Plausible(disk, block, *index)) {
+            return ContentsOfIndex(block, *index);
+        }
+        NoteIndex(block, problems);
+    }
+    return ContentsOfFrames(disk, block, problems);
+}
+
+/// Goes through the blocks that may hold something of a range.
+class BlockWalk {
+public:
+    BlockWalk(const Disk& disk, const BlockList& blocks, const TimeRange& range, const IndexParts& parts)
+        : m_disk(disk), m_blocks(blocks), m_parts(parts), m_entries(blocks.Candidates(range)) {}
+
+    template <typename Take>
+    void Run(const ProblemSink& problems, const Watch& watch, const Take& take) {
+        for (size_t i = 0; i < std::min(kBlocksAhead, m_entries.size()); ++i) {
+            AskForIndex(m_disk, BlockAt(i));
+        }
+        for (size_t i = 0; i < m_entries.size(); ++i) {
+            if (watch && !watch({i, m_entries.size(), 0})) {
+                throw Error(ErrorKind::Cancelled, m_disk.Bytes().Name() + ": interrupted");
+            }
+            if (i + kBlocksAhead < m_entries.size()) {
+                AskForIndex(m_disk, BlockAt(i + kBlocksAhead));
+            }
+            take(ContentsOf(m_disk, BlockAt(i), m_parts, problems));
+        }
+    }
+
+private:
+    const Block& BlockAt(size_t i) const { return m_blocks.All()[m_entries[i]]; }
+
+    const Disk& m_disk;
+    const BlockList& m_blocks;
+    IndexParts m_parts;
+    std::vector<size_t> m_entries;
+};
+
+} // namespace
+
+void ForEachRecord(const Disk& disk, const BlockList& blocks, const RecordQuery& query,
+                   const ProblemSink& problems, const Watch& watch,
+                   const std::function<void(const Record&)>& take) {
+    const ChannelSet channels = query.channels.Without(disk.Hidden());
+    const auto takeSegments = [&](const Contents& contents) {
+        size_t most = 0;
+        for (const auto& records : contents.records) {
+            most = std::max(most, records.size());
+        }
+        for (size_t segment = 0; segment < most; ++segment) {
+            for (uint32_t channel = 0; channel < kChannels; ++channel) {
+                const auto& records = contents.records[channel];
+                if (channels.Has(channel) && segment < records.size() &&
+                    query.range.Meets(records[segment].start, records[segment].end)) {
+                    take(records[segment]);
+                }
+            }
+        }
+    };
+    blocks.Report(query.range, problems);
+    BlockWalk(disk, blocks, query.range, {false, true, false}).Run(problems, watch, takeSegments);
+}
+
+std::vector<Event> FindEvents(const Disk& disk, const BlockList& blocks, const TimeRange& range,
+                              EventMask mask, const ProblemSink& problems, const Watch& watch) {
+    std::vector<Event> events;
+    const auto takeEvents = [&](const Contents& contents) {
+        std::copy_if(contents.events.begin(), contents.events.end(), std::back_inserter(events),
+                     [&](const Event& event) { return range.Holds(event.time) && (event.type & mask) != 0; });
+    };
+    blocks.Report(range, problems);
+    BlockWalk(disk, blocks, range, {false, true, true}).Run(problems, watch, takeEvents);
+    return events;
+}
+
+} // namespace recordings
