@@ -105,7 +105,7 @@ private:
                sequence - m_sequence[before] <= Distance(before, place);
     }
     bool FitsBefore(uint32_t place, uint32_t sequence, uint32_t after) const {
-        return after != place && m_sequence[after] > sequence &&
+        return after != place && sequence != 0 && m_sequence[after] > sequence &&
                m_sequence[after] - sequence <= Distance(place, after);
     }
 

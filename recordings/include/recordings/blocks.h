@@ -63,7 +63,8 @@ public:
     static BlockList Read(const Disk& disk, const Watch& watch = {});
 
     /// In recording order. Blocks that must have been recorded and cannot be read are among them.
-    const std::vector<Block>& All() const { return m_blocks; }
+    const std::vector<Block>& All() const& { return m_blocks; }
+    void All() && = delete;
     /// Blocks that hold no recording: formatted, but not written yet.
     uint32_t EmptyCount() const { return m_emptyCount; }
     /// The newest block; null when nothing was recorded.
