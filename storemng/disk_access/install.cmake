@@ -3,7 +3,6 @@ include(CMakePackageConfigHelpers)
 
 set(headers_directory ${CMAKE_INSTALL_INCLUDEDIR}/disk_access)
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/DiskAccess)
-set(pkgconfig_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 install(TARGETS DiskAccess EXPORT DiskAccessSharedTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
@@ -30,23 +29,8 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/DiskAccessConfigVersion.cmake
   DESTINATION ${package_directory} COMPONENT development)
 
-# pkg-config: places are told from the file's own, so that the tree can be moved.
-function(pkgconfig_place variable directory)
-  if(IS_ABSOLUTE ${directory})
-    set(${variable} ${directory} PARENT_SCOPE)
-  else()
-    set(${variable} \${prefix}/${directory} PARENT_SCOPE)
-  endif()
-endfunction()
-if(IS_ABSOLUTE ${pkgconfig_directory})
-  set(pkgconfig_prefix ${CMAKE_INSTALL_PREFIX})
-else()
-  file(RELATIVE_PATH up /${pkgconfig_directory} /)
-  string(REGEX REPLACE "/$" "" up ${up})
-  set(pkgconfig_prefix \${pcfiledir}/${up})
-endif()
-pkgconfig_place(pkgconfig_libdir ${CMAKE_INSTALL_LIBDIR})
-pkgconfig_place(pkgconfig_includedir ${CMAKE_INSTALL_INCLUDEDIR})
+# pkg-config
+include(${PROJECT_SOURCE_DIR}/cmake/PkgConfigPlaces.cmake)
 # What static programs are linked with besides: libcrypto, and what that needs where the C library is older than 2.34.
 # Naming libcrypto's own file instead would make pkg-config ask for it even where the shared library is linked.
 set(pkgconfig_libs_private "")
