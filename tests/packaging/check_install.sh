@@ -30,3 +30,18 @@ if grep -w 'AES_[a-z_]*' "$scratch/symbols"; then exit 1; fi
 "$scratch/moved/bin/diskaccess" list "$scratch/disk" --format csv >/dev/null
 export CMAKE_PREFIX_PATH=$scratch/moved PKG_CONFIG_PATH=$libraries/pkgconfig LD_LIBRARY_PATH=$libraries
 check_consumers "$scratch" "$compiler" "$with_aes" "$scratch/disk"
+
+# The examples build against the installed tree, as the page says, and the one that reads everything does so.
+cmake -S "$(dirname "$0")/../../examples" -B "$scratch/examples" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
+  >"$scratch/log" || { cat "$scratch/log"; exit 1; }
+cmake --build "$scratch/examples" >"$scratch/log" || { cat "$scratch/log"; exit 1; }
+"$scratch/examples/read_everything" "$scratch/disk" >"$scratch/everything"
+grep -q -E '^block +0  channel  0  ' "$scratch/everything"
+grep -q -E '^[1-9][0-9]* frames, ' "$scratch/everything"
+[ "$(grep -c LOST "$scratch/everything")" = 0 ]
+check_needed "$libraries/libDiskRecordings.so"
+check_run_path "$libraries/libDiskRecordings.so" ""
+# shellcheck disable=SC2046 # words
+"$compiler" -std=c++17 "$(dirname "$0")/../../examples/read_everything.cpp" \
+  $(pkg-config --cflags --libs diskrecordings) -o "$scratch/by-pkg-config"
+"$scratch/by-pkg-config" "$scratch/disk" | diff - "$scratch/everything"

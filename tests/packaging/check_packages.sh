@@ -7,7 +7,7 @@
 #   check_packages.sh SOURCE_DIRECTORY
 set -euo pipefail
 root=$1
-packages=(libdiskaccess1 libdiskaccess-dev diskaccess)
+packages=(libdiskaccess1 libdiskaccess-dev libdiskrecordings1 libdiskrecordings-dev diskaccess)
 # shellcheck source=tests/packaging/check_consumers.sh
 source "$(dirname "$0")/check_consumers.sh"
 
@@ -22,7 +22,7 @@ as_root() {
 
 # Everything in the system that bears our name. Only root sees all of it, and other programs' files may go meanwhile.
 our_files() {
-  { as_root find /etc /opt /usr /var/cache /var/lib -xdev \( -iname '*diskaccess*' -o -name disk_access \) 2>/dev/null ||
+  { as_root find /etc /opt /usr /var/cache /var/lib -xdev \( -iname '*diskaccess*' -o -name disk_access -o -iname '*diskrecordings*' \) 2>/dev/null ||
     true; } | sort
 }
 
@@ -57,7 +57,7 @@ apt install --yes --no-install-recommends "$scratch"/packages/*.deb
 multiarch=$(dpkg-architecture -q DEB_HOST_MULTIARCH)
 library=/usr/lib/$multiarch/libDiskAccess.so.1
 "$root/tests/interface/check_symbols.sh" "$library" "$root"/tests/interface/exported_{,aes_}symbols.txt
-for file in "$library" /usr/bin/diskaccess /usr/bin/diskaccess-sample; do
+for file in "$library" "${library/DiskAccess/DiskRecordings}" /usr/bin/diskaccess /usr/bin/diskaccess-sample; do
   check_run_path "$file" ""
   [[ $(ldd "$file") != *"not found"* ]]
 done

@@ -1,0 +1,294 @@
+// Every field of every head, tail, index entry and frame head of small disks, damaged one at a time: the frames stay the
+// same, or a problem names the block and is a loss.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <string_view>
+
+#include "damage/format_fields.h"
+#include "recordings/range_frames.h"
+#include "recordings/recordings_fixture.h"
+#include "sample_recorder/generated_source.h"
+#include "sample_recorder/recorder.h"
+
+namespace test_support {
+
+namespace {
+
+using namespace sample_recorder;
+using recordings::BlockList;
+using recordings::Problem;
+using recordings::Severity;
+
+constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
+
+/// A disk in memory, whose bytes a test changes.
+class MemorySource : public recordings::Source {
+public:
+    explicit MemorySource(const PartitionImage& image)
+        : m_bytes(static_cast<size_t>(image.BlockStart(image.BlockCount()))) {
+        image.Read(0, m_bytes.data(), m_bytes.size());
+    }
+
+    const std::string& Name() const override { return m_name; }
+    uint64_t Size() const override { return m_bytes.size(); }
+    size_t Read(uint64_t offset, void* data, size_t size) const override {
+        const uint64_t end = std::min<uint64_t>(m_bytes.size(), offset + size);
+        const size_t got = offset < end ? static_cast<size_t>(end - offset) : 0;
+        std::memcpy(data, m_bytes.data() + std::min<uint64_t>(offset, m_bytes.size()), got);
+        return got;
+    }
+    uint8_t* At(uint64_t offset) { return m_bytes.data() + offset; }
+
+private:
+    std::string m_name = "memory";
+    std::vector<uint8_t> m_bytes;
+};
+
+/// A view of a source that a test keeps.
+class View : public recordings::Source {
+public:
+    explicit View(const recordings::Source& source) : m_source(source) {}
+    const std::string& Name() const override { return m_source.Name(); }
+    uint64_t Size() const override { return m_source.Size(); }
+    size_t Read(uint64_t offset, void* data, size_t size) const override {
+        return m_source.Read(offset, data, size);
+    }
+
+private:
+    const recordings::Source& m_source;
+};
+
+/// A frame that was delivered.
+struct Delivered {
+    uint32_t block;
+    uint32_t channel;
+    uint32_t type;
+    int64_t time;
+    size_t digest;
+    bool operator==(const Delivered& other) const {
+        return std::tie(block, channel, type, time, digest) ==
+               std::tie(other.block, other.channel, other.type, other.time, other.digest);
+    }
+};
+
+struct Reading {
+    std::vector<Delivered> frames;
+    std::vector<Problem> problems;
+
+    bool NamesAsLost(uint32_t block) const {
+        return std::any_of(problems.begin(), problems.end(), [block](const Problem& problem) {
+            const bool here = problem.block == block || problem.blockAfter == block;
+            return problem.severity == Severity::Loss && here;
+        });
+    }
+};
+
+Reading ReadAll(const recordings::Source& source) {
+    Reading reading;
+    recordings::ProblemList problems;
+    const recordings::Disk disk(std::make_unique<View>(source));
+    const BlockList blocks = BlockList::Read(disk);
+    recordings::RangeFrames frames(disk, blocks, {}, problems.Sink());
+    for (recordings::Frame frame; frames.Next(frame);) {
+        const std::string_view payload(reinterpret_cast<const char*>(frame.data), frame.size);
+        reading.frames.push_back(
+            {frame.block, frame.channel, frame.type, frame.time, std::hash<std::string_view>()(payload)});
+    }
+    reading.problems = problems.All();
+    return reading;
+}
+
+/// A field of a block.
+struct Place {
+    FieldPlace field;
+    uint32_t block;
+};
+
+/// A ring of six blocks that has wrapped: two cameras, the first with audio, and events; block 5 was never closed, and
+/// holds frames of the ring's first turn after its own.
+class DamagedRing : public ::testing::TestWithParam<uint32_t> {
+protected:
+    static constexpr uint32_t kBlocks = 6;
+    static constexpr uint32_t kOpen = 3;
+
+    DamagedRing() : m_image(MakeImage(m_dir.File("disk"))) {
+        Record();
+        m_source = std::make_unique<MemorySource>(m_image);
+        for (uint32_t block = 0; block < kBlocks; ++block) {
+            AddPlaces(block);
+        }
+    }
+
+    static PartitionImage MakeImage(const std::string& path) {
+        Format format;
+        format.fmtVersion = GetParam();
+        format.blockCount = kBlocks;
+        format.blockSize = 0x6000;
+        return PartitionImage::Create(path, format);
+    }
+
+    /// Records until block 3 is written for the second time, and cuts the power in it.
+    void Record() {
+        RecorderSettings settings;
+        settings.channels = 3;
+        settings.properties[0].AType = 1;
+        settings.properties[0].Sample = 8000;
+        Recorder recorder(m_image, settings);
+        MergedSource source;
+        source.Add(
+            std::make_unique<GeneratedSource>(GeneratedCamera{0, 5, 5, 900, 250, 64, 200}, 1, kStart, 600));
+        source.Add(
+            std::make_unique<GeneratedSource>(GeneratedCamera{1, 5, 5, 700, 200, 0, 40}, 2, kStart, 600));
+        uint32_t count = 0;
+        uint32_t inLast = 0;
+        for (Frame frame; inLast < 25 && source.Next(frame);) {
+            recorder.Write(frame);
+            if (++count % 20 == 7) {
+                recorder.WriteEvent(frame.pts, uint64_t{1} << (count % 5), frame.channel);
+            }
+            inLast += recorder.BlocksOpened() == kBlocks + kOpen + 1 ? 1u : 0u;
+        }
+        ASSERT_EQ(recorder.CurrentBlock(), kOpen);
+        recorder.CutPower();
+    }
+
+    void Add(const FormatStructure& structure, uint64_t offset, uint32_t block) {
+        std::vector<FieldPlace> fields;
+        AppendPlaces(structure, offset, " of block " + std::to_string(block), fields);
+        for (const FieldPlace& field : fields) {
+            m_places.push_back({field, block});
+        }
+    }
+
+    void AddPlaces(uint32_t block) {
+        Add(kBlockHeadFields, m_image.HeadOffset(block), block);
+        Add(kBlockTailFields, m_image.TailOffset(block), block);
+        if (m_image.Extended()) {
+            Add(kBlkExtHeadFields, m_image.ExtHeadOffset(block), block);
+            Add(kBlockTailExFields, m_image.TailExOffset(block), block);
+        }
+        AddFrames(block);
+        if (block != kOpen) {
+            AddIndex(block);
+        }
+    }
+
+    void AddFrames(uint32_t block) {
+        uint32_t pos = 0;
+        for (;;) {
+            const auto head = m_image.Get<FrameHead_t>(m_image.FrameOffset(block, pos));
+            const bool ownTurn = block != kOpen || m_frames == 0 || head.pts >= m_newest;
+            if (head.sync != BLOCK_MAGIC || !ownTurn ||
+                pos + sizeof head + head.len > m_image.FrameAreaSize()) {
+                break;
+            }
+            Add(kFrameHeadFields, m_image.FrameOffset(block, pos), block);
+            m_newest = block == kOpen ? head.pts : 0;
+            m_frames = block == kOpen ? m_frames + 1 : 0;
+            pos += static_cast<uint32_t>(sizeof head) + head.len;
+        }
+        m_frames = 0;
+    }
+
+    void AddIndex(uint32_t block) {
+        const auto index = m_image.Get<BlkIndexHead_t>(m_image.IndexOffset(block));
+        Add(kBlkIndexHeadFields, m_image.IndexOffset(block), block);
+        uint64_t at = m_image.IndexOffset(block) + sizeof index;
+        const auto addTable = [&](const FormatStructure& fields, uint32_t count, size_t size) {
+            for (uint32_t i = 0; i < count; ++i, at += size) {
+                Add(fields, at, block);
+            }
+        };
+        for (const uint32_t count : index.iframeCount) {
+            addTable(kIFrameItemFields, count, sizeof(IFrameItem_t));
+        }
+        for (const uint32_t count : index.recSegCount) {
+            addTable(kRecSegItemFields, count, sizeof(RecSegItem_t));
+        }
+        addTable(kEventIndexItemFields, index.eventCount, sizeof(EventIndexItem_t));
+    }
+
+    /// The values that a field is set to: extremes, neighbours, and one changed bit.
+    static std::vector<std::vector<uint8_t>> Values(const std::vector<uint8_t>& held, size_t width) {
+        std::vector<std::vector<uint8_t>> values = HostileValues(held, width);
+        if (held.size() == width) {
+            for (const size_t bit : {2u, 7u, 9u, 12u, 17u, 22u, 27u, 30u, 36u, 43u, 50u, 60u}) {
+                if (bit / 8 < held.size()) {
+                    values.push_back(held);
+                    values.back()[bit / 8] = static_cast<uint8_t>(values.back()[bit / 8] ^ 1u << bit % 8);
+                }
+            }
+        }
+        return values;
+    }
+
+    TempDir m_dir;
+    PartitionImage m_image;
+    std::unique_ptr<MemorySource> m_source;
+    std::vector<Place> m_places;
+    uint32_t m_frames = 0;
+    int64_t m_newest = 0;
+};
+
+/// Time stamps that stay between those of the frames around them look like a sound disk's: nothing repeats them.
+bool CannotBeTold(const Place& place, const std::vector<uint8_t>& held, const std::vector<uint8_t>& value) {
+    if (place.field.name.rfind("FrameHead_t.pts", 0) != 0) {
+        return false;
+    }
+    int64_t before = 0;
+    int64_t after = 0;
+    std::memcpy(&before, held.data(), sizeof before);
+    std::memcpy(&after, value.data(), sizeof after);
+    return std::abs(before - after) < 1000000;
+}
+
+TEST_P(DamagedRing, HasNoProblemWhileItIsSound) {
+    const Reading sound = ReadAll(*m_source);
+    EXPECT_GT(sound.frames.size(), 200u);
+    for (const Problem& problem : sound.problems) {
+        EXPECT_NE(problem.severity, Severity::Loss) << Brief(problem);
+    }
+}
+
+TEST_P(DamagedRing, LosesNothingInSilence) {
+    const Reading sound = ReadAll(*m_source);
+    size_t cases = 0;
+    std::map<std::string, size_t> silent;
+    std::map<std::string, std::string> examples;
+    for (const Place& place : m_places) {
+        uint8_t* const bytes = m_source->At(place.field.offset);
+        const std::vector<uint8_t> held(bytes, bytes + place.field.bytes);
+        for (const std::vector<uint8_t>& value : Values(held, place.field.numberWidth)) {
+            std::copy(value.begin(), value.end(), bytes);
+            const Reading reading = ReadAll(*m_source);
+            ++cases;
+            const bool same = reading.frames == sound.frames;
+            if (!same && !reading.NamesAsLost(place.block) && !CannotBeTold(place, held, value)) {
+                const std::string kind = place.field.name.substr(0, place.field.name.find(' '));
+                ++silent[kind];
+                examples[kind] = place.field.name + " to " + ::testing::PrintToString(value) + " from " +
+                                 ::testing::PrintToString(held) + ": " +
+                                 std::to_string(reading.frames.size()) + " frames of " +
+                                 std::to_string(sound.frames.size());
+            }
+        }
+        std::copy(held.begin(), held.end(), bytes);
+    }
+    for (const auto& [kind, count] : silent) {
+        ADD_FAILURE() << kind << ": " << count << " in silence, like " << examples[kind];
+    }
+    EXPECT_GE(cases, 5000u);
+    RecordProperty("cases", static_cast<int>(cases));
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, DamagedRing, ::testing::Values(0u, 1u),
+                         [](const auto& layout) { return layout.param == 1 ? "Extended" : "Normal"; });
+
+} // namespace
+
+} // namespace test_support
