@@ -5,15 +5,12 @@
 #include <cstddef>
 #include <cstring>
 
+#include "read_ahead.h"
 #include "recordings/error.h"
 
 namespace recordings {
 
 namespace {
-
-/// Blocks whose ends are asked for ahead of the one that is read: enough to keep a disk busy, and few enough to stay in
-/// the page cache until they are read.
-constexpr uint32_t kBlocksAhead = 128;
 
 /// Blocks between two calls of a watch.
 constexpr uint32_t kBlocksAWatch = 64;
@@ -30,16 +27,12 @@ public:
 
     std::vector<BlockEnds> Read() {
         const uint32_t count = m_disk.BlockCount();
-        for (uint32_t block = 0; block < std::min(count, kBlocksAhead); ++block) {
-            AskFor(block);
-        }
+        ReadAhead ahead(count, [this](size_t block) { AskFor(static_cast<uint32_t>(block)); });
         for (uint32_t block = 0; block < count; ++block) {
             if (block % kBlocksAWatch == 0 && m_watch && !m_watch({block, count, m_bytes})) {
                 throw Error(ErrorKind::Cancelled, m_disk.Bytes().Name() + ": interrupted");
             }
-            if (count - block > kBlocksAhead) {
-                AskFor(block + kBlocksAhead);
-            }
+            ahead.Before(block);
             ReadBoundary(block);
         }
         if (count != 0) {

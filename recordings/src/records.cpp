@@ -6,6 +6,7 @@
 
 #include "disk_format.h"
 #include "format/index_tables.h"
+#include "read_ahead.h"
 #include "recordings/block_frames.h"
 #include "recordings/block_index.h"
 #include "recordings/error.h"
@@ -15,9 +16,6 @@ namespace recordings {
 namespace {
 
 constexpr int64_t kMicros = 1000000;
-
-/// Blocks whose indexes are asked for ahead of the one that is read.
-constexpr size_t kBlocksAhead = 64;
 
 /// A time further than this outside its block's time is damaged. Recorders' clocks are set now and then, over hours at
 /// most.
@@ -109,8 +107,7 @@ Contents ContentsOfIndex(const Block& block, const BlockIndex& index) {
 
 bool InBlock(const Disk& disk, const Block& block, const IndexedSegment& segment) {
     const uint32_t frameBytes = disk.Layout().frameBytes;
-    const bool offsets = segment.startOffset <= segment.endOffset && segment.endOffset <= frameBytes &&
-                         segment.bytes <= frameBytes;
+    const bool offsets = segment.startOffset <= segment.endOffset && segment.startOffset < frameBytes;
     const bool timesTell = block.start <= block.end; // else the clock was set back inside the block
     const bool times = segment.start + kClockSetSeconds >= block.start &&
                        segment.end <= int64_t{block.end} + kClockSetSeconds &&
@@ -136,16 +133,23 @@ void NoteIndex(const Block& block, const ProblemSink& problems) {
     }
 }
 
+bool HoldsRecords(const Contents& contents) {
+    return std::any_of(std::begin(contents.records), std::end(contents.records),
+                       [](const auto& records) { return !records.empty(); });
+}
+
+/// What a block holds: by its index, where that can be true, else by its frames, if there are any.
 Contents ContentsOf(const Disk& disk, const Block& block, const IndexParts& parts,
                     const ProblemSink& problems) {
+    const std::optional<BlockIndex> index = block.closed ? ReadIndex(disk, block, parts) : std::nullopt;
+    if (index && Plausible(disk, block, *index)) {
+        return ContentsOfIndex(block, *index);
+    }
     if (block.closed) {
-        const std::optional<BlockIndex> index = ReadIndex(disk, block, parts);
-        if (index && Plausible(disk, block, *index)) {
-            return ContentsOfIndex(block, *index);
-        }
         NoteIndex(block, problems);
     }
-    return ContentsOfFrames(disk, block, problems);
+    Contents contents = ContentsOfFrames(disk, block, problems);
+    return index && !HoldsRecords(contents) ? ContentsOfIndex(block, *index) : contents;
 }
 
 /// Goes through the blocks that may hold something of a range.
@@ -156,16 +160,12 @@ public:
 
     template <typename Take>
     void Run(const ProblemSink& problems, const Watch& watch, const Take& take) {
-        for (size_t i = 0; i < std::min(kBlocksAhead, m_entries.size()); ++i) {
-            AskForIndex(m_disk, BlockAt(i));
-        }
+        ReadAhead ahead(m_entries.size(), [this](size_t i) { AskForIndex(m_disk, BlockAt(i)); });
         for (size_t i = 0; i < m_entries.size(); ++i) {
             if (watch && !watch({i, m_entries.size(), 0})) {
                 throw Error(ErrorKind::Cancelled, m_disk.Bytes().Name() + ": interrupted");
             }
-            if (i + kBlocksAhead < m_entries.size()) {
-                AskForIndex(m_disk, BlockAt(i + kBlocksAhead));
-            }
+            ahead.Before(i);
             take(ContentsOf(m_disk, BlockAt(i), m_parts, problems));
         }
     }
