@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "failure.h"
-#include "time_text.h"
+#include "typed_time.h"
 #include "time_zone.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "time_text.h"
+#include "typed_time.h"
 
 #include <optional>
 #include <regex>

@@ -7,7 +7,7 @@
 
 #include "failure.h"
 #include "password.h"
-#include "time_text.h"
+#include "typed_time.h"
 
 namespace diskaccess {
 
