@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/failure.h"
+#include "cli/progress.h"
 #include "elementary.h"
-#include "failure.h"
-#include "progress.h"
-#include "time_zone.h"
+#include "render/time_zone.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <regex>
 #include <set>
 
-#include "failure.h"
+#include "cli/failure.h"
 #include "outputs.h"
 #include "support/files.h"
 #include "support/temp_dir.h"

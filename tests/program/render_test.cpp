@@ -1,8 +1,8 @@
-#include "render.h"
+#include "render/render.h"
 
 #include <gtest/gtest.h>
 
-#include "report.h"
+#include "render/report.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "failure.h"
-#include "typed_time.h"
-#include "time_zone.h"
+#include "cli/failure.h"
+#include "cli/typed_time.h"
+#include "render/time_zone.h"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include <functional>
 #include <map>
 
-#include "commands.h"
+#include "cli/failure.h"
+#include "cli/job.h"
+#include "commands/commands.h"
 #include "completion/completion.h"
-#include "failure.h"
-#include "job.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
-#include "job.h"
+#include "cli/job.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <limits>
 
-#include "failure.h"
-#include "password.h"
-#include "typed_time.h"
+#include "cli/failure.h"
+#include "cli/password.h"
+#include "cli/typed_time.h"
 
 namespace diskaccess {
 

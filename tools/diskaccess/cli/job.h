@@ -8,13 +8,13 @@
 #include <set>
 #include <string>
 
+#include "cli/failure.h"
+#include "cli/output.h"
 #include "disk_access.h"
-#include "failure.h"
-#include "output.h"
 #include "partition.h"
-#include "render.h"
-#include "report.h"
-#include "time_zone.h"
+#include "render/render.h"
+#include "render/report.h"
+#include "render/time_zone.h"
 
 namespace diskaccess {
 

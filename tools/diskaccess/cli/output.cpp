@@ -1,4 +1,4 @@
-#include "output.h"
+#include "cli/output.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "failure.h"
+#include "cli/failure.h"
 
 namespace diskaccess {
 

@@ -1,4 +1,4 @@
-#include "password.h"
+#include "cli/password.h"
 
 #include <fcntl.h>
 #include <termios.h>
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "failure.h"
+#include "cli/failure.h"
 
 namespace diskaccess {
 

@@ -1,4 +1,4 @@
-#include "progress.h"
+#include "cli/progress.h"
 
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-#include "render.h"
+#include "render/render.h"
 
 namespace diskaccess {
 

@@ -1,9 +1,9 @@
-#include "typed_time.h"
+#include "cli/typed_time.h"
 
 #include <optional>
 #include <regex>
 
-#include "failure.h"
+#include "cli/failure.h"
 
 namespace diskaccess {
 

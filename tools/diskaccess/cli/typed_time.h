@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "time_zone.h"
+#include "render/time_zone.h"
 
 namespace diskaccess {
 

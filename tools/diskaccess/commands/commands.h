@@ -1,8 +1,8 @@
 #ifndef DISKACCESS_COMMANDS_H
 #define DISKACCESS_COMMANDS_H
 
-#include "job.h"
-#include "report.h"
+#include "cli/job.h"
+#include "render/report.h"
 
 namespace diskaccess {
 

@@ -4,7 +4,7 @@
 #include <ctime>
 #include <set>
 
-#include "commands.h"
+#include "commands/commands.h"
 
 namespace diskaccess {
 

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <optional>
 
-#include "commands.h"
-#include "loop_device.h"
+#include "commands/commands.h"
+#include "commands/loop_device.h"
 #include "partition_file.h"
 
 namespace diskaccess {

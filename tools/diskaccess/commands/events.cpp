@@ -1,6 +1,6 @@
 #include <limits>
 
-#include "commands.h"
+#include "commands/commands.h"
 #include "findings.h"
 #include "recorded_blocks.h"
 

@@ -7,14 +7,14 @@
 #include <map>
 #include <utility>
 
-#include "commands.h"
-#include "failure.h"
+#include "cli/failure.h"
+#include "cli/progress.h"
+#include "commands/commands.h"
 #include "findings.h"
 #include "frame_types.h"
 #include "interruption.h"
 #include "manifest.h"
 #include "outputs.h"
-#include "progress.h"
 #include "range_frames.h"
 #include "sink.h"
 

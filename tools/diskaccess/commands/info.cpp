@@ -1,6 +1,6 @@
 #include <fmt/format.h>
 
-#include "commands.h"
+#include "commands/commands.h"
 
 namespace diskaccess {
 

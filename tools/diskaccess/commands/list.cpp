@@ -3,7 +3,7 @@
 #include <limits>
 #include <map>
 
-#include "commands.h"
+#include "commands/commands.h"
 #include "findings.h"
 #include "recorded_blocks.h"
 

@@ -1,4 +1,4 @@
-#include "loop_device.h"
+#include "commands/loop_device.h"
 
 #include <fcntl.h>
 #include <linux/loop.h>
@@ -10,7 +10,7 @@
 
 #include <fmt/format.h>
 
-#include "failure.h"
+#include "cli/failure.h"
 
 namespace diskaccess {
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <regex>
 
-#include "commands.h"
+#include "commands/commands.h"
 #include "findings.h"
 #include "frame_types.h"
 #include "recorded_blocks.h"

@@ -1,5 +1,5 @@
-#include "commands.h"
-#include "failure.h"
+#include "cli/failure.h"
+#include "commands/commands.h"
 
 namespace diskaccess {
 

@@ -1,6 +1,6 @@
 #include <string>
 
-#include "commands.h"
+#include "commands/commands.h"
 
 namespace diskaccess {
 

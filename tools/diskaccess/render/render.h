@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "report.h"
-#include "time_zone.h"
+#include "render/report.h"
+#include "render/time_zone.h"
 
 namespace diskaccess {
 

@@ -1,4 +1,4 @@
-#include "time_zone.h"
+#include "render/time_zone.h"
 
 #include <fmt/format.h>
 
@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <regex>
 
-#include "failure.h"
+#include "cli/failure.h"
 
 namespace diskaccess {
 

@@ -7,7 +7,7 @@
 
 #include <fmt/format.h>
 
-#include "failure.h"
+#include "cli/failure.h"
 #include "outputs.h"
 #include "sink.h"
 

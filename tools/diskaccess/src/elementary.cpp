@@ -3,7 +3,7 @@
 #include <array>
 #include <utility>
 
-#include "failure.h"
+#include "cli/failure.h"
 
 namespace diskaccess {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "job.h"
+#include "cli/job.h"
 
 namespace diskaccess {
 

@@ -2,7 +2,7 @@
 
 #include <csignal>
 
-#include "failure.h"
+#include "cli/failure.h"
 
 namespace diskaccess {
 

@@ -1,6 +1,6 @@
 // Stands in for container_sink.cpp where there is no libavformat.
 
-#include "failure.h"
+#include "cli/failure.h"
 #include "sink.h"
 
 namespace diskaccess {

@@ -15,7 +15,7 @@
 
 #include <fmt/format.h>
 
-#include "failure.h"
+#include "cli/failure.h"
 #include "interruption.h"
 
 namespace diskaccess {

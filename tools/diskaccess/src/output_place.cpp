@@ -10,7 +10,7 @@
 
 #include <fmt/format.h>
 
-#include "failure.h"
+#include "cli/failure.h"
 
 namespace diskaccess {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "failure.h"
+#include "cli/failure.h"
 
 namespace diskaccess {
 

@@ -8,8 +8,8 @@
 
 #include <fmt/format.h>
 
-#include "failure.h"
-#include "render.h"
+#include "cli/failure.h"
+#include "render/render.h"
 
 namespace diskaccess {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "job.h"
+#include "cli/job.h"
 
 namespace diskaccess {
 
