@@ -846,18 +846,18 @@ TEST_F(Program, WrongUseEndsWithTwo) {
 TEST_F(Program, WrongValuesEndWithTwoAndALine) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"--from", "soon"},
-         "'soon' is no time; give one like '2026-11-20 14:30:00', 2026-11-20, 14:30, yesterday, -2h or "
+         "'soon' is not a time; give one like '2026-11-20 14:30:00', 2026-11-20, 14:30, yesterday, -2h or "
          "@1700000000"},
         {{"--from", "2026-11-21", "--to", "2026-11-20"}, "--from lies after --to"},
         {{"--channel", "32"},
-         "--channel: '32' is no list of channels; give numbers from 0 to 31, like 0,2-4"},
+         "--channel: '32' is not a list of channels; give numbers from 0 to 31, like 0,2-4"},
         {{"--channel", "1,,2"},
-         "--channel: '1,,2' is no list of channels; give numbers from 0 to 31, like 0,2-4"},
+         "--channel: '1,,2' is not a list of channels; give numbers from 0 to 31, like 0,2-4"},
         {{"--channel", "4-2"}, "--channel: '4-2' runs backwards"},
-        {{"--alarm", "0"}, "--alarm: '0' is no set of event types; give a mask like 0x5, or all"},
-        {{"--alarm", "0xg"}, "--alarm: '0xg' is no set of event types; give a mask like 0x5, or all"},
+        {{"--alarm", "0"}, "--alarm: '0' is not a set of event types; give a mask like 0x5, or all"},
+        {{"--alarm", "0xg"}, "--alarm: '0xg' is not a set of event types; give a mask like 0x5, or all"},
         {{"--alarm", "99999999999999999999"},
-         "--alarm: '99999999999999999999' is no set of event types; give a mask like 0x5, or all"},
+         "--alarm: '99999999999999999999' is not a set of event types; give a mask like 0x5, or all"},
         {{"--tz", "Europe/Atlantis"},
          "--tz: no zone is called 'Europe/Atlantis'; give a name like Europe/Berlin or UTC"},
     };

@@ -1,78 +1,126 @@
-#include "render/render.h"
+#include "render/renderer.h"
 
 #include <gtest/gtest.h>
 
-#include "render/report.h"
+#include "render/amounts.h"
+#include "render/printable.h"
 
 namespace {
 
 using namespace diskaccess;
 
+std::string Rendered(const Report& report, Format format, const char* zoneName = "UTC") {
+    const TimeZone zone(zoneName);
+    std::string text;
+    const auto renderer = MakeRenderer(format, zone, [&text](const std::string& piece) { text += piece; });
+    renderer->Begin("list", "disk.img");
+    Show(*renderer, report);
+    renderer->End();
+    return text;
+}
+
+Table SampleTable() {
+    return {"records",
+            {{"channel", "CHANNEL"},
+             {"start", "START"},
+             {"length_seconds", "LENGTH"},
+             {"flag", ""},
+             {"note", "NOTE"}},
+            {{uint64_t{0}, Time{1795185005}, Duration{65}, true, std::string("a,b")},
+             {uint64_t{12}, Time{1795185105}, Nothing{}, false, std::string("say \"x\"")}}};
+}
+
 Report Sample() {
-    Report report;
-    report.command = "list";
-    report.partition = "disk.img";
-    report.facts = {{"count", "Records", uint64_t{2}}, {"hidden", "", true}};
-    report.tables = {{"records",
-                      {{"channel", "CHANNEL"},
-                       {"start", "START"},
-                       {"length_seconds", "LENGTH"},
-                       {"flag", ""},
-                       {"note", "NOTE"}},
-                      {{uint64_t{0}, Time{1795185005}, Duration{65}, true, std::string("a,b")},
-                       {uint64_t{12}, Time{1795185105}, Nothing{}, false, std::string("say \"x\"")}}}};
-    report.lines = {"A line."};
-    return report;
+    return {
+        {SampleTable(), Facts{{"count", "Records", uint64_t{2}}, {"hidden", "", true}}, Prose{"A line.\n"}}};
 }
 
 TEST(Rendering, Text) {
-    EXPECT_EQ(Render(Sample(), Format::Text, TimeZone("UTC")),
-              "CHANNEL  START                LENGTH  NOTE\n"
-              "      0  2026-11-20 14:30:05    1:05  a,b\n"
-              "     12  2026-11-20 14:31:45       -  say \"x\"\n"
-              "\n"
-              "Records  2\n"
-              "\n"
-              "A line.\n");
+    EXPECT_EQ(Rendered(Sample(), Format::Text), "CHANNEL  START                LENGTH  NOTE\n"
+                                                "      0  2026-11-20 14:30:05    1:05  a,b\n"
+                                                "     12  2026-11-20 14:31:45       -  say \"x\"\n"
+                                                "\n"
+                                                "Records  2\n"
+                                                "\n"
+                                                "A line.\n");
 }
 
 TEST(Rendering, TextOfFactsAlone) {
-    Report report;
-    report.command = "space";
-    report.facts = {{"a", "Total", Bytes{3}}, {"b", "Much longer", false}, {"c", "Mask", Mask{0x10}}};
-    EXPECT_EQ(Render(report, Format::Text, TimeZone("UTC")),
-              "Total        3 B\nMuch longer  no\nMask         0x10\n");
+    const Report report = {
+        {Facts{{"a", "Total", Bytes{3}}, {"b", "Much longer", false}, {"c", "Mask", Mask{0x10}}}}};
+    EXPECT_EQ(Rendered(report, Format::Text), "Total        3 B\nMuch longer  no\nMask         0x10\n");
+}
+
+TEST(Rendering, PartsStandInTheirOrder) {
+    const Facts facts = {{"count", "Count", uint64_t{1}}};
+    const Table table = {"rows", {{"row", "ROW"}}, {{uint64_t{7}}}};
+    EXPECT_EQ(Rendered({{facts, table}}, Format::Text), "Count  1\n\nROW\n  7\n");
+    EXPECT_EQ(Rendered({{table, facts}}, Format::Text), "ROW\n  7\n\nCount  1\n");
+    const std::string header =
+        "{\n  \"schema_version\": 1,\n  \"command\": \"list\",\n  \"partition\": \"disk.img\",\n";
+    EXPECT_EQ(Rendered({{facts, table}}, Format::Json),
+              header + "  \"count\": 1,\n  \"rows\": [\n    {\"row\":7}\n  ]\n}\n");
+    EXPECT_EQ(Rendered({{table, facts}}, Format::Json),
+              header + "  \"rows\": [\n    {\"row\":7}\n  ],\n  \"count\": 1\n}\n");
+}
+
+TEST(Rendering, TextLeavesOutWhatIsEmpty) {
+    const Table empty = {"rows", {{"row", "ROW"}}, {}};
+    const Table forMachines = {"days", {{"date", ""}}, {{Date{20777}}}};
+    EXPECT_EQ(
+        Rendered({{Prose{""}, empty, forMachines, Facts{{"count", "Count", uint64_t{0}}}}}, Format::Text),
+        "Count  0\n");
+}
+
+TEST(Rendering, TextMeasuresTheFirstThousandRows) {
+    Table table = {"rows", {{"row", "ROW"}, {"name", "NAME"}}, {}};
+    table.rows.assign(999, {uint64_t{1}, std::string("a")});
+    table.rows.push_back({uint64_t{12345}, std::string("b")});
+    table.rows.push_back({uint64_t{1234567}, std::string("c")});
+    const std::string text = Rendered({{table}}, Format::Text);
+    EXPECT_EQ(text.substr(0, 24), "  ROW  NAME\n    1  a\n   ");
+    EXPECT_EQ(text.substr(text.size() - 20), "12345  b\n1234567  c\n");
+}
+
+TEST(Rendering, TextOfALiveTableIsMeasuredByItsFirstRow) {
+    const TimeZone zone("UTC");
+    std::string text;
+    const auto renderer =
+        MakeRenderer(Format::Text, zone, [&text](const std::string& piece) { text += piece; });
+    renderer->BeginTable({"rows", {{"row", "ROW", 5}, {"name", "NAME"}}, {}, true});
+    renderer->ShowRow({uint64_t{1}, std::string("first")});
+    EXPECT_EQ(text, "  ROW  NAME\n    1  first\n");
+    renderer->ShowRow({uint64_t{123456}, std::string("second")});
+    EXPECT_EQ(text, "  ROW  NAME\n    1  first\n123456  second\n");
 }
 
 TEST(Rendering, Json) {
-    EXPECT_EQ(Render(Sample(), Format::Json, TimeZone("Europe/Berlin")), R"({
+    EXPECT_EQ(Rendered(Sample(), Format::Json, "Europe/Berlin"), R"({
   "schema_version": 1,
   "command": "list",
   "partition": "disk.img",
-  "count": 2,
-  "hidden": true,
   "records": [
-    {
-      "channel": 0,
-      "start": "2026-11-20T15:30:05+01:00",
-      "length_seconds": 65,
-      "flag": true,
-      "note": "a,b"
-    },
-    {
-      "channel": 12,
-      "start": "2026-11-20T15:31:45+01:00",
-      "length_seconds": null,
-      "flag": false,
-      "note": "say \"x\""
-    }
-  ]
+    {"channel":0,"start":"2026-11-20T15:30:05+01:00","length_seconds":65,"flag":true,"note":"a,b"},
+    {"channel":12,"start":"2026-11-20T15:31:45+01:00","length_seconds":null,"flag":false,"note":"say \"x\""}
+  ],
+  "count": 2,
+  "hidden": true
+}
+)");
+}
+
+TEST(Rendering, JsonOfAnEmptyTable) {
+    EXPECT_EQ(Rendered({{Table{"rows", {{"row", "ROW"}}, {}}}}, Format::Json), R"({
+  "schema_version": 1,
+  "command": "list",
+  "partition": "disk.img",
+  "rows": []
 }
 )");
 }
 
 TEST(Rendering, Ndjson) {
-    EXPECT_EQ(Render(Sample(), Format::Ndjson, TimeZone("UTC")),
+    EXPECT_EQ(Rendered(Sample(), Format::Ndjson),
               "{\"channel\":0,\"start\":\"2026-11-20T14:30:05Z\",\"length_seconds\":65,\"flag\":true,"
               "\"note\":\"a,b\"}\n"
               "{\"channel\":12,\"start\":\"2026-11-20T14:31:45Z\",\"length_seconds\":null,\"flag\":false,"
@@ -80,29 +128,31 @@ TEST(Rendering, Ndjson) {
 }
 
 TEST(Rendering, Csv) {
-    EXPECT_EQ(Render(Sample(), Format::Csv, TimeZone("UTC")),
-              "channel,start,length_seconds,flag,note\r\n"
-              "0,2026-11-20T14:30:05Z,65,true,\"a,b\"\r\n"
-              "12,2026-11-20T14:31:45Z,,false,\"say \"\"x\"\"\"\r\n");
+    EXPECT_EQ(Rendered(Sample(), Format::Csv), "channel,start,length_seconds,flag,note\r\n"
+                                               "0,2026-11-20T14:30:05Z,65,true,\"a,b\"\r\n"
+                                               "12,2026-11-20T14:31:45Z,,false,\"say \"\"x\"\"\"\r\n");
 }
 
-TEST(Rendering, CsvAndNdjsonOfFactsAlone) {
-    Report report;
-    report.command = "space";
-    report.partition = "p";
-    report.facts = {
+TEST(Rendering, CsvAndNdjsonShowTheFirstPartAlone) {
+    const Facts facts = {
         {"total", "Total", Bytes{3}}, {"set", "Set", ChannelSet{0x0D}}, {"day", "Day", Date{20777}}};
-    EXPECT_EQ(Render(report, Format::Csv, TimeZone("UTC")), "total,set,day\r\n3,\"0,2-3\",2026-11-20\r\n");
-    EXPECT_EQ(Render(report, Format::Ndjson, TimeZone("UTC")),
-              "{\"schema_version\":1,\"command\":\"space\",\"partition\":\"p\",\"total\":3,\"set\":[0,2,3],"
-              "\"day\":\"2026-11-20\"}\n");
+    const Report factsFirst = {{Prose{"Some days.\n"}, facts, SampleTable()}};
+    EXPECT_EQ(Rendered(factsFirst, Format::Csv), "total,set,day\r\n3,\"0,2-3\",2026-11-20\r\n");
+    EXPECT_EQ(Rendered(factsFirst, Format::Ndjson),
+              "{\"schema_version\":1,\"command\":\"list\",\"partition\":\"disk.img\",\"total\":3,"
+              "\"set\":[0,2,3],\"day\":\"2026-11-20\"}\n");
+    const Report tables = {{Table{"rows", {{"row", "ROW"}}, {}}, SampleTable()}};
+    EXPECT_EQ(Rendered(tables, Format::Csv), "row\r\n");
+    EXPECT_EQ(Rendered(tables, Format::Ndjson), "");
 }
 
-TEST(Rendering, NumbersOfSixtyFourBits) {
-    Report report;
-    report.command = "space";
-    report.facts = {{"mask", "Mask", Mask{0xFFFFFFFFFFFFFFFF}}};
-    EXPECT_NE(Render(report, Format::Json, TimeZone("UTC")).find("18446744073709551615"), std::string::npos);
+TEST(Rendering, NumbersThatADoubleCannotHoldAreText) {
+    const auto rendered = [](uint64_t number) {
+        return Rendered({{Facts{{"mask", "Mask", Mask{number}}}}}, Format::Json);
+    };
+    EXPECT_NE(rendered(uint64_t{1} << 53).find("\"mask\": 9007199254740992\n"), std::string::npos);
+    EXPECT_NE(rendered((uint64_t{1} << 53) + 1).find("\"mask\": \"9007199254740993\"\n"), std::string::npos);
+    EXPECT_NE(rendered(0xFFFFFFFFFFFFFFFF).find("\"mask\": \"18446744073709551615\"\n"), std::string::npos);
 }
 
 TEST(Rendering, Amounts) {
@@ -121,11 +171,11 @@ TEST(Rendering, Amounts) {
 }
 
 TEST(Rendering, ChannelSets) {
-    EXPECT_EQ(ChannelSetText(0), "none");
-    EXPECT_EQ(ChannelSetText(0x1), "0");
-    EXPECT_EQ(ChannelSetText(0x1D), "0,2-4");
-    EXPECT_EQ(ChannelSetText(0x80000001), "0,31");
-    EXPECT_EQ(ChannelSetText(0xFFFFFFFF), "0-31");
+    EXPECT_EQ(ChannelSetText({0}), "none");
+    EXPECT_EQ(ChannelSetText({0x1}), "0");
+    EXPECT_EQ(ChannelSetText({0x1D}), "0,2-4");
+    EXPECT_EQ(ChannelSetText({0x80000001}), "0,31");
+    EXPECT_EQ(ChannelSetText({0xFFFFFFFF}), "0-31");
 }
 
 TEST(Rendering, TextFromADiskIsMadePrintable) {

@@ -3,52 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <limits>
 
 #include "cli/failure.h"
 #include "cli/password.h"
-#include "cli/typed_time.h"
+#include "render/amounts.h"
 
 namespace diskaccess {
 
 namespace {
-
-/// The last second that a search may end at: the recorder's seconds are signed.
-constexpr int64_t kLastSecond = 0x7FFFFFFF;
-
-uint32_t ToDiskTime(int64_t trueTime, int64_t skew) {
-    return static_cast<uint32_t>(std::clamp<int64_t>(trueTime + skew, 0, kLastSecond));
-}
-
-/// A number from a list like "0,2-4", up to 31.
-uint32_t ReadChannel(const std::string& text, const std::string& list) {
-    const bool digits =
-        !text.empty() && text.size() <= 2 && text.find_first_not_of("0123456789") == std::string::npos;
-    if (!digits || std::stoul(text) > 31) {
-        throw WrongUse("--channel: '" + list +
-                       "' is no list of channels; give numbers from 0 to 31, like 0,2-4");
-    }
-    return static_cast<uint32_t>(std::stoul(text));
-}
-
-uint32_t ReadChannels(const std::string& list) {
-    uint32_t set = 0;
-    for (size_t begin = 0; begin <= list.size();) {
-        const size_t end = std::min(list.find(',', begin), list.size());
-        const std::string item = list.substr(begin, end - begin);
-        const size_t dash = item.find('-');
-        const uint32_t first = ReadChannel(item.substr(0, dash), list);
-        const uint32_t last = dash == std::string::npos ? first : ReadChannel(item.substr(dash + 1), list);
-        if (first > last) {
-            throw WrongUse("--channel: '" + item + "' runs backwards");
-        }
-        for (uint32_t chn = first; chn <= last; ++chn) {
-            set |= 1u << chn;
-        }
-        begin = end + 1;
-    }
-    return set;
-}
 
 std::string BlockNumbers(const std::vector<uint32_t>& blocks) {
     constexpr size_t kMost = 10;
@@ -59,13 +21,12 @@ std::string BlockNumbers(const std::vector<uint32_t>& blocks) {
 
 } // namespace
 
-Job::Job(const Options& options, const char* command)
-    : m_options(options), m_command(command), m_zone(options.zone), m_output(options.verbose),
-      m_partition(options.partition, options.diskType, m_output.Descriptor()), m_now(std::time(nullptr)) {
-    // What is wrong with the options is said before anything is read.
-    WantedRange();
-    WantedChannels();
-    WantedAlarms();
+// What is wrong with the options is said before anything is read.
+Job::Job(const Options& options, std::string command)
+    : m_options(options), m_command(std::move(command)), m_zone(ReadZone(options)), m_clock(options.skew),
+      m_now(std::time(nullptr)), m_query(ReadQuery(options, m_zone, m_now)),
+      m_libraryMessages(options.verbose),
+      m_partition(options.partition, options.diskType, m_output.Descriptor()) {
     Unlock();
 }
 
@@ -80,7 +41,7 @@ void Job::Unlock() {
         return;
     }
     m_hidden = m_partition.Head().EncryptMap;
-    const std::string hidden = ChannelSetText(m_hidden);
+    const std::string hidden = ChannelSetText({m_hidden});
     const char* const how = "--ask-password, --password-file FILE or DISKACCESS_PASSWORD";
     if (password) {
         Note(fmt::format("{}: wrong password: channels {} stay hidden; give the right one with {}",
@@ -94,53 +55,12 @@ void Job::Unlock() {
 }
 
 uint32_t Job::ReadDiskTime(const std::string& text) const {
-    return ToDiskTime(ReadTime(text, m_zone, m_now, Twice::First).first, m_options.skew);
+    return diskaccess::ReadDiskTime(text, m_zone, m_clock, m_now);
 }
 
 Range Job::WantedRange() const {
-    Range range;
-    if (!m_options.from.empty()) {
-        const TypedTime from = ReadTime(m_options.from, m_zone, m_now, Twice::First);
-        range.first = ToDiskTime(from.first, m_options.skew);
-    }
-    if (!m_options.to.empty()) {
-        const TypedTime to = ReadTime(m_options.to, m_zone, m_now, Twice::Second);
-        range.last = ToDiskTime(to.last, m_options.skew);
-        range.endOfMedia = ToDiskTime(to.first == to.last ? to.last : to.last + 1, m_options.skew);
-    }
-    if (range.first > range.last) {
-        throw WrongUse("--from lies after --to");
-    }
-    return range;
-}
-
-uint32_t Job::WantedChannels() const {
-    return m_options.channels.empty() || m_options.channels == "all" ? 0xFFFFFFFF
-                                                                     : ReadChannels(m_options.channels);
-}
-
-std::optional<uint64_t> Job::WantedAlarms() const {
-    const std::string& text = m_options.alarm;
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    if (text == "all") {
-        return std::numeric_limits<uint64_t>::max();
-    }
-    const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-    const std::string digits = hexadecimal ? text.substr(2) : text;
-    const char* const allowed = hexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
-    try {
-        if (digits.find_first_not_of(allowed) == std::string::npos) {
-            const uint64_t mask = std::stoull(digits, nullptr, hexadecimal ? 16 : 10);
-            if (mask != 0) {
-                return mask;
-            }
-        }
-    } catch (const std::out_of_range&) {
-        // said below
-    }
-    throw WrongUse("--alarm: '" + text + "' is no set of event types; give a mask like 0x5, or all");
+    const auto searched = [](uint32_t second) { return std::min(second, kLastSearchedSecond); };
+    return {searched(m_query.range.first), searched(m_query.range.last), searched(m_query.cutAt)};
 }
 
 bool Job::AsksEveryBlock() const {
@@ -148,7 +68,7 @@ bool Job::AsksEveryBlock() const {
 }
 
 bool Job::ReadsFailed() {
-    m_readsFailed = m_output.TakeLibraryFailures() != 0 || m_readsFailed;
+    m_readsFailed = m_libraryMessages.TakeFailures() != 0 || m_readsFailed;
     return m_readsFailed;
 }
 
@@ -186,17 +106,28 @@ void Job::NoteUnreadableBlocks() {
                  blocks.size() == 1 ? "s" : ""),
              kDataLost);
     }
-    m_output.TakeLibraryFailures();
+    m_libraryMessages.TakeFailures();
 }
 
-ExitCode Job::Finish(Report report) {
-    report.command = m_command;
-    report.partition = Printable(m_options.partition);
-    m_output.Write(Render(report, m_options.format, m_zone));
+Renderer& Job::Answer() {
+    if (!m_answer) {
+        m_answer =
+            MakeRenderer(m_options.format, m_zone, [this](const std::string& text) { m_output.Write(text); });
+        m_answer->Begin(m_command, Printable(m_options.partition));
+    }
+    return *m_answer;
+}
+
+ExitCode Job::Finish(const Report& report) {
+    Show(Answer(), report);
     return Finish();
 }
 
 ExitCode Job::Finish() {
+    if (m_answer) {
+        m_answer->End();
+    }
+    m_output.Flush();
     const bool readsFailed = ReadsFailed();
     NoteMissingBlocks();
     if (readsFailed) {

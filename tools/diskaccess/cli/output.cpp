@@ -1,7 +1,6 @@
 #include "cli/output.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,60 +13,45 @@ namespace diskaccess {
 
 namespace {
 
-size_t CountFailures(const std::string& messages) {
-    size_t failures = 0;
-    for (size_t at = messages.find(", Failed\n"); at != std::string::npos;
-         at = messages.find(", Failed\n", at + 1)) {
-        ++failures;
-    }
-    return failures;
-}
+constexpr size_t kBufferSize = 0x8000;
 
 } // namespace
 
-Output::Output(bool verbose) : m_verbose(verbose) {
-    std::fflush(stdout);
-    m_own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-    m_library = memfd_create("library-messages", MFD_CLOEXEC);
-    if (m_own < 0 || m_library < 0 || dup2(m_library, STDOUT_FILENO) < 0) {
+Output::Output()
+    : m_descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),
+      m_bufferSize(isatty(STDOUT_FILENO) == 1 ? 0 : kBufferSize) {
+    if (m_descriptor < 0) {
         throw Failure(std::string("cannot set up the output: ") + std::strerror(errno));
     }
 }
 
 Output::~Output() {
-    std::fflush(stdout);
-    dup2(m_own, STDOUT_FILENO);
-    close(m_own);
-    close(m_library);
+    try {
+        Flush();    // of an answer that was broken off, what there is
+    } catch (...) { // NOLINT(bugprone-empty-catch): what broke it off is reported
+    }
+    close(m_descriptor);
 }
 
-bool Output::Write(const std::string& text) const {
-    for (size_t written = 0; written < text.size();) {
-        const ssize_t put = write(m_own, text.data() + written, text.size() - written);
+void Output::Write(const std::string& text) {
+    m_buffer += text;
+    if (m_buffer.size() >= m_bufferSize) {
+        Flush();
+    }
+}
+
+void Output::Flush() {
+    for (size_t written = 0; written < m_buffer.size();) {
+        const ssize_t put = write(m_descriptor, m_buffer.data() + written, m_buffer.size() - written);
         if (put >= 0) {
             written += static_cast<size_t>(put);
         } else if (errno == EPIPE) {
-            return false;
+            throw NobodyReads();
         } else if (errno != EINTR) {
             throw Failure(std::string("standard output cannot be written: ") + std::strerror(errno));
         }
     }
-    return true;
-}
-
-size_t Output::TakeLibraryFailures() const {
-    std::fflush(stdout);
-    const off_t size = lseek(m_library, 0, SEEK_END);
-    std::string messages(size < 0 ? 0 : static_cast<size_t>(size), '\0');
-    const ssize_t got = pread(m_library, messages.data(), messages.size(), 0);
-    messages.resize(got < 0 ? 0 : static_cast<size_t>(got));
-    if (ftruncate(m_library, 0) == 0) {
-        lseek(m_library, 0, SEEK_SET);
-    }
-    if (m_verbose) {
-        std::fwrite(messages.data(), 1, messages.size(), stderr);
-    }
-    return CountFailures(messages);
+    m_buffer.clear();
 }
 
 void Complain(const std::string& line) {

@@ -1,44 +1,39 @@
 #ifndef DISKACCESS_OUTPUT_H
 #define DISKACCESS_OUTPUT_H
 
+#include <cstddef>
 #include <string>
 
 namespace diskaccess {
 
-/// Keeps the program's output and the library's apart.
-///
-/// The library prints what it does on standard output. From construction on, the program's own output goes to
-/// a private copy of standard output, and descriptor 1 leads into memory: there it is looked through for
-/// failed reads, and shown on standard error when asked for.
+/// Thrown when nobody reads the program's output any more. It ends the command, and is no error.
+struct NobodyReads {};
+
+/// The program's standard output, buffered. A terminal gets each piece at once.
 class Output {
 public:
-    /// @param verbose show the library's messages
-    explicit Output(bool verbose);
+    Output();
     ~Output();
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
-    /// The program's standard output.
-    int Descriptor() const { return m_own; }
-    /// Writes to the program's standard output. A closed pipe is no error.
-    /// @return false when nobody reads it any more
+    int Descriptor() const { return m_descriptor; }
     /// @throws Failure when it cannot be written
-    bool Write(const std::string& text) const;
-
-    /// The failed reads and seeks that the library reported since the last call; shows its messages if asked
-    /// for.
-    size_t TakeLibraryFailures() const;
+    /// @throws NobodyReads when it is a pipe that was closed
+    void Write(const std::string& text);
+    /// Writes out what is still held.
+    void Flush();
 
 private:
-    bool m_verbose;
-    int m_own = -1;
-    int m_library = -1;
+    int m_descriptor; ///< a copy of standard output
+    size_t m_bufferSize;
+    std::string m_buffer;
 };
 
 /// A line on standard error, with the program's name before it.
 void Complain(const std::string& line);
 
-/// Makes sure that descriptors 0 to 2 are taken: the library refuses a device that was given descriptor 0.
+/// Makes sure that descriptors 0 to 2 are taken, so that no file that is opened later gets one of them.
 void OccupyStandardDescriptors();
 
 } // namespace diskaccess

@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-#include "render/render.h"
+#include "render/amounts.h"
 
 namespace diskaccess {
 

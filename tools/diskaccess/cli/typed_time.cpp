@@ -135,7 +135,8 @@ TypedTime ReadTime(const std::string& text, const TimeZone& zone, int64_t now, T
         time = ReadCivil(text, zone, now, twice);
     }
     if (!time) {
-        throw WrongUse("'" + text + "' is no time; give one like '2026-11-20 14:30:00', 2026-11-20, 14:30, " +
+        throw WrongUse("'" + text +
+                       "' is not a time; give one like '2026-11-20 14:30:00', 2026-11-20, 14:30, " +
                        "yesterday, -2h or @1700000000");
     }
     return *time;

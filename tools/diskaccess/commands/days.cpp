@@ -61,15 +61,12 @@ Report Days(Job& job) {
     for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
         recorded.insert(node->data / kSecondsPerDay);
     }
-    Table days = {"days", {{"date", "DATE"}}, {}};
+    Table days = {"days", {{"date", ""}}, {}};
     for (const uint32_t day : recorded) {
         days.rows.push_back({Date{day}});
     }
-    Report report;
-    report.text = CalendarText(recorded);
-    report.facts = {{"day_count", "Days", uint64_t{recorded.size()}}};
-    report.tables = {std::move(days)};
-    return report;
+    return {{Prose{CalendarText(recorded)}, std::move(days),
+             Facts{{"day_count", "Days", uint64_t{recorded.size()}}}}};
 }
 
 } // namespace diskaccess

@@ -7,23 +7,24 @@
 #include <cstring>
 #include <optional>
 
+#include "cli/library_messages.h"
+#include "cli/output.h"
+#include "cli/query.h"
 #include "commands/commands.h"
 #include "commands/loop_device.h"
 #include "partition_file.h"
+#include "render/printable.h"
 
 namespace diskaccess {
 
 namespace {
-
-/// Ends a dump that nobody reads any more.
-struct NobodyReads {};
 
 /// Takes the dump from the library and writes it out.
 class DumpWriter {
 public:
     int Dump(PartAccess_t access, int level) {
         const int result = CPrintDisk().Print(&access, level, Print, this);
-        Flush();
+        m_output.Flush();
         return result;
     }
 
@@ -31,8 +32,6 @@ public:
     bool Begun() const { return m_begun; }
 
 private:
-    static constexpr size_t kPieceSize = 0x1000;
-
     // NOLINTNEXTLINE(cert-dcl50-cpp): what the library calls
     __attribute__((format(printf, 2, 3))) static int Print(void* ctx, const char* format, ...) {
         va_list values;
@@ -60,21 +59,11 @@ private:
 
     void Add(const std::string& text) {
         m_begun = true;
-        m_text += text;
-        if (m_text.size() >= kPieceSize) {
-            Flush();
-        }
+        m_output.Write(text);
     }
 
-    void Flush() {
-        if (!m_output.Write(m_text)) {
-            throw NobodyReads();
-        }
-        m_text.clear();
-    }
-
-    Output m_output{false};
-    std::string m_text;
+    Output m_output;
+    LibraryMessages m_libraryMessages{false};
     bool m_begun = false;
 };
 
@@ -94,7 +83,7 @@ ExitCode Dump(const Options& options) {
     if (options.format != Format::Text) {
         throw WrongUse("--format: a dump is text only; leave the option out");
     }
-    const TimeZone zone(options.zone); // the library prints the process's local time
+    ReadZone(options); // sets the zone of the process, in which the library prints times
     const PartitionFile file(options.partition, STDOUT_FILENO);
     PartAccess_t access = file.Access();
     std::optional<LoopDevice> loop;
@@ -111,12 +100,8 @@ ExitCode Dump(const Options& options) {
         loop->Path().copy(access.PartName, sizeof access.PartName - 1);
     }
     DumpWriter writer;
-    try {
-        if (writer.Dump(access, options.level) != 0) {
-            throw Failure(WhyItEnds(writer, options));
-        }
-    } catch (const NobodyReads&) {
-        return kDone; // a closed pipe is no error
+    if (writer.Dump(access, options.level) != 0) {
+        throw Failure(WhyItEnds(writer, options));
     }
     return kDone;
 }

@@ -19,10 +19,8 @@ Report Events(Job& job) {
         events.rows.push_back({job.TrueTime(event.time), Mask{event.alarmType}, uint64_t{event.eventId >> 16},
                                uint64_t{event.eventId & 0xFFFF}});
     }
-    Report report;
-    report.facts = {{"event_count", "Events", uint64_t{events.rows.size()}}};
-    report.tables = {std::move(events)};
-    return report;
+    Facts count = {{"event_count", "Events", uint64_t{events.rows.size()}}};
+    return {{std::move(events), std::move(count)}};
 }
 
 } // namespace diskaccess

@@ -16,6 +16,7 @@
 #include "manifest.h"
 #include "outputs.h"
 #include "range_frames.h"
+#include "render/printable.h"
 #include "sink.h"
 
 namespace diskaccess {
@@ -376,14 +377,12 @@ Report Summary(Job& job, const Target& target, const Manifest& manifest) {
     for (const Exported& output : manifest.outputs) {
         size += output.size;
     }
-    Report report;
-    report.tables = {std::move(tracks)};
-    report.facts = {{"output_bytes", "Written", Bytes{size}},
-                    {"gap_count", "Gaps", uint64_t{manifest.findings.gaps.size()}},
-                    {"loss_count", "Losses",
-                     uint64_t{manifest.findings.losses.size() + manifest.findings.missing.size()}},
-                    {"manifest", "Manifest", Printable(target.Manifest())}};
-    return report;
+    Facts facts = {{"output_bytes", "Written", Bytes{size}},
+                   {"gap_count", "Gaps", uint64_t{manifest.findings.gaps.size()}},
+                   {"loss_count", "Losses",
+                    uint64_t{manifest.findings.losses.size() + manifest.findings.missing.size()}},
+                   {"manifest", "Manifest", Printable(target.Manifest())}};
+    return {{std::move(tracks), std::move(facts)}};
 }
 
 } // namespace

@@ -31,60 +31,54 @@ Table ChannelTable(const BlockHead_t& head) {
     return table;
 }
 
-void AddGeometry(Report& report, const Partition& disk) {
+void AddGeometry(Facts& facts, const Partition& disk) {
     const PartHead_t& head = disk.Head();
-    report.facts.push_back(
-        {"device", "Device", std::string(disk.IsBlockDevice() ? "block device" : "image file")});
-    report.facts.push_back({"device_bytes", "Device size", Bytes{disk.Size()}});
-    report.facts.push_back(
-        {"description", "Description", FieldText(head.Description, sizeof head.Description)});
-    report.facts.push_back({"magic", "Magic", Mask{head.FormatFlag}});
-    report.facts.push_back(
-        {"layout", "Block layout", std::string(head.FmtVersion == 1 ? "extended" : "normal")});
-    report.facts.push_back({"block_count", "Blocks", uint64_t{head.BlkCount}});
-    report.facts.push_back({"block_bytes", "Block size", Bytes{head.BlkSize}});
-    report.facts.push_back({"bad_blocks", "Bad blocks", uint64_t{disk.CountOf(BlockState::Bad)}});
-    report.facts.push_back({"suspect_blocks", "Suspect blocks", uint64_t{disk.CountOf(BlockState::Suspect)}});
+    facts.push_back({"device", "Device", std::string(disk.IsBlockDevice() ? "block device" : "image file")});
+    facts.push_back({"device_bytes", "Device size", Bytes{disk.Size()}});
+    facts.push_back({"description", "Description", FieldText(head.Description, sizeof head.Description)});
+    facts.push_back({"magic", "Magic", Mask{head.FormatFlag}});
+    facts.push_back({"layout", "Block layout", std::string(head.FmtVersion == 1 ? "extended" : "normal")});
+    facts.push_back({"block_count", "Blocks", uint64_t{head.BlkCount}});
+    facts.push_back({"block_bytes", "Block size", Bytes{head.BlkSize}});
+    facts.push_back({"bad_blocks", "Bad blocks", uint64_t{disk.CountOf(BlockState::Bad)}});
+    facts.push_back({"suspect_blocks", "Suspect blocks", uint64_t{disk.CountOf(BlockState::Suspect)}});
     const bool locked = (head.Encrypt & ~2u) != 0;
-    report.facts.push_back({"locked", "Access lock", locked});
-    report.facts.push_back({"locked_channels", "Locked channels", ChannelSet{locked ? head.EncryptMap : 0}});
+    facts.push_back({"locked", "Access lock", locked});
+    facts.push_back({"locked_channels", "Locked channels", ChannelSet{locked ? head.EncryptMap : 0}});
 }
 
-void AddVehicle(Report& report, const BlockHead_t& head) {
-    report.facts.push_back(
-        {"vehicle_number", "Vehicle number", FieldText(head.VehicleNum, sizeof head.VehicleNum)});
-    report.facts.push_back({"vehicle_id", "Vehicle id", FieldText(head.VehicleID, sizeof head.VehicleID)});
-    report.facts.push_back({"pre_record_seconds", "Recorded before an alarm", Duration{head.pre_RecTime}});
-    report.facts.push_back({"alarm_delay_seconds", "Recorded after an alarm", Duration{head.AlmDelayTime}});
+void AddVehicle(Facts& facts, const BlockHead_t& head) {
+    facts.push_back({"vehicle_number", "Vehicle number", FieldText(head.VehicleNum, sizeof head.VehicleNum)});
+    facts.push_back({"vehicle_id", "Vehicle id", FieldText(head.VehicleID, sizeof head.VehicleID)});
+    facts.push_back({"pre_record_seconds", "Recorded before an alarm", Duration{head.pre_RecTime}});
+    facts.push_back({"alarm_delay_seconds", "Recorded after an alarm", Duration{head.AlmDelayTime}});
 }
 
 } // namespace
 
 Report Info(Job& job) {
     Partition& disk = job.Disk();
-    Report report;
-    AddGeometry(report, disk);
+    Facts facts;
+    AddGeometry(facts, disk);
     const auto ring = disk.RecordedRing();
     const auto oldest = ring ? disk.EndsOf(ring->oldest) : std::nullopt;
     const auto newest = ring ? disk.EndsOf(ring->newest) : std::nullopt;
     const auto block = [](bool known, uint32_t number) {
         return known ? Value(uint64_t{number}) : Value(Nothing{});
     };
-    report.facts.push_back(
-        {"oldest_block", "Oldest block", block(oldest.has_value(), ring ? ring->oldest : 0)});
-    report.facts.push_back({"oldest_time", "Recorded from",
-                            oldest ? Value(job.TrueTime(oldest->head.RecTime)) : Value(Nothing{})});
-    report.facts.push_back(
-        {"newest_block", "Newest block", block(newest.has_value(), ring ? ring->newest : 0)});
-    report.facts.push_back({"newest_time", "Newest block from",
-                            newest ? Value(job.TrueTime(newest->head.RecTime)) : Value(Nothing{})});
-    report.facts.push_back(
+    facts.push_back({"oldest_block", "Oldest block", block(oldest.has_value(), ring ? ring->oldest : 0)});
+    facts.push_back({"oldest_time", "Recorded from",
+                     oldest ? Value(job.TrueTime(oldest->head.RecTime)) : Value(Nothing{})});
+    facts.push_back({"newest_block", "Newest block", block(newest.has_value(), ring ? ring->newest : 0)});
+    facts.push_back({"newest_time", "Newest block from",
+                     newest ? Value(job.TrueTime(newest->head.RecTime)) : Value(Nothing{})});
+    facts.push_back(
         {"newest_closed", "Newest block closed", newest ? Value(newest->closed) : Value(Nothing{})});
     if (newest) {
-        AddVehicle(report, newest->head);
-        report.tables = {ChannelTable(newest->head)};
+        AddVehicle(facts, newest->head);
+        return {{std::move(facts), ChannelTable(newest->head)}};
     }
-    return report;
+    return {{std::move(facts)}};
 }
 
 } // namespace diskaccess

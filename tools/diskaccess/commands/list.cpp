@@ -30,7 +30,7 @@ struct Total {
     }
 };
 
-std::vector<Value> Row(const Job& job, const RecordItem_t& record, uint64_t alarms) {
+Row RecordRow(const Job& job, const RecordItem_t& record, uint64_t alarms) {
     const bool coarse = record.flag == 1;
     const Time start = job.TrueTime(record.startTime);
     const Time end = job.TrueTime(record.endTime);
@@ -100,19 +100,19 @@ Report List(Job& job) {
     for (const RecordItem_t& record : found) {
         const uint64_t types =
             mixed ? uint64_t{record.alarmType} : tags.TypesOf(record.startTime, record.endTime);
-        records.rows.push_back(Row(job, record, types));
+        records.rows.push_back(RecordRow(job, record, types));
         channels[record.chn].Add(record);
         all.Add(record);
     }
     Report report;
-    report.tables = {std::move(records), ChannelTotals(channels)};
-    report.facts = {{"record_count", "Records", all.records},
-                    {"length_seconds", "Length", Duration{all.seconds}},
-                    {"size_bytes", "Size", Bytes{all.bytes}}};
+    report.parts = {std::move(records), ChannelTotals(channels),
+                    Facts{{"record_count", "Records", all.records},
+                          {"length_seconds", "Length", Duration{all.seconds}},
+                          {"size_bytes", "Size", Bytes{all.bytes}}}};
     if (all.coarse != 0) {
-        report.lines.emplace_back(
-            "? The block was never closed: how far its records reach is not known before they "
-            "are played.");
+        report.parts.emplace_back(
+            Prose{"? The block was never closed: how far its records reach is not known before they "
+                  "are played.\n"});
     }
     return report;
 }

@@ -59,25 +59,22 @@ std::string KindOf(uint32_t type) {
     }
 }
 
-Report FrameTable() {
-    Report report;
-    report.command = "play";
-    report.tables = {{"frames",
-                      {{"time", "TIME"},
-                       {"channel", "CHANNEL"},
-                       {"kind", "KIND"},
-                       {"type", ""},
-                       {"length_bytes", "LENGTH"}},
-                      {}}};
-    return report;
+Table FrameTable() {
+    return {"frames",
+            {{"time", "TIME", 23},
+             {"channel", "CHANNEL"},
+             {"kind", "KIND", 7},
+             {"type", ""},
+             {"length_bytes", "LENGTH", 8}},
+            {},
+            true};
 }
 
 /// Plays records, a line a frame.
 class Player {
 public:
-    explicit Player(Job& job)
-        : m_job(job), m_range(job.WantedRange()),
-          m_rows(job.Wanted().format, job.Zone(), Table(job), {23, 7, 7, 0, 8}) {
+    explicit Player(Job& job) : m_job(job), m_range(job.WantedRange()), m_answer(job.Answer()) {
+        m_answer.BeginTable(FrameTable());
         PartAccess_t access = job.Disk().Access();
         m_disk.Init(&access);
         if (job.Wanted().to.empty()) {
@@ -125,18 +122,13 @@ public:
     }
 
     ExitCode Finish() {
-        m_job.Write(
-            m_rows.End({{"frame_count", "Frames", m_frames}, {"payload_bytes", "Payload", Bytes{m_bytes}}}));
+        m_answer.EndTable();
+        m_answer.ShowFacts(
+            {{"frame_count", "Frames", m_frames}, {"payload_bytes", "Payload", Bytes{m_bytes}}});
         return m_job.Finish();
     }
 
 private:
-    static Report Table(const Job& job) {
-        Report report = FrameTable();
-        report.partition = Printable(job.Wanted().partition);
-        return report;
-    }
-
     bool Hidden(uint32_t channel) const {
         return channel < 32 && (m_job.HiddenChannels() >> channel & 1) != 0;
     }
@@ -147,8 +139,8 @@ private:
         if (!inRange || Hidden(frame.chn)) {
             return;
         }
-        m_job.Write(m_rows.Row({m_job.TrueInstant(static_cast<int64_t>(frame.pts)), uint64_t{frame.chn},
-                                KindOf(frame.type), uint64_t{frame.type}, uint64_t{frame.len}}));
+        m_answer.ShowRow({m_job.TrueInstant(static_cast<int64_t>(frame.pts)), uint64_t{frame.chn},
+                          KindOf(frame.type), uint64_t{frame.type}, uint64_t{frame.len}});
         m_lastShown.at(frame.chn % 32) = frame.pts;
         ++m_frames;
         m_bytes += frame.len;
@@ -245,7 +237,7 @@ private:
     CReadDisk m_disk;
     Range m_range;
     std::optional<uint32_t> m_seek;
-    TableStream m_rows;
+    Renderer& m_answer;
     std::array<uint64_t, 32> m_lastShown = {}; ///< per channel: time stamp
     uint64_t m_frames = 0;
     uint64_t m_bytes = 0;

@@ -8,12 +8,10 @@ Report Space(Job& job) {
     if (job.Search().GetSpaceInfo(&space) != 0) {
         throw Failure(job.Disk().Path() + ": its space cannot be told");
     }
-    Report report;
-    report.facts = {{"total_bytes", "Total", Bytes{space.totalSize}},
-                    {"used_bytes", "Used", Bytes{space.totalSize - space.freeSize}},
-                    {"free_bytes", "Free", Bytes{space.freeSize}},
-                    {"wrapped", "Overwriting its oldest recordings", space.freeSize == 0}};
-    return report;
+    return {{Facts{{"total_bytes", "Total", Bytes{space.totalSize}},
+                   {"used_bytes", "Used", Bytes{space.totalSize - space.freeSize}},
+                   {"free_bytes", "Free", Bytes{space.freeSize}},
+                   {"wrapped", "Overwriting its oldest recordings", space.freeSize == 0}}}};
 }
 
 } // namespace diskaccess

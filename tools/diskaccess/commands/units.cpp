@@ -48,12 +48,10 @@ Report Units(Job& job) {
         units.rows.push_back(
             {uint64_t{block}, StateText(job.Disk(), block), Nothing{}, Nothing{}, Nothing{}});
     }
-    Report report;
-    report.facts = {{"recorded_count", "Recorded", static_cast<uint64_t>(recorded.m_nCount)},
+    Facts counts = {{"recorded_count", "Recorded", static_cast<uint64_t>(recorded.m_nCount)},
                     {"unusable_count", "Unusable", static_cast<uint64_t>(unusable.m_nCount)},
                     {"block_count", "Blocks in the ring", uint64_t{job.Disk().Head().BlkCount}}};
-    report.tables = {std::move(units)};
-    return report;
+    return {{std::move(units), std::move(counts)}};
 }
 
 } // namespace diskaccess

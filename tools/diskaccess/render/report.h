@@ -6,9 +6,10 @@
 
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <variant>
 #include <vector>
+
+#include "recordings/query.h"
 
 namespace diskaccess {
 
@@ -34,13 +35,11 @@ struct Duration {
 struct Bytes {
     uint64_t count = 0;
 };
-/// Alarm or event type bits.
+/// Bits, for example of event types.
 struct Mask {
     uint64_t bits = 0;
 };
-struct ChannelSet {
-    uint32_t bits = 0;
-};
+using recordings::ChannelSet;
 /// What is not known, or does not apply.
 struct Nothing {};
 
@@ -56,23 +55,33 @@ struct Fact {
 
 struct Column {
     std::string key;
-    std::string title; ///< empty: machine formats only
+    std::string title;     ///< empty: machine formats only
+    size_t leastWidth = 0; ///< characters in text
 };
+
+using Row = std::vector<Value>;
 
 struct Table {
     std::string key;
     std::vector<Column> columns;
-    std::vector<std::vector<Value>> rows;
+    std::vector<Row> rows;
+    /// Text shows each row at once, so that the first decides how wide the columns are. Of other tables the first
+    /// thousand rows do.
+    bool live = false;
 };
 
-/// The answer to a command.
+/// Lines for people: text only.
+struct Prose {
+    std::string text;
+};
+
+using Facts = std::vector<Fact>;
+using Part = std::variant<Facts, Table, Prose>;
+
+/// The answer to a command, in parts that are shown in their order. NDJSON and CSV, in which all lines are alike, show the
+/// first that is no prose.
 struct Report {
-    std::string command;
-    std::string partition;
-    std::vector<Fact> facts;
-    std::vector<Table> tables;      ///< the first is what the command is about
-    std::vector<std::string> lines; ///< text only: what stands below the tables
-    std::string text;               ///< text only: stands in place of the tables, for what is no table
+    std::vector<Part> parts;
 };
 
 } // namespace diskaccess

@@ -8,8 +8,6 @@
 #include <filesystem>
 #include <regex>
 
-#include "cli/failure.h"
-
 namespace diskaccess {
 
 namespace {
@@ -57,7 +55,7 @@ int64_t UtcTime(const CivilTime& civil) {
 TimeZone::TimeZone(const std::string& name) {
     if (!name.empty()) {
         if (name != "UTC" && !Known(name)) {
-            throw WrongUse("--tz: no zone is called '" + name + "'; give a name like Europe/Berlin or UTC");
+            throw UnknownZone("no zone is called '" + name + "'; give a name like Europe/Berlin or UTC");
         }
         setenv("TZ", name.c_str(), 1);
     }

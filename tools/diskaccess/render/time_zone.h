@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace diskaccess {
@@ -20,11 +21,17 @@ struct CivilTime {
 /// Which of two instants a time of day means when clocks are turned back and it comes twice.
 enum class Twice { First, Second };
 
+/// Thrown for a zone that nothing is known of.
+class UnknownZone : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// The zone in which times are typed and shown. There is one a process: the C library's.
 class TimeZone {
 public:
     /// @param name a name of the zone database or a POSIX rule; empty for the host's own zone
-    /// @throws WrongUse for a name that nothing is known of
+    /// @throws UnknownZone for a name that nothing is known of
     explicit TimeZone(const std::string& name);
 
     /// Seconds east of UTC at an instant.
@@ -33,7 +40,7 @@ public:
     /// The instant of a date and time. One that clocks skip is taken to come after the gap.
     int64_t ToTime(const CivilTime& civil, Twice twice) const;
 
-    /// "2026-11-20 14:30:00"; with the offset behind it when that time comes twice.
+    /// "2026-11-20 14:30:00"; followed by the offset when that time comes twice.
     std::string Text(int64_t time) const;
     /// "2026-11-20T14:30:00+01:00"
     std::string Rfc3339(int64_t time) const;

@@ -9,7 +9,7 @@
 #include <fmt/format.h>
 
 #include "cli/failure.h"
-#include "render/render.h"
+#include "render/printable.h"
 
 namespace diskaccess {
 

@@ -1,0 +1,157 @@
+#include "cli/options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <limits>
+#include <map>
+
+namespace diskaccess {
+
+const char* const kHelpFooter =
+    "A TIME is '2026-11-20 14:30:00' (an offset like +01:00 or Z may follow), 2026-11-20,\n"
+    "14:30 (today), today, yesterday, now, -2h (also s, m, d, w), or @1700000000.\n"
+    "Exit status: 0 done, 1 failed or incomplete, 2 wrong use, 3 done but data was lost.";
+
+void AddPartition(CLI::App& command, Options& options) {
+    command
+        .add_option("PARTITION", options.partition,
+                    "The recorder's partition: a block device or an image file")
+        ->type_name("FILE")
+        ->required();
+}
+
+void AddZoneOptions(CLI::App& command, Options& options) {
+    auto* const zone = command
+                           .add_option("--tz", options.zone,
+                                       "Zone of all times, like Europe/Berlin (default: this "
+                                       "machine's)")
+                           ->option_text("ZONE");
+    command
+        .add_flag_callback(
+            "--utc", [&options] { options.zone = "UTC"; }, "Short for --tz UTC")
+        ->excludes(zone);
+}
+
+namespace {
+
+const std::map<std::string, Format>& FormatNames() {
+    static const std::map<std::string, Format> names = {
+        {"text", Format::Text}, {"json", Format::Json}, {"ndjson", Format::Ndjson}, {"csv", Format::Csv}};
+    return names;
+}
+
+} // namespace
+
+void AddFormatOptions(CLI::App& command, Options& options) {
+    command.add_option("--format", options.format, "text, json, ndjson or csv")
+        ->transform(CLI::Transformer(FormatNames(), CLI::ignore_case))
+        ->option_text("FORMAT")
+        ->default_str("text");
+    command.add_flag_callback(
+        "--json", [&options] { options.format = Format::Json; }, "Short for --format json");
+}
+
+void AddTextFormatOption(CLI::App& command, Options& options) {
+    command.add_option("--format", options.format, "text, the only one")
+        ->transform(CLI::Transformer(FormatNames(), CLI::ignore_case).description("{text}"))
+        ->option_text("FORMAT")
+        ->default_str("text");
+}
+
+void AddDiskOptions(CLI::App& command, Options& options) {
+    constexpr int64_t kMostSkew =
+        std::numeric_limits<uint32_t>::max(); // all that a recorder's clock can count
+    command
+        .add_option("--skew", options.skew, "Seconds that the recorder's clock was ahead (negative: behind)")
+        ->check(CLI::Range(-kMostSkew, kMostSkew))
+        ->option_text("SECONDS");
+    command
+        .add_option("--disk-type", options.diskType,
+                    "The recorder's disk type code (default: as the head says)")
+        ->option_text("CODE");
+    auto* const file = command
+                           .add_option("--password-file", options.passwordFile,
+                                       "File whose first line is the disk's password")
+                           ->option_text("FILE")
+                           ->type_name("FILE");
+    command
+        .add_flag("--ask-password", options.askPassword,
+                  "Ask for the disk's password (else: environment variable DISKACCESS_PASSWORD)")
+        ->excludes(file);
+    command.add_flag("--verbose", options.verbose, "Show the library's messages on standard error");
+}
+
+void AddRangeOptions(CLI::App& command, Options& options) {
+    command.add_option("--from", options.from, "First second (a date: its first)")->option_text("TIME");
+    command.add_option("--to", options.to, "Last second (a date: its last)")->option_text("TIME");
+    command.add_flag("--every-block", options.everyBlock,
+                     "Also look where the times of the blocks do not lead: for a recorder whose clock was "
+                     "set back");
+}
+
+void AddChannelOption(CLI::App& command, Options& options) {
+    command.add_option("--channel", options.channels, "Channels, like 0,2-4 (default: all)")
+        ->option_text("LIST");
+}
+
+void AddAlarmOption(CLI::App& command, Options& options) {
+    command.add_option("--alarm", options.alarm, "Event types: the sum of their bits, like 0x5, or all")
+        ->option_text("MASK");
+}
+
+void AddListOptions(CLI::App& command, Options& options) {
+    command.add_flag("--mix", options.mix, "Cut the recordings where alarms begin and end");
+}
+
+void AddPlayOptions(CLI::App& command, Options& options) {
+    auto* const record = command
+                             .add_option("--record", options.record,
+                                         "Play one record, as list shows it (segment 0 if left out)")
+                             ->option_text("BLOCK/CHANNEL/SEGMENT");
+    command.add_option("--unit", options.unit, "Play a whole block, every channel")
+        ->option_text("BLOCK")
+        ->excludes(record);
+    command.add_option("--seek", options.seek, "Begin at the first key frame at or after TIME")
+        ->option_text("TIME");
+    auto* const iframes = command.add_flag("--iframes", options.iframes, "Step from key frame to key frame");
+    command.add_flag("--backward", options.backward, "With --iframes: from the last to the first")
+        ->needs(iframes);
+}
+
+void AddExportOptions(CLI::App& command, Options& options) {
+    command
+        .add_option(
+            "-o,--output", options.output,
+            "File to write; with --raw, what the files' names begin with. FILE.json says what is in it")
+        ->option_text("FILE")
+        ->type_name("FILE")
+        ->required();
+    command.add_flag("--raw", options.raw,
+                     "Elementary streams as the cameras delivered them, one file a channel and kind");
+    command
+        .add_option("--container", options.container,
+                    "matroska or mp4 (default: as FILE ends, else matroska)")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, std::string>{{"matroska", "matroska"}, {"mkv", "matroska"}, {"mp4", "mp4"}},
+            CLI::ignore_case))
+        ->option_text("KIND");
+    command
+        .add_option("--audio", options.audio,
+                    "How audio is encoded, if the disk does not tell: alaw, mulaw, pcm16 or a name of "
+                    "libavcodec's, and samples a second, like alaw:8000")
+        ->option_text("CODEC:RATE");
+    command.add_flag("--force", options.force, "Replace files that exist; never the source");
+}
+
+void AddDumpOptions(CLI::App& command, Options& options) {
+    command
+        .add_option(
+            "--level", options.level,
+            "-1: size; 1: and head; 0: and bad-block tables; 2: head and blocks; 3: and their indexes")
+        ->option_text("N")
+        ->default_str("3");
+    command.add_flag("--attach", options.attach,
+                     "Attach an image file to a loop device for the dump, read-only; takes root");
+}
+
+} // namespace diskaccess

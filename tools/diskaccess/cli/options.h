@@ -1,0 +1,79 @@
+#ifndef DISKACCESS_OPTIONS_H
+#define DISKACCESS_OPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "render/renderer.h"
+
+namespace CLI {
+class App;
+}
+
+namespace diskaccess {
+
+/// The options of all commands, as typed. query.h says what they mean.
+struct Options {
+    std::string partition;
+    std::string zone;
+    Format format = Format::Text;
+
+    // commands that search the disk
+    int64_t skew = 0; ///< seconds that the recorder's clock was ahead of true time
+    std::optional<int> diskType;
+    std::string passwordFile;
+    bool askPassword = false;
+    bool verbose = false;
+    std::string from;
+    std::string to;
+    std::string channels;
+    std::string alarm;
+    bool everyBlock = false;
+
+    // list
+    bool mix = false;
+
+    // play
+    bool iframes = false;
+    bool backward = false;
+    std::optional<uint32_t> unit;
+    std::string record;
+    std::string seek;
+
+    // export
+    std::string output;
+    std::string container;
+    std::string audio;
+    bool raw = false;
+    bool force = false;
+
+    // dump
+    bool attach = false;
+    int level = 3;
+};
+
+/// What --help ends with: how times are typed, and the exit status.
+extern const char* const kHelpFooter;
+
+// Each of these has a command accept options, and lead to @p options what is typed.
+
+void AddPartition(CLI::App& command, Options& options);
+void AddZoneOptions(CLI::App& command, Options& options);
+void AddFormatOptions(CLI::App& command, Options& options);
+/// --format for a command that has text only.
+void AddTextFormatOption(CLI::App& command, Options& options);
+/// What it takes to read a disk right: disk type, clock skew, password.
+void AddDiskOptions(CLI::App& command, Options& options);
+void AddRangeOptions(CLI::App& command, Options& options);
+void AddChannelOption(CLI::App& command, Options& options);
+void AddAlarmOption(CLI::App& command, Options& options);
+
+void AddListOptions(CLI::App& command, Options& options);
+void AddPlayOptions(CLI::App& command, Options& options);
+void AddExportOptions(CLI::App& command, Options& options);
+void AddDumpOptions(CLI::App& command, Options& options);
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_OPTIONS_H

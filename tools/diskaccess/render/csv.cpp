@@ -1,0 +1,64 @@
+#include "render/csv.h"
+
+#include <fmt/format.h>
+
+#include "render/amounts.h"
+#include "render/json.h"
+
+namespace diskaccess {
+
+namespace {
+
+std::string Quoted(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) {
+        return text;
+    }
+    std::string quoted = "\"";
+    for (const char c : text) {
+        quoted += c == '"' ? "\"\"" : std::string(1, c);
+    }
+    return quoted + "\"";
+}
+
+std::string Cell(const Value& value, const TimeZone& zone) {
+    if (const auto* const set = std::get_if<ChannelSet>(&value)) {
+        return Quoted(ChannelSetText(*set));
+    }
+    const Json json = ValueJson(value, zone);
+    return json.is_null() ? "" : json.is_string() ? Quoted(json.get<std::string>()) : json.dump();
+}
+
+} // namespace
+
+void CsvRenderer::WriteLine(const std::vector<std::string>& cells) const {
+    m_write(fmt::format("{}\r\n", fmt::join(cells, ",")));
+}
+
+void CsvRenderer::FactsAlone(const Facts& facts) {
+    std::vector<std::string> keys;
+    std::vector<std::string> cells;
+    for (const Fact& fact : facts) {
+        keys.push_back(fact.key);
+        cells.push_back(Cell(fact.value, m_zone));
+    }
+    WriteLine(keys);
+    WriteLine(cells);
+}
+
+void CsvRenderer::TableAlone(const std::vector<Column>& columns) {
+    std::vector<std::string> keys;
+    for (const Column& column : columns) {
+        keys.push_back(column.key);
+    }
+    WriteLine(keys);
+}
+
+void CsvRenderer::RowAlone(const Row& row) {
+    std::vector<std::string> cells;
+    for (const Value& value : row) {
+        cells.push_back(Cell(value, m_zone));
+    }
+    WriteLine(cells);
+}
+
+} // namespace diskaccess

@@ -1,0 +1,16 @@
+#ifndef DISKACCESS_PRINTABLE_H
+#define DISKACCESS_PRINTABLE_H
+
+#include <cstddef>
+#include <string>
+
+namespace diskaccess {
+
+/// Text from a disk with everything escaped that a terminal might obey or that is no UTF-8: "\x1b".
+std::string Printable(const std::string& text);
+/// A text field of a disk structure, which need not be terminated.
+std::string FieldText(const char* field, size_t size);
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_PRINTABLE_H
