@@ -501,8 +501,8 @@ TEST_F(Export, SummaryKeepsToItsSchema) {
     EXPECT_EQ(result.exitCode, 0);
     const Json summary = Json::parse(result.out);
     EXPECT_EQ(SchemaErrors("export", summary), "") << result.out;
-    EXPECT_EQ(summary["tracks"][0]["frames"], 200);
-    EXPECT_EQ(summary["manifest"], File("out.json"));
+    EXPECT_EQ(summary["tracks"][0]["frame_count"], 200);
+    EXPECT_EQ(summary["manifest_file"], File("out.json"));
 }
 
 TEST_F(Export, AppliesTheSkewOfTheRecordersClock) {

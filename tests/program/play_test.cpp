@@ -79,7 +79,7 @@ protected:
         for (std::string line; std::getline(lines, line);) {
             const Json frame = Json::parse(line);
             frames.push_back(frame["time"].get<std::string>().substr(14, 7) + " " +
-                             frame["kind"].get<std::string>());
+                             frame["frame_kind"].get<std::string>());
         }
         return frames;
     }
@@ -285,14 +285,15 @@ TEST_F(PlayProgram, MachineFormats) {
     EXPECT_EQ(document["frame_count"], 20);
     EXPECT_EQ(document["frames"][0], (Json{{"time", "2026-11-20T14:00:00.000000Z"},
                                            {"channel", 1},
-                                           {"kind", "I-frame"},
-                                           {"type", 1},
-                                           {"length_bytes", m_lengths[0]}}));
+                                           {"frame_kind", "I-frame"},
+                                           {"frame_type", 1},
+                                           {"payload_bytes", m_lengths[0]}}));
     const Json nothing = Json::parse(Run({"--json", "--channel", "5"}).out);
     EXPECT_EQ(SchemaErrors("play", nothing), "");
     EXPECT_EQ(nothing["frames"], Json::array());
-    EXPECT_EQ(Run({"--format", "csv", "--channel", "5"}).out, "time,channel,kind,type,length_bytes\r\n");
-    EXPECT_EQ(Run({"--format", "csv", "--to", At(0)}).out.substr(37, 43),
+    EXPECT_EQ(Run({"--format", "csv", "--channel", "5"}).out,
+              "time,channel,frame_kind,frame_type,payload_bytes\r\n");
+    EXPECT_EQ(Run({"--format", "csv", "--to", At(0)}).out.substr(50, 43),
               "2026-11-20T14:00:00.000000Z,1,I-frame,1," + std::to_string(m_lengths[0]).substr(0, 3));
     EXPECT_EQ(Run({"--channel", "5"}).out, "Frames   0\nPayload  0 B\n");
 }

@@ -520,11 +520,11 @@ TEST_F(Program, JsonValues) {
                                         {"end", "2026-11-20T14:19:59Z"},
                                         {"length_seconds", 599},
                                         {"size_bytes", 599 * 1024},
-                                        {"alarm", 5},
+                                        {"event_types", 5},
                                         {"block", 1},
                                         {"segment", 0},
-                                        {"not_closed", false}}));
-    EXPECT_EQ(list["records"][4]["not_closed"], true);
+                                        {"closed", true}}));
+    EXPECT_EQ(list["records"][4]["closed"], false);
     EXPECT_EQ(list["records"][4]["size_bytes"], nullptr);
     const Json units = Json::parse(Show("units", {"--json"}));
     EXPECT_EQ(units["units"][0]["channels"], (Json{0, 3}));
@@ -539,18 +539,18 @@ TEST_F(Program, NdjsonHasALineARecord) {
         events.push_back(Json::parse(line));
     }
     ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[1], (Json{{"time", "2026-11-20T14:15:00Z"}, {"type", 4}, {"block", 1}, {"entry", 1}}));
+    EXPECT_EQ(events[1], (Json{{"time", "2026-11-20T14:15:00Z"}, {"event_types", 4}, {"block", 1}, {"entry", 1}}));
     EXPECT_EQ(Json::parse(Show("info", {"--format", "ndjson"}))["block_count"], 8);
 }
 
 TEST_F(Program, CsvHasAHeaderAndALineARecord) {
-    EXPECT_EQ(Show("events", {"--format", "csv"}), "time,type,block,entry\r\n"
+    EXPECT_EQ(Show("events", {"--format", "csv"}), "time,event_types,block,entry\r\n"
                                                    "2026-11-20T14:11:00Z,1,1,0\r\n"
                                                    "2026-11-20T14:15:00Z,4,1,1\r\n");
     EXPECT_TRUE(Contains(Show("units", {"--format", "csv"}),
                          "0,closed,2026-11-20T14:00:00Z,2026-11-20T14:09:59Z,\"0,3\"\r\n"));
     EXPECT_TRUE(Contains(Show("space", {"--format", "csv"}),
-                         "total_bytes,used_bytes,free_bytes,wrapped\r\n524288,327680,196608,false\r\n"));
+                         "ring_size_bytes,used_bytes,free_bytes,wrapped\r\n524288,327680,196608,false\r\n"));
 }
 
 TEST_F(Program, NamesOnTheDiskAreShownEscaped) {

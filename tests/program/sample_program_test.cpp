@@ -37,20 +37,20 @@ TEST(SamplePartition, HoldsWhatTheScenarioSays) {
     const Json info = Show("info", kSample);
     EXPECT_EQ(info["block_count"], 16);
     EXPECT_EQ(info["layout"], "extended");
-    EXPECT_EQ(info["bad_blocks"], 1);
-    EXPECT_EQ(info["suspect_blocks"], 1);
+    EXPECT_EQ(info["bad_block_count"], 1);
+    EXPECT_EQ(info["suspect_block_count"], 1);
     EXPECT_EQ(info["newest_closed"], false);
     EXPECT_GT(info["oldest_block"], info["newest_block"]); // the ring has wrapped
-    ASSERT_EQ(info["channels"].size(), 4u);
-    EXPECT_EQ(info["channels"][0]["sample_rate"], 8000);
-    EXPECT_EQ(info["channels"][2]["audio_code"], 3);
-    EXPECT_EQ(info["channels"][3]["audio_code"], 0);
+    ASSERT_EQ(info["channel_properties"].size(), 4u);
+    EXPECT_EQ(info["channel_properties"][0]["sample_rate"], 8000);
+    EXPECT_EQ(info["channel_properties"][2]["audio_code"], 3);
+    EXPECT_EQ(info["channel_properties"][3]["audio_code"], 0);
     const Json days = Show("days", kSample);
     EXPECT_EQ(days["days"], (Json{{{"date", "2026-11-18"}}, {{"date", "2026-11-20"}}}));
     const Json events = Show("events", kSample);
     std::map<int, int> types;
     for (const Json& event : events["events"]) {
-        ++types[event["type"].get<int>()];
+        ++types[event["event_types"].get<int>()];
     }
     EXPECT_EQ(types, (std::map<int, int>{{0x1, 2}, {0x4, 2}, {0x10, 1}}));
     EXPECT_LT(std::filesystem::file_size(kSample), 200u << 20);
@@ -85,10 +85,10 @@ TEST_F(SampleProgram, GeneratesAPartition) {
     EXPECT_EQ(made.exitCode, 0) << made.err;
     const Json info = Show("info", File("made"));
     EXPECT_EQ(info["block_count"], 6);
-    EXPECT_EQ(info["block_bytes"], 262144);
+    EXPECT_EQ(info["block_size_bytes"], 262144);
     EXPECT_EQ(info["layout"], "extended");
     EXPECT_EQ(info["newest_closed"], false);
-    EXPECT_EQ(info["channels"].size(), 3u);
+    EXPECT_EQ(info["channel_properties"].size(), 3u);
     const Json list = Show("list", File("made"));
     EXPECT_GT(list["record_count"], 3);
     // The same seed makes the same partition.
@@ -354,7 +354,7 @@ TEST_F(SampleProgram, RecordsEveryEventInOrderOfTime) {
     const Json shown = Show("events", File("made"));
     std::vector<std::string> events;
     for (const Json& event : shown["events"]) {
-        events.push_back(event["time"].get<std::string>() + " " + event["type"].dump());
+        events.push_back(event["time"].get<std::string>() + " " + event["event_types"].dump());
     }
     EXPECT_EQ(events, (std::vector<std::string>{"2026-11-18T07:58:00Z 1", "2026-11-18T07:58:04Z 2",
                                                 "2026-11-18T09:00:04Z 4"}));

@@ -10,9 +10,13 @@
 
 namespace test_support {
 
+std::string SchemaDirectory() {
+    return DISKACCESS_SCHEMAS;
+}
+
 std::string SchemaErrors(const std::string& name, const nlohmann::json& document) {
     using Adapter = valijson::adapters::NlohmannJsonAdapter;
-    std::ifstream file(std::string(DISKACCESS_SCHEMAS) + "/" + name + ".schema.json");
+    std::ifstream file(SchemaDirectory() + "/" + name + ".schema.json");
     EXPECT_TRUE(file) << name;
     const auto schemaDocument = nlohmann::json::parse(file);
     valijson::Schema schema;

@@ -6,6 +6,9 @@
 
 namespace test_support {
 
+/// Where the schemas lie: docs/schema.
+std::string SchemaDirectory();
+
 /// Checks a document against a schema of docs/schema.
 /// @param name of the schema: "list"
 /// @return what is wrong with it; empty when nothing is

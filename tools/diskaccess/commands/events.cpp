@@ -9,7 +9,7 @@ namespace diskaccess {
 Report Events(Job& job) {
     const uint64_t mask = job.WantedAlarms().value_or(std::numeric_limits<uint64_t>::max());
     Table events = {
-        "events", {{"time", "TIME"}, {"type", "TYPE"}, {"block", "BLOCK"}, {"entry", "ENTRY"}}, {}};
+        "events", {{"time", "TIME"}, {"event_types", "TYPE"}, {"block", "BLOCK"}, {"entry", "ENTRY"}}, {}};
     std::vector<EventItem_t> found = FindEvents(job, job.WantedRange(), mask);
     if (found.empty() && TimesMislead(job)) {
         job.AskEveryBlock();

@@ -359,9 +359,9 @@ void NoteLosses(Job& job, const Manifest& manifest) {
 Report Summary(Job& job, const Target& target, const Manifest& manifest) {
     Table tracks = {"tracks",
                     {{"channel", "CHANNEL"},
-                     {"kind", "KIND"},
+                     {"media", "KIND"},
                      {"codec", "CODEC"},
-                     {"frames", "FRAMES"},
+                     {"frame_count", "FRAMES"},
                      {"payload_bytes", "SIZE"},
                      {"start", "START"},
                      {"end", "END"},
@@ -377,11 +377,11 @@ Report Summary(Job& job, const Target& target, const Manifest& manifest) {
     for (const Exported& output : manifest.outputs) {
         size += output.size;
     }
-    Facts facts = {{"output_bytes", "Written", Bytes{size}},
+    Facts facts = {{"size_bytes", "Written", Bytes{size}},
                    {"gap_count", "Gaps", uint64_t{manifest.findings.gaps.size()}},
                    {"loss_count", "Losses",
                     uint64_t{manifest.findings.losses.size() + manifest.findings.missing.size()}},
-                   {"manifest", "Manifest", Printable(target.Manifest())}};
+                   {"manifest_file", "Manifest", Printable(target.Manifest())}};
     return {{std::move(tracks), std::move(facts)}};
 }
 

@@ -7,13 +7,13 @@ namespace diskaccess {
 namespace {
 
 Table ChannelTable(const BlockHead_t& head) {
-    Table table = {"channels",
+    Table table = {"channel_properties",
                    {{"channel", "CHANNEL"},
                     {"video_code", "VIDEO"},
                     {"frame_rate", "FPS"},
                     {"resolution_code", "SIZE CODE"},
                     {"bitrate", "BITRATE"},
-                    {"gop", "GOP"},
+                    {"key_frame_distance", "GOP"},
                     {"audio_code", "AUDIO"},
                     {"sample_rate", "SAMPLE RATE"},
                     {"sample_bits", "BITS"},
@@ -34,14 +34,14 @@ Table ChannelTable(const BlockHead_t& head) {
 void AddGeometry(Facts& facts, const Partition& disk) {
     const PartHead_t& head = disk.Head();
     facts.push_back({"device", "Device", std::string(disk.IsBlockDevice() ? "block device" : "image file")});
-    facts.push_back({"device_bytes", "Device size", Bytes{disk.Size()}});
+    facts.push_back({"device_size_bytes", "Device size", Bytes{disk.Size()}});
     facts.push_back({"description", "Description", FieldText(head.Description, sizeof head.Description)});
     facts.push_back({"magic", "Magic", Mask{head.FormatFlag}});
     facts.push_back({"layout", "Block layout", std::string(head.FmtVersion == 1 ? "extended" : "normal")});
     facts.push_back({"block_count", "Blocks", uint64_t{head.BlkCount}});
-    facts.push_back({"block_bytes", "Block size", Bytes{head.BlkSize}});
-    facts.push_back({"bad_blocks", "Bad blocks", uint64_t{disk.CountOf(BlockState::Bad)}});
-    facts.push_back({"suspect_blocks", "Suspect blocks", uint64_t{disk.CountOf(BlockState::Suspect)}});
+    facts.push_back({"block_size_bytes", "Block size", Bytes{head.BlkSize}});
+    facts.push_back({"bad_block_count", "Bad blocks", uint64_t{disk.CountOf(BlockState::Bad)}});
+    facts.push_back({"suspect_block_count", "Suspect blocks", uint64_t{disk.CountOf(BlockState::Suspect)}});
     const bool locked = (head.Encrypt & ~2u) != 0;
     facts.push_back({"locked", "Access lock", locked});
     facts.push_back({"locked_channels", "Locked channels", ChannelSet{locked ? head.EncryptMap : 0}});
@@ -67,10 +67,10 @@ Report Info(Job& job) {
         return known ? Value(uint64_t{number}) : Value(Nothing{});
     };
     facts.push_back({"oldest_block", "Oldest block", block(oldest.has_value(), ring ? ring->oldest : 0)});
-    facts.push_back({"oldest_time", "Recorded from",
+    facts.push_back({"oldest_start", "Recorded from",
                      oldest ? Value(job.TrueTime(oldest->head.RecTime)) : Value(Nothing{})});
     facts.push_back({"newest_block", "Newest block", block(newest.has_value(), ring ? ring->newest : 0)});
-    facts.push_back({"newest_time", "Newest block from",
+    facts.push_back({"newest_start", "Newest block from",
                      newest ? Value(job.TrueTime(newest->head.RecTime)) : Value(Nothing{})});
     facts.push_back(
         {"newest_closed", "Newest block closed", newest ? Value(newest->closed) : Value(Nothing{})});

@@ -42,16 +42,16 @@ Row RecordRow(const Job& job, const RecordItem_t& record, uint64_t alarms) {
             Mask{alarms},
             uint64_t{record.recId >> 16},
             coarse ? Value(Nothing{}) : Value(uint64_t{record.recId & 0x1FF}),
-            coarse};
+            !coarse};
 }
 
 Table ChannelTotals(const std::map<uint32_t, Total>& channels) {
-    Table table = {"channels",
+    Table table = {"channel_totals",
                    {{"channel", "CHANNEL"},
-                    {"records", "RECORDS"},
+                    {"record_count", "RECORDS"},
                     {"length_seconds", "LENGTH"},
                     {"size_bytes", "SIZE"},
-                    {"not_closed", ""}},
+                    {"not_closed_count", ""}},
                    {}};
     for (const auto& [channel, total] : channels) {
         table.rows.push_back(
@@ -90,10 +90,10 @@ Report List(Job& job) {
                       {"end", "END"},
                       {"length_seconds", "LENGTH"},
                       {"size_bytes", "SIZE"},
-                      {"alarm", "ALARM"},
+                      {"event_types", "ALARM"},
                       {"block", "BLOCK"},
                       {"segment", "SEGMENT"},
-                      {"not_closed", ""}},
+                      {"closed", ""}},
                      {}};
     Total all;
     std::map<uint32_t, Total> channels;

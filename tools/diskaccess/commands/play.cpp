@@ -63,9 +63,9 @@ Table FrameTable() {
     return {"frames",
             {{"time", "TIME", 23},
              {"channel", "CHANNEL"},
-             {"kind", "KIND", 7},
-             {"type", ""},
-             {"length_bytes", "LENGTH", 8}},
+             {"frame_kind", "KIND", 7},
+             {"frame_type", ""},
+             {"payload_bytes", "LENGTH", 8}},
             {},
             true};
 }

@@ -8,7 +8,7 @@ Report Space(Job& job) {
     if (job.Search().GetSpaceInfo(&space) != 0) {
         throw Failure(job.Disk().Path() + ": its space cannot be told");
     }
-    return {{Facts{{"total_bytes", "Total", Bytes{space.totalSize}},
+    return {{Facts{{"ring_size_bytes", "Total", Bytes{space.totalSize}},
                    {"used_bytes", "Used", Bytes{space.totalSize - space.freeSize}},
                    {"free_bytes", "Free", Bytes{space.freeSize}},
                    {"wrapped", "Overwriting its oldest recordings", space.freeSize == 0}}}};

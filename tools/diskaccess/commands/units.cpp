@@ -48,8 +48,8 @@ Report Units(Job& job) {
         units.rows.push_back(
             {uint64_t{block}, StateText(job.Disk(), block), Nothing{}, Nothing{}, Nothing{}});
     }
-    Facts counts = {{"recorded_count", "Recorded", static_cast<uint64_t>(recorded.m_nCount)},
-                    {"unusable_count", "Unusable", static_cast<uint64_t>(unusable.m_nCount)},
+    Facts counts = {{"recorded_block_count", "Recorded", static_cast<uint64_t>(recorded.m_nCount)},
+                    {"unusable_block_count", "Unusable", static_cast<uint64_t>(unusable.m_nCount)},
                     {"block_count", "Blocks in the ring", uint64_t{job.Disk().Head().BlkCount}}};
     return {{std::move(units), std::move(counts)}};
 }
