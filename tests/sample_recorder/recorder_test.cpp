@@ -407,6 +407,10 @@ TEST_F(RecorderTest, IndexedRingIsFullAndWrapped) {
     const auto seg = At<RecSegItem_t>(0x82F000 + 260 + 12 * 16 + 20);
     EXPECT_EQ(seg.s, kStart + 550);
     EXPECT_EQ(seg.e, kStart + 599);
+    // A block of 65,536 bytes has 60,600 for frames: an eighth for each of the eight segments.
+    EXPECT_EQ(seg.totalsize, 7575u);
+    EXPECT_EQ(seg.spos, 7575u);
+    EXPECT_EQ(seg.epos, 2 * 7575u);
 }
 
 TEST_F(RecorderTest, IndexTooLargeForItsAreaIsRefused) {
