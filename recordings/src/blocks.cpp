@@ -54,6 +54,7 @@ public:
             RepairTimes();
             LinkNeighbours();
             NoteProblems();
+            NoteHeadless();
         }
         return std::move(m_list);
     }
@@ -458,6 +459,18 @@ private:
             m_list.m_problems.push_back(
                 {{ends.recTime, std::max(ends.recTime, ends.Closed() ? ends.tail.EndTime : kUnknownEnd)},
                  problem});
+        }
+    }
+
+    void NoteHeadless() {
+        std::vector<bool> listed(m_ring.count);
+        for (const Block& block : m_list.m_blocks) {
+            listed[block.number] = true;
+        }
+        for (uint32_t n = 0; n < m_ring.count; ++n) {
+            if (!listed[n] && !m_ends[n].HeadValid()) {
+                m_list.m_headless.push_back(n);
+            }
         }
     }
 

@@ -179,6 +179,23 @@ private:
     std::vector<size_t> m_entries;
 };
 
+/// Hands over what a block holds of some channels: segment 0 of each, then segment 1 of each, and so on.
+template <typename Take>
+void TakeInOrder(const Contents& contents, ChannelSet channels, const Take& take) {
+    size_t most = 0;
+    for (const auto& records : contents.records) {
+        most = std::max(most, records.size());
+    }
+    for (size_t segment = 0; segment < most; ++segment) {
+        for (uint32_t channel = 0; channel < kChannels; ++channel) {
+            const auto& records = contents.records[channel];
+            if (channels.Has(channel) && segment < records.size()) {
+                take(records[segment]);
+            }
+        }
+    }
+}
+
 } // namespace
 
 void ForEachRecord(const Disk& disk, const BlockList& blocks, const RecordQuery& query,
@@ -186,22 +203,22 @@ void ForEachRecord(const Disk& disk, const BlockList& blocks, const RecordQuery&
                    const std::function<void(const Record&)>& take) {
     const ChannelSet channels = query.channels.Without(disk.Hidden());
     const auto takeSegments = [&](const Contents& contents) {
-        size_t most = 0;
-        for (const auto& records : contents.records) {
-            most = std::max(most, records.size());
-        }
-        for (size_t segment = 0; segment < most; ++segment) {
-            for (uint32_t channel = 0; channel < kChannels; ++channel) {
-                const auto& records = contents.records[channel];
-                if (channels.Has(channel) && segment < records.size() &&
-                    query.range.Meets(records[segment].start, records[segment].end)) {
-                    take(records[segment]);
-                }
+        TakeInOrder(contents, channels, [&](const Record& record) {
+            if (query.range.Meets(record.start, record.end)) {
+                take(record);
             }
-        }
+        });
     };
     blocks.Report(query.range, problems);
     BlockWalk(disk, blocks, query.range, {false, true, false}).Run(problems, watch, takeSegments);
+}
+
+std::vector<Record> RecordsOf(const Disk& disk, const Block& block, const ProblemSink& problems) {
+    std::vector<Record> records;
+    TakeInOrder(ContentsOf(disk, block, {false, true, false}, problems),
+                ChannelSet::All().Without(disk.Hidden()),
+                [&](const Record& record) { records.push_back(record); });
+    return records;
 }
 
 std::vector<Event> FindEvents(const Disk& disk, const BlockList& blocks, const TimeRange& range,

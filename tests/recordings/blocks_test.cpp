@@ -218,6 +218,22 @@ TEST_F(Blocks, SuspectBlocksAreMarkedAndRead) {
     EXPECT_EQ(Problems(), kNone);
 }
 
+TEST_F(Blocks, APlaceWithoutAHeadFarFromRecordingsIsToldOf) {
+    MakeDisk();
+    WriteRing(3);
+    const BlockList sound = BlockList::Read(Open());
+    EXPECT_EQ(sound.Headless(), Places{});
+    // Between blocks that were formatted and never written: it was not written either.
+    ChangeHead(5, [](BlockHead_t& head) { head.ValidFlag = 0; });
+    const BlockList blocks = BlockList::Read(Open());
+    EXPECT_EQ(blocks.Headless(), Places{5});
+    EXPECT_EQ(blocks.All().size(), 3u);
+    // One that was recorded is not among them.
+    Wipe(1);
+    const BlockList wiped = BlockList::Read(Open());
+    EXPECT_EQ(wiped.Headless(), Places{5});
+}
+
 // ---- ranges
 
 TEST_F(Blocks, OnlyBlocksThatMayHoldTheRangeAreCandidates) {

@@ -67,6 +67,10 @@ public:
     void All() && = delete;
     /// Blocks that hold no recording: formatted, but not written yet.
     uint32_t EmptyCount() const { return m_emptyCount; }
+    /// Places of the ring that hold neither a recording nor the recorder's format, rising: no head, or none that can be
+    /// read.
+    const std::vector<uint32_t>& Headless() const& { return m_headless; }
+    void Headless() && = delete;
     /// The newest block; null when nothing was recorded.
     const Block* Newest() const { return m_blocks.empty() ? nullptr : &m_blocks.back(); }
     const Block* Oldest() const { return m_blocks.empty() ? nullptr : &m_blocks.front(); }
@@ -92,6 +96,7 @@ private:
     std::vector<Block> m_blocks;
     std::vector<TimeRange> m_spans; ///< of each block: the time in which its frames may lie
     std::vector<Placed> m_problems;
+    std::vector<uint32_t> m_headless;
     uint32_t m_emptyCount = 0;
 };
 

@@ -51,6 +51,10 @@ RECORDINGS_API void ForEachRecord(const Disk& disk, const BlockList& blocks, con
                                   const ProblemSink& problems, const Watch& watch,
                                   const std::function<void(const Record&)>& take);
 
+/// The records of one block, in the same order.
+RECORDINGS_API std::vector<Record> RecordsOf(const Disk& disk, const Block& block,
+                                             const ProblemSink& problems);
+
 /// The events of the range whose type meets the mask, block by block in recording order, both end seconds included.
 /// @throws Error (Cancelled)
 RECORDINGS_API std::vector<Event> FindEvents(const Disk& disk, const BlockList& blocks,
