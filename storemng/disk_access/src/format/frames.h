@@ -39,6 +39,16 @@ constexpr uint64_t FrameSpan(const FrameHead_t& head) {
     return sizeof(FrameHead_t) + uint64_t{head.len};
 }
 
+/// A word of erased space.
+constexpr uint32_t kErasedWord = 0xFFFFFFFF;
+
+/// Whether a head marks the end of the frames. It is all ones but for the upper half of the time stamp, which the
+/// recorder leaves zero: a block erased whole does not pass for one that was ended.
+constexpr bool IsEndMark(const FrameHead_t& head) {
+    return head.sync == kErasedWord && head.type == kErasedWord && head.pts == int64_t{kErasedWord} &&
+           head.chn == kErasedWord && head.len == kErasedWord;
+}
+
 /// A frame as callers receive it.
 inline FrameInfo_t InfoOf(const FrameHead_t& head) {
     return {static_cast<uint64_t>(head.pts), head.type, head.chn, head.len};

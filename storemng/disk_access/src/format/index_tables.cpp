@@ -9,13 +9,6 @@ namespace disk_access {
 
 namespace {
 
-/// A time difference of this many seconds ends a record segment: a pause, or a clock that was set back.
-constexpr int64_t kMergeGap = 16;
-
-/// The bytes that a frame's head adds to its segment. The recorder counts 20 bytes for a head that takes 24
-/// on the disk, and a rebuilt index must be the one that the recorder would have written.
-constexpr uint32_t kHeadBytesInSegment = 20;
-
 /// Appends an entry after those in memory, and counts it.
 template <typename Entry>
 void Append(IndexTable<Entry>& table, uint32_t& count, const Entry& entry) {

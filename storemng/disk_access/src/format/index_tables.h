@@ -14,6 +14,13 @@ namespace disk_access {
 constexpr int kNoRebuild = 0;
 constexpr int kRebuild = 1;
 
+/// A time difference of this many seconds ends a record segment: a pause, or a clock that was set back.
+constexpr int64_t kMergeGap = 16;
+
+/// The bytes that a frame's head adds to its segment. The recorder counts 20 bytes for a head that takes 24
+/// on the disk, and a rebuilt index must be the one that the recorder would have written.
+constexpr uint32_t kHeadBytesInSegment = 20;
+
 /// The index of a block in memory: the counts from its index head, and the tables. A table may be missing, or
 /// have fewer entries than its count says.
 struct IndexTables {

@@ -26,14 +26,6 @@ constexpr int kOutsideWindow = 3;
 constexpr uint32_t kSlackBefore = 5;
 constexpr uint32_t kSlackBehind = 1;
 
-/// Erased space. The recorder marks the end of the frames by a head of all ones, except for the upper half of
-/// the time stamp, which is zero: so an erased block does not look like a block with an end mark.
-constexpr uint32_t kErased = 0xFFFFFFFF;
-
-bool IsEndMark(const FrameHead_t& head) {
-    return head.type == kErased && head.pts == int64_t{kErased} && head.chn == kErased && head.len == kErased;
-}
-
 /// Window position of a frame offset that may be read.
 std::optional<uint32_t> PositionOf(const BlkReadState_st& state, uint64_t offs) {
     if (offs < state.pCursor->winOffs || offs >= state.geometry.FrameAreaSize()) {
@@ -77,7 +69,7 @@ int CReadBlock::CheckFrameHead(FrameHead_t* head) {
     if (m_pState == nullptr || head == nullptr) {
         return kNoFrame;
     }
-    if (head->sync == kErased) {
+    if (head->sync == kErasedWord) {
         return IsEndMark(*head) ? kEndMark : kNoFrame;
     }
     if (head->sync != BLOCK_MAGIC) {
