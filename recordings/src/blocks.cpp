@@ -156,6 +156,9 @@ private:
     }
 
     void RepairSequence(uint32_t n) {
+        if (Fits(n, m_sequence[n])) {
+            return; // it was a neighbour's number that was damaged
+        }
         const BlockEnds& ends = m_ends[n];
         for (const uint32_t copy : {ends.tail.RecSeq, ends.tailEx.RecSeq, m_sequence[Before(n)] + 1}) {
             const bool ofPlace = copy == m_sequence[Before(n)] + 1;

@@ -131,6 +131,15 @@ TEST_F(Blocks, TheNumberOfAnOpenBlockIsToldByItsPlace) {
     EXPECT_EQ(Problems(), Lines{"head_damaged note block 5"});
 }
 
+TEST_F(Blocks, ADamagedNumberBeforeTheOpenBlockMovesNeither) {
+    Wrap();
+    // Block 3 is being written again: its tail is still that of the turn before, and fits before block 4.
+    ChangeTail(3, [](BlockTail_t& tail) { tail = {0, 0, 4, 4000, 4900}; });
+    ChangeHead(2, [](BlockHead_t& head) { head.RecSeq |= 0x40000000; });
+    EXPECT_EQ(Numbers(), (Places{4, 5, 6, 7, 0, 1, 2, 3}));
+    EXPECT_EQ(Problems(), Lines{"head_damaged note block 2"});
+}
+
 TEST_F(Blocks, ADamagedTimeIsTakenFromTheTail) {
     ChangeHead(3, [](BlockHead_t& head) { head.RecTime |= 0x40000000; });
     EXPECT_EQ((RecordingsFixture::Blocks())[3], "3:4 4000-4900 h");

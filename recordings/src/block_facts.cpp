@@ -1,0 +1,152 @@
+#include "block_facts.h"
+
+#include <algorithm>
+#include <bitset>
+
+#include "found_frames.h"
+
+namespace recordings {
+
+namespace {
+
+constexpr int64_t kStale = disk_access::kStaleSeconds;
+
+/// A time stamp further than this after the newest one is damaged, where nothing else tells. Recorders' clocks are set
+/// now and then, over hours at most.
+constexpr int64_t kClockSetSeconds = 86400;
+
+/// A sync word with no more wrong bits than this was one; a random word has 16.
+constexpr size_t kWrongBits = 4;
+
+/// The streams of one recording are no further apart than this.
+constexpr int64_t kSkewSeconds = 5;
+
+constexpr uint32_t kUnknownStart = 0xFFFFFFFF;
+
+} // namespace
+
+BlockFacts::BlockFacts(const Disk& disk, const Block& block)
+    : m_block(block), m_areaSize(disk.Layout().frameBytes),
+      m_channels(block.headSound && !block.channels.Empty() ? block.channels : ChannelSet::All()) {
+    if (Headless()) {
+        m_channels = ChannelSet::All();
+        m_earliestOwn = block.previousEnd == 0 ? 0 : block.previousEnd - kStale;
+        m_earliest = m_earliestOwn;
+        m_latest = block.nextStart == kUnknownStart ? kUnknownStart : block.nextStart + kStale;
+        return;
+    }
+    if (block.closed) {
+        m_index = ReadIndex(disk, block);
+    }
+    TakeTimes();
+}
+
+void BlockFacts::DropIndex() {
+    m_index.reset();
+    m_mediaEnd = 0;
+    m_lastListed = 0;
+    for (auto* const names : {&m_keyFrames, &m_keyFrameTimes, &m_starts, &m_ends, &m_events}) {
+        names->clear();
+    }
+    TakeTimes();
+}
+
+void BlockFacts::TakeTimes() {
+    m_earliestOwn = int64_t{m_block.start} - kStale;
+    m_earliest = std::min<int64_t>(m_block.start, m_block.closed ? m_block.end : m_block.start);
+    m_latest = std::max(m_block.start, m_block.end);
+    if (m_index) {
+        TakeIndex();
+    }
+    m_earliest -= kStale;
+    m_latest += kStale;
+    if (!m_block.closed && m_block.headSound) {
+        m_earliest = int64_t{m_block.start} - kSkewSeconds; // a small ring's previous turn is hardly older than that
+    }
+}
+
+void BlockFacts::TakeIndex() {
+    for (uint32_t channel = 0; channel < kChannels; ++channel) {
+        TakeChannel(channel);
+    }
+    for (const IndexedEvent& event : m_index->events) {
+        m_lastListed = event.offset < m_areaSize ? std::max(m_lastListed, event.offset) : m_lastListed;
+        m_events.push_back({event.offset, 0, event.time});
+    }
+    m_earliestOwn = std::min(m_earliestOwn, m_earliest - kStale);
+    for (auto* const names : {&m_keyFrames, &m_keyFrameTimes, &m_starts, &m_ends, &m_events}) {
+        std::sort(names->begin(), names->end());
+    }
+}
+
+void BlockFacts::TakeChannel(uint32_t channel) {
+    for (const IndexedSegment& segment : m_index->segments[channel]) {
+        m_starts.push_back({segment.startOffset, channel, segment.start});
+        m_ends.push_back({segment.endOffset, channel, segment.end});
+        if (segment.startOffset >= segment.endOffset || segment.endOffset > m_areaSize) {
+            continue; // not true of any block
+        }
+        m_mediaEnd = std::max(m_mediaEnd, segment.endOffset);
+        m_earliest = std::min<int64_t>({m_earliest, segment.start, segment.end});
+        m_latest = std::max<int64_t>({m_latest, segment.start, segment.end});
+    }
+    for (const IndexedKeyFrame& key : m_index->keyFrames[channel]) {
+        m_lastListed = key.offset < m_areaSize ? std::max(m_lastListed, key.offset) : m_lastListed;
+        m_keyFrames.push_back({key.offset, channel, key.time});
+        m_keyFrameTimes.push_back({0, channel, key.time});
+    }
+}
+
+std::vector<uint32_t> BlockFacts::NamedHeads() const {
+    std::vector<uint32_t> places;
+    for (const auto* const names : {&m_keyFrames, &m_starts, &m_events}) {
+        for (const Name& name : *names) {
+            places.push_back(std::get<0>(name));
+        }
+    }
+    std::sort(places.begin(), places.end());
+    return places;
+}
+
+bool BlockFacts::ListsKeyFrame(uint32_t channel, uint32_t offset, int64_t time) const {
+    return std::binary_search(m_keyFrames.begin(), m_keyFrames.end(), Name{offset, channel, time});
+}
+
+bool BlockFacts::ListsTimeOfKeyFrame(uint32_t channel, int64_t time) const {
+    return std::binary_search(m_keyFrameTimes.begin(), m_keyFrameTimes.end(), Name{0, channel, time});
+}
+
+bool BlockFacts::ListsStart(uint32_t channel, uint32_t offset, int64_t seconds) const {
+    return std::binary_search(m_starts.begin(), m_starts.end(), Name{offset, channel, seconds});
+}
+
+bool BlockFacts::ListsEnd(uint32_t channel, uint64_t end, int64_t seconds) const {
+    const auto lists = [&](uint64_t offset) {
+        return std::binary_search(m_ends.begin(), m_ends.end(),
+                                  Name{static_cast<uint32_t>(offset), channel, seconds});
+    };
+    return lists(end) || (end >= kRebuiltEndBefore && lists(end - kRebuiltEndBefore));
+}
+
+bool BlockFacts::ListsEvent(uint32_t offset, int64_t time) const {
+    return std::binary_search(m_events.begin(), m_events.end(), Name{offset, 0, time});
+}
+
+int64_t BlockFacts::Latest(int64_t newest) const {
+    return Headless() || m_block.closed ? std::max(m_latest, newest) : newest + kClockSetSeconds;
+}
+
+bool BlockFacts::SeemsHead(const FrameHead_t& head, const Reached& reached) const {
+    const int64_t time = head.pts / kMicros;
+    const int64_t earliest = std::min(m_earliest, reached.last - kSkewSeconds); // the clock may have been set back
+    return head.sync == BLOCK_MAGIC && m_channels.Has(head.chn) && head.type < kFrameTypes &&
+           time >= earliest && time <= Latest(reached.newest);
+}
+
+bool BlockFacts::WasHead(const FrameHead_t& head, const Reached& reached) const {
+    const auto wrongBits = std::bitset<32>(head.sync ^ BLOCK_MAGIC).count();
+    const int64_t time = head.pts / kMicros;
+    return wrongBits <= kWrongBits || (time >= m_earliest && time <= std::max(m_latest, reached.newest));
+}
+
+} // namespace recordings

@@ -1,0 +1,144 @@
+#include "block_judge.h"
+
+#include <bitset>
+#include <cstring>
+#include <optional>
+
+#include "block_facts.h"
+#include "frame_walk.h"
+#include "hidden_frames.h"
+#include "index_check.h"
+#include "index_totals.h"
+#include "key_frame_check.h"
+#include "key_frame_grid.h"
+#include "pace_check.h"
+#include "picture_kind.h"
+#include "time_check.h"
+
+namespace recordings {
+
+namespace {
+
+bool IndexIsUseless(FoundFrames& found, const BlockFacts& facts, FrameArea& area) {
+    IndexTotals totals(found, facts);
+    return IndexCheck(found, facts, area, totals).Useless();
+}
+
+/// Says that the index was of no use. An end mark right after the last frame tells that nothing is missing.
+void NoteIndexLost(FoundFrames& found) {
+    Problem problem;
+    problem.kind = ProblemKind::IndexDamaged;
+    problem.severity = found.marked && found.Unbroken() ? Severity::Note : Severity::Loss;
+    found.problems.push_back(problem);
+}
+
+/// Recorders use few types. One far above them is damaged.
+void CheckTypes(FoundFrames& found) {
+    for (FoundFrame& frame : found.frames) {
+        if (frame.type >= kFrameTypes) {
+            found.NoteDamaged(frame);
+        }
+    }
+}
+
+/// The tracks of a block, made anew when its frames have changed: then there are fewer, or a problem says so.
+class CurrentTracks {
+public:
+    explicit CurrentTracks(const FoundFrames& found) : m_found(found) {}
+
+    const Tracks& Get() {
+        if (!m_tracks || m_problems != m_found.problems.size() || m_frames != m_found.frames.size()) {
+            m_problems = m_found.problems.size();
+            m_frames = m_found.frames.size();
+            m_tracks.emplace(m_found.frames);
+        }
+        return *m_tracks;
+    }
+
+private:
+    const FoundFrames& m_found;
+    std::optional<Tracks> m_tracks;
+    size_t m_problems = 0;
+    size_t m_frames = 0;
+};
+
+/// Without an index, and where it does not agree with the frames though nothing is damaged, any length may be wrong. In
+/// payloads that were not read the pace alone tells.
+void FindHidden(FoundFrames& found, const BlockFacts& facts, FrameArea& area, CurrentTracks& tracks) {
+    HiddenFrames hidden(found, facts, area);
+    const bool agrees = facts.Index() != nullptr
+                            ? !found.Unbroken() || IndexTotals(found, facts).AllComplete()
+                            : !area.IsKept();
+    if (agrees) {
+        hidden.Find(tracks.Get());
+    } else {
+        hidden.FindAll();
+    }
+}
+
+void CheckIndexed(FoundFrames& found, const BlockFacts& facts, FrameArea& area, CurrentTracks& tracks) {
+    IndexTotals totals(found, facts);
+    totals.Run();
+    TimeCheck(found, facts, tracks.Get()).Run();
+    IndexCheck(found, facts, area, totals).Run();
+    PaceCheck(found, facts, area, tracks.Get()).Run();
+}
+
+/// Events of which no index knows: one that is too short, that bears more kinds at once than there may be, or that begins
+/// as video does, is another frame whose type was changed.
+void CheckEvents(FoundFrames& found, const BlockFacts& facts, FrameArea& area) {
+    constexpr size_t kMostKinds = 16;
+    for (FoundFrame& frame : found.frames) {
+        if (frame.type != kEventFrame || facts.ListsEvent(frame.offset, frame.time)) {
+            continue;
+        }
+        const uint8_t* const payload = area.At(frame.offset + kHeadBytes, sizeof(EventHead_t));
+        EventHead_t event = {};
+        if (payload != nullptr && frame.size >= sizeof event) {
+            std::memcpy(&event, payload, sizeof event);
+        }
+        if (frame.size < sizeof event || std::bitset<64>(event.type).count() > kMostKinds ||
+            PictureKindAt(area, frame) != PictureKind::Unknown) {
+            found.NoteDamaged(frame);
+        }
+    }
+}
+
+void CheckOpen(const Disk& disk, FoundFrames& found, const BlockFacts& facts, FrameArea& area,
+               CurrentTracks& tracks) {
+    TimeCheck(found, facts, tracks.Get()).Run();
+    PaceCheck(found, facts, area, tracks.Get()).Run();
+    const KeyFrameGrids grids = ReadKeyFrameGrids(disk, facts.Of());
+    KeyFrameCheck(found, area, grids).Run(tracks.Get());
+    if (facts.Of().closed) {
+        NoteIndexLost(found);
+    }
+}
+
+} // namespace
+
+FoundFrames JudgeBlock(const Disk& disk, const Block& block, FrameArea& area) {
+    BlockFacts facts(disk, block);
+    FoundFrames found = FrameWalk(area, facts).Run();
+    if (facts.Headless()) {
+        found.problems.clear();
+        return found;
+    }
+    if (facts.Index() != nullptr && IndexIsUseless(found, facts, area)) {
+        facts.DropIndex();
+        found = FrameWalk(area, facts).Run();
+    }
+    DropLeftOver(found, facts);
+    CurrentTracks tracks(found);
+    FindHidden(found, facts, area, tracks);
+    if (facts.Index() != nullptr) {
+        CheckIndexed(found, facts, area, tracks);
+    } else {
+        CheckOpen(disk, found, facts, area, tracks);
+    }
+    CheckTypes(found);
+    CheckEvents(found, facts, area);
+    return found;
+}
+
+} // namespace recordings

@@ -1,0 +1,62 @@
+#ifndef RECORDINGS_TIME_CHECK_H
+#define RECORDINGS_TIME_CHECK_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "block_facts.h"
+#include "found_frames.h"
+#include "tracks.h"
+
+namespace recordings {
+
+/// Drops the frames at the end of a block that the ring's previous turn has left there. A single one is no proof: it is
+/// damaged, and stays.
+void DropLeftOver(FoundFrames& found, const BlockFacts& facts);
+
+/// Finds time stamps that contradict their neighbours.
+///
+/// Within a track times rise. Where they do not, the clock was set back, and all frames that follow are earlier; or one
+/// time stamp is damaged, and what follows goes on from before it. The latter gets a time between its neighbours.
+class TimeCheck {
+public:
+    /// @param found, facts, tracks must outlive the object; the tracks are those of the frames found
+    TimeCheck(FoundFrames& found, const BlockFacts& facts, const Tracks& tracks);
+
+    void Run();
+
+private:
+    int64_t UsualDistance() const;
+    void CheckTrack(const Track& track);
+    bool IsHigh(const Track& track, size_t place, size_t next) const;
+    bool IsLow(const Track& track, size_t before, size_t place) const;
+    bool LeavesRoom(const Track& track, int64_t before, int64_t time, int64_t after) const;
+    int64_t DisorderWithout(const Track& track, size_t place) const;
+    bool Confirmed(const Track& track, size_t place, int64_t apart) const;
+    void CheckEnds(const Track& track);
+    bool FirstIsEarly(const Track& track) const;
+    bool LastIsLate(const Track& track) const;
+    bool Jumps(const Track& track, int64_t step) const;
+    std::optional<int64_t> Distance(size_t entry) const;
+    bool StandsOut(const Track& track, size_t place, size_t beside) const;
+    bool FarOff(size_t entry) const;
+    void Mend(const Track& track);
+    bool NearNeighbours(size_t entry) const;
+
+    const FoundFrame& At(const Track& track, size_t place) const { return m_frames[track.frames[place]]; }
+    int64_t TimeOf(const Track& track, size_t place) const { return At(track, place).time; }
+
+    FoundFrames& m_found;
+    std::vector<FoundFrame>& m_frames;
+    const BlockFacts& m_facts;
+    const Tracks& m_tracks;
+    int64_t m_usualDistance = 0; ///< of a frame from the other tracks' beside it
+    std::vector<size_t> m_good; ///< places of the track at hand whose time is in order
+    std::vector<size_t> m_odd;  ///< and those whose time is damaged
+};
+
+} // namespace recordings
+
+#endif // RECORDINGS_TIME_CHECK_H

@@ -1,0 +1,651 @@
+// The frames of a block: all of a sound one, and of a damaged one what is left, with a name for what is not.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "recordings/frames_fixture.h"
+#include "sample_recorder/generated_source.h"
+
+namespace test_support {
+
+namespace {
+
+using namespace sample_recorder;
+using recordings::Want;
+using Lines = std::vector<std::string>;
+
+constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
+const Lines kNone = {};
+
+/// The time of a frame, in milliseconds from the start on.
+constexpr int64_t At(int64_t millis) {
+    return kStart * kMicrosPerSecond + millis * 1000;
+}
+
+/// Blocks of 64 KiB of both layouts.
+class BlockFrames : public FramesFixture, public ::testing::WithParamInterface<uint32_t> {
+protected:
+    void Begin(uint32_t channels = 3, bool endMarker = true) {
+        Start(GetParam(), channels, 0x10000, endMarker);
+    }
+
+    /// Ten frames a second of channel 0, of 100 bytes, a key frame of 200 bytes each second.
+    void RecordSeconds(int64_t from, int64_t seconds) {
+        for (int64_t i = 0; i < seconds * 10; ++i) {
+            Record(At(from * 1000 + i * 100), i % 10 == 0 ? kVideoI : kVideoP, 0, i % 10 == 0 ? 200 : 100);
+        }
+    }
+
+    void ExpectSound(uint32_t block) {
+        for (const Want want : {Want::Payloads, Want::Heads}) {
+            const ReadFrames read = Read(block, want);
+            EXPECT_TRUE(Same(read, block, want));
+            EXPECT_EQ(read.Lines(), kNone);
+            EXPECT_FALSE(read.lossAtEnd);
+            EXPECT_EQ(std::count(read.afterLoss.begin(), read.afterLoss.end(), true), 0);
+        }
+    }
+
+    /// Changes the head of a frame.
+    void Change(const RecordedFrame& frame, const std::function<void(FrameHead_t&)>& edit) {
+        Image().Change<FrameHead_t>(HeadOf(frame), edit);
+    }
+
+    void Fill(uint64_t from, uint64_t to, uint8_t value) {
+        const std::vector<uint8_t> bytes(static_cast<size_t>(to - from), value);
+        Image().Write(from, bytes.data(), bytes.size());
+    }
+
+    /// The frames of a block but for some of them.
+    std::vector<uint32_t> OffsetsWithout(uint32_t block, const std::vector<size_t>& left) const {
+        std::vector<uint32_t> offsets;
+        const auto frames = Of(block);
+        for (size_t i = 0; i < frames.size(); ++i) {
+            if (std::find(left.begin(), left.end(), i) == left.end()) {
+                offsets.push_back(frames[i].offset);
+            }
+        }
+        return offsets;
+    }
+    static std::vector<uint32_t> Offsets(const ReadFrames& read) {
+        std::vector<uint32_t> offsets;
+        for (const RecordedFrame& frame : read.frames) {
+            offsets.push_back(frame.offset);
+        }
+        return offsets;
+    }
+    static std::string At(const RecordedFrame& frame) {
+        return " at " + std::to_string(frame.offset) + "+" + std::to_string(frame.End() - frame.offset);
+    }
+    static int64_t At(int64_t millis) { return ::test_support::At(millis); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Layouts, BlockFrames, ::testing::Values(0u, 1u),
+                         [](const auto& layout) { return layout.param == 1 ? "Extended" : "Normal"; });
+
+// ---- sound blocks
+
+TEST_P(BlockFrames, OfSoundBlocksAreThoseThatWereRecorded) {
+    for (const bool endMarker : {true, false}) {
+        Begin(3, endMarker);
+        MergedSource source;
+        source.Add(
+            std::make_unique<GeneratedSource>(GeneratedCamera{0, 25, 50, 900, 200, 160, 20}, 1, kStart, 25));
+        source.Add(
+            std::make_unique<GeneratedSource>(GeneratedCamera{1, 7, 21, 900, 200, 0, 40}, 2, kStart, 25));
+        RecordAll(source);
+        Recorder().CutPower();
+        ASSERT_GT(Recorded().back().block, 2u);
+        for (uint32_t block = 0; block <= Recorded().back().block; ++block) {
+            ExpectSound(block);
+        }
+    }
+}
+
+TEST_P(BlockFrames, OfSeveralSegmentsAreSound) {
+    for (const bool closed : {true, false}) {
+        Begin(1);
+        RecordSeconds(0, 3);
+        RecordSeconds(60, 3);
+        RecordSeconds(300, 3);
+        closed ? Recorder().PowerOff() : Recorder().CutPower();
+        ExpectSound(0);
+    }
+}
+
+TEST_P(BlockFrames, AfterTheClockWasSetAreSound) {
+    // Back by 5 seconds, by 20, by an hour; forwards by a day. Of an open block the recorder takes what is more than 30
+    // seconds older for left over.
+    for (const int64_t change : {-5, -20, -3600, 86400}) {
+        for (const bool closed : {true, false}) {
+            Begin(1);
+            RecordSeconds(7200, 4);
+            RecordSeconds(7204 + change, 4);
+            closed ? Recorder().PowerOff() : Recorder().CutPower();
+            if (closed || change > -30) {
+                ExpectSound(0);
+            }
+        }
+    }
+}
+
+TEST_P(BlockFrames, SetByLessThanAFrameAreSound) {
+    for (const bool closed : {true, false}) {
+        Begin(1);
+        RecordSeconds(0, 3);
+        for (int i = 0; i < 30; ++i) { // goes on 160 milliseconds earlier than it should
+            Record(At(2840 + i * 100), i % 10 == 0 ? kVideoI : kVideoP, 0, 90);
+        }
+        closed ? Recorder().PowerOff() : Recorder().CutPower();
+        ExpectSound(0);
+    }
+}
+
+TEST_P(BlockFrames, OfOtherTypesAndWithoutPayloadAreSound) {
+    for (const bool closed : {true, false}) {
+        Begin(3);
+        for (int i = 0; i < 60; ++i) {
+            Record(At(i * 100), i % 10 == 0 ? kVideoI : kVideoP, 0, i % 3 == 0 ? 0 : 50);
+            if (i % 7 == 0) {
+                Record(At(i * 100), 3, 0, 0);
+                Record(At(i * 100), 9, 1, 33);
+            }
+            if (i % 20 == 5) {
+                RecordEvent(At(i * 100), 0x10, 0, i % 40 == 5);
+            }
+        }
+        RecordEvent(At(6000), 0x1, 0);
+        Record(At(6000), 7, 1, 5);
+        closed ? Recorder().PowerOff() : Recorder().CutPower();
+        ExpectSound(0);
+    }
+}
+
+TEST_P(BlockFrames, OfAFewFramesAreSound) {
+    for (const int count : {1, 2, 3, 5}) {
+        for (const bool closed : {true, false}) {
+            Begin(3);
+            for (int i = 0; i < count; ++i) {
+                Record(At(i * 1000), i == 0 ? kVideoI : kVideoP, 0, 30);
+                Record(At(i * 1000), i == 0 ? kVideoI : kVideoP, 1, 20);
+            }
+            closed ? Recorder().PowerOff() : Recorder().CutPower();
+            ExpectSound(0);
+        }
+    }
+}
+
+TEST_P(BlockFrames, OfUnevenCamerasAreSound) {
+    // Frames when something moves: no pace, key frames at will.
+    for (const bool closed : {true, false}) {
+        Begin(3);
+        int64_t time = 0;
+        for (int i = 0; i < 150; ++i) {
+            time += 20 + (i * i * 37) % 700;
+            Record(At(time), i % 17 == 0 || i == 40 ? kVideoI : kVideoP, 0,
+                   static_cast<size_t>(20 + i * 13 % 90));
+            if (i % 5 == 0) {
+                Record(At(time - 350), kAudio, 1, static_cast<size_t>(10 + i % 4));
+            }
+        }
+        closed ? Recorder().PowerOff() : Recorder().CutPower();
+        ExpectSound(0);
+    }
+}
+
+TEST_P(BlockFrames, OfAnIndexThatWasRebuiltAreSound) {
+    // The recorder counts 20 bytes for a head, and ends segments 4 bytes early.
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    const uint64_t segment = Image().IndexOffset(0) + sizeof(BlkIndexHead_t) + 5 * sizeof(IFrameItem_t);
+    Image().Change<RecSegItem_t>(segment, [](RecSegItem_t& item) {
+        item.epos -= 4;
+        item.totalsize -= 4 * 50;
+    });
+    ExpectSound(0);
+}
+
+TEST_P(BlockFrames, LeaveOutWhatThePreviousTurnHasLeft) {
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().CutPower();
+    // An hour ago frames lay right where those of now end.
+    uint64_t at = HeadOf(Recorded().back()) + 24 + Recorded().back().frame.payload.size();
+    for (int i = 0; i < 20; ++i) {
+        Image().Put(at, FrameHead_t{At(-3600000 + i * 100), BLOCK_MAGIC, i % 10 == 0 ? 1u : 0u, 0, 300});
+        at += 324;
+    }
+    ExpectSound(0);
+}
+
+TEST_P(BlockFrames, LeaveOutThePreviousTurnOfABlockThatHoldsNothingYet) {
+    Begin(1);
+    RecordSeconds(-7200, 5);
+    Recorder().CutPower();
+    Image().Change<BlockHead_t>(Image().HeadOffset(0), [](BlockHead_t& head) { head.RecTime = kStart; });
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(read.frames.size(), 0u);
+    EXPECT_EQ(read.Lines(), kNone);
+}
+
+// ---- damaged heads
+
+TEST_P(BlockFrames, PassAHeadThatIsGone) {
+    for (const bool closed : {true, false}) {
+        for (const auto& edit : std::vector<std::function<void(FrameHead_t&)>>{
+                 [](FrameHead_t& head) { head.sync ^= 0x10; }, [](FrameHead_t& head) { head.sync = 0; },
+                 [](FrameHead_t& head) { head.chn = 32; }}) {
+            Begin(1);
+            RecordSeconds(0, 5);
+            closed ? Recorder().PowerOff() : Recorder().CutPower();
+            const RecordedFrame damaged = Recorded()[25];
+            Change(damaged, edit);
+            const ReadFrames read = Read(0);
+            EXPECT_EQ(Offsets(read), OffsetsWithout(0, {25}));
+            EXPECT_EQ(read.Lines(), (Lines{"bytes_damaged loss block 0" + At(damaged)}));
+            EXPECT_EQ(read.problems[0].before, At(2400));
+            EXPECT_EQ(read.problems[0].after, At(2600));
+            EXPECT_EQ(std::find(read.afterLoss.begin(), read.afterLoss.end(), true) - read.afterLoss.begin(),
+                      25);
+        }
+    }
+}
+
+TEST_P(BlockFrames, CutAFrameThatIsTooLong) {
+    for (const bool closed : {true, false}) {
+        for (const uint32_t length : {101u, 228u, 5000u, 0xEFFFu, 0x7FFFFFFFu, 0xFFFFFFE8u}) {
+            Begin(1);
+            RecordSeconds(0, 5);
+            closed ? Recorder().PowerOff() : Recorder().CutPower();
+            const RecordedFrame damaged = Recorded()[25];
+            Change(damaged, [&](FrameHead_t& head) { head.len = length; });
+            const ReadFrames read = Read(0);
+            EXPECT_TRUE(Same(read, 0)) << length;
+            EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(damaged)})) << length;
+        }
+    }
+}
+
+TEST_P(BlockFrames, FindFramesThatALengthSwallows) {
+    // 25's length leads to the head of 26 + n: nothing but the index, or the pace, tells.
+    for (const bool closed : {true, false}) {
+        for (const uint32_t swallowed : {1u, 2u, 6u}) {
+            Begin(1);
+            RecordSeconds(0, 5);
+            closed ? Recorder().PowerOff() : Recorder().CutPower();
+            const RecordedFrame damaged = Recorded()[25];
+            Change(damaged, [&](FrameHead_t& head) {
+                head.len = Recorded()[25 + swallowed].End() - damaged.offset - 24;
+            });
+            const ReadFrames read = Read(0);
+            EXPECT_TRUE(Same(read, 0)) << swallowed;
+            EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(damaged)}));
+        }
+    }
+}
+
+TEST_P(BlockFrames, DropAFrameThatIsTooShortUnlessTheIndexTellsItsLength) {
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    Change(Recorded()[25], [](FrameHead_t& head) { head.len = 3; });
+    const ReadFrames closed = Read(0);
+    EXPECT_TRUE(Same(closed, 0));
+    EXPECT_EQ(closed.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded()[25])}));
+
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().CutPower();
+    Change(Recorded()[25], [](FrameHead_t& head) { head.len = 3; });
+    const ReadFrames open = Read(0);
+    EXPECT_EQ(Offsets(open), OffsetsWithout(0, {25}));
+    EXPECT_EQ(open.Lines(), (Lines{"bytes_damaged loss block 0" + At(Recorded()[25])}));
+}
+
+TEST_P(BlockFrames, NoticeALengthThatReachesOverTheIndexsEnd) {
+    for (const uint32_t length : {0u, 90u, 101u, 108u, 5000u}) {
+        for (const bool endMarker : {true, false}) {
+            Begin(1, endMarker);
+            RecordSeconds(0, 5);
+            Recorder().PowerOff();
+            Change(Recorded().back(), [&](FrameHead_t& head) { head.len = length; });
+            const ReadFrames read = Read(0);
+            EXPECT_TRUE(Same(read, 0)) << length << endMarker;
+            EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded().back())}));
+        }
+    }
+}
+
+TEST_P(BlockFrames, GiveADamagedTimeStampOneBetweenItsNeighbours) {
+    for (const bool closed : {true, false}) {
+        for (const int64_t time :
+             {int64_t{0}, At(-86400000), At(86400000), At(4000), At(1000), INT64_MAX, INT64_MIN}) {
+            Begin(1);
+            RecordSeconds(0, 5);
+            closed ? Recorder().PowerOff() : Recorder().CutPower();
+            Change(Recorded()[25], [&](FrameHead_t& head) { head.pts = time; });
+            const ReadFrames read = Read(0);
+            ASSERT_EQ(Offsets(read), OffsetsWithout(0, {}));
+            EXPECT_EQ(read.frames[25].frame.pts, At(2500)); // half-way between 2400 and 2600
+            EXPECT_EQ(read.frames[26].frame.pts, At(2600));
+            EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded()[25])}));
+        }
+    }
+}
+
+TEST_P(BlockFrames, TakeTheTimeOfAKeyFrameFromTheIndex) {
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    Change(Recorded()[20], [](FrameHead_t& head) { head.pts += 7000000; });
+    const ReadFrames read = Read(0);
+    EXPECT_TRUE(Same(read, 0));
+    EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded()[20])}));
+}
+
+TEST_P(BlockFrames, TellOneDamagedTimeStampFromThePreviousTurn) {
+    // The last frame of an open block: after it comes nothing.
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().CutPower();
+    Change(Recorded().back(), [](FrameHead_t& head) { head.pts -= 3600000000; });
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(Offsets(read), OffsetsWithout(0, {}));
+    EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded().back())}));
+}
+
+// ---- types and channels
+
+/// Two cameras at 10 and 5 frames a second, sizes 100 and 70 for pictures, 200 and 140 for key frames, and audio of
+/// channel 1 every 50 milliseconds, of 32 bytes.
+class ChangedFrames : public BlockFrames {
+protected:
+    void RecordCameras(bool closed) {
+        Begin(3);
+        for (int64_t millis = 0; millis < 6000; millis += 50) {
+            if (millis % 100 == 0) {
+                const bool key = millis % 1000 == 0;
+                Record(At(millis), key ? kVideoI : kVideoP, 0, key ? 200 : 100);
+            }
+            if (millis % 200 == 0) {
+                const bool key = millis % 2000 == 0;
+                Record(At(millis), key ? kVideoI : kVideoP, 1, key ? 140 : 70);
+            }
+            Record(At(millis), kAudio, 1, 32);
+        }
+        closed ? Recorder().PowerOff() : Recorder().CutPower();
+    }
+
+    /// The frame of a track at a time.
+    RecordedFrame Find(int64_t millis, uint32_t channel, uint32_t type) const {
+        for (const RecordedFrame& each : Recorded()) {
+            if (each.frame.pts == At(millis) && each.frame.channel == channel && each.frame.type == type) {
+                return each;
+            }
+        }
+        ADD_FAILURE() << "no frame at " << millis;
+        return {};
+    }
+
+    std::string Named(const RecordedFrame& frame) const {
+        return "frame_damaged loss block 0 channel " + std::to_string(frame.frame.channel) + At(frame);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Layouts, ChangedFrames, ::testing::Values(0u, 1u),
+                         [](const auto& layout) { return layout.param == 1 ? "Extended" : "Normal"; });
+
+TEST_P(ChangedFrames, GetTheirChannelBack) {
+    for (const bool closed : {true, false}) {
+        RecordCameras(closed);
+        for (const RecordedFrame& frame :
+             {Find(2500, 0, kVideoP), Find(2600, 1, kVideoP), Find(2000, 1, kVideoI)}) {
+            for (const uint32_t channel : {1 - frame.frame.channel, 9u}) {
+                Change(frame, [&](FrameHead_t& head) { head.chn = channel; });
+                const ReadFrames read = Read(0);
+                EXPECT_TRUE(Same(read, 0)) << closed << frame.frame.channel << " to " << channel;
+                EXPECT_EQ(read.Lines(), (Lines{Named(frame)}));
+                Change(frame, [&](FrameHead_t& head) { head.chn = frame.frame.channel; });
+            }
+        }
+    }
+}
+
+TEST_P(ChangedFrames, GetTheirTypeBackWhereTheIndexOrThePaceHasIt) {
+    for (const bool closed : {true, false}) {
+        RecordCameras(closed);
+        for (const auto& [frame, type] :
+             std::vector<std::pair<RecordedFrame, uint32_t>>{{Find(2500, 0, kVideoP), kAudio},
+                                                             {Find(2500, 0, kVideoP), 5},
+                                                             {Find(2600, 1, kVideoP), kEvent},
+                                                             {Find(2600, 1, kAudio), kVideoP},
+                                                             {Find(2600, 1, kAudio), 8}}) {
+            Change(frame, [&, changed = type](FrameHead_t& head) { head.type = changed; });
+            const ReadFrames read = Read(0);
+            EXPECT_EQ(Offsets(read), OffsetsWithout(0, {}));
+            EXPECT_EQ(read.Lines(), (Lines{Named(frame)})) << closed << " to " << type;
+            Change(frame, [&, held = frame.frame.type](FrameHead_t& head) { head.type = held; });
+        }
+    }
+}
+
+TEST_P(ChangedFrames, AreKeyFramesAsTheIndexHasThem) {
+    RecordCameras(true);
+    const RecordedFrame key = Find(3000, 0, kVideoI);
+    for (const uint32_t type : {0u, 2u, 4u, 5u, 0x80000001u}) {
+        Change(key, [&](FrameHead_t& head) { head.type = type; });
+        const ReadFrames read = Read(0);
+        EXPECT_TRUE(Same(read, 0)) << type;
+        EXPECT_EQ(read.Lines(), (Lines{Named(key)}));
+    }
+    Change(key, [](FrameHead_t& head) { head.type = kVideoI; });
+    const RecordedFrame picture = Find(3300, 0, kVideoP);
+    Change(picture, [](FrameHead_t& head) { head.type = kVideoI; });
+    EXPECT_EQ(Read(0).Lines(), (Lines{Named(picture)}));
+}
+
+TEST_P(ChangedFrames, KeepTheDistanceOfKeyFramesWithoutAnIndex) {
+    RecordCameras(false);
+    const RecordedFrame key = Find(3000, 0, kVideoI);
+    Change(key, [](FrameHead_t& head) { head.type = kVideoP; });
+    EXPECT_EQ(Read(0).Lines(), (Lines{Named(key)}));
+    Change(key, [](FrameHead_t& head) { head.type = kVideoI; });
+    const RecordedFrame picture = Find(3300, 0, kVideoP);
+    Change(picture, [](FrameHead_t& head) { head.type = kVideoI; });
+    EXPECT_EQ(Read(0).Lines(), (Lines{Named(picture)}));
+}
+
+TEST_P(ChangedFrames, AreToldByTheirPayloadWithoutAnIndex) {
+    Begin(1);
+    for (int i = 0; i < 60; ++i) {
+        Frame frame;
+        frame.pts = At(i * 100);
+        const bool key = i % 10 == 0 || i == 33; // one comes out of turn
+        frame.type = key ? kVideoI : kVideoP;
+        frame.payload.assign(80, static_cast<uint8_t>(i + 1));
+        const std::vector<uint8_t> begin =
+            key ? std::vector<uint8_t>{0, 0, 0, 1, 0x67, 0x42} : std::vector<uint8_t>{0, 0, 0, 1, 0x41, 0x9A};
+        std::copy(begin.begin(), begin.end(), frame.payload.begin());
+        Record(frame);
+    }
+    Recorder().CutPower();
+    EXPECT_EQ(Read(0).Lines(), kNone);
+    for (const size_t entry : {size_t{33}, size_t{34}, size_t{0}, size_t{59}}) {
+        const RecordedFrame frame = Recorded()[entry];
+        Change(frame, [&](FrameHead_t& head) { head.type ^= 1; });
+        const ReadFrames read = Read(0);
+        EXPECT_TRUE(Same(read, 0)) << entry;
+        EXPECT_EQ(read.Lines(), (Lines{Named(frame)}));
+        Change(frame, [&](FrameHead_t& head) { head.type ^= 1; });
+    }
+}
+
+// ---- stretches
+
+TEST_P(BlockFrames, PassAStretchThatWasWrittenOver) {
+    for (const bool closed : {true, false}) {
+        for (const uint8_t fill : {uint8_t{0}, uint8_t{0xFF}, uint8_t{0x5A}}) {
+            Begin(1);
+            RecordSeconds(0, 5);
+            closed ? Recorder().PowerOff() : Recorder().CutPower();
+            const RecordedFrame first = Recorded()[15];
+            const RecordedFrame last = Recorded()[30];
+            Fill(HeadOf(first) + 30, HeadOf(last) + 10, fill); // from within one frame to within another
+            const ReadFrames read = Read(0);
+            std::vector<size_t> left(16);
+            std::generate(left.begin(), left.end(), [n = size_t{15}]() mutable { return n++; });
+            EXPECT_EQ(Offsets(read), OffsetsWithout(0, left));
+            EXPECT_EQ(read.Lines(), (Lines{"bytes_damaged loss block 0 at " + std::to_string(first.offset) +
+                                           "+" + std::to_string(last.End() - first.offset)}));
+        }
+    }
+}
+
+TEST_P(BlockFrames, AreMissingWhereTheIndexHasThem) {
+    Begin(3);
+    RecordSeconds(0, 5);
+    Record(At(5000), kVideoI, 1, 40);
+    Recorder().PowerOff();
+    const uint64_t start = Image().FrameOffset(0, 0);
+    Fill(start, start + Image().FrameAreaSize(), 0);
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(read.frames.size(), 0u);
+    EXPECT_TRUE(read.lossAtEnd);
+    EXPECT_EQ(read.Lines(),
+              (Lines{"frames_missing loss block 0 channel 0 count 5",
+                     "frames_missing loss block 0 channel 1 count 1",
+                     "bytes_damaged loss block 0 at 0+" + std::to_string(Recorded().back().End())}));
+    EXPECT_EQ(read.problems[0].before, kStart * kMicrosPerSecond);
+    EXPECT_EQ(read.problems[0].after, (kStart + 4) * kMicrosPerSecond);
+}
+
+TEST_P(BlockFrames, LoseTheEndOfAClosedBlock) {
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    // From the head of the fifth but last frame on: what follows nothing like a head may be damaged itself.
+    const auto& frames = Recorded();
+    Fill(HeadOf(frames[45]), HeadOf(frames.back()) + 124, 0);
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(Offsets(read), OffsetsWithout(0, {44, 45, 46, 47, 48, 49}));
+    EXPECT_TRUE(read.lossAtEnd);
+    EXPECT_EQ(read.Lines(), (Lines{"bytes_damaged loss block 0 at " + std::to_string(frames[44].offset) +
+                                   "+" + std::to_string(frames.back().End() - frames[44].offset)}));
+}
+
+// ---- what the disk does not deliver
+
+TEST_P(BlockFrames, DropAPayloadThatCannotBeRead) {
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    const RecordedFrame damaged = Recorded()[25];
+    const uint64_t sector = (HeadOf(damaged) + 60) / 512 * 512;
+    Fail(HeadOf(damaged) + 60, HeadOf(damaged) + 61);
+    const ReadFrames read = Read(0);
+    const auto from = static_cast<uint32_t>(HeadOf(damaged) + 60 - Image().FrameOffset(0, 0));
+    const auto to = static_cast<uint32_t>(sector + 512 - Image().FrameOffset(0, 0));
+    std::vector<size_t> left;
+    for (size_t i = 0; i < Recorded().size(); ++i) {
+        // The frames that the rest of the sector reaches into: those whose heads are lost too.
+        if (Recorded()[i].offset < to && Recorded()[i].End() > from) {
+            left.push_back(i);
+        }
+    }
+    EXPECT_EQ(Offsets(read), OffsetsWithout(0, left));
+    EXPECT_EQ(read.Lines(), (Lines{"bytes_unreadable loss block 0 at " + std::to_string(from) + "+" +
+                                   std::to_string(to - from)}));
+    EXPECT_EQ(read.problems[0].before, At(2400));
+    EXPECT_EQ(read.problems[0].after, Recorded()[left.back() + 1].frame.pts);
+}
+
+TEST_P(BlockFrames, MergeUnreadableSectors) {
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    const uint64_t from = (HeadOf(Recorded()[10]) + 511) / 512 * 512;
+    for (int i = 0; i < 4; ++i) {
+        Fail(from + static_cast<uint64_t>(i) * 512, from + static_cast<uint64_t>(i) * 512 + 512);
+    }
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(read.Lines(), (Lines{"bytes_unreadable loss block 0 at " +
+                                   std::to_string(from - Image().FrameOffset(0, 0)) + "+2048"}));
+}
+
+TEST_P(BlockFrames, OfACopyThatWasCutOff) {
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    RecordSeconds(10, 5);
+    Recorder().PowerOff();
+    const uint64_t end = HeadOf(Of(1)[20]) + 50;
+    Image().Truncate(end);
+    const ReadFrames read = Read(1);
+    EXPECT_EQ(read.frames.size(), 20u);
+    ASSERT_EQ(read.problems.size(), 1u);
+    EXPECT_EQ(read.problems[0].kind, recordings::ProblemKind::BytesUnreadable);
+    EXPECT_EQ(*read.problems[0].offset, Of(1)[20].offset + 50);
+}
+
+TEST_P(BlockFrames, OfAWipedBlockAreWhatLooksLikeFrames) {
+    Begin(1);
+    for (int i = 0; i < 3; ++i) {
+        RecordSeconds(i * 10, 5);
+        Recorder().PowerOff();
+    }
+    const std::vector<uint8_t> zeros(512);
+    Image().Write(Image().HeadOffset(1), zeros.data(), zeros.size());
+    Image().Change<BlockTail_t>(Image().TailOffset(1), [](BlockTail_t& tail) { tail = {}; });
+    if (Image().Extended()) {
+        Image().Change<BlockTailEx_t>(Image().TailExOffset(1), [](BlockTailEx_t& tail) { tail = {}; });
+    }
+    const ReadFrames read = Read(1);
+    EXPECT_TRUE(Same(read, 1));
+    EXPECT_EQ(read.Lines(), kNone); // the list of blocks has named it
+}
+
+// ---- a damaged index
+
+TEST_P(BlockFrames, AreDeliveredWhenTheIndexIsLost) {
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    Image().Change<BlkIndexHead_t>(Image().IndexOffset(0),
+                                   [](BlkIndexHead_t& head) { head.iframeCount[0] = 0xFFFFFF; });
+    EXPECT_TRUE(Same(Read(0), 0));
+    EXPECT_EQ(Read(0).Lines(),
+              (Lines{"index_damaged note block 0"})); // the end mark tells that nothing is missing
+    Begin(1, false);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    Image().Change<BlkIndexHead_t>(Image().IndexOffset(0),
+                                   [](BlkIndexHead_t& head) { head.iframeCount[0] = 6; });
+    EXPECT_TRUE(Same(Read(0), 0));
+    EXPECT_EQ(Read(0).Lines(), (Lines{"index_damaged loss block 0 channel 0"}));
+}
+
+TEST_P(BlockFrames, ProveThatASegmentIsWrong) {
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    const uint64_t segment = Image().IndexOffset(0) + sizeof(BlkIndexHead_t) + 5 * sizeof(IFrameItem_t);
+    const auto good = Image().Get<RecSegItem_t>(segment);
+    const auto expect = [&](const char* line, const std::function<void(RecSegItem_t&)>& edit) {
+        Image().Change<RecSegItem_t>(segment, edit);
+        const ReadFrames read = Read(0);
+        EXPECT_TRUE(Same(read, 0));
+        EXPECT_EQ(read.Lines(), Lines{line});
+        Image().Put(segment, good);
+    };
+    const char* const note = "index_damaged note block 0 channel 0";
+    expect(note, [](RecSegItem_t& item) { item.spos += 8; });
+    expect(note, [](RecSegItem_t& item) { item.totalsize += 1000; });
+    expect(note, [](RecSegItem_t& item) { item.s -= 1; }); // the index has the key frame's time too
+    expect(note, [](RecSegItem_t& item) { item.epos -= 300; });
+}
+
+} // namespace
+
+} // namespace test_support
