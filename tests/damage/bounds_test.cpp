@@ -14,7 +14,7 @@
 #include "damage/operations.h"
 #include "format/block_geometry.h"
 #include "search/search_fixture.h"
-#include "support/memory_use.h"
+#include "support/allocations.h"
 
 namespace {
 
@@ -134,13 +134,11 @@ protected:
 
 TEST_F(HungryDisk, SearchObjectKeepsNoMoreThanItsTables) {
     MakeHungryDisk();
-    size_t before = 0;
     size_t held = 0;
     Quietly([&] {
         PartAccess_t access = Disk().Access();
+        const HeapWatch heap;
         CSearchDisk disk;
-        std::printf("the stream's buffer counts to what is held before\n");
-        before = HeapInUse();
         disk.Init(&access);
         for (uint32_t unit = 0; unit <= kChannels; ++unit) {
             RecordList records;
@@ -148,7 +146,7 @@ TEST_F(HungryDisk, SearchObjectKeepsNoMoreThanItsTables) {
             disk.SearchUnitMedia(unit, &records, &events);
             EXPECT_GT(records.m_nCount + events.m_nCount, 300);
         }
-        held = HeapInUse() - before;
+        held = heap.Held();
         disk.Quit();
     });
     // 32 tables of segments and one of events, each of the index area at most; beside them, the objects.
@@ -162,17 +160,17 @@ TEST_F(HungryDisk, ReaderHoldsOneIndexAndOnePayload) {
     size_t held = 0;
     Quietly([&] {
         PartAccess_t access = Disk().Access();
+        const HeapWatch heap;
         CReadDisk disk;
         disk.Init(&access);
-        std::printf("the stream's buffer counts to what is held before\n");
-        const size_t before = HeapInUse();
+        const size_t before = heap.Held();
         for (uint32_t block = 0; block < kChannels; ++block) {
             RecordItem_t record = {};
             record.recId = block << 16 | block << 9;
             record.startTime = 1000 + block * 1000;
             record.endTime = 0x7FFFFFFF;
             void* const reader = disk.StartRead(0, &record);
-            held = std::max(held, HeapInUse() - before);
+            held = std::max(held, heap.Held() - before);
             disk.StopRead(reader);
         }
         disk.Quit();
