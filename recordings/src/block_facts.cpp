@@ -61,7 +61,8 @@ void BlockFacts::TakeTimes() {
     m_earliest -= kStale;
     m_latest += kStale;
     if (!m_block.closed && m_block.headSound) {
-        m_earliest = int64_t{m_block.start} - kSkewSeconds; // a small ring's previous turn is hardly older than that
+        m_earliest =
+            int64_t{m_block.start} - kSkewSeconds; // a small ring's previous turn is hardly older than that
     }
 }
 
@@ -138,7 +139,8 @@ int64_t BlockFacts::Latest(int64_t newest) const {
 
 bool BlockFacts::SeemsHead(const FrameHead_t& head, const Reached& reached) const {
     const int64_t time = head.pts / kMicros;
-    const int64_t earliest = std::min(m_earliest, reached.last - kSkewSeconds); // the clock may have been set back
+    const int64_t earliest =
+        std::min(m_earliest, reached.last - kSkewSeconds); // the clock may have been set back
     return head.sync == BLOCK_MAGIC && m_channels.Has(head.chn) && head.type < kFrameTypes &&
            time >= earliest && time <= Latest(reached.newest);
 }

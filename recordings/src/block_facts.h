@@ -86,7 +86,7 @@ private:
     std::optional<BlockIndex> m_index;
     uint32_t m_mediaEnd = 0;
     uint32_t m_lastListed = 0;
-    std::vector<Name> m_keyFrames;    ///< sorted
+    std::vector<Name> m_keyFrames;     ///< sorted
     std::vector<Name> m_keyFrameTimes; ///< the same without their places
     std::vector<Name> m_starts;
     std::vector<Name> m_ends;

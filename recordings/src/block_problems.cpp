@@ -38,8 +38,9 @@ public:
 
 private:
     std::vector<FoundFrame>::const_iterator At(uint64_t offset) const {
-        return std::lower_bound(m_media.begin(), m_media.end(), offset,
-                                [](const FoundFrame& frame, uint64_t wanted) { return frame.offset < wanted; });
+        return std::lower_bound(
+            m_media.begin(), m_media.end(), offset,
+            [](const FoundFrame& frame, uint64_t wanted) { return frame.offset < wanted; });
     }
 
     std::vector<FoundFrame> m_media;

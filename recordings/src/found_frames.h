@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "disk_format.h"
-#include "frame_area.h"
 #include "format/frames.h"
+#include "frame_area.h"
 #include "recordings/frame.h"
 #include "recordings/problem.h"
 #include "recordings/query.h"
@@ -62,7 +62,7 @@ struct FoundFrame {
     uint32_t channel = 0;
     bool afterLoss = false; ///< something is lost between the frame before and this one
     ChannelSet lost;        ///< channels of which media may be
-    bool damaged = false;  ///< its head is known to be damaged, and a problem says so
+    bool damaged = false;   ///< its head is known to be damaged, and a problem says so
 
     FoundFrame() = default;
     FoundFrame(const FrameHead_t& head, uint32_t at)
@@ -78,15 +78,17 @@ struct FoundFrame {
 struct FoundFrames {
     std::vector<FoundFrame> frames; ///< in the order of their offsets
     std::vector<Stretch> damaged;   ///< what lies there are no frames; in the order of their offsets
-    std::vector<FoundFrame> dropped; ///< frames before a damaged stretch that is counted from their heads on; each with
-                                     ///< the size that it has when it reaches up to the next frame
-    bool marked = false;    ///< the recorder's end mark follows the last frame
+    std::vector<FoundFrame>
+        dropped;         ///< frames before a damaged stretch that is counted from their heads on; each with
+                         ///< the size that it has when it reaches up to the next frame
+    bool marked = false; ///< the recorder's end mark follows the last frame
     bool lostAtEnd = false; ///< something is lost between the last frame and the end
     /// Where no frames were found though the index has some: from the last frame's end to that of the index.
     std::optional<Stretch> missing;
     bool missingUnreadable = false; ///< its first bytes are
-    std::optional<uint32_t> lastEnd; ///< the last frame reaches further than this, where the index has the frames end
-    bool lastInDoubt = false;       ///< what is missing may begin within the last frame
+    std::optional<uint32_t>
+        lastEnd; ///< the last frame reaches further than this, where the index has the frames end
+    bool lastInDoubt = false; ///< what is missing may begin within the last frame
     std::vector<Problem> problems;
 
     /// Whether every byte up to the end belongs to a frame.
@@ -107,8 +109,9 @@ struct FoundFrames {
 
     /// The entry of the frame whose head lies at a place.
     std::optional<size_t> EntryAt(uint32_t offset) const {
-        const auto at = std::lower_bound(frames.begin(), frames.end(), offset,
-                                         [](const FoundFrame& frame, uint32_t wanted) { return frame.offset < wanted; });
+        const auto at =
+            std::lower_bound(frames.begin(), frames.end(), offset,
+                             [](const FoundFrame& frame, uint32_t wanted) { return frame.offset < wanted; });
         const bool found = at != frames.end() && at->offset == offset;
         return found ? std::optional<size_t>(static_cast<size_t>(at - frames.begin())) : std::nullopt;
     }

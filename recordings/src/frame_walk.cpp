@@ -22,11 +22,15 @@ constexpr uint32_t kFewestAlike = 3;
 } // namespace
 
 FrameWalk::FrameWalk(FrameArea& area, const BlockFacts& facts)
-    : m_area(area), m_facts(facts), m_search(area, facts), m_reached{facts.Headless() ? 0 : facts.Of().start, facts.Headless() ? UINT32_MAX : facts.Of().start} {}
+    : m_area(area), m_facts(facts),
+      m_search(area, facts), m_reached{facts.Headless() ? 0 : facts.Of().start,
+                                       facts.Headless() ? UINT32_MAX : facts.Of().start} {}
 
 FoundFrames FrameWalk::Run() {
     uint32_t at = 0;
-    for (;;) { // each turn moves on: a frame takes the bytes of its head at least, and the next is looked for after those
+    for (
+        ;
+        ;) { // each turn moves on: a frame takes the bytes of its head at least, and the next is looked for after those
         if (Take(at)) {
             at = static_cast<uint32_t>(m_found.frames.back().End());
             continue;
@@ -268,7 +272,8 @@ bool FrameWalk::MayEnd(const FoundFrame& last) {
     if (left != 0) {
         return left > LargestPayload() || m_search.EndMark(end, end + left);
     }
-    const uint8_t* const unwritten = last.type <= kKeyFrame ? m_area.At(end - kUnwrittenBytes, kUnwrittenBytes) : nullptr;
+    const uint8_t* const unwritten =
+        last.type <= kKeyFrame ? m_area.At(end - kUnwrittenBytes, kUnwrittenBytes) : nullptr;
     return unwritten == nullptr || last.size < kUnwrittenBytes ||
            std::any_of(unwritten, unwritten + kUnwrittenBytes,
                        [&](uint8_t each) { return each != bytes[rest - 1]; });

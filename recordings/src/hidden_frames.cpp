@@ -32,10 +32,11 @@ void HiddenFrames::LookAtNamedHeads() {
     auto& frames = m_found.frames;
     for (const uint32_t place : m_facts.NamedHeads()) {
         // The last frame that begins at the place or before it.
-        const auto after = std::upper_bound(
-            frames.begin(), frames.end(), place,
-            [](uint32_t wanted, const FoundFrame& frame) { return wanted < frame.offset; });
-        if (after == frames.begin() || std::prev(after)->offset == place || std::prev(after)->End() <= place) {
+        const auto after =
+            std::upper_bound(frames.begin(), frames.end(), place,
+                             [](uint32_t wanted, const FoundFrame& frame) { return wanted < frame.offset; });
+        if (after == frames.begin() || std::prev(after)->offset == place ||
+            std::prev(after)->End() <= place) {
             continue;
         }
         const uint8_t* const bytes = m_area.At(place, kHeadBytes);

@@ -53,7 +53,7 @@ private:
     const BlockIndex& m_index;
     FrameArea& m_area;
     IndexTotals& m_totals;
-    std::vector<bool> m_listed; ///< by entry: an index entry names the frame
+    std::vector<bool> m_listed;                                ///< by entry: an index entry names the frame
     std::vector<std::pair<uint32_t, int64_t>> m_keyFrameTimes; ///< channel and time of those found; sorted
     std::vector<int64_t> m_eventTimes;                         ///< of those found; sorted
     std::optional<Tracks> m_tracks;                            ///< made when it is needed

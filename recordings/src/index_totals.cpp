@@ -15,7 +15,8 @@ constexpr int64_t kSwallowedMost = 64;
 
 } // namespace
 
-IndexTotals::IndexTotals(FoundFrames& found, const BlockFacts& facts) : m_found(found), m_facts(facts), m_index(*facts.Index()) {
+IndexTotals::IndexTotals(FoundFrames& found, const BlockFacts& facts)
+    : m_found(found), m_facts(facts), m_index(*facts.Index()) {
     for (uint32_t channel = 0; channel < kChannels; ++channel) {
         for (const IndexedSegment& segment : m_index.segments[channel]) {
             m_indexed[channel] += segment.bytes;
@@ -152,7 +153,8 @@ bool IndexTotals::LastIsTooShort() {
     const Stretch missing = *m_found.missing;
     for (const uint32_t headBytes : {kHeadBytes, disk_access::kHeadBytesInSegment}) {
         const uint32_t bytes = missing.to - missing.from + kHeadBytes - headBytes;
-        if (last.IsMedia() && DifferenceBy(last.channel, headBytes) == bytes && IsUsual(last, last.size + bytes)) {
+        if (last.IsMedia() && DifferenceBy(last.channel, headBytes) == bytes &&
+            IsUsual(last, last.size + bytes)) {
             last.size += bytes;
             m_found.NoteDamaged(last);
             m_found.missing.reset();
@@ -191,10 +193,10 @@ void IndexTotals::TakeBackDropped() {
         const auto stretch =
             std::lower_bound(m_found.damaged.begin(), m_found.damaged.end(), dropped.offset,
                              [](const Stretch& each, uint32_t from) { return each.from < from; });
-        const bool lacksIt = dropped.IsMedia() && Difference(dropped.channel) ==
-                                                      int64_t{dropped.size} + m_headBytes;
-        if (!lacksIt || !IsUsual(dropped, dropped.size) || stretch == m_found.damaged.end() || stretch->from != dropped.offset ||
-            stretch->to != dropped.End()) {
+        const bool lacksIt =
+            dropped.IsMedia() && Difference(dropped.channel) == int64_t{dropped.size} + m_headBytes;
+        if (!lacksIt || !IsUsual(dropped, dropped.size) || stretch == m_found.damaged.end() ||
+            stretch->from != dropped.offset || stretch->to != dropped.End()) {
             continue;
         }
         const auto after = std::find_if(m_found.frames.begin(), m_found.frames.end(),
@@ -242,8 +244,7 @@ void IndexTotals::FindMoved() {
 bool IndexTotals::MoveFromChannel(uint32_t to) {
     const int64_t bytes = Difference(to);
     for (uint32_t from = 0; from < kChannels; ++from) {
-        const std::optional<size_t> entry =
-            Difference(from) == -bytes ? FrameOf(from, bytes) : std::nullopt;
+        const std::optional<size_t> entry = Difference(from) == -bytes ? FrameOf(from, bytes) : std::nullopt;
         if (entry) {
             m_found.NoteDamaged(m_found.frames[*entry]);
             m_found.frames[*entry].channel = to;

@@ -116,15 +116,16 @@ int64_t KeyFrameCheck::UsualDistance(const Track& track, const std::vector<size_
     std::sort(sorted.begin(), sorted.end());
     const int64_t usual = sorted[sorted.size() / 2];
     // One key frame too many, or too few, changes two distances.
-    const bool kept = usual < kLongestDistance && keeping(usual) + 2 + distances.size() / 4 >= distances.size();
+    const bool kept =
+        usual < kLongestDistance && keeping(usual) + 2 + distances.size() / 4 >= distances.size();
     return kept ? usual : 0;
 }
 
 /// Key frames that come between, and frames that should be key frames, counted from an anchor in both directions.
 std::vector<size_t> KeyFrameCheck::OffGrid(const Track& track, int64_t anchor, int64_t distance) const {
-    const auto after = std::upper_bound(
-        track.frames.begin(), track.frames.end(), anchor,
-        [this](int64_t wanted, size_t entry) { return wanted < m_frames[entry].time; });
+    const auto after =
+        std::upper_bound(track.frames.begin(), track.frames.end(), anchor,
+                         [this](int64_t wanted, size_t entry) { return wanted < m_frames[entry].time; });
     const auto place = static_cast<size_t>(after - track.frames.begin());
     std::vector<size_t> off;
     OffGridFrom(track, place, true, anchor, distance, off);

@@ -31,9 +31,9 @@ public:
 private:
     struct Channel {
         bool waiting = true;
-        bool lost = false;           ///< waits because something is lost
-        uint64_t leftOut = 0;        ///< since the last problem
-        bool leftOutLost = false;    ///< some of them because something is lost
+        bool lost = false;             ///< waits because something is lost
+        uint64_t leftOut = 0;          ///< since the last problem
+        bool leftOutLost = false;      ///< some of them because something is lost
         std::optional<int64_t> before; ///< time stamp of the last frame that passed
         std::optional<int64_t> after;  ///< and of the key frame after those left out
     };

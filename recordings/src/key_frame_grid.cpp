@@ -54,10 +54,12 @@ int64_t DistanceOf(const std::vector<IndexedKeyFrame>& keys) {
     }
     std::sort(distances.begin(), distances.end());
     const int64_t usual = distances[distances.size() / 2];
-    const auto keeping = static_cast<size_t>(
-        std::count_if(distances.begin(), distances.end(),
-                      [usual](int64_t each) { return TimeApart(each, usual) <= usual / 16; }));
-    return usual > 0 && usual <= kLongestKeyFrameDistance && keeping >= distances.size() - distances.size() / 4
+    const auto keeping =
+        static_cast<size_t>(std::count_if(distances.begin(), distances.end(), [usual](int64_t each) {
+            return TimeApart(each, usual) <= usual / 16;
+        }));
+    return usual > 0 && usual <= kLongestKeyFrameDistance &&
+                   keeping >= distances.size() - distances.size() / 4
                ? usual
                : 0;
 }

@@ -12,8 +12,8 @@ namespace recordings {
 
 /// When key frames of a channel come, as far as a block's head and the block before it tell.
 struct KeyFrameGrid {
-    uint32_t frames = 0;   ///< from one key frame to the next, as the block's head has it; 0: not known
-    int64_t distance = 0;  ///< the same in microseconds, as it was in the block before; 0: not known
+    uint32_t frames = 0;         ///< from one key frame to the next, as the block's head has it; 0: not known
+    int64_t distance = 0;        ///< the same in microseconds, as it was in the block before; 0: not known
     std::optional<int64_t> last; ///< time stamp of the last key frame of the block before
 };
 

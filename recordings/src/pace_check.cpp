@@ -55,7 +55,8 @@ void PaceCheck::CheckSlots(const Track& track) {
     for (size_t place = 0; place < last; ++place) {
         const int64_t step = TimeBetween(TimeOf(track, place), TimeOf(track, place + 1));
         if (Alike(step, 2 * track.pace, track.pace / 2 - track.pace / 10)) {
-            CheckSlot({&track, TimeOf(track, place) + step / 2, track.frames[place], track.frames[place + 1], true});
+            CheckSlot({&track, TimeOf(track, place) + step / 2, track.frames[place], track.frames[place + 1],
+                       true});
         }
     }
     // A track that begins later than others, or ends earlier, may lack a frame there.
@@ -88,9 +89,8 @@ void PaceCheck::CheckSlot(const Slot& slot) {
 /// do: after one of the same other track.
 size_t PaceCheck::BestOf(const Slot& slot, const std::vector<size_t>& fitting) {
     const size_t beside = slot.from != 0 ? slot.from : slot.to; // a frame of the track
-    const auto told = std::find_if(fitting.begin(), fitting.end(), [&](size_t entry) {
-        return PayloadTells(*slot.track, m_frames[entry]);
-    });
+    const auto told = std::find_if(fitting.begin(), fitting.end(),
+                                   [&](size_t entry) { return PayloadTells(*slot.track, m_frames[entry]); });
     const auto placed = std::find_if(fitting.begin(), fitting.end(), [&](size_t entry) {
         return entry != 0 && beside != 0 && beside < m_frames.size() &&
                SameTrack(m_frames[entry - 1], m_frames[beside - 1]);
@@ -191,7 +191,8 @@ bool PaceCheck::IsExtra(const Track& track, size_t place) const {
 
 void PaceCheck::ReportExtras(const Track& track) {
     for (size_t place = 1; place + 1 < track.frames.size(); ++place) {
-        const bool known = m_frames[track.frames[place - 1]].damaged || m_frames[track.frames[place + 1]].damaged;
+        const bool known =
+            m_frames[track.frames[place - 1]].damaged || m_frames[track.frames[place + 1]].damaged;
         if (!known && IsExtra(track, place)) {
             m_found.NoteDamaged(m_frames[track.frames[place]]);
         }

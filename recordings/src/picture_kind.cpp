@@ -53,8 +53,10 @@ PictureKind PictureKindAt(FrameArea& area, const FoundFrame& frame) {
 
 PictureKind PictureKindOf(const uint8_t* data, size_t size) {
     const uint8_t* const end = data + size;
-    const bool starts = size >= 5 && data[0] == 0 && data[1] == 0 && (data[2] == 1 || (data[2] == 0 && data[3] == 1));
-    for (const uint8_t* unit = starts ? NextUnit(data, end) : nullptr; unit != nullptr; unit = NextUnit(unit, end)) {
+    const bool starts =
+        size >= 5 && data[0] == 0 && data[1] == 0 && (data[2] == 1 || (data[2] == 0 && data[3] == 1));
+    for (const uint8_t* unit = starts ? NextUnit(data, end) : nullptr; unit != nullptr;
+         unit = NextUnit(unit, end)) {
         const PictureKind kind = KindOfUnit(unit);
         if (kind != PictureKind::Unknown) {
             return kind;

@@ -60,7 +60,8 @@ private:
 
 class RangeFrames::Impl {
 public:
-    Impl(const Disk& disk, const BlockList& blocks, const FrameQuery& query, ProblemSink problems, Watch watch)
+    Impl(const Disk& disk, const BlockList& blocks, const FrameQuery& query, ProblemSink problems,
+         Watch watch)
         : m_disk(disk), m_blocks(blocks), m_query(query), m_problems(std::move(problems)),
           m_watch(std::move(watch)), m_runs(RunsOf(blocks, query.range)) {
         m_query.channels = query.channels.Without(disk.Hidden());
@@ -149,8 +150,8 @@ private:
         }
         AskForNext();
         // Made first, taken over then: what was read before it counts while it reads.
-        auto reader = std::make_unique<BlockReader>(m_disk, Current(), m_query.want, m_buffer,
-                                                    [this] { Breathe(); });
+        auto reader =
+            std::make_unique<BlockReader>(m_disk, Current(), m_query.want, m_buffer, [this] { Breathe(); });
         m_reader = std::move(reader);
         m_reported = 0;
         ReportNew();
@@ -245,8 +246,8 @@ private:
         const Block& block = Current();
         const bool known = block.headSound && block.start <= (block.closed ? block.end : kUnknownStart);
         const int64_t before = problem.before.value_or(known ? block.start * kMicros : INT64_MIN);
-        const int64_t after =
-            problem.after.value_or(known && block.closed ? TimeAfter(block.end * kMicros, kMicros) : INT64_MAX);
+        const int64_t after = problem.after.value_or(
+            known && block.closed ? TimeAfter(block.end * kMicros, kMicros) : INT64_MAX);
         int64_t first = m_query.range.first * kMicros;
         for (const auto& place : m_start.places) {
             first = place ? std::min(first, place->time) : first;
@@ -282,8 +283,8 @@ private:
     uint64_t m_bytesRead = 0;
 };
 
-RangeFrames::RangeFrames(const Disk& disk, const BlockList& blocks, const FrameQuery& query, ProblemSink problems,
-                         Watch watch)
+RangeFrames::RangeFrames(const Disk& disk, const BlockList& blocks, const FrameQuery& query,
+                         ProblemSink problems, Watch watch)
     : m_impl(std::make_unique<Impl>(disk, blocks, query, std::move(problems), std::move(watch))) {}
 
 RangeFrames::~RangeFrames() = default;

@@ -18,8 +18,8 @@ constexpr int64_t kGap = (disk_access::kMergeGap - 1) * kMicros;
 
 class RangeStartFinder {
 public:
-    RangeStartFinder(const Disk& disk, const BlockList& blocks, const FrameQuery& query,
-                     FrameBuffer& buffer, const std::function<void()>& breathe)
+    RangeStartFinder(const Disk& disk, const BlockList& blocks, const FrameQuery& query, FrameBuffer& buffer,
+                     const std::function<void()>& breathe)
         : m_disk(disk), m_blocks(blocks.All()), m_query(query), m_buffer(buffer), m_breathe(breathe) {}
 
     RangeStart Find(const BlockRun& run) {

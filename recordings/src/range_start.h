@@ -29,7 +29,7 @@ struct StartPlace {
 /// Where the channels of a run of blocks begin, so that the range can be decoded from its first second on.
 struct RangeStart {
     std::array<std::optional<StartPlace>, kChannels> places; ///< none: with the first frame in the range
-    ChannelSet lost; ///< channels whose key frame before the range is lost, or may be
+    ChannelSet lost;  ///< channels whose key frame before the range is lost, or may be
     size_t first = 0; ///< entry of the first block that is needed
     uint64_t bytesRead = 0;
 };
@@ -38,8 +38,7 @@ struct RangeStart {
 /// that were recorded before it.
 /// @param breathe called before each read; it may throw
 RangeStart FindRangeStart(const Disk& disk, const BlockList& blocks, const BlockRun& run,
-                          const FrameQuery& query, FrameBuffer& buffer,
-                          const std::function<void()>& breathe);
+                          const FrameQuery& query, FrameBuffer& buffer, const std::function<void()>& breathe);
 
 } // namespace recordings
 

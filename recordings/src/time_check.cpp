@@ -24,7 +24,8 @@ constexpr int64_t kOtherReach = 3600 * kMicros;
 /// Finds what the ring's previous turn has left at the end of a block.
 class LeftOver {
 public:
-    LeftOver(const std::vector<FoundFrame>& frames, const BlockFacts& facts) : m_frames(frames), m_facts(facts) {}
+    LeftOver(const std::vector<FoundFrame>& frames, const BlockFacts& facts)
+        : m_frames(frames), m_facts(facts) {}
 
     /// The entry of its first frame.
     size_t First() const {
@@ -162,7 +163,8 @@ bool TimeCheck::IsHigh(const Track& track, size_t place, size_t next) const {
         return StandsOut(track, place, next);
     }
     const int64_t before = TimeOf(track, m_good[m_good.size() - 2]);
-    return TimeOf(track, next) >= before && LeavesRoom(track, before, TimeOf(track, place), TimeOf(track, next));
+    return TimeOf(track, next) >= before &&
+           LeavesRoom(track, before, TimeOf(track, place), TimeOf(track, next));
 }
 
 /// Whether the frame at @p place is earlier than the one before it because its time is damaged.
@@ -252,8 +254,8 @@ bool TimeCheck::LastIsLate(const Track& track) const {
 
 /// Whether a step is longer than usual.
 bool TimeCheck::Jumps(const Track& track, int64_t step) const {
-    return step > (track.regular ? track.pace + track.pace / 2
-                                 : std::max(kShortestJump, kJumpPaces * track.pace));
+    return step >
+           (track.regular ? track.pace + track.pace / 2 : std::max(kShortestJump, kJumpPaces * track.pace));
 }
 
 /// How far a frame's time is from that of the media of other tracks beside it. Nothing where there are none.
@@ -286,9 +288,8 @@ void TimeCheck::Mend(const Track& track) {
         const bool hasBefore = after != m_good.begin();
         if (hasBefore) {
             const int64_t before = TimeOf(track, *std::prev(after));
-            const int64_t step = hasAfter
-                                     ? std::max<int64_t>(0, TimeBetween(before, TimeOf(track, *after))) / 2
-                                     : track.pace;
+            const int64_t step =
+                hasAfter ? std::max<int64_t>(0, TimeBetween(before, TimeOf(track, *after))) / 2 : track.pace;
             frame.time = TimeAfter(before, step);
         } else if (hasAfter) {
             frame.time = TimeAfter(TimeOf(track, *after), -track.pace);

@@ -53,8 +53,8 @@ private:
     const BlockFacts& m_facts;
     const Tracks& m_tracks;
     int64_t m_usualDistance = 0; ///< of a frame from the other tracks' beside it
-    std::vector<size_t> m_good; ///< places of the track at hand whose time is in order
-    std::vector<size_t> m_odd;  ///< and those whose time is damaged
+    std::vector<size_t> m_good;  ///< places of the track at hand whose time is in order
+    std::vector<size_t> m_odd;   ///< and those whose time is damaged
 };
 
 } // namespace recordings

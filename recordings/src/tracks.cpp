@@ -48,8 +48,9 @@ void Tracks::FindPace(const std::vector<FoundFrame>& frames, Track& track) {
     std::nth_element(steps.begin(), middle, steps.end());
     const int64_t pace = *middle;
     track.pace = pace;
-    const auto near = static_cast<size_t>(std::count_if(
-        steps.begin(), steps.end(), [pace](int64_t step) { return step >= pace - pace / 4 && step - pace <= pace / 4; }));
+    const auto near = static_cast<size_t>(std::count_if(steps.begin(), steps.end(), [pace](int64_t step) {
+        return step >= pace - pace / 4 && step - pace <= pace / 4;
+    }));
     track.regular = steps.size() >= kFewestRegularSteps && near >= steps.size() - steps.size() / 4;
 }
 
@@ -60,8 +61,8 @@ void Tracks::FindNeighbours(const std::vector<FoundFrame>& frames) {
         uint32_t other = kNone;
     };
     const auto pass = [&frames](Passed& passed, size_t entry, uint32_t& neighbour) {
-        const bool sameTrack = passed.last != kNone && frames[entry].IsMedia() &&
-                               Of(frames[passed.last]) == Of(frames[entry]);
+        const bool sameTrack =
+            passed.last != kNone && frames[entry].IsMedia() && Of(frames[passed.last]) == Of(frames[entry]);
         neighbour = sameTrack ? passed.other : passed.last;
         if (frames[entry].IsMedia()) {
             passed.other = sameTrack ? passed.other : passed.last;

@@ -16,8 +16,8 @@ struct Track {
     uint32_t channel = 0;
     bool audio = false;
     std::vector<size_t> frames; ///< entries of the block's frames
-    int64_t pace = 0;           ///< microseconds: the usual time from frame to frame; 0 when there are too few
-    bool regular = false;       ///< most frames keep the pace
+    int64_t pace = 0;     ///< microseconds: the usual time from frame to frame; 0 when there are too few
+    bool regular = false; ///< most frames keep the pace
 };
 
 /// The media frames of a block, track by track.
@@ -26,7 +26,9 @@ public:
     explicit Tracks(const std::vector<FoundFrame>& frames);
 
     static constexpr size_t kCount = size_t{2} * kChannels;
-    static size_t Of(const FoundFrame& frame) { return size_t{2} * frame.channel + (frame.IsAudio() ? 1 : 0); }
+    static size_t Of(const FoundFrame& frame) {
+        return size_t{2} * frame.channel + (frame.IsAudio() ? 1 : 0);
+    }
 
     const std::array<Track, kCount>& All() const { return m_tracks; }
     /// The media frame of another track that lies next before a frame on the disk, or next after it.

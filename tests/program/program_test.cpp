@@ -539,7 +539,8 @@ TEST_F(Program, NdjsonHasALineARecord) {
         events.push_back(Json::parse(line));
     }
     ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[1], (Json{{"time", "2026-11-20T14:15:00Z"}, {"event_types", 4}, {"block", 1}, {"entry", 1}}));
+    EXPECT_EQ(events[1],
+              (Json{{"time", "2026-11-20T14:15:00Z"}, {"event_types", 4}, {"block", 1}, {"entry", 1}}));
     EXPECT_EQ(Json::parse(Show("info", {"--format", "ndjson"}))["block_count"], 8);
 }
 

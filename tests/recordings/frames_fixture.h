@@ -60,7 +60,8 @@ protected:
     /// The same, with the disk and the list of blocks as they were opened last: only frames and index may have changed.
     ReadFrames Again(uint32_t block, recordings::Want want = recordings::Want::Payloads);
     /// Whether all frames of a block came as they were recorded.
-    bool Same(const ReadFrames& read, uint32_t block, recordings::Want want = recordings::Want::Payloads) const;
+    bool Same(const ReadFrames& read, uint32_t block,
+              recordings::Want want = recordings::Want::Payloads) const;
 
 private:
     void Remember(const sample_recorder::Frame& frame);
