@@ -756,7 +756,7 @@ TEST_F(PartReader, ContinuationOnATruncatedDiskEnds) {
 
 TEST_F(PartReader, GoesOnIntoABlockThatTheDeviceGained) {
     RecordOnNewDisk("I0@1000 P0@1001 | P0@1002 I0@1003 |");
-    std::vector<uint8_t> rest(Disk().BlockStart(8) - Disk().BlockStart(1));
+    std::vector<uint8_t> rest(static_cast<size_t>(Disk().BlockStart(8) - Disk().BlockStart(1)));
     Disk().Read(Disk().BlockStart(1), rest.data(), rest.size());
     Disk().Truncate(Disk().BlockStart(1));
     OpenReadPart part(Disk()); // a copy that is still being made

@@ -19,8 +19,7 @@ using namespace sample_recorder;
 constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
 constexpr uint32_t kOther = 5;          // a frame type that is neither media nor event
 
-/// From one frame to the next: of channel 0, of channel 1, of channel 1's audio; microseconds.
-constexpr int64_t kPaces[] = {100000, 200000, 40000};
+/// The longest time from one frame of a channel to the next; microseconds.
 constexpr int64_t kSlowest = 200000;
 
 /// A field of a frame head.
