@@ -72,6 +72,17 @@ TEST(Rendering, TextLeavesOutWhatIsEmpty) {
         "Count  0\n");
 }
 
+TEST(Rendering, ColumnsAreForPeopleOrForMachinesOrForBoth) {
+    const Report report = {
+        {Table{"rows",
+               {{"row", "ROW"}, {"closed", ""}, {"", "NOTE"}},
+               {{uint64_t{7}, true, std::string()}, {uint64_t{8}, false, std::string("open")}}}}};
+    EXPECT_EQ(Rendered(report, Format::Text), "ROW  NOTE\n  7\n  8  open\n");
+    EXPECT_EQ(Rendered(report, Format::Ndjson),
+              "{\"row\":7,\"closed\":true}\n{\"row\":8,\"closed\":false}\n");
+    EXPECT_EQ(Rendered(report, Format::Csv), "row,closed\r\n7,true\r\n8,false\r\n");
+}
+
 TEST(Rendering, TextMeasuresTheFirstThousandRows) {
     Table table = {"rows", {{"row", "ROW"}, {"name", "NAME"}}, {}};
     table.rows.assign(999, {uint64_t{1}, std::string("a")});

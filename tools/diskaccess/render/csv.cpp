@@ -48,15 +48,20 @@ void CsvRenderer::FactsAlone(const Facts& facts) {
 void CsvRenderer::TableAlone(const std::vector<Column>& columns) {
     std::vector<std::string> keys;
     for (const Column& column : columns) {
-        keys.push_back(column.key);
+        m_shown.push_back(!column.key.empty());
+        if (m_shown.back()) {
+            keys.push_back(column.key);
+        }
     }
     WriteLine(keys);
 }
 
 void CsvRenderer::RowAlone(const Row& row) {
     std::vector<std::string> cells;
-    for (const Value& value : row) {
-        cells.push_back(Cell(value, m_zone));
+    for (size_t c = 0; c < row.size(); ++c) {
+        if (m_shown[c]) {
+            cells.push_back(Cell(row[c], m_zone));
+        }
     }
     WriteLine(cells);
 }

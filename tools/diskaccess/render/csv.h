@@ -21,6 +21,7 @@ private:
     void WriteLine(const std::vector<std::string>& cells) const;
 
     const TimeZone& m_zone;
+    std::vector<bool> m_shown; ///< whether each column is
     WriteText m_write;
 };
 

@@ -31,7 +31,9 @@ Json NumbersOf(ChannelSet set) {
 Json RowJson(const std::vector<Column>& columns, const Row& row, const TimeZone& zone) {
     Json object = Json::object();
     for (size_t c = 0; c < columns.size(); ++c) {
-        object[columns[c].key] = ValueJson(row[c], zone);
+        if (!columns[c].key.empty()) {
+            object[columns[c].key] = ValueJson(row[c], zone);
+        }
     }
     return object;
 }

@@ -54,7 +54,7 @@ struct Fact {
 };
 
 struct Column {
-    std::string key;
+    std::string key;       ///< empty: text only
     std::string title;     ///< empty: machine formats only
     size_t leastWidth = 0; ///< characters in text
 };
