@@ -233,7 +233,7 @@ TEST_F(DumpProgramOnDevices, ADeviceWithoutASize) {
     const LoopDevice device(Disk().Path());
     EXPECT_EQ(Refused({device.Path()}, 1),
               "diskaccess: " + device.Path() +
-                  ": the kernel tells no size of it; the disk may have been taken out\n");
+                  ": the kernel gives no size for it; the disk may have been taken out\n");
 }
 
 TEST_F(DumpProgramOnDevices, OnlyEverOpensForReading) {

@@ -399,7 +399,7 @@ TEST_F(RunningExport, LeavesNothingWhenItIsInterrupted) {
 
 TEST_F(RunningExport, IsDoneWhenASignalComesTooLate) {
     for (const std::string signal : {"INT", "TERM"}) {
-        for (const char* const option : {"--every-block", "--force"}) {
+        for (const char* const option : {"--skew=0", "--force"}) {
             const ProgramResult result = ExportAnd("kill -" + signal + " $PPID", {}, {option});
             EXPECT_EQ(result.exitCode, 0);
             EXPECT_EQ(result.err, "");

@@ -1,6 +1,7 @@
 /* Preloaded into a program under test.
 
-   Writes every open() and openat() of a file whose path contains $SHIM_WATCH to the file $SHIM_LOG, one line "PATH FLAGS" each.
+   Writes every open() and openat() of a file whose path contains $SHIM_WATCH, or leads to the file of that name, to the file
+   $SHIM_LOG, one line "PATH FLAGS" each.
    Makes every read() and pread() fail that touches bytes $SHIM_BAD_FROM to $SHIM_BAD_TO of the file $SHIM_BAD_FILE, as a worn disk
    would.
    Makes renameat2() fail if $SHIM_NO_RENAMEAT2 is set, and linkat() if $SHIM_NO_LINKAT is, as on file systems without them.
@@ -24,11 +25,18 @@ typedef int (*linkat_function)(int, const char*, int, const char*, int);
 typedef int (*renameat2_function)(int, const char*, int, const char*, unsigned int);
 typedef ssize_t (*read_function)(int, void*, size_t);
 typedef ssize_t (*pread_function)(int, void*, size_t, off_t);
+typedef ssize_t (*pread64_function)(int, void*, size_t, off64_t);
+
+static int leads_to(const char* path, const char* name) {
+    struct stat named, found;
+    return stat(name, &named) == 0 && stat(path, &found) == 0 && named.st_ino == found.st_ino &&
+           named.st_dev == found.st_dev;
+}
 
 static void note(const char* path, int flags) {
     const char* const name = getenv("SHIM_WATCH");
     const char* const log = getenv("SHIM_LOG");
-    if (name != NULL && log != NULL && strstr(path, name) != NULL) {
+    if (name != NULL && log != NULL && (strstr(path, name) != NULL || leads_to(path, name))) {
         char line[4096];
         const int length = snprintf(line, sizeof line, "%s %d\n", path, flags);
         const open_function real = (open_function)dlsym(RTLD_NEXT, "open");
@@ -158,4 +166,12 @@ ssize_t pread(int fd, void* data, size_t size, off_t offset) {
         return -1;
     }
     return ((pread_function)dlsym(RTLD_NEXT, "pread"))(fd, data, size, offset);
+}
+
+ssize_t pread64(int fd, void* data, size_t size, off64_t offset) {
+    if (lies_on_bad_bytes(fd, offset, size)) {
+        errno = EIO;
+        return -1;
+    }
+    return ((pread64_function)dlsym(RTLD_NEXT, "pread64"))(fd, data, size, offset);
 }

@@ -6,7 +6,7 @@
 #include <exception>
 
 #include "cli/command.h"
-#include "cli/job.h"
+#include "cli/context.h"
 #include "cli/output.h"
 #include "commands/commands.h"
 
@@ -20,47 +20,42 @@ Command OnDisk(const char* name, const char* description) {
     return command.Takes(AddPartition).Takes(AddZoneOptions).Takes(AddFormatOptions).Takes(AddDiskOptions);
 }
 
-/// Runs a command whose whole answer is a report.
-Command::Run Shows(Report (*make)(Job& job)) {
-    return [make](const Options& options, const std::string& name) {
-        Job job(options, name);
-        return job.Finish(make(job));
-    };
-}
-
-/// Runs a command that writes its answer piece by piece.
-Command::Run Tells(ExitCode (*answer)(Job& job)) {
+/// Opens the disk, and has it answer.
+Command::Run Asks(ExitCode (*answer)(Context& context)) {
     return [answer](const Options& options, const std::string& name) {
-        Job job(options, name);
-        return answer(job);
+        Context context(options, name);
+        return answer(context);
     };
 }
 
 std::vector<Command> AllCommands() {
     return {
-        OnDisk("info", "What the partition is: layout, recorded span, vehicle, channels").Does(Shows(Info)),
+        OnDisk("info", "What the partition is: layout, recorded span, vehicle, channels").Does(Asks(Info)),
         OnDisk("list", "The recordings, oldest block first; with --alarm those around events")
             .Takes(AddRangeOptions)
             .Takes(AddChannelOption)
             .Takes(AddAlarmOption)
             .Takes(AddListOptions)
-            .Does(Shows(List)),
-        OnDisk("events", "The events").Takes(AddRangeOptions).Takes(AddAlarmOption).Does(Shows(Events)),
+            .Does(Asks(List)),
+        OnDisk("events", "The events").Takes(AddRangeOptions).Takes(AddAlarmOption).Does(Asks(Events)),
         OnDisk("days", "A calendar of the days that hold recordings (the recorder's own days, UTC)")
-            .Does(Shows(Days)),
+            .Does(Asks(Days)),
         OnDisk("units", "The blocks of the ring: recorded ones oldest first, then unusable ones")
-            .Does(Shows(Units)),
-        OnDisk("space", "How much of the ring was ever written").Does(Shows(Space)),
+            .Does(Asks(Units)),
+        OnDisk("space", "How much of the ring was ever written").Does(Asks(Space)),
         OnDisk("play", "The frames of recordings, a line each")
             .Takes(AddRangeOptions)
             .Takes(AddChannelOption)
             .Takes(AddPlayOptions)
-            .Does(Tells(Play)),
+            .Does(Asks(Play)),
         OnDisk("export", "Gets the video and audio of a time range out, as a file that players open")
             .Takes(AddRangeOptions)
             .Takes(AddChannelOption)
             .Takes(AddExportOptions)
-            .Does(Tells(Export)),
+            .Does([](const Options& options, const std::string& name) {
+                Job job(options, name);
+                return Export(job);
+            }),
         Command("dump", "The partition field by field, as it lies on the block device: for those who know "
                         "the format")
             .Takes(AddPartition)
@@ -84,7 +79,7 @@ int main(int argc, char** argv) {
     try {
         KeepPayloadsInTheHeap();
         OccupyStandardDescriptors();
-        std::signal(SIGPIPE, SIG_IGN); // a closed pipe shows as a failed write, which is no error
+        std::signal(SIGPIPE, SIG_IGN); // a closed pipe shows as a failed write, which is not an error
         return RunCommandLine(AllCommands(), argc, argv);
     } catch (const std::exception& error) {
         Complain(error.what());

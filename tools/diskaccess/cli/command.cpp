@@ -2,7 +2,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <new>
+
 #include "cli/output.h"
+#include "cli/problems.h"
 #include "completion/completion.h"
 
 namespace diskaccess {
@@ -13,10 +16,16 @@ ExitCode Execute(const Command& command, const Options& options) {
     try {
         return command.Execute(options);
     } catch (const NobodyReads&) {
-        return kDone; // a closed pipe is no error
+        return kDone; // a closed pipe is not an error
     } catch (const Failure& failure) {
         Complain(failure.what());
         return failure.Code();
+    } catch (const recordings::Error& error) {
+        Complain(ToFailure(error).what());
+        return kFailed;
+    } catch (const std::bad_alloc&) {
+        Complain("memory is short; give the program more, or ask for a shorter time");
+        return kFailed;
     }
 }
 

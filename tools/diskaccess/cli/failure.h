@@ -7,10 +7,10 @@ namespace diskaccess {
 
 /// How the program ends.
 enum ExitCode {
-    kDone = 0,     ///< done; finding nothing is no failure
-    kFailed = 1,   ///< not done, or only in part: a line on standard error says why
+    kDone = 0,     ///< done; finding nothing is not a failure
+    kFailed = 1,   ///< not done, or only in part; a line on standard error says why
     kWrongUse = 2, ///< the command line is wrong
-    kDataLost = 3, ///< done, but parts of the disk could not be read: each is named on standard error
+    kDataLost = 3, ///< done, but something that was recorded is missing; each loss is named on standard error
 };
 
 /// Ends a command: one line that says what, where, and what to do.

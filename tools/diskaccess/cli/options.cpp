@@ -10,7 +10,7 @@ namespace diskaccess {
 const char* const kHelpFooter =
     "A TIME is '2026-11-20 14:30:00' (an offset like +01:00 or Z may follow), 2026-11-20,\n"
     "14:30 (today), today, yesterday, now, -2h (also s, m, d, w), or @1700000000.\n"
-    "Exit status: 0 done, 1 failed or incomplete, 2 wrong use, 3 done but data was lost.";
+    "Exit status: 0 done, 1 failed, 2 wrong use, 3 done, but something recorded is missing.";
 
 void AddPartition(CLI::App& command, Options& options) {
     command
@@ -78,15 +78,11 @@ void AddDiskOptions(CLI::App& command, Options& options) {
         .add_flag("--ask-password", options.askPassword,
                   "Ask for the disk's password (else: environment variable DISKACCESS_PASSWORD)")
         ->excludes(file);
-    command.add_flag("--verbose", options.verbose, "Show the library's messages on standard error");
 }
 
 void AddRangeOptions(CLI::App& command, Options& options) {
     command.add_option("--from", options.from, "First second (a date: its first)")->option_text("TIME");
     command.add_option("--to", options.to, "Last second (a date: its last)")->option_text("TIME");
-    command.add_flag("--every-block", options.everyBlock,
-                     "Also look where the times of the blocks do not lead: for a recorder whose clock was "
-                     "set back");
 }
 
 void AddChannelOption(CLI::App& command, Options& options) {

@@ -24,12 +24,10 @@ struct Options {
     std::optional<int> diskType;
     std::string passwordFile;
     bool askPassword = false;
-    bool verbose = false;
     std::string from;
     std::string to;
     std::string channels;
     std::string alarm;
-    bool everyBlock = false;
 
     // list
     bool mix = false;

@@ -6,7 +6,7 @@
 
 namespace diskaccess {
 
-/// Thrown when nobody reads the program's output any more. It ends the command, and is no error.
+/// Thrown when nobody reads the program's output any more. It ends the command, and is not an error.
 struct NobodyReads {};
 
 /// The program's standard output, buffered. A terminal gets each piece at once.
@@ -18,6 +18,7 @@ public:
     Output& operator=(const Output&) = delete;
 
     int Descriptor() const { return m_descriptor; }
+    bool IsTerminal() const { return m_bufferSize == 0; }
     /// @throws Failure when it cannot be written
     /// @throws NobodyReads when it is a pipe that was closed
     void Write(const std::string& text);

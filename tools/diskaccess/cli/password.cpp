@@ -38,7 +38,7 @@ private:
 };
 
 void Say(int terminal, const std::string& text) {
-    // A prompt that cannot be shown is no reason not to read the answer.
+    // The answer is read even if the prompt cannot be shown.
     [[maybe_unused]] const ssize_t ignored = write(terminal, text.data(), text.size());
 }
 

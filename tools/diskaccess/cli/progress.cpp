@@ -16,8 +16,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kQuiet{1000};
 constexpr std::chrono::milliseconds kBetween{200};
-/// Looking at the clock for every frame would cost more than the frame.
-constexpr uint32_t kCallsBetween = 64;
 
 } // namespace
 
@@ -25,13 +23,18 @@ Progress::Progress(std::string what)
     : m_what(std::move(what)), m_terminal(isatty(STDERR_FILENO) == 1), m_next(m_begin + kQuiet) {}
 
 Progress::~Progress() {
+    Hide();
+}
+
+void Progress::Hide() {
     if (m_shown) {
         std::fputs("\r\x1b[K", stderr);
+        m_shown = false;
     }
 }
 
 void Progress::Show(double done, uint64_t bytes) {
-    if (!m_terminal || ++m_calls % kCallsBetween != 0) {
+    if (!m_terminal) {
         return;
     }
     const Clock::time_point now = Clock::now();
@@ -45,8 +48,11 @@ void Progress::Show(double done, uint64_t bytes) {
 }
 
 std::string ProgressText(const std::string& what, double done, uint64_t bytes, double seconds) {
-    const auto rate = static_cast<uint64_t>(static_cast<double>(bytes) / seconds);
-    std::string text = fmt::format("{} {:3.0f} %  {}/s", what, done * 100, BytesText(rate));
+    std::string text = fmt::format("{} {:3.0f} %", what, done * 100);
+    if (bytes != 0) {
+        const auto rate = static_cast<uint64_t>(static_cast<double>(bytes) / seconds);
+        text += fmt::format("  {}/s", BytesText(rate));
+    }
     if (done > 0.01) {
         text += fmt::format("  {} left",
                             DurationText(static_cast<uint64_t>(std::lround(seconds / done - seconds))));

@@ -15,11 +15,11 @@ struct TypedTime {
 };
 
 /// Reads a time: "2026-11-20 14:30:00" (seconds and minutes may be left out, T for the blank, an offset like
-/// Z or +01:00 behind it), "2026-11-20", "14:30" (today), "today", "yesterday", "now", "-2h" (also s, m, d,
+/// Z or +01:00 after it), "2026-11-20", "14:30" (today), "today", "yesterday", "now", "-2h" (also s, m, d,
 /// w), "@1700000000".
 /// @param now   the present
 /// @param twice which instant a time means that comes twice
-/// @throws WrongUse when it is none of these
+/// @throws WrongUse for anything else
 TypedTime ReadTime(const std::string& text, const TimeZone& zone, int64_t now, Twice twice);
 
 } // namespace diskaccess

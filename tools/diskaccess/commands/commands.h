@@ -1,27 +1,24 @@
 #ifndef DISKACCESS_COMMANDS_H
 #define DISKACCESS_COMMANDS_H
 
-#include "cli/job.h"
-#include "render/report.h"
+#include "cli/context.h"
+#include "job.h"
 
 namespace diskaccess {
 
-/// The commands, one file each: what the partition is asked, and how the answer is laid out.
+// The commands, one file each: what the disk is asked, and how the answer is laid out. Each returns the exit status.
 
-Report Info(Job& job);
-Report List(Job& job);
-Report Events(Job& job);
-Report Days(Job& job);
-Report Units(Job& job);
-Report Space(Job& job);
+ExitCode Info(Context& context);
+ExitCode List(Context& context);
+ExitCode Events(Context& context);
+ExitCode Days(Context& context);
+ExitCode Units(Context& context);
+ExitCode Space(Context& context);
+ExitCode Play(Context& context);
 
-/// The commands that write as they go.
-
-ExitCode Play(Job& job);
 ExitCode Export(Job& job);
 
-/// The command that takes any device as it is, without a job.
-
+/// Takes any device as it is, also one that holds no partition.
 ExitCode Dump(const Options& options);
 
 } // namespace diskaccess

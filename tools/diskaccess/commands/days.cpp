@@ -1,10 +1,12 @@
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <ctime>
+#include <limits>
 #include <set>
+#include <vector>
 
 #include "commands/commands.h"
+#include "recordings/records.h"
 
 namespace diskaccess {
 
@@ -52,21 +54,75 @@ std::string CalendarText(const std::set<uint32_t>& recorded) {
     return text;
 }
 
+/// Days on which something was recorded.
+class RecordedDays {
+public:
+    RecordedDays() : m_changes(DayOf(std::numeric_limits<uint32_t>::max()) + 2) {}
+
+    /// Adds the days of a time, both end seconds included.
+    void Add(uint32_t first, uint32_t last) {
+        ++m_changes[DayOf(first)];
+        --m_changes[DayOf(std::max(first, last)) + 1];
+    }
+
+    std::set<uint32_t> All() const {
+        std::set<uint32_t> days;
+        int64_t recordings = 0;
+        for (uint32_t day = 0; day + 1 < m_changes.size(); ++day) {
+            recordings += m_changes[day];
+            if (recordings != 0) {
+                days.insert(day);
+            }
+        }
+        return days;
+    }
+
+    static constexpr uint32_t DayOf(uint32_t time) { return time / kSecondsPerDay; }
+
+private:
+    std::vector<int64_t>
+        m_changes; ///< of each day: stretches that begin on it, less those that ended the day before
+};
+
+/// Adds the days of a block. Where its head and its tail do not tell them all, its records do.
+void AddDaysOf(Context& context, const recordings::Block& block, RecordedDays& days) {
+    days.Add(block.start, block.start);
+    days.Add(block.end, block.end);
+    const bool told = block.closed && RecordedDays::DayOf(block.end) - RecordedDays::DayOf(block.start) <= 1;
+    if (!told) {
+        for (const recordings::Record& record : RecordsOf(context.Disk(), block, context.Problems())) {
+            days.Add(record.start, record.end);
+        }
+    }
+}
+
+std::set<uint32_t> FindDays(Context& context) {
+    const std::vector<recordings::Block>& blocks = context.Blocks().All();
+    const recordings::Watch watch = context.Watch("reading blocks");
+    RecordedDays days;
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        watch({i, blocks.size(), 0});
+        if (!blocks[i].unreadable && !blocks[i].wiped) {
+            AddDaysOf(context, blocks[i], days);
+        }
+    }
+    return days.All();
+}
+
 } // namespace
 
-Report Days(Job& job) {
-    CCommList<unsigned int> found;
-    job.Search().GetDateInfo(&found);
-    std::set<uint32_t> recorded;
-    for (const auto* node = found.m_pHead; node != nullptr; node = node->pNext) {
-        recorded.insert(node->data / kSecondsPerDay);
-    }
+ExitCode Days(Context& context) {
+    const std::set<uint32_t> recorded = FindDays(context);
+    context.ReportBlocks();
+    Renderer& answer = context.Answer();
+    answer.ShowProse({CalendarText(recorded)});
     Table days = {"days", {{"date", ""}}, {}};
     for (const uint32_t day : recorded) {
         days.rows.push_back({Date{day}});
     }
-    return {{Prose{CalendarText(recorded)}, std::move(days),
-             Facts{{"day_count", "Days", uint64_t{recorded.size()}}}}};
+    ShowTable(answer, days);
+    answer.ShowFacts({{"day_count", "Days", uint64_t{recorded.size()}}});
+    return context.Finish();
 }
 
 } // namespace diskaccess

@@ -49,7 +49,7 @@ private:
         if (std::strstr(format, "%s") == nullptr) {
             return text;
         }
-        // The line's own end is no part of the name in it.
+        // The end of the line does not belong to the name in it.
         std::string line = text;
         if (!line.empty() && line.back() == '\n') {
             line.pop_back();
@@ -69,7 +69,7 @@ private:
 
 std::string WhyItEnds(const DumpWriter& writer, const Options& options) {
     if (!writer.Begun()) {
-        return fmt::format("{}: the kernel tells no size of it; the disk may have been taken out",
+        return fmt::format("{}: the kernel gives no size for it; the disk may have been taken out",
                            options.partition);
     }
     return fmt::format("{}: the dump ends here: {} cannot be read; the disk may be failing",

@@ -1,26 +1,46 @@
-#include <limits>
-
 #include "commands/commands.h"
-#include "findings.h"
-#include "recorded_blocks.h"
+#include "commands/marks.h"
+#include "recordings/records.h"
 
 namespace diskaccess {
 
-Report Events(Job& job) {
-    const uint64_t mask = job.WantedAlarms().value_or(std::numeric_limits<uint64_t>::max());
-    Table events = {
-        "events", {{"time", "TIME"}, {"event_types", "TYPE"}, {"block", "BLOCK"}, {"entry", "ENTRY"}}, {}};
-    std::vector<EventItem_t> found = FindEvents(job, job.WantedRange(), mask);
-    if (found.empty() && TimesMislead(job)) {
-        job.AskEveryBlock();
-        found = FindEvents(job, job.WantedRange(), mask);
+namespace {
+
+Row EventRow(Context& context, const recordings::Event& event) {
+    const recordings::Block* const block = context.BlockOf(event.block);
+    const recordings::BlockMark mark = block == nullptr ? recordings::BlockMark::None : block->mark;
+    return {context.Clock().TrueTime(event.time),
+            Mask{event.type},
+            uint64_t{event.block},
+            uint64_t{event.entry},
+            event.indexed,
+            MarkValue(mark),
+            NoteText(event.indexed, mark)};
+}
+
+} // namespace
+
+ExitCode Events(Context& context) {
+    const Query& query = context.Asked();
+    const std::vector<recordings::Event> events = FindEvents(
+        context.Disk(), context.Blocks(), query.range, query.alarms.value_or(recordings::kAllEvents),
+        context.Problems(), context.Watch("looking for events"));
+    Renderer& answer = context.Answer();
+    answer.BeginTable({"events",
+                       {{"time", "TIME"},
+                        {"event_types", "TYPE"},
+                        {"block", "BLOCK"},
+                        {"entry", "ENTRY"},
+                        {"closed", ""},
+                        {"mark", ""},
+                        {"", "NOTE"}},
+                       {}});
+    for (const recordings::Event& event : events) {
+        answer.ShowRow(EventRow(context, event));
     }
-    for (const EventItem_t& event : found) {
-        events.rows.push_back({job.TrueTime(event.time), Mask{event.alarmType}, uint64_t{event.eventId >> 16},
-                               uint64_t{event.eventId & 0xFFFF}});
-    }
-    Facts count = {{"event_count", "Events", uint64_t{events.rows.size()}}};
-    return {{std::move(events), std::move(count)}};
+    answer.EndTable();
+    answer.ShowFacts({{"event_count", "Events", uint64_t{events.size()}}});
+    return context.Finish();
 }
 
 } // namespace diskaccess

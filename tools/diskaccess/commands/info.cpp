@@ -1,12 +1,17 @@
-#include <fmt/format.h>
+#include <algorithm>
 
 #include "commands/commands.h"
+#include "render/printable.h"
 
 namespace diskaccess {
 
 namespace {
 
-Table ChannelTable(const BlockHead_t& head) {
+using recordings::Block;
+using recordings::BlockIdentity;
+using recordings::BlockMark;
+
+Table ChannelTable(const BlockIdentity& identity) {
     Table table = {"channel_properties",
                    {{"channel", "CHANNEL"},
                     {"video_code", "VIDEO"},
@@ -19,66 +24,101 @@ Table ChannelTable(const BlockHead_t& head) {
                     {"sample_bits", "BITS"},
                     {"audio_frame_bytes", "AUDIO FRAME"}},
                    {}};
-    for (uint32_t chn = 0; chn < 32; ++chn) {
-        if ((head.media_chn_bitmap >> chn & 1) != 0) {
-            const ChnProp_t& p = head.prop[chn];
-            table.rows.push_back({uint64_t{chn}, uint64_t{p.VType}, uint64_t{p.FrameRate},
-                                  uint64_t{p.Resolution}, uint64_t{p.Bitrate}, uint64_t{p.gop},
-                                  uint64_t{p.AType}, uint64_t{p.Sample}, uint64_t{p.BitWidth},
-                                  uint64_t{p.audio_frame_len}});
+    for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
+        if (identity.channels.Has(channel)) {
+            const recordings::ChannelProperties& p = identity.properties[channel];
+            table.rows.push_back({uint64_t{channel}, uint64_t{p.videoCode}, uint64_t{p.frameRate},
+                                  uint64_t{p.resolutionCode}, uint64_t{p.bitrate},
+                                  uint64_t{p.keyFrameDistance}, uint64_t{p.audioCode}, uint64_t{p.sampleRate},
+                                  uint64_t{p.sampleBits}, uint64_t{p.audioFrameBytes}});
         }
     }
     return table;
 }
 
-void AddGeometry(Facts& facts, const Partition& disk) {
-    const PartHead_t& head = disk.Head();
-    facts.push_back({"device", "Device", std::string(disk.IsBlockDevice() ? "block device" : "image file")});
-    facts.push_back({"device_size_bytes", "Device size", Bytes{disk.Size()}});
-    facts.push_back({"description", "Description", FieldText(head.Description, sizeof head.Description)});
-    facts.push_back({"magic", "Magic", Mask{head.FormatFlag}});
-    facts.push_back({"layout", "Block layout", std::string(head.FmtVersion == 1 ? "extended" : "normal")});
-    facts.push_back({"block_count", "Blocks", uint64_t{head.BlkCount}});
-    facts.push_back({"block_size_bytes", "Block size", Bytes{head.BlkSize}});
-    facts.push_back({"bad_block_count", "Bad blocks", uint64_t{disk.CountOf(BlockState::Bad)}});
-    facts.push_back({"suspect_block_count", "Suspect blocks", uint64_t{disk.CountOf(BlockState::Suspect)}});
-    const bool locked = (head.Encrypt & ~2u) != 0;
-    facts.push_back({"locked", "Access lock", locked});
-    facts.push_back({"locked_channels", "Locked channels", ChannelSet{locked ? head.EncryptMap : 0}});
+uint64_t CountOf(const recordings::Disk& disk, BlockMark mark) {
+    uint64_t count = 0;
+    for (uint32_t block = 0; block < disk.BlockCount(); ++block) {
+        count += disk.MarkOf(block) == mark ? 1u : 0u;
+    }
+    return count;
 }
 
-void AddVehicle(Facts& facts, const BlockHead_t& head) {
-    facts.push_back({"vehicle_number", "Vehicle number", FieldText(head.VehicleNum, sizeof head.VehicleNum)});
-    facts.push_back({"vehicle_id", "Vehicle id", FieldText(head.VehicleID, sizeof head.VehicleID)});
-    facts.push_back({"pre_record_seconds", "Recorded before an alarm", Duration{head.pre_RecTime}});
-    facts.push_back({"alarm_delay_seconds", "Recorded after an alarm", Duration{head.AlmDelayTime}});
+Facts GeometryOf(const recordings::Disk& disk) {
+    const recordings::DiskFacts& facts = disk.Facts();
+    return {{"device", "Device", std::string(disk.Bytes().IsBlockDevice() ? "block device" : "image file")},
+            {"device_size_bytes", "Device size", Bytes{disk.Bytes().Size()}},
+            {"description", "Description", Printable(facts.description)},
+            {"magic", "Magic", Mask{facts.magic}},
+            {"layout", "Block layout", std::string(facts.extendedLayout ? "extended" : "normal")},
+            {"block_count", "Blocks", uint64_t{facts.blockCount}},
+            {"block_size_bytes", "Block size", Bytes{facts.blockSize}},
+            {"bad_block_count", "Bad blocks", CountOf(disk, BlockMark::Bad)},
+            {"suspect_block_count", "Suspect blocks", CountOf(disk, BlockMark::Suspect)},
+            {"locked", "Access lock", facts.locked},
+            {"locked_channels", "Locked channels", facts.lockedSet}};
+}
+
+/// The oldest and the newest block of which more is known than that they were recorded.
+struct Ends {
+    const Block* oldest = nullptr;
+    const Block* newest = nullptr;
+};
+
+Ends EndsOf(const recordings::BlockList& blocks) {
+    Ends ends;
+    for (const Block& block : blocks.All()) {
+        if (!block.unreadable && !block.wiped) {
+            ends.oldest = ends.oldest == nullptr ? &block : ends.oldest;
+            ends.newest = &block;
+        }
+    }
+    return ends;
+}
+
+Facts SpanOf(const Context& context, const Ends& ends) {
+    const auto number = [](const Block* block) {
+        return block == nullptr ? Value(Nothing{}) : Value(uint64_t{block->number});
+    };
+    const auto start = [&](const Block* block) {
+        return block == nullptr ? Value(Nothing{}) : Value(context.Clock().TrueTime(block->start));
+    };
+    return {{"oldest_block", "Oldest block", number(ends.oldest)},
+            {"oldest_start", "Recorded from", start(ends.oldest)},
+            {"newest_block", "Newest block", number(ends.newest)},
+            {"newest_start", "Newest block from", start(ends.newest)},
+            {"newest_closed", "Newest block closed",
+             ends.newest == nullptr ? Value(Nothing{}) : Value(ends.newest->closed)}};
+}
+
+Facts VehicleOf(const BlockIdentity& identity) {
+    return {{"vehicle_number", "Vehicle number", Printable(identity.vehicleNumber)},
+            {"vehicle_id", "Vehicle id", Printable(identity.vehicleId)},
+            {"pre_record_seconds", "Recorded before an alarm", Duration{identity.preRecordSeconds}},
+            {"alarm_delay_seconds", "Recorded after an alarm", Duration{identity.alarmDelaySeconds}}};
+}
+
+void Append(Facts& facts, const Facts& more) {
+    facts.insert(facts.end(), more.begin(), more.end());
 }
 
 } // namespace
 
-Report Info(Job& job) {
-    Partition& disk = job.Disk();
-    Facts facts;
-    AddGeometry(facts, disk);
-    const auto ring = disk.RecordedRing();
-    const auto oldest = ring ? disk.EndsOf(ring->oldest) : std::nullopt;
-    const auto newest = ring ? disk.EndsOf(ring->newest) : std::nullopt;
-    const auto block = [](bool known, uint32_t number) {
-        return known ? Value(uint64_t{number}) : Value(Nothing{});
-    };
-    facts.push_back({"oldest_block", "Oldest block", block(oldest.has_value(), ring ? ring->oldest : 0)});
-    facts.push_back({"oldest_start", "Recorded from",
-                     oldest ? Value(job.TrueTime(oldest->head.RecTime)) : Value(Nothing{})});
-    facts.push_back({"newest_block", "Newest block", block(newest.has_value(), ring ? ring->newest : 0)});
-    facts.push_back({"newest_start", "Newest block from",
-                     newest ? Value(job.TrueTime(newest->head.RecTime)) : Value(Nothing{})});
-    facts.push_back(
-        {"newest_closed", "Newest block closed", newest ? Value(newest->closed) : Value(Nothing{})});
-    if (newest) {
-        AddVehicle(facts, newest->head);
-        return {{std::move(facts), ChannelTable(newest->head)}};
+ExitCode Info(Context& context) {
+    const Ends ends = EndsOf(context.Blocks());
+    const auto identity =
+        ends.newest == nullptr ? std::nullopt : ReadIdentity(context.Disk(), ends.newest->number);
+    context.ReportBlocks();
+    Facts facts = GeometryOf(context.Disk());
+    Append(facts, SpanOf(context, ends));
+    if (identity) {
+        Append(facts, VehicleOf(*identity));
     }
-    return {{std::move(facts)}};
+    context.Answer().ShowFacts(facts);
+    if (identity) {
+        ShowTable(context.Answer(), ChannelTable(*identity));
+    }
+    return context.Finish();
 }
 
 } // namespace diskaccess

@@ -1,17 +1,31 @@
-#include "cli/failure.h"
 #include "commands/commands.h"
 
 namespace diskaccess {
 
-Report Space(Job& job) {
-    DiskSpaceInfo_t space = {};
-    if (job.Search().GetSpaceInfo(&space) != 0) {
-        throw Failure(job.Disk().Path() + ": its space cannot be told");
+namespace {
+
+/// Blocks after the newest one, when the ring is in its first turn.
+uint64_t NeverWritten(const recordings::BlockList& blocks, uint32_t blockCount) {
+    if (blocks.Newest() == nullptr) {
+        return blockCount;
     }
-    return {{Facts{{"ring_size_bytes", "Total", Bytes{space.totalSize}},
-                   {"used_bytes", "Used", Bytes{space.totalSize - space.freeSize}},
-                   {"free_bytes", "Free", Bytes{space.freeSize}},
-                   {"wrapped", "Overwriting its oldest recordings", space.freeSize == 0}}}};
+    const bool firstTurn = blocks.Oldest()->number <= blocks.Newest()->number;
+    return firstTurn ? blockCount - 1 - blocks.Newest()->number : 0;
+}
+
+} // namespace
+
+ExitCode Space(Context& context) {
+    const recordings::DiskFacts& facts = context.Disk().Facts();
+    const uint64_t blockSize = facts.blockSize;
+    const uint64_t total = blockSize * facts.blockCount;
+    const uint64_t free = blockSize * NeverWritten(context.Blocks(), facts.blockCount);
+    context.ReportBlocks();
+    context.Answer().ShowFacts({{"ring_size_bytes", "Total", Bytes{total}},
+                                {"used_bytes", "Used", Bytes{total - free}},
+                                {"free_bytes", "Free", Bytes{free}},
+                                {"wrapped", "Overwriting its oldest recordings", free == 0}});
+    return context.Finish();
 }
 
 } // namespace diskaccess

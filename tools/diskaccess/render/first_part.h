@@ -5,7 +5,7 @@
 
 namespace diskaccess {
 
-/// Shows the first part of a report that is no prose: for formats in which all lines are alike.
+/// Shows the first part of a report, prose left aside: for formats in which all lines are alike.
 class FirstPartRenderer : public Renderer {
 public:
     void ShowFacts(const Facts& facts) final {

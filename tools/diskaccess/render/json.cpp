@@ -53,7 +53,6 @@ Json ValueJson(const Value& value, const TimeZone& zone) {
                           [](const std::string& text) { return Json(text); },
                           [&](Time time) { return Json(zone.Rfc3339(time.seconds)); },
                           [&](Instant time) { return Json(zone.Rfc3339OfMicros(time.micros)); },
-                          [&](TimeBound time) { return Json(zone.Rfc3339(time.seconds)); },
                           [](Date date) { return Json(DateText(date)); },
                           [](Duration duration) { return NumberJson(duration.seconds); },
                           [](Bytes bytes) { return NumberJson(bytes.count); },

@@ -6,7 +6,7 @@
 
 namespace diskaccess {
 
-/// Text from a disk with everything escaped that a terminal might obey or that is no UTF-8: "\x1b".
+/// Text from a disk with everything escaped that a terminal might obey, and what is not UTF-8: "\x1b".
 std::string Printable(const std::string& text);
 /// A text field of a disk structure, which need not be terminated.
 std::string FieldText(const char* field, size_t size);

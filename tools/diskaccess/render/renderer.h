@@ -12,7 +12,7 @@ namespace diskaccess {
 
 enum class Format { Text, Json, Ndjson, Csv };
 
-/// The version of what JSON, NDJSON and CSV contain; the schemas in docs/schema bear it too.
+/// The version of what JSON, NDJSON and CSV contain; the schemas in docs/schema have it too.
 constexpr int kSchemaVersion = 1;
 
 /// Takes what is rendered, piece by piece.

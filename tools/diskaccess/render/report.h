@@ -21,10 +21,6 @@ struct Time {
 struct Instant {
     int64_t micros = 0;
 };
-/// The end of a record of which only an upper bound is known.
-struct TimeBound {
-    int64_t seconds = 0;
-};
 /// A UTC date.
 struct Date {
     uint32_t day = 0; ///< days since 1970-01-01
@@ -43,8 +39,8 @@ using recordings::ChannelSet;
 /// What is not known, or does not apply.
 struct Nothing {};
 
-using Value = std::variant<Nothing, bool, uint64_t, std::string, Time, Instant, TimeBound, Date, Duration,
-                           Bytes, Mask, ChannelSet>;
+using Value = std::variant<Nothing, bool, uint64_t, std::string, Time, Instant, Date, Duration, Bytes, Mask,
+                           ChannelSet>;
 
 /// One named value: @c key in machine formats, @c label in text (empty: not there).
 struct Fact {
@@ -79,7 +75,7 @@ using Facts = std::vector<Fact>;
 using Part = std::variant<Facts, Table, Prose>;
 
 /// The answer to a command, in parts that are shown in their order. NDJSON and CSV, in which all lines are alike, show the
-/// first that is no prose.
+/// first one that is not prose.
 struct Report {
     std::vector<Part> parts;
 };

@@ -22,7 +22,6 @@ std::string CellText(const Value& value, const TimeZone& zone) {
                           [](const std::string& text) { return text; },
                           [&](Time time) { return zone.Text(time.seconds); },
                           [&](Instant time) { return zone.TextOfMicros(time.micros); },
-                          [&](TimeBound time) { return zone.Text(time.seconds) + "?"; },
                           [](Date date) { return DateText(date); },
                           [](Duration duration) { return DurationText(duration.seconds); },
                           [](Bytes bytes) { return BytesText(bytes.count); },

@@ -27,7 +27,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The zone in which times are typed and shown. There is one a process: the C library's.
+/// The zone in which times are typed and shown. A process has one: the C library's.
 class TimeZone {
 public:
     /// @param name a name of the zone database or a POSIX rule; empty for the host's own zone
@@ -48,11 +48,11 @@ public:
     /// The same of microseconds: "2026-11-20 14:30:00.040", "2026-11-20T14:30:00.040000+01:00"
     std::string TextOfMicros(int64_t micros) const;
     std::string Rfc3339OfMicros(int64_t micros) const;
-    /// "2026-11-20T13:30:00.040000Z", in UTC whatever the zone
+    /// "2026-11-20T13:30:00.040000Z", always in UTC
     static std::string UtcOfMicros(int64_t micros);
 
 private:
-    /// The other instant with the same date and time, if there is one.
+    /// Another instant with the same date and time, if there is one.
     std::optional<int64_t> Twin(int64_t time) const;
 };
 

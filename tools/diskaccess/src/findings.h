@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "cli/job.h"
+#include "job.h"
 
 namespace diskaccess {
 

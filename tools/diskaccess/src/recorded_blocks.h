@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "cli/job.h"
+#include "job.h"
 
 namespace diskaccess {
 

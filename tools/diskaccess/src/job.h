@@ -64,7 +64,7 @@ public:
     /// Whether every block of the ring is to be asked, whatever time and place its head claims: when the user
     /// wants that, or everything. It takes a read a block, on a hard disk some minutes.
     bool AsksEveryBlock() const;
-    void AskEveryBlock() { m_options.everyBlock = true; }
+    void AskEveryBlock() { m_everyBlock = true; }
 
     /// Whether the disk could not be read anywhere so far, by the library or as noted.
     bool ReadsFailed();
@@ -98,6 +98,7 @@ private:
     std::unique_ptr<Renderer> m_answer;
     uint32_t m_hidden = 0;
     bool m_readsFailed = false;
+    bool m_everyBlock = false;
     ExitCode m_code = kDone;
     std::set<std::string> m_said;
 };

@@ -1,4 +1,4 @@
-#include "cli/job.h"
+#include "job.h"
 
 #include <fmt/format.h>
 
@@ -25,7 +25,7 @@ std::string BlockNumbers(const std::vector<uint32_t>& blocks) {
 Job::Job(const Options& options, std::string command)
     : m_options(options), m_command(std::move(command)), m_zone(ReadZone(options)), m_clock(options.skew),
       m_now(std::time(nullptr)), m_query(ReadQuery(options, m_zone, m_now)),
-      m_libraryMessages(options.verbose),
+      m_libraryMessages(false),
       m_partition(options.partition, options.diskType, m_output.Descriptor()) {
     Unlock();
 }
@@ -64,7 +64,7 @@ Range Job::WantedRange() const {
 }
 
 bool Job::AsksEveryBlock() const {
-    return m_options.everyBlock || (m_options.from.empty() && m_options.to.empty());
+    return m_everyBlock || (m_options.from.empty() && m_options.to.empty());
 }
 
 bool Job::ReadsFailed() {

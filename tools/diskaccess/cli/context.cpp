@@ -1,0 +1,105 @@
+#include "cli/context.h"
+
+#include <ctime>
+#include <optional>
+#include <utility>
+
+#include "cli/password.h"
+#include "cli/source.h"
+#include "render/amounts.h"
+#include "render/printable.h"
+
+namespace diskaccess {
+
+// What is wrong with the options is said before anything is read.
+Context::Context(const Options& options, std::string command)
+    : m_options(options), m_command(std::move(command)), m_zone(ReadZone(options)), m_clock(options.skew),
+      m_now(std::time(nullptr)), m_query(ReadQuery(options, m_zone, m_now)),
+      m_problems(options.partition,
+                 [this](int64_t time) { return m_zone.TextOfMicros(m_clock.TrueInstant(time).micros); }),
+      m_file(options.partition, m_output.Descriptor()) {
+    m_problems.BeforeEachLine([this] {
+        if (m_progress) {
+            m_progress->Hide();
+        }
+    });
+    m_disk = std::make_unique<recordings::Disk>(SourceOf(m_file, options.partition), options.diskType);
+    for (const recordings::Problem& problem : m_disk->OpeningProblems()) {
+        m_problems.Print(problem);
+    }
+    Unlock();
+}
+
+void Context::Unlock() {
+    if (m_disk->Hidden().Empty()) {
+        return;
+    }
+    const std::optional<std::string> password = GivenPassword(m_options.passwordFile, m_options.askPassword);
+    if (m_disk->Unlock(password.value_or(""))) {
+        return;
+    }
+    if (password) {
+        m_wrongPassword = true;
+        Complain(m_options.partition + ": wrong password: channels " + ChannelSetText(m_disk->Hidden()) +
+                 " stay hidden; give the right one with --ask-password, --password-file FILE or "
+                 "DISKACCESS_PASSWORD");
+        return;
+    }
+    recordings::Problem problem;
+    problem.kind = recordings::ProblemKind::ChannelsLocked;
+    problem.severity = recordings::Severity::Note;
+    problem.channels = m_disk->Hidden().bits;
+    m_problems.Print(problem);
+}
+
+uint32_t Context::ReadDiskTime(const std::string& text) const {
+    return diskaccess::ReadDiskTime(text, m_zone, m_clock, m_now);
+}
+
+const recordings::BlockList& Context::Blocks() {
+    if (!m_blocks) {
+        m_blocks = std::make_unique<recordings::BlockList>(
+            recordings::BlockList::Read(*m_disk, Watch("reading blocks")));
+        m_blockOfNumber.resize(m_disk->BlockCount());
+        for (const recordings::Block& block : m_blocks->All()) {
+            m_blockOfNumber.at(block.number) = &block;
+        }
+    }
+    return *m_blocks;
+}
+
+const recordings::Block* Context::BlockOf(uint32_t number) {
+    Blocks();
+    return number < m_blockOfNumber.size() ? m_blockOfNumber[number] : nullptr;
+}
+
+recordings::Watch Context::Watch(const std::string& doing) {
+    m_progress = std::make_unique<Progress>(doing);
+    return [this](const recordings::Progress& progress) {
+        const double total = progress.total == 0 ? 1 : static_cast<double>(progress.total);
+        m_progress->Show(static_cast<double>(progress.done) / total, progress.bytes);
+        return true;
+    };
+}
+
+Renderer& Context::Answer() {
+    if (!m_answer) {
+        m_answer = MakeRenderer(m_options.format, m_zone, [this](const std::string& text) {
+            if (m_progress && m_output.IsTerminal()) {
+                m_progress->Hide();
+            }
+            m_output.Write(text);
+        });
+        m_answer->Begin(m_command, Printable(m_options.partition));
+    }
+    return *m_answer;
+}
+
+ExitCode Context::Finish() {
+    Answer().End();
+    m_output.Flush();
+    m_progress.reset();
+    return m_wrongPassword ? kFailed : m_problems.Code();
+}
+
+} // namespace diskaccess

@@ -1,0 +1,80 @@
+#ifndef DISKACCESS_CONTEXT_H
+#define DISKACCESS_CONTEXT_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli/failure.h"
+#include "cli/options.h"
+#include "cli/output.h"
+#include "cli/problems.h"
+#include "cli/progress.h"
+#include "cli/query.h"
+#include "partition_file.h"
+#include "recordings/blocks.h"
+#include "recordings/disk.h"
+#include "render/renderer.h"
+
+namespace diskaccess {
+
+/// One run of a command: the disk, what is asked of it, and where the answer, progress and problems go.
+class Context {
+public:
+    /// Opens the partition, and its access lock with the password that was given.
+    /// @param command its name
+    /// @throws Failure
+    Context(const Options& options, std::string command);
+    Context(const Context&) = delete;
+    Context& operator=(const Context&) = delete;
+
+    const Options& Typed() const { return m_options; }
+    const Query& Asked() const { return m_query; }
+    const TimeZone& Zone() const { return m_zone; }
+    const DiskClock& Clock() const { return m_clock; }
+    /// A time as typed, on the disk's clock.
+    uint32_t ReadDiskTime(const std::string& text) const;
+
+    const recordings::Disk& Disk() const { return *m_disk; }
+    /// The blocks that hold recordings. Read from the disk when first asked for.
+    const recordings::BlockList& Blocks();
+    /// A block that holds a recording; null when that of this number does not.
+    const recordings::Block* BlockOf(uint32_t number);
+
+    /// Where problems go: each is printed once.
+    recordings::ProblemSink Problems() { return m_problems.Sink(); }
+    /// Reports what is wrong with the blocks of all times.
+    void ReportBlocks() { Blocks().Report({}, Problems()); }
+    /// Shows on a terminal how far work has come.
+    /// @param doing "reading blocks"
+    recordings::Watch Watch(const std::string& doing);
+
+    /// The answer, begun with what every document begins with.
+    Renderer& Answer();
+    /// Ends the answer.
+    ExitCode Finish();
+
+private:
+    void Unlock();
+
+    Options m_options;
+    std::string m_command;
+    TimeZone m_zone;
+    DiskClock m_clock;
+    int64_t m_now;
+    Query m_query;
+    ProblemPrinter m_problems;
+    Output m_output;
+    PartitionFile m_file;
+    std::unique_ptr<Progress> m_progress;
+    std::unique_ptr<recordings::Disk> m_disk;
+    std::unique_ptr<recordings::BlockList> m_blocks;
+    std::vector<const recordings::Block*> m_blockOfNumber;
+    std::unique_ptr<Renderer> m_answer;
+    bool m_wrongPassword = false;
+};
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_CONTEXT_H

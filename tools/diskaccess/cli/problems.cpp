@@ -1,0 +1,82 @@
+#include "cli/problems.h"
+
+#include <cerrno>
+
+#include "cli/output.h"
+
+namespace diskaccess {
+
+namespace {
+
+using recordings::ErrorKind;
+using recordings::Problem;
+using recordings::ProblemKind;
+
+/// What the user can do about a problem.
+const char* HintFor(ProblemKind kind) {
+    switch (kind) {
+    case ProblemKind::DeviceCutOff:
+        return "; copy the partition again";
+    case ProblemKind::ChannelsLocked:
+        return "; give the password with --ask-password, --password-file FILE or DISKACCESS_PASSWORD";
+    case ProblemKind::TablesUnreadable:
+    case ProblemKind::BlockUnreadable:
+    case ProblemKind::BytesUnreadable:
+        return "; the disk may be failing";
+    default:
+        return "";
+    }
+}
+
+bool ConcernsWholeDisk(ProblemKind kind) {
+    return kind == ProblemKind::TablesUnreadable || kind == ProblemKind::BackupTablesUsed ||
+           kind == ProblemKind::DeviceCutOff || kind == ProblemKind::BlocksNotNamed ||
+           kind == ProblemKind::ChannelsLocked;
+}
+
+bool IsMarked(ProblemKind kind) {
+    return kind == ProblemKind::BlockSuspect || kind == ProblemKind::NotClosed;
+}
+
+const char* HintFor(int systemError) {
+    switch (systemError) {
+    case ENOENT:
+        return "; check the name";
+    case EACCES:
+    case EPERM:
+        return "; run as root, or ask for the right to read it";
+    case ENOMEDIUM:
+        return "; put the disk in";
+    default:
+        return "";
+    }
+}
+
+} // namespace
+
+void ProblemPrinter::Print(const Problem& problem) {
+    const size_t before = m_problems.All().size();
+    m_problems.Add(problem);
+    if (m_problems.All().size() == before || IsMarked(problem.kind)) {
+        return;
+    }
+    if (m_beforeLine) {
+        m_beforeLine();
+    }
+    const std::string where = ConcernsWholeDisk(problem.kind) ? m_partition + ": " : "";
+    Complain(where + Describe(problem, m_timeText) + HintFor(problem.kind));
+}
+
+Failure ToFailure(const recordings::Error& error) {
+    const std::string line = error.what();
+    switch (error.Kind()) {
+    case ErrorKind::CannotOpen:
+        return Failure(line + HintFor(error.SystemError()));
+    case ErrorKind::WrongDiskType:
+        return Failure(line + "; leave --disk-type out");
+    default:
+        return Failure(line);
+    }
+}
+
+} // namespace diskaccess

@@ -1,0 +1,19 @@
+#ifndef DISKACCESS_MARKS_H
+#define DISKACCESS_MARKS_H
+
+#include <string>
+
+#include "recordings/disk.h"
+#include "render/report.h"
+
+namespace diskaccess {
+
+/// What the bad-block tables say of a block: "suspect", "bad", or nothing.
+Value MarkValue(recordings::BlockMark mark);
+
+/// What there is to know of something that lies in a block: "not closed, suspect"; empty when all is well.
+std::string NoteText(bool closed, recordings::BlockMark mark);
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_MARKS_H
