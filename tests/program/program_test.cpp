@@ -786,6 +786,14 @@ TEST_F(Program, BlocksThatCannotBeReadAreNamed) {
         EXPECT_EQ(result.err, line) << command;
         EXPECT_TRUE(Contains(result.out, part)) << result.out;
     }
+    const Json units = Json::parse(Run({"units", File("disk"), "--utc", "--json"}, setting).out);
+    EXPECT_EQ(SchemaErrors("units", units), "");
+    EXPECT_EQ(units["notes"], Json::array());
+    ASSERT_EQ(units["losses"].size(), 1u);
+    EXPECT_EQ(units["losses"][0]["problem"], "block_unreadable");
+    EXPECT_EQ(units["losses"][0]["block"], 1);
+    EXPECT_EQ(units["losses"][0]["channel"], nullptr);
+    EXPECT_EQ(units["losses"][0]["after"], "2026-11-20T14:20:00.000000Z");
     // What was asked for may be all there.
     const ProgramResult later = Run({"list", File("disk"), "--utc", "--from", "2026-11-20 14:25"}, setting);
     EXPECT_EQ(later.exitCode, 0);

@@ -96,6 +96,8 @@ Renderer& Context::Answer() {
 }
 
 ExitCode Context::Finish() {
+    ShowTable(Answer(), m_problems.Listed("losses", recordings::Severity::Loss, m_clock));
+    ShowTable(Answer(), m_problems.Listed("notes", recordings::Severity::Note, m_clock));
     Answer().End();
     m_output.Flush();
     m_progress.reset();

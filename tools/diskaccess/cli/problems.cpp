@@ -52,6 +52,10 @@ const char* HintFor(int systemError) {
     }
 }
 
+Value NumberOrNothing(const std::optional<uint32_t>& number) {
+    return number ? Value(uint64_t{*number}) : Value(Nothing{});
+}
+
 } // namespace
 
 void ProblemPrinter::Print(const Problem& problem) {
@@ -65,6 +69,36 @@ void ProblemPrinter::Print(const Problem& problem) {
     }
     const std::string where = ConcernsWholeDisk(problem.kind) ? m_partition + ": " : "";
     Complain(where + Describe(problem, m_timeText) + HintFor(problem.kind));
+}
+
+Table ProblemPrinter::Listed(const std::string& key, recordings::Severity severity,
+                             const DiskClock& clock) const {
+    Table table = {key,
+                   {{"problem", ""},
+                    {"text", ""},
+                    {"block", ""},
+                    {"block_after", ""},
+                    {"channel", ""},
+                    {"channels", ""},
+                    {"offset", ""},
+                    {"bytes", ""},
+                    {"count", ""},
+                    {"before", ""},
+                    {"after", ""}},
+                   {}};
+    const auto time = [&clock](const std::optional<int64_t>& stamp) {
+        return stamp ? Value(clock.TrueInstant(*stamp)) : Value(Nothing{});
+    };
+    for (const Problem& problem : m_problems.All()) {
+        if (problem.severity == severity) {
+            table.rows.push_back({std::string(NameOf(problem.kind)), Describe(problem, m_timeText),
+                                  NumberOrNothing(problem.block), NumberOrNothing(problem.blockAfter),
+                                  NumberOrNothing(problem.channel), ChannelSet{problem.channels},
+                                  NumberOrNothing(problem.offset), Bytes{problem.bytes}, problem.count,
+                                  time(problem.before), time(problem.after)});
+        }
+    }
+    return table;
 }
 
 Failure ToFailure(const recordings::Error& error) {

@@ -4,9 +4,11 @@
 #include <functional>
 #include <string>
 
+#include "cli/disk_clock.h"
 #include "cli/failure.h"
 #include "recordings/error.h"
 #include "recordings/problem.h"
+#include "render/report.h"
 
 namespace diskaccess {
 
@@ -29,7 +31,8 @@ public:
         return [this](const recordings::Problem& problem) { Print(problem); };
     }
 
-    const recordings::ProblemList& All() const { return m_problems; }
+    /// The problems of a severity, as a table for machines: people have read the lines.
+    Table Listed(const std::string& key, recordings::Severity severity, const DiskClock& clock) const;
     ExitCode Code() const { return m_problems.AnyLoss() ? kDataLost : kDone; }
 
 private:
