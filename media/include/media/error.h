@@ -1,0 +1,34 @@
+#ifndef MEDIA_ERROR_H
+#define MEDIA_ERROR_H
+
+#include <stdexcept>
+#include <string>
+
+namespace media {
+
+/// Why files could not be made. What is wrong with the disk is a recordings::Problem or a recordings::Error instead.
+enum class ErrorKind {
+    OutputIsSource, ///< an output would be written to the source, or to what that is stored in
+    OutputIsNoFile, ///< an output's name is that of a folder, a link, a device
+    OutputExists,   ///< a file of an output's name is there, and is not to be replaced
+    OutputTwice,    ///< two outputs would bear one name
+    CannotMake,     ///< the system refused to make an output
+    CannotWrite,    ///< an output cannot be written, or not to its end
+    CannotReadBack, ///< an output cannot be read again to hash it
+    NoContainers    ///< libavformat was not there when the library was built
+};
+
+/// Thrown when files cannot be made; none is kept then. The text says what and where, in one line, and names no option
+/// of any program.
+class Error : public std::runtime_error {
+public:
+    Error(ErrorKind kind, const std::string& line) : std::runtime_error(line), m_kind(kind) {}
+    ErrorKind Kind() const { return m_kind; }
+
+private:
+    ErrorKind m_kind;
+};
+
+} // namespace media
+
+#endif // MEDIA_ERROR_H

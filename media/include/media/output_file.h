@@ -1,0 +1,103 @@
+#ifndef MEDIA_OUTPUT_FILE_H
+#define MEDIA_OUTPUT_FILE_H
+
+/// @file output_file.h
+/// Files that appear whole or not at all, and never take the place of what they are made from.
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "media/source_identity.h"
+
+namespace media {
+
+class FileWriter;
+class Pipeline;
+
+/// What an output may take the place of.
+struct OutputRules {
+    const SourceIdentity& source; ///< nothing of this, ever; must outlive what is made by the rules
+    bool replace = false;         ///< whether a file of the output's name may be replaced
+};
+
+/// A file that was made.
+struct Exported {
+    std::string path;
+    uint64_t size = 0;  ///< bytes
+    std::string sha256; ///< of all of it, in hexadecimal
+};
+
+/// A file that gets its name only when it is whole.
+///
+/// Until then it bears a name that nobody can foresee, in the folder that it is to lie in. Call Complete(), TakeName()
+/// and Keep(), in this order; an object that goes before Keep() leaves nothing, and what bore the name before bears it
+/// again.
+class OutputFile {
+public:
+    /// @param pipeline writes and hashes the file; must outlive it
+    /// @throws Error when the place is taken, or the file cannot be made
+    OutputFile(std::string path, const OutputRules& rules, Pipeline& pipeline);
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    /// What fills the file.
+    FileWriter& Bytes() { return *m_bytes; }
+
+    /// Has what is not on the medium yet, or not hashed, done meanwhile. Nothing may be written any more.
+    void BeginCompletion();
+    /// Waits until everything is on the medium, and hashed.
+    /// @throws Error when the medium is full, for one
+    void Complete();
+    /// Gives the file its name. The place is looked at again: what may not be replaced may have come there meanwhile.
+    /// @throws Error when it has
+    void TakeName();
+    /// Makes the name final: what was replaced is gone.
+    void Keep();
+
+    const std::string& Path() const;
+    /// After Complete().
+    Exported Result() const;
+
+private:
+    class Naming;
+    std::unique_ptr<Naming> m_naming;
+    std::unique_ptr<FileWriter> m_bytes;
+    bool m_completing = false;
+};
+
+/// Files that are made together: all of them, or none. They are written by one thread and hashed by another, which
+/// handle no signals.
+class Outputs {
+public:
+    /// @param whileWaiting called several times a second while the threads are waited for; it throws to end the work
+    explicit Outputs(const OutputRules& rules, std::function<void()> whileWaiting = {});
+    ~Outputs();
+    Outputs(const Outputs&) = delete;
+    Outputs& operator=(const Outputs&) = delete;
+
+    /// Begins a file. It lives as long as this object.
+    /// @throws Error when it cannot be made, or was begun before
+    OutputFile& Make(const std::string& path);
+
+    /// Completes all files that were begun but one, which tells of them.
+    /// @return what they are, in the order they were begun in
+    std::vector<Exported> CompleteOthers(const OutputFile& one);
+
+    /// Gives all files their names, the one begun first as the last: where it is, all others are. Each must be complete.
+    /// If one cannot get its name, none does; but a file that was replaced stays so on file systems that cannot
+    /// exchange names.
+    void Publish();
+
+private:
+    OutputRules m_rules;
+    std::unique_ptr<Pipeline> m_pipeline;
+    std::vector<std::unique_ptr<OutputFile>> m_files;
+};
+
+} // namespace media
+
+#endif // MEDIA_OUTPUT_FILE_H

@@ -1,0 +1,126 @@
+#ifndef MEDIA_SINK_H
+#define MEDIA_SINK_H
+
+/// @file sink.h
+/// Where exported frames go.
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "media/output_file.h"
+#include "media/track.h"
+#include "recordings/frame.h"
+
+namespace media {
+
+/// What kind of files an export makes.
+enum class Container : uint8_t {
+    Raw,      ///< a file a track: the payloads one after the other
+    Matroska, ///< one file with all tracks
+    Mp4       ///< the same
+};
+
+/// "raw", "matroska", "mp4"
+const char* NameOf(Container container);
+
+/// Why frames are in no file.
+enum class LeftOutReason : uint8_t {
+    EncodingUnknown,   ///< a container must name the encoding, and nothing tells it
+    NotForContainer,   ///< the container cannot hold the encoding
+    NoPictureSize,     ///< the first key frame does not say how large the picture is
+    TrackBegunTooLate, ///< the container's tracks were laid down when its first frame came
+    FrameTooLarge      ///< no container's frames can be as large
+};
+
+/// "encoding_unknown", ...
+const char* NameOf(LeftOutReason reason);
+/// In plain English.
+std::string Describe(LeftOutReason reason, Container container, const Track& track);
+
+/// The last frame of a track.
+struct LastFrame {
+    int64_t time = 0;  ///< as Frame::time
+    uint32_t size = 0; ///< bytes
+};
+
+/// How much is to come, as far as it can be known before everything is read. It may be wrong: files are right all the
+/// same, but take longer to finish.
+struct Estimate {
+    uint64_t bytes = 0;                               ///< of payload, with 20 bytes or more for each frame
+    uint64_t keyFrames = 0;                           ///< of video
+    std::vector<std::optional<LastFrame>> lastFrames; ///< of each track
+};
+
+/// An event, as containers show it.
+struct Chapter {
+    int64_t time = 0; ///< time stamp, microseconds on the recorder's clock
+    std::string title;
+};
+
+/// Players show a list of chapters whole: more than this would be of no use to anyone.
+constexpr size_t kMostChapters = 1000;
+
+/// What a container says of itself.
+struct ContainerFacts {
+    std::string title;
+    std::string comment;
+    std::string startTime;         ///< RFC 3339, true time
+    int64_t start = 0;             ///< time stamp that becomes zero
+    std::vector<Chapter> chapters; ///< in order of time; the first kMostChapters are taken
+};
+
+/// Takes the frames of tracks and makes files of them.
+class Sink {
+public:
+    virtual ~Sink() = default;
+
+    /// Why a track could not be taken, by a frame of it with its payload; of video a key frame.
+    virtual std::optional<LeftOutReason> Refusal(const Track& track,
+                                                 const recordings::Frame& frame) const = 0;
+    /// Makes room for a track, unless it is refused.
+    /// @param first as for Refusal()
+    virtual std::optional<LeftOutReason> Add(Track& track, const recordings::Frame& first) = 0;
+    /// Called once, after the tracks that are known from the start were added.
+    /// @throws Error
+    virtual void Start(const ContainerFacts& /*facts*/, const std::optional<Estimate>& /*estimate*/) {}
+    /// Bytes that a frame may have at most.
+    virtual uint32_t LargestFrame() const { return 0xFFFFFFFF; }
+    /// @param index the track, counted in the order they were taken in
+    /// @throws Error
+    virtual void Write(size_t index, const recordings::Frame& frame) = 0;
+    /// Writes what files end with. They can then be completed.
+    /// @throws Error
+    virtual void Finish() = 0;
+};
+
+/// Elementary streams: NAME-ch0.h264, NAME-ch0.alaw. Takes every track, at any time.
+/// @param outputs must outlive the sink
+std::unique_ptr<Sink> MakeRawSink(const std::string& name, Outputs& outputs);
+
+/// The name of a track's file in an export of elementary streams.
+std::string RawFileName(const std::string& name, const Track& track);
+
+/// All names that files of elementary streams may get.
+/// @param audio of all channels, where it is known better than the disk does
+std::vector<std::string> PossibleRawFiles(const std::string& name, recordings::ChannelSet channels,
+                                          const AudioCodec& audio);
+
+/// Whether containers can be written: libavformat was there when the library was built.
+bool ContainersSupported();
+
+/// One Matroska or MP4 file. The same frames and facts make the same bytes. Tracks that are added after Start() are
+/// refused.
+/// @param outputs must outlive the sink
+/// @throws Error (NoContainers)
+std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container container, Outputs& outputs);
+
+/// Keeps libavformat's own messages from standard error, in the whole process: what matters comes as an Error. For
+/// programs that use it nowhere else.
+void QuietContainers();
+
+} // namespace media
+
+#endif // MEDIA_SINK_H

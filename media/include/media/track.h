@@ -1,0 +1,56 @@
+#ifndef MEDIA_TRACK_H
+#define MEDIA_TRACK_H
+
+/// @file track.h
+/// What the streams of a recording are.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "recordings/blocks.h"
+
+namespace media {
+
+/// How a camera encodes.
+enum class VideoCodec : uint8_t { Unknown, H264, H265 };
+
+/// What a key frame is encoded in, as the parameter sets tell that it begins with.
+VideoCodec DetectVideo(const uint8_t* keyFrame, size_t size);
+
+/// "h264", "h265", "unknown"
+const char* NameOf(VideoCodec codec);
+
+/// How audio frames are encoded.
+struct AudioCodec {
+    std::string name;        ///< as libavcodec names it: "pcm_alaw"; empty when not known
+    uint32_t sampleRate = 0; ///< samples a second
+
+    bool Known() const { return !name.empty() && sampleRate != 0; }
+};
+
+/// The audio of a channel, as its block's head has it. The codes are the recorder's own; known here are 1 A-law, 2
+/// mu-law, 3 16-bit PCM, with the least significant byte first.
+AudioCodec AudioOf(const recordings::ChannelProperties& properties);
+
+/// One stream of an export: the video or the audio of a channel.
+struct Track {
+    uint32_t channel = 0;
+    bool isVideo = true;
+    VideoCodec video = VideoCodec::Unknown;
+    AudioCodec audio;
+
+    uint64_t frames = 0;
+    uint64_t keyFrames = 0; ///< of video
+    uint64_t bytes = 0;     ///< of payload
+    int64_t first = 0;      ///< the earliest time stamp, microseconds on the recorder's clock
+    int64_t last = 0;       ///< and the latest
+    size_t output = 0;      ///< entry of the outputs that it lies in
+
+    /// "h264", "pcm_alaw", "unknown"
+    std::string Codec() const;
+};
+
+} // namespace media
+
+#endif // MEDIA_TRACK_H

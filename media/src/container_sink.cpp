@@ -1,0 +1,132 @@
+// Matroska and MP4 files, by libavformat. Payloads are copied, never transcoded.
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "byte_stream.h"
+#include "media/sink.h"
+#include "muxer.h"
+#include "predicted_head.h"
+#include "stream_parameters.h"
+#include "timeline.h"
+
+namespace media {
+
+namespace {
+
+class ContainerSink : public Sink {
+public:
+    ContainerSink(const std::string& path, Container container, Outputs& outputs)
+        : m_path(path), m_container(container), m_file(&outputs.Make(path).Bytes()),
+          m_muxer(m_path, m_container, m_file), m_predictor(MakeHeadPredictor(container)) {}
+
+    std::optional<LeftOutReason> Refusal(const Track& track, const recordings::Frame& frame) const override {
+        Parameters unused;
+        return Examine(track, frame, unused);
+    }
+
+    std::optional<LeftOutReason> Add(Track& track, const recordings::Frame& first) override {
+        Parameters parameters;
+        const std::optional<LeftOutReason> refusal = Examine(track, first, parameters);
+        if (!refusal) {
+            m_muxer.AddStream(*parameters, track.channel);
+            m_wantsLengths.push_back(WantsLengths(*parameters));
+        }
+        return refusal;
+    }
+
+    void Start(const ContainerFacts& facts, const std::optional<Estimate>& estimate) override {
+        m_timeline.emplace(facts.start);
+        for (size_t stream = 0; stream < m_muxer.Streams(); ++stream) {
+            m_timeline->AddTrack();
+        }
+        m_muxer.Start(facts);
+        m_file.CloseHead(estimate ? Predict(facts, *estimate) : std::nullopt);
+    }
+
+    uint32_t LargestFrame() const override { return 0x40000000; } // libavformat counts with signed numbers
+
+    void Write(size_t index, const recordings::Frame& frame) override {
+        if (frame.size == 0) {
+            return; // containers have no empty frames
+        }
+        LengthPrefixer::Bytes bytes = {frame.data, frame.size};
+        if (m_wantsLengths[index]) {
+            bytes = m_prefixer.Convert(frame.data, frame.size);
+        }
+        const int64_t place = m_timeline->PlaceOf(index, frame.time);
+        // In MP4 each frame lasts until the next one. The last one must be told to last at all, or players leave it out.
+        const int64_t duration = m_container == Container::Mp4 ? m_timeline->IntervalOf(index) : 0;
+        m_muxer.Write(index, bytes.data, bytes.size, place, frame.type != recordings::kPictureFrame,
+                      duration);
+    }
+
+    void Finish() override {
+        m_predictor->Finish(m_muxer, m_file);
+        m_file.Finish();
+    }
+
+private:
+    std::optional<LeftOutReason> Examine(const Track& track, const recordings::Frame& frame,
+                                         Parameters& parameters) const {
+        if (m_timeline) {
+            return LeftOutReason::TrackBegunTooLate;
+        }
+        const AVCodecID codec = CodecOf(track);
+        if (codec == AV_CODEC_ID_NONE) {
+            return LeftOutReason::EncodingUnknown;
+        }
+        if (!m_muxer.Holds(codec)) {
+            return LeftOutReason::NotForContainer;
+        }
+        parameters = track.isVideo ? VideoParameters(codec, frame) : AudioParameters(codec, track);
+        return parameters ? std::nullopt : std::optional(LeftOutReason::NoPictureSize);
+    }
+
+    std::optional<Bytes> Predict(const ContainerFacts& facts, const Estimate& estimate) {
+        Estimate places = estimate;
+        for (std::optional<LastFrame>& last : places.lastFrames) {
+            if (last) {
+                last->time = m_timeline->PlaceOf(last->time);
+            }
+        }
+        std::optional<Bytes> head = m_predictor->Predict(
+            m_file.Head(), facts, places, [this](MuxTarget& target) { return Another(target); });
+        return head && head->size() == m_file.Head().size() ? std::move(head) : std::nullopt;
+    }
+
+    /// A muxer of the same streams.
+    std::unique_ptr<Muxer> Another(MuxTarget& target) const {
+        auto muxer = std::make_unique<Muxer>(m_path, m_container, target);
+        for (size_t stream = 0; stream < m_muxer.Streams(); ++stream) {
+            muxer->AddStream(m_muxer.StreamParameters(stream), m_muxer.StreamChannel(stream));
+        }
+        return muxer;
+    }
+
+    std::string m_path;
+    Container m_container;
+    std::optional<Timeline> m_timeline; ///< once it is started
+    MuxedFile m_file;
+    Muxer m_muxer;
+    std::unique_ptr<HeadPredictor> m_predictor;
+    LengthPrefixer m_prefixer;
+    std::vector<bool> m_wantsLengths; ///< of each track
+};
+
+} // namespace
+
+bool ContainersSupported() {
+    return true;
+}
+
+std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container container, Outputs& outputs) {
+    return std::make_unique<ContainerSink>(path, container, outputs);
+}
+
+void QuietContainers() {
+    av_log_set_level(AV_LOG_FATAL);
+}
+
+} // namespace media

@@ -1,0 +1,214 @@
+#include "media/exporter.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "copier.h"
+#include "file_writer.h"
+#include "media/error.h"
+#include "media/manifest.h"
+#include "output_place.h"
+#include "survey.h"
+#include "track_finder.h"
+#include "watcher.h"
+
+namespace media {
+
+namespace {
+
+using recordings::Frame;
+
+class Exporter {
+public:
+    Exporter(const recordings::Disk& disk, const recordings::BlockList& blocks, const SourceIdentity& source,
+             const ExportRequest& request, const recordings::ProblemSink& problems, Watcher& watcher)
+        : m_disk(disk), m_blocks(blocks), m_rules({source, request.replace}), m_request(request),
+          m_report(problems), m_watcher(watcher), m_finder(disk, blocks, request.audio),
+          m_outputs(m_rules, [&watcher] { watcher.Ask(); }) {
+        m_query.range = request.range;
+        m_query.channels = request.channels.Without(disk.Hidden());
+    }
+
+    std::optional<ExportResult> Run() {
+        CheckPlaces();
+        for (const recordings::Problem& problem : m_disk.OpeningProblems()) {
+            Problems()(problem);
+        }
+        FindEvents();
+        m_sink = m_request.container == Container::Raw
+                     ? MakeRawSink(m_request.name, m_outputs)
+                     : MakeContainerSink(m_request.name, m_request.container, m_outputs);
+        m_copier.emplace(*m_sink, m_request.container);
+        if (m_request.container != Container::Raw && !StartContainer()) {
+            return NothingMade();
+        }
+        OutputFile& manifest = m_outputs.Make(m_result.manifest);
+        Copy();
+        if (m_copier->Tracks().empty()) {
+            return NothingMade();
+        }
+        m_sink->Finish();
+        m_result.outputs = m_outputs.CompleteOthers(manifest);
+        Describe(manifest);
+        m_watcher.Ask();
+        m_outputs.Publish();
+        return std::move(m_result);
+    }
+
+private:
+    recordings::ProblemSink Problems() {
+        return [this](const recordings::Problem& problem) {
+            m_problems.Add(problem);
+            if (m_report) {
+                m_report(problem);
+            }
+        };
+    }
+
+    /// Looks at the places of all files that the export may make, before there is any work to be lost.
+    void CheckPlaces() {
+        m_result.manifest = m_request.name + ".json";
+        if (m_request.container == Container::Raw) {
+            // Which streams there are is not known yet: files of others may stay.
+            const OutputRules replacing = {m_rules.source, true};
+            for (const std::string& path :
+                 PossibleRawFiles(m_request.name, m_query.channels, m_request.audio)) {
+                OutputPlace(path).Check(replacing);
+            }
+        } else {
+            OutputPlace(m_request.name).Check(m_rules);
+        }
+        OutputPlace(m_result.manifest).Check(m_rules);
+    }
+
+    void FindEvents() {
+        m_result.events = recordings::FindEvents(m_disk, m_blocks, m_query.range, recordings::kAllEvents,
+                                                 Problems(), m_watcher.Silent());
+    }
+
+    /// @return false when there are no tracks that it could hold
+    bool StartContainer() {
+        const Survey survey = MakeSurvey(m_disk, m_blocks, m_query, m_watcher.Silent());
+        const auto tracks = m_finder.FindAll(m_query, survey, *m_sink, m_watcher.Silent());
+        Estimate estimate;
+        std::set<TrackKey> taken;
+        for (const auto& [key, found] : tracks) {
+            if (m_copier->AddTrack(found.track, found.Whole())) {
+                taken.insert(key);
+                const auto last = survey.lastFrames.find(key);
+                estimate.lastFrames.push_back(last == survey.lastFrames.end() ? std::nullopt
+                                                                              : std::optional(last->second));
+            }
+        }
+        if (taken.empty()) {
+            return false;
+        }
+        estimate.bytes = survey.BytesOf(taken);
+        estimate.keyFrames = survey.keyFrames;
+        m_sink->Start(Facts(FirstOf(tracks)), estimate);
+        return true;
+    }
+
+    static const Frame& FirstOf(const std::map<TrackKey, FoundTrack>& tracks) {
+        return std::min_element(
+                   tracks.begin(), tracks.end(),
+                   [](const auto& a, const auto& b) { return a.second.first.time < b.second.first.time; })
+            ->second.first;
+    }
+
+    ContainerFacts Facts(const Frame& first) {
+        const Wording& wording = m_request.wording;
+        ContainerFacts facts;
+        facts.title = std::filesystem::path(m_request.name).stem().string();
+        facts.start = first.time;
+        facts.startTime = wording.utcTimestamp(first.time);
+        const auto identity = recordings::ReadIdentity(m_disk, first.block);
+        if (identity) {
+            facts.comment = fmt::format("vehicle {}, {}", wording.printable(identity->vehicleNumber),
+                                        wording.printable(identity->vehicleId));
+        }
+        facts.chapters = Chapters();
+        return facts;
+    }
+
+    /// The events, in order of time, up to as many as players can show.
+    std::vector<Chapter> Chapters() {
+        std::vector<const recordings::Event*> events;
+        for (const recordings::Event& event : m_result.events) {
+            events.push_back(&event);
+        }
+        std::stable_sort(events.begin(), events.end(),
+                         [](const auto* a, const auto* b) { return a->micros < b->micros; });
+        const size_t count = std::min(events.size(), kMostChapters);
+        m_result.eventsWithoutChapter = events.size() - count;
+        std::vector<Chapter> chapters;
+        for (size_t i = 0; i < count; ++i) {
+            chapters.push_back(
+                {events[i]->micros, fmt::format("event 0x{:x}, {}", events[i]->type,
+                                                m_request.wording.readableSecond(events[i]->micros))});
+        }
+        return chapters;
+    }
+
+    void Copy() {
+        recordings::RangeFrames frames(m_disk, m_blocks, m_query, Problems(), m_watcher.Reading());
+        for (Frame frame; frames.Next(frame);) {
+            if (!m_copier->Knows(TrackKey::Of(frame))) {
+                m_copier->AddTrack(m_finder.TrackOf(frame), frame);
+            }
+            m_copier->Copy(frame);
+        }
+        m_result.gaps = frames.Gaps();
+        m_result.blocks = frames.BlocksUsed();
+    }
+
+    void TakeFindings() {
+        m_result.tracks = std::move(m_copier->Tracks());
+        m_result.leftOut = std::move(m_copier->Refused());
+        m_result.problems = m_problems.All();
+    }
+
+    /// What there is to say when no file was made.
+    std::optional<ExportResult> NothingMade() {
+        TakeFindings();
+        m_result.manifest.clear();
+        return m_result.leftOut.empty() ? std::nullopt : std::optional(std::move(m_result));
+    }
+
+    void Describe(OutputFile& manifest) {
+        TakeFindings();
+        WriteManifest(m_disk, m_blocks, m_request, m_result, [&manifest](const std::string& text) {
+            manifest.Bytes().Write(text.data(), text.size());
+        });
+        manifest.Complete();
+    }
+
+    const recordings::Disk& m_disk;
+    const recordings::BlockList& m_blocks;
+    OutputRules m_rules;
+    const ExportRequest& m_request;
+    const recordings::ProblemSink& m_report;
+    Watcher& m_watcher;
+    recordings::FrameQuery m_query;
+    recordings::ProblemList m_problems;
+    TrackFinder m_finder;
+    Outputs m_outputs;
+    std::unique_ptr<Sink> m_sink;
+    std::optional<Copier> m_copier;
+    ExportResult m_result;
+};
+
+} // namespace
+
+std::optional<ExportResult> Export(const recordings::Disk& disk, const recordings::BlockList& blocks,
+                                   const SourceIdentity& source, const ExportRequest& request,
+                                   const recordings::ProblemSink& problems, const recordings::Watch& watch) {
+    Watcher watcher(watch);
+    return Exporter(disk, blocks, source, request, problems, watcher).Run();
+}
+
+} // namespace media

@@ -1,0 +1,110 @@
+#include "track_finder.h"
+
+#include <utility>
+
+namespace media {
+
+namespace {
+
+using recordings::Frame;
+
+/// Key frames of a camera that a sink is shown before it is given up.
+constexpr int kMostKeyFrames = 64;
+
+/// Problems are named when the frames are read in earnest.
+void Ignore(const recordings::Problem& /*problem*/) {}
+
+bool ShowsTrack(const Frame& frame) {
+    return frame.type == recordings::kKeyFrame || frame.IsAudio();
+}
+
+} // namespace
+
+Frame FoundTrack::Whole() const {
+    Frame frame = first;
+    frame.data = payload.data();
+    return frame;
+}
+
+TrackFinder::TrackFinder(const recordings::Disk& disk, const recordings::BlockList& blocks,
+                         AudioCodec givenAudio)
+    : m_disk(disk), m_blocks(blocks), m_givenAudio(std::move(givenAudio)) {}
+
+Track TrackFinder::TrackOf(const Frame& frame) const {
+    Track track;
+    track.channel = frame.channel;
+    track.isVideo = frame.IsVideo();
+    if (track.isVideo) {
+        track.video = DetectVideo(frame.data, frame.size);
+    } else if (m_givenAudio.Known()) {
+        track.audio = m_givenAudio;
+    } else if (const auto identity = recordings::ReadIdentity(m_disk, frame.block)) {
+        track.audio = AudioOf(identity->properties[frame.channel]);
+    }
+    return track;
+}
+
+TrackFinder::Found TrackFinder::FindAll(const recordings::FrameQuery& query, const Survey& survey,
+                                        const Sink& sink, const recordings::Watch& watch) const {
+    Found found;
+    for (const Beginning& beginning : survey.beginnings) {
+        FindIn(beginning, query, sink, watch, found);
+    }
+    TryLaterKeyFrames(query, sink, watch, found);
+    return found;
+}
+
+void TrackFinder::FindIn(const Beginning& beginning, const recordings::FrameQuery& query, const Sink& sink,
+                         const recordings::Watch& watch, Found& found) const {
+    recordings::FrameQuery first = query;
+    first.range = beginning.range;
+    first.channels = beginning.channels;
+    recordings::RangeFrames frames(m_disk, m_blocks, first, Ignore, watch);
+    bool begun = false;
+    for (Frame frame; frames.Next(frame);) {
+        begun = begun || frame.block == beginning.block;
+        if (begun && frame.block != beginning.block) {
+            return;
+        }
+        Show(frame, sink, found);
+    }
+}
+
+void TrackFinder::TryLaterKeyFrames(const recordings::FrameQuery& query, const Sink& sink,
+                                    const recordings::Watch& watch, Found& found) const {
+    for (const auto& [key, track] : found) {
+        if (key.isAudio || !track.refused) {
+            continue;
+        }
+        recordings::FrameQuery camera = query;
+        camera.channels = {};
+        camera.channels.Add(key.channel);
+        recordings::RangeFrames frames(m_disk, m_blocks, camera, Ignore, watch);
+        int shown = 0;
+        for (Frame frame; track.refused && shown < kMostKeyFrames && frames.Next(frame);) {
+            if (frame.type == recordings::kKeyFrame) {
+                Show(frame, sink, found);
+                ++shown;
+            }
+        }
+    }
+}
+
+/// Takes a frame for a track's first, if there was none yet, or none that the sink could do with.
+void TrackFinder::Show(const Frame& frame, const Sink& sink, Found& found) const {
+    if (!ShowsTrack(frame)) {
+        return;
+    }
+    const TrackKey key = TrackKey::Of(frame);
+    const auto known = found.find(key);
+    if (known != found.end() && (key.isAudio || !known->second.refused)) {
+        return;
+    }
+    const Track track = TrackOf(frame);
+    const bool refused = sink.Refusal(track, frame).has_value();
+    if (known == found.end() || !refused) {
+        found[key] = {track, frame, std::vector<uint8_t>(frame.data, frame.data + frame.size), refused};
+    }
+}
+
+} // namespace media

@@ -1,0 +1,55 @@
+#ifndef MEDIA_SRC_TRACK_FINDER_H
+#define MEDIA_SRC_TRACK_FINDER_H
+
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "media/exporter.h"
+#include "survey.h"
+#include "track_key.h"
+
+namespace media {
+
+/// A track, and a frame that shows what it is.
+struct FoundTrack {
+    Track track;
+    recordings::Frame first;
+    std::vector<uint8_t> payload; ///< of that frame
+    bool refused = false;         ///< by the sink
+
+    /// The frame with its payload.
+    recordings::Frame Whole() const;
+};
+
+/// Finds out what streams are.
+class TrackFinder {
+public:
+    /// @param givenAudio of all channels, if it is known
+    TrackFinder(const recordings::Disk& disk, const recordings::BlockList& blocks, AudioCodec givenAudio);
+
+    /// What the track of a frame is. Of video, the frame must be a key frame.
+    Track TrackOf(const recordings::Frame& frame) const;
+
+    /// All tracks of a range: a container must know them before it begins. Where a sink refuses a camera's first key
+    /// frame, it is shown later ones, in case the first one is damaged.
+    std::map<TrackKey, FoundTrack> FindAll(const recordings::FrameQuery& query, const Survey& survey,
+                                           const Sink& sink, const recordings::Watch& watch) const;
+
+private:
+    using Found = std::map<TrackKey, FoundTrack>;
+
+    void FindIn(const Beginning& beginning, const recordings::FrameQuery& query, const Sink& sink,
+                const recordings::Watch& watch, Found& found) const;
+    void TryLaterKeyFrames(const recordings::FrameQuery& query, const Sink& sink,
+                           const recordings::Watch& watch, Found& found) const;
+    void Show(const recordings::Frame& frame, const Sink& sink, Found& found) const;
+
+    const recordings::Disk& m_disk;
+    const recordings::BlockList& m_blocks;
+    AudioCodec m_givenAudio;
+};
+
+} // namespace media
+
+#endif // MEDIA_SRC_TRACK_FINDER_H

@@ -1,0 +1,384 @@
+// Matroska and MP4 files: what players find in them.
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include "digest.h"
+#include "media/cameras.h"
+#include "media/container_file.h"
+#include "media/error.h"
+#include "media/sink.h"
+#include "support/files.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using namespace media;
+using namespace media_test;
+using test_support::ReadFile;
+
+constexpr int64_t kStart = 1795183200000000; // 2026-11-20 14:00:00 UTC
+constexpr int64_t kSecond = 1000000;
+
+std::string DigestOf(const std::string& bytes) {
+    Digest digest;
+    digest.Add(bytes.data(), bytes.size());
+    return digest.Text();
+}
+
+ContainerFacts Facts() {
+    ContainerFacts facts;
+    facts.title = "journey";
+    facts.comment = "vehicle 4711, bus";
+    facts.startTime = "2026-11-20T14:00:00.000000Z";
+    facts.start = kStart;
+    return facts;
+}
+
+class Containers : public ::testing::TestWithParam<Container> {
+protected:
+    Containers() {
+        QuietContainers();
+        std::ofstream(m_dir.File("source")) << "evidence";
+        m_source = open(m_dir.File("source").c_str(), O_RDONLY | O_CLOEXEC);
+        m_identity.emplace(m_source);
+    }
+    ~Containers() override { close(m_source); }
+
+    /// Begins a file, in place of the one before.
+    Sink& Begin() {
+        m_sink.reset();
+        m_outputs.emplace(OutputRules{*m_identity, true});
+        m_sink = MakeContainerSink(m_path, GetParam(), *m_outputs);
+        return *m_sink;
+    }
+
+    Exported End() {
+        m_sink->Finish();
+        OutputFile& manifest = m_outputs->Make(m_dir.File("manifest"));
+        const std::vector<Exported> made = m_outputs->CompleteOthers(manifest);
+        manifest.Complete();
+        m_outputs->Publish();
+        return made.at(0);
+    }
+
+    void Write(size_t index, const OwnedFrame& frame) { m_sink->Write(index, frame.Get()); }
+
+    /// Two cameras, a key frame a second and a picture between.
+    /// @return what was written, by track
+    std::vector<std::vector<OwnedFrame>> WriteTwoCameras(int seconds,
+                                                         const std::optional<Estimate>& estimate) {
+        Sink& sink = Begin();
+        Track first = VideoTrack(0);
+        Track second = VideoTrack(5);
+        EXPECT_FALSE(sink.Add(first, KeyFrame(0, kStart, 1000).Get()));
+        EXPECT_FALSE(sink.Add(second, KeyFrame(5, kStart, 1000).Get()));
+        sink.Start(Facts(), estimate);
+        std::vector<std::vector<OwnedFrame>> written(2);
+        for (int i = 0; i < seconds; ++i) {
+            for (const uint32_t channel : {0u, 5u}) {
+                const int64_t time = kStart + i * kSecond + channel * 1000;
+                auto& track = written[channel == 0 ? 0 : 1];
+                track.push_back(KeyFrame(channel, time, 20000 + static_cast<size_t>(i)));
+                Write(channel == 0 ? 0 : 1, track.back());
+                track.push_back(Picture(channel, time + kSecond / 2, 3000));
+                Write(channel == 0 ? 0 : 1, track.back());
+            }
+        }
+        return written;
+    }
+
+    /// What is right to expect of WriteTwoCameras().
+    static Estimate RightEstimate(int seconds) {
+        Estimate estimate;
+        for (int i = 0; i < seconds; ++i) {
+            estimate.bytes +=
+                2 * (KeyFrame(0, 0, 20000 + static_cast<size_t>(i)).payload.size() + 24 + 3004 + 24);
+        }
+        estimate.keyFrames = 2 * static_cast<uint64_t>(seconds);
+        const int64_t last = kStart + (seconds - 1) * kSecond + kSecond / 2;
+        estimate.lastFrames = {LastFrame{last, 3004}, LastFrame{last + 5000, 3004}};
+        return estimate;
+    }
+
+    test_support::TempDir m_dir;
+    const std::string m_path = m_dir.File("out");
+    int m_source = -1;
+    std::optional<SourceIdentity> m_identity;
+    std::optional<Outputs> m_outputs;
+    std::unique_ptr<Sink> m_sink;
+};
+
+INSTANTIATE_TEST_SUITE_P(All, Containers, ::testing::Values(Container::Matroska, Container::Mp4),
+                         [](const auto& one) { return std::string(NameOf(one.param)); });
+
+TEST_P(Containers, HoldEveryFrame) {
+    const auto written = WriteTwoCameras(5, std::nullopt);
+    End();
+    const ContainerFile file = ContainerFile::Read(m_path);
+    EXPECT_NE(file.format.find(GetParam() == Container::Mp4 ? "mp4" : "matroska"), std::string::npos);
+    ASSERT_EQ(file.streams.size(), 2u);
+    for (const auto& stream : file.streams) {
+        EXPECT_EQ(stream.codec, "h264");
+        EXPECT_EQ(stream.width, 64);
+        ASSERT_FALSE(stream.extradata.empty());
+        EXPECT_EQ(stream.extradata[0], 1); // parameter sets as containers keep them
+    }
+    std::vector<size_t> next(2);
+    ASSERT_EQ(file.packets.size(), 20u);
+    for (const ContainerFile::Packet& packet : file.packets) {
+        const size_t i = next.at(packet.stream)++;
+        const OwnedFrame& frame = written[packet.stream].at(i);
+        EXPECT_EQ(packet.key, i % 2 == 0);
+        EXPECT_EQ(packet.micros, frame.frame.time - kStart);
+        // A key frame's three units, and a picture's one, have lengths for start codes.
+        Bytes expected;
+        if (packet.key) {
+            expected = {0, 0, 0, 23};
+            expected.insert(expected.end(), kH264Sets.begin() + 4, kH264Sets.begin() + 27);
+            expected.insert(expected.end(), {0, 0, 0, 5, 0x68, 0xCB, 0x83, 0xCB, 0x20, 0, 0, 0x4E,
+                                             static_cast<uint8_t>(0x20 + i / 2)});
+            expected.insert(expected.end(), frame.payload.begin() + 39, frame.payload.end());
+        } else {
+            expected = {0, 0, 0x0B, 0xB8};
+            expected.insert(expected.end(), frame.payload.begin() + 4, frame.payload.end());
+        }
+        EXPECT_EQ(packet.data, expected);
+    }
+}
+
+TEST_P(Containers, SayWhatTheyHold) {
+    Sink& sink = Begin();
+    Track track = VideoTrack(7);
+    sink.Add(track, KeyFrame(7, kStart, 100).Get());
+    ContainerFacts facts = Facts();
+    facts.chapters = {{kStart - kSecond, "before"}, {kStart + 2 * kSecond, "event 0x1"}};
+    sink.Start(facts, std::nullopt);
+    for (int i = 0; i < 4; ++i) {
+        Write(0, KeyFrame(7, kStart + i * kSecond, 100));
+    }
+    End();
+    ContainerFile file = ContainerFile::Read(m_path);
+    EXPECT_EQ(file.tags["title"], "journey");
+    EXPECT_EQ(file.tags["comment"].empty() ? file.tags["COMMENT"] : file.tags["comment"],
+              "vehicle 4711, bus");
+    EXPECT_EQ(file.tags["creation_time"], "2026-11-20T14:00:00.000000Z");
+    ASSERT_EQ(file.chapters.size(), 2u);
+    EXPECT_EQ(file.chapters[0].title, "before");
+    EXPECT_EQ(file.chapters[0].start, 0);
+    EXPECT_EQ(file.chapters[1].title, "event 0x1");
+    EXPECT_EQ(file.chapters[1].start, 2 * kSecond);
+    EXPECT_GE(file.duration, 3 * kSecond);
+}
+
+TEST_P(Containers, CanBeSoughtIn) {
+    for (const bool predicted : {false, true}) {
+        WriteTwoCameras(30, predicted ? std::optional(RightEstimate(30)) : std::nullopt);
+        End();
+        const ContainerFile::Packet found = ContainerFile::After(m_path, 1, 17 * kSecond + 700000);
+        EXPECT_EQ(found.micros, 17 * kSecond + 5000);
+        EXPECT_TRUE(found.key);
+    }
+}
+
+TEST_P(Containers, AreHashedAsTheyAre) {
+    const Estimate right = RightEstimate(20);
+    Estimate tooSmall = right;
+    tooSmall.bytes /= 2;
+    Estimate tooLarge = right;
+    tooLarge.bytes *= 2;
+    Estimate otherEnd = right;
+    otherEnd.lastFrames[1]->time += kSecond;
+    Estimate noEnd = right;
+    noEnd.lastFrames[0].reset();
+    Estimate fewKeyFrames = right;
+    fewKeyFrames.keyFrames = 0;
+    const std::vector<std::optional<Estimate>> estimates = {std::nullopt, right, tooSmall,     tooLarge,
+                                                            otherEnd,     noEnd, fewKeyFrames, Estimate()};
+    for (const auto& estimate : estimates) {
+        WriteTwoCameras(20, estimate);
+        const Exported made = End();
+        const std::string bytes = ReadFile(m_path);
+        EXPECT_EQ(made.size, bytes.size());
+        EXPECT_EQ(made.sha256, DigestOf(bytes));
+        const ContainerFile file = ContainerFile::Read(m_path);
+        EXPECT_EQ(file.packets.size(), 80u);
+        EXPECT_NEAR(static_cast<double>(file.duration), 19.505e6, 0.6e6);
+    }
+}
+
+TEST_P(Containers, AreTheSameEachTime) {
+    for (const auto& estimate : {std::optional<Estimate>(), std::optional(RightEstimate(10))}) {
+        WriteTwoCameras(10, estimate);
+        End();
+        const std::string first = ReadFile(m_path);
+        WriteTwoCameras(10, estimate);
+        End();
+        EXPECT_TRUE(ReadFile(m_path) == first);
+    }
+}
+
+TEST_P(Containers, WasteLittleOnWhatIsPredicted) {
+    WriteTwoCameras(50, std::nullopt);
+    const uint64_t size = End().size;
+    WriteTwoCameras(50, RightEstimate(50));
+    EXPECT_LT(End().size, size + size / 50 + 0x4000);
+    // Much more than that is not filled.
+    Estimate tooLarge = RightEstimate(50);
+    tooLarge.bytes *= 3;
+    WriteTwoCameras(50, tooLarge);
+    EXPECT_LT(End().size, size + size / 50 + 0x4000);
+}
+
+TEST_P(Containers, HoldH265) {
+    Sink& sink = Begin();
+    Track track = VideoTrack(1, VideoCodec::H265);
+    const OwnedFrame frame = KeyFrame(1, kStart, 500, kH265Sets);
+    ASSERT_FALSE(sink.Add(track, frame.Get()));
+    sink.Start(Facts(), std::nullopt);
+    Write(0, frame);
+    End();
+    const ContainerFile file = ContainerFile::Read(m_path);
+    ASSERT_EQ(file.streams.size(), 1u);
+    EXPECT_EQ(file.streams[0].codec, "hevc");
+    EXPECT_EQ(file.streams[0].width, 64);
+    ASSERT_EQ(file.packets.size(), 1u);
+    // Four units: video, sequence and picture parameter sets, and the slice.
+    EXPECT_EQ(file.packets[0].data.size(), kH265Sets.size() + 4 + 500);
+    EXPECT_EQ(Bytes(file.packets[0].data.begin(), file.packets[0].data.begin() + 5),
+              (Bytes{0, 0, 0, 24, 0x40}));
+}
+
+TEST_P(Containers, HoldAudioThatTheyKnow) {
+    Sink& sink = Begin();
+    Track video = VideoTrack(0);
+    Track alaw = AudioTrack(0);
+    Track unknown = AudioTrack(1, "");
+    Track nonsense = AudioTrack(1, "h264");
+    Track aac = AudioTrack(2, "aac");
+    sink.Add(video, KeyFrame(0, kStart, 100).Get());
+    const auto refusal = sink.Add(alaw, Sound(0, kStart, 320).Get());
+    EXPECT_EQ(sink.Refusal(unknown, Sound(1, kStart, 320).Get()), LeftOutReason::EncodingUnknown);
+    EXPECT_EQ(sink.Add(unknown, Sound(1, kStart, 320).Get()), LeftOutReason::EncodingUnknown);
+    EXPECT_EQ(sink.Add(nonsense, Sound(1, kStart, 320).Get()), LeftOutReason::EncodingUnknown);
+    EXPECT_EQ(sink.Refusal(aac, Sound(2, kStart, 320).Get()), std::nullopt);
+    if (GetParam() == Container::Mp4) {
+        EXPECT_EQ(refusal, LeftOutReason::NotForContainer);
+        return;
+    }
+    EXPECT_EQ(refusal, std::nullopt);
+    sink.Start(Facts(), std::nullopt);
+    for (int i = 0; i < 25; ++i) {
+        Write(1, Sound(0, kStart + i * 40000, 320));
+    }
+    Write(0, KeyFrame(0, kStart + kSecond, 100));
+    End();
+    const ContainerFile file = ContainerFile::Read(m_path);
+    ASSERT_EQ(file.streams.size(), 2u);
+    EXPECT_EQ(file.streams[1].codec, "pcm_alaw");
+    EXPECT_EQ(file.streams[1].sampleRate, 8000);
+    size_t bytes = 0;
+    for (const auto& packet : file.packets) {
+        bytes += packet.stream == 1 ? packet.data.size() : 0;
+    }
+    EXPECT_EQ(bytes, 25u * 320);
+}
+
+TEST_P(Containers, RefuseWhatTheyCannotName) {
+    Sink& sink = Begin();
+    Track unknown = VideoTrack(0, VideoCodec::Unknown);
+    EXPECT_EQ(sink.Add(unknown, KeyFrame(0, kStart, 100).Get()), LeftOutReason::EncodingUnknown);
+    // Parameter sets that say nothing: cut off, and not there.
+    Track track = VideoTrack(0);
+    const Bytes cut = {0, 0, 0, 1, 0x67, 0x42, 0xC0};
+    EXPECT_EQ(sink.Add(track, KeyFrame(0, kStart, 100, cut).Get()), LeftOutReason::NoPictureSize);
+    EXPECT_EQ(sink.Add(track, Picture(0, kStart, 100).Get()), LeftOutReason::NoPictureSize);
+    EXPECT_EQ(sink.Refusal(track, KeyFrame(0, kStart, 100).Get()), std::nullopt);
+    EXPECT_EQ(sink.Add(track, KeyFrame(0, kStart, 100).Get()), std::nullopt);
+    sink.Start(Facts(), std::nullopt);
+    Track late = VideoTrack(1);
+    EXPECT_EQ(sink.Add(late, KeyFrame(1, kStart, 100).Get()), LeftOutReason::TrackBegunTooLate);
+}
+
+TEST_P(Containers, LeaveEmptyFramesOut) {
+    Sink& sink = Begin();
+    Track track = VideoTrack(0);
+    sink.Add(track, KeyFrame(0, kStart, 100).Get());
+    sink.Start(Facts(), std::nullopt);
+    Write(0, KeyFrame(0, kStart, 100));
+    OwnedFrame empty = Picture(0, kStart + 40000, 1);
+    empty.payload.clear();
+    Write(0, empty);
+    Write(0, Picture(0, kStart + 80000, 100));
+    End();
+    EXPECT_EQ(ContainerFile::Read(m_path).packets.size(), 2u);
+}
+
+TEST_P(Containers, TakeTimesThatStandStillOrGoBack) {
+    Sink& sink = Begin();
+    Track track = VideoTrack(0);
+    sink.Add(track, KeyFrame(0, kStart, 100).Get());
+    sink.Start(Facts(), std::nullopt);
+    for (const int64_t time :
+         {int64_t{0}, int64_t{0}, int64_t{100}, -kSecond, 2 * kSecond, -3600 * kSecond}) {
+        Write(0, KeyFrame(0, kStart + time, 100));
+    }
+    End();
+    const ContainerFile file = ContainerFile::Read(m_path);
+    ASSERT_EQ(file.packets.size(), 6u);
+    for (size_t i = 1; i < 6; ++i) {
+        EXPECT_GT(file.packets[i].micros, file.packets[i - 1].micros);
+    }
+    EXPECT_GE(file.packets[5].micros, 2 * kSecond);
+    EXPECT_LT(file.packets[5].micros, 5 * kSecond);
+}
+
+TEST_P(Containers, HaveSoManyChaptersAtMost) {
+    Sink& sink = Begin();
+    Track track = VideoTrack(0);
+    sink.Add(track, KeyFrame(0, kStart, 100).Get());
+    ContainerFacts facts = Facts();
+    for (int i = 0; i < 5000; ++i) {
+        facts.chapters.push_back({kStart + i * 1000, "event"});
+    }
+    sink.Start(facts, std::nullopt);
+    Write(0, KeyFrame(0, kStart, 100));
+    Write(0, KeyFrame(0, kStart + 10 * kSecond, 100));
+    End();
+    EXPECT_EQ(ContainerFile::Read(m_path).chapters.size(), kMostChapters);
+}
+
+TEST_P(Containers, LeaveNothingOnAFullMedium) {
+    void (*const handler)(int) = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before = {};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit limit = {3000000, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    try {
+        WriteTwoCameras(2000, RightEstimate(2000));
+        End();
+        ADD_FAILURE();
+    } catch (const Error& error) {
+        EXPECT_EQ(error.Kind(), ErrorKind::CannotWrite);
+        EXPECT_EQ(error.what(), m_path + ": cannot be written: File too large; nothing was kept");
+    }
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    m_sink.reset();
+    m_outputs.reset();
+    size_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(m_dir.File(""))) {
+        EXPECT_EQ(entry.path().filename(), "source");
+        ++files;
+    }
+    EXPECT_EQ(files, 1u);
+}
+
+} // namespace

@@ -1,0 +1,430 @@
+// Exports from the disk to the files.
+
+#include "media/exporter.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "digest.h"
+#include "media/cameras.h"
+#include "media/container_file.h"
+#include "media/error.h"
+#include "recordings/error.h"
+#include "recordings/recordings_fixture.h"
+#include "sample_recorder/recorder.h"
+#include "support/files.h"
+#include "survey.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace media;
+using namespace media_test;
+using namespace std::chrono_literals;
+using test_support::ReadFile;
+using Json = nlohmann::json;
+
+constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
+constexpr int64_t kSecond = 1000000;
+
+/// A camera with a key frame a second and four pictures between, and audio or not.
+struct Camera {
+    uint32_t channel = 0;
+    uint32_t from = 0; ///< seconds after the start
+    uint32_t to = 0;
+    bool audio = false;
+    Bytes sets = kH264Sets;
+};
+
+/// Blocks of 64 KiB, of which the cameras fill one in a few seconds.
+class Exports : public test_support::RecordingsFixture {
+protected:
+    Exports() { QuietContainers(); }
+
+    void SetUp() override {
+        sample_recorder::Format format;
+        format.blockCount = 32;
+        MakeDisk(format);
+        m_settings.vehicleNum = "4711";
+        m_settings.vehicleId = "bus";
+    }
+
+    void Write(sample_recorder::Recorder& recorder, const OwnedFrame& owned) {
+        sample_recorder::Frame frame;
+        frame.pts = owned.frame.time;
+        frame.type = owned.frame.type;
+        frame.channel = owned.frame.channel;
+        frame.payload = owned.payload;
+        recorder.Write(frame);
+        m_bytes[{frame.channel, frame.type == recordings::kAudioFrame}] += frame.payload.size();
+    }
+
+    void Record(const std::vector<Camera>& cameras, bool close = true, uint32_t events = 0) {
+        for (const Camera& camera : cameras) {
+            m_settings.channels |= 1u << camera.channel;
+            m_settings.properties.at(camera.channel).AType = camera.audio ? 1 : 0;
+            m_settings.properties.at(camera.channel).Sample = 8000;
+        }
+        sample_recorder::Recorder recorder(Image(), m_settings);
+        for (uint32_t second = 0; second < 60; ++second) {
+            for (uint32_t fifth = 0; fifth < 5; ++fifth) {
+                const int64_t time = (kStart + second) * kSecond + fifth * kSecond / 5;
+                for (const Camera& camera : cameras) {
+                    if (second < camera.from || second >= camera.to) {
+                        continue;
+                    }
+                    Write(recorder, fifth == 0 ? KeyFrame(camera.channel, time, 3000 + second, camera.sets)
+                                               : Picture(camera.channel, time, 500));
+                    if (camera.audio) {
+                        Write(recorder, Sound(camera.channel, time, 1600));
+                    }
+                }
+                if (events != 0) {
+                    recorder.WriteEvent(time, 1, 0);
+                    --events;
+                }
+            }
+        }
+        if (close) {
+            recorder.PowerOff();
+        } else {
+            recorder.CutPower();
+        }
+    }
+
+    static ExportRequest Request(const std::string& name, Container container) {
+        ExportRequest request;
+        request.name = name;
+        request.container = container;
+        request.made = "2026-11-22T08:00:00Z";
+        request.wording.timestamp = [](int64_t time) { return "t" + std::to_string(time); };
+        request.wording.utcTimestamp = [](int64_t) { return "2026-11-20T14:00:00.000000Z"; };
+        request.wording.readableTime = request.wording.timestamp;
+        request.wording.readableSecond = request.wording.timestamp;
+        request.wording.printable = [](const std::string& text) { return text; };
+        return request;
+    }
+    ExportRequest Request(Container container) const { return Request(File("out"), container); }
+
+    std::optional<ExportResult> Run(const ExportRequest& request, const recordings::Watch& watch = {}) {
+        const recordings::Disk& disk = Open();
+        const recordings::BlockList blocks = recordings::BlockList::Read(disk);
+        const int source = open(Image().Path().c_str(), O_RDONLY | O_CLOEXEC);
+        const SourceIdentity identity(source);
+        m_lines.clear();
+        const auto problems = [this](const recordings::Problem& problem) {
+            m_lines.push_back(test_support::Brief(problem));
+        };
+        try {
+            auto result = Export(disk, blocks, identity, request, problems, watch);
+            close(source);
+            return result;
+        } catch (...) {
+            close(source);
+            throw;
+        }
+    }
+
+    Json Manifest() const { return Json::parse(ReadFile(File("out.json"))); }
+
+    /// The names beside the disk's.
+    std::vector<std::string> Files() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(fs::path(File("out")).parent_path())) {
+            if (entry.path().filename() != fs::path(Image0()).filename()) {
+                names.push_back(entry.path().filename().string());
+            }
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    std::string Image0() const { return File("disk0"); }
+
+    std::string StreamOf(const std::string& name) const { return ReadFile(File(name)); }
+
+    sample_recorder::RecorderSettings m_settings;
+    std::map<TrackKey, uint64_t> m_bytes; ///< of payload, as recorded
+    std::vector<std::string> m_lines;
+};
+
+TEST_F(Exports, GiveElementaryStreamsByteForByte) {
+    Record({{0, 0, 60, false}, {3, 0, 60, true}});
+    const auto result = Run(Request(Container::Raw));
+    ASSERT_TRUE(result);
+    EXPECT_EQ(Files(),
+              (std::vector<std::string>{"out-ch0.h264", "out-ch3.alaw", "out-ch3.h264", "out.json"}));
+    ASSERT_EQ(result->tracks.size(), 3u);
+    EXPECT_EQ(fs::file_size(File("out-ch0.h264")), (m_bytes[{0, false}]));
+    EXPECT_EQ(fs::file_size(File("out-ch3.alaw")), (m_bytes[{3, true}]));
+    EXPECT_EQ(result->tracks[0].frames, 300u);
+    EXPECT_EQ(result->tracks[0].keyFrames, 60u);
+    EXPECT_EQ(result->tracks[0].bytes, (m_bytes[{0, false}]));
+    EXPECT_EQ(result->tracks[0].first, kStart * kSecond);
+    EXPECT_EQ(result->tracks[0].last, (kStart + 59) * kSecond + 800000);
+    for (const Exported& output : result->outputs) {
+        Digest digest;
+        const std::string bytes = ReadFile(output.path);
+        digest.Add(bytes.data(), bytes.size());
+        EXPECT_EQ(output.sha256, digest.Text());
+        EXPECT_EQ(output.size, bytes.size());
+    }
+    EXPECT_TRUE(result->problems.empty());
+    EXPECT_TRUE(m_lines.empty());
+}
+
+TEST_F(Exports, GiveContainersThatPlay) {
+    Record({{0, 0, 60, true}, {3, 0, 60, false, kH265Sets}});
+    for (const Container container : {Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.replace = true;
+        const auto result = Run(request);
+        ASSERT_TRUE(result);
+        const ContainerFile file = ContainerFile::Read(File("out"));
+        const bool matroska = container == Container::Matroska;
+        ASSERT_EQ(file.streams.size(), matroska ? 3u : 2u);
+        EXPECT_EQ(file.streams[0].codec, "h264");
+        EXPECT_EQ(file.streams[matroska ? 2 : 1].codec, "hevc");
+        EXPECT_EQ(file.packets.size(), matroska ? 900u : 600u);
+        EXPECT_EQ(result->leftOut.size(), matroska ? 0u : 1u);
+        if (!matroska) {
+            EXPECT_EQ(result->leftOut[0].frames, 300u);
+            EXPECT_EQ(result->leftOut[0].reason, LeftOutReason::NotForContainer);
+        }
+    }
+}
+
+TEST_F(Exports, AreTheSameEachTime) {
+    Record({{0, 0, 60, true}});
+    for (const Container container : {Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.replace = true;
+        Run(request);
+        const std::string first = ReadFile(File("out"));
+        const std::string manifest = ReadFile(File("out.json"));
+        Run(request);
+        EXPECT_TRUE(ReadFile(File("out")) == first);
+        EXPECT_EQ(ReadFile(File("out.json")), manifest);
+    }
+}
+
+TEST_F(Exports, KnowTracksThatBeginLate) {
+    Record({{0, 0, 60, false}, {1, 40, 60, true}});
+    const auto result = Run(Request(Container::Matroska));
+    ASSERT_TRUE(result);
+    EXPECT_TRUE(result->leftOut.empty());
+    ASSERT_EQ(result->tracks.size(), 3u);
+    EXPECT_EQ(result->tracks[1].channel, 1u);
+    EXPECT_EQ(result->tracks[1].frames, 100u);
+    EXPECT_EQ(result->tracks[2].frames, 100u);
+}
+
+TEST_F(Exports, TryLaterKeyFramesOfACamera) {
+    Record({{0, 0, 60, false}, {1, 0, 60, false}});
+    // The first key frame's sequence parameter set has lost its identifier's value, so that it says nothing.
+    recordings::Frame first;
+    {
+        const recordings::Disk& disk = Open();
+        const recordings::BlockList blocks = recordings::BlockList::Read(disk);
+        recordings::RangeFrames frames(disk, blocks, {}, [](const recordings::Problem&) {});
+        ASSERT_TRUE(frames.Next(first));
+    }
+    const uint8_t gone = 0x60; // a unit of no known type
+    Image().Write(Image().FrameOffset(first.block, first.offset) + 24 + 4, &gone, 1);
+    const auto result = Run(Request(Container::Matroska));
+    ASSERT_TRUE(result);
+    EXPECT_TRUE(result->leftOut.empty());
+    ASSERT_EQ(result->tracks.size(), 2u);
+    EXPECT_EQ(result->tracks[0].Codec(), "h264");
+    EXPECT_EQ(result->tracks[0].frames, 300u);
+}
+
+TEST_F(Exports, SayWhatAContainerCannotHold) {
+    Record({{0, 0, 10, false, {0, 0, 0, 1, 0x09}}, {1, 0, 10, false, {0, 0, 0, 1, 0x09}}});
+    const auto result = Run(Request(Container::Matroska));
+    ASSERT_TRUE(result);
+    EXPECT_TRUE(result->outputs.empty());
+    ASSERT_EQ(result->leftOut.size(), 2u);
+    EXPECT_EQ(result->leftOut[0].reason, LeftOutReason::EncodingUnknown);
+    EXPECT_EQ(result->leftOut[0].description, "its encoding is not known");
+    EXPECT_EQ(Files(), std::vector<std::string>());
+}
+
+TEST_F(Exports, MakeNothingOfNothing) {
+    Record({{0, 0, 10, false}});
+    for (const Container container : {Container::Raw, Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.range = {kStart + 1000, kStart + 2000};
+        EXPECT_FALSE(Run(request));
+        EXPECT_EQ(Files(), std::vector<std::string>());
+    }
+}
+
+TEST_F(Exports, EndWhenToldToAndLeaveNothing) {
+    Record({{0, 0, 60, true}});
+    for (const Container container : {Container::Raw, Container::Matroska, Container::Mp4}) {
+        int most = 0;
+        Run(Request(container), [&most](const recordings::Progress&) { return ++most > 0; });
+        ASSERT_GT(most, 3);
+        for (const std::string& name : Files()) {
+            fs::remove(File(name));
+        }
+        for (int last = 0; last < most; ++last) {
+            int asked = 0;
+            const auto begin = std::chrono::steady_clock::now();
+            try {
+                Run(Request(container), [&](const recordings::Progress&) { return asked++ < last; });
+                ADD_FAILURE() << last << " of " << most;
+            } catch (const recordings::Error& error) {
+                EXPECT_EQ(error.Kind(), recordings::ErrorKind::Cancelled);
+            }
+            EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+            EXPECT_EQ(Files(), std::vector<std::string>()) << last;
+        }
+    }
+}
+
+TEST_F(Exports, TellOfAllThatIsThere) {
+    m_settings.vehicleNum = "47\xFF";
+    Record({{0, 0, 20, false}, {2, 0, 60, true}}, false, 2);
+    ExportRequest request = Request(Container::Matroska);
+    request.channels = {0x4};
+    request.range = {kStart, kStart + 29};
+    request.toGiven = true;
+    request.skewSeconds = -5;
+    request.zone = "Europe/Berlin";
+    const auto result = Run(request);
+    ASSERT_TRUE(result);
+    const Json manifest = Manifest();
+    EXPECT_EQ(manifest["schema_version"], 1);
+    EXPECT_EQ(manifest["made"], "2026-11-22T08:00:00Z");
+    EXPECT_EQ(manifest["partition"], Image().Path());
+    EXPECT_EQ(manifest["device_size_bytes"], fs::file_size(Image().Path()));
+    EXPECT_EQ(manifest["vehicle_number"], "47\xEF\xBF\xBD"); // what is no text is replaced
+    EXPECT_EQ(manifest["vehicle_id"], "bus");
+    EXPECT_EQ(manifest["skew_seconds"], -5);
+    EXPECT_EQ(manifest["zone"], "Europe/Berlin");
+    EXPECT_EQ(manifest["from"], nullptr);
+    EXPECT_EQ(manifest["to"], "t" + std::to_string((kStart + 29) * kSecond));
+    EXPECT_EQ(manifest["start"], "t" + std::to_string(kStart * kSecond));
+    EXPECT_EQ(manifest["end"], "t" + std::to_string((kStart + 29) * kSecond + 800000));
+    EXPECT_EQ(manifest["container"], "matroska");
+    ASSERT_EQ(manifest["outputs"].size(), 1u);
+    EXPECT_EQ(manifest["outputs"][0]["file"], "out");
+    EXPECT_EQ(manifest["outputs"][0]["sha256"], result->outputs[0].sha256);
+    ASSERT_EQ(manifest["tracks"].size(), 2u);
+    EXPECT_EQ(manifest["tracks"][0]["frame_count"], 150);
+    EXPECT_EQ(manifest["tracks"][0]["key_frame_count"], 30);
+    EXPECT_EQ(manifest["tracks"][1]["media"], "audio");
+    EXPECT_EQ(manifest["tracks"][1]["codec"], "pcm_alaw");
+    EXPECT_EQ(manifest["tracks"][1]["sample_rate"], 8000);
+    EXPECT_EQ(manifest["events"].size(), 2u);
+    EXPECT_EQ(manifest["events"][0]["event_types"], 1);
+    EXPECT_EQ(manifest["event_without_chapter_count"], 0);
+    EXPECT_FALSE(manifest["blocks"].empty());
+    for (const Json& record : manifest["blocks"][0]["records"]) {
+        EXPECT_EQ(record["channel"], 2);
+    }
+    EXPECT_EQ(manifest["losses"], Json::array());
+    EXPECT_EQ(manifest["left_out"], Json::array());
+}
+
+TEST_F(Exports, NameWhatIsLost) {
+    Record({{0, 0, 60, false}});
+    const std::vector<uint8_t> zeros(2000);
+    Image().Write(Image().FrameOffset(2, 10000), zeros.data(), zeros.size());
+    const auto result = Run(Request(Container::Matroska));
+    ASSERT_TRUE(result);
+    EXPECT_FALSE(m_lines.empty());
+    const Json losses = Manifest()["losses"];
+    ASSERT_FALSE(losses.empty());
+    EXPECT_EQ(losses[0]["problem"], "bytes_damaged");
+    EXPECT_EQ(losses[0]["block"], 2);
+    EXPECT_GE(losses[0]["size_bytes"], 2000);
+    EXPECT_NE(losses[0]["text"].get<std::string>().find("block 2"), std::string::npos);
+    EXPECT_EQ(result->problems.size(), losses.size() + Manifest()["notes"].size());
+}
+
+TEST_F(Exports, ShowSoManyEventsAsChapters) {
+    // As many as chapters, and some more.
+    sample_recorder::Format format;
+    format.blockCount = 8;
+    format.blockSize = 0x100000;
+    MakeDisk(format);
+    m_settings.channels = 1;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    for (uint32_t i = 0; i < kMostChapters + 7; ++i) {
+        const int64_t time = (kStart + i / 10) * kSecond + i % 10 * 100000;
+        if (i % 10 == 0) {
+            Write(recorder, KeyFrame(0, time, 300));
+        }
+        recorder.WriteEvent(time + 1, 2, 0);
+    }
+    recorder.PowerOff();
+    const auto result = Run(Request(File("out"), Container::Matroska));
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->events.size(), kMostChapters + 7);
+    EXPECT_EQ(result->eventsWithoutChapter, 7u);
+    EXPECT_EQ(Manifest()["event_without_chapter_count"], 7);
+    EXPECT_EQ(ContainerFile::Read(File("out")).chapters.size(), kMostChapters);
+}
+
+TEST_F(Exports, AreRefusedBeforeTheWorkBegins) {
+    Record({{0, 0, 10, false}});
+    std::ofstream(File("out.json")) << "precious";
+    for (const Container container : {Container::Raw, Container::Matroska}) {
+        int asked = 0;
+        try {
+            Run(Request(container), [&asked](const recordings::Progress&) { return ++asked > 0; });
+            ADD_FAILURE();
+        } catch (const Error& error) {
+            EXPECT_EQ(error.Kind(), ErrorKind::OutputExists);
+            EXPECT_EQ(error.what(), File("out.json") + ": exists already");
+        }
+        EXPECT_EQ(asked, 0);
+    }
+    EXPECT_EQ(Files(), std::vector<std::string>{"out.json"});
+}
+
+TEST_F(Exports, AreForeseenByIndexesAndHeads) {
+    Record({{0, 0, 60, true}, {1, 10, 45, false}});
+    const recordings::Disk& disk = Open();
+    const recordings::BlockList blocks = recordings::BlockList::Read(disk);
+    ASSERT_GT(blocks.All().size(), 8u);
+    const Survey survey = MakeSurvey(disk, blocks, {}, {});
+    ASSERT_EQ(survey.beginnings.size(), 2u);
+    EXPECT_EQ(survey.beginnings[0].channels.bits, 0x1u);
+    EXPECT_EQ(survey.beginnings[0].block, 0u);
+    EXPECT_EQ(survey.beginnings[1].channels.bits, 0x2u);
+    ASSERT_EQ(survey.lastFrames.size(), 3u);
+    EXPECT_EQ((survey.lastFrames.at({0, false}).time), (kStart + 59) * kSecond + 800000);
+    EXPECT_EQ((survey.lastFrames.at({0, false}).size), 504u);
+    EXPECT_EQ((survey.lastFrames.at({0, true}).size), 1600u);
+    // The second camera ends in a block of which only the index is looked at first.
+    EXPECT_EQ((survey.lastFrames.at({1, false}).time), (kStart + 44) * kSecond + 800000);
+    EXPECT_EQ(survey.keyFrames, 95u);
+    const auto between = [&](const std::set<TrackKey>& tracks, double leastHead, double mostHead,
+                             uint64_t frames) {
+        uint64_t bytes = 0;
+        for (const TrackKey& key : tracks) {
+            bytes += m_bytes[key];
+        }
+        const auto found = static_cast<double>(survey.BytesOf(tracks));
+        const double count = static_cast<double>(frames);
+        EXPECT_GE(found, static_cast<double>(bytes) + leastHead * count);
+        EXPECT_LE(found, static_cast<double>(bytes) + mostHead * count);
+    };
+    between({{0, false}, {0, true}, {1, false}}, 20, 24, 775);
+    between({{1, false}}, 20, 24, 175);
+    // The share of a channel's video is estimated, from the first block and the last.
+    between({{0, false}}, 0, 40, 300);
+    EXPECT_EQ(survey.BytesOf({}), 0u);
+}
+
+} // namespace
