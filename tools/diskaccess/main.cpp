@@ -52,10 +52,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddRangeOptions)
             .Takes(AddChannelOption)
             .Takes(AddExportOptions)
-            .Does([](const Options& options, const std::string& name) {
-                Job job(options, name);
-                return Export(job);
-            }),
+            .Does(Asks(Export)),
         Command("dump", "The partition field by field, as it lies on the block device: for those who know "
                         "the format")
             .Takes(AddPartition)

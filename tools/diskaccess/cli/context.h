@@ -9,10 +9,10 @@
 #include "cli/failure.h"
 #include "cli/options.h"
 #include "cli/output.h"
+#include "cli/partition_file.h"
 #include "cli/problems.h"
 #include "cli/progress.h"
 #include "cli/query.h"
-#include "partition_file.h"
 #include "recordings/blocks.h"
 #include "recordings/disk.h"
 #include "render/renderer.h"
@@ -37,6 +37,8 @@ public:
     uint32_t ReadDiskTime(const std::string& text) const;
 
     const recordings::Disk& Disk() const { return *m_disk; }
+    /// What no output may take the place of.
+    const media::SourceIdentity& Source() const { return m_file.Identity(); }
     /// The blocks that hold recordings. Read from the disk when first asked for.
     const recordings::BlockList& Blocks();
     /// A block that holds a recording; null when that of this number does not.

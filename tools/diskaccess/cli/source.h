@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "partition_file.h"
+#include "cli/partition_file.h"
 #include "recordings/source.h"
 
 namespace diskaccess {

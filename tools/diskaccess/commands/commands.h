@@ -2,7 +2,6 @@
 #define DISKACCESS_COMMANDS_H
 
 #include "cli/context.h"
-#include "job.h"
 
 namespace diskaccess {
 
@@ -15,8 +14,7 @@ ExitCode Days(Context& context);
 ExitCode Units(Context& context);
 ExitCode Space(Context& context);
 ExitCode Play(Context& context);
-
-ExitCode Export(Job& job);
+ExitCode Export(Context& context);
 
 /// Takes any device as it is, also one that holds no partition.
 ExitCode Dump(const Options& options);

@@ -12,7 +12,7 @@
 #include "cli/query.h"
 #include "commands/commands.h"
 #include "commands/loop_device.h"
-#include "partition_file.h"
+#include "cli/partition_file.h"
 #include "render/printable.h"
 
 namespace diskaccess {

@@ -1,8 +1,6 @@
-#include "interruption.h"
+#include "cli/interruption.h"
 
 #include <csignal>
-
-#include "cli/failure.h"
 
 namespace diskaccess {
 
@@ -24,10 +22,8 @@ Interruption::~Interruption() {
     std::signal(SIGTERM, m_atTermination);
 }
 
-void Interruption::EndIfAsked() {
-    if (g_asked != 0) {
-        throw Failure("interrupted; nothing was kept");
-    }
+bool Interruption::Asked() {
+    return g_asked != 0;
 }
 
 } // namespace diskaccess

@@ -3,7 +3,7 @@
 
 namespace diskaccess {
 
-/// Has SIGINT and SIGTERM end the work at its next step, for as long as it lives: what was begun is then removed.
+/// Keeps SIGINT and SIGTERM from ending the program while it lives. The work asks whether one has come, and cleans up.
 class Interruption {
 public:
     Interruption();
@@ -11,8 +11,8 @@ public:
     Interruption(const Interruption&) = delete;
     Interruption& operator=(const Interruption&) = delete;
 
-    /// @throws Failure when such a signal has come
-    static void EndIfAsked();
+    /// Whether such a signal has come.
+    static bool Asked();
 
 private:
     using Handler = void (*)(int);

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "disk_access.h"
-#include "source_identity.h"
+#include "media/source_identity.h"
 
 namespace diskaccess {
 
@@ -22,7 +22,7 @@ public:
     int Descriptor() const { return m_fd; }
     bool IsBlockDevice() const { return m_isBlockDevice; }
     /// Tells what must not be written.
-    const SourceIdentity& Identity() const { return m_identity; }
+    const media::SourceIdentity& Identity() const { return m_identity; }
     /// The name that the library is to open.
     PartAccess_t Access() const;
 
@@ -34,7 +34,7 @@ private:
     std::string m_path;
     int m_fd = -1;
     bool m_isBlockDevice = false;
-    SourceIdentity m_identity;
+    media::SourceIdentity m_identity;
 };
 
 } // namespace diskaccess

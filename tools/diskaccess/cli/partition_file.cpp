@@ -1,4 +1,4 @@
-#include "partition_file.h"
+#include "cli/partition_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
