@@ -450,8 +450,13 @@ private:
             if (block.unreadable || block.wiped) {
                 Note(i, block.unreadable ? ProblemKind::BlockUnreadable : ProblemKind::BlockWiped,
                      Severity::Loss);
-            } else if (!block.headSound) {
+                continue;
+            }
+            if (!block.headSound) {
                 Note(i, ProblemKind::HeadDamaged, Severity::Note);
+            }
+            if (TailUnreadable(block.number)) {
+                Note(i, ProblemKind::TailDamaged, Severity::Note);
             }
         }
         for (const uint32_t place : m_retired) {
@@ -463,6 +468,12 @@ private:
                 {{ends.recTime, std::max(ends.recTime, ends.Closed() ? ends.tail.EndTime : kUnknownEnd)},
                  problem});
         }
+    }
+
+    /// Whether the disk does not deliver a tail, though it reaches as far.
+    bool TailUnreadable(uint32_t number) const {
+        const uint64_t end = m_disk.StartOf(number) + m_disk.Facts().blockSize;
+        return !m_ends[number].tailRead && end <= m_disk.Bytes().Size();
     }
 
     void NoteHeadless() {

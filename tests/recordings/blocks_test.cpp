@@ -180,6 +180,7 @@ TEST_F(Blocks, AnUnreadableTailAloneLosesNothing) {
     Fail(Image().TailOffset(2), Image().TailOffset(2) + 20);
     EXPECT_EQ(Numbers(), kAll);
     EXPECT_EQ((RecordingsFixture::Blocks())[2], "2:3 3000-3000 o");
+    EXPECT_EQ(Problems(), Lines{"tail_damaged note block 2"});
 }
 
 TEST_F(Blocks, AWipedBlockIsNamedInTheMiddleAndAtTheEnds) {
