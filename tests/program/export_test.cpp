@@ -20,6 +20,7 @@ using namespace sample_recorder;
 using Json = nlohmann::json;
 
 constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
+constexpr uint32_t kSectorSize = 512;   // what a worn disk fails to deliver at least
 
 /// A frame as it was recorded.
 struct Recorded {
@@ -84,6 +85,15 @@ protected:
         return RunProgram(options, setting);
     }
 
+    /// A disk that does not deliver some bytes.
+    ProgramSetting BadBytes(uint64_t from, uint64_t size) {
+        ProgramSetting setting;
+        setting.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_BAD_FILE=" + File("disk"),
+                               "SHIM_BAD_FROM=" + std::to_string(from),
+                               "SHIM_BAD_TO=" + std::to_string(from + size)};
+        return setting;
+    }
+
     /// Exports elementary streams, and compares them with what was recorded and not lost.
     Json Compare(int exitCode, std::vector<std::string> options = {}, const ProgramSetting& setting = {}) {
         options.insert(options.begin(), {"--raw", "--force"});
@@ -125,9 +135,10 @@ protected:
         return i + n;
     }
 
-    /// Marks frames as lost, and with them all video behind them up to each channel's next key frame.
-    void Lose(size_t first, size_t last) {
-        bool waiting[2] = {true, true};
+    /// Marks frames as lost, and with them all video after them up to the next key frame of each channel that the reader
+    /// knows to have lost something, or cannot tell.
+    void Lose(size_t first, size_t last, uint32_t channels = 3) {
+        bool waiting[2] = {(channels & 1u) != 0, (channels & 2u) != 0};
         for (size_t i = first; i < m_recorded.size(); ++i) {
             Recorded& recorded = m_recorded[i];
             const bool video = recorded.frame.type <= kVideoI;
@@ -136,6 +147,24 @@ protected:
             }
             recorded.lost = recorded.lost || i <= last || (video && waiting[recorded.frame.channel]);
         }
+    }
+
+    /// Where a frame ends in its block's frame area.
+    uint32_t EndOf(size_t entry) const {
+        return m_recorded[entry].offset + 24 + static_cast<uint32_t>(m_recorded[entry].frame.payload.size());
+    }
+
+    /// Marks as lost what lies in a sector of a block's frame area, as Lose().
+    void LoseSector(uint32_t block, uint32_t sector) {
+        size_t first = FrameOf(block, 0);
+        while (EndOf(first) <= sector) {
+            ++first;
+        }
+        size_t last = first;
+        while (m_recorded[last + 1].offset < sector + kSectorSize) {
+            ++last;
+        }
+        Lose(first, last);
     }
 
     uint64_t HeadOf(size_t entry) {
@@ -163,7 +192,7 @@ TEST_F(Export, NeedsNoEndMark) {
 
 TEST_F(Export, LeavesOutWhatThePreviousTurnLeftBehind) {
     Record();
-    // The block that was never closed was recorded before, an hour ago: behind its last frame lies an old one.
+    // The block that was never closed was recorded before, an hour ago: after its last frame lies an old one.
     const Recorded& last = m_recorded.back();
     const uint64_t end = HeadOf(m_recorded.size() - 1) + 24 + last.frame.payload.size();
     FrameHead_t stale = {Pts(kStart - 3600), BLOCK_MAGIC, 1, 0, 100};
@@ -172,18 +201,32 @@ TEST_F(Export, LeavesOutWhatThePreviousTurnLeftBehind) {
     Compare(0);
 }
 
+/// The kinds of the problems in a list of the manifest.
+std::vector<std::string> KindsOf(const Json& problems) {
+    std::vector<std::string> kinds;
+    for (const Json& problem : problems) {
+        kinds.push_back(problem["problem"]);
+    }
+    return kinds;
+}
+
 TEST_F(Export, PassesAHeadThatIsGone) {
     Record();
     const size_t damaged = FrameOf(2, 20);
+    ASSERT_EQ(m_recorded[damaged].frame.channel, 1u);
     Disk().Change<FrameHead_t>(HeadOf(damaged), [](FrameHead_t& head) { head.sync ^= 0x10; });
-    Lose(damaged, damaged);
+    // The index shows that channel 1 is short of a frame, and channel 0 is not.
+    Lose(damaged, damaged, 2);
     const Json manifest = Compare(3);
-    ASSERT_EQ(manifest["losses"].size(), 1u);
+    ASSERT_EQ(KindsOf(manifest["losses"]), (std::vector<std::string>{"bytes_damaged", "not_decodable"}));
     const Json& loss = manifest["losses"][0];
     EXPECT_EQ(loss["block"], 2);
     EXPECT_EQ(loss["offset"], m_recorded[damaged].offset);
-    EXPECT_EQ(loss["bytes"], 24 + m_recorded[damaged].frame.payload.size());
-    EXPECT_EQ(loss["reason"], "damaged");
+    EXPECT_EQ(loss["size_bytes"], 24 + m_recorded[damaged].frame.payload.size());
+    EXPECT_EQ(loss["start"], "2026-11-20T14:00:17.240000Z");
+    EXPECT_EQ(loss["end"], "2026-11-20T14:00:17.300000Z");
+    EXPECT_EQ(manifest["losses"][1]["channel"], 1);
+    EXPECT_EQ(manifest["losses"][1]["count"], 3);
     EXPECT_EQ(m_messages.rfind("diskaccess: block 2: ", 0), 0u) << m_messages;
 }
 
@@ -193,9 +236,10 @@ TEST_F(Export, PassesAFrameWhoseLengthIsWrong) {
         const size_t damaged = FrameOf(3, 10);
         const auto good = Disk().Get<FrameHead_t>(HeadOf(damaged));
         Disk().Change<FrameHead_t>(HeadOf(damaged), [length](FrameHead_t& head) { head.len = length; });
-        Lose(damaged, damaged);
+        // The next head tells how long the frame is: it is there, with its head in doubt.
         const Json manifest = Compare(3);
-        ASSERT_EQ(manifest["losses"].size(), 1u) << length;
+        ASSERT_EQ(KindsOf(manifest["losses"]), std::vector<std::string>{"frame_damaged"}) << length;
+        EXPECT_EQ(manifest["losses"][0]["block"], 3) << length;
         EXPECT_EQ(manifest["losses"][0]["offset"], m_recorded[damaged].offset) << length;
         Disk().Put(HeadOf(damaged), good);
     }
@@ -205,8 +249,11 @@ TEST_F(Export, PassesATimeStampThatIsWrong) {
     Record();
     const size_t damaged = FrameOf(1, 30);
     Disk().Change<FrameHead_t>(HeadOf(damaged), [](FrameHead_t& head) { head.pts ^= int64_t{1} << 45; });
-    Lose(damaged, damaged);
-    EXPECT_EQ(Compare(3)["losses"].size(), 1u);
+    // Its neighbours tell when it was: it is there, with its head in doubt.
+    const Json manifest = Compare(3);
+    ASSERT_EQ(KindsOf(manifest["losses"]), std::vector<std::string>{"frame_damaged"});
+    EXPECT_EQ(manifest["losses"][0]["offset"], m_recorded[damaged].offset);
+    EXPECT_EQ(manifest["end"], "2026-11-20T14:01:29.960000Z");
 }
 
 TEST_F(Export, PassesAStretchThatWasWrittenOver) {
@@ -220,8 +267,10 @@ TEST_F(Export, PassesAStretchThatWasWrittenOver) {
         Disk().Write(from, bytes.data(), bytes.size());
         Lose(first, last);
         const Json manifest = Compare(3);
-        ASSERT_EQ(manifest["losses"].size(), 1u);
+        ASSERT_EQ(KindsOf(manifest["losses"]),
+                  (std::vector<std::string>{"bytes_damaged", "not_decodable", "not_decodable"}));
         EXPECT_EQ(manifest["losses"][0]["offset"], m_recorded[first].offset);
+        EXPECT_EQ(manifest["losses"][0]["size_bytes"], EndOf(last) - m_recorded[first].offset);
     }
 }
 
@@ -239,34 +288,27 @@ TEST_F(Export, PassesTheEndOfABlockThatWasWrittenOver) {
 TEST_F(Export, PassesWhatTheDiskDoesNotDeliver) {
     Record();
     const size_t damaged = FrameOf(2, 30);
-    ProgramSetting setting;
-    setting.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_BAD_FILE=" + File("disk"),
-                           "SHIM_BAD_FROM=" + std::to_string(HeadOf(damaged) + 30),
-                           "SHIM_BAD_TO=" + std::to_string(HeadOf(damaged) + 31)};
     ASSERT_GT(m_recorded[damaged].frame.payload.size(), 30u);
-    Lose(damaged, damaged);
-    const Json manifest = Compare(3, {}, setting);
-    ASSERT_EQ(manifest["losses"].size(), 1u);
-    EXPECT_EQ(manifest["losses"][0]["reason"], "unreadable");
+    const uint32_t sector = (m_recorded[damaged].offset + 30) / kSectorSize * kSectorSize;
+    LoseSector(2, sector);
+    const Json manifest = Compare(3, {}, BadBytes(HeadOf(damaged) + 30, 1));
+    ASSERT_EQ(KindsOf(manifest["losses"]),
+              (std::vector<std::string>{"bytes_unreadable", "not_decodable", "not_decodable"}));
+    EXPECT_EQ(manifest["losses"][0]["block"], 2);
+    EXPECT_EQ(manifest["losses"][0]["offset"], sector);
+    EXPECT_EQ(manifest["losses"][0]["size_bytes"], kSectorSize);
 }
 
 TEST_F(Export, PassesAHeadThatTheDiskDoesNotDeliver) {
     Record();
     const size_t damaged = FrameOf(2, 30);
-    ProgramSetting setting;
-    setting.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_BAD_FILE=" + File("disk"),
-                           "SHIM_BAD_FROM=" + std::to_string(HeadOf(damaged)),
-                           "SHIM_BAD_TO=" + std::to_string(HeadOf(damaged) + 24)};
-    // What follows is looked for 4 KiB at a time, from behind the last head that was read.
-    const uint64_t resumed = HeadOf(damaged - 1) + 24 + 4096;
-    size_t last = damaged;
-    while (HeadOf(last + 1) < resumed) {
-        ++last;
-    }
-    Lose(damaged, last);
-    const Json manifest = Compare(3, {}, setting);
-    ASSERT_EQ(manifest["losses"].size(), 1u);
-    EXPECT_EQ(manifest["losses"][0]["reason"], "unreadable");
+    const uint32_t sector = m_recorded[damaged].offset / kSectorSize * kSectorSize;
+    ASSERT_LE(m_recorded[damaged].offset + 24, sector + kSectorSize);
+    LoseSector(2, sector);
+    const Json manifest = Compare(3, {}, BadBytes(HeadOf(damaged), 24));
+    ASSERT_EQ(KindsOf(manifest["losses"]),
+              (std::vector<std::string>{"bytes_unreadable", "not_decodable", "not_decodable"}));
+    EXPECT_EQ(manifest["losses"][0]["offset"], sector);
 }
 
 TEST_F(Export, TakesWhatIsLeftOfACopyThatWasCutOff) {
@@ -276,44 +318,69 @@ TEST_F(Export, TakesWhatIsLeftOfACopyThatWasCutOff) {
     for (size_t i = 0; i < m_recorded.size(); ++i) {
         m_recorded[i].lost = HeadOf(i) + 24 + m_recorded[i].frame.payload.size() > end;
     }
-    const Json manifest = Compare(1);
-    EXPECT_EQ(manifest["blocks"].size(), 5u);
-    EXPECT_EQ(manifest["blocks"][4]["indexed"], false);
-    EXPECT_NE(m_messages.find("is cut off after"), std::string::npos) << m_messages;
+    const Json manifest = Compare(3);
+    ASSERT_EQ(manifest["blocks"].size(), 5u);
+    EXPECT_EQ(manifest["blocks"][4]["closed"], false);
+    ASSERT_EQ(KindsOf(manifest["losses"]), (std::vector<std::string>{"device_cut_off", "bytes_unreadable"}));
+    EXPECT_EQ(manifest["losses"][0]["block"], 4);
+    EXPECT_EQ(manifest["losses"][0]["count"], 12);
+    EXPECT_EQ(manifest["losses"][1]["block"], 4);
+    EXPECT_EQ(manifest["losses"][1]["offset"], 0x5000);
+    EXPECT_NE(m_messages.find("is cut off: 12 blocks from block 4 on are missing"), std::string::npos)
+        << m_messages;
 }
 
-TEST_F(Export, TakesWhatIsLeftWhenTheSearchMeetsABlockItCannotRead) {
+TEST_F(Export, ReadsABlockWhoseHeadIsUnreadable) {
     Record();
-    ProgramSetting setting;
-    const uint64_t head = Disk().HeadOffset(3);
-    setting.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_BAD_FILE=" + File("disk"),
-                           "SHIM_BAD_FROM=" + std::to_string(head),
-                           "SHIM_BAD_TO=" + std::to_string(head + 4)};
-    Lose(FrameOf(3, 0), FrameOf(4, 0) - 1);
-    const Json manifest = Compare(3, {}, setting);
-    EXPECT_EQ(manifest["missing_blocks"].size(), 1u);
+    const Json manifest = Compare(0, {}, BadBytes(Disk().HeadOffset(3), 4));
+    EXPECT_EQ(KindsOf(manifest["notes"]), std::vector<std::string>{"head_damaged"});
+    EXPECT_NE(m_messages.find("block 3: its head is damaged; it is read all the same"), std::string::npos);
 }
 
 TEST_F(Export, ReadsABlockWhoseTailIsUnreadable) {
     Record();
-    ProgramSetting setting;
-    const uint64_t tail = Disk().TailOffset(3);
-    setting.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_BAD_FILE=" + File("disk"),
-                           "SHIM_BAD_FROM=" + std::to_string(tail),
-                           "SHIM_BAD_TO=" + std::to_string(tail + 4)};
-    const Json manifest = Compare(3, {}, setting);
-    EXPECT_EQ(manifest["losses"].size(), 0u);
-    EXPECT_NE(m_messages.find("what block 3 holds may be missing here"), std::string::npos) << m_messages;
+    const Json manifest = Compare(0, {}, BadBytes(Disk().TailOffset(3), 4));
+    EXPECT_EQ(KindsOf(manifest["notes"]), std::vector<std::string>{"tail_damaged"});
+    EXPECT_NE(m_messages.find("block 3: its tail is damaged; it is read all the same"), std::string::npos);
 }
 
-TEST_F(Export, WaitsForAKeyFrameBehindAMissingBlock) {
+TEST_F(Export, NamesABlockThatTheDiskDoesNotDeliver) {
+    Record();
+    const uint32_t newest = m_recorded.back().block;
+    for (const uint32_t block : {0u, 3u, newest}) {
+        for (Recorded& recorded : m_recorded) {
+            recorded.lost = false;
+        }
+        const size_t first = FrameOf(block, 0);
+        Lose(first, block == newest ? m_recorded.size() - 1 : FrameOf(block + 1, 0) - 1);
+        const Json manifest = Compare(3, {}, BadBytes(Disk().HeadOffset(block), Disk().BlockSize()));
+        std::vector<std::string> kinds = KindsOf(manifest["losses"]);
+        ASSERT_FALSE(kinds.empty());
+        EXPECT_EQ(kinds[0], "block_unreadable") << block;
+        EXPECT_EQ(manifest["losses"][0]["block"], block);
+        EXPECT_EQ(std::count(kinds.begin(), kinds.end(), "block_unreadable"), 1) << block;
+        EXPECT_EQ(m_messages.find("not there any more"), std::string::npos) << m_messages;
+    }
+}
+
+TEST_F(Export, ReadsABlockWhoseHeadIsDamaged) {
     Record();
     Disk().Change<BlockHead_t>(Disk().HeadOffset(3), [](BlockHead_t& head) { head.ValidFlag = 0; });
+    const Json manifest = Compare(0);
+    EXPECT_EQ(KindsOf(manifest["notes"]), std::vector<std::string>{"head_damaged"});
+}
+
+TEST_F(Export, WaitsForAKeyFrameAfterABlockThatWasWiped) {
+    Record();
+    const std::vector<uint8_t> zeros(Disk().BlockSize());
+    Disk().Write(Disk().HeadOffset(3), zeros.data(), zeros.size());
     Lose(FrameOf(3, 0), FrameOf(4, 0) - 1);
     const Json manifest = Compare(3);
-    EXPECT_EQ(manifest["missing_blocks"], (Json{{{"after_block", 2}, {"before_block", 4}, {"count", 1}}}));
-    EXPECT_NE(m_messages.find("between blocks 2 and 4: what was recorded is not there any more"),
-              std::string::npos);
+    ASSERT_FALSE(manifest["losses"].empty());
+    EXPECT_EQ(manifest["losses"][0]["problem"], "block_wiped");
+    EXPECT_EQ(manifest["losses"][0]["block"], 3);
+    EXPECT_NE(m_messages.find("block 3: was recorded, but holds no recording any more"), std::string::npos)
+        << m_messages;
 }
 
 TEST_F(Export, TakesASuspectBlockButNoBadOne) {
@@ -511,7 +578,8 @@ TEST_F(Export, AppliesTheSkewOfTheRecordersClock) {
     const ProgramResult result = Run({"--raw", "--json", "--skew", "3600", "--from", "2026-11-20 13:00:05"});
     EXPECT_EQ(Json::parse(result.out)["tracks"][0]["start"], "2026-11-20T13:00:05.000000Z");
     const Json manifest = Json::parse(ReadFile(File("out.json")));
-    EXPECT_EQ(manifest["clock"], (Json{{"skew_seconds", 3600}, {"zone", "UTC"}}));
+    EXPECT_EQ(manifest["skew_seconds"], 3600);
+    EXPECT_EQ(manifest["zone"], "UTC");
 }
 
 } // namespace
