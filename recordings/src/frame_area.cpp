@@ -1,6 +1,7 @@
 #include "frame_area.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -20,18 +21,47 @@ constexpr uint32_t kHeadsPiece = 256 * 1024;
 /// Frame areas up to this size are kept whole. Recorders use blocks of a few megabytes.
 constexpr uint32_t kLargestKept = 64 * 1024 * 1024;
 
+/// Memory that callers hold is looked at again for this many blocks: most give it back soon.
+constexpr size_t kMostLent = 3;
+
 } // namespace
 
-uint8_t* FrameBuffer::Room(size_t size, size_t kept) {
-    if (size > m_size) {
-        std::unique_ptr<uint8_t[]> larger(new uint8_t[size]); // not cleared: it is read into
-        if (kept != 0) {
-            std::memcpy(larger.get(), m_bytes.get(), kept);
-        }
-        m_bytes = std::move(larger);
-        m_size = size;
+bool FrameBuffer::Serves(const Memory& memory, size_t size) {
+    if (memory.size < size || memory.bytes.use_count() != 1) {
+        return false;
     }
-    return m_bytes.get();
+    // Another thread may have been the last to hold it: what it read there comes before what is written now.
+    std::atomic_thread_fence(std::memory_order_acquire);
+    return true;
+}
+
+FrameBuffer::Memory FrameBuffer::Take(size_t size) {
+    const auto spare = std::find_if(m_lent.begin(), m_lent.end(),
+                                    [size](const Memory& memory) { return Serves(memory, size); });
+    if (spare != m_lent.end()) {
+        const Memory memory = *spare;
+        m_lent.erase(spare);
+        return memory;
+    }
+    return {std::shared_ptr<uint8_t[]>(new uint8_t[size]), size}; // not cleared: it is read into
+}
+
+uint8_t* FrameBuffer::Room(size_t size, size_t kept) {
+    if (size == 0 || Serves(m_memory, size)) {
+        return m_memory.bytes.get();
+    }
+    const Memory before = m_memory;
+    m_memory = Take(std::max(size, kept));
+    if (kept != 0) {
+        std::memcpy(m_memory.bytes.get(), before.bytes.get(), kept);
+    }
+    if (before.bytes.use_count() > 1) {
+        m_lent.push_back(before);
+    }
+    if (m_lent.size() > kMostLent) {
+        m_lent.erase(m_lent.begin()); // its last holder frees it
+    }
+    return m_memory.bytes.get();
 }
 
 FrameArea::FrameArea(const Disk& disk, uint32_t block, Want want, FrameBuffer& buffer,
@@ -98,7 +128,9 @@ void FrameArea::Load(uint32_t offset, uint32_t size) {
         MoveWindow(offset, size);
         return;
     }
-    m_data = m_buffer.Room(m_size, m_to);
+    if (m_to == 0) {
+        m_data = m_buffer.Room(m_size, 0);
+    }
     while (m_to < offset + size) {
         const uint32_t to = m_to + std::min(m_size - m_to, kPiece);
         Fill(m_to, to);

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "recordings/block_frames.h"
 #include "recordings/disk.h"
@@ -15,12 +16,22 @@ namespace recordings {
 /// Memory that is read into. It outlives blocks, so that it is asked for once.
 class FrameBuffer {
 public:
-    /// Memory for @p size bytes; the first @p kept of what it holds stay.
+    /// Memory for @p size bytes that nobody holds; the first @p kept of what was there before stay.
     uint8_t* Room(size_t size, size_t kept);
+    /// Keeps the memory as it is for as long as the answer lives: from then on, other memory is read into.
+    std::shared_ptr<const void> Hold() const { return m_memory.bytes; }
 
 private:
-    std::unique_ptr<uint8_t[]> m_bytes;
-    size_t m_size = 0;
+    struct Memory {
+        std::shared_ptr<uint8_t[]> bytes;
+        size_t size = 0;
+    };
+    static bool Serves(const Memory& memory, size_t size);
+    Memory Take(size_t size);
+
+    Memory m_memory;
+    std::vector<Memory>
+        m_lent; ///< held by others, the oldest first; used again when nobody holds them any more
 };
 
 /// A stretch of a frame area: bytes from to to - 1.

@@ -97,6 +97,9 @@ public:
         }
     }
 
+    std::shared_ptr<const void> HoldPayload() const {
+        return m_query.want == Want::Payloads ? m_buffer.Hold() : nullptr;
+    }
     const Block& CurrentBlock() const { return *m_current; }
     const std::vector<Gap>& Gaps() const { return m_gaps.Gaps(); }
     const std::vector<uint32_t>& BlocksUsed() const { return m_used; }
@@ -291,6 +294,10 @@ RangeFrames::~RangeFrames() = default;
 
 bool RangeFrames::Next(Frame& frame) {
     return m_impl->Next(frame);
+}
+
+std::shared_ptr<const void> RangeFrames::HoldPayload() const {
+    return m_impl->HoldPayload();
 }
 
 const Block& RangeFrames::CurrentBlock() const {

@@ -50,6 +50,10 @@ public:
     /// @throws Error (Cancelled)
     bool Next(Frame& frame);
 
+    /// Keeps the payload of the frame delivered last where it is, for as long as the answer lives; any thread may let go
+    /// of it. With it stays the memory of the whole block. Null when heads alone are wanted.
+    std::shared_ptr<const void> HoldPayload() const;
+
     /// The block of the frame delivered last.
     const Block& CurrentBlock() const;
     /// How far it has come.
