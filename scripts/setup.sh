@@ -5,12 +5,13 @@
 
 # What building the library and the programs takes.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config
-  libcli11-dev libfmt-dev nlohmann-json3-dev libavformat-dev libavcodec-dev libavutil-dev libssl-dev)
+  libcli11-dev libfmt-dev nlohmann-json3-dev libavformat-dev libavcodec-dev libavutil-dev libssl-dev
+  libblkid-dev libewf-dev)
 # What making the sample partition takes.
 SAMPLE_PACKAGES=(ffmpeg fonts-dejavu-core)
 # What the tests take besides.
 TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev tzdata
-  mandoc bsdextrautils bash-completion zsh fish)
+  ewf-tools mandoc bsdextrautils bash-completion zsh fish)
 # What the 32-bit targets take. g++-multilib would drive the ARM compiler out; g++-12-multilib does not.
 TARGET_PACKAGES=(g++-12-multilib g++-arm-linux-gnueabihf qemu-user)
 # What fuzzing takes.

@@ -1,91 +1,150 @@
 #include "recordings/source.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <climits>
 #include <cstring>
+#include <utility>
 
+#include "disk_format.h"
+#include "expert_image.h"
+#include "file_source.h"
 #include "recordings/error.h"
+#include "split_image.h"
 
 namespace recordings {
 
 namespace {
 
-/// A block device or an image file.
-class FileSource : public Source {
+class PartSource : public Source {
 public:
-    explicit FileSource(std::string path) : m_path(std::move(path)) {
-        // A pipe without a writer would wait for one; such an open must come back to be refused.
-        m_fd = open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-        if (m_fd < 0) {
-            const int error = errno;
-            throw Error(ErrorKind::CannotOpen, m_path + ": cannot be opened: " + std::strerror(error), error);
-        }
-        try {
-            Examine();
-        } catch (...) {
-            close(m_fd);
-            throw;
-        }
-    }
-    ~FileSource() override { close(m_fd); }
-    FileSource(const FileSource&) = delete;
-    FileSource& operator=(const FileSource&) = delete;
+    PartSource(std::unique_ptr<Source> disk, const Partition& partition)
+        : m_disk(std::move(disk)), m_partition(partition) {}
 
-    const std::string& Name() const override { return m_path; }
-    uint64_t Size() const override { return m_size; }
-    bool IsBlockDevice() const override { return m_isBlockDevice; }
-
+    const std::string& Name() const override { return m_disk->Name(); }
+    uint64_t Size() const override { return m_partition.size; }
+    bool IsBlockDevice() const override { return m_disk->IsBlockDevice(); }
+    std::optional<Partition> PartOfDisk() const override { return m_partition; }
+    std::vector<int> Descriptors() const override { return m_disk->Descriptors(); }
     size_t Read(uint64_t offset, void* data, size_t size) const override {
-        size_t done = 0;
-        while (done < size && offset + done <= static_cast<uint64_t>(LLONG_MAX)) {
-            const ssize_t got = pread(m_fd, static_cast<uint8_t*>(data) + done, size - done,
-                                      static_cast<off_t>(offset + done));
-            if (got < 0 && errno == EINTR) {
-                continue;
-            }
-            if (got <= 0) {
-                break;
-            }
-            done += static_cast<size_t>(got);
-        }
-        return done;
+        return m_disk->Read(m_partition.start + std::min(offset, Size()), data, Inside(offset, size));
     }
-
     void WillNeed(uint64_t offset, size_t size) const override {
-        posix_fadvise(m_fd, static_cast<off_t>(offset), static_cast<off_t>(size), POSIX_FADV_WILLNEED);
+        m_disk->WillNeed(m_partition.start + std::min(offset, Size()), Inside(offset, size));
     }
 
 private:
-    void Examine() {
-        struct stat status = {};
-        const bool known = fstat(m_fd, &status) == 0;
-        m_isBlockDevice = known && S_ISBLK(status.st_mode);
-        if (!m_isBlockDevice && !(known && S_ISREG(status.st_mode))) {
-            throw Error(
-                ErrorKind::CannotOpen,
-                m_path + ": is " +
-                    (known && S_ISDIR(status.st_mode) ? "a directory" : "neither a block device nor a file") +
-                    "; give the recorder's partition, like /dev/sdb5, or an image file of it");
-        }
-        const off_t end = lseek(m_fd, 0, SEEK_END);
-        m_size = end < 0 ? 0 : static_cast<uint64_t>(end);
+    /// What of a stretch lies inside the partition.
+    size_t Inside(uint64_t offset, size_t size) const {
+        return static_cast<size_t>(std::min<uint64_t>(size, Size() - std::min(offset, Size())));
     }
 
-    std::string m_path;
-    int m_fd = -1;
-    uint64_t m_size = 0;
-    bool m_isBlockDevice = false;
+    std::unique_ptr<Source> m_disk;
+    Partition m_partition;
 };
+
+std::string SizeText(uint64_t bytes) {
+    return std::to_string(bytes >> 20) + " MiB";
+}
+
+std::string ListText(const std::vector<Partition>& partitions) {
+    std::string text;
+    for (const Partition& partition : partitions) {
+        text += (text.empty() ? "" : ", ") + std::to_string(partition.number) + " (" +
+                SizeText(partition.size) + ")";
+    }
+    return text;
+}
+
+/// The partition that is meant.
+Partition ChoosePartition(const Source& disk, const std::vector<Partition>& partitions, uint32_t number) {
+    const auto found = std::find_if(partitions.begin(), partitions.end(),
+                                    [number](const Partition& each) { return each.number == number; });
+    if (found == partitions.end()) {
+        throw Error(ErrorKind::NoSuchPartition,
+                    disk.Name() + ": holds no partition " + std::to_string(number) +
+                        (partitions.empty() ? ": there is no partition table on it"
+                                            : ", but " + ListText(partitions)));
+    }
+    return *found;
+}
+
+void RefuseSeveral(const Source& disk, const std::vector<Partition>& recorders) {
+    if (recorders.size() > 1) {
+        throw Error(ErrorKind::SeveralPartitions, disk.Name() + ": holds " +
+                                                      std::to_string(recorders.size()) +
+                                                      " partitions of recorders: " + ListText(recorders));
+    }
+}
+
+/// A later part of a split image by itself is of no use, and hardly what was meant.
+void RefuseLaterPart(const Source& source) {
+    const std::string first = FirstPartOf(source.Name());
+    if (!first.empty()) {
+        throw Error(ErrorKind::CannotOpen,
+                    source.Name() + ": is a later part of a split image; give its first part, " + first);
+    }
+}
 
 } // namespace
 
-std::unique_ptr<Source> OpenSource(const std::string& path) {
-    return std::make_unique<FileSource>(path);
+bool BearsPartitionHead(const Source& source, uint64_t offset) {
+    uint32_t magic = 0;
+    static_assert(offsetof(PartHead_t, FormatFlag) == 0);
+    return source.ReadWhole(offset, &magic, sizeof magic) && (magic == PART_MAGIC || magic == PART_MAGIC_ALT);
+}
+
+std::unique_ptr<Source> OpenPartition(std::unique_ptr<Source> disk, const Partition& partition) {
+    return std::make_unique<PartSource>(std::move(disk), partition);
+}
+
+bool IsExpertImage(const Source& file) {
+    // What the first parts of images of libewf's formats begin with.
+    constexpr char kSignatures[][9] = {"EVF\x09\x0D\x0A\xFF\x00", "EVF2\x0D\x0A\x81\x00"};
+    char start[8] = {};
+    return file.ReadWhole(0, start, sizeof start) &&
+           std::any_of(std::begin(kSignatures), std::end(kSignatures), [&start](const char(&signature)[9]) {
+               return std::memcmp(start, signature, sizeof start) == 0;
+           });
+}
+
+std::unique_ptr<Source> OpenWhole(const std::string& path) {
+    auto first = std::make_unique<FileSource>(path);
+    if (first->IsBlockDevice()) {
+        return first;
+    }
+    if (IsExpertImage(*first)) {
+        return OpenExpertImage(std::move(first));
+    }
+    const std::vector<std::string> parts = PartsOfImage(path);
+    if (parts.size() == 1) {
+        return first;
+    }
+    std::vector<std::unique_ptr<FileSource>> files;
+    files.push_back(std::move(first));
+    for (size_t i = 1; i < parts.size(); ++i) {
+        files.push_back(std::make_unique<FileSource>(parts[i]));
+    }
+    return JoinFiles(std::move(files));
+}
+
+std::unique_ptr<Source> OpenSource(const std::string& path, std::optional<uint32_t> partition) {
+    std::unique_ptr<Source> source = OpenWhole(path);
+    if (!partition && BearsPartitionHead(*source)) {
+        return source;
+    }
+    const std::vector<Partition> partitions = ReadPartitionTable(*source);
+    if (partition) {
+        const Partition chosen = ChoosePartition(*source, partitions, *partition);
+        return OpenPartition(std::move(source), chosen);
+    }
+    std::vector<Partition> recorders;
+    std::copy_if(partitions.begin(), partitions.end(), std::back_inserter(recorders),
+                 [](const Partition& each) { return each.recorder; });
+    RefuseSeveral(*source, recorders);
+    if (recorders.empty()) {
+        RefuseLaterPart(*source);
+        return source;
+    }
+    return OpenPartition(std::move(source), recorders.front());
 }
 
 } // namespace recordings

@@ -39,7 +39,7 @@ cmake --build "$scratch/examples" >"$scratch/log" || { cat "$scratch/log"; exit 
 grep -q -E '^block +0  channel  0  ' "$scratch/everything"
 grep -q -E '^[1-9][0-9]* frames, ' "$scratch/everything"
 [ "$(grep -c LOST "$scratch/everything")" = 0 ]
-check_needed "$libraries/libDiskRecordings.so"
+check_needed "$libraries/libDiskRecordings.so" blkid ewf
 check_run_path "$libraries/libDiskRecordings.so" ""
 # shellcheck disable=SC2046 # words
 "$compiler" -std=c++17 "$(dirname "$0")/../../examples/read_everything.cpp" \

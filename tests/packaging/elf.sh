@@ -8,10 +8,11 @@ needed_of() {
   "$readelf" --dynamic --wide "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]$/\1/p'
 }
 
-# check_needed FILE: a library asks for nothing but the C and C++ libraries and libcrypto.
+# check_needed FILE [NAME]...: a library asks for nothing but the C and C++ libraries, libcrypto, and those named.
 check_needed() {
-  local stray
-  stray=$(needed_of "$1" | grep -v -x -E 'lib(c|m|gcc_s|stdc\+\+|crypto)\.so\.[0-9]+|ld-linux[a-z0-9_.-]*' || true)
+  local stray more
+  more=$(printf '|%s' "${@:2}")
+  stray=$(needed_of "$1" | grep -v -x -E "lib(c|m|gcc_s|stdc\\+\\+|crypto${more%|})"'\.so\.[0-9]+|ld-linux[a-z0-9_.-]*' || true)
   [ -z "$stray" ] || { echo "$1 needs $stray" >&2; return 1; }
 }
 

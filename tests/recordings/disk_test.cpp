@@ -82,8 +82,8 @@ TEST_F(OpenedDisk, RefusesWhatIsNoPartition) {
     EXPECT_EQ(
         Refusal(File("other")),
         std::make_pair(ErrorKind::NotAPartition,
-                       std::string("bears no partition head (it begins 0x78787878); give the recorder's own "
-                                   "partition, not the whole disk or another file system")));
+                       std::string("bears no partition head (it begins 0x78787878); give the recorder's "
+                                   "partition, the disk that it lies on, or an image of one of them")));
     EXPECT_EQ(Refusal(File("missing")).first, ErrorKind::CannotOpen);
     EXPECT_EQ(Refusal(File("")).first, ErrorKind::CannotOpen);
 }

@@ -10,15 +10,19 @@ namespace recordings {
 
 /// Why something could not be done at all. What is damaged, but can be passed, is a Problem instead.
 enum class ErrorKind {
-    CannotOpen,     ///< the system refused to open the source, or the source is no file and no block device
-    Empty,          ///< the source holds no byte
-    CutOff,         ///< the source ends inside the partition head
-    HeadUnreadable, ///< the partition head cannot be read
-    NotAPartition,  ///< what stands at the start is no partition head
-    WrongDiskType,  ///< the partition head is not that of the disk type that was given
-    BadGeometry,    ///< the head states no blocks, or blocks that cannot hold their own parts
-    Cancelled,      ///< the caller's watch ended the work
-    OutOfMemory     ///< memory is short
+    CannotOpen,   ///< the system refused to open the source, or the source is no file and no block device
+    PartMissing,  ///< a part of a split image is not there
+    NotSupported, ///< this library was built without what it takes to read it
+    SeveralPartitions, ///< the disk holds several partitions of recorders
+    NoSuchPartition,   ///< the disk's partition table does not hold the partition that was asked for
+    Empty,             ///< the source holds no byte
+    CutOff,            ///< the source ends inside the partition head
+    HeadUnreadable,    ///< the partition head cannot be read
+    NotAPartition,     ///< what stands at the start is no partition head
+    WrongDiskType,     ///< the partition head is not that of the disk type that was given
+    BadGeometry,       ///< the head states no blocks, or blocks that cannot hold their own parts
+    Cancelled,         ///< the caller's watch ended the work
+    OutOfMemory        ///< memory is short
 };
 
 /// Thrown when something cannot be done. The text says what and where, in one line, and names no option of any

@@ -1,0 +1,213 @@
+#include "expert_image.h"
+
+#include <libewf.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "recordings/error.h"
+
+namespace recordings {
+
+namespace {
+
+/// Stretches of sectors that an image states errors for are at most so many; an image that states more is forged.
+constexpr uint32_t kMostErrors = 1u << 20;
+
+/// An error of libewf, released at the end.
+class EwfError {
+public:
+    ~EwfError() { libewf_error_free(&m_error); }
+    EwfError() = default;
+    EwfError(const EwfError&) = delete;
+    EwfError& operator=(const EwfError&) = delete;
+
+    libewf_error_t** Out() { return &m_error; }
+    /// What went wrong, in libewf's words, on one line.
+    std::string Text() const {
+        char text[512] = "";
+        if (m_error == nullptr || libewf_error_sprint(m_error, text, sizeof text) <= 0) {
+            return "unknown error";
+        }
+        text[sizeof text - 1] = '\0';
+        std::string line = text;
+        std::replace(line.begin(), line.end(), '\n', ' ');
+        return line.substr(0, line.find_last_not_of(' ') + 1);
+    }
+
+private:
+    libewf_error_t* m_error = nullptr;
+};
+
+/// The names of an image's parts, by the name of the first.
+std::vector<std::string> PartNames(const std::string& first) {
+    char** names = nullptr;
+    int count = 0;
+    EwfError error;
+    if (libewf_glob(first.c_str(), first.size(), LIBEWF_FORMAT_UNKNOWN, &names, &count, error.Out()) != 1) {
+        throw Error(ErrorKind::CannotOpen,
+                    first + ": the parts of the E01 image cannot be found: " + error.Text());
+    }
+    const std::vector<std::string> parts(names, names + count);
+    libewf_glob_free(names, count, nullptr);
+    return parts;
+}
+
+/// Whether a part says that another one follows: its last section is then "next" instead of "done".
+bool ContinuesAfter(const Source& part) {
+    constexpr size_t kSectionHead = 76;
+    char type[5] = "";
+    return part.Size() >= kSectionHead && part.ReadWhole(part.Size() - kSectionHead, type, 4) &&
+           std::strcmp(type, "next") == 0;
+}
+
+/// A stretch of bytes that the image does not hold as the disk had it.
+struct Stretch {
+    uint64_t from;
+    uint64_t to;
+};
+
+class ExpertImage : public Source {
+public:
+    explicit ExpertImage(std::unique_ptr<FileSource> first) : m_name(first->Name()) {
+        OpenParts(std::move(first));
+        EwfError error;
+        if (libewf_handle_initialize(&m_handle, error.Out()) != 1) {
+            throw Error(ErrorKind::OutOfMemory, m_name + ": " + error.Text());
+        }
+        try {
+            Open();
+        } catch (...) {
+            libewf_handle_free(&m_handle, nullptr);
+            throw;
+        }
+    }
+    ~ExpertImage() override {
+        libewf_handle_close(m_handle, nullptr);
+        libewf_handle_free(&m_handle, nullptr);
+    }
+    ExpertImage(const ExpertImage&) = delete;
+    ExpertImage& operator=(const ExpertImage&) = delete;
+
+    const std::string& Name() const override { return m_name; }
+    uint64_t Size() const override { return m_size; }
+    std::vector<int> Descriptors() const override {
+        std::vector<int> descriptors;
+        for (const auto& part : m_parts) {
+            descriptors.push_back(part->Descriptor());
+        }
+        return descriptors;
+    }
+
+    /// A read ends where the disk did not deliver when the image was made, and where the image is damaged since: libewf has
+    /// zeros there.
+    size_t Read(uint64_t offset, void* data, size_t size) const override {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        size_t done = 0;
+        while (done < size && offset + done < m_size) {
+            const size_t most = static_cast<size_t>(std::min<uint64_t>(size - done, m_size - offset - done));
+            const ssize_t got = libewf_handle_read_random(m_handle, static_cast<uint8_t*>(data) + done, most,
+                                                          static_cast<off64_t>(offset + done), nullptr);
+            if (got <= 0) {
+                break;
+            }
+            done += static_cast<size_t>(got);
+        }
+        NoteDamage();
+        return SoundBytes(offset, done);
+    }
+
+private:
+    /// The parts are held open, and libewf is led to what is held.
+    void OpenParts(std::unique_ptr<FileSource> first) {
+        const std::vector<std::string> names = PartNames(m_name);
+        m_parts.push_back(std::move(first));
+        for (size_t i = 1; i < names.size(); ++i) {
+            m_parts.push_back(std::make_unique<FileSource>(names[i]));
+        }
+        if (ContinuesAfter(*m_parts.back())) {
+            throw Error(ErrorKind::PartMissing, m_name + ": the part of the E01 image after " +
+                                                    m_parts.back()->Name() +
+                                                    " is missing; copy it into the same folder");
+        }
+    }
+
+    void Open() {
+        std::vector<std::string> paths;
+        std::vector<char*> names;
+        for (const auto& part : m_parts) {
+            paths.push_back("/proc/self/fd/" + std::to_string(part->Descriptor()));
+        }
+        for (std::string& path : paths) {
+            names.push_back(path.data());
+        }
+        EwfError error;
+        if (libewf_handle_open(m_handle, names.data(), static_cast<int>(names.size()), LIBEWF_OPEN_READ,
+                               error.Out()) != 1) {
+            throw Error(ErrorKind::CannotOpen, m_name + ": cannot be read as an E01 image: " + error.Text());
+        }
+        size64_t size = 0;
+        if (libewf_handle_get_media_size(m_handle, &size, nullptr) != 1 ||
+            libewf_handle_get_bytes_per_sector(m_handle, &m_sector, nullptr) != 1) {
+            throw Error(ErrorKind::CannotOpen, m_name + ": the E01 image does not say how large its disk is");
+        }
+        m_size = size;
+        uint32_t errors = 0;
+        if (libewf_handle_get_number_of_acquiry_errors(m_handle, &errors, nullptr) == 1) {
+            Note(errors, libewf_handle_get_acquiry_error);
+        }
+    }
+
+    using GetError = int (*)(libewf_handle_t*, uint32_t, uint64_t*, uint64_t*, libewf_error_t**);
+    void Note(uint32_t count, GetError get, uint32_t from = 0) const {
+        for (uint32_t i = from; i < std::min(count, kMostErrors); ++i) {
+            uint64_t sector = 0;
+            uint64_t sectors = 0;
+            if (get(m_handle, i, &sector, &sectors, nullptr) == 1 &&
+                sector < m_size / std::max(m_sector, 1u)) {
+                const uint64_t start = sector * m_sector;
+                const uint64_t most = (m_size - start) / std::max(m_sector, 1u) + 1;
+                m_damaged.push_back({start, start + std::min(sectors, most) * m_sector});
+            }
+        }
+    }
+
+    /// Checksums are found wrong as chunks are read.
+    void NoteDamage() const {
+        uint32_t errors = 0;
+        if (libewf_handle_get_number_of_checksum_errors(m_handle, &errors, nullptr) == 1 &&
+            errors > m_checksumErrors) {
+            Note(errors, libewf_handle_get_checksum_error, m_checksumErrors);
+            m_checksumErrors = errors;
+        }
+    }
+
+    size_t SoundBytes(uint64_t offset, size_t size) const {
+        for (const Stretch& stretch : m_damaged) {
+            if (stretch.from < offset + size && offset < stretch.to) {
+                size = stretch.from > offset ? static_cast<size_t>(stretch.from - offset) : 0;
+            }
+        }
+        return size;
+    }
+
+    std::string m_name;
+    std::vector<std::unique_ptr<FileSource>> m_parts;
+    libewf_handle_t* m_handle = nullptr;
+    uint64_t m_size = 0;
+    uint32_t m_sector = 0;
+    mutable std::mutex m_mutex; ///< libewf reads one after the other
+    mutable std::vector<Stretch> m_damaged;
+    mutable uint32_t m_checksumErrors = 0;
+};
+
+} // namespace
+
+std::unique_ptr<Source> OpenExpertImage(std::unique_ptr<FileSource> first) {
+    return std::make_unique<ExpertImage>(std::move(first));
+}
+
+} // namespace recordings

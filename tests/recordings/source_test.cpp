@@ -1,0 +1,397 @@
+// Where the bytes of a partition come from: whole disks with a partition table, split images, E01.
+
+#include "recordings/source.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "recordings/error.h"
+#include "recordings/recordings_fixture.h"
+#include "support/files.h"
+#include "support/partition_tables.h"
+
+namespace test_support {
+
+namespace {
+
+namespace fs = std::filesystem;
+using recordings::Error;
+using recordings::ErrorKind;
+using recordings::OpenSource;
+using recordings::OpenWhole;
+using recordings::Partition;
+using recordings::ReadPartitionTable;
+using recordings::Source;
+
+constexpr uint64_t kSector = 512;
+constexpr uint64_t kMiB = 0x100000;
+
+std::string Bytes(const Source& source, uint64_t offset, size_t size) {
+    std::string bytes(size, '\0');
+    bytes.resize(source.Read(offset, bytes.data(), size));
+    return bytes;
+}
+
+/// Partitions as lines: "number start+size", an R after those of recorders.
+std::vector<std::string> Lines(const std::vector<Partition>& partitions) {
+    std::vector<std::string> lines;
+    for (const Partition& each : partitions) {
+        lines.push_back(std::to_string(each.number) + " " + std::to_string(each.start) + "+" +
+                        std::to_string(each.size) + (each.recorder ? " R" : ""));
+    }
+    return lines;
+}
+
+using Strings = std::vector<std::string>;
+
+class SourceTest : public RecordingsFixture {
+protected:
+    void SetUp() override {
+        sample_recorder::Format format;
+        format.blockCount = 2;
+        MakeDisk(format);
+        m_partition = ReadFile(Image().Path());
+    }
+
+    /// The kind of error that opening ends with, and what it says after the name.
+    template <typename Open>
+    std::pair<ErrorKind, std::string> RefusalOf(const std::string& name, const Open& open) {
+        try {
+            open();
+        } catch (const Error& error) {
+            const std::string text = error.what();
+            EXPECT_EQ(text.rfind(File(name) + ": ", 0), 0u) << text;
+            return {error.Kind(), text.substr(File(name).size() + 2)};
+        }
+        ADD_FAILURE() << "not refused";
+        return {};
+    }
+
+    std::pair<ErrorKind, std::string> Refusal(const std::string& name,
+                                              std::optional<uint32_t> partition = {}) {
+        return RefusalOf(name, [&] { OpenSource(File(name), partition); });
+    }
+
+    /// A disk with the recorder's partition from some sectors on; they must be in its table too.
+    std::string MakeWhole(const std::string& name, const std::vector<uint64_t>& starts, uint64_t bytes = 0) {
+        MakeDiskFile(File(name), bytes != 0 ? bytes : 16 * kMiB);
+        for (const uint64_t start : starts) {
+            WriteInto(File(name), start * kSector, m_partition);
+        }
+        return File(name);
+    }
+    uint64_t Sectors() const { return m_partition.size() / kSector; }
+
+    /// Cuts the partition into files: NAME.ENDING each.
+    void Split(const std::string& name, const Strings& endings) {
+        const size_t piece = m_partition.size() / endings.size() + 1;
+        for (size_t i = 0; i < endings.size(); ++i) {
+            std::ofstream(File(name + "." + endings[i]), std::ios::binary)
+                << m_partition.substr(i * piece, piece);
+        }
+    }
+
+    std::string m_partition;
+};
+
+// ---- partition tables
+
+TEST_F(SourceTest, APartitionByItselfIsAllThatThereIs) {
+    const auto source = OpenSource(Image().Path());
+    EXPECT_EQ(source->Size(), m_partition.size());
+    EXPECT_FALSE(source->PartOfDisk());
+    EXPECT_EQ(source->Descriptors().size(), 1u);
+}
+
+TEST_F(SourceTest, TheRecordersPartitionOfAnMbrIsFound) {
+    const std::string path = MakeWhole("whole", {20480});
+    WriteMbr(path, {{2048, 8192}, {20480, Sectors()}});
+    const auto source = OpenSource(path);
+    EXPECT_EQ(source->Name(), path);
+    EXPECT_EQ(source->Size(), m_partition.size());
+    ASSERT_TRUE(source->PartOfDisk());
+    EXPECT_EQ(source->PartOfDisk()->number, 2u);
+    EXPECT_EQ(source->PartOfDisk()->start, 20480 * kSector);
+    EXPECT_EQ(Bytes(*source, 0, m_partition.size()), m_partition);
+    // Nothing of what lies after it is seen.
+    EXPECT_EQ(Bytes(*source, m_partition.size() - 2, 10).size(), 2u);
+    EXPECT_EQ(Bytes(*source, m_partition.size() + 5, 10).size(), 0u);
+    EXPECT_EQ(recordings::Disk(OpenSource(path)).BlockCount(), 2u);
+    EXPECT_EQ(Lines(ReadPartitionTable(*OpenWhole(path))),
+              (Strings{"1 1048576+4194304", "2 10485760+" + std::to_string(m_partition.size()) + " R"}));
+}
+
+TEST_F(SourceTest, LogicalPartitionsAreFound) {
+    const std::string path = MakeWhole("whole", {30720}, 32 * kMiB);
+    WriteMbr(path, {{2048, 8192}}, {{12289, 2048}, {20481, 1024}, {30720, Sectors()}});
+    const auto source = OpenSource(path);
+    ASSERT_TRUE(source->PartOfDisk());
+    EXPECT_EQ(source->PartOfDisk()->number, 7u); // the primary ones have 1 to 4
+    EXPECT_EQ(Bytes(*source, 0, 4096), m_partition.substr(0, 4096));
+}
+
+TEST_F(SourceTest, AGptIsFoundByEitherCopy) {
+    for (const uint32_t sectorSize : {512u, 4096u}) {
+        const uint64_t scale = sectorSize / kSector;
+        const std::string path = MakeWhole("whole", {8192}, 24 * kMiB);
+        WriteGpt(path, {{2048 / scale, 2048 / scale}, {8192 / scale, Sectors() / scale}}, sectorSize);
+        EXPECT_EQ(OpenSource(path)->PartOfDisk().value_or(Partition()).number, 2u) << sectorSize;
+        WriteInto(path, sectorSize, std::string(sectorSize, 'x'));
+        EXPECT_EQ(OpenSource(path)->PartOfDisk().value_or(Partition()).number, 2u) << sectorSize;
+        WriteInto(path, 24 * kMiB - sectorSize, std::string(sectorSize, 'x'));
+        EXPECT_FALSE(OpenSource(path)->PartOfDisk()) << sectorSize;
+    }
+}
+
+TEST_F(SourceTest, OfSeveralRecordersOneIsChosen) {
+    const std::string path = MakeWhole("whole", {2048, 40960}, 40 * kMiB);
+    WriteMbr(path, {{2048, 20480}, {24576, 2048}, {40960, 24576}});
+    EXPECT_EQ(Refusal("whole"),
+              std::make_pair(ErrorKind::SeveralPartitions,
+                             std::string("holds 2 partitions of recorders: 1 (10 MiB), 3 (12 MiB)")));
+    EXPECT_EQ(OpenSource(path, 1)->Size(), 10 * kMiB);
+    EXPECT_EQ(OpenSource(path, 3)->PartOfDisk()->start, 20 * kMiB);
+    EXPECT_EQ(Refusal("whole", 4),
+              std::make_pair(ErrorKind::NoSuchPartition,
+                             std::string("holds no partition 4, but 1 (10 MiB), 2 (1 MiB), 3 (12 MiB)")));
+    // One that bears no head can be named too: what is wrong with it is said by who opens the disk.
+    EXPECT_EQ(OpenSource(path, 2)->Size(), kMiB);
+}
+
+TEST_F(SourceTest, APartitionIsNotLookedForOnAPartition) {
+    const std::string name = Image().Path().substr(File("").size());
+    EXPECT_EQ(Refusal(name, 1),
+              std::make_pair(ErrorKind::NoSuchPartition,
+                             std::string("holds no partition 1: there is no partition table on it")));
+}
+
+TEST_F(SourceTest, ADiskWithoutARecorderIsTakenAsItIs) {
+    const std::string path = MakeWhole("whole", {});
+    EXPECT_EQ(OpenSource(path)->Size(), 16 * kMiB);
+    WriteMbr(path, {{2048, 8192}});
+    EXPECT_FALSE(OpenSource(path)->PartOfDisk());
+    EXPECT_EQ(Lines(ReadPartitionTable(*OpenWhole(path))), Strings{"1 1048576+4194304"});
+}
+
+TEST_F(SourceTest, APartitionThatReachesBeyondTheDiskIsCutThere) {
+    const std::string path = MakeWhole("whole", {20480});
+    WriteMbr(path, {{20480, 0x10000000}, {0x10000000, 2048}});
+    fs::resize_file(path, 15 * kMiB);
+    EXPECT_EQ(Lines(ReadPartitionTable(*OpenWhole(path))), Strings{"1 10485760+5242880 R"});
+    const recordings::Disk disk(OpenSource(path));
+    ASSERT_EQ(disk.OpeningProblems().size(), 1u);
+    EXPECT_EQ(disk.OpeningProblems()[0].kind, recordings::ProblemKind::DeviceCutOff);
+}
+
+TEST_F(SourceTest, ForgedTablesEnd) {
+    const std::string path = MakeWhole("whole", {});
+    // A link that leads to itself.
+    WriteMbr(path, {}, {{4097, 2048}, {4097, 2048}});
+    ReadPartitionTable(*OpenWhole(path));
+    // Tables of any bytes.
+    std::mt19937 random(1);
+    for (int round = 0; round < 50; ++round) {
+        WriteGpt(path, {{2048, 2048}, {8192, 2048}});
+        for (int i = 0; i < 20; ++i) {
+            WriteInto(path, random() % 1200, std::string(1, static_cast<char>(random())));
+        }
+        WriteInto(path, 510, "\x55\xAA");
+        for (const Partition& each : ReadPartitionTable(*OpenWhole(path))) {
+            EXPECT_LE(each.start + each.size, 16 * kMiB);
+            EXPECT_NE(each.size, 0u);
+        }
+    }
+}
+
+TEST_F(SourceTest, FewBytesAreReadForATable) {
+    const std::string path = MakeWhole("whole", {20480}, 1024 * kMiB);
+    WriteMbr(path, {{20480, Sectors()}});
+    const WornSource worn(OpenWhole(path));
+    EXPECT_EQ(ReadPartitionTable(worn).size(), 1u);
+    EXPECT_LT(worn.BytesAsked(), 3 * kMiB);
+}
+
+TEST_F(SourceTest, ADiskWhoseFirstMegabyteIsWornIsLookedAtAllTheSame) {
+    const std::string path = MakeWhole("whole", {20480});
+    WriteMbr(path, {{20480, Sectors()}});
+    WornSource worn(OpenWhole(path));
+    worn.Fail(0x8000, 0x9000);
+    EXPECT_EQ(ReadPartitionTable(worn).size(), 1u);
+}
+
+// ---- split images
+
+TEST_F(SourceTest, ASplitImageIsOneDisk) {
+    for (const Strings& endings :
+         {Strings{"001", "002", "003"}, Strings{"000", "001", "002"}, Strings{"aa", "ab", "ac"}}) {
+        Split("disk." + endings[1], endings);
+        const std::string first = File("disk." + endings[1] + "." + endings[0]);
+        const auto source = OpenSource(first);
+        EXPECT_EQ(source->Name(), first);
+        EXPECT_EQ(source->Descriptors().size(), 3u);
+        EXPECT_TRUE(Bytes(*source, 0, m_partition.size() + 9) == m_partition) << first;
+        // Across the end of the first part.
+        const size_t end = m_partition.size() / 3 + 1;
+        EXPECT_EQ(Bytes(*source, end - 3, 7), m_partition.substr(end - 3, 7));
+        EXPECT_EQ(Bytes(*source, m_partition.size(), 1), "");
+        source->WillNeed(end - 3, 7);
+    }
+}
+
+TEST_F(SourceTest, EndingsCarryOver) {
+    Strings endings;
+    for (char c = 'a'; c <= 'z'; ++c) {
+        endings.push_back(std::string("a") + c);
+    }
+    endings.emplace_back("ba");
+    Split("disk", endings);
+    EXPECT_EQ(OpenSource(File("disk.aa"))->Size(), m_partition.size());
+}
+
+TEST_F(SourceTest, AMissingPartIsNamed) {
+    Split("disk", {"001", "002", "003", "004"});
+    fs::remove(File("disk.003"));
+    EXPECT_EQ(Refusal("disk.001"),
+              std::make_pair(ErrorKind::PartMissing,
+                             "part " + File("disk.003") + " of the split image is missing, though " +
+                                 File("disk.004") + " is there; copy it into the same folder"));
+    // The last ones leave no trace but the disk's own size.
+    fs::remove(File("disk.004"));
+    EXPECT_FALSE(recordings::Disk(OpenSource(File("disk.001"))).OpeningProblems().empty());
+}
+
+TEST_F(SourceTest, ALaterPartNamesTheFirst) {
+    Split("disk", {"001", "002"});
+    EXPECT_EQ(Refusal("disk.002"),
+              std::make_pair(ErrorKind::CannotOpen,
+                             "is a later part of a split image; give its first part, " + File("disk.001")));
+}
+
+TEST_F(SourceTest, AnEndingAloneMakesNoSplitImage) {
+    fs::copy_file(Image().Path(), File("disk.001"));
+    EXPECT_EQ(OpenSource(File("disk.001"))->Descriptors().size(), 1u);
+    fs::copy_file(Image().Path(), File("disk.02")); // too short an ending, and another one
+    EXPECT_EQ(OpenSource(File("disk.001"))->Descriptors().size(), 1u);
+    fs::copy_file(Image().Path(), File("other.002"));
+    EXPECT_EQ(OpenSource(File("disk.001"))->Descriptors().size(), 1u);
+    EXPECT_EQ(OpenSource(File("disk.02"))->Descriptors().size(), 1u);
+}
+
+TEST_F(SourceTest, PartsThatAreNoFilesAreRefused) {
+    Split("disk", {"001", "002"});
+    fs::remove(File("disk.002"));
+    fs::create_directory(File("disk.002"));
+    EXPECT_EQ(RefusalOf("disk.002", [&] { OpenSource(File("disk.001")); }).first, ErrorKind::CannotOpen);
+}
+
+TEST_F(SourceTest, AWholeDiskMayBeSplit) {
+    const std::string whole = MakeWhole("whole", {30720}, 32 * kMiB);
+    WriteMbr(whole, {}, {{4097, 2048}, {30720, Sectors()}});
+    m_partition = ReadFile(whole);
+    Split("disk", {"aa", "ab", "ac", "ad", "ae"});
+    const auto source = OpenSource(File("disk.aa"));
+    EXPECT_EQ(source->PartOfDisk().value_or(Partition()).number, 6u);
+    EXPECT_EQ(source->Descriptors().size(), 5u);
+}
+
+TEST_F(SourceTest, LongPathsWork) {
+    const std::string folder = File(std::string(200, 'f'));
+    fs::create_directory(folder);
+    fs::copy_file(Image().Path(), folder + "/disk");
+    EXPECT_EQ(recordings::Disk(OpenSource(folder + "/disk")).BlockCount(), 2u);
+}
+
+// ---- E01
+
+class ExpertImageTest : public SourceTest {
+protected:
+    /// Has ewfacquire make an image of a file: NAME.E01, NAME.E02, ...
+    void Acquire(const std::string& file, const std::string& name, const std::string& options = "") {
+        const std::string command = "ewfacquire -u -q " + options + " -t '" + File(name) + "' '" + file +
+                                    "' >/dev/null 2>&1 </dev/null";
+        if (std::system("command -v ewfacquire >/dev/null") != 0) {
+            GTEST_SKIP() << "no ewfacquire here (package ewf-tools)";
+        }
+        ASSERT_EQ(std::system(command.c_str()), 0);
+    }
+};
+
+TEST_F(ExpertImageTest, IsADisk) {
+    Acquire(Image().Path(), "disk");
+    if (IsSkipped()) {
+        return;
+    }
+    const auto source = OpenSource(File("disk.E01"));
+    EXPECT_EQ(source->Name(), File("disk.E01"));
+    EXPECT_TRUE(Bytes(*source, 0, m_partition.size() + 9) == m_partition);
+    EXPECT_EQ(Bytes(*source, 70000, 3), m_partition.substr(70000, 3));
+    EXPECT_EQ(source->Descriptors().size(), 1u);
+    EXPECT_EQ(recordings::Disk(OpenSource(File("disk.E01"))).BlockCount(), 2u);
+}
+
+TEST_F(ExpertImageTest, OfSeveralParts) {
+    std::mt19937 random(7);
+    std::string noise = m_partition;
+    for (size_t i = 4 * kMiB; i < noise.size(); ++i) {
+        noise[i] = static_cast<char>(random());
+    }
+    std::ofstream(File("noise"), std::ios::binary) << noise;
+    Acquire(File("noise"), "disk", "-S 1MiB");
+    if (IsSkipped()) {
+        return;
+    }
+    ASSERT_TRUE(fs::exists(File("disk.E03")));
+    const auto source = OpenSource(File("disk.E01"));
+    EXPECT_TRUE(Bytes(*source, 0, noise.size()) == noise);
+    EXPECT_GE(source->Descriptors().size(), 3u);
+    fs::remove(File("disk.E03"));
+    EXPECT_EQ(Refusal("disk.E01"),
+              std::make_pair(ErrorKind::PartMissing, "the part of the E01 image after " + File("disk.E02") +
+                                                         " is missing; copy it into the same folder"));
+}
+
+TEST_F(ExpertImageTest, OfAWholeDisk) {
+    const std::string whole = MakeWhole("whole", {20480});
+    WriteGpt(whole, {{2048, 2048}, {20480, 8192}});
+    Acquire(whole, "disk");
+    if (!IsSkipped()) {
+        EXPECT_EQ(OpenSource(File("disk.E01"))->PartOfDisk().value_or(Partition()).number, 2u);
+    }
+}
+
+TEST_F(ExpertImageTest, DamagedBytesAreNotDelivered) {
+    Acquire(Image().Path(), "disk", "-c none");
+    if (IsSkipped()) {
+        return;
+    }
+    // Somewhere in the middle of the sectors, which are not compressed.
+    std::string bytes = ReadFile(File("disk.E01"));
+    const size_t at = bytes.size() / 2;
+    bytes[at] = static_cast<char>(bytes[at] ^ 1);
+    std::ofstream(File("disk.E01"), std::ios::binary) << bytes;
+    const auto source = OpenWhole(File("disk.E01"));
+    EXPECT_LT(Bytes(*source, 0, m_partition.size()).size(), m_partition.size());
+    EXPECT_EQ(Bytes(*source, 0, 4096), m_partition.substr(0, 4096));
+    // A chunk is lost, 64 sectors; what lies after it is delivered.
+    const size_t sound = Bytes(*source, 0, m_partition.size()).size();
+    EXPECT_EQ(sound % (64 * kSector), 0u);
+    EXPECT_EQ(Bytes(*source, sound + 64 * kSector, 4096), m_partition.substr(sound + 64 * kSector, 4096));
+}
+
+TEST_F(ExpertImageTest, WhatOnlyBeginsLikeOneIsRefused) {
+    std::ofstream(File("disk.E01"), std::ios::binary)
+        << std::string("EVF\x09\x0D\x0A\xFF\x00", 8) << std::string(4096, 'x');
+    const auto [kind, text] = Refusal("disk.E01");
+    EXPECT_TRUE(kind == ErrorKind::CannotOpen || kind == ErrorKind::NotSupported);
+    EXPECT_EQ(text.find('\n'), std::string::npos);
+}
+
+} // namespace
+
+} // namespace test_support
