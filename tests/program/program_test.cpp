@@ -421,6 +421,30 @@ TEST_F(Program, DaysOfSeveralMonths) {
     EXPECT_TRUE(Contains(shown, " 23  24  25  26  27 [28]\n\n       November 2026\n"));
 }
 
+TEST_F(Program, DaysAreThoseOfTheZoneAndOfTrueTime) {
+    // Recorded from 14:00 to 14:40 UTC of the 20th: in a zone that is 9:45 ahead midnight comes at 14:15.
+    const auto days = [this](std::vector<std::string> options) {
+        options.insert(options.begin(), {"days", File("disk"), "--json"});
+        const Json document = Json::parse(Run(options).out);
+        std::string dates;
+        for (const Json& day : document["days"]) {
+            dates += day["date"].get<std::string>() + " ";
+        }
+        return dates;
+    };
+    EXPECT_EQ(days({"--utc"}), "2026-11-20 ");
+    EXPECT_EQ(days({"--tz", "XXX-9:45"}), "2026-11-20 2026-11-21 ");
+    EXPECT_EQ(days({"--tz", "XXX-10"}), "2026-11-21 ");
+    EXPECT_EQ(days({"--tz", "XXX+14:20"}), "2026-11-19 2026-11-20 ");
+    // A clock that was two days, and one that was 14 hours and a half, ahead.
+    EXPECT_EQ(days({"--utc", "--skew", "172800"}), "2026-11-18 ");
+    EXPECT_EQ(days({"--utc", "--skew", "52200"}), "2026-11-19 2026-11-20 ");
+    EXPECT_TRUE(Contains(Show("days", {"--skew", "172800"}), " 16  17 [18] 19  20  21  22\n"));
+    // A clock that was so far ahead that the recordings are older than 1970.
+    EXPECT_EQ(days({"--utc", "--skew", "1795269600"}), "1969-12-31 ");
+    EXPECT_TRUE(Contains(Show("days", {"--skew", "1795269600"}), "       December 1969\n"));
+}
+
 TEST_F(Program, Units) {
     EXPECT_EQ(Show("units"),
               "BLOCK  STATE       MARK     START                END                  CHANNELS\n"

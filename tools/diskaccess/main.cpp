@@ -38,8 +38,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddListOptions)
             .Does(Asks(List)),
         OnDisk("events", "The events").Takes(AddRangeOptions).Takes(AddAlarmOption).Does(Asks(Events)),
-        OnDisk("days", "A calendar of the days that hold recordings (the recorder's own days, UTC)")
-            .Does(Asks(Days)),
+        OnDisk("days", "A calendar of the days that hold recordings").Does(Asks(Days)),
         OnDisk("units", "The blocks of the ring: recorded ones oldest first, then unusable ones")
             .Does(Asks(Units)),
         OnDisk("space", "How much of the ring was ever written").Does(Asks(Space)),

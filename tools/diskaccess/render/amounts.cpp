@@ -44,7 +44,7 @@ std::string ChannelSetText(ChannelSet channels) {
 }
 
 std::string DateText(const Date& date) {
-    const time_t time = time_t{date.day} * 86400; // the disk counts its days in UTC
+    const time_t time = date.day * 86400;
     std::tm parts = {};
     gmtime_r(&time, &parts);
     return fmt::format("{:04}-{:02}-{:02}", parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday);

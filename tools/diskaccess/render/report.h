@@ -21,9 +21,8 @@ struct Time {
 struct Instant {
     int64_t micros = 0;
 };
-/// A UTC date.
 struct Date {
-    uint32_t day = 0; ///< days since 1970-01-01
+    int64_t day = 0; ///< days since 1970-01-01
 };
 struct Duration {
     uint64_t seconds = 0;

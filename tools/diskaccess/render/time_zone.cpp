@@ -71,6 +71,11 @@ CivilTime TimeZone::ToCivil(int64_t time) const {
     return {parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec};
 }
 
+int64_t TimeZone::DayOf(int64_t time) const {
+    const int64_t local = time + OffsetAt(time);
+    return local / kDay - (local % kDay < 0 ? 1 : 0);
+}
+
 int64_t TimeZone::ToTime(const CivilTime& civil, Twice twice) const {
     // The zone's offset is one of those a day before and a day after, whichever way clocks are turned
     // between.

@@ -37,6 +37,8 @@ public:
     /// Seconds east of UTC at an instant.
     long OffsetAt(int64_t time) const;
     CivilTime ToCivil(int64_t time) const;
+    /// The date of an instant, as days since 1970-01-01.
+    int64_t DayOf(int64_t time) const;
     /// The instant of a date and time. One that clocks skip is taken to come after the gap.
     int64_t ToTime(const CivilTime& civil, Twice twice) const;
 
