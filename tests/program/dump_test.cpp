@@ -58,7 +58,7 @@ TEST_F(DumpProgram, IsTextOnly) {
     MakeSample();
     for (const char* const format : {"json", "ndjson", "CSV"}) {
         EXPECT_EQ(Refused({Disk().Path(), "--format", format}, 2),
-                  "diskaccess: --format: a dump is text only; leave the option out\n");
+                  std::string("diskaccess: --format: '") + format + "' is not text, which is all there is\n");
     }
     EXPECT_TRUE(Contains(Refused({Disk().Path(), "--format", "text"}, 1), "is an image file"));
     EXPECT_EQ(Run({Disk().Path(), "--json"}).exitCode, 2);
@@ -87,6 +87,23 @@ TEST_F(DumpProgram, HelpNamesItsOptionsAlone) {
     for (const char* const option : {"--json", "--skew", "--password", "--disk-type", "--from", "--alarm"}) {
         EXPECT_FALSE(Contains(help, option)) << option;
     }
+}
+
+/// What is attached is looked at by the kernel and by the system's services: only a recorder's partition is.
+TEST_F(DumpProgram, AFileThatIsNoPartitionIsNotAttached) {
+    MakeSample();
+    Disk().EditHead([](PartHead_t& head) { head.FormatFlag = 0x20202020; });
+    const std::string line = "diskaccess: " + Disk().Path() +
+                             ": bears no partition head (it begins 0x20202020), and is not attached; give an "
+                             "image file of the recorder's partition\n";
+    EXPECT_EQ(Refused({Disk().Path(), "--attach"}, 1), line);
+    EXPECT_EQ(LoopDevice::Of(Disk().Path()), "");
+    Disk().Truncate(3);
+    EXPECT_TRUE(
+        Contains(Refused({Disk().Path(), "--attach"}, 1), "bears no partition head, and is not attached"));
+    Disk().Truncate(0);
+    EXPECT_TRUE(
+        Contains(Refused({Disk().Path(), "--attach"}, 1), "bears no partition head, and is not attached"));
 }
 
 TEST_F(DumpProgram, AttachingTakesRoot) {
@@ -198,12 +215,13 @@ TEST_F(DumpProgramOnDevices, NamesOnTheDiskAreShownEscaped) {
     EXPECT_TRUE(Contains(text, "\nVehicleID : \\x07\nVehicleNum : B 4711\n")) << text;
 }
 
-TEST_F(DumpProgramOnDevices, ADiskThatIsNoPartitionIsDumpedAsItIs) {
+TEST_F(DumpProgramOnDevices, ADeviceThatIsNoPartitionIsDumpedAsItIs) {
     Disk().EditHead([](PartHead_t& head) {
         head.FormatFlag = 0x20202020;
         head.BlkCount = 0;
     });
-    EXPECT_TRUE(Contains(Attach(), "\nFormatFlag : 0x20202020\n"));
+    const LoopDevice device(Disk().Path());
+    EXPECT_TRUE(Contains(Run({device.Path()}).out, "\nFormatFlag : 0x20202020\n"));
 }
 
 TEST_F(DumpProgramOnDevices, AFailureSaysHowFarItCame) {

@@ -3,16 +3,17 @@
 #include <unistd.h>
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <optional>
 
 #include "cli/library_messages.h"
 #include "cli/output.h"
+#include "cli/partition_file.h"
 #include "cli/query.h"
 #include "commands/commands.h"
 #include "commands/loop_device.h"
-#include "cli/partition_file.h"
 #include "render/printable.h"
 
 namespace diskaccess {
@@ -67,6 +68,19 @@ private:
     bool m_begun = false;
 };
 
+/// What is attached is looked at by the kernel, for partitions, and by services of the system, for file systems: not every
+/// file that a user can read is to get there.
+void RequirePartition(const PartitionFile& file, const std::string& name) {
+    uint32_t magic = 0;
+    const bool whole = pread(file.Descriptor(), &magic, sizeof magic, 0) == ssize_t{sizeof magic};
+    if (!whole || (magic != PART_MAGIC && magic != PART_MAGIC_ALT)) {
+        throw Failure(
+            fmt::format("{}: bears no partition head{}, and is not attached; give an image file of the "
+                        "recorder's partition",
+                        name, whole ? fmt::format(" (it begins 0x{:08x})", magic) : ""));
+    }
+}
+
 std::string WhyItEnds(const DumpWriter& writer, const Options& options) {
     if (!writer.Begun()) {
         return fmt::format("{}: the kernel gives no size for it; the disk may have been taken out",
@@ -92,6 +106,7 @@ ExitCode Dump(const Options& options) {
             throw Failure(
                 fmt::format("{0}: is an image file, and a dump takes a block device; attach it with "
                             "`losetup --find --show --read-only {0}` and dump the loop device that "
+        RequirePartition(file, options.partition);
                             "this names, or give --attach (both as root)",
                             options.partition));
         }
