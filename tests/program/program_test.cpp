@@ -548,6 +548,23 @@ TEST_F(Program, SkewOfTheRecordersClock) {
     EXPECT_TRUE(Contains(Show("events", {"--skew", "-60"}), "2026-11-20 14:12:00"));
 }
 
+TEST_F(Program, ATimeOfDayIsOneOfTheDayOfFrom) {
+    // The events are at 14:11:00 and 14:15:00.
+    EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20 14:10", "--to", "14:14:59"}), "Events  1"));
+    EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20", "--to", "14:15"}), "Events  2"));
+    EXPECT_TRUE(Contains(Refused({"events", File("disk"), "--from", "2026-11-20 14:10", "--to", "14:09"}, 2),
+                         "--from lies after --to"));
+    // 14:50 UTC is 01:50 of the next day in Tokyo's zone plus two.
+    EXPECT_TRUE(Contains(
+        Run({"events", File("disk"), "--tz", "JST-11", "--from", "2026-11-20T14:00Z", "--to", "01:11:30"})
+            .out,
+        "Events  1"));
+    EXPECT_TRUE(Contains(
+        Run({"play", File("disk"), "--utc", "--iframes", "--from", "2026-11-20 14:40", "--seek", "14:40:10"})
+            .out,
+        "2026-11-20 14:40:10.000"));
+}
+
 TEST_F(Program, TimesPrintedCanBeTyped) {
     const std::string shown = Show("events");
     const std::string time = shown.substr(shown.find('\n') + 1, 19);

@@ -9,9 +9,10 @@ namespace {
 using namespace diskaccess;
 
 constexpr int64_t kNow = 1795271400; // 2026-11-21 14:30:00 UTC, a Saturday
+constexpr Present kPresent = {kNow, kNow};
 
 int64_t First(const std::string& text, const char* zone = "UTC", Twice twice = Twice::First) {
-    return ReadTime(text, TimeZone(zone), kNow, twice).first;
+    return ReadTime(text, TimeZone(zone), kPresent, twice).first;
 }
 
 TEST(TypedTimes, DateAndTime) {
@@ -31,19 +32,19 @@ TEST(TypedTimes, OffsetsBehindATimeOverrideTheZone) {
 }
 
 TEST(TypedTimes, DateIsItsWholeDay) {
-    const TypedTime day = ReadTime("2026-11-20", TimeZone("UTC"), kNow, Twice::First);
+    const TypedTime day = ReadTime("2026-11-20", TimeZone("UTC"), kPresent, Twice::First);
     EXPECT_EQ(day.first, 1795132800);
     EXPECT_EQ(day.last, 1795132800 + 86399);
-    const TypedTime local = ReadTime("2026-11-20", TimeZone("Europe/Berlin"), kNow, Twice::First);
+    const TypedTime local = ReadTime("2026-11-20", TimeZone("Europe/Berlin"), kPresent, Twice::First);
     EXPECT_EQ(local.first, 1795132800 - 3600);
     EXPECT_EQ(local.last, 1795132800 - 3600 + 86399);
 }
 
 TEST(TypedTimes, DaysWithAClockChangeDifferInLength) {
     // Europe/Berlin 2026: forward on March 29 (23 hours), back on October 25 (25 hours).
-    const TypedTime march = ReadTime("2026-03-29", TimeZone("Europe/Berlin"), kNow, Twice::First);
+    const TypedTime march = ReadTime("2026-03-29", TimeZone("Europe/Berlin"), kPresent, Twice::First);
     EXPECT_EQ(march.last - march.first, 23 * 3600 - 1);
-    const TypedTime october = ReadTime("2026-10-25", TimeZone("Europe/Berlin"), kNow, Twice::First);
+    const TypedTime october = ReadTime("2026-10-25", TimeZone("Europe/Berlin"), kPresent, Twice::First);
     EXPECT_EQ(october.last - october.first, 25 * 3600 - 1);
 }
 
@@ -54,21 +55,32 @@ TEST(TypedTimes, TimeOfDayIsTodays) {
     EXPECT_EQ(First("15:30", "Europe/Berlin"), kNow);
 }
 
+TEST(TypedTimes, TimeOfDayIsOneOfTheDayThatIsMeant) {
+    // 2026-11-20 23:30 UTC, which is the 21st in Berlin.
+    const Present present = {kNow, 1795217400};
+    EXPECT_EQ(ReadTime("08:00:20", TimeZone("UTC"), present, Twice::First).first, 1795161620);
+    EXPECT_EQ(ReadTime("08:00", TimeZone("Europe/Berlin"), present, Twice::First).first, 1795244400);
+    // The other words go by the present all the same.
+    EXPECT_EQ(ReadTime("today", TimeZone("UTC"), present, Twice::First).first, 1795219200);
+    EXPECT_EQ(ReadTime("-1h", TimeZone("UTC"), present, Twice::First).first, kNow - 3600);
+}
+
 TEST(TypedTimes, Words) {
     EXPECT_EQ(First("now"), kNow);
     EXPECT_EQ(First("today"), 1795219200);
     EXPECT_EQ(First("yesterday"), 1795219200 - 86400);
-    const TypedTime yesterday = ReadTime("yesterday", TimeZone("UTC"), kNow, Twice::First);
+    const TypedTime yesterday = ReadTime("yesterday", TimeZone("UTC"), kPresent, Twice::First);
     EXPECT_EQ(yesterday.last, 1795219199);
 }
 
 TEST(TypedTimes, YesterdayOfALongDayAndAfterIt) {
     // 2026-10-26 00:30 in Berlin: yesterday had 25 hours.
     const int64_t now = 1792971000;
-    const TypedTime yesterday = ReadTime("yesterday", TimeZone("Europe/Berlin"), now, Twice::First);
+    const TypedTime yesterday = ReadTime("yesterday", TimeZone("Europe/Berlin"), {now, now}, Twice::First);
     EXPECT_EQ(yesterday.last - yesterday.first, 25 * 3600 - 1);
     // 2026-03-30 00:30: yesterday had 23 hours.
-    const TypedTime shortDay = ReadTime("yesterday", TimeZone("Europe/Berlin"), 1774823400, Twice::First);
+    const TypedTime shortDay =
+        ReadTime("yesterday", TimeZone("Europe/Berlin"), {1774823400, 1774823400}, Twice::First);
     EXPECT_EQ(shortDay.last - shortDay.first, 23 * 3600 - 1);
 }
 
@@ -103,7 +115,7 @@ TEST(TypedTimes, NonsenseIsRefused) {
          {"", "tomorrow", "14", "2026-13-01", "2026-02-29", "2026-11-31", "2026-11-20 24:00",
           "2026-11-20 12:60", "-2y", "-h", "@", "@x", "2026-11-20 ", "2026/11/20", "25:00",
           "2026-11-20 12:00 CET", "--", "@99999999999"}) {
-        EXPECT_THROW(ReadTime(text, TimeZone("UTC"), kNow, Twice::First), WrongUse) << text;
+        EXPECT_THROW(ReadTime(text, TimeZone("UTC"), kPresent, Twice::First), WrongUse) << text;
     }
     EXPECT_EQ(First("2028-02-29"), 1835395200);
 }
@@ -116,11 +128,11 @@ TEST(TimeZones, TextIsWhatCanBeTyped) {
         for (const int64_t base : {int64_t{1774745000}, int64_t{1792886000}, int64_t{1773039000},
                                    int64_t{1793598000}, int64_t{1775315000}, int64_t{1790434000}, kNow}) {
             for (int64_t time = base - 9000; time < base + 9000; time += 450) {
-                EXPECT_EQ(ReadTime(zone.Text(time), zone, kNow, Twice::First).first, time)
+                EXPECT_EQ(ReadTime(zone.Text(time), zone, kPresent, Twice::First).first, time)
                     << name << ' ' << time;
-                EXPECT_EQ(ReadTime(zone.Text(time), zone, kNow, Twice::Second).first, time)
+                EXPECT_EQ(ReadTime(zone.Text(time), zone, kPresent, Twice::Second).first, time)
                     << name << ' ' << time;
-                EXPECT_EQ(ReadTime(zone.Rfc3339(time), zone, kNow, Twice::First).first, time)
+                EXPECT_EQ(ReadTime(zone.Rfc3339(time), zone, kPresent, Twice::First).first, time)
                     << name << ' ' << time;
             }
         }

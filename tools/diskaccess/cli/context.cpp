@@ -14,7 +14,7 @@ namespace diskaccess {
 // What is wrong with the options is said before anything is read.
 Context::Context(const Options& options, std::string command)
     : m_options(options), m_command(std::move(command)), m_zone(ReadZone(options)), m_clock(options.skew),
-      m_now(std::time(nullptr)), m_query(ReadQuery(options, m_zone, m_now)),
+      m_query(ReadQuery(options, m_zone, std::time(nullptr))),
       m_problems(options.partition,
                  [this](int64_t time) { return m_zone.TextOfMicros(m_clock.TrueInstant(time).micros); }),
       m_file(options.partition, m_output.Descriptor()) {
@@ -50,10 +50,6 @@ void Context::Unlock() {
     problem.severity = recordings::Severity::Note;
     problem.channels = m_disk->Hidden().bits;
     m_problems.Print(problem);
-}
-
-uint32_t Context::ReadDiskTime(const std::string& text) const {
-    return diskaccess::ReadDiskTime(text, m_zone, m_clock, m_now);
 }
 
 const recordings::BlockList& Context::Blocks() {

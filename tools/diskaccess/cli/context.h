@@ -33,8 +33,6 @@ public:
     const Query& Asked() const { return m_query; }
     const TimeZone& Zone() const { return m_zone; }
     const DiskClock& Clock() const { return m_clock; }
-    /// A time as typed, on the disk's clock.
-    uint32_t ReadDiskTime(const std::string& text) const;
 
     const recordings::Disk& Disk() const { return *m_disk; }
     /// What no output may take the place of.
@@ -64,7 +62,6 @@ private:
     std::string m_command;
     TimeZone m_zone;
     DiskClock m_clock;
-    int64_t m_now;
     Query m_query;
     ProblemPrinter m_problems;
     Output m_output;

@@ -9,7 +9,8 @@ namespace diskaccess {
 
 const char* const kHelpFooter =
     "A TIME is '2026-11-20 14:30:00' (an offset like +01:00 or Z may follow), 2026-11-20,\n"
-    "14:30 (today), today, yesterday, now, -2h (also s, m, d, w), or @1700000000.\n"
+    "14:30 (of today, as an end of the start's day), today, yesterday, now, -2h (also s, m, d, w),\n"
+    "or @1700000000.\n"
     "Exit status: 0 done, 1 failed, 2 wrong use, 3 done, but something recorded is missing.";
 
 void AddPartition(CLI::App& command, Options& options) {

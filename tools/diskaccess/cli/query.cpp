@@ -28,7 +28,7 @@ uint32_t ReadChannel(const std::string& text, const std::string& list) {
 }
 
 ChannelSet ReadChannels(const std::string& list) {
-    if (list.empty() || list == "all") {
+    if (list == "all") {
         return ChannelSet::All();
     }
     ChannelSet set;
@@ -79,17 +79,23 @@ std::optional<EventMask> ReadAlarms(const std::string& text) {
 
 void ReadRange(Query& query, const Options& options, const TimeZone& zone, int64_t now) {
     const DiskClock clock(options.skew);
+    Present present = {now, now};
     if (!options.from.empty()) {
-        query.range.first = ReadDiskTime(options.from, zone, clock, now);
+        const TypedTime from = ReadTime(options.from, zone, present, Twice::First);
+        query.range.first = clock.DiskSeconds(from.first);
+        present.day = from.first;
     }
     query.cutAt = query.range.last;
     if (!options.to.empty()) {
-        const TypedTime to = ReadTime(options.to, zone, now, Twice::Second);
+        const TypedTime to = ReadTime(options.to, zone, present, Twice::Second);
         query.range.last = clock.DiskSeconds(to.last);
         query.cutAt = clock.DiskSeconds(to.first == to.last ? to.last : to.last + 1);
     }
     if (query.range.first > query.range.last) {
         throw WrongUse("--from lies after --to");
+    }
+    if (!options.seek.empty()) {
+        query.seek = clock.DiskSeconds(ReadTime(options.seek, zone, present, Twice::First).first);
     }
 }
 
@@ -109,10 +115,6 @@ Query ReadQuery(const Options& options, const TimeZone& zone, int64_t now) {
     query.channels = ReadChannels(options.channels);
     query.alarms = ReadAlarms(options.alarm);
     return query;
-}
-
-uint32_t ReadDiskTime(const std::string& text, const TimeZone& zone, const DiskClock& clock, int64_t now) {
-    return clock.DiskSeconds(ReadTime(text, zone, now, Twice::First).first);
 }
 
 } // namespace diskaccess

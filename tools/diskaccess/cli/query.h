@@ -19,6 +19,8 @@ struct Query {
     recordings::TimeRange range;
     /// Where recordings that reach beyond the range are cut: its last second, or, after a range of whole days, midnight.
     uint32_t cutAt = 0;
+    /// Where to begin within the range.
+    std::optional<uint32_t> seek;
     recordings::ChannelSet channels = recordings::ChannelSet::All();
     std::optional<recordings::EventMask> alarms;
 };
@@ -30,10 +32,6 @@ TimeZone ReadZone(const Options& options);
 /// @param now the present, true time
 /// @throws WrongUse that says which option is wrong
 Query ReadQuery(const Options& options, const TimeZone& zone, int64_t now);
-
-/// A time as typed, on the disk's clock.
-/// @throws WrongUse
-uint32_t ReadDiskTime(const std::string& text, const TimeZone& zone, const DiskClock& clock, int64_t now);
 
 } // namespace diskaccess
 

@@ -91,7 +91,7 @@ int64_t OffsetOf(const std::string& text) {
     return text[0] == '-' ? -seconds : seconds;
 }
 
-std::optional<TypedTime> ReadCivil(const std::string& text, const TimeZone& zone, int64_t now, Twice twice) {
+std::optional<TypedTime> ReadCivil(const std::string& text, const TimeZone& zone, int64_t day, Twice twice) {
     static const std::regex date("([0-9]{4})-([0-9]{2})-([0-9]{2})");
     static const std::regex dateAndTime("([0-9]{4})-([0-9]{2})-([0-9]{2})[ T]([0-9]{1,2})(?::([0-9]{2}))?"
                                         "(?::([0-9]{2}))?(Z|[-+][0-9]{2}:?[0-9]{2})?");
@@ -108,7 +108,7 @@ std::optional<TypedTime> ReadCivil(const std::string& text, const TimeZone& zone
                  Number(match[4], 0), Number(match[5], 0), Number(match[6], 0)};
         offset = match[7].str();
     } else if (std::regex_match(text, match, timeOfDay)) {
-        civil = zone.ToCivil(now);
+        civil = zone.ToCivil(day);
         civil.hour = Number(match[1], 0);
         civil.minute = Number(match[2], 0);
         civil.second = Number(match[3], 0);
@@ -126,13 +126,13 @@ std::optional<TypedTime> ReadCivil(const std::string& text, const TimeZone& zone
 
 } // namespace
 
-TypedTime ReadTime(const std::string& text, const TimeZone& zone, int64_t now, Twice twice) {
-    std::optional<TypedTime> time = ReadWord(text, zone, now);
+TypedTime ReadTime(const std::string& text, const TimeZone& zone, const Present& present, Twice twice) {
+    std::optional<TypedTime> time = ReadWord(text, zone, present.now);
     if (!time) {
-        time = ReadRelative(text, now);
+        time = ReadRelative(text, present.now);
     }
     if (!time) {
-        time = ReadCivil(text, zone, now, twice);
+        time = ReadCivil(text, zone, present.day, twice);
     }
     if (!time) {
         throw WrongUse("'" + text +

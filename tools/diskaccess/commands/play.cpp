@@ -68,11 +68,8 @@ struct Selection {
 /// Shows frames, a line each.
 class Player {
 public:
-    explicit Player(Context& context) : m_context(context), m_answer(context.Answer()) {
-        const std::string& seek = context.Typed().seek;
-        if (!seek.empty()) {
-            m_seek = context.ReadDiskTime(seek);
-        }
+    explicit Player(Context& context)
+        : m_context(context), m_answer(context.Answer()), m_seek(context.Asked().seek) {
         m_answer.BeginTable(FrameTable());
     }
 
