@@ -293,7 +293,7 @@ TEST_F(SourceSafety, NeitherAreManifestsAndStreamsThatAreNoFiles) {
 }
 
 TEST_F(SourceSafety, NamesOfFoldersAreWrongUse) {
-    for (const std::string& name : {File("new/"), File("disk/"), std::string()}) {
+    for (const std::string& name : {File("new/"), File("disk/")}) {
         for (const char* const option : {"--force", "--raw"}) {
             const ProgramResult result = Export(File("disk"), name, {option});
             EXPECT_EQ(result.exitCode, 2) << name;

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "tables.h"
+#include "values.h"
 
 namespace completion {
 
@@ -30,9 +31,7 @@ void AddCommand(CLI::App& program) {
     CLI::App* const command =
         program.add_subcommand("completion", "A script for a shell, which completes these command lines");
     const auto shell = std::make_shared<std::string>();
-    command->add_option("SHELL", *shell, "The shell")
-        ->required()
-        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+    command->add_option("SHELL", *shell, "The shell")->required()->transform(OneOf({"bash", "zsh", "fish"}));
     command->callback([&program, shell] { Print(kShells.at(*shell)(ReadTables(program))); });
 }
 

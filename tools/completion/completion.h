@@ -8,7 +8,7 @@ namespace completion {
 /// Adds the command "completion SHELL", which prints a script that has bash, zsh or fish complete @p program's
 /// command line. The script is made from the program's own tables: commands and options with their
 /// descriptions, and what their values may be. An option or argument of type FILE takes files, one whose
-/// validator names its values in braces, as CLI::IsMember and CLI::Transformer do, takes these.
+/// validator names its values in braces, as OneOf (values.h) does, takes these.
 ///
 /// Called last, when the program has all its commands.
 void AddCommand(CLI::App& program);

@@ -46,11 +46,13 @@ std::vector<Command> AllCommands() {
             .Takes(AddRangeOptions)
             .Takes(AddChannelOption)
             .Takes(AddPlayOptions)
+            .Checks(CheckPlay)
             .Does(Asks(Play)),
         OnDisk("export", "Gets the video and audio of a time range out, as a file that players open")
             .Takes(AddRangeOptions)
             .Takes(AddChannelOption)
             .Takes(AddExportOptions)
+            .Checks(CheckExport)
             .Does(Asks(Export)),
         Command("dump", "The partition field by field, as it lies on the block device: for those who know "
                         "the format")

@@ -6,14 +6,16 @@
 
 #include "cli/output.h"
 #include "cli/problems.h"
+#include "cli/usage_error.h"
 #include "completion/completion.h"
 
 namespace diskaccess {
 
 namespace {
 
-ExitCode Execute(const Command& command, const Options& options) {
+ExitCode Execute(const Command& command, const CLI::App& typed, const Options& options) {
     try {
+        RefuseEmptyValues(typed);
         return command.Execute(options);
     } catch (const NobodyReads&) {
         return kDone; // a closed pipe is not an error
@@ -39,18 +41,30 @@ Command& Command::Takes(AddOptions add) {
     return *this;
 }
 
+Command& Command::Checks(Check check) {
+    m_check = check;
+    return *this;
+}
+
 Command& Command::Does(Run run) {
     m_run = std::move(run);
     return *this;
 }
 
-void Command::AddTo(CLI::App& app, Options& options, const std::function<void()>& chosen) const {
+ExitCode Command::Execute(const Options& options) const {
+    if (m_check != nullptr) {
+        m_check(options);
+    }
+    return m_run(options, m_name);
+}
+
+void Command::AddTo(CLI::App& app, Options& options, const Chosen& chosen) const {
     CLI::App* const command = app.add_subcommand(m_name, m_description);
     for (const AddOptions add : m_options) {
         add(*command, options);
     }
     command->footer(kHelpFooter);
-    command->callback(chosen);
+    command->callback([chosen, command] { chosen(*command); });
 }
 
 int RunCommandLine(const std::vector<Command>& commands, int argc, char** argv) {
@@ -62,7 +76,9 @@ int RunCommandLine(const std::vector<Command>& commands, int argc, char** argv) 
     Options options;
     ExitCode result = kDone;
     for (const Command& command : commands) {
-        command.AddTo(app, options, [&result, &options, &command] { result = Execute(command, options); });
+        command.AddTo(app, options, [&result, &options, &command](const CLI::App& typed) {
+            result = Execute(command, typed, options);
+        });
     }
     completion::AddCommand(app);
     try {
@@ -70,7 +86,7 @@ int RunCommandLine(const std::vector<Command>& commands, int argc, char** argv) 
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        app.exit(error);
+        Complain(UsageErrorText(app, error));
         return kWrongUse;
     }
     return result;

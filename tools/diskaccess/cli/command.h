@@ -15,23 +15,28 @@ namespace diskaccess {
 class Command {
 public:
     using AddOptions = void (*)(CLI::App& command, Options& options);
+    using Check = void (*)(const Options& options);
     using Run = std::function<ExitCode(const Options& options, const std::string& name)>;
+    using Chosen = std::function<void(const CLI::App& typed)>;
 
     Command(std::string name, std::string description);
 
     /// Adds options. Help shows them in the order in which they were added.
     Command& Takes(AddOptions add);
+    /// Looks at the options before anything is read. What is wrong with them is thrown.
+    Command& Checks(Check check);
     Command& Does(Run run);
 
-    ExitCode Execute(const Options& options) const { return m_run(options, m_name); }
+    ExitCode Execute(const Options& options) const;
     /// Makes the command known to the command line.
-    /// @param chosen called when the user types it
-    void AddTo(CLI::App& app, Options& options, const std::function<void()>& chosen) const;
+    /// @param chosen called when the user types it, with the command line's part that is the command's
+    void AddTo(CLI::App& app, Options& options, const Chosen& chosen) const;
 
 private:
     std::string m_name;
     std::string m_description;
     std::vector<AddOptions> m_options;
+    Check m_check = nullptr;
     Run m_run;
 };
 

@@ -2,8 +2,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <array>
 #include <limits>
-#include <map>
+#include <utility>
+#include <vector>
+
+#include "completion/values.h"
 
 namespace diskaccess {
 
@@ -35,28 +40,35 @@ void AddZoneOptions(CLI::App& command, Options& options) {
 
 namespace {
 
-const std::map<std::string, Format>& FormatNames() {
-    static const std::map<std::string, Format> names = {
-        {"text", Format::Text}, {"json", Format::Json}, {"ndjson", Format::Ndjson}, {"csv", Format::Csv}};
-    return names;
+constexpr std::array<std::pair<const char*, Format>, 4> kFormats = {
+    {{"text", Format::Text}, {"json", Format::Json}, {"ndjson", Format::Ndjson}, {"csv", Format::Csv}}};
+
+Format FormatOf(const std::string& name) {
+    const auto* const found = std::find_if(kFormats.begin(), kFormats.end(),
+                                           [&name](const auto& format) { return name == format.first; });
+    return found == kFormats.end() ? Format::Text : found->second;
+}
+
+void AddFormat(CLI::App& command, Options& options, const char* description,
+               const std::vector<std::string>& names) {
+    command
+        .add_option_function<std::string>(
+            "--format", [&options](const std::string& name) { options.format = FormatOf(name); }, description)
+        ->transform(completion::OneOf(names))
+        ->option_text("FORMAT")
+        ->default_str("text");
 }
 
 } // namespace
 
 void AddFormatOptions(CLI::App& command, Options& options) {
-    command.add_option("--format", options.format, "text, json, ndjson or csv")
-        ->transform(CLI::Transformer(FormatNames(), CLI::ignore_case))
-        ->option_text("FORMAT")
-        ->default_str("text");
+    AddFormat(command, options, "text, json, ndjson or csv", {"text", "json", "ndjson", "csv"});
     command.add_flag_callback(
         "--json", [&options] { options.format = Format::Json; }, "Short for --format json");
 }
 
 void AddTextFormatOption(CLI::App& command, Options& options) {
-    command.add_option("--format", options.format, "text, the only one")
-        ->transform(CLI::Transformer(FormatNames(), CLI::ignore_case).description("{text}"))
-        ->option_text("FORMAT")
-        ->default_str("text");
+    AddFormat(command, options, "text, the only one", {"text"});
 }
 
 void AddDiskOptions(CLI::App& command, Options& options) {
@@ -64,11 +76,12 @@ void AddDiskOptions(CLI::App& command, Options& options) {
         std::numeric_limits<uint32_t>::max(); // all that a recorder's clock can count
     command
         .add_option("--skew", options.skew, "Seconds that the recorder's clock was ahead (negative: behind)")
-        ->check(CLI::Range(-kMostSkew, kMostSkew))
+        ->check(completion::WholeNumber(-kMostSkew, kMostSkew))
         ->option_text("SECONDS");
     command
         .add_option("--disk-type", options.diskType,
                     "The recorder's disk type code (default: as the head says)")
+        ->check(completion::WholeNumber(0, std::numeric_limits<int>::max()))
         ->option_text("CODE");
     auto* const file = command
                            .add_option("--password-file", options.passwordFile,
@@ -106,6 +119,7 @@ void AddPlayOptions(CLI::App& command, Options& options) {
                                          "Play one record, as list shows it (segment 0 if left out)")
                              ->option_text("BLOCK/CHANNEL/SEGMENT");
     command.add_option("--unit", options.unit, "Play a whole block, every channel")
+        ->check(completion::WholeNumber(0, std::numeric_limits<uint32_t>::max()))
         ->option_text("BLOCK")
         ->excludes(record);
     command.add_option("--seek", options.seek, "Begin at the first key frame at or after TIME")
@@ -128,9 +142,7 @@ void AddExportOptions(CLI::App& command, Options& options) {
     command
         .add_option("--container", options.container,
                     "matroska or mp4 (default: as FILE ends, else matroska)")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, std::string>{{"matroska", "matroska"}, {"mkv", "matroska"}, {"mp4", "mp4"}},
-            CLI::ignore_case))
+        ->transform(completion::OneOf({"matroska", "mkv", "mp4"}))
         ->option_text("KIND");
     command
         .add_option("--audio", options.audio,
@@ -145,6 +157,7 @@ void AddDumpOptions(CLI::App& command, Options& options) {
         .add_option(
             "--level", options.level,
             "-1: size; 1: and head; 0: and bad-block tables; 2: head and blocks; 3: and their indexes")
+        ->check(completion::WholeNumber(std::numeric_limits<int>::min(), std::numeric_limits<int>::max()))
         ->option_text("N")
         ->default_str("3");
     command.add_flag("--attach", options.attach,

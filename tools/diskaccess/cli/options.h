@@ -26,7 +26,7 @@ struct Options {
     bool askPassword = false;
     std::string from;
     std::string to;
-    std::string channels;
+    std::string channels = "all";
     std::string alarm;
 
     // list

@@ -16,6 +16,11 @@ ExitCode Space(Context& context);
 ExitCode Play(Context& context);
 ExitCode Export(Context& context);
 
+// What is wrong with the options of a command alone, thrown before anything is read.
+
+void CheckPlay(const Options& options);
+void CheckExport(const Options& options);
+
 /// Takes any device as it is, also one that holds no partition.
 ExitCode Dump(const Options& options);
 

@@ -94,9 +94,6 @@ std::string WhyItEnds(const DumpWriter& writer, const Options& options) {
 } // namespace
 
 ExitCode Dump(const Options& options) {
-    if (options.format != Format::Text) {
-        throw WrongUse("--format: a dump is text only; leave the option out");
-    }
     ReadZone(options); // sets the zone of the process, in which the library prints times
     const PartitionFile file(options.partition, STDOUT_FILENO);
     PartAccess_t access = file.Access();
@@ -106,10 +103,10 @@ ExitCode Dump(const Options& options) {
             throw Failure(
                 fmt::format("{0}: is an image file, and a dump takes a block device; attach it with "
                             "`losetup --find --show --read-only {0}` and dump the loop device that "
-        RequirePartition(file, options.partition);
                             "this names, or give --attach (both as root)",
                             options.partition));
         }
+        RequirePartition(file, options.partition);
         loop.emplace(file.Descriptor(), options.partition);
         access = PartAccess_t();
         loop->Path().copy(access.PartName, sizeof access.PartName - 1);

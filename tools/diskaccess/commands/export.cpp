@@ -21,8 +21,15 @@ bool EndsWith(const std::string& text, const std::string& end) {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
+/// Whether a path can be a file's: "dir/", "." and ".." cannot.
+bool NamesFile(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    return !name.empty() && name != "." && name != "..";
+}
+
 media::Container WantedContainer(const Options& options) {
-    if (options.output.empty() || options.output.back() == '/') {
+    if (!NamesFile(options.output)) {
         throw WrongUse("--output: '" + options.output + "' names no file; give a file's name");
     }
     if (options.raw && !options.container.empty()) {
@@ -199,6 +206,11 @@ void ShowSummary(Context& context, const media::ExportResult& result) {
 }
 
 } // namespace
+
+void CheckExport(const Options& options) {
+    WantedContainer(options);
+    ReadAudio(options.audio);
+}
 
 ExitCode Export(Context& context) {
     media::QuietContainers();

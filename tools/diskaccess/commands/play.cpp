@@ -244,6 +244,12 @@ ExitCode PlayRange(Context& context) {
 
 } // namespace
 
+void CheckPlay(const Options& options) {
+    if (!options.record.empty()) {
+        ReadRecordName(options.record);
+    }
+}
+
 ExitCode Play(Context& context) {
     if (context.Typed().unit) {
         return PlayUnit(context, *context.Typed().unit);
