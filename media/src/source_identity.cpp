@@ -15,7 +15,17 @@ namespace media {
 
 namespace fs = std::filesystem;
 
-SourceIdentity::SourceIdentity(int source, fs::path kernel) : m_kernel(std::move(kernel)) {
+SourceIdentity::SourceIdentity(int source, fs::path kernel)
+    : SourceIdentity(std::vector<int>{source}, std::move(kernel)) {}
+
+SourceIdentity::SourceIdentity(const std::vector<int>& sources, fs::path kernel)
+    : m_kernel(std::move(kernel)) {
+    for (const int source : sources) {
+        AddSource(source);
+    }
+}
+
+void SourceIdentity::AddSource(int source) {
     struct stat status = {};
     if (fstat(source, &status) == 0) {
         Add(status);

@@ -127,7 +127,10 @@ std::unique_ptr<Source> OpenWhole(const std::string& path) {
 }
 
 std::unique_ptr<Source> OpenSource(const std::string& path, std::optional<uint32_t> partition) {
-    std::unique_ptr<Source> source = OpenWhole(path);
+    return FindPartition(OpenWhole(path), partition);
+}
+
+std::unique_ptr<Source> FindPartition(std::unique_ptr<Source> source, std::optional<uint32_t> partition) {
     if (!partition && BearsPartitionHead(*source)) {
         return source;
     }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <set>
 #include <utility>
+#include <vector>
 
 namespace media {
 
@@ -19,12 +20,15 @@ public:
     /// @param source descriptor of the opened source; what is known of it holds while that stays open
     /// @param kernel where the kernel tells of its devices
     explicit SourceIdentity(int source, std::filesystem::path kernel = "/sys");
+    /// @param sources descriptors of all that the source's bytes come from: the parts of a split image, for one
+    explicit SourceIdentity(const std::vector<int>& sources, std::filesystem::path kernel = "/sys");
 
     /// Whether writing to a file would write to the source.
     bool Includes(const struct stat& file) const;
 
 private:
     std::filesystem::path EntryOf(dev_t device) const;
+    void AddSource(int source);
     void Add(const struct stat& file);
     void AddDevice(dev_t device);
     void AddDeviceOf(const std::filesystem::path& entry);

@@ -69,6 +69,11 @@ RECORDINGS_API std::unique_ptr<Source> OpenSource(const std::string& path,
 /// @throws Error (CannotOpen, PartMissing, NotSupported)
 RECORDINGS_API std::unique_ptr<Source> OpenWhole(const std::string& path);
 
+/// Goes on to the partition, as OpenSource does.
+/// @throws Error (SeveralPartitions, NoSuchPartition; CannotOpen for a later part of a split image)
+RECORDINGS_API std::unique_ptr<Source> FindPartition(std::unique_ptr<Source> source,
+                                                     std::optional<uint32_t> partition = std::nullopt);
+
 /// Whether the magic of a recorder's partition head stands at @p offset.
 RECORDINGS_API bool BearsPartitionHead(const Source& source, uint64_t offset = 0);
 

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "cli/password.h"
-#include "cli/source.h"
 #include "render/amounts.h"
 #include "render/printable.h"
 
@@ -17,13 +16,13 @@ Context::Context(const Options& options, std::string command)
       m_query(ReadQuery(options, m_zone, std::time(nullptr))),
       m_problems(options.partition,
                  [this](int64_t time) { return m_zone.TextOfMicros(m_clock.TrueInstant(time).micros); }),
-      m_file(options.partition, m_output.Descriptor()) {
+      m_source(options.partition, options.partitionNumber, m_output.Descriptor()) {
     m_problems.BeforeEachLine([this] {
         if (m_progress) {
             m_progress->Hide();
         }
     });
-    m_disk = std::make_unique<recordings::Disk>(SourceOf(m_file, options.partition), options.diskType);
+    m_disk = std::make_unique<recordings::Disk>(m_source.Take(), options.diskType);
     for (const recordings::Problem& problem : m_disk->OpeningProblems()) {
         m_problems.Print(problem);
     }

@@ -9,10 +9,10 @@
 #include "cli/failure.h"
 #include "cli/options.h"
 #include "cli/output.h"
-#include "cli/partition_file.h"
 #include "cli/problems.h"
 #include "cli/progress.h"
 #include "cli/query.h"
+#include "cli/source.h"
 #include "recordings/blocks.h"
 #include "recordings/disk.h"
 #include "render/renderer.h"
@@ -36,7 +36,7 @@ public:
 
     const recordings::Disk& Disk() const { return *m_disk; }
     /// What no output may take the place of.
-    const media::SourceIdentity& Source() const { return m_file.Identity(); }
+    const media::SourceIdentity& Source() const { return m_source.Identity(); }
     /// The blocks that hold recordings. Read from the disk when first asked for.
     const recordings::BlockList& Blocks();
     /// A block that holds a recording; null when that of this number does not.
@@ -65,7 +65,7 @@ private:
     Query m_query;
     ProblemPrinter m_problems;
     Output m_output;
-    PartitionFile m_file;
+    OpenedSource m_source;
     std::unique_ptr<Progress> m_progress;
     std::unique_ptr<recordings::Disk> m_disk;
     std::unique_ptr<recordings::BlockList> m_blocks;

@@ -20,8 +20,10 @@ const char* const kHelpFooter =
 
 void AddPartition(CLI::App& command, Options& options) {
     command
-        .add_option("PARTITION", options.partition,
-                    "The recorder's partition: a block device or an image file")
+        .add_option(
+            "PARTITION", options.partition,
+            "The recorder's partition or the disk that it lies on: a block device, an image file, or the "
+            "first part of a split or E01 image")
         ->type_name("FILE")
         ->required();
 }
@@ -74,6 +76,10 @@ void AddTextFormatOption(CLI::App& command, Options& options) {
 void AddDiskOptions(CLI::App& command, Options& options) {
     constexpr int64_t kMostSkew =
         std::numeric_limits<uint32_t>::max(); // all that a recorder's clock can count
+    command
+        .add_option("--partition", options.partitionNumber,
+                    "Number of the partition on a whole disk (default: the only one of a recorder)")
+        ->option_text("N");
     command
         .add_option("--skew", options.skew, "Seconds that the recorder's clock was ahead (negative: behind)")
         ->check(completion::WholeNumber(-kMostSkew, kMostSkew))

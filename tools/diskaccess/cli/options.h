@@ -16,6 +16,7 @@ namespace diskaccess {
 /// The options of all commands, as typed. query.h says what they mean.
 struct Options {
     std::string partition;
+    std::optional<uint32_t> partitionNumber; ///< in the partition table of a whole disk
     std::string zone;
     Format format = Format::Text;
 

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "cli/failure.h"
+#include "cli/source.h"
 
 namespace diskaccess {
 
@@ -43,7 +44,7 @@ PartitionFile::PartitionFile(const std::string& path, int standardOutput)
     : m_path(path), m_fd(Open(path)), m_identity(m_fd) {
     try {
         CheckKind();
-        KeepOutputFrom(standardOutput);
+        KeepOutputFrom(m_path, m_identity, standardOutput);
     } catch (...) {
         close(m_fd);
         throw;
@@ -59,28 +60,6 @@ void PartitionFile::CheckKind() {
             "{}: is {}; give the recorder's partition, like /dev/sdb5, or an image file of it", m_path,
             known && S_ISDIR(status.st_mode) ? "a directory" : "neither a block device nor a file"));
     }
-}
-
-/// What is printed must not be appended to the source, as `list disk >> disk` would.
-void PartitionFile::KeepOutputFrom(int standardOutput) const {
-    const bool output = IsLedTo(standardOutput);
-    const bool complaints = IsLedTo(STDERR_FILENO);
-    if (complaints) {
-        // Not even this may be said there.
-        if (output || dup2(standardOutput, STDERR_FILENO) < 0) {
-            close(STDERR_FILENO);
-        }
-    }
-    if (output || complaints) {
-        throw Failure(
-            fmt::format("{}: standard {} leads into it, and it is never written; send the output elsewhere",
-                        m_path, output ? "output" : "error"));
-    }
-}
-
-bool PartitionFile::IsLedTo(int descriptor) const {
-    struct stat status = {};
-    return fstat(descriptor, &status) == 0 && m_identity.Includes(status);
 }
 
 PartitionFile::~PartitionFile() {

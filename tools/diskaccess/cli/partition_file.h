@@ -28,8 +28,6 @@ public:
 
 private:
     void CheckKind();
-    void KeepOutputFrom(int standardOutput) const;
-    bool IsLedTo(int descriptor) const;
 
     std::string m_path;
     int m_fd = -1;

@@ -106,6 +106,10 @@ Failure ToFailure(const recordings::Error& error) {
     switch (error.Kind()) {
     case ErrorKind::CannotOpen:
         return Failure(line + HintFor(error.SystemError()));
+    case ErrorKind::SeveralPartitions:
+        return Failure(line + "; choose one with --partition N");
+    case ErrorKind::NoSuchPartition:
+        return Failure(line + "; give another --partition, or leave it out");
     case ErrorKind::WrongDiskType:
         return Failure(line + "; leave --disk-type out");
     default:

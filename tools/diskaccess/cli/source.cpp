@@ -1,35 +1,56 @@
 #include "cli/source.h"
 
-#include <string>
-#include <utility>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include "cli/failure.h"
 
 namespace diskaccess {
 
 namespace {
 
-class NamedSource : public recordings::Source {
-public:
-    NamedSource(std::unique_ptr<recordings::Source> source, std::string name)
-        : m_source(std::move(source)), m_name(std::move(name)) {}
+bool LeadsInto(int descriptor, const media::SourceIdentity& source) {
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && source.Includes(status);
+}
 
-    const std::string& Name() const override { return m_name; }
-    uint64_t Size() const override { return m_source->Size(); }
-    bool IsBlockDevice() const override { return m_source->IsBlockDevice(); }
-    size_t Read(uint64_t offset, void* data, size_t size) const override {
-        return m_source->Read(offset, data, size);
+/// Opens all parts of a source, after a look at the first.
+std::unique_ptr<recordings::Source> OpenGuarded(const std::string& path, int standardOutput) {
+    const int first = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (first >= 0) {
+        const media::SourceIdentity identity(first);
+        close(first);
+        KeepOutputFrom(path, identity, standardOutput);
     }
-    void WillNeed(uint64_t offset, size_t size) const override { m_source->WillNeed(offset, size); }
-
-private:
-    std::unique_ptr<recordings::Source> m_source;
-    std::string m_name;
-};
+    return recordings::OpenWhole(path);
+}
 
 } // namespace
 
-std::unique_ptr<recordings::Source> SourceOf(const PartitionFile& file, const std::string& name) {
-    return std::make_unique<NamedSource>(
-        recordings::OpenSource("/proc/self/fd/" + std::to_string(file.Descriptor())), name);
+// Where the output leads is looked at as soon as a file is open: if it leads there, not even an error may be printed.
+OpenedSource::OpenedSource(const std::string& path, std::optional<uint32_t> partition, int standardOutput)
+    : m_source(OpenGuarded(path, standardOutput)), m_identity(m_source->Descriptors()) {
+    KeepOutputFrom(path, m_identity, standardOutput);
+    m_source = recordings::FindPartition(std::move(m_source), partition);
+}
+
+void KeepOutputFrom(const std::string& name, const media::SourceIdentity& source, int standardOutput) {
+    const bool output = LeadsInto(standardOutput, source);
+    const bool complaints = LeadsInto(STDERR_FILENO, source);
+    if (complaints) {
+        // Not even this may be said there.
+        if (output || dup2(standardOutput, STDERR_FILENO) < 0) {
+            close(STDERR_FILENO);
+        }
+    }
+    if (output || complaints) {
+        throw Failure(
+            fmt::format("{}: standard {} leads into it, and it is never written; send the output elsewhere",
+                        name, output ? "output" : "error"));
+    }
 }
 
 } // namespace diskaccess

@@ -44,6 +44,15 @@ uint64_t CountOf(const recordings::Disk& disk, BlockMark mark) {
     return count;
 }
 
+/// Where a partition lies on the whole disk that was named.
+Facts PlaceOf(const recordings::Disk& disk) {
+    const std::optional<recordings::Partition> place = disk.Bytes().PartOfDisk();
+    const char* const label = place ? "Partition" : ""; // nothing to tell people of
+    return {{"partition_number", label, place ? Value(uint64_t{place->number}) : Value(Nothing{})},
+            {"partition_start_bytes", place ? "Partition from" : "",
+             place ? Value(Bytes{place->start}) : Value(Nothing{})}};
+}
+
 Facts GeometryOf(const recordings::Disk& disk) {
     const recordings::DiskFacts& facts = disk.Facts();
     return {{"device", "Device", std::string(disk.Bytes().IsBlockDevice() ? "block device" : "image file")},
@@ -109,7 +118,8 @@ ExitCode Info(Context& context) {
     const auto identity =
         ends.newest == nullptr ? std::nullopt : ReadIdentity(context.Disk(), ends.newest->number);
     context.ReportBlocks();
-    Facts facts = GeometryOf(context.Disk());
+    Facts facts = PlaceOf(context.Disk());
+    Append(facts, GeometryOf(context.Disk()));
     Append(facts, SpanOf(context, ends));
     if (identity) {
         Append(facts, VehicleOf(*identity));
