@@ -14,17 +14,20 @@ TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev tzdata
   ewf-tools mandoc bsdextrautils bash-completion zsh fish)
 # What the 32-bit targets take. g++-multilib would drive the ARM compiler out; g++-12-multilib does not.
 TARGET_PACKAGES=(g++-12-multilib g++-arm-linux-gnueabihf qemu-user)
+# What the Python module takes, and its tests.
+PYTHON_PACKAGES=(pybind11-dev python3-dev)
+PYTHON_TEST_PACKAGES=(python3-pytest python3-numpy python3-av python3-pil mypy)
 # What fuzzing takes.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 LINT_PACKAGES=(clang-format clang-tidy shellcheck)
 # What the HTML reference takes, and the test that nothing public goes undocumented.
 DOCS_PACKAGES=(doxygen)
 # What the Debian packages take besides.
-DEB_PACKAGES=(debhelper dpkg-dev)
+DEB_PACKAGES=(debhelper dpkg-dev dh-python "${PYTHON_PACKAGES[@]}")
 # What the tests of packages and of the binary interface take.
 PACKAGING_TEST_PACKAGES=(abigail-tools lintian)
 COVERAGE_PACKAGES=(gcovr)
-BENCH_PACKAGES=(libbenchmark-dev libgtest-dev ffmpeg)
+BENCH_PACKAGES=(libbenchmark-dev libgtest-dev ffmpeg "${PYTHON_PACKAGES[@]}")
 
 print_help() {
   sed -n '2,/^set/{/^set/d;s/^# \{0,1\}//;p}' "scripts/${0##*/}"

@@ -7,7 +7,7 @@
 #   check_packages.sh SOURCE_DIRECTORY
 set -euo pipefail
 root=$1
-packages=(libdiskaccess1 libdiskaccess-dev libdiskrecordings1 libdiskrecordings-dev diskaccess)
+packages=(libdiskaccess1 libdiskaccess-dev libdiskrecordings1 libdiskrecordings-dev diskaccess python3-diskaccess)
 # shellcheck source=tests/packaging/check_consumers.sh
 source "$(dirname "$0")/check_consumers.sh"
 
@@ -57,7 +57,8 @@ apt install --yes --no-install-recommends "$scratch"/packages/*.deb
 multiarch=$(dpkg-architecture -q DEB_HOST_MULTIARCH)
 library=/usr/lib/$multiarch/libDiskAccess.so.1
 "$root/tests/interface/check_symbols.sh" "$library" "$root"/tests/interface/exported_{,aes_}symbols.txt
-for file in "$library" "${library/DiskAccess/DiskRecordings}" /usr/bin/diskaccess /usr/bin/diskaccess-sample; do
+for file in "$library" "${library/DiskAccess/DiskRecordings}" /usr/bin/diskaccess /usr/bin/diskaccess-sample \
+  /usr/lib/python3/dist-packages/diskaccess/_native.*.so; do
   check_run_path "$file" ""
   [[ $(ldd "$file") != *"not found"* ]]
 done
@@ -69,6 +70,7 @@ dpkg --verify "${packages[@]}"
 
 diskaccess-sample generate "$scratch/disk" --blocks 4 --block-size 1MiB --seconds 5
 [ "$(diskaccess list "$scratch/disk" --format csv | wc -l)" = 5 ] # a line of headings, four records
+/usr/bin/python3 -c 'import diskaccess, sys; assert len(diskaccess.open(sys.argv[1]).records()) == 4' "$scratch/disk"
 check_consumers "$scratch" g++ ON "$scratch/disk"
 
 # There is no configuration: packages removed are packages gone, and there is nothing left to purge.

@@ -1,0 +1,261 @@
+"""Disks, opened."""
+
+from __future__ import annotations
+
+import datetime
+import os
+import struct
+from collections.abc import Iterable, Iterator, Sequence
+from types import TracebackType
+from typing import TYPE_CHECKING, Any, TypeVar, overload
+
+from . import _export, _native
+from ._times import MICROS, Clock, Time
+from ._values import Event, Gap, Info, Problem, Record, info_of, problem_of
+
+if TYPE_CHECKING:
+    import numpy
+
+_ALL_CHANNELS = 0xFFFFFFFF
+_ALL_EVENTS = 0xFFFFFFFFFFFFFFFF
+_MARKS = ("", "suspect", "bad")
+_Row = TypeVar("_Row")
+
+
+def open(source: str | os.PathLike[str], password: str | None = None, *, partition: int | None = None,
+         disk_type: int | None = None, skew: int = 0,
+         tz: datetime.tzinfo = datetime.timezone.utc) -> Disk:
+    """Opens a recorder's partition: a block device or an image file, plain, split or E01. It is only ever read.
+
+    password: opens the access lock. Without one, the channels that the lock hides are left out.
+    partition: its number, on a whole disk that has several of recorders.
+    disk_type: the recorder's disk type code, where the head's magic is not to decide.
+    skew: seconds that the recorder's clock was ahead of true time.
+    tz: the zone of all times in answers.
+
+    Raises OpenError or PasswordError.
+    """
+    return Disk(source, password, partition=partition, disk_type=disk_type, skew=skew, tz=tz)
+
+
+class Disk:
+    """An opened disk: a context manager that closes it.
+
+    Ranges of time: start and end are datetimes with a zone or numpy.datetime64; both their seconds belong to the range,
+    and None is as far as there is something. channels: numbers from 0 to 31; None is all.
+
+    Threads may share a disk; they use it one after the other, without the interpreter's lock.
+    """
+
+    def __init__(self, source: str | os.PathLike[str], password: str | None = None, *,
+                 partition: int | None = None, disk_type: int | None = None, skew: int = 0,
+                 tz: datetime.tzinfo = datetime.timezone.utc) -> None:
+        self._clock = Clock(skew, tz)
+        self._session = _native.Session(os.fspath(source), partition, disk_type, password)
+        self._info = info_of(self._session.facts(), self._clock)
+
+    def __enter__(self) -> Disk:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, value: BaseException | None,
+                 trace: TracebackType | None) -> None:
+        self.close()
+
+    def __repr__(self) -> str:
+        state = "closed " if self.closed else ""
+        return f"<{state}Disk {self._info.source!r}: {self._info.description!r}>"
+
+    def close(self) -> None:
+        """Closes the disk, also when it is closed already. Frames that were delivered stay as they are."""
+        self._session.close()
+
+    @property
+    def closed(self) -> bool:
+        """Whether it is closed."""
+        return self._session.is_closed()
+
+    @property
+    def info(self) -> Info:
+        """What the disk is; also after it was closed."""
+        return self._info
+
+    def records(self, start: Time | None = None, end: Time | None = None,
+                channels: Iterable[int] | None = None) -> Records:
+        """The recordings of a range, block by block in recording order, uncut."""
+        first, last = self._clock.disk_range(start, end)
+        return Records(self._session.records(first, last, _channel_bits(channels)), self._clock)
+
+    def events(self, start: Time | None = None, end: Time | None = None, types: int = _ALL_EVENTS) -> Events:
+        """The events of a range.
+
+        types: those whose type has a bit in common with it.
+        """
+        first, last = self._clock.disk_range(start, end)
+        return Events(self._session.events(first, last, types), self._clock)
+
+    def problems(self, start: Time | None = None, end: Time | None = None,
+                 channels: Iterable[int] | None = None) -> list[Problem]:
+        """What is wrong with the disk, with its blocks of a range and with their indexes.
+
+        What is wrong with the frames themselves is found by reading them: see Frames.problems.
+        """
+        first, last = self._clock.disk_range(start, end)
+        found = self._session.problems(first, last, _channel_bits(channels))
+        return [problem_of(fields, self._clock) for fields in found]
+
+    def frames(self, start: Time | None = None, end: Time | None = None, channels: Iterable[int] | None = None, *,
+               decodable: bool = True, payload: bool = True) -> Frames:
+        """The video and audio frames of a range, in the order in which they were recorded.
+
+        decodable: begin each video channel with the last key frame at or before the range, and after a loss with the
+            next one. Otherwise every frame of the range comes, and none before it.
+        payload: whether payloads are read. Heads alone are faster.
+        """
+        first, last = self._clock.disk_range(start, end)
+        return Frames(self._session, self._clock, first, last, _channel_bits(channels), decodable, payload)
+
+    def export(self, output: str | os.PathLike[str], start: Time | None = None, end: Time | None = None,
+               channels: Iterable[int] | None = None, *, container: str | None = None,
+               audio: tuple[str, int] | None = None, replace: bool = False) -> _export.Export | None:
+        """Writes the video and audio of a range into files, without transcoding; beside them a manifest (OUTPUT.json).
+
+        container: "matroska", "mp4", or "raw" for elementary streams, whose names begin with output; by default as
+            output ends, else matroska.
+        audio: codec as libavcodec names it and samples a second, where the disk does not tell.
+        replace: whether files of these names may be replaced. Never the source.
+
+        Returns None when the range holds no frames. Raises ExportError when files cannot be made; then there are none.
+        """
+        first, last = self._clock.disk_range(start, end)
+        request = _export.request(os.fspath(output), container, audio, replace)
+        request.update(first=first, last=last, from_given=start is not None, to_given=end is not None,
+                       channels=_channel_bits(channels))
+        return _export.run(self._session, request, self._clock)
+
+
+class Frames(_native.FrameReader):
+    """An iterator over frames: Disk.frames() makes it. It may be dropped half-way."""
+
+    def __init__(self, session: _native.Session, clock: Clock, first: int, last: int, channels: int,
+                 decodable: bool, payload: bool) -> None:
+        super().__init__(session, first, last, channels, decodable, payload, clock.skew * MICROS, clock.zone)
+        self._clock = clock
+
+    @property
+    def problems(self) -> list[Problem]:
+        """What was wrong with what was read so far. Nothing is missing if none of them is a loss."""
+        return [problem_of(fields, self._clock) for fields in self._problems()]
+
+    @property
+    def gaps(self) -> list[Gap]:
+        """Where nothing was recorded, as far as was read."""
+        return [Gap(channel, video, block, self._clock.time(before), self._clock.time(after))
+                for channel, video, block, before, after in self._gaps()]
+
+    def to_numpy(self) -> numpy.ndarray[Any, Any]:
+        """The rest of the frames, without payload, as an array: time, channel, kind (0 picture, 1 key, 2 audio), size,
+        block, offset."""
+        import numpy
+
+        kinds = {"picture": 0, "key": 1, "audio": 2}
+        rows = [(frame.timestamp, frame.channel, kinds[frame.kind], len(frame), frame.block, frame.offset)
+                for frame in self]
+        return numpy.array(rows, dtype=[("time", "<M8[us]"), ("channel", "u1"), ("kind", "u1"), ("size", "<u4"),
+                                        ("block", "<u4"), ("offset", "<u4")])
+
+
+class _Rows(Sequence[_Row]):
+    """Rows of an answer: a sequence of objects, or an array."""
+
+    _layout: struct.Struct
+
+    def __init__(self, packed: bytes, clock: Clock) -> None:
+        self._packed = packed
+        self._clock = clock
+
+    def _row(self, fields: tuple[Any, ...]) -> _Row:
+        raise NotImplementedError
+
+    def __len__(self) -> int:
+        return len(self._packed) // self._layout.size
+
+    @overload
+    def __getitem__(self, index: int) -> _Row: ...
+
+    @overload
+    def __getitem__(self, index: slice) -> list[_Row]: ...
+
+    def __getitem__(self, index: int | slice) -> _Row | list[_Row]:
+        if isinstance(index, slice):
+            return [self[at] for at in range(*index.indices(len(self)))]
+        at = range(len(self))[index]
+        return self._row(self._layout.unpack_from(self._packed, at * self._layout.size))
+
+    def __iter__(self) -> Iterator[_Row]:
+        return map(self._row, self._layout.iter_unpack(self._packed))
+
+    def __repr__(self) -> str:
+        return f"<{len(self)} {type(self).__name__.lower()}>"
+
+
+class Records(_Rows[Record]):
+    """Recordings: a sequence of Record."""
+
+    _layout = struct.Struct("<IIIIIQBB")
+
+    def _row(self, fields: tuple[Any, ...]) -> Record:
+        block, channel, segment, start, end, size, closed, mark = fields
+        return Record(block, channel, segment, self._clock.time_of_second(start), self._clock.time_of_second(end),
+                      size, bool(closed), _MARKS[mark])
+
+    def to_numpy(self) -> numpy.ndarray[Any, Any]:
+        """An array: block, channel, segment, start, end (datetime64, UTC), bytes, closed, mark (0, 1 suspect, 2 bad)."""
+        import numpy
+
+        packed = numpy.frombuffer(self._packed, dtype=[
+            ("block", "<u4"), ("channel", "<u4"), ("segment", "<u4"), ("start", "<u4"), ("end", "<u4"),
+            ("bytes", "<u8"), ("closed", "?"), ("mark", "u1")])
+        return _with_times(packed, ("start", "end"), "s", self._clock.skew)
+
+
+class Events(_Rows[Event]):
+    """Events: a sequence of Event."""
+
+    _layout = struct.Struct("<qQIIiB")
+
+    def _row(self, fields: tuple[Any, ...]) -> Event:
+        micros, types, block, entry, channel, indexed = fields
+        return Event(self._clock.time(micros), types, block, entry, None if channel < 0 else channel, bool(indexed))
+
+    def to_numpy(self) -> numpy.ndarray[Any, Any]:
+        """An array: time (datetime64, UTC), type, block, entry, channel (-1: not known), indexed."""
+        import numpy
+
+        packed = numpy.frombuffer(self._packed, dtype=[
+            ("time", "<i8"), ("type", "<u8"), ("block", "<u4"), ("entry", "<u4"), ("channel", "<i4"),
+            ("indexed", "?")])
+        return _with_times(packed, ("time",), "us", self._clock.skew * MICROS)
+
+
+def _with_times(packed: numpy.ndarray[Any, Any], times: Iterable[str], unit: str,
+                skew: int) -> numpy.ndarray[Any, Any]:
+    """A copy with fields of time in place of numbers, in true time."""
+    import numpy
+
+    names = packed.dtype.names or ()
+    answer = numpy.empty(packed.shape, dtype=[
+        (name, f"<M8[{unit}]" if name in times else packed.dtype[name].str) for name in names])
+    for name in names:
+        answer[name] = (packed[name].astype("<i8") - skew).astype(f"<M8[{unit}]") if name in times else packed[name]
+    return answer
+
+
+def _channel_bits(channels: Iterable[int] | None) -> int:
+    if channels is None:
+        return _ALL_CHANNELS
+    bits = 0
+    for channel in channels:
+        if not 0 <= channel <= 31:
+            raise ValueError(f"{channel} is no channel; give numbers from 0 to 31")
+        bits |= 1 << channel
+    return bits

@@ -1,0 +1,21 @@
+#ifndef PYTHON_EXPORT_H
+#define PYTHON_EXPORT_H
+
+#include <pybind11/pybind11.h>
+
+#include <string>
+
+#include "media/exporter.h"
+#include "session.h"
+
+namespace python {
+
+/// Exports a range.
+/// @param words an object with the methods timestamp(micros), utc_timestamp(micros), readable_time(micros),
+///        readable_second(micros) and printable(bytes), each of which answers with a str
+/// @return None when the range holds no frames; else a dictionary: outputs, manifest, tracks, left_out, problems
+pybind11::object Export(Session& session, media::ExportRequest request, const pybind11::object& words);
+
+} // namespace python
+
+#endif // PYTHON_EXPORT_H

@@ -1,0 +1,190 @@
+// The module diskaccess._native: disks as Python's side of the package takes them.
+
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "export.h"
+#include "frame_iterator.h"
+#include "frame_object.h"
+#include "frame_reader.h"
+#include "media/error.h"
+#include "rows.h"
+#include "session.h"
+#include "times.h"
+
+namespace {
+
+namespace py = pybind11;
+using python::FrameReader;
+using python::Session;
+
+recordings::RecordQuery QueryOf(uint32_t first, uint32_t last, uint32_t channels) {
+    recordings::RecordQuery query;
+    query.range = {first, last};
+    query.channels = {channels};
+    return query;
+}
+
+std::unique_ptr<FrameReader> Frames(std::shared_ptr<Session> session, uint32_t first, uint32_t last,
+                                    uint32_t channels, bool decodable, bool payload, int64_t skewMicros,
+                                    py::object zone) {
+    recordings::FrameQuery query;
+    query.range = {first, last};
+    query.channels = {channels};
+    query.decodable = decodable;
+    query.want = payload ? recordings::Want::Payloads : recordings::Want::Heads;
+    return std::make_unique<FrameReader>(std::move(session), query, skewMicros, std::move(zone));
+}
+
+media::Container ContainerOf(const std::string& name) {
+    return name == "raw"   ? media::Container::Raw
+           : name == "mp4" ? media::Container::Mp4
+                           : media::Container::Matroska;
+}
+
+/// Takes what the package's Python side has put together: see _native.pyi.
+py::object Export(Session& session, const py::dict& asked, const py::object& words) {
+    media::ExportRequest request;
+    request.name = asked["name"].cast<std::string>();
+    request.container = ContainerOf(asked["container"].cast<std::string>());
+    request.range = {asked["first"].cast<uint32_t>(), asked["last"].cast<uint32_t>()};
+    request.fromGiven = asked["from_given"].cast<bool>();
+    request.toGiven = asked["to_given"].cast<bool>();
+    request.channels = {asked["channels"].cast<uint32_t>()};
+    request.audio = {asked["audio_codec"].cast<std::string>(), asked["audio_rate"].cast<uint32_t>()};
+    request.replace = asked["replace"].cast<bool>();
+    request.made = asked["made"].cast<std::string>();
+    request.skewSeconds = asked["skew"].cast<int64_t>();
+    request.zone = asked["zone"].cast<std::string>();
+    return python::Export(session, std::move(request), words);
+}
+
+/// Makes an exception of the package.
+py::object AddException(const py::module_& module, const char* name, const char* doc,
+                        const py::object& bases) {
+    const std::string full = std::string("diskaccess.") + name;
+    const auto made =
+        py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(full.c_str(), doc, bases.ptr(), nullptr));
+    if (!made) {
+        throw py::error_already_set();
+    }
+    module.attr(name) = made;
+    return made;
+}
+
+/// The exceptions, for as long as the process runs.
+struct Exceptions {
+    PyObject* open;
+    PyObject* password;
+    PyObject* closed;
+    PyObject* busy;
+    PyObject* output;
+};
+Exceptions g_exceptions;
+
+void Raise(PyObject* type, const char* text, int number = 0) {
+    const auto line = py::reinterpret_steal<py::object>(PyUnicode_DecodeFSDefault(text));
+    const py::object exception = py::reinterpret_borrow<py::object>(type)(line);
+    exception.attr("errno") = number == 0 ? py::object(py::none()) : py::int_(number);
+    PyErr_SetObject(type, exception.ptr());
+}
+
+void Translate(std::exception_ptr thrown) {
+    try {
+        if (thrown) {
+            std::rethrow_exception(std::move(thrown));
+        }
+    } catch (const recordings::Error& error) {
+        if (error.Kind() == recordings::ErrorKind::OutOfMemory) {
+            PyErr_NoMemory();
+        } else {
+            Raise(g_exceptions.open, error.what(), error.SystemError());
+        }
+    } catch (const python::WrongPassword& error) {
+        Raise(g_exceptions.password, error.what());
+    } catch (const python::Closed& error) {
+        Raise(g_exceptions.closed, error.what());
+    } catch (const python::Busy& error) {
+        Raise(g_exceptions.busy, error.what());
+    } catch (const media::Error& error) {
+        Raise(g_exceptions.output, error.what());
+    }
+}
+
+void AddExceptions(const py::module_& module) {
+    const py::object exception = py::reinterpret_borrow<py::object>(PyExc_Exception);
+    const py::object base =
+        AddException(module, "Error", "What this package raises. The text says what, and where.", exception);
+    g_exceptions.open = AddException(module, "OpenError",
+                                     "A source cannot be opened, or holds no recorder's partition.", base)
+                            .release()
+                            .ptr();
+    g_exceptions.password =
+        AddException(module, "PasswordError", "The disk's password is another one.", base).release().ptr();
+    g_exceptions.closed =
+        AddException(module, "ClosedError", "The disk is closed already.", base).release().ptr();
+    g_exceptions.busy = AddException(module, "BusyError", "Another use of the same object is going on.", base)
+                            .release()
+                            .ptr();
+    g_exceptions.output =
+        AddException(module, "ExportError", "Files could not be made; none was.", base).release().ptr();
+    py::register_exception_translator(Translate);
+}
+
+} // namespace
+
+PYBIND11_MODULE(_native, module) {
+    AddExceptions(module);
+    if (!python::PrepareTimes() || !python::AddFrameType(module.ptr()) ||
+        !python::AddFrameIteratorType(module.ptr())) {
+        throw py::error_already_set();
+    }
+    module.def("to_datetime", [](int64_t micros, const py::object& zone) {
+        PyObject* const time = python::ToDatetime(micros, zone.ptr());
+        if (time == nullptr) {
+            throw py::error_already_set();
+        }
+        return py::reinterpret_steal<py::object>(time);
+    });
+    module.def("quiet_containers", &media::QuietContainers);
+    py::class_<FrameReader>(module, "FrameReader")
+        .def(py::init(&Frames))
+        .def("__iter__", &python::IteratorOver)
+        .def("__next__", &FrameReader::Next)
+        .def("_problems", [](FrameReader& reader) { return python::AsList(reader.Problems()); })
+        .def("_gaps",
+             [](FrameReader& reader) {
+                 py::list gaps;
+                 for (const recordings::Gap& gap : reader.Gaps()) {
+                     gaps.append(py::make_tuple(gap.channel, gap.video, gap.block, gap.before, gap.after));
+                 }
+                 return gaps;
+             })
+        .def("close", &FrameReader::Finish);
+    py::class_<Session, std::shared_ptr<Session>>(module, "Session")
+        .def(py::init([](const std::string& path, std::optional<uint32_t> partition,
+                         std::optional<int> diskType, const std::optional<std::string>& password) {
+            return std::make_shared<Session>(python::Opening{path, partition, diskType, password});
+        }))
+        .def("close", &Session::Close)
+        .def("is_closed", &Session::IsClosed)
+        .def("facts", &python::Facts)
+        .def("records",
+             [](Session& session, uint32_t first, uint32_t last, uint32_t channels) {
+                 return python::PackedRecords(session, QueryOf(first, last, channels));
+             })
+        .def("events",
+             [](Session& session, uint32_t first, uint32_t last, uint64_t types) {
+                 return python::PackedEvents(session, {first, last}, types);
+             })
+        .def("problems",
+             [](Session& session, uint32_t first, uint32_t last, uint32_t channels) {
+                 return python::AsList(python::ProblemsOf(session, QueryOf(first, last, channels)));
+             })
+        .def("export", &Export);
+}

@@ -1,0 +1,37 @@
+#ifndef PYTHON_ROWS_H
+#define PYTHON_ROWS_H
+
+#include <pybind11/pybind11.h>
+
+#include <memory>
+#include <vector>
+
+#include "recordings/problem.h"
+#include "recordings/records.h"
+#include "session.h"
+
+namespace python {
+
+// Answers as Python's side takes them: many rows of numbers as packed bytes, which become objects or an array there; the
+// rest as tuples and dictionaries.
+
+/// Records of a range: <IIIIIQBB: block, channel, segment, start, end, bytes, closed, mark.
+pybind11::bytes PackedRecords(Session& session, const recordings::RecordQuery& query);
+
+/// Events: <qQIIiB: micros, type, block, entry, channel or -1, indexed.
+pybind11::bytes PackedEvents(Session& session, const recordings::TimeRange& range,
+                             recordings::EventMask mask);
+
+/// What the head, the newest block and the list of blocks say.
+pybind11::dict Facts(Session& session);
+
+/// A problem: kind, severity, text without times, and its fields.
+pybind11::tuple AsTuple(const recordings::Problem& problem);
+pybind11::list AsList(const std::vector<recordings::Problem>& problems);
+
+/// What is wrong with the disk, with its blocks of a range and with their indexes.
+std::vector<recordings::Problem> ProblemsOf(Session& session, const recordings::RecordQuery& query);
+
+} // namespace python
+
+#endif // PYTHON_ROWS_H

@@ -1,0 +1,58 @@
+"""What the tests read. CTest says where it is; see CMakeLists.txt."""
+
+import datetime
+import json
+import os
+import pathlib
+import subprocess
+
+import pytest
+
+UTC = datetime.timezone.utc
+
+
+def required(name: str) -> pathlib.Path:
+    if name not in os.environ:
+        pytest.skip(f"{name} is not set")
+    return pathlib.Path(os.environ[name])
+
+
+def generate(output: pathlib.Path, *options: str) -> pathlib.Path:
+    """Makes a disk of generated frames; without other options on 16 blocks of 64 KiB from 1,700,000,000 on."""
+    command = [required("DISKACCESS_SAMPLE"), "generate", output, "--blocks", "16", "--block-size", "64KiB",
+               "--channels", "2", "--seconds", "20", *options]
+    subprocess.run([str(word) for word in command], check=True, capture_output=True)
+    return output
+
+
+@pytest.fixture(scope="session")
+def sample() -> pathlib.Path:
+    """The sample partition: real video and audio of a bus with four cameras."""
+    return required("SAMPLE_DIRECTORY") / "sample.img"
+
+
+@pytest.fixture(scope="session")
+def program() -> pathlib.Path:
+    return required("DISKACCESS")
+
+
+@pytest.fixture
+def disk(tmp_path: pathlib.Path) -> pathlib.Path:
+    return generate(tmp_path / "disk.img")
+
+
+@pytest.fixture
+def locked(tmp_path: pathlib.Path) -> pathlib.Path:
+    """Two cameras, of which the lock hides channel 1; the password is 'open sesame'."""
+    scenario = {
+        "partition": {"block_count": 4, "block_size": 1048576,
+                      "lock": {"mode": 1, "channels": 2, "password": "open sesame"}},
+        "cameras": [{"channel": 0, "frame_rate": 10}, {"channel": 1, "frame_rate": 10}],
+        "recordings": [{"start": "2026-11-20T10:00:00Z", "seconds": 5,
+                        "clips": [{"channel": 0, "video": "door-2.h264"}, {"channel": 1, "video": "door-2.h264"}]}],
+    }
+    (tmp_path / "scenario.json").write_text(json.dumps(scenario))
+    command = [required("DISKACCESS_SAMPLE"), "record", tmp_path / "scenario.json", tmp_path / "locked.img", "--media",
+               required("SAMPLE_DIRECTORY")]
+    subprocess.run([str(word) for word in command], check=True, capture_output=True)
+    return tmp_path / "locked.img"

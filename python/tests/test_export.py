@@ -1,0 +1,74 @@
+"""Exports, which are the program's own."""
+
+import datetime
+import hashlib
+import json
+import pathlib
+import subprocess
+
+import pytest
+
+import diskaccess
+from conftest import UTC
+
+FROM = datetime.datetime(2026, 11, 20, 16, 21, 0, tzinfo=UTC)
+TO = datetime.datetime(2026, 11, 20, 16, 21, 9, tzinfo=UTC)
+
+
+def test_the_same_bytes_as_the_program(sample: pathlib.Path, program: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    (tmp_path / "theirs").mkdir()
+    (tmp_path / "ours").mkdir()
+    subprocess.run([str(program), "export", str(sample), "--utc", "--from", "2026-11-20 16:21:00", "--to",
+                    "2026-11-20 16:21:09", "-o", str(tmp_path / "theirs/film.mkv")], check=True, capture_output=True)
+    with diskaccess.open(sample) as disk:
+        result = disk.export(tmp_path / "ours/film.mkv", FROM, TO)
+    assert result is not None
+    film = (tmp_path / "ours/film.mkv").read_bytes()
+    assert film == (tmp_path / "theirs/film.mkv").read_bytes()
+    assert result.outputs == [(str(tmp_path / "ours/film.mkv"), len(film), hashlib.sha256(film).hexdigest())]
+    ours, theirs = (json.loads((tmp_path / where / "film.mkv.json").read_text()) for where in ("ours", "theirs"))
+    for manifest in (ours, theirs):
+        for key in ("made", "outputs", "source"):
+            manifest.pop(key, None)
+    assert ours == theirs
+
+
+def test_what_came_of_it(sample: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    with diskaccess.open(sample) as disk:
+        result = disk.export(tmp_path / "rear", FROM, TO, [1], container="raw")
+    assert result is not None
+    assert [pathlib.Path(output.path).name for output in result.outputs] == ["rear-ch1.h264"]
+    track = result.tracks[0]
+    assert (track.channel, track.kind, track.codec, track.path) == (1, "video", "h264", result.outputs[0].path)
+    assert track.start <= FROM and FROM <= track.end <= TO + datetime.timedelta(seconds=1)
+    assert track.frames >= 250 and track.bytes == result.outputs[0].size  # 25 a second
+    assert result.left_out == [] and result.manifest == str(tmp_path / "rear.json")
+
+
+def test_nothing_of_that_time(sample: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    with diskaccess.open(sample) as disk:
+        assert disk.export(tmp_path / "film.mkv", TO + datetime.timedelta(days=1)) is None
+    assert list(tmp_path.iterdir()) == []
+
+
+def test_what_is_there_is_not_replaced_unasked(sample: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    film = tmp_path / "film.mp4"
+    film.write_text("mine")
+    with diskaccess.open(sample) as disk:
+        with pytest.raises(diskaccess.ExportError, match="film.mp4"):
+            disk.export(film, FROM, TO, [0])
+        assert film.read_text() == "mine"
+        disk.export(film, FROM, TO, [0], replace=True)
+        assert film.read_bytes()[4:8] == b"ftyp"
+        with pytest.raises(ValueError, match="avi"):
+            disk.export(film, container="avi")
+
+
+def test_the_source_is_never_written(disk: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    before = disk.read_bytes()
+    (tmp_path / "link.mkv").hardlink_to(disk)
+    with diskaccess.open(disk) as opened:
+        for name in (disk, tmp_path / "link.mkv"):
+            with pytest.raises(diskaccess.ExportError):
+                opened.export(name, replace=True)
+    assert disk.read_bytes() == before
