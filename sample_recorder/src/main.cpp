@@ -130,10 +130,15 @@ void RecordLive(const Options& options) {
     RecorderSettings settings;
     MergedSource frames = OpenCameras(options, kLastSecond - options.start, settings);
     Recorder recorder(image, settings);
-    LiveRecording live(recorder, frames, options.speed);
+    const Clock::time_point begin = Clock::now();
+    LiveRecording live(recorder, frames, options.speed, begin);
     live.RepeatEvents(options.eventPeriod, 0);
-    const auto end = Clock::now() + std::chrono::duration<double>(options.realSeconds);
+    const auto end = begin + std::chrono::duration_cast<Clock::duration>(
+                                 std::chrono::duration<double>(options.realSeconds));
     live.Run([&] { return g_interrupted != 0 || (options.realSeconds > 0 && Clock::now() >= end); });
+    if (g_interrupted == 0 && options.realSeconds > 0) {
+        live.WriteDue(end); // on a busy machine it may have fallen behind
+    }
     EndRecording(recorder, options);
     std::fprintf(stderr, "%llu frames in %u blocks\n", static_cast<unsigned long long>(live.FramesWritten()),
                  recorder.BlocksOpened());

@@ -153,22 +153,36 @@ protected:
         return Named(result.out);
     }
 
-    /// The kernel may take a moment.
+    /// The kernel may take a moment, and a busy machine many.
     void ExpectDetached() {
-        for (int i = 0; i < 100 && !LoopDevice::Of(Disk().Path()).empty(); ++i) {
+        for (int i = 0; i < 1200 && !LoopDevice::Of(Disk().Path()).empty(); ++i) {
             RunProgram({"sleep", "0.05"});
         }
         EXPECT_EQ(LoopDevice::Of(Disk().Path()), "");
     }
 
     /// Attaches the image, and has @p signal end the program while nobody reads its output.
-    /// @return the loop devices of the image meanwhile
+    /// @return the loop devices of the image before the signal
     std::string EndBySignal(const std::string& signal) {
-        const std::string image = "'" + Disk().Path() + "'";
-        return RunProgram({"sh", "-c",
-                           "PATH=$PATH:/usr/sbin:/sbin; timeout --signal=" + signal +
-                               " 2 " DISKACCESS_PROGRAM " dump " + image +
-                               " --attach | { sleep 1; losetup -j " + image + " >&2; sleep 2; }"})
+        ProgramSetting setting;
+        setting.environment = {"PROGRAM=" DISKACCESS_PROGRAM, "SIGNAL=" + signal, "IMAGE=" + Disk().Path(),
+                               "PIPE=" + File("pipe")};
+        // With job control, so that the program in the background hears an interrupt.
+        return RunProgram({"bash", "-c", R"(set -m
+                           PATH=$PATH:/usr/sbin:/sbin
+                           mkfifo "$PIPE"
+                           exec 3<>"$PIPE"
+                           "$PROGRAM" dump "$IMAGE" --attach >&3 3>&- &
+                           for i in {1..600}; do
+                             devices=$(losetup -j "$IMAGE")
+                             [ -z "$devices" ] || break
+                             sleep 0.1
+                           done
+                           kill -s "$SIGNAL" %1
+                           wait %1
+                           rm "$PIPE"
+                           echo "$devices" >&2)"},
+                          setting)
             .err;
     }
 };
