@@ -1,5 +1,5 @@
-# Flags that all of the project's own code is built with: diskaccess_flags(target), and diskaccess_program_flags(target)
-# for what is the programs' alone; and diskaccess_installed(target) for what is installed.
+# How the project's own code is built: diskaccess_flags(target), and diskaccess_program_flags(target) for what is the
+# programs' alone; and diskaccess_installed(target) for what is installed.
 
 set(DISKACCESS_WARNINGS
   -Wall -Wextra -Wpedantic -Werror
@@ -23,10 +23,19 @@ function(diskaccess_flags target)
   endif()
 endfunction()
 
+# diskaccess_unity(target): compiles a target's sources together, if DISKACCESS_UNITY asks for it. Two files that use a
+# name for different things in their unnamed namespaces cannot be: one of them gets SKIP_UNITY_BUILD_INCLUSION. The
+# library itself is always compiled file by file.
+function(diskaccess_unity target)
+  if(DISKACCESS_UNITY)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 16)
+  endif()
+endfunction()
+
 function(diskaccess_program_flags target)
   diskaccess_flags(${target})
   if(DISKACCESS_SANITIZE AND DISKACCESS_BUILD_TESTS)
-    # Templates of option tables and JSON: they take clang thrice as long to optimise as not to, and tests wait longer
+    # Templates of option tables and JSON: they take clang three times as long to optimise as not to, and tests wait longer
     # for that than for the programs.
     target_compile_options(${target} PRIVATE -O0)
   endif()

@@ -8,7 +8,7 @@ else()
   set(damage_stride 1)
 endif()
 
-allocation_test(damage_matrix_test
+allocation_test(damage_matrix_test SHARDS 4 COST 10
   damage/bounds_test.cpp
   damage/expectations_test.cpp
   damage/format_fields.cpp

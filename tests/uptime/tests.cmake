@@ -6,7 +6,7 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT DISKACCESS_SANITIZE AND NOT D
 else()
   set(uptime_rounds 2000)
 endif()
-diskaccess_test(uptime_test library_objects uptime/uptime_test.cpp uptime/heap_account.cpp)
+diskaccess_test(uptime_test library_objects COST 20 uptime/uptime_test.cpp uptime/heap_account.cpp)
 wrap_allocations(uptime_test)
 target_compile_definitions(uptime_test PRIVATE UPTIME_ROUNDS=${uptime_rounds})
 if(DISKACCESS_SANITIZE)
