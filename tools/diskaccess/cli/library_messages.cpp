@@ -13,20 +13,7 @@
 
 namespace diskaccess {
 
-namespace {
-
-size_t CountFailures(const std::string& messages) {
-    size_t failures = 0;
-    for (size_t at = messages.find(", Failed\n"); at != std::string::npos;
-         at = messages.find(", Failed\n", at + 1)) {
-        ++failures;
-    }
-    return failures;
-}
-
-} // namespace
-
-LibraryMessages::LibraryMessages(bool show) : m_show(show) {
+LibraryMessages::LibraryMessages() {
     std::fflush(stdout);
     m_standardOutput = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     m_messages = memfd_create("library-messages", MFD_CLOEXEC);
@@ -40,21 +27,6 @@ LibraryMessages::~LibraryMessages() {
     dup2(m_standardOutput, STDOUT_FILENO);
     close(m_standardOutput);
     close(m_messages);
-}
-
-size_t LibraryMessages::TakeFailures() const {
-    std::fflush(stdout);
-    const off_t size = lseek(m_messages, 0, SEEK_END);
-    std::string messages(size < 0 ? 0 : static_cast<size_t>(size), '\0');
-    const ssize_t got = pread(m_messages, messages.data(), messages.size(), 0);
-    messages.resize(got < 0 ? 0 : static_cast<size_t>(got));
-    if (ftruncate(m_messages, 0) == 0) {
-        lseek(m_messages, 0, SEEK_SET);
-    }
-    if (m_show) {
-        std::fwrite(messages.data(), 1, messages.size(), stderr);
-    }
-    return CountFailures(messages);
 }
 
 } // namespace diskaccess

@@ -64,7 +64,7 @@ private:
     }
 
     Output m_output;
-    LibraryMessages m_libraryMessages{false};
+    LibraryMessages m_libraryMessages;
     bool m_begun = false;
 };
 
