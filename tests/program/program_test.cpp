@@ -5,12 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
+#include <tuple>
 
 #include "search/search_fixture.h"
 #include "support/run_program.h"
@@ -953,6 +955,44 @@ TEST_F(Program, PasswordIsAskedForAtATerminal) {
 }
 
 // ---- wrong use
+
+TEST_F(Program, PasswordFilesAreReadNoFurtherThanAPasswordGoes) {
+    Lock("right");
+    std::ofstream(File("long")) << std::string(1025, 'x') << "\n";
+    EXPECT_EQ(Refused({"list", File("disk"), "--password-file", File("long")}),
+              "diskaccess: " + File("long") +
+                  ": its first line is longer than 1024 bytes, and no password is; put the password there\n");
+    std::ofstream(File("longest")) << std::string(1024, 'x') << "\nmore";
+    EXPECT_EQ(Run({"list", File("disk"), "--password-file", File("longest")}).exitCode, 1); // wrong, but read
+    // A file without end.
+    EXPECT_TRUE(Contains(Refused({"list", File("disk"), "--password-file", "/dev/zero"}), "is longer than"));
+    EXPECT_TRUE(
+        Contains(Refused({"list", File("disk"), "--password-file", File("")}), "no password can be read"));
+    std::ofstream(File("without-newline")) << "right";
+    EXPECT_EQ(Run({"list", File("disk"), "--password-file", File("without-newline")}).exitCode, 0);
+    std::ofstream(File("nothing"));
+    EXPECT_TRUE(Contains(Refused({"list", File("disk"), "--password-file", File("nothing")}),
+                         "no password can be read"));
+}
+
+/// An interrupt at the prompt, by key or by signal, must not leave a terminal that shows nothing of what is typed.
+TEST_F(Program, TheTerminalShowsWhatIsTypedAgainAfterAnInterrupt) {
+    Lock("right");
+    const std::vector<std::string> command = {DISKACCESS_PROGRAM, "list", File("disk"), "--ask-password"};
+    const auto end = [&command](const std::string& keys, int signal) {
+        return EndAtTerminal(command, "Password of the disk: ", keys, signal);
+    };
+    for (const auto& [keys, signal, exitCode] :
+         std::vector<std::tuple<std::string, int, int>>{{"ri\x03", 0, 128 + SIGINT},
+                                                        {"ri\x1c", 0, 128 + SIGQUIT},
+                                                        {"ri", SIGTERM, 128 + SIGTERM},
+                                                        {"ri", SIGHUP, 128 + SIGHUP}}) {
+        const TerminalEnd ended = end(keys, signal);
+        EXPECT_EQ(ended.exitCode, exitCode);
+        EXPECT_TRUE(ended.echoWasOff);
+        EXPECT_TRUE(ended.echoIsOn) << exitCode;
+    }
+}
 
 TEST_F(Program, WrongUseEndsWithTwo) {
     const std::vector<std::vector<std::string>> commands = {

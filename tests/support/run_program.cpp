@@ -1,8 +1,11 @@
 #include "support/run_program.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -75,7 +78,57 @@ int ExitCodeOf(pid_t child) {
     Execute(command);
 }
 
+bool ShowsTyping(int terminal) {
+    termios settings = {};
+    return tcgetattr(terminal, &settings) == 0 && (settings.c_lflag & tcflag_t{ECHO}) != 0;
+}
+
+/// Waits, for a minute at most, until a terminal has shown @p text.
+bool AwaitText(int terminal, const std::string& text) {
+    std::string shown;
+    char buffer[4096];
+    pollfd ready = {terminal, POLLIN, 0};
+    while (shown.find(text) == std::string::npos && poll(&ready, 1, 60000) == 1) {
+        const ssize_t got = read(terminal, buffer, sizeof buffer);
+        if (got <= 0) {
+            return false;
+        }
+        shown.append(buffer, static_cast<size_t>(got));
+    }
+    return shown.find(text) != std::string::npos;
+}
+
 } // namespace
+
+TerminalEnd EndAtTerminal(const std::vector<std::string>& command, const std::string& prompt,
+                          const std::string& keys, int signal) {
+    int terminal = -1;
+    char name[256] = {};
+    const pid_t child = forkpty(&terminal, name, nullptr, nullptr);
+    if (child < 0) {
+        throw std::runtime_error("cannot make a terminal");
+    }
+    if (child == 0) {
+        Execute(command);
+    }
+    // Held open so that its settings outlive the program.
+    const int held = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    TerminalEnd end;
+    if (AwaitText(terminal, prompt)) {
+        end.echoWasOff = !ShowsTyping(held);
+        if (write(terminal, keys.data(), keys.size()) != static_cast<ssize_t>(keys.size())) {
+            throw std::runtime_error("cannot type");
+        }
+    }
+    if (signal != 0) {
+        kill(child, signal);
+    }
+    end.exitCode = ExitCodeOf(child);
+    end.echoIsOn = ShowsTyping(held);
+    close(held);
+    close(terminal);
+    return end;
+}
 
 ProgramResult RunProgram(const std::vector<std::string>& command, const ProgramSetting& setting) {
     const int input = MemoryFile(setting.input);

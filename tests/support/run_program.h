@@ -28,6 +28,18 @@ ProgramResult RunProgram(const std::vector<std::string>& command, const ProgramS
 ProgramResult RunAtTerminal(const std::vector<std::string>& command, const std::string& prompt,
                             const std::string& answer);
 
+/// What a program left of its terminal when it was ended.
+struct TerminalEnd {
+    int exitCode = -1;       ///< as in ProgramResult
+    bool echoWasOff = false; ///< at the prompt
+    bool echoIsOn = false;   ///< at the end
+};
+
+/// Runs a program at a terminal of its own, waits for @p prompt and for the terminal to show no typing, types @p keys, and
+/// sends it @p signal unless that is 0.
+TerminalEnd EndAtTerminal(const std::vector<std::string>& command, const std::string& prompt,
+                          const std::string& keys, int signal);
+
 } // namespace test_support
 
 #endif // TESTS_SUPPORT_RUN_PROGRAM_H
