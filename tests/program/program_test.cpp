@@ -654,6 +654,24 @@ TEST_F(Program, NamesOnTheDiskAreShownEscaped) {
     EXPECT_TRUE(Contains(Show("info"), std::string(32, 'x') + "\n"));
 }
 
+TEST_F(Program, NamesInMessagesAreShownEscaped) {
+    const std::string name = File("a\n\x1b[2J\\\xe2\x80\xae\xff");
+    const std::string escaped = File("a") + "\\x0a\\x1b[2J\\\\\\xe2\\x80\\xae\\xff";
+    EXPECT_EQ(Refused({"list", name}),
+              "diskaccess: " + escaped + ": cannot be opened: No such file or directory; check the name\n");
+    std::ofstream(name) << "no partition";
+    EXPECT_EQ(Refused({"list", name}).rfind("diskaccess: " + escaped + ": is cut off after", 0), 0u);
+    EXPECT_TRUE(Contains(Refused({"list", name, "--from", "\x1b"}, 2), ": '\\x1b' is not a time"));
+    EXPECT_TRUE(Contains(Refused({"\x1b"}, 2), ": '\\x1b' is not a command"));
+    EXPECT_TRUE(Contains(Refused({"list", name, "--\x1b"}, 2), ": list has no option --\\x1b;"));
+    EXPECT_TRUE(Contains(Refused({"list", name, "--format", "\xff"}, 2), ": --format: '\\xff' is none of "));
+    EXPECT_TRUE(Contains(Refused({"list", name, "--tz", "\a"}, 2), "no zone is called '\\x07'"));
+    EXPECT_TRUE(
+        Contains(Refused({"export", File("disk"), "-o", name + "/x"}), escaped + "/x: cannot be made"));
+    ASSERT_EQ(rename(File("disk").c_str(), name.c_str()), 0);
+    EXPECT_EQ(Json::parse(Run({"space", name, "--json"}).out)["partition"], escaped);
+}
+
 // ---- the program's own channels
 
 TEST_F(Program, ClosedPipeIsNoError) {
@@ -938,24 +956,6 @@ TEST_F(Program, PasswordFileThatCannotBeRead) {
               "diskaccess: /nonexistent: no password can be read from it; put it on the first line\n");
 }
 
-TEST_F(Program, PasswordIsAskedForAtATerminal) {
-    Lock("right");
-    const ProgramResult result =
-        RunAtTerminal({DISKACCESS_PROGRAM, "list", File("disk"), "--utc", "--ask-password"},
-                      "Password of the disk: ", "right\n");
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_TRUE(Contains(result.out, "Records  8")) << result.out;
-    EXPECT_FALSE(Contains(result.out, "right")) << "the password was shown";
-    const ProgramResult without =
-        RunProgram({"setsid", "--wait", DISKACCESS_PROGRAM, "list", File("disk"), "--ask-password"});
-    EXPECT_EQ(without.exitCode, 1);
-    EXPECT_EQ(without.err,
-              "diskaccess: --ask-password: there is no terminal to ask at; use --password-file or "
-              "DISKACCESS_PASSWORD\n");
-}
-
-// ---- wrong use
-
 TEST_F(Program, PasswordFilesAreReadNoFurtherThanAPasswordGoes) {
     Lock("right");
     std::ofstream(File("long")) << std::string(1025, 'x') << "\n";
@@ -993,6 +993,24 @@ TEST_F(Program, TheTerminalShowsWhatIsTypedAgainAfterAnInterrupt) {
         EXPECT_TRUE(ended.echoIsOn) << exitCode;
     }
 }
+
+TEST_F(Program, PasswordIsAskedForAtATerminal) {
+    Lock("right");
+    const ProgramResult result =
+        RunAtTerminal({DISKACCESS_PROGRAM, "list", File("disk"), "--utc", "--ask-password"},
+                      "Password of the disk: ", "right\n");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_TRUE(Contains(result.out, "Records  8")) << result.out;
+    EXPECT_FALSE(Contains(result.out, "right")) << "the password was shown";
+    const ProgramResult without =
+        RunProgram({"setsid", "--wait", DISKACCESS_PROGRAM, "list", File("disk"), "--ask-password"});
+    EXPECT_EQ(without.exitCode, 1);
+    EXPECT_EQ(without.err,
+              "diskaccess: --ask-password: there is no terminal to ask at; use --password-file or "
+              "DISKACCESS_PASSWORD\n");
+}
+
+// ---- wrong use
 
 TEST_F(Program, WrongUseEndsWithTwo) {
     const std::vector<std::vector<std::string>> commands = {

@@ -144,6 +144,30 @@ TEST(Rendering, Csv) {
                                                "12,2026-11-20T14:31:45Z,,false,\"say \"\"x\"\"\"\r\n");
 }
 
+/// Spreadsheets take a cell that begins with one of these for a formula, and run it.
+TEST(Rendering, CsvHasNoCellsThatASpreadsheetWouldRun) {
+    const auto cell = [](const std::string& text) {
+        const std::string csv = Rendered({{Facts{{"a", "A", text}}}}, Format::Csv);
+        return csv.substr(3, csv.size() - 5); // without the header and the line's end
+    };
+    EXPECT_EQ(cell("=1+1"), "'=1+1");
+    EXPECT_EQ(cell("+1"), "'+1");
+    EXPECT_EQ(cell("-1"), "'-1");
+    EXPECT_EQ(cell("@SUM(A1)"), "'@SUM(A1)");
+    EXPECT_EQ(cell("\tx"), "\"'\tx\"");
+    EXPECT_EQ(cell("\rx"), "\"'\rx\"");
+    EXPECT_EQ(cell("=HYPERLINK(\"a\",\"b\")"), "\"'=HYPERLINK(\"\"a\"\",\"\"b\"\")\"");
+    // Another apostrophe before one that was there, so that one can always be taken away.
+    EXPECT_EQ(cell("'=1"), "''=1");
+    // Elsewhere they do no harm; where cells are divided by semicolons, neither do these.
+    EXPECT_EQ(cell("a=1"), "a=1");
+    EXPECT_EQ(cell("bus;=1"), "\"bus;=1\"");
+    EXPECT_EQ(cell(""), "");
+    // A time stamp that a damaged disk makes up.
+    const std::string ancient = Rendered({{Facts{{"a", "A", Instant{-99999999999999999}}}}}, Format::Csv);
+    EXPECT_EQ(ancient.substr(3, 2), "'-") << ancient;
+}
+
 TEST(Rendering, CsvAndNdjsonShowTheFirstPartAlone) {
     const Facts facts = {
         {"total", "Total", Bytes{3}}, {"set", "Set", ChannelSet{0x0D}}, {"day", "Day", Date{20777}}};
@@ -163,6 +187,8 @@ TEST(Rendering, NumbersThatADoubleCannotHoldAreText) {
     };
     EXPECT_NE(rendered(uint64_t{1} << 53).find("\"mask\": 9007199254740992\n"), std::string::npos);
     EXPECT_NE(rendered((uint64_t{1} << 53) + 1).find("\"mask\": \"9007199254740993\"\n"), std::string::npos);
+    const Report mask = {{Facts{{"mask", "Mask", Mask{0x8000000000000001}}}}};
+    EXPECT_NE(Rendered(mask, Format::Json).find("\"mask\": \"9223372036854775809\"\n"), std::string::npos);
     EXPECT_NE(rendered(0xFFFFFFFFFFFFFFFF).find("\"mask\": \"18446744073709551615\"\n"), std::string::npos);
 }
 
@@ -204,6 +230,37 @@ TEST(Rendering, TextFromADiskIsMadePrintable) {
     EXPECT_EQ(Printable("\xf4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80");
     EXPECT_EQ(Printable("\xe2\x82"), "\\xe2\\x82");
     EXPECT_EQ(Printable("\xc2\x85"), "\\xc2\\x85");
+}
+
+std::string Utf8(uint32_t character) {
+    if (character < 0x800) {
+        return {static_cast<char>(0xC0 | character >> 6), static_cast<char>(0x80 | (character & 0x3F))};
+    }
+    return {static_cast<char>(0xE0 | character >> 12), static_cast<char>(0x80 | (character >> 6 & 0x3F)),
+            static_cast<char>(0x80 | (character & 0x3F))};
+}
+
+/// Marks that have a terminal show text in another order than it has, and characters that end a line.
+TEST(Rendering, MarksThatTurnOrBreakALineAreEscaped) {
+    EXPECT_EQ(Printable("Bus \xe2\x80\xae"
+                        "7"),
+              "Bus \\xe2\\x80\\xae7");
+    EXPECT_EQ(Printable("\xd8\x9c"), "\\xd8\\x9c");
+    for (const uint32_t mark : {0x85u, 0x61Cu, 0x200Eu, 0x200Fu, 0x2028u, 0x2029u, 0x202Au, 0x202Bu, 0x202Cu,
+                                0x202Du, 0x202Eu, 0x2066u, 0x2067u, 0x2068u, 0x2069u}) {
+        EXPECT_EQ(Printable(Utf8(mark)).substr(0, 2), "\\x") << mark;
+    }
+    for (const uint32_t letter :
+         {0xA0u, 0x61Bu, 0x61Du, 0x200Du, 0x2010u, 0x2027u, 0x202Fu, 0x2065u, 0x206Au}) {
+        EXPECT_EQ(Printable(Utf8(letter)), Utf8(letter)) << letter;
+    }
+}
+
+/// What is escaped must not be mistaken for text that looks like it.
+TEST(Rendering, TheBackslashIsEscapedToo) {
+    EXPECT_EQ(Printable("\\x1b"), "\\\\x1b");
+    EXPECT_EQ(Printable("\x1b"), "\\x1b");
+    EXPECT_EQ(Printable("C:\\"), "C:\\\\");
 }
 
 TEST(Rendering, FieldsNeedNotBeTerminated) {

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "cli/failure.h"
+#include "render/printable.h"
 
 namespace diskaccess {
 
@@ -55,7 +56,7 @@ void Output::Flush() {
 }
 
 void Complain(const std::string& line) {
-    std::fprintf(stderr, "diskaccess: %s\n", line.c_str());
+    std::fprintf(stderr, "diskaccess: %s\n", Printable(line).c_str());
 }
 
 void OccupyStandardDescriptors() {

@@ -31,7 +31,7 @@ private:
     std::string m_buffer;
 };
 
-/// A line on standard error, with the program's name before it.
+/// A line on standard error, with the program's name before it. Names of files and other words in it may hold any byte.
 void Complain(const std::string& line);
 
 /// Makes sure that descriptors 0 to 2 are taken, so that no file that is opened later gets one of them.

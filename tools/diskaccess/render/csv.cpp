@@ -9,8 +9,16 @@ namespace diskaccess {
 
 namespace {
 
+/// Text that a spreadsheet would take for a formula, and run, gets an apostrophe before it; so does text that begins with an
+/// apostrophe, so that one can always be taken away.
+std::string Harmless(const std::string& text) {
+    const bool risky = !text.empty() && std::string("=+-@\t\r'").find(text.front()) != std::string::npos;
+    return risky ? "'" + text : text;
+}
+
+/// Some spreadsheets divide cells by semicolons or tabs.
 std::string Quoted(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) {
+    if (text.find_first_of(",;\t\"\r\n") == std::string::npos) {
         return text;
     }
     std::string quoted = "\"";
@@ -25,7 +33,7 @@ std::string Cell(const Value& value, const TimeZone& zone) {
         return Quoted(ChannelSetText(*set));
     }
     const Json json = ValueJson(value, zone);
-    return json.is_null() ? "" : json.is_string() ? Quoted(json.get<std::string>()) : json.dump();
+    return json.is_null() ? "" : json.is_string() ? Quoted(Harmless(json.get<std::string>())) : json.dump();
 }
 
 } // namespace

@@ -6,7 +6,8 @@
 
 namespace diskaccess {
 
-/// Text from a disk with everything escaped that a terminal might obey, and what is not UTF-8: "\x1b".
+/// Text from a disk or a user with everything escaped that a terminal might obey, and what is not UTF-8: "\x1b". So are marks
+/// that turn the direction of text, and the backslash, "\\\\", so that an escape is never text that looks like one.
 std::string Printable(const std::string& text);
 /// A text field of a disk structure, which need not be terminated.
 std::string FieldText(const char* field, size_t size);
