@@ -65,4 +65,23 @@ PictureKind PictureKindOf(const uint8_t* data, size_t size) {
     return PictureKind::Unknown;
 }
 
+bool CarriesParameters(const uint8_t* data, size_t size) {
+    const uint8_t* const end = data + size;
+    bool sequence = false;
+    bool picture = false;
+    for (const uint8_t* unit = NextUnit(data, end); unit != nullptr; unit = NextUnit(unit, end)) {
+        const unsigned h264 = unit[0] & 0x1F;
+        const bool h265 = (unit[0] & 0x81) == 0 && unit[1] == 1; // the head of a unit of the base layer
+        const unsigned type = h265 ? unit[0] >> 1 : h264;
+        if (type == (h265 ? 33u : 7u)) {
+            sequence = true;
+        } else if (type == (h265 ? 34u : 8u)) {
+            picture = true;
+        } else if (h265 ? type <= 31 : type == 1 || type == 5) {
+            break;
+        }
+    }
+    return sequence && picture;
+}
+
 } // namespace recordings

@@ -18,9 +18,11 @@ enum class PictureKind : uint8_t {
 
 /// Tells what begins a payload.
 PictureKind PictureKindOf(const uint8_t* data, size_t size);
-
 /// The same of the payload of a frame.
 PictureKind PictureKindAt(FrameArea& area, const FoundFrame& frame);
+
+/// Whether the units of a payload up to its first picture hold the parameters that it takes to decode it.
+bool CarriesParameters(const uint8_t* data, size_t size);
 
 } // namespace recordings
 

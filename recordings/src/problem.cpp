@@ -94,6 +94,26 @@ public:
         case ProblemKind::TimesCollide:
             return block + ChannelText(p) + ": " + Count(p.count, "frame") +
                    " bear the time of another frame" + Between();
+        case ProblemKind::TablesMisplaced:
+            return "the partition head has the tables of bad blocks where they cannot lie";
+        case ProblemKind::TablesDiffer:
+            return "the tables of bad blocks differ from their backup copies about " +
+                   Count(p.count, "block") + ", first about " + block;
+        case ProblemKind::BackupTablesUnreadable:
+            return "the backup copies of the tables of bad blocks cannot be read";
+        case ProblemKind::BlocksOutsideRing:
+            return "the recording goes on in " + block + ", after the last block that the head states";
+        case ProblemKind::BlockRetired:
+            return block + ": is marked bad; the recorder does not use it any more";
+        case ProblemKind::ClockSetBack:
+            return block + ": begins earlier than the block recorded before it ends" + Between();
+        case ProblemKind::PayloadsDamaged:
+            return block + ChannelText(p) + ": " + Count(p.count, "video frame") +
+                   (p.count == 1 ? " is" : " are") + " not what the type or the channel's other frames tell" +
+                   Between();
+        case ProblemKind::ParametersMissing:
+            return block + ChannelText(p) + ": none of " + Count(p.count, "key frame") +
+                   " carries the parameters that it takes to decode it" + Between();
         }
         return block;
     }
@@ -179,6 +199,22 @@ const char* NameOf(ProblemKind kind) {
         return "not_decodable";
     case ProblemKind::TimesCollide:
         return "times_collide";
+    case ProblemKind::TablesMisplaced:
+        return "tables_misplaced";
+    case ProblemKind::TablesDiffer:
+        return "tables_differ";
+    case ProblemKind::BackupTablesUnreadable:
+        return "backup_tables_unreadable";
+    case ProblemKind::BlocksOutsideRing:
+        return "blocks_outside_ring";
+    case ProblemKind::BlockRetired:
+        return "block_retired";
+    case ProblemKind::ClockSetBack:
+        return "clock_set_back";
+    case ProblemKind::PayloadsDamaged:
+        return "payloads_damaged";
+    case ProblemKind::ParametersMissing:
+        return "parameters_missing";
     }
     return "unknown";
 }

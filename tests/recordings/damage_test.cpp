@@ -10,6 +10,8 @@
 #include <string_view>
 
 #include "damage/format_fields.h"
+#include "recordings/error.h"
+#include "recordings/health.h"
 #include "recordings/range_frames.h"
 #include "recordings/recordings_fixture.h"
 #include "sample_recorder/generated_source.h"
@@ -317,6 +319,147 @@ TEST_P(DamagedRing, LosesNothingInSilence) {
     EXPECT_GE(cases * kStride, 5000u);
     RecordProperty("cases", static_cast<int>(cases));
 }
+
+// ---- what a check finds of the same damage
+
+/// What a check finds, each as a line; of a disk that cannot be opened the reason.
+std::vector<std::string> CheckAll(const recordings::Source& source) {
+    std::vector<std::string> lines;
+    try {
+        const recordings::Disk disk(std::make_unique<View>(source));
+        recordings::CheckRequest request;
+        request.full = true;
+        recordings::CheckHealth(disk, BlockList::Read(disk), request,
+                                [&](const recordings::Finding& finding) {
+                                    lines.push_back(Brief(finding.problem) + " " + finding.fields);
+                                });
+    } catch (const recordings::Error& error) {
+        lines.emplace_back(error.what());
+    }
+    return lines;
+}
+
+/// The same rings, with what lies before them, and with what heads say of the channels.
+class CheckedRing : public DamagedRing {
+protected:
+    static constexpr uint32_t kNoBlock = 0xFFFFFFFF;
+
+    CheckedRing() {
+        for (uint32_t block = 0; block < kBlocks; ++block) {
+            const uint64_t properties = m_image.HeadOffset(block) + offsetof(BlockHead_t, prop);
+            for (const uint32_t channel : {0u, 31u}) {
+                Add(kChnPropFields, properties + channel * sizeof(ChnProp_t), block);
+            }
+        }
+        Add(kPartHeadFields, 0, kNoBlock);
+        const PartHead_t& head = m_image.Head();
+        for (const uint32_t table : {head.BBTabOffs, head.BBTabBakOffs}) {
+            m_places.push_back({{"bad-block table", table, 1, 1}, kNoBlock});
+        }
+        for (const uint32_t table : {head.BBCounterOffs, head.BBCounterBakOffs}) {
+            for (uint32_t block = 0; block < kBlocks; ++block) {
+                m_places.push_back({{"suspect table", table + block, 1, 1}, kNoBlock});
+            }
+        }
+    }
+
+    static bool HasAny(const std::string& name, const std::vector<const char*>& parts) {
+        return std::any_of(parts.begin(), parts.end(),
+                           [&](const char* part) { return name.find(part) != std::string::npos; });
+    }
+
+    static int64_t Apart(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+        uint32_t first = 0;
+        uint32_t second = 0;
+        std::memcpy(&first, a.data(), std::min(sizeof first, a.size()));
+        std::memcpy(&second, b.data(), std::min(sizeof second, b.size()));
+        return std::abs(int64_t{first} - int64_t{second});
+    }
+
+    /// Whether a field of a frame's head is one of an event's.
+    bool OfEvent(const Place& place, const char* name, size_t offset) {
+        FrameHead_t head = {};
+        std::memcpy(&head, m_source->At(place.field.offset - offset), sizeof head);
+        return place.field.name.rfind(name, 0) == 0 && head.type == sample_recorder::kEvent;
+    }
+
+    /// What no check can find, since nothing on the disk repeats it.
+    bool CannotBeFound(const Place& place, const std::vector<uint8_t>& held,
+                       const std::vector<uint8_t>& value) {
+        const std::string& name = place.field.name;
+        // Without a use, or of a use that readers do not know.
+        if (HasAny(name, {"Reserved", "CloseState", "ExtPara", "Description", "Encrypt", "CipherCode"})) {
+            return true;
+        }
+        // Tables may lie anywhere before the ring, the bits after the last block mean nothing, and of layouts one is 1.
+        uint32_t number = 0;
+        std::memcpy(&number, value.data(), std::min(sizeof number, value.size()));
+        if (name.rfind("PartHead_t.BB", 0) == 0) {
+            const bool none = number == 0 && name.find("Bak") != std::string::npos;
+            return none || (number >= sizeof(PartHead_t) && uint64_t{number} + kBlocks <= BLOCK_BASE_OFFSET);
+        }
+        if (name.rfind("PartHead_t.FmtVersion", 0) == 0) {
+            return (number == 1) == m_image.Extended();
+        }
+        if (name == "bad-block table") {
+            return (number & ((1u << kBlocks) - 1)) == 0;
+        }
+        // The tail of the ring's previous turn.
+        if (place.block == kOpen && HasAny(name, {"BlockTail_t", "BlockTailEx_t"})) {
+            return true;
+        }
+        // Settings at the seam of the ring: they may have been changed.
+        const bool setting =
+            HasAny(name, {"ChnProp_t", "pre_RecTime", "AlmDelayTime", "Vehicle", "media_chn_bitmap"});
+        if (setting && (place.block == kOpen || place.block == kOpen + 1)) {
+            return true;
+        }
+        if (HasAny(name, {"RecTime", "StartTime", "EndTime"})) {
+            return Apart(held, value) <= 5; // streams do not begin and end together
+        }
+        if (name.rfind("RecSegItem_t.epos", 0) == 0) {
+            return Apart(held, value) == 4; // some recorders count so
+        }
+        // An event's channel stands nowhere else, and where there is no index its type and time do not either.
+        const bool open = place.block == kOpen;
+        return OfEvent(place, "FrameHead_t.chn", offsetof(FrameHead_t, chn)) ||
+               (open && OfEvent(place, "FrameHead_t.type", offsetof(FrameHead_t, type))) ||
+               (open && OfEvent(place, "FrameHead_t.pts", offsetof(FrameHead_t, pts))) ||
+               CannotBeTold(place, held, value);
+    }
+};
+
+TEST_P(CheckedRing, HasNoFindingWhileItIsSound) {
+    EXPECT_EQ(CheckAll(*m_source), std::vector<std::string>());
+}
+
+TEST_P(CheckedRing, EachDamageIsFound) {
+    std::map<std::string, size_t> silent;
+    std::map<std::string, std::string> examples;
+    for (size_t i = 0; i < m_places.size(); i += kStride) {
+        const Place& place = m_places[i];
+        uint8_t* const bytes = m_source->At(place.field.offset);
+        const std::vector<uint8_t> held(bytes, bytes + place.field.bytes);
+        for (const std::vector<uint8_t>& value : Values(held, place.field.numberWidth)) {
+            if (CannotBeFound(place, held, value)) {
+                continue;
+            }
+            std::copy(value.begin(), value.end(), bytes);
+            if (CheckAll(*m_source).empty()) {
+                ++silent[place.field.name];
+                examples[place.field.name] =
+                    ::testing::PrintToString(value) + " from " + ::testing::PrintToString(held);
+            }
+            std::copy(held.begin(), held.end(), bytes);
+        }
+    }
+    for (const auto& [name, count] : silent) {
+        ADD_FAILURE() << name << ": " << count << " not found, like " << examples[name];
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, CheckedRing, ::testing::Values(0u, 1u),
+                         [](const auto& layout) { return layout.param == 1 ? "Extended" : "Normal"; });
 
 INSTANTIATE_TEST_SUITE_P(Layouts, DamagedRing, ::testing::Values(0u, 1u),
                          [](const auto& layout) { return layout.param == 1 ? "Extended" : "Normal"; });

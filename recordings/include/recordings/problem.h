@@ -41,7 +41,16 @@ enum class ProblemKind {
     NotClosed, ///< the block was cut off while it was written: how far it reaches is told by its frames; block
     // A channel
     NotDecodable, ///< frames cannot be decoded for want of a key frame before them; block, channel, count
-    TimesCollide  ///< two frames of a channel bear one time; block, channel, count
+    TimesCollide, ///< two frames of a channel bear one time; block, channel, count
+    // What a check finds beside these
+    TablesMisplaced, ///< the partition head has the bad-block tables where they cannot lie
+    TablesDiffer,    ///< they differ from their backup copies; block: the first that they differ about; count
+    BackupTablesUnreadable, ///< their backup copies cannot be read
+    BlocksOutsideRing,      ///< a recording goes on after what the head states to be the last block; block
+    BlockRetired,           ///< the recorder does not use the block any more; block
+    ClockSetBack,           ///< a block begins before the one recorded before it ends; block, before, after
+    PayloadsDamaged, ///< payloads are not what the channel's others are; block, channel, count, offset of the first
+    ParametersMissing ///< no key frame carries what it takes to decode it; block, channel, count
 };
 
 enum class Severity {
