@@ -42,6 +42,9 @@ std::vector<Command> AllCommands() {
         OnDisk("units", "The blocks of the ring: recorded ones oldest first, then unusable ones")
             .Does(Asks(Units)),
         OnDisk("space", "How much of the ring was ever written").Does(Asks(Space)),
+        OnDisk("check", "How healthy the disk is: what contradicts what, what that means and what to do")
+            .Takes(AddCheckOptions)
+            .Does(Asks(Check)),
         OnDisk("play", "The frames of recordings, a line each")
             .Takes(AddRangeOptions)
             .Takes(AddChannelOption)

@@ -93,10 +93,14 @@ Renderer& Context::Answer() {
 ExitCode Context::Finish() {
     ShowTable(Answer(), m_problems.Listed("losses", recordings::Severity::Loss, m_clock));
     ShowTable(Answer(), m_problems.Listed("notes", recordings::Severity::Note, m_clock));
+    return FinishWith(m_problems.Code());
+}
+
+ExitCode Context::FinishWith(ExitCode code) {
     Answer().End();
     m_output.Flush();
     m_progress.reset();
-    return m_wrongPassword ? kFailed : m_problems.Code();
+    return m_wrongPassword ? kFailed : code;
 }
 
 } // namespace diskaccess

@@ -52,8 +52,10 @@ public:
 
     /// The answer, begun with what every document begins with.
     Renderer& Answer();
-    /// Ends the answer.
+    /// Ends the answer with the problems that were met.
     ExitCode Finish();
+    /// Ends an answer that names its problems itself.
+    ExitCode FinishWith(ExitCode code);
 
 private:
     void Unlock();

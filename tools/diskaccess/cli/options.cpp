@@ -119,6 +119,11 @@ void AddListOptions(CLI::App& command, Options& options) {
     command.add_flag("--mix", options.mix, "Cut the recordings where alarms begin and end");
 }
 
+void AddCheckOptions(CLI::App& command, Options& options) {
+    command.add_flag("--full", options.full,
+                     "Read every frame too, and hold it against the index, its neighbours and its type");
+}
+
 void AddPlayOptions(CLI::App& command, Options& options) {
     auto* const record = command
                              .add_option("--record", options.record,

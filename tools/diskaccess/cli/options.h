@@ -33,6 +33,9 @@ struct Options {
     // list
     bool mix = false;
 
+    // check
+    bool full = false;
+
     // play
     bool iframes = false;
     bool backward = false;
@@ -69,6 +72,7 @@ void AddChannelOption(CLI::App& command, Options& options);
 void AddAlarmOption(CLI::App& command, Options& options);
 
 void AddListOptions(CLI::App& command, Options& options);
+void AddCheckOptions(CLI::App& command, Options& options);
 void AddPlayOptions(CLI::App& command, Options& options);
 void AddExportOptions(CLI::App& command, Options& options);
 void AddDumpOptions(CLI::App& command, Options& options);

@@ -13,6 +13,7 @@ ExitCode Events(Context& context);
 ExitCode Days(Context& context);
 ExitCode Units(Context& context);
 ExitCode Space(Context& context);
+ExitCode Check(Context& context);
 ExitCode Play(Context& context);
 ExitCode Export(Context& context);
 

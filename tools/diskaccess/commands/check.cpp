@@ -1,0 +1,118 @@
+#include <set>
+#include <string>
+
+#include "commands/commands.h"
+#include "recordings/health.h"
+
+namespace diskaccess {
+
+namespace {
+
+using recordings::Finding;
+using recordings::Problem;
+using recordings::ProblemKind;
+using recordings::Severity;
+
+Table FindingTable() {
+    return {"findings",
+            {{"severity", "SEVERITY"},
+             {"problem", "KIND"},
+             {"disk_offset", "BYTE"},
+             {"start", "FROM"},
+             {"end", "TO"},
+             {"channels", "CHANNELS"},
+             {"text", "FINDING"},
+             {"fields", ""},
+             {"block", ""},
+             {"block_after", ""},
+             {"offset", ""},
+             {"bytes", ""},
+             {"count", ""},
+             {"meaning", ""},
+             {"advice", ""}},
+            {}};
+}
+
+Value NumberOrNothing(const std::optional<uint32_t>& number) {
+    return number ? Value(uint64_t{*number}) : Value(Nothing{});
+}
+
+/// Checks the disk, and shows each finding as it is met.
+class Checker {
+public:
+    explicit Checker(Context& context) : m_context(context) {}
+
+    ExitCode Run() {
+        recordings::CheckRequest request;
+        request.full = m_context.Typed().full;
+        const recordings::BlockList& blocks = m_context.Blocks();
+        Renderer& answer = m_context.Answer();
+        answer.BeginTable(FindingTable());
+        const recordings::Checked checked = CheckHealth(
+            m_context.Disk(), blocks, request, [this](const Finding& finding) { Show(finding); },
+            m_context.Watch("checking"));
+        answer.EndTable();
+        answer.ShowProse({Explanations()});
+        answer.ShowFacts({{"finding_count", "Findings", m_losses + m_notes},
+                          {"loss_count", "Of these, losses", m_losses},
+                          {"checked_block_count", "Blocks checked", uint64_t{checked.blocks}},
+                          {"full", "Every frame read", request.full},
+                          {"frame_count", "Frames read", checked.frames},
+                          {"payload_bytes", "Bytes of them", Bytes{checked.bytes}}});
+        return m_context.FinishWith(m_losses != 0 ? kDataLost : kDone);
+    }
+
+private:
+    void Show(const Finding& finding) {
+        const Problem& problem = finding.problem;
+        const bool loss = problem.severity == Severity::Loss;
+        ++(loss ? m_losses : m_notes);
+        m_kinds.insert(problem.kind);
+        m_context.Answer().ShowRow(
+            {std::string(loss ? "loss" : "note"), std::string(NameOf(problem.kind)),
+             finding.place ? Value(*finding.place) : Value(Nothing{}), TimeOrNothing(finding.start),
+             TimeOrNothing(finding.end), finding.channels, TextOf(finding), finding.fields,
+             NumberOrNothing(problem.block), NumberOrNothing(problem.blockAfter),
+             NumberOrNothing(problem.offset), Bytes{problem.bytes}, problem.count,
+             std::string(MeaningOf(problem.kind)), std::string(AdviceFor(problem.kind))});
+    }
+
+    /// "block 3: its tail is damaged; it is read all the same (end time)"
+    std::string TextOf(const Finding& finding) const {
+        const std::string text = Describe(finding.problem, [this](int64_t time) {
+            return m_context.Zone().TextOfMicros(m_context.Clock().TrueInstant(time).micros);
+        });
+        return finding.fields.empty() ? text : text + " (" + finding.fields + ")";
+    }
+
+    Value TimeOrNothing(const std::optional<int64_t>& stamp) const {
+        return stamp ? Value(Time{m_context.Clock().TrueInstant(*stamp).micros / 1000000}) : Value(Nothing{});
+    }
+
+    /// What each kind of finding means and what to do, once; of a sound disk that it is sound.
+    std::string Explanations() const {
+        if (m_kinds.empty()) {
+            return m_context.Typed().full ? "The disk is sound: nothing on it contradicts anything else.\n"
+                                          : "Nothing was found in the tables, heads, tails and indexes. "
+                                            "--full reads every frame too.\n";
+        }
+        std::string text;
+        for (const ProblemKind kind : m_kinds) {
+            text += std::string(NameOf(kind)) + ": " + MeaningOf(kind) + "\n  " + AdviceFor(kind) + "\n";
+        }
+        return text;
+    }
+
+    Context& m_context;
+    uint64_t m_losses = 0;
+    uint64_t m_notes = 0;
+    std::set<ProblemKind> m_kinds;
+};
+
+} // namespace
+
+ExitCode Check(Context& context) {
+    return Checker(context).Run();
+}
+
+} // namespace diskaccess
