@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "block_reader.h"
+#include "found_frames.h"
 
 namespace recordings {
 
@@ -35,6 +36,15 @@ BlockFrames::~BlockFrames() = default;
 
 bool BlockFrames::Next(Frame& frame, bool& afterLoss) {
     return m_impl->Next(frame, afterLoss);
+}
+
+bool ReadPayload(const Disk& disk, const Frame& frame, void* payload) {
+    const uint64_t offset = uint64_t{frame.offset} + kHeadBytes;
+    if (offset + frame.size > disk.Layout().frameBytes) {
+        return false;
+    }
+    return disk.Bytes().ReadWhole(disk.StartOf(frame.block) + disk.Layout().frames + offset, payload,
+                                  frame.size);
 }
 
 } // namespace recordings

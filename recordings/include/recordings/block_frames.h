@@ -41,6 +41,11 @@ private:
     std::unique_ptr<Impl> m_impl;
 };
 
+/// Reads the payload of a frame whose head was delivered, for callers that asked for heads and want some of the payloads.
+/// @param payload takes frame.size bytes
+/// @return false when the disk does not deliver all of it; what is in @p payload is then undefined
+RECORDINGS_API bool ReadPayload(const Disk& disk, const Frame& frame, void* payload);
+
 } // namespace recordings
 
 #endif // RECORDINGS_BLOCK_FRAMES_H
