@@ -57,6 +57,12 @@ std::vector<Command> AllCommands() {
             .Takes(AddExportOptions)
             .Checks(CheckExport)
             .Does(Asks(Export)),
+        Command("view", "Shows the recordings in the browser: all cameras in step, on a timeline")
+            .Takes(AddPartition)
+            .Takes(AddZoneOptions)
+            .Takes(AddDiskOptions)
+            .Takes(AddViewOptions)
+            .Does(Asks(View)),
         Command("dump", "The partition field by field, as it lies on the block device: for those who know "
                         "the format")
             .Takes(AddPartition)

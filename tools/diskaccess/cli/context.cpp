@@ -10,6 +10,30 @@
 
 namespace diskaccess {
 
+namespace {
+
+/// The bytes of a source that is open already.
+class SharedSource : public recordings::Source {
+public:
+    /// @param source must outlive this
+    explicit SharedSource(const recordings::Source& source) : m_source(source) {}
+
+    const std::string& Name() const override { return m_source.Name(); }
+    uint64_t Size() const override { return m_source.Size(); }
+    bool IsBlockDevice() const override { return m_source.IsBlockDevice(); }
+    std::optional<recordings::Partition> PartOfDisk() const override { return m_source.PartOfDisk(); }
+    std::vector<int> Descriptors() const override { return m_source.Descriptors(); }
+    size_t Read(uint64_t offset, void* data, size_t size) const override {
+        return m_source.Read(offset, data, size);
+    }
+    void WillNeed(uint64_t offset, size_t size) const override { m_source.WillNeed(offset, size); }
+
+private:
+    const recordings::Source& m_source;
+};
+
+} // namespace
+
 // What is wrong with the options is said before anything is read.
 Context::Context(const Options& options, std::string command)
     : m_options(options), m_command(std::move(command)), m_zone(ReadZone(options)), m_clock(options.skew),
@@ -33,11 +57,11 @@ void Context::Unlock() {
     if (m_disk->Hidden().Empty()) {
         return;
     }
-    const std::optional<std::string> password = GivenPassword(m_options.passwordFile, m_options.askPassword);
-    if (m_disk->Unlock(password.value_or(""))) {
+    m_password = GivenPassword(m_options.passwordFile, m_options.askPassword);
+    if (m_disk->Unlock(m_password.value_or(""))) {
         return;
     }
-    if (password) {
+    if (m_password) {
         m_wrongPassword = true;
         Complain(m_options.partition + ": wrong password: channels " + ChannelSetText(m_disk->Hidden()) +
                  " stay hidden; give the right one with --ask-password, --password-file FILE or "
@@ -49,6 +73,20 @@ void Context::Unlock() {
     problem.severity = recordings::Severity::Note;
     problem.channels = m_disk->Hidden().bits;
     m_problems.Print(problem);
+}
+
+std::unique_ptr<recordings::Disk> Context::OpenAnother() const {
+    auto disk = std::make_unique<recordings::Disk>(std::make_unique<SharedSource>(m_disk->Bytes()),
+                                                   m_options.diskType);
+    if (!disk->Hidden().Empty()) {
+        disk->Unlock(m_password.value_or(""));
+    }
+    return disk;
+}
+
+void Context::Print(const std::string& text) {
+    m_output.Write(text);
+    m_output.Flush();
 }
 
 const recordings::BlockList& Context::Blocks() {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,10 @@ public:
     const DiskClock& Clock() const { return m_clock; }
 
     const recordings::Disk& Disk() const { return *m_disk; }
+    /// The same disk once more, as open as this one, for another thread. May be called on any thread; must not outlive
+    /// this.
+    /// @throws recordings::Error
+    std::unique_ptr<recordings::Disk> OpenAnother() const;
     /// What no output may take the place of.
     const media::SourceIdentity& Source() const { return m_source.Identity(); }
     /// The blocks that hold recordings. Read from the disk when first asked for.
@@ -50,6 +55,8 @@ public:
     /// @param doing "reading blocks"
     recordings::Watch Watch(const std::string& doing);
 
+    /// Prints text as it is, at once, where an answer would go.
+    void Print(const std::string& text);
     /// The answer, begun with what every document begins with.
     Renderer& Answer();
     /// Ends the answer with the problems that were met.
@@ -73,6 +80,7 @@ private:
     std::unique_ptr<recordings::BlockList> m_blocks;
     std::vector<const recordings::Block*> m_blockOfNumber;
     std::unique_ptr<Renderer> m_answer;
+    std::optional<std::string> m_password; ///< as given
     bool m_wrongPassword = false;
 };
 

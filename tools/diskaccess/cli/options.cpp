@@ -163,6 +163,17 @@ void AddExportOptions(CLI::App& command, Options& options) {
     command.add_flag("--force", options.force, "Replace files that exist; never the source");
 }
 
+void AddViewOptions(CLI::App& command, Options& options) {
+    command.add_option("--port", options.port, "Port of this machine to answer on (default: any free one)")
+        ->option_text("N");
+    command.add_flag("--no-browser", options.noBrowser, "Print the address, and start no browser");
+    command
+        .add_option("--export-dir", options.exportFolder,
+                    "Folder that exports of the page go to (default: the current one)")
+        ->option_text("DIR")
+        ->type_name("DIR");
+}
+
 void AddDumpOptions(CLI::App& command, Options& options) {
     command
         .add_option(

@@ -50,6 +50,11 @@ struct Options {
     bool raw = false;
     bool force = false;
 
+    // view
+    uint16_t port = 0; ///< 0: any free one
+    bool noBrowser = false;
+    std::string exportFolder = ".";
+
     // dump
     bool attach = false;
     int level = 3;
@@ -75,6 +80,7 @@ void AddListOptions(CLI::App& command, Options& options);
 void AddCheckOptions(CLI::App& command, Options& options);
 void AddPlayOptions(CLI::App& command, Options& options);
 void AddExportOptions(CLI::App& command, Options& options);
+void AddViewOptions(CLI::App& command, Options& options);
 void AddDumpOptions(CLI::App& command, Options& options);
 
 } // namespace diskaccess

@@ -16,6 +16,7 @@ ExitCode Space(Context& context);
 ExitCode Check(Context& context);
 ExitCode Play(Context& context);
 ExitCode Export(Context& context);
+ExitCode View(Context& context);
 
 // What is wrong with the options of a command alone, thrown before anything is read.
 

@@ -8,6 +8,7 @@
 #include "cli/interruption.h"
 #include "cli/output.h"
 #include "commands/commands.h"
+#include "commands/wording.h"
 #include "media/error.h"
 #include "media/exporter.h"
 #include "recordings/error.h"
@@ -68,24 +69,6 @@ media::AudioCodec ReadAudio(const std::string& text) {
     return {name, static_cast<uint32_t>(std::stoul(rate))};
 }
 
-media::Wording WordingOf(const Context& context) {
-    media::Wording wording;
-    wording.timestamp = [&context](int64_t time) {
-        return context.Zone().Rfc3339OfMicros(context.Clock().TrueInstant(time).micros);
-    };
-    wording.utcTimestamp = [&context](int64_t time) {
-        return TimeZone::UtcOfMicros(context.Clock().TrueInstant(time).micros);
-    };
-    wording.readableTime = [&context](int64_t time) {
-        return context.Zone().TextOfMicros(context.Clock().TrueInstant(time).micros);
-    };
-    wording.readableSecond = [&context](int64_t time) {
-        return context.Zone().Text(context.Clock().TrueInstant(time).micros / 1000000);
-    };
-    wording.printable = Printable;
-    return wording;
-}
-
 media::ExportRequest RequestOf(const Context& context) {
     const Options& options = context.Typed();
     media::ExportRequest request;
@@ -100,7 +83,7 @@ media::ExportRequest RequestOf(const Context& context) {
     request.made = context.Zone().Rfc3339(std::time(nullptr));
     request.skewSeconds = options.skew;
     request.zone = options.zone.empty() ? std::nullopt : std::optional(options.zone);
-    request.wording = WordingOf(context);
+    request.wording = WordingOf(context.Zone(), context.Clock());
     return request;
 }
 

@@ -1,0 +1,79 @@
+#include <fmt/format.h>
+#include <media/sink.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "cli/interruption.h"
+#include "cli/output.h"
+#include "commands/commands.h"
+#include "commands/wording.h"
+#include "view/api.h"
+#include "view/gate.h"
+#include "view/http.h"
+
+namespace diskaccess {
+
+namespace {
+
+bool HasDesktop() {
+    return std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr;
+}
+
+/// Has the desktop show a page. What it shows it with goes on after this program ends.
+void OpenBrowser(const std::string& url) {
+    std::string opener = "xdg-open";
+    std::string page = url;
+    char* arguments[] = {opener.data(), page.data(), nullptr};
+    pid_t child = 0;
+    if (posix_spawnp(&child, opener.c_str(), nullptr, nullptr, arguments, environ) == 0) {
+        waitpid(child, nullptr, WNOHANG);
+    }
+}
+
+view::Setting SettingOf(Context& context) {
+    const Options& options = context.Typed();
+    return {options.partition,
+            context.Zone(),
+            options.zone,
+            context.Clock(),
+            options.skew,
+            options.exportFolder,
+            context.Source(),
+            WordingOf(context.Zone(), context.Clock()),
+            [&context] { return context.OpenAnother(); }};
+}
+
+void WaitForInterruption() {
+    constexpr int kTenthOfSecond = 100;
+    while (!Interruption::Asked()) {
+        poll(nullptr, 0, kTenthOfSecond);
+    }
+}
+
+} // namespace
+
+ExitCode View(Context& context) {
+    media::QuietContainers();
+    const Options& options = context.Typed();
+    const Interruption interruption;
+    const std::string token = view::MakeToken();
+    view::Api api(SettingOf(context), token);
+    const view::HttpServer server(options.port,
+                                  [&api](const view::Request& request) { return api.Answer(request); });
+    const std::string url = fmt::format("http://127.0.0.1:{}/#token={}", server.Port(), token);
+    context.Print(url + "\n");
+    Complain("open this address in a browser; Ctrl-C ends the viewer");
+    if (!options.noBrowser && geteuid() != 0 && HasDesktop()) {
+        OpenBrowser(url);
+    }
+    WaitForInterruption();
+    Complain("the viewer has ended");
+    return kDone;
+}
+
+} // namespace diskaccess
