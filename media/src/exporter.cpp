@@ -38,6 +38,7 @@ public:
         for (const recordings::Problem& problem : m_disk.OpeningProblems()) {
             Problems()(problem);
         }
+        ReportLocked();
         FindEvents();
         m_sink = m_request.container == Container::Raw
                      ? MakeRawSink(m_request.name, m_outputs)
@@ -83,6 +84,17 @@ private:
             OutputPlace(m_request.name).Check(m_rules);
         }
         OutputPlace(m_result.manifest).Check(m_rules);
+    }
+
+    void ReportLocked() {
+        const recordings::ChannelSet locked = m_request.channels.And(m_disk.Hidden());
+        if (!locked.Empty()) {
+            recordings::Problem problem;
+            problem.kind = recordings::ProblemKind::ChannelsLocked;
+            problem.severity = recordings::Severity::Note;
+            problem.channels = locked.bits;
+            Problems()(problem);
+        }
     }
 
     void FindEvents() {

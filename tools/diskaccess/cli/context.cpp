@@ -57,21 +57,22 @@ void Context::Unlock() {
     if (m_disk->Hidden().Empty()) {
         return;
     }
+    recordings::Problem problem;
+    problem.kind = recordings::ProblemKind::ChannelsLocked;
+    problem.severity = recordings::Severity::Note;
     m_password = GivenPassword(m_options.passwordFile, m_options.askPassword);
     if (m_disk->Unlock(m_password.value_or(""))) {
         return;
     }
+    problem.channels = m_disk->Hidden().bits;
     if (m_password) {
         m_wrongPassword = true;
+        m_problems.Know(problem);
         Complain(m_options.partition + ": wrong password: channels " + ChannelSetText(m_disk->Hidden()) +
                  " stay hidden; give the right one with --ask-password, --password-file FILE or "
                  "DISKACCESS_PASSWORD");
         return;
     }
-    recordings::Problem problem;
-    problem.kind = recordings::ProblemKind::ChannelsLocked;
-    problem.severity = recordings::Severity::Note;
-    problem.channels = m_disk->Hidden().bits;
     m_problems.Print(problem);
 }
 

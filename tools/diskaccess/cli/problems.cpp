@@ -59,8 +59,11 @@ Value NumberOrNothing(const std::optional<uint32_t>& number) {
 } // namespace
 
 void ProblemPrinter::Print(const Problem& problem) {
+    if (IsKnown(problem)) {
+        return;
+    }
     const size_t before = m_problems.All().size();
-    m_problems.Add(problem);
+    Know(problem);
     if (m_problems.All().size() == before || IsMarked(problem.kind)) {
         return;
     }
@@ -69,6 +72,18 @@ void ProblemPrinter::Print(const Problem& problem) {
     }
     const std::string where = ConcernsWholeDisk(problem.kind) ? m_partition + ": " : "";
     Complain(where + Describe(problem, m_timeText) + HintFor(problem.kind));
+}
+
+void ProblemPrinter::Know(const Problem& problem) {
+    m_problems.Add(problem);
+    if (problem.kind == ProblemKind::ChannelsLocked) {
+        m_locked.bits |= problem.channels;
+    }
+}
+
+bool ProblemPrinter::IsKnown(const Problem& problem) const {
+    return problem.kind == ProblemKind::ChannelsLocked &&
+           recordings::ChannelSet{problem.channels}.Without(m_locked).Empty();
 }
 
 Table ProblemPrinter::Listed(const std::string& key, recordings::Severity severity,

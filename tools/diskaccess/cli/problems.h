@@ -8,6 +8,7 @@
 #include "cli/failure.h"
 #include "recordings/error.h"
 #include "recordings/problem.h"
+#include "recordings/query.h"
 #include "render/report.h"
 
 namespace diskaccess {
@@ -27,6 +28,8 @@ public:
     void BeforeEachLine(std::function<void()> beforeLine) { m_beforeLine = std::move(beforeLine); }
 
     void Print(const recordings::Problem& problem);
+    /// Takes a problem in that was printed otherwise.
+    void Know(const recordings::Problem& problem);
     recordings::ProblemSink Sink() {
         return [this](const recordings::Problem& problem) { Print(problem); };
     }
@@ -36,10 +39,14 @@ public:
     ExitCode Code() const { return m_problems.AnyLoss() ? kDataLost : kDone; }
 
 private:
+    /// Whether a problem tells nothing that those before it did not.
+    bool IsKnown(const recordings::Problem& problem) const;
+
     std::string m_partition;
     TimeText m_timeText;
     std::function<void()> m_beforeLine;
     recordings::ProblemList m_problems;
+    recordings::ChannelSet m_locked; ///< channels that are known to be locked
 };
 
 /// A failure of the library as the program reports it: with what to do about it.

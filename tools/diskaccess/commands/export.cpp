@@ -119,8 +119,9 @@ std::string HintFor(const media::LeftOut& item) {
 }
 
 std::optional<media::ExportResult> Run(Context& context, const media::ExportRequest& request) {
+    const recordings::BlockList& blocks =
+        context.Blocks(); // a signal may end that: there is nothing to clean up
     const Interruption interruption;
-    const recordings::BlockList& blocks = context.Blocks();
     const recordings::Watch show = context.Watch("exporting");
     const recordings::Watch watch = [&show](const recordings::Progress& progress) {
         return show(progress) && !Interruption::Asked();
@@ -149,6 +150,14 @@ bool NoteLeftOut(const media::ExportResult& result) {
                item.reason == media::LeftOutReason::FrameTooLarge;
     }
     return lost;
+}
+
+void SayThatNothingWasWritten(const Context& context) {
+    const bool allLocked = context.Asked().channels.Without(context.Disk().Hidden()).Empty();
+    const char* const why = allLocked           ? "these channels are locked"
+                            : context.AnyLoss() ? "no frames of that time and these channels could be read"
+                                                : "holds no frames of that time and these channels";
+    Complain(fmt::format("{}: {}; nothing was written", context.Typed().partition, why));
 }
 
 void ShowTracks(Context& context, const media::ExportResult& result) {
@@ -200,8 +209,7 @@ ExitCode Export(Context& context) {
     const media::ExportRequest request = RequestOf(context);
     const std::optional<media::ExportResult> result = Run(context, request);
     if (!result) {
-        Complain(context.Typed().partition +
-                 ": holds no frames of that time and these channels; nothing was written");
+        SayThatNothingWasWritten(context);
     } else if (result->outputs.empty()) {
         const media::LeftOut& first = result->leftOut.front();
         throw Failure(fmt::format("{}: nothing of it can be put into a {} file: {}{}",
