@@ -105,7 +105,7 @@ private:
     }
 
     ChannelSet LookAtHeads(const Block& block) {
-        recordings::BlockFrames frames(m_disk, block, recordings::Want::Heads, Ignore);
+        recordings::BlockFrames frames(m_disk, block, recordings::Want::Heads, Ignore, m_watch);
         ChannelSet present;
         Frame frame;
         for (bool lost = false; frames.Next(frame, lost);) {
@@ -182,7 +182,7 @@ private:
                 m_lastBlock.at(channel) = nullptr;
             }
         }
-        recordings::BlockFrames frames(m_disk, block, recordings::Want::Heads, Ignore);
+        recordings::BlockFrames frames(m_disk, block, recordings::Want::Heads, Ignore, m_watch);
         Frame frame;
         for (bool lost = false; frames.Next(frame, lost);) {
             if (Wanted(frame) && ending.Has(frame.channel)) {

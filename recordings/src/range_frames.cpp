@@ -1,13 +1,12 @@
 #include "recordings/range_frames.h"
 
-#include <chrono>
 #include <utility>
 
 #include "block_reader.h"
 #include "format/index_tables.h"
 #include "key_frame_gate.h"
 #include "range_start.h"
-#include "recordings/error.h"
+#include "watch_caller.h"
 
 namespace recordings {
 
@@ -15,9 +14,6 @@ namespace {
 
 /// Recorders begin a new segment after a longer pause than this.
 constexpr int64_t kGap = (disk_access::kMergeGap - 1) * kMicros;
-
-/// Time between two calls of a watch.
-constexpr auto kWatchPeriod = std::chrono::milliseconds(100);
 
 /// Frames between two looks at the clock.
 constexpr uint32_t kFramesAWatch = 64;
@@ -63,7 +59,7 @@ public:
     Impl(const Disk& disk, const BlockList& blocks, const FrameQuery& query, ProblemSink problems,
          Watch watch)
         : m_disk(disk), m_blocks(blocks), m_query(query), m_problems(std::move(problems)),
-          m_watch(std::move(watch)), m_runs(RunsOf(blocks, query.range)) {
+          m_watch(disk, std::move(watch)), m_runs(RunsOf(blocks, query.range)) {
         m_query.channels = query.channels.Without(disk.Hidden());
         ReportLocked(query.channels.And(disk.Hidden()));
         m_blocks.Report(query.range, m_problems);
@@ -128,17 +124,7 @@ private:
 
     /// Calls the watch every now and then.
     void Breathe() {
-        const auto now = std::chrono::steady_clock::now();
-        if (m_watch && now - m_watched >= kWatchPeriod) {
-            CallWatch();
-        }
-    }
-
-    void CallWatch() {
-        if (m_watch && !m_watch(Done())) {
-            throw Error(ErrorKind::Cancelled, m_disk.Bytes().Name() + ": interrupted");
-        }
-        m_watched = std::chrono::steady_clock::now();
+        m_watch.CallNowAndThen([this] { return Done(); });
     }
 
     // ---- from block to block
@@ -147,7 +133,7 @@ private:
         if (m_run == m_runs.size()) {
             return false;
         }
-        CallWatch();
+        m_watch.Call(Done());
         if (!m_inRun) {
             BeginRun();
         }
@@ -263,8 +249,7 @@ private:
     const BlockList& m_blocks;
     FrameQuery m_query;
     ProblemSink m_problems;
-    Watch m_watch;
-    std::chrono::steady_clock::time_point m_watched;
+    WatchCaller m_watch;
 
     std::vector<BlockRun> m_runs;
     size_t m_run = 0; ///< the run at hand

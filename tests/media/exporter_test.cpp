@@ -18,6 +18,7 @@
 #include "media/error.h"
 #include "recordings/error.h"
 #include "recordings/recordings_fixture.h"
+#include "sample_recorder/indexed_ring.h"
 #include "sample_recorder/recorder.h"
 #include "support/files.h"
 #include "survey.h"
@@ -373,6 +374,33 @@ TEST_F(Exports, ShowSoManyEventsAsChapters) {
     EXPECT_EQ(result->eventsWithoutChapter, 7u);
     EXPECT_EQ(Manifest()["event_without_chapter_count"], 7);
     EXPECT_EQ(ContainerFile::Read(File("out")).chapters.size(), kMostChapters);
+}
+
+TEST_F(Exports, OfAMinuteOfAFullRingReadHeadsAndLittleElse) {
+    sample_recorder::Format format;
+    format.blockCount = 4096;
+    MakeDisk(format);
+    sample_recorder::IndexedRing ring;
+    ring.newest = 1000;
+    ring.firstTime = kStart;
+    ring.secondsPerBlock = 300;
+    ring.segmentsPerChannel = 4;
+    WriteIndexedRing(Image(), ring);
+    for (const Container container : {Container::Raw, Container::Matroska}) {
+        // Before everything and after it, nothing but the list of blocks is read: once each, and two for the disk.
+        for (const uint32_t from : {kStart - 86400, kStart + 4096 * 300 + 3600}) {
+            ExportRequest request = Request(container);
+            request.range = {from, from + 59};
+            EXPECT_FALSE(Run(request));
+            EXPECT_LE(Worn().Reads(), 4096u + 16);
+        }
+        // Within it, the blocks of that minute and their neighbours are looked at, and no others. What their indexes
+        // list is not there.
+        ExportRequest request = Request(container);
+        request.range = {kStart + 2000 * 300 + 100, kStart + 2000 * 300 + 159};
+        EXPECT_FALSE(Run(request));
+        EXPECT_LE(Worn().Reads(), 4096u + 2000);
+    }
 }
 
 TEST_F(Exports, AreRefusedBeforeTheWorkBegins) {

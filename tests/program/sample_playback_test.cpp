@@ -333,6 +333,25 @@ TEST_F(SampleExport, GoesOnWhereTheRecordersClockWasSetBack) {
     EXPECT_NEAR(std::stod(probe["format"]["duration"].get<std::string>()), 10.0, 0.2);
 }
 
+TEST_F(SampleExport, TakesTheSameMemoryForMore) {
+    for (const std::string name : {"out.mkv", "out.mp4", "out"}) {
+        const auto peak = [&](std::vector<std::string> options) {
+            options.insert(options.begin(),
+                           {DISKACCESS_PROGRAM, "export", kSample, "--force", "-o", File(name)});
+            if (name == "out") {
+                options.emplace_back("--raw");
+            }
+            const ProgramResult result = RunProgram(options);
+            EXPECT_EQ(result.exitCode, 0) << result.err;
+            return result.memoryPeak;
+        };
+        // A twentieth of it, and all 58 MB.
+        const uint64_t little =
+            peak({"--utc", "--from", "2026-11-20 16:20:02", "--to", "2026-11-20 16:20:12"});
+        EXPECT_LT(peak({}), little + (12u << 20)) << name;
+    }
+}
+
 TEST_F(SampleExport, CutOffMatroskaStillPlays) {
     Export("out.mkv", {"--from", "2026-11-20", "--channel", "3"});
     std::filesystem::resize_file(File("out.mkv"), std::filesystem::file_size(File("out.mkv")) / 2);

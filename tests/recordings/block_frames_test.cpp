@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "recordings/error.h"
 #include "recordings/frames_fixture.h"
 #include "sample_recorder/generated_source.h"
 
@@ -559,6 +560,25 @@ TEST_P(BlockFrames, DropAPayloadThatCannotBeRead) {
                                    std::to_string(to - from)}));
     EXPECT_EQ(read.problems[0].before, At(2400));
     EXPECT_EQ(read.problems[0].after, Recorded()[left.back() + 1].frame.pts);
+}
+
+TEST_P(BlockFrames, EndWhenTheWatchSaysSo) {
+    Begin(1);
+    RecordSeconds(100, 60);
+    Recorder().PowerOff();
+    const recordings::Disk& disk = Open();
+    const recordings::BlockList blocks = recordings::BlockList::Read(disk);
+    int calls = 0;
+    try {
+        recordings::BlockFrames(disk, blocks.All().at(0), Want::Heads, {}, [&](const recordings::Progress&) {
+            ++calls;
+            return false;
+        });
+        ADD_FAILURE();
+    } catch (const recordings::Error& error) {
+        EXPECT_EQ(error.Kind(), recordings::ErrorKind::Cancelled);
+    }
+    EXPECT_EQ(calls, 1);
 }
 
 TEST_P(BlockFrames, MergeUnreadableSectors) {

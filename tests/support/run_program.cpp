@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -53,9 +54,11 @@ int BrokenPipe() {
     _exit(127);
 }
 
-int ExitCodeOf(pid_t child) {
+int ExitCodeOf(pid_t child, uint64_t& memoryPeak) {
     int status = 0;
-    waitpid(child, &status, 0);
+    rusage usage = {};
+    wait4(child, &status, 0, &usage);
+    memoryPeak = static_cast<uint64_t>(usage.ru_maxrss) * 1024;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
@@ -142,7 +145,7 @@ ProgramResult RunProgram(const std::vector<std::string>& command, const ProgramS
         BecomeProgram(command, setting, input, out, err);
     }
     ProgramResult result;
-    result.exitCode = ExitCodeOf(child);
+    result.exitCode = ExitCodeOf(child, result.memoryPeak);
     close(input);
     if (setting.closedPipe) {
         close(out);
@@ -174,7 +177,7 @@ ProgramResult RunAtTerminal(const std::vector<std::string>& command, const std::
         }
     }
     close(terminal);
-    result.exitCode = ExitCodeOf(child);
+    result.exitCode = ExitCodeOf(child, result.memoryPeak);
     return result;
 }
 

@@ -1,6 +1,7 @@
 #ifndef TESTS_SUPPORT_RUN_PROGRAM_H
 #define TESTS_SUPPORT_RUN_PROGRAM_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@ struct ProgramResult {
     int exitCode = -1; ///< 128 + N when it died of signal N
     std::string out;
     std::string err;
+    uint64_t memoryPeak = 0; ///< bytes of memory that it held at most
 };
 
 struct ProgramSetting {

@@ -25,7 +25,9 @@ enum class Want : uint8_t { Heads, Payloads };
 class RECORDINGS_API BlockFrames {
 public:
     /// @param disk, block must outlive the reader
-    BlockFrames(const Disk& disk, const Block& block, Want want, ProblemSink problems);
+    /// @param watch asked several times a second; when it ends the work, this and Next() throw
+    /// @throws Error (Cancelled)
+    BlockFrames(const Disk& disk, const Block& block, Want want, ProblemSink problems, Watch watch = {});
     ~BlockFrames();
     BlockFrames(const BlockFrames&) = delete;
     BlockFrames& operator=(const BlockFrames&) = delete;
@@ -34,6 +36,7 @@ public:
     /// @param afterLoss set to whether something is lost between this frame and the one before (or the block's start);
     ///        at the end: between the last frame and the end
     /// @return false at the end
+    /// @throws Error (Cancelled)
     bool Next(Frame& frame, bool& afterLoss);
 
 private:
