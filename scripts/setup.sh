@@ -10,7 +10,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build pkg-config
 # What making the sample partition takes.
 SAMPLE_PACKAGES=(ffmpeg fonts-dejavu-core)
 # What the tests take besides.
-TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev tzdata python3 git util-linux
+TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev openssl tzdata python3 git util-linux
   ewf-tools mandoc bsdextrautils bash-completion zsh fish)
 # What the 32-bit targets take. g++-multilib would drive the ARM compiler out; g++-12-multilib does not.
 TARGET_PACKAGES=(g++-12-multilib g++-arm-linux-gnueabihf qemu-user)

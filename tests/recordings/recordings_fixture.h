@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -34,8 +35,8 @@ public:
 private:
     std::unique_ptr<recordings::Source> m_inner;
     std::vector<std::pair<uint64_t, uint64_t>> m_bad;
-    mutable uint64_t m_reads = 0;
-    mutable uint64_t m_bytes = 0;
+    mutable std::atomic<uint64_t> m_reads{0}; // several threads may read
+    mutable std::atomic<uint64_t> m_bytes{0};
 };
 
 /// A problem as a line: "kind severity block channel", with what is not set left out.

@@ -15,7 +15,10 @@ enum class ErrorKind {
     CannotMake,     ///< the system refused to make an output
     CannotWrite,    ///< an output cannot be written, or not to its end
     CannotReadBack, ///< an output cannot be read again to hash it
-    NoContainers    ///< libavformat was not there when the library was built
+    NoContainers,   ///< libavformat was not there when the library was built
+    BadKey,         ///< a file holds no key for signatures
+    CannotSign,     ///< libcrypto makes no signature
+    BadManifest     ///< what is to be verified is no manifest, or one that names what no manifest does
 };
 
 /// Thrown when files cannot be made; none is kept then. The text says what and where, in one line, and names no option
