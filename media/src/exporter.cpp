@@ -7,11 +7,12 @@
 
 #include <fmt/format.h>
 
+#include "block_hasher.h"
 #include "copier.h"
-#include "file_writer.h"
 #include "media/error.h"
 #include "media/manifest.h"
 #include "output_place.h"
+#include "signed_file.h"
 #include "survey.h"
 #include "track_finder.h"
 #include "watcher.h"
@@ -28,7 +29,7 @@ public:
              const ExportRequest& request, const recordings::ProblemSink& problems, Watcher& watcher)
         : m_disk(disk), m_blocks(blocks), m_rules({source, request.replace}), m_request(request),
           m_report(problems), m_watcher(watcher), m_finder(disk, blocks, request.audio),
-          m_outputs(m_rules, [&watcher] { watcher.Ask(); }) {
+          m_outputs(m_rules, [&watcher] { watcher.Ask(); }), m_hasher(disk, [&watcher] { watcher.Ask(); }) {
         m_query.range = request.range;
         m_query.channels = request.channels.Without(disk.Hidden());
     }
@@ -54,6 +55,7 @@ public:
         }
         m_sink->Finish();
         m_result.outputs = m_outputs.CompleteOthers(manifest);
+        TakeDigests();
         Describe(manifest);
         m_watcher.Ask();
         m_outputs.Publish();
@@ -72,7 +74,7 @@ private:
 
     /// Looks at the places of all files that the export may make, before there is any work to be lost.
     void CheckPlaces() {
-        m_result.manifest = m_request.name + ".json";
+        m_result.manifest = m_request.ManifestName();
         if (m_request.container == Container::Raw) {
             // Which streams there are is not known yet: files of others may stay.
             const OutputRules replacing = {m_rules.source, true};
@@ -84,6 +86,7 @@ private:
             OutputPlace(m_request.name).Check(m_rules);
         }
         OutputPlace(m_result.manifest).Check(m_rules);
+        CheckSignaturePlace(m_request, m_rules);
     }
 
     void ReportLocked() {
@@ -168,7 +171,12 @@ private:
 
     void Copy() {
         recordings::RangeFrames frames(m_disk, m_blocks, m_query, Problems(), m_watcher.Reading());
+        std::optional<uint32_t> block;
         for (Frame frame; frames.Next(frame);) {
+            if (block && *block != frame.block) {
+                m_hasher.Add(*block);
+            }
+            block = frame.block;
             if (!m_copier->Knows(TrackKey::Of(frame))) {
                 m_copier->AddTrack(m_finder.TrackOf(frame), frame);
             }
@@ -176,6 +184,17 @@ private:
         }
         m_result.gaps = frames.Gaps();
         m_result.blocks = frames.BlocksUsed();
+    }
+
+    void TakeDigests() {
+        for (const uint32_t block : m_result.blocks) {
+            m_hasher.Add(block);
+        }
+        m_result.blockDigests = m_hasher.Finish();
+        m_result.headDigest = HashArea(m_disk.Bytes(), 0, recordings::kPartitionHeadBytes);
+        if (m_request.provenance.hashSource) {
+            m_result.sourceDigest = m_request.provenance.hashSource();
+        }
     }
 
     void TakeFindings() {
@@ -188,15 +207,20 @@ private:
     std::optional<ExportResult> NothingMade() {
         TakeFindings();
         m_result.manifest.clear();
+        m_result.signature.clear();
         return m_result.leftOut.empty() ? std::nullopt : std::optional(std::move(m_result));
     }
 
     void Describe(OutputFile& manifest) {
         TakeFindings();
-        WriteManifest(m_disk, m_blocks, m_request, m_result, [&manifest](const std::string& text) {
-            manifest.Bytes().Write(text.data(), text.size());
-        });
+        SignedFile file(manifest, m_request.key);
+        WriteManifest(m_disk, m_blocks, m_request, m_result,
+                      [&file](const std::string& text) { file.Write(text); });
         manifest.Complete();
+        if (m_request.key != nullptr) {
+            m_result.signature = m_request.SignatureName();
+            file.Sign(m_outputs.Make(m_result.signature));
+        }
     }
 
     const recordings::Disk& m_disk;
@@ -209,6 +233,7 @@ private:
     recordings::ProblemList m_problems;
     TrackFinder m_finder;
     Outputs m_outputs;
+    BlockHasher m_hasher;
     std::unique_ptr<Sink> m_sink;
     std::optional<Copier> m_copier;
     ExportResult m_result;

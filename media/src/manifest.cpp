@@ -4,61 +4,14 @@
 #include <filesystem>
 #include <utility>
 
-#include <nlohmann/json.hpp>
-
+#include "manifest_writer.h"
 #include "recordings/block_index.h"
-#include "recordings/problem.h"
 
 namespace media {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-using recordings::Severity;
-
-constexpr int64_t kMicros = 1000000;
-constexpr int kSchemaVersion = 1;
-
-/// Writes a JSON object member by member, and lists entry by entry: none is held in memory as a whole.
-class ObjectWriter {
-public:
-    explicit ObjectWriter(const std::function<void(const std::string&)>& write) : m_write(write) {
-        m_write("{");
-    }
-
-    void Member(const char* key, const Json& value) {
-        Begin(key);
-        m_write(Text(value));
-    }
-    void BeginList(const char* key) {
-        Begin(key);
-        m_write("[");
-        m_entries = 0;
-    }
-    void Entry(const Json& value) { m_write((m_entries++ == 0 ? "\n    " : ",\n    ") + Text(value)); }
-    void EndList() { m_write(m_entries == 0 ? "]" : "\n  ]"); }
-    void End() { m_write("\n}\n"); }
-
-private:
-    void Begin(const char* key) {
-        m_write(std::string(m_members++ == 0 ? "\n  \"" : ",\n  \"") + key + "\": ");
-    }
-    /// Names of files may hold any byte: those that are no text are replaced.
-    static std::string Text(const Json& value) {
-        return value.dump(-1, ' ', false, nlohmann::detail::error_handler_t::replace);
-    }
-
-    const std::function<void(const std::string&)>& m_write;
-    size_t m_members = 0;
-    size_t m_entries = 0;
-};
-
-/// The largest number up to which a double, which is what many programs read numbers into, holds every whole one.
-constexpr uint64_t kLargestExact = uint64_t{1} << 53;
-
-Json NumberOf(uint64_t number) {
-    return number <= kLargestExact ? Json(number) : Json(std::to_string(number));
-}
+using Json = ManifestWriter::Json;
 
 const char* MediaOf(bool isVideo) {
     return isVideo ? "video" : "audio";
@@ -68,63 +21,34 @@ class Writer {
 public:
     Writer(const recordings::Disk& disk, const recordings::BlockList& blocks, const ExportRequest& request,
            const ExportResult& result, const std::function<void(const std::string&)>& write)
-        : m_disk(disk), m_blocks(blocks), m_request(request), m_result(result), m_object(write) {}
+        : m_disk(disk), m_blocks(blocks), m_request(request), m_result(result),
+          m_writer(disk, request, write) {}
 
     void Run() {
-        m_object.Member("schema_version", kSchemaVersion);
-        m_object.Member("command", "export");
-        m_object.Member("made", m_request.made);
-        WritePartition();
-        m_object.Member("skew_seconds", m_request.skewSeconds);
-        m_object.Member("zone", m_request.zone ? Json(*m_request.zone) : Json(nullptr));
-        WriteRange();
-        m_object.Member("container", NameOf(m_request.container));
-        List("outputs", m_result.outputs, [](const Exported& output) { return OutputOf(output); });
-        List("tracks", m_result.tracks, [this](const Track& track) { return TrackOf(track); });
-        List("blocks", m_result.blocks, [this](uint32_t block) { return BlockOf(block); });
-        List("events", m_result.events, [this](const recordings::Event& event) { return EventOf(event); });
-        m_object.Member("event_without_chapter_count", m_result.eventsWithoutChapter);
-        List("gaps", m_result.gaps, [this](const recordings::Gap& gap) { return GapOf(gap); });
-        Problems("losses", Severity::Loss);
-        Problems("notes", Severity::Note);
-        List("left_out", m_result.leftOut, [](const LeftOut& item) { return LeftOutOf(item); });
-        m_object.End();
+        m_writer.Begin("export",
+                       m_result.blocks.empty() ? std::nullopt : std::optional(m_result.blocks.front()),
+                       m_result.headDigest, m_result.sourceDigest);
+        m_writer.AskedFor();
+        WriteSpan();
+        m_writer.Member("container", NameOf(m_request.container));
+        m_writer.List("outputs", m_result.outputs, [](const Exported& output) { return OutputOf(output); });
+        m_writer.List("tracks", m_result.tracks, [this](const Track& track) { return TrackOf(track); });
+        m_writer.List("blocks", m_result.blocks, [this](uint32_t block) { return BlockOf(block); });
+        m_writer.List("events", m_result.events,
+                      [this](const recordings::Event& event) { return EventOf(event); });
+        m_writer.Member("event_without_chapter_count", m_result.eventsWithoutChapter);
+        m_writer.List("gaps", m_result.gaps, [this](const recordings::Gap& gap) { return GapOf(gap); });
+        m_writer.Problems(m_result.problems);
+        m_writer.List("left_out", m_result.leftOut, [](const LeftOut& item) { return LeftOutOf(item); });
+        m_writer.End();
     }
 
 private:
-    template <typename Items, typename ToJson>
-    void List(const char* key, const Items& items, const ToJson& toJson) {
-        m_object.BeginList(key);
-        for (const auto& item : items) {
-            m_object.Entry(toJson(item));
-        }
-        m_object.EndList();
-    }
+    Json TimeOf(int64_t micros) const { return m_writer.TimeOf(micros); }
+    Json TimeOfSeconds(uint32_t seconds) const { return m_writer.TimeOfSeconds(seconds); }
 
-    Json TimeOf(int64_t micros) const { return m_request.wording.timestamp(micros); }
-    Json TimeOf(const std::optional<int64_t>& micros) const {
-        return micros ? TimeOf(*micros) : Json(nullptr);
-    }
-    Json TimeOfSeconds(uint32_t seconds) const { return TimeOf(int64_t{seconds} * kMicros); }
-
-    void WritePartition() {
-        const auto& printable = m_request.wording.printable;
-        const recordings::DiskFacts& facts = m_disk.Facts();
-        m_object.Member("partition", printable(m_disk.Bytes().Name()));
-        m_object.Member("device_size_bytes", m_disk.Bytes().Size());
-        m_object.Member("description", printable(facts.description));
-        m_object.Member("block_count", facts.blockCount);
-        m_object.Member("block_size_bytes", facts.blockSize);
-        const auto identity = m_result.blocks.empty()
-                                  ? std::nullopt
-                                  : recordings::ReadIdentity(m_disk, m_result.blocks.front());
-        if (identity) {
-            m_object.Member("vehicle_number", printable(identity->vehicleNumber));
-            m_object.Member("vehicle_id", printable(identity->vehicleId));
-        }
-    }
-
-    void WriteRange() {
+    /// The times of the first frame and the last.
+    void WriteSpan() {
         std::optional<int64_t> start;
         std::optional<int64_t> end;
         for (const Track& track : m_result.tracks) {
@@ -133,11 +57,8 @@ private:
                 end = std::max(end.value_or(track.last), track.last);
             }
         }
-        const recordings::TimeRange& range = m_request.range;
-        m_object.Member("from", m_request.fromGiven ? TimeOfSeconds(range.first) : Json(nullptr));
-        m_object.Member("to", m_request.toGiven ? TimeOfSeconds(range.last) : Json(nullptr));
-        m_object.Member("start", TimeOf(start));
-        m_object.Member("end", TimeOf(end));
+        m_writer.Member("start", m_writer.TimeOf(start));
+        m_writer.Member("end", m_writer.TimeOf(end));
     }
 
     static Json OutputOf(const Exported& output) {
@@ -165,17 +86,21 @@ private:
     }
 
     Json BlockOf(uint32_t number) const {
-        const auto entry = m_blocks.Find(number);
-        if (!entry) {
-            return {{"block", number}};
+        Json json = {{"block", number}};
+        const auto digest = m_result.blockDigests.find(number);
+        if (digest != m_result.blockDigests.end()) {
+            json.update(ManifestWriter::AreaOf(digest->second));
         }
-        const recordings::Block& block = m_blocks.All()[*entry];
-        return {{"block", number},
-                {"sequence", block.sequence},
-                {"start", TimeOfSeconds(block.start)},
-                {"closed", block.closed},
-                {"suspect", block.mark == recordings::BlockMark::Suspect},
-                {"records", RecordsOf(block)}};
+        const auto entry = m_blocks.Find(number);
+        if (entry) {
+            const recordings::Block& block = m_blocks.All()[*entry];
+            json["sequence"] = block.sequence;
+            json["start"] = TimeOfSeconds(block.start);
+            json["closed"] = block.closed;
+            json["suspect"] = block.mark == recordings::BlockMark::Suspect;
+            json["records"] = RecordsOf(block);
+        }
+        return json;
     }
 
     /// The record segments that the range touches.
@@ -200,7 +125,7 @@ private:
 
     Json EventOf(const recordings::Event& event) const {
         return {{"time", TimeOfSeconds(event.time)},
-                {"event_types", NumberOf(event.type)},
+                {"event_types", ManifestWriter::NumberOf(event.type)},
                 {"block", event.block},
                 {"entry", event.entry}};
     }
@@ -211,49 +136,6 @@ private:
                 {"start", TimeOf(gap.before)},
                 {"end", TimeOf(gap.after)},
                 {"block", gap.block}};
-    }
-
-    void Problems(const char* key, Severity severity) {
-        m_object.BeginList(key);
-        for (const recordings::Problem& problem : m_result.problems) {
-            if (problem.severity == severity) {
-                m_object.Entry(ProblemOf(problem));
-            }
-        }
-        m_object.EndList();
-    }
-
-    /// What applies to the kind of problem, and nothing else.
-    Json ProblemOf(const recordings::Problem& problem) const {
-        Json json = {{"problem", recordings::NameOf(problem.kind)},
-                     {"text", recordings::Describe(problem, m_request.wording.readableTime)}};
-        const auto set = [&json](const char* key, const std::optional<uint32_t>& value) {
-            if (value) {
-                json[key] = *value;
-            }
-        };
-        set("block", problem.block);
-        set("next_block", problem.blockAfter);
-        set("channel", problem.channel);
-        set("offset", problem.offset);
-        if (problem.bytes != 0) {
-            json["size_bytes"] = problem.bytes;
-        }
-        if (problem.count != 0) {
-            json["count"] = problem.count;
-        }
-        if (problem.before) {
-            json["start"] = TimeOf(*problem.before);
-        }
-        if (problem.after) {
-            json["end"] = TimeOf(*problem.after);
-        }
-        for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
-            if ((problem.channels >> channel & 1u) != 0) {
-                json["channels"].push_back(channel);
-            }
-        }
-        return json;
     }
 
     static Json LeftOutOf(const LeftOut& item) {
@@ -268,7 +150,7 @@ private:
     const recordings::BlockList& m_blocks;
     const ExportRequest& m_request;
     const ExportResult& m_result;
-    ObjectWriter m_object;
+    ManifestWriter m_writer;
 };
 
 } // namespace

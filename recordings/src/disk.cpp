@@ -13,6 +13,8 @@ namespace {
 
 using disk_access::BlockGeometry;
 
+static_assert(sizeof(PartHead_t) == kPartitionHeadBytes, "callers read the head by this size");
+
 /// A disk type whose partitions bear the other magic.
 constexpr int kAlternativeDiskType = 52;
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "cli/clock_check.h"
 #include "cli/failure.h"
 #include "cli/typed_time.h"
 #include "render/time_zone.h"
@@ -156,6 +157,47 @@ TEST(TimeZones, UnknownNamesAreRefused) {
     for (const char* const name : {"Europe/Atlantis", "Berlin", "../../etc/passwd", "Europe", "?"}) {
         EXPECT_THROW(TimeZone zone(name), UnknownZone) << name;
     }
+}
+
+ClockCheck Check(const std::string& text, const char* zone = "UTC") {
+    return ReadClockCheck(text, TimeZone(zone), kNow);
+}
+
+std::string CheckRefusal(const std::string& text) {
+    try {
+        Check(text);
+        return "taken";
+    } catch (const WrongUse& wrong) {
+        return wrong.what();
+    }
+}
+
+TEST(ClockChecks, TellTheSkew) {
+    const ClockCheck check = Check("2026-11-20 14:00:05=2026-11-20 13:59:58");
+    EXPECT_EQ(check.recorderTime, 1795183205);
+    EXPECT_EQ(check.trueTime, 1795183198);
+    EXPECT_EQ(check.Skew(), 7);
+    EXPECT_EQ(Check("2026-11-20 13:59:58=2026-11-20 14:00:05").Skew(), -7);
+    // The recorder's clock shows UTC, the one on the wall that of Berlin.
+    EXPECT_EQ(Check("2026-11-20T14:00:05Z=2026-11-20 15:00:00", "Europe/Berlin").Skew(), 5);
+    EXPECT_EQ(Check("2026-11-21 14:31:00=now").Skew(), 60);
+    EXPECT_EQ(Check("2026-11-20 14:00:05=13:59:58").Skew(), 7);
+}
+
+TEST(ClockChecks, AreTwoMoments) {
+    EXPECT_EQ(CheckRefusal("2026-11-20 14:00"),
+              "--clock-check: '2026-11-20 14:00' is no pair of times; give what the recorder's clock showed, "
+              "=, and "
+              "the true time, like '2026-11-20 14:00:05=2026-11-20 13:59:58'");
+    EXPECT_EQ(CheckRefusal("2026-11-20=2026-11-20 13:59:58"),
+              "--clock-check: '2026-11-20' is a day; give its time of day too");
+    EXPECT_EQ(CheckRefusal("2026-11-20 14:00=today"),
+              "--clock-check: 'today' is a day; give its time of day too");
+    for (const char* const text : {"=", "14:00=", "=14:00", "14:00=15:00=16:00", "14:00=soon"}) {
+        EXPECT_NE(CheckRefusal(text), "taken") << text;
+    }
+    EXPECT_EQ(CheckRefusal("@5000000000=@100000000"),
+              "--clock-check: no recorder's clock can be so far from the true time");
 }
 
 } // namespace

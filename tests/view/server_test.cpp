@@ -174,6 +174,7 @@ protected:
             File(""),
             *m_source,
             diskaccess::WordingOf(m_zone, DiskClock(0)),
+            {},
             [this] { return std::make_unique<recordings::Disk>(recordings::OpenSource(Image().Path())); }};
         m_api.emplace(setting, kToken);
         m_server.emplace(uint16_t{0},

@@ -55,6 +55,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddRangeOptions)
             .Takes(AddChannelOption)
             .Takes(AddExportOptions)
+            .Takes(AddEvidenceOptions)
             .Checks(CheckExport)
             .Does(Asks(Export)),
         Command("view", "Shows the recordings in the browser: all cameras in step, on a timeline")

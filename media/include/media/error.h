@@ -11,6 +11,7 @@ enum class ErrorKind {
     OutputIsSource, ///< an output would be written to the source, or to what that is stored in
     OutputIsNoFile, ///< an output's name is that of a folder, a link, a device
     OutputExists,   ///< a file of an output's name is there, and is not to be replaced
+    StaleSignature, ///< a signature is there that the new manifest would not fit
     OutputTwice,    ///< two outputs would bear one name
     CannotMake,     ///< the system refused to make an output
     CannotWrite,    ///< an output cannot be written, or not to its end

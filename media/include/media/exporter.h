@@ -5,12 +5,14 @@
 /// Recordings as files.
 
 #include <cstdint>
-#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "media/output_file.h"
+#include "media/provenance.h"
+#include "media/request.h"
 #include "media/sink.h"
 #include "media/track.h"
 #include "recordings/disk.h"
@@ -19,35 +21,10 @@
 
 namespace media {
 
-/// How the caller writes times and texts.
-struct Wording {
-    /// Time stamps, microseconds on the recorder's clock, as RFC 3339 in true time: for programs.
-    std::function<std::string(int64_t)> timestamp;
-    /// The same in UTC.
-    std::function<std::string(int64_t)> utcTimestamp;
-    /// The same for people, and to the second.
-    std::function<std::string(int64_t)> readableTime;
-    std::function<std::string(int64_t)> readableSecond;
-    /// Texts of a disk, which may hold any byte, such that nothing unprintable is left.
-    std::function<std::string(const std::string&)> printable;
-};
-
-/// What is exported, and how.
-struct ExportRequest {
-    std::string name; ///< the container's file, or what the files of elementary streams begin with
+/// What is exported, and how. Of elementary streams, the name is what those of the files begin with.
+struct ExportRequest : Request {
     Container container = Container::Matroska;
-    recordings::TimeRange range;
-    bool fromGiven = false; ///< whether the range's first second was asked for; else it is from the beginning
-    bool toGiven = false;   ///< the same of the last
-    recordings::ChannelSet channels = recordings::ChannelSet::All();
-    AudioCodec audio;     ///< of all channels, where it is known better than the disk does
-    bool replace = false; ///< whether files of the outputs' names may be replaced
-
-    // What the manifest tells beside that.
-    std::string made;                ///< the present, RFC 3339
-    int64_t skewSeconds = 0;         ///< how far the recorder's clock was ahead
-    std::optional<std::string> zone; ///< the zone of all times, as named; nothing: the machine's own
-    Wording wording;
+    AudioCodec audio; ///< of all channels, where it is known better than the disk does
 };
 
 /// Frames that are in no file, and why.
@@ -65,14 +42,19 @@ struct ExportResult {
     std::vector<LeftOut> leftOut;
     std::vector<Exported> outputs; ///< without the manifest
     std::string manifest;          ///< its path
+    std::string signature;         ///< the same; empty: nobody signs
     std::vector<recordings::Event> events;
     size_t eventsWithoutChapter = 0; ///< that a container does not show: there would be too many chapters
     std::vector<recordings::Gap> gaps;
-    std::vector<uint32_t> blocks; ///< numbers of those that frames were taken from
+    std::vector<uint32_t> blocks;                ///< numbers of those that frames were taken from
+    std::map<uint32_t, AreaDigest> blockDigests; ///< of these
+    AreaDigest headDigest;                       ///< of the partition head
+    std::optional<AreaDigest> sourceDigest;      ///< of the whole source, if that is asked for
     std::vector<recordings::Problem> problems;
 };
 
-/// Exports a range: Matroska, MP4 or elementary streams, and a manifest beside them (NAME.json).
+/// Exports a range: Matroska, MP4 or elementary streams, and a manifest beside them (NAME.json), with its signature
+/// (NAME.json.sig) if there is a key.
 ///
 /// Payloads are copied as they are. All files appear whole, or none does. Problems of the disk are handed to @p problems
 /// as they are met, and named in the manifest: they end nothing.

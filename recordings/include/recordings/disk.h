@@ -17,6 +17,9 @@
 
 namespace recordings {
 
+/// The partition head lies at the start of the partition, and has so many bytes.
+constexpr uint32_t kPartitionHeadBytes = 200;
+
 /// What the partition head says. Texts are bounded copies; they may hold any byte.
 struct DiskFacts {
     uint32_t magic = 0;

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <new>
 
 #include "cli/output.h"
@@ -74,6 +75,7 @@ int RunCommandLine(const std::vector<Command>& commands, int argc, char** argv) 
     app.require_subcommand(1);
     app.footer(kHelpFooter);
     Options options;
+    options.arguments.assign(argv + 1, argv + std::max(argc, 1));
     ExitCode result = kDone;
     for (const Command& command : commands) {
         command.AddTo(app, options, [&result, &options, &command](const CLI::App& typed) {

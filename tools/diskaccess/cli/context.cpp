@@ -36,8 +36,8 @@ private:
 
 // What is wrong with the options is said before anything is read.
 Context::Context(const Options& options, std::string command)
-    : m_options(options), m_command(std::move(command)), m_zone(ReadZone(options)), m_clock(options.skew),
-      m_query(ReadQuery(options, m_zone, std::time(nullptr))),
+    : m_options(options), m_command(std::move(command)), m_zone(ReadZone(options)), m_clock(SettleSkew()),
+      m_query(ReadQuery(m_options, m_zone, std::time(nullptr))),
       m_problems(options.partition,
                  [this](int64_t time) { return m_zone.TextOfMicros(m_clock.TrueInstant(time).micros); }),
       m_source(options.partition, options.partitionNumber, m_output.Descriptor()) {
@@ -51,6 +51,15 @@ Context::Context(const Options& options, std::string command)
         m_problems.Print(problem);
     }
     Unlock();
+}
+
+/// The skew that was typed, or that the check of the clock shows.
+int64_t Context::SettleSkew() {
+    if (!m_options.clockCheck.empty()) {
+        m_clockCheck = ReadClockCheck(m_options.clockCheck, m_zone, std::time(nullptr));
+        m_options.skew = m_clockCheck->Skew();
+    }
+    return m_options.skew;
 }
 
 void Context::Unlock() {

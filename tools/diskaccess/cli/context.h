@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/clock_check.h"
 #include "cli/failure.h"
 #include "cli/options.h"
 #include "cli/output.h"
@@ -34,6 +35,8 @@ public:
     const Query& Asked() const { return m_query; }
     const TimeZone& Zone() const { return m_zone; }
     const DiskClock& Clock() const { return m_clock; }
+    /// How the clock's skew was found, if a check was typed.
+    const std::optional<ClockCheck>& Checked() const { return m_clockCheck; }
 
     const recordings::Disk& Disk() const { return *m_disk; }
     /// The same disk once more, as open as this one, for another thread. May be called on any thread; must not outlive
@@ -67,11 +70,13 @@ public:
     ExitCode FinishWith(ExitCode code);
 
 private:
+    int64_t SettleSkew();
     void Unlock();
 
     Options m_options;
     std::string m_command;
     TimeZone m_zone;
+    std::optional<ClockCheck> m_clockCheck;
     DiskClock m_clock;
     Query m_query;
     ProblemPrinter m_problems;

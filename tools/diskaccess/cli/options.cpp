@@ -76,14 +76,20 @@ void AddTextFormatOption(CLI::App& command, Options& options) {
 void AddDiskOptions(CLI::App& command, Options& options) {
     constexpr int64_t kMostSkew =
         std::numeric_limits<uint32_t>::max(); // all that a recorder's clock can count
+    auto* const skew = command
+                           .add_option("--skew", options.skew,
+                                       "Seconds that the recorder's clock was ahead (negative: behind)")
+                           ->check(completion::WholeNumber(-kMostSkew, kMostSkew))
+                           ->option_text("SECONDS");
+    command
+        .add_option("--clock-check", options.clockCheck,
+                    "The same, as seen: what the recorder's clock showed, =, and the true time then")
+        ->excludes(skew)
+        ->option_text("TIME=TIME");
     command
         .add_option("--partition", options.partitionNumber,
                     "Number of the partition on a whole disk (default: the only one of a recorder)")
         ->option_text("N");
-    command
-        .add_option("--skew", options.skew, "Seconds that the recorder's clock was ahead (negative: behind)")
-        ->check(completion::WholeNumber(-kMostSkew, kMostSkew))
-        ->option_text("SECONDS");
     command
         .add_option("--disk-type", options.diskType,
                     "The recorder's disk type code (default: as the head says)")
@@ -172,6 +178,21 @@ void AddViewOptions(CLI::App& command, Options& options) {
                     "Folder that exports of the page go to (default: the current one)")
         ->option_text("DIR")
         ->type_name("DIR");
+}
+
+void AddEvidenceOptions(CLI::App& command, Options& options) {
+    command.add_option("--case", options.caseName, "The case, for the manifest")->option_text("TEXT");
+    command.add_option("--operator", options.operatorName, "Who does this, for the manifest")
+        ->option_text("TEXT");
+    command.add_option("--note", options.note, "Anything else, for the manifest")->option_text("TEXT");
+    command.add_flag(
+        "--hash-source", options.hashSource,
+        "Put the SHA-256 of the whole source into the manifest; takes as long as reading it does");
+    command
+        .add_option("--sign", options.signingKey,
+                    "Sign the manifest with this private Ed25519 key, a PEM file: FILE.json.sig")
+        ->option_text("KEY")
+        ->type_name("FILE");
 }
 
 void AddDumpOptions(CLI::App& command, Options& options) {

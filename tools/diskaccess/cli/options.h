@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "render/renderer.h"
 
@@ -15,6 +16,7 @@ namespace diskaccess {
 
 /// The options of all commands, as typed. query.h says what they mean.
 struct Options {
+    std::vector<std::string> arguments; ///< all that was typed after the program's name
     std::string partition;
     std::optional<uint32_t> partitionNumber; ///< in the partition table of a whole disk
     std::string zone;
@@ -22,6 +24,7 @@ struct Options {
 
     // commands that search the disk
     int64_t skew = 0; ///< seconds that the recorder's clock was ahead of true time
+    std::string clockCheck;
     std::optional<int> diskType;
     std::string passwordFile;
     bool askPassword = false;
@@ -54,6 +57,12 @@ struct Options {
     uint16_t port = 0; ///< 0: any free one
     bool noBrowser = false;
     std::string exportFolder = ".";
+    // commands that write files of evidence
+    std::string caseName;
+    std::string operatorName;
+    std::string note;
+    std::string signingKey;
+    bool hashSource = false;
 
     // dump
     bool attach = false;
@@ -81,6 +90,8 @@ void AddCheckOptions(CLI::App& command, Options& options);
 void AddPlayOptions(CLI::App& command, Options& options);
 void AddExportOptions(CLI::App& command, Options& options);
 void AddViewOptions(CLI::App& command, Options& options);
+/// What the manifest is to tell, and who signs it.
+void AddEvidenceOptions(CLI::App& command, Options& options);
 void AddDumpOptions(CLI::App& command, Options& options);
 
 } // namespace diskaccess

@@ -1,14 +1,13 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <ctime>
 #include <utility>
 
 #include "cli/failure.h"
 #include "cli/interruption.h"
 #include "cli/output.h"
 #include "commands/commands.h"
-#include "commands/wording.h"
+#include "commands/evidence.h"
 #include "media/error.h"
 #include "media/exporter.h"
 #include "recordings/error.h"
@@ -69,38 +68,13 @@ media::AudioCodec ReadAudio(const std::string& text) {
     return {name, static_cast<uint32_t>(std::stoul(rate))};
 }
 
-media::ExportRequest RequestOf(const Context& context) {
+media::ExportRequest RequestOf(Context& context) {
     const Options& options = context.Typed();
     media::ExportRequest request;
-    request.name = options.output;
     request.container = WantedContainer(options);
-    request.range = context.Asked().range;
-    request.fromGiven = !options.from.empty();
-    request.toGiven = !options.to.empty();
-    request.channels = context.Asked().channels;
     request.audio = ReadAudio(options.audio);
-    request.replace = options.force;
-    request.made = context.Zone().Rfc3339(std::time(nullptr));
-    request.skewSeconds = options.skew;
-    request.zone = options.zone.empty() ? std::nullopt : std::optional(options.zone);
-    request.wording = WordingOf(context.Zone(), context.Clock());
+    FillRequest(context, request);
     return request;
-}
-
-/// What to do about files that cannot be made.
-const char* HintFor(media::ErrorKind kind) {
-    switch (kind) {
-    case media::ErrorKind::OutputExists:
-        return "; give another --output, or --force to replace it";
-    case media::ErrorKind::OutputIsSource:
-    case media::ErrorKind::OutputIsNoFile:
-    case media::ErrorKind::CannotMake:
-        return "; give another --output";
-    case media::ErrorKind::OutputTwice:
-        return "; give --audio another codec";
-    default:
-        return "";
-    }
 }
 
 /// What to do about frames that a container does not hold.
@@ -122,14 +96,11 @@ std::optional<media::ExportResult> Run(Context& context, const media::ExportRequ
     const recordings::BlockList& blocks =
         context.Blocks(); // a signal may end that: there is nothing to clean up
     const Interruption interruption;
-    const recordings::Watch show = context.Watch("exporting");
-    const recordings::Watch watch = [&show](const recordings::Progress& progress) {
-        return show(progress) && !Interruption::Asked();
-    };
+    const recordings::Watch watch = InterruptibleWatch(context, "exporting");
     try {
         return media::Export(context.Disk(), blocks, context.Source(), request, context.Problems(), watch);
     } catch (const media::Error& error) {
-        throw Failure(error.what() + std::string(HintFor(error.Kind())));
+        throw ToFailure(error);
     } catch (const recordings::Error& error) {
         if (error.Kind() == recordings::ErrorKind::Cancelled) {
             throw Failure("interrupted; nothing was kept");
@@ -194,7 +165,9 @@ void ShowSummary(Context& context, const media::ExportResult& result) {
                                 {"gap_count", "Gaps", uint64_t{result.gaps.size()}},
                                 {"loss_count", "Losses", losses},
                                 {"manifest_file", "Manifest",
-                                 result.manifest.empty() ? Value(Nothing()) : Printable(result.manifest)}});
+                                 result.manifest.empty() ? Value(Nothing()) : Printable(result.manifest)},
+                                {"signature_file", result.signature.empty() ? "" : "Signature",
+                                 result.signature.empty() ? Value(Nothing()) : Printable(result.signature)}});
 }
 
 } // namespace
@@ -206,7 +179,9 @@ void CheckExport(const Options& options) {
 
 ExitCode Export(Context& context) {
     media::QuietContainers();
-    const media::ExportRequest request = RequestOf(context);
+    media::ExportRequest request = RequestOf(context);
+    const std::optional<media::SigningKey> key = ReadSigningKey(context.Typed());
+    request.key = key ? &*key : nullptr;
     const std::optional<media::ExportResult> result = Run(context, request);
     if (!result) {
         SayThatNothingWasWritten(context);
@@ -217,6 +192,7 @@ ExitCode Export(Context& context) {
                                   HintFor(first)));
     }
     const media::ExportResult shown = result.value_or(media::ExportResult());
+    NoteSourceDigest(context, shown.sourceDigest);
     const bool lost = NoteLeftOut(shown);
     ShowTracks(context, shown);
     ShowSummary(context, shown);

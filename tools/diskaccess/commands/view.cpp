@@ -11,6 +11,7 @@
 #include "cli/interruption.h"
 #include "cli/output.h"
 #include "commands/commands.h"
+#include "commands/evidence.h"
 #include "commands/wording.h"
 #include "view/api.h"
 #include "view/gate.h"
@@ -37,15 +38,11 @@ void OpenBrowser(const std::string& url) {
 
 view::Setting SettingOf(Context& context) {
     const Options& options = context.Typed();
-    return {options.partition,
-            context.Zone(),
-            options.zone,
-            context.Clock(),
-            options.skew,
-            options.exportFolder,
-            context.Source(),
-            WordingOf(context.Zone(), context.Clock()),
-            [&context] { return context.OpenAnother(); }};
+    return {options.partition,     context.Zone(),
+            options.zone,          context.Clock(),
+            options.skew,          options.exportFolder,
+            context.Source(),      WordingOf(context.Zone(), context.Clock()),
+            ProvenanceOf(context), [&context] { return context.OpenAnother(); }};
 }
 
 void WaitForInterruption() {

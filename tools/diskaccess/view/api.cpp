@@ -373,6 +373,7 @@ Response Api::BeginExport(const Request& request) {
     wanted.skewSeconds = m_setting.skewSeconds;
     wanted.zone = m_setting.zoneName.empty() ? std::nullopt : std::optional(m_setting.zoneName);
     wanted.wording = m_setting.wording;
+    wanted.provenance = m_setting.provenance;
     const auto number = m_exports.Begin(wanted);
     if (!number) {
         throw HttpError(409, "another export still runs");

@@ -28,6 +28,7 @@ struct Setting {
     std::string exportFolder;
     const media::SourceIdentity& source;
     media::Wording wording;
+    media::Provenance provenance;
     DiskPool::Open open;
 };
 

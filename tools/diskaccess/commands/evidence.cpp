@@ -1,0 +1,118 @@
+#include "commands/evidence.h"
+
+#include <sys/stat.h>
+
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "cli/interruption.h"
+#include "cli/output.h"
+#include "commands/wording.h"
+
+namespace diskaccess {
+
+namespace {
+
+std::optional<std::string> IfGiven(const std::string& text) {
+    return text.empty() ? std::nullopt : std::optional(text);
+}
+
+const char* HintFor(media::ErrorKind kind) {
+    switch (kind) {
+    case media::ErrorKind::OutputExists:
+        return "; give another --output, or --force to replace it";
+    case media::ErrorKind::StaleSignature:
+        return "; move it away, give --sign, or another --output";
+    case media::ErrorKind::OutputIsSource:
+    case media::ErrorKind::OutputIsNoFile:
+    case media::ErrorKind::CannotMake:
+        return "; give another --output";
+    case media::ErrorKind::OutputTwice:
+        return "; give --audio another codec";
+    case media::ErrorKind::BadKey:
+        return "; make one with openssl genpkey -algorithm ed25519";
+    default:
+        return "";
+    }
+}
+
+} // namespace
+
+media::Provenance ProvenanceOf(Context& context) {
+    const Options& options = context.Typed();
+    media::Provenance provenance;
+    provenance.program = "diskaccess " DISKACCESS_VERSION;
+    provenance.arguments = options.arguments;
+    provenance.caseName = IfGiven(options.caseName);
+    provenance.operatorName = IfGiven(options.operatorName);
+    provenance.note = IfGiven(options.note);
+    std::error_code none;
+    provenance.sourcePath = std::filesystem::absolute(options.partition, none).string();
+    for (const int descriptor : context.Disk().Bytes().Descriptors()) {
+        struct stat status = {};
+        if (fstat(descriptor, &status) == 0 && S_ISBLK(status.st_mode)) {
+            provenance.isBlockDevice = true;
+            provenance.device = media::ReadDeviceFacts(status.st_rdev);
+        }
+    }
+    if (const std::optional<ClockCheck>& check = context.Checked()) {
+        provenance.clockCheck = media::ClockCheck{context.Zone().Rfc3339(check->recorderTime),
+                                                  context.Zone().Rfc3339(check->trueTime)};
+    }
+    if (options.hashSource) {
+        provenance.hashSource = [&context] {
+            const recordings::Source& bytes = context.Disk().Bytes();
+            return media::HashArea(bytes, 0, bytes.Size(), InterruptibleWatch(context, "hashing the source"));
+        };
+    }
+    return provenance;
+}
+
+void FillRequest(Context& context, media::Request& request) {
+    const Options& options = context.Typed();
+    request.name = options.output;
+    request.range = context.Asked().range;
+    request.fromGiven = !options.from.empty();
+    request.toGiven = !options.to.empty();
+    request.channels = context.Asked().channels;
+    request.replace = options.force;
+    request.made = context.Zone().Rfc3339(std::time(nullptr));
+    request.skewSeconds = options.skew;
+    request.zone = IfGiven(options.zone);
+    request.wording = WordingOf(context.Zone(), context.Clock());
+    request.provenance = ProvenanceOf(context);
+}
+
+std::optional<media::SigningKey> ReadSigningKey(const Options& options) {
+    if (options.signingKey.empty()) {
+        return std::nullopt;
+    }
+    try {
+        return media::SigningKey(options.signingKey);
+    } catch (const media::Error& error) {
+        throw ToFailure(error);
+    }
+}
+
+Failure ToFailure(const media::Error& error) {
+    return Failure(error.what() + std::string(HintFor(error.Kind())));
+}
+
+recordings::Watch InterruptibleWatch(Context& context, const std::string& doing) {
+    return [show = context.Watch(doing)](const recordings::Progress& progress) {
+        return show(progress) && !Interruption::Asked();
+    };
+}
+
+void NoteSourceDigest(const Context& context, const std::optional<media::AreaDigest>& digest) {
+    if (digest && digest->unreadable != 0) {
+        Complain(
+            fmt::format("{}: {} bytes cannot be read; in the SHA-256 of the whole source they count as zeros",
+                        context.Typed().partition, digest->unreadable));
+    }
+}
+
+} // namespace diskaccess
