@@ -1,10 +1,9 @@
 #include "block_judge.h"
 
-#include <bitset>
-#include <cstring>
 #include <optional>
 
 #include "block_facts.h"
+#include "event_payload.h"
 #include "frame_walk.h"
 #include "hidden_frames.h"
 #include "index_check.h"
@@ -84,21 +83,18 @@ void CheckIndexed(FoundFrames& found, const BlockFacts& facts, FrameArea& area, 
     PaceCheck(found, facts, area, tracks.Get()).Run();
 }
 
-/// Events of which no index knows: one that is too short, that bears more kinds at once than there may be, or that begins
-/// as video does, is another frame whose type was changed.
+/// Events of which no index knows may be other frames whose type was changed: such are too short, or begin as video does,
+/// or bear more kinds at once than there may be.
 void CheckEvents(FoundFrames& found, const BlockFacts& facts, FrameArea& area) {
-    constexpr size_t kMostKinds = 16;
     for (FoundFrame& frame : found.frames) {
         if (frame.type != kEventFrame || facts.ListsEvent(frame.offset, frame.time)) {
             continue;
         }
-        const uint8_t* const payload = area.At(frame.offset + kHeadBytes, sizeof(EventHead_t));
-        EventHead_t event = {};
-        if (payload != nullptr && frame.size >= sizeof event) {
-            std::memcpy(&event, payload, sizeof event);
-        }
-        if (frame.size < sizeof event || std::bitset<64>(event.type).count() > kMostKinds ||
-            PictureKindAt(area, frame) != PictureKind::Unknown) {
+        const std::optional<EventHead_t> event = EventAt(area, frame);
+        const bool other =
+            event && event->Indexed > 1 &&
+            (CountKinds(*event) > kMostKindsAtOnce || PictureKindAt(area, frame) != PictureKind::Unknown);
+        if (other || frame.size < sizeof(EventHead_t)) {
             found.NoteDamaged(frame);
         }
     }

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+
+#include "event_payload.h"
 
 namespace recordings {
 
@@ -186,12 +187,8 @@ void IndexCheck::CheckEvents() {
         if (frame.type != kEventFrame || m_listed[entry] || frame.damaged) {
             continue;
         }
-        const uint8_t* const payload = m_area.At(frame.offset + kHeadBytes, sizeof(EventHead_t));
-        EventHead_t head = {};
-        if (payload != nullptr && frame.size >= sizeof head) {
-            std::memcpy(&head, payload, sizeof head);
-        }
-        if (head.Indexed == 1) {
+        const std::optional<EventHead_t> head = EventAt(m_area, frame);
+        if (head && head->Indexed == 1) {
             m_totals.NoteIndex(std::nullopt, Sure() ? Severity::Note : Severity::Loss);
         }
     }
@@ -218,20 +215,9 @@ void IndexCheck::CheckEvent(const IndexedEvent& event) {
     } else if (frame.time != event.time) {
         m_found.NoteDamaged(frame); // one of the two is wrong, and nothing tells which
     }
-    if (frame.size >= sizeof(EventHead_t)) {
-        CheckTypeBits(event);
-    }
-}
-
-/// The type bits stand in the index and in the frame.
-void IndexCheck::CheckTypeBits(const IndexedEvent& event) {
-    const uint8_t* const payload = m_area.At(event.offset + kHeadBytes, sizeof(EventHead_t));
-    EventHead_t head = {};
-    if (payload == nullptr) {
-        return;
-    }
-    std::memcpy(&head, payload, sizeof head);
-    if (head.type != event.type) {
+    // The type bits stand in the index and in the frame.
+    const std::optional<EventHead_t> head = EventAt(m_area, frame);
+    if (head && head->type != event.type) {
         m_totals.NoteIndex(std::nullopt, Severity::Loss);
     }
 }

@@ -43,7 +43,6 @@ private:
 
     void CheckEvents();
     void CheckEvent(const IndexedEvent& event);
-    void CheckTypeBits(const IndexedEvent& event);
     bool KeyFrameOfTime(uint32_t channel, int64_t time) const;
     bool EventOfTime(int64_t time) const;
     bool Fits(size_t entry, int64_t time);
