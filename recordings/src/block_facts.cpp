@@ -26,7 +26,7 @@ constexpr uint32_t kUnknownStart = 0xFFFFFFFF;
 } // namespace
 
 BlockFacts::BlockFacts(const Disk& disk, const Block& block)
-    : m_block(block), m_areaSize(disk.Layout().frameBytes),
+    : m_disk(disk), m_block(block), m_areaSize(disk.Layout().frameBytes),
       m_channels(block.headSound && !block.channels.Empty() ? block.channels : ChannelSet::All()) {
     if (Headless()) {
         m_channels = ChannelSet::All();
@@ -72,7 +72,7 @@ void BlockFacts::TakeIndex() {
     }
     for (const IndexedEvent& event : m_index->events) {
         m_lastListed = event.offset < m_areaSize ? std::max(m_lastListed, event.offset) : m_lastListed;
-        m_events.push_back({event.offset, 0, event.time});
+        m_events.emplace_back(event.offset, 0, event.time);
     }
     m_earliestOwn = std::min(m_earliestOwn, m_earliest - kStale);
     for (auto* const names : {&m_keyFrames, &m_keyFrameTimes, &m_starts, &m_ends, &m_events}) {
@@ -82,8 +82,8 @@ void BlockFacts::TakeIndex() {
 
 void BlockFacts::TakeChannel(uint32_t channel) {
     for (const IndexedSegment& segment : m_index->segments[channel]) {
-        m_starts.push_back({segment.startOffset, channel, segment.start});
-        m_ends.push_back({segment.endOffset, channel, segment.end});
+        m_starts.emplace_back(segment.startOffset, channel, segment.start);
+        m_ends.emplace_back(segment.endOffset, channel, segment.end);
         if (segment.startOffset >= segment.endOffset || segment.endOffset > m_areaSize) {
             continue; // not true of any block
         }
@@ -93,9 +93,34 @@ void BlockFacts::TakeChannel(uint32_t channel) {
     }
     for (const IndexedKeyFrame& key : m_index->keyFrames[channel]) {
         m_lastListed = key.offset < m_areaSize ? std::max(m_lastListed, key.offset) : m_lastListed;
-        m_keyFrames.push_back({key.offset, channel, key.time});
-        m_keyFrameTimes.push_back({0, channel, key.time});
+        m_keyFrames.emplace_back(key.offset, channel, key.time);
+        m_keyFrameTimes.emplace_back(0, channel, key.time);
     }
+}
+
+/// The head of the next place of the ring, if it can be read.
+std::optional<BlockHead_t> BlockFacts::HeadOfNext() const {
+    const uint32_t count = m_disk.BlockCount();
+    uint32_t next = (m_block.number + 1) % count;
+    while (next != m_block.number && m_disk.MarkOf(next) == BlockMark::Bad) {
+        next = (next + 1) % count;
+    }
+    BlockHead_t head = {};
+    const bool read =
+        next != m_block.number && m_disk.Bytes().ReadWhole(m_disk.StartOf(next), &head, sizeof head);
+    return read ? std::optional<BlockHead_t>(head) : std::nullopt;
+}
+
+std::optional<int64_t> BlockFacts::NextInRing() const {
+    const std::optional<BlockHead_t> head = HeadOfNext();
+    const bool older =
+        head && head->ValidFlag == BLOCK_MAGIC && head->RecSeq != 0 && head->RecSeq < m_block.sequence;
+    return older ? std::optional<int64_t>(head->RecTime) : std::nullopt;
+}
+
+bool BlockFacts::IsFirstTurn() const {
+    const std::optional<BlockHead_t> head = HeadOfNext();
+    return head && head->ValidFlag == BLOCK_MAGIC && head->RecSeq == 0;
 }
 
 std::vector<uint32_t> BlockFacts::NamedHeads() const {
@@ -143,6 +168,12 @@ bool BlockFacts::SeemsHead(const FrameHead_t& head, const Reached& reached) cons
         std::min(m_earliest, reached.last - kSkewSeconds); // the clock may have been set back
     return head.sync == BLOCK_MAGIC && m_channels.Has(head.chn) && head.type < kFrameTypes &&
            time >= earliest && time <= Latest(reached.newest);
+}
+
+bool BlockFacts::SeemsLeftOver(const FrameHead_t& head) const {
+    const int64_t time = head.pts / kMicros;
+    return head.sync == BLOCK_MAGIC && m_channels.Has(head.chn) && head.type < kFrameTypes && time > 0 &&
+           time < m_block.start;
 }
 
 bool BlockFacts::WasHead(const FrameHead_t& head, const Reached& reached) const {

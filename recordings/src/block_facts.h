@@ -27,6 +27,7 @@ struct Reached {
 /// What head, tail, neighbours and index of a block tell of its frames.
 class BlockFacts {
 public:
+    /// @param disk must outlive the object
     BlockFacts(const Disk& disk, const Block& block);
 
     const Block& Of() const { return m_block; }
@@ -67,8 +68,16 @@ public:
     /// Whether a frame is left over from the ring's previous turn, by its time alone.
     bool IsStale(int64_t seconds) const { return seconds < m_earliestOwn; }
 
+    /// Seconds: when the recording in the next place of the ring began, if it is of the ring's previous turn. What that
+    /// turn has left in this block is older.
+    std::optional<int64_t> NextInRing() const;
+    /// Whether nothing was ever recorded in the next place of the ring: then no earlier turn has left anything here.
+    bool IsFirstTurn() const;
+
     /// Whether a place where frames are looked for may hold a head of this block. Sound heads pass but for odd times.
     bool SeemsHead(const FrameHead_t& head, const Reached& reached) const;
+    /// Whether a place holds a head of this block's channels from before the block was begun.
+    bool SeemsLeftOver(const FrameHead_t& head) const;
     /// Whether some of what lies there still looks like a head of this block: then only a field of it is damaged.
     bool WasHead(const FrameHead_t& head, const Reached& reached) const;
 
@@ -76,11 +85,13 @@ private:
     /// What the index names: a place, a channel, and a time.
     using Name = std::tuple<uint32_t, uint32_t, int64_t>;
 
+    std::optional<BlockHead_t> HeadOfNext() const;
     void TakeTimes();
     void TakeIndex();
     void TakeChannel(uint32_t channel);
     int64_t Latest(int64_t newest) const;
 
+    const Disk& m_disk;
     Block m_block;
     uint32_t m_areaSize;
     std::optional<BlockIndex> m_index;

@@ -13,12 +13,6 @@ constexpr uint32_t kMostSearches = 256;
 /// An end mark further than this from where a length leads is that of an earlier turn.
 constexpr uint32_t kMarkReach = 0x10000;
 
-/// Erased bytes at the end of a picture that was not written to its end. Encoders fill pictures up with fewer.
-constexpr uint32_t kUnwrittenBytes = 16;
-
-/// Audio frames that make a size.
-constexpr uint32_t kFewestAlike = 3;
-
 } // namespace
 
 FrameWalk::FrameWalk(FrameArea& area, const BlockFacts& facts)
@@ -26,21 +20,13 @@ FrameWalk::FrameWalk(FrameArea& area, const BlockFacts& facts)
       m_search(area, facts), m_reached{facts.Headless() ? 0 : facts.Of().start,
                                        facts.Headless() ? UINT32_MAX : facts.Of().start} {}
 
+/// Each turn moves on: a frame takes the bytes of its head at least, and the next one is looked for after those.
 FoundFrames FrameWalk::Run() {
-    uint32_t at = 0;
-    for (
-        ;
-        ;) { // each turn moves on: a frame takes the bytes of its head at least, and the next is looked for after those
-        if (Take(at)) {
-            at = static_cast<uint32_t>(m_found.frames.back().End());
-            continue;
-        }
-        const std::optional<uint32_t> next = Resume(at);
-        if (!next) {
-            return std::move(m_found);
-        }
-        at = *next;
+    std::optional<uint32_t> at = 0;
+    while (at) {
+        at = Take(*at) ? static_cast<uint32_t>(m_found.frames.back().End()) : Resume(*at);
     }
+    return std::move(m_found);
 }
 
 std::optional<FrameHead_t> FrameWalk::Head(uint32_t at) {
@@ -109,8 +95,12 @@ std::optional<uint32_t> FrameWalk::Resume(uint32_t at) {
 /// Takes a frame whose length would lead out of the area: it ends where the next one begins.
 std::optional<uint32_t> FrameWalk::TakeWithoutLength(const FrameHead_t& head, uint32_t at) {
     std::optional<uint32_t> next = Search(at + kHeadBytes);
-    if (!next && at + kHeadBytes <= m_facts.MediaEnd()) {
+    if (!next && at + kHeadBytes <= m_facts.MediaEnd() && !m_gaveUp) {
         next = m_facts.MediaEnd();
+    }
+    if (!next && m_gaveUp) {
+        End(at, nullptr);
+        return std::nullopt;
     }
     if (!next) {
         NoteDamagedLast(head, at);
@@ -123,6 +113,7 @@ std::optional<uint32_t> FrameWalk::TakeWithoutLength(const FrameHead_t& head, ui
 
 std::optional<uint32_t> FrameWalk::Search(uint32_t from) {
     if (!m_area.Keep() && ++m_searches > kMostSearches) {
+        m_gaveUp = true;
         return std::nullopt;
     }
     return m_search.Head(from, m_area.Size(), m_reached);
@@ -190,7 +181,10 @@ bool FrameWalk::EndsIndexed(uint32_t at, const FoundFrame* last, const std::opti
 
 /// Judges an end that is not clean.
 void FrameWalk::End(uint32_t at, FoundFrame* last) {
-    if (m_facts.MediaEnd() != 0) {
+    if (m_gaveUp) {
+        NoteDamage(at, m_area.Size());
+        m_found.lostAtEnd = true;
+    } else if (m_facts.MediaEnd() != 0) {
         EndIndexed(at, last);
     } else {
         EndOpen(at, last);
@@ -212,18 +206,20 @@ void FrameWalk::EndIndexed(uint32_t at, FoundFrame* last) {
     }
 }
 
-/// The end of frames that are no media, after the last media frame.
+/// The end of frames that are no media, after the last media frame. An end mark elsewhere may be that of an earlier turn;
+/// but an event of another size than events have shows that its length is wrong.
 void FrameWalk::EndTrailing(uint32_t at, FoundFrame* last) {
     const uint32_t from = last != nullptr ? last->offset + kHeadBytes : at;
     const auto reach = static_cast<uint32_t>(std::min<uint64_t>(m_area.Size(), uint64_t{at} + kMarkReach));
     const std::optional<uint32_t> mark = m_search.EndMark(from, reach);
     const std::optional<FrameHead_t> head = Head(at);
-    if (mark && last != nullptr && last->offset >= m_facts.MediaEnd()) {
+    const bool noEvent = last != nullptr && last->type == kEventFrame && last->size != sizeof(EventHead_t);
+    m_found.marked = mark && noEvent && last->offset >= m_facts.MediaEnd();
+    if (m_found.marked) {
         Cut(*last, *mark);
     } else if (head && m_facts.WasHead(*head, m_reached)) {
         NoteDamagedLast(*head, at);
     }
-    m_found.marked = mark.has_value();
 }
 
 void FrameWalk::EndOpen(uint32_t at, FoundFrame* last) {
@@ -235,12 +231,10 @@ void FrameWalk::EndOpen(uint32_t at, FoundFrame* last) {
     // What cannot be read after the last frame may have held more of them.
     const auto unreadable = m_area.Unreadable().upper_bound(at);
     m_found.lostAtEnd = unreadable != m_area.Unreadable().end() || m_area.AfterUnreadable(at) != at;
-    if (!head) {
-        return;
-    }
-    if (m_facts.WasHead(*head, m_reached)) {
+    const bool room = m_area.Size() - at >= kHeadBytes;
+    if (head && m_facts.WasHead(*head, m_reached)) {
         NoteDamagedLast(*head, at);
-    } else if (last != nullptr && !MayEnd(*last)) {
+    } else if ((head || !room) && last != nullptr && !MayEnd(*last)) {
         m_found.NoteDamaged(*last);
     }
 }
@@ -252,47 +246,24 @@ void FrameWalk::NoteDamagedLast(const FrameHead_t& head, uint32_t at) {
     m_found.lostAtEnd = true;
 }
 
-/// Whether the last frame of a block that was never closed may end where its length says so. Before the ring has wrapped
-/// erased space begins there: a few bytes before it the length is too short; and a picture that ends in erased bytes was
-/// not written to its end. Where an earlier turn has left its frames nothing tells, and the answer is yes.
+/// Whether the last frame of a block that was never closed may end where its length says so. It holds no frames of an
+/// earlier turn. Before the ring has wrapped erased space begins after it: a few bytes before that the length is too
+/// short. Where nothing tells the answer is yes.
 bool FrameWalk::MayEnd(const FoundFrame& last) {
     const auto end = static_cast<uint32_t>(last.End());
     const uint32_t rest = m_area.Size() - end;
     const uint8_t* const bytes = m_area.Keep() && rest >= kHeadBytes ? m_area.At(end, rest) : nullptr;
-    if (!FitsOthers(last)) {
+    if (last.size >= kHeadBytes && m_search.LeftOver(last.offset + kHeadBytes, end - kHeadBytes + 1)) {
         return false;
     }
-    if (bytes == nullptr || (bytes[rest - 1] != 0 && bytes[rest - 1] != 0xFF)) {
+    if (bytes == nullptr || !m_facts.IsFirstTurn() || (bytes[rest - 1] != 0 && bytes[rest - 1] != 0xFF)) {
         return true;
     }
     uint32_t left = rest; // bytes before the erased ones at the end of the area
     while (left != 0 && bytes[left - 1] == bytes[rest - 1]) {
         --left;
     }
-    if (left != 0) {
-        return left > LargestPayload() || m_search.EndMark(end, end + left);
-    }
-    const uint8_t* const unwritten =
-        last.type <= kKeyFrame ? m_area.At(end - kUnwrittenBytes, kUnwrittenBytes) : nullptr;
-    return unwritten == nullptr || last.size < kUnwrittenBytes ||
-           std::any_of(unwritten, unwritten + kUnwrittenBytes,
-                       [&](uint8_t each) { return each != bytes[rest - 1]; });
-}
-
-/// Whether a frame has the size of the others of its channel, if it is audio and they have one.
-bool FrameWalk::FitsOthers(const FoundFrame& last) const {
-    uint32_t alike = 0;
-    uint32_t size = last.size;
-    for (const FoundFrame& frame : m_found.frames) {
-        if (frame.IsAudio() && frame.channel == last.channel && &frame != &last) {
-            if (alike != 0 && frame.size != size) {
-                return true; // they have none
-            }
-            size = frame.size;
-            ++alike;
-        }
-    }
-    return !last.IsAudio() || alike < kFewestAlike || last.size == size;
+    return left == 0 || left > std::min(LargestPayload(), rest / 2) || m_search.EndMark(end, end + left);
 }
 
 uint32_t FrameWalk::LargestPayload() const {

@@ -47,7 +47,6 @@ private:
     void EndOpen(uint32_t at, FoundFrame* last);
     void NoteDamagedLast(const FrameHead_t& head, uint32_t at);
     bool MayEnd(const FoundFrame& last);
-    bool FitsOthers(const FoundFrame& last) const;
     uint32_t LargestPayload() const;
 
     FrameArea& m_area;
@@ -57,6 +56,7 @@ private:
     Reached m_reached;
     bool m_nextLost = false; ///< something is lost before the next frame
     uint32_t m_searches = 0;
+    bool m_gaveUp = false; ///< of an area that is too large to be kept, and damaged everywhere
 };
 
 } // namespace recordings

@@ -50,6 +50,10 @@ std::optional<uint32_t> HeadSearch::Head(uint32_t from, uint32_t to, const Reach
                 [&](const FrameHead_t& head) { return m_facts.SeemsHead(head, reached); });
 }
 
+std::optional<uint32_t> HeadSearch::LeftOver(uint32_t from, uint32_t to) {
+    return Find(from, to, BLOCK_MAGIC, [&](const FrameHead_t& head) { return m_facts.SeemsLeftOver(head); });
+}
+
 std::optional<uint32_t> HeadSearch::EndMark(uint32_t from, uint32_t to) {
     return Find(from, to, disk_access::kErasedWord, disk_access::IsEndMark);
 }

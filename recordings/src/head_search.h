@@ -19,6 +19,9 @@ public:
     /// not looked at.
     std::optional<uint32_t> Head(uint32_t from, uint32_t to, const Reached& reached);
 
+    /// The same of a frame that the ring's previous turn has left.
+    std::optional<uint32_t> LeftOver(uint32_t from, uint32_t to);
+
     /// The first place from @p from on, and before @p to, at which the recorder's end mark lies.
     std::optional<uint32_t> EndMark(uint32_t from, uint32_t to);
 

@@ -16,6 +16,9 @@ constexpr int64_t kLongestDistance = 600 * kMicros;
 /// Key frames that make a distance.
 constexpr size_t kFewestKeyFrames = 5;
 
+/// Pictures that make a size.
+constexpr size_t kFewestPictures = 4;
+
 } // namespace
 
 KeyFrameCheck::KeyFrameCheck(FoundFrames& found, FrameArea& area, const KeyFrameGrids& grids)
@@ -82,9 +85,33 @@ void KeyFrameCheck::CheckDistances(const Track& track) {
         std::vector<size_t> each = OffGrid(track, anchor, distance);
         off = !off || each.size() < off->size() ? each : *off;
     }
-    if (off && off->size() == 1 && PictureKindAt(m_area, m_frames[off->front()]) == PictureKind::Unknown) {
+    if (off && off->size() == 1 && PictureKindAt(m_area, m_frames[off->front()]) == PictureKind::Unknown &&
+        HasSizeOfOthers(track, off->front())) {
         m_found.NoteDamaged(m_frames[off->front()]);
     }
+}
+
+/// Whether a frame that is marked as a key frame has the size of other pictures, or the other way round. An encoder may
+/// send a key frame when it is told to, or leave one out; but each kind has its size.
+bool KeyFrameCheck::HasSizeOfOthers(const Track& track, size_t entry) const {
+    int64_t largestPicture = 0;
+    int64_t smallestKey = UINT32_MAX;
+    size_t pictures = 0;
+    for (const size_t each : track.frames) {
+        const FoundFrame& frame = m_frames[each];
+        if (each != entry && frame.type == kKeyFrame) {
+            smallestKey = std::min<int64_t>(smallestKey, frame.size);
+        } else if (each != entry) {
+            largestPicture = std::max<int64_t>(largestPicture, frame.size);
+            ++pictures;
+        }
+    }
+    if (pictures < kFewestPictures || largestPicture >= smallestKey) {
+        return false;
+    }
+    const int64_t size = m_frames[entry].size;
+    return m_frames[entry].type == kKeyFrame ? size - largestPicture < smallestKey - size
+                                             : size > largestPicture + largestPicture / 8;
 }
 
 /// The distance in time that key frames keep: that of the block before, the one that the block's head states, or the one

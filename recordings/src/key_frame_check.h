@@ -25,6 +25,7 @@ public:
 private:
     void CheckPayloads(const Track& track);
     void CheckDistances(const Track& track);
+    bool HasSizeOfOthers(const Track& track, size_t entry) const;
     int64_t UsualDistance(const Track& track, const std::vector<size_t>& keys) const;
     std::vector<size_t> OffGrid(const Track& track, int64_t anchor, int64_t distance) const;
     void OffGridFrom(const Track& track, size_t place, bool forwards, int64_t anchor, int64_t distance,

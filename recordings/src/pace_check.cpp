@@ -3,14 +3,15 @@
 #include <algorithm>
 #include <optional>
 
+#include "event_payload.h"
 #include "picture_kind.h"
 
 namespace recordings {
 
 namespace {
 
-/// Tracks with fewer frames do not tell that one is too many.
-constexpr size_t kFewestToTell = 8;
+/// Frames of a track beside which a single one of the same channel's other track does not occur.
+constexpr size_t kFewestBeside = 6;
 
 /// Audio frames that make a size.
 constexpr size_t kFewestAlike = 3;
@@ -27,24 +28,19 @@ bool SameTrack(const FoundFrame& a, const FoundFrame& b) {
 } // namespace
 
 PaceCheck::PaceCheck(FoundFrames& found, const BlockFacts& facts, FrameArea& area, const Tracks& tracks)
-    : m_found(found), m_frames(found.frames), m_facts(facts), m_area(area), m_tracks(tracks) {}
+    : m_found(found), m_frames(found.frames), m_facts(facts), m_area(area), m_tracks(tracks) {
+    for (const FoundFrame& frame : m_frames) {
+        ++m_ofType[frame.type];
+    }
+}
 
 void PaceCheck::Run() {
     for (const Track& track : m_tracks.All()) {
-        if (track.regular) {
+        if (track.steady) {
             CheckSlots(track);
         }
     }
-    for (const Track& track : m_tracks.All()) {
-        if (m_facts.Index() == nullptr && track.regular && track.frames.size() >= kFewestToTell) {
-            ReportExtras(track);
-        }
-    }
-    for (const Track& track : m_tracks.All()) {
-        if (m_facts.Index() == nullptr) {
-            ReportCollision(track);
-        }
-    }
+    ReportEvents();
     ReportUnknownChannels();
 }
 
@@ -54,9 +50,9 @@ void PaceCheck::CheckSlots(const Track& track) {
     const size_t last = track.frames.size() - 1;
     for (size_t place = 0; place < last; ++place) {
         const int64_t step = TimeBetween(TimeOf(track, place), TimeOf(track, place + 1));
-        if (Alike(step, 2 * track.pace, track.pace / 2 - track.pace / 10)) {
+        if (Alike(step, 2 * track.pace, track.pace / 5)) {
             CheckSlot({&track, TimeOf(track, place) + step / 2, track.frames[place], track.frames[place + 1],
-                       true});
+                       true, true});
         }
     }
     // A track that begins later than others, or ends earlier, may lack a frame there.
@@ -64,9 +60,9 @@ void PaceCheck::CheckSlots(const Track& track) {
     const int64_t begin = std::find_if(m_frames.begin(), m_frames.end(), isMedia)->time;
     const int64_t end = std::find_if(m_frames.rbegin(), m_frames.rend(), isMedia)->time;
     CheckSlot({&track, TimeAfter(TimeOf(track, 0), -track.pace), 0, track.frames[0],
-               TimeBetween(begin, TimeOf(track, 0)) >= track.pace});
+               TimeBetween(begin, TimeOf(track, 0)) >= track.pace, false});
     CheckSlot({&track, TimeAfter(TimeOf(track, last), track.pace), track.frames[last], m_frames.size(),
-               TimeBetween(TimeOf(track, last), end) >= track.pace});
+               TimeBetween(TimeOf(track, last), end) >= track.pace, false});
 }
 
 void PaceCheck::CheckSlot(const Slot& slot) {
@@ -107,30 +103,45 @@ bool PaceCheck::LostBetween(size_t from, size_t to) const {
     return to < m_frames.size() ? m_frames[to].afterLoss : m_found.lostAtEnd;
 }
 
-/// Whether a frame lies where the track lacks one, and fits nothing else.
+/// Whether a frame lies where the track lacks one, at the time at which it lacks one, and fits nothing else.
 bool PaceCheck::Fills(const Slot& slot, const FoundFrame& frame, size_t entry) {
     const bool indexed = m_facts.Index() != nullptr;
     const bool ofTrack = Tracks::Of(frame) == static_cast<size_t>(slot.track - m_tracks.All().data());
     if (frame.damaged || (frame.IsMedia() && ofTrack) ||
-        (indexed && (!frame.IsMedia() || frame.channel != slot.track->channel))) {
+        (indexed && (!frame.IsMedia() || frame.channel != slot.track->channel)) ||
+        !Alike(frame.time, slot.time, slot.track->pace / 10)) {
         return false;
     }
-    if (!frame.IsMedia()) {
-        return Alike(frame.time, slot.time, slot.track->pace / 10) &&
-               (slot.due || PayloadTells(*slot.track, frame));
+    if (frame.IsMedia()) {
+        return IsAlien(entry) || IsAloneBeside(slot, frame);
     }
-    return Alike(frame.time, slot.time, slot.track->pace / 4) &&
-           (IsAlien(entry) || PayloadTells(*slot.track, frame));
+    return frame.type != kEventFrame && m_ofType[frame.type] == 1 &&
+           (slot.due || PayloadTells(*slot.track, frame));
 }
 
-/// Whether the payload of a frame tells that it belongs to a track: audio frames are all of one size, and video begins as
-/// encoders have it.
+/// Whether a frame is the only one of its own track, and that of the same channel as a long one that lacks it, or audio of
+/// the same size as all of the track that lacks it.
+bool PaceCheck::IsAloneBeside(const Slot& slot, const FoundFrame& frame) const {
+    const Track& track = *slot.track;
+    const bool alone = m_tracks.All().at(Tracks::Of(frame)).frames.size() == 1;
+    const bool ofChannel =
+        frame.channel == track.channel && slot.inside && track.frames.size() >= kFewestBeside;
+    return alone && (ofChannel || (track.audio && frame.IsAudio() && HasSizeOf(track, frame)));
+}
+
+/// Whether all frames of a track have the size of a frame.
+bool PaceCheck::HasSizeOf(const Track& track, const FoundFrame& frame) const {
+    return std::all_of(track.frames.begin(), track.frames.end(),
+                       [&](size_t entry) { return m_frames[entry].size == frame.size; });
+}
+
+/// Whether the payload of a frame that is no media tells that it belongs to a track: audio frames are all of one size, and
+/// video begins as encoders have it.
 bool PaceCheck::PayloadTells(const Track& track, const FoundFrame& frame) {
     if (track.audio) {
-        return std::all_of(track.frames.begin(), track.frames.end(),
-                           [&](size_t entry) { return m_frames[entry].size == frame.size; });
+        return HasSizeOf(track, frame);
     }
-    return !frame.IsMedia() && PictureKindAt(m_area, frame) != PictureKind::Unknown;
+    return PictureKindAt(m_area, frame) != PictureKind::Unknown;
 }
 
 void PaceCheck::MoveInto(const Slot& slot, FoundFrame& frame) {
@@ -153,80 +164,71 @@ bool PaceCheck::IsAlien(size_t entry) const {
         return false; // it was moved here
     }
     const auto place = static_cast<size_t>(at - track.frames.begin());
-    return track.frames.size() == 1 || (track.regular && IsExtra(track, place)) ||
+    return !Declared(track.channel) || (track.steady && IsExtra(track, place)) ||
            (track.audio && HasOddSize(track, place));
 }
 
 /// Whether all frames of a track but this one are of one size.
 bool PaceCheck::HasOddSize(const Track& track, size_t place) const {
+    if (track.frames.size() <= kFewestAlike) {
+        return false;
+    }
     const auto sizeOf = [&](size_t at) { return m_frames[track.frames[at]].size; };
     const uint32_t size = sizeOf(place == 0 ? 1 : 0);
     size_t alike = 0;
     for (size_t at = 0; at < track.frames.size(); ++at) {
         alike += sizeOf(at) == size ? 1u : 0u;
     }
-    return sizeOf(place) != size && alike + 1 == track.frames.size() && alike >= kFewestAlike;
+    return sizeOf(place) != size && alike + 1 == track.frames.size();
 }
 
 /// Whether the step after a place keeps the pace.
 bool PaceCheck::Usual(const Track& track, size_t place) const {
-    return Alike(TimeBetween(TimeOf(track, place), TimeOf(track, place + 1)), track.pace, track.pace / 4);
+    return Alike(TimeBetween(TimeOf(track, place), TimeOf(track, place + 1)), track.pace, track.pace / 10);
 }
 
 /// Whether the track keeps its pace without this frame, and does not with it.
 bool PaceCheck::IsExtra(const Track& track, size_t place) const {
     const size_t last = track.frames.size() - 1;
     if (place == 0) {
-        return !Usual(track, 0) && Usual(track, 1) &&
+        return !Usual(track, 0) && Usual(track, 1) && Usual(track, 2) &&
                TimeBetween(TimeOf(track, 0), TimeOf(track, 1)) < track.pace;
     }
     if (place == last) {
-        return !Usual(track, last - 1) && Usual(track, last - 2) &&
+        return !Usual(track, last - 1) && Usual(track, last - 2) && Usual(track, last - 3) &&
                TimeBetween(TimeOf(track, last - 1), TimeOf(track, last)) < track.pace;
     }
     const int64_t without = TimeBetween(TimeOf(track, place - 1), TimeOf(track, place + 1));
-    return Alike(without, track.pace, track.pace / 4) && (place < 2 || Usual(track, place - 2)) &&
+    return Alike(without, track.pace, track.pace / 10) && (place < 2 || Usual(track, place - 2)) &&
            (place + 1 >= last || Usual(track, place + 1));
 }
 
-void PaceCheck::ReportExtras(const Track& track) {
-    for (size_t place = 1; place + 1 < track.frames.size(); ++place) {
-        const bool known =
-            m_frames[track.frames[place - 1]].damaged || m_frames[track.frames[place + 1]].damaged;
-        if (!known && IsExtra(track, place)) {
-            m_found.NoteDamaged(m_frames[track.frames[place]]);
-        }
-    }
-}
-
-/// No camera takes two pictures at once: where it happens once in a track, one of them is another's.
-void PaceCheck::ReportCollision(const Track& track) {
-    std::optional<size_t> collision;
-    for (size_t place = 1; place < track.frames.size(); ++place) {
-        if (TimeOf(track, place - 1) == TimeOf(track, place)) {
-            if (collision) {
-                return;
+/// Events that are marked as media: they come when no frame of the track is due.
+void PaceCheck::ReportEvents() {
+    for (size_t entry = 0; entry < m_frames.size(); ++entry) {
+        FoundFrame& frame = m_frames[entry];
+        if (frame.IsMedia() && !frame.damaged && frame.size == sizeof(EventHead_t) && IsAlien(entry)) {
+            const std::optional<EventHead_t> event = EventAt(m_area, frame);
+            if (event && IsLikeEvent(*event)) {
+                m_found.NoteDamaged(frame);
             }
-            collision = track.frames[place];
         }
-    }
-    if (collision && track.frames.size() >= kFewestAlike) {
-        m_found.NoteDamaged(m_frames[*collision]);
     }
 }
 
-/// A single frame of a channel that the block's head does not name had another channel.
+/// Whether the block's head names a channel, as far as it can be believed.
+bool PaceCheck::Declared(uint32_t channel) const {
+    return !m_facts.Of().headSound || m_facts.Of().channels.Has(channel);
+}
+
+/// A single media frame of a channel that the block's head does not name had another channel.
 void PaceCheck::ReportUnknownChannels() {
-    const Block& block = m_facts.Of();
-    if (!block.headSound) {
-        return;
-    }
     size_t count[kChannels] = {};
     for (const FoundFrame& frame : m_frames) {
-        ++count[frame.channel];
+        count[frame.channel] += frame.IsMedia() ? 1u : 0u;
     }
     for (FoundFrame& frame : m_frames) {
-        if (count[frame.channel] == 1 && !block.channels.Has(frame.channel)) {
+        if (frame.IsMedia() && count[frame.channel] == 1 && !Declared(frame.channel)) {
             m_found.NoteDamaged(frame);
         }
     }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include "block_facts.h"
@@ -30,7 +31,8 @@ private:
         int64_t time;
         size_t from; ///< entries between which it lies
         size_t to;
-        bool due; ///< a frame must have been there; else the track may have begun later, or ended before
+        bool due;    ///< a frame must have been there; else the track may have begun later, or ended before
+        bool inside; ///< between two frames of the track
     };
 
     void CheckSlots(const Track& track);
@@ -41,12 +43,14 @@ private:
     bool LostBetween(size_t from, size_t to) const;
     void MoveInto(const Slot& slot, FoundFrame& frame);
 
+    bool IsAloneBeside(const Slot& slot, const FoundFrame& frame) const;
+    bool HasSizeOf(const Track& track, const FoundFrame& frame) const;
     bool IsAlien(size_t entry) const;
     bool HasOddSize(const Track& track, size_t place) const;
     bool Usual(const Track& track, size_t place) const;
     bool IsExtra(const Track& track, size_t place) const;
-    void ReportExtras(const Track& track);
-    void ReportCollision(const Track& track);
+    bool Declared(uint32_t channel) const;
+    void ReportEvents();
     void ReportUnknownChannels();
 
     int64_t TimeOf(const Track& track, size_t place) const { return m_frames[track.frames[place]].time; }
@@ -56,6 +60,7 @@ private:
     const BlockFacts& m_facts;
     FrameArea& m_area;
     const Tracks& m_tracks;
+    std::map<uint32_t, size_t> m_ofType; ///< how many frames there are of each type
 };
 
 } // namespace recordings

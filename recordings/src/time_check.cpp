@@ -10,16 +10,21 @@ namespace {
 
 constexpr int64_t kStale = disk_access::kStaleSeconds;
 
-/// A step that is this many times as long as usual, and a second at least, is a jump.
-constexpr int64_t kJumpPaces = 4;
+/// Streams of one recording may be as far apart, and clocks be set by as much, without a word.
 constexpr int64_t kShortestJump = kMicros;
 
-/// Recorders begin a new segment after a longer pause than this.
-constexpr int64_t kGap = (disk_access::kMergeGap - 1) * kMicros;
+/// Frames before and after one whose times are looked at: when the clock is set, some bear the old time, some the new.
+constexpr size_t kAround = 16;
+
+/// Steps of a track that tell how long its steps are.
+constexpr size_t kFewestSteps = 6;
 
 /// A frame that is no media, and whose time is further than this from the media beside it, is damaged. Events may be
 /// written some time after they happened.
 constexpr int64_t kOtherReach = 3600 * kMicros;
+
+/// What an earlier turn has left in a block is hardly older than this when the next block of that turn begins. Seconds.
+constexpr int64_t kLongestPause = 600;
 
 /// Finds what the ring's previous turn has left at the end of a block.
 class LeftOver {
@@ -30,15 +35,13 @@ public:
     /// The entry of its first frame.
     size_t First() const {
         size_t first = m_frames.size();
-        for (size_t i = m_frames.size(); i-- > 0 && m_frames[i].offset >= m_facts.MediaEnd();) {
-            if (m_frames[i].IsMedia() && !IsStale(m_frames[i])) {
-                break;
-            }
-            first = m_frames[i].IsMedia() ? i : first;
-        }
-        while (first != 0 && first != m_frames.size() && m_frames[first - 1].type == kEventFrame &&
-               IsStale(m_frames[first - 1])) {
+        while (first != 0 && m_frames[first - 1].offset >= m_facts.MediaEnd() &&
+               (IsStale(m_frames[first - 1]) || !m_frames[first - 1].IsMedia())) {
             --first;
+        }
+        // What is no media is left over too, unless frames of its type bear any time, or that of the block.
+        while (first != m_frames.size() && !m_frames[first].IsMedia() && !KeepsTime(first)) {
+            ++first;
         }
         return first;
     }
@@ -50,9 +53,29 @@ private:
                (m_facts.Of().headSound || frame.Seconds() + kStale < m_frames.front().Seconds());
     }
 
+    /// Whether a frame at the end of the block is stale, and no other of its type was before.
+    bool KeepsTime(size_t entry) const {
+        return IsStale(m_frames[entry]) &&
+               std::none_of(m_frames.begin(), m_frames.begin() + static_cast<ptrdiff_t>(entry),
+                            [&](const FoundFrame& frame) {
+                                return frame.type == m_frames[entry].type && IsStale(frame);
+                            });
+    }
+
     const std::vector<FoundFrame>& m_frames;
     const BlockFacts& m_facts;
 };
+
+/// Whether a single stale frame at the end of a block has its own time damaged: an earlier turn leaves one alone when it
+/// was the last in the block. Then the next one did not fit, or began in the next block soon after.
+bool IsDamagedLast(const FoundFrames& found, const BlockFacts& facts, const std::optional<int64_t>& next) {
+    if (found.marked || facts.MediaEnd() != 0) {
+        return false;
+    }
+    const FoundFrame& last = found.frames.back();
+    const bool older = next && last.Seconds() <= *next + kStale;
+    return !older || last.Seconds() + kLongestPause < *next;
+}
 
 } // namespace
 
@@ -71,9 +94,15 @@ void DropLeftOver(FoundFrames& found, const BlockFacts& facts) {
         found.problems.push_back(problem);
         return;
     }
-    const bool single = first + 1 == frames.size() && first != 0 && !found.marked && facts.MediaEnd() == 0;
-    if (single) {
+    const bool single = first + 1 == frames.size() && first != 0;
+    const std::optional<int64_t> next = first == 0 ? std::nullopt : facts.NextInRing();
+    if (single && IsDamagedLast(found, facts, next)) {
         found.NoteDamaged(frames.back());
+        return;
+    }
+    // Nor are frames left over where there was no earlier turn, or that are newer than what it has left in the next
+    // block: the clock was set back.
+    if (first != 0 && (facts.IsFirstTurn() || (next && frames[first].Seconds() > *next + kStale))) {
         return;
     }
     const uint32_t end = frames[first].offset;
@@ -83,18 +112,21 @@ void DropLeftOver(FoundFrames& found, const BlockFacts& facts) {
                                [end](const Stretch& stretch) { return stretch.from >= end; }),
                   damaged.end());
     found.lostAtEnd = !damaged.empty() && damaged.back().to == end;
+    auto& problems = found.problems;
+    problems.erase(std::remove_if(problems.begin(), problems.end(),
+                                  [end](const Problem& problem) { return problem.offset >= end; }),
+                   problems.end());
 }
 
 TimeCheck::TimeCheck(FoundFrames& found, const BlockFacts& facts, const Tracks& tracks)
-    : m_found(found), m_frames(found.frames), m_facts(facts), m_tracks(tracks),
-      m_usualDistance(UsualDistance()) {}
+    : m_found(found), m_frames(found.frames), m_facts(facts), m_tracks(tracks), m_usual(UsualOutside()) {}
 
-/// The largest distance of a frame from the other tracks, but for a damaged one and its neighbour.
-int64_t TimeCheck::UsualDistance() const {
+/// The largest distance of a frame from the times around it, but for two that may be damaged.
+int64_t TimeCheck::UsualOutside() const {
     constexpr size_t kLeftOut = 2;
     std::vector<int64_t> largest; // in falling order
     for (size_t entry = 0; entry < m_frames.size(); ++entry) {
-        const int64_t distance = m_frames[entry].IsMedia() ? Distance(entry).value_or(0) : 0;
+        const int64_t distance = m_frames[entry].IsMedia() ? Outside(entry).value_or(0) : 0;
         if (largest.size() <= kLeftOut || distance > largest.back()) {
             largest.insert(std::upper_bound(largest.begin(), largest.end(), distance, std::greater<>()),
                            distance);
@@ -102,12 +134,6 @@ int64_t TimeCheck::UsualDistance() const {
         }
     }
     return largest.size() > kLeftOut ? largest.back() : INT64_MAX;
-}
-
-/// Whether a frame is further from the other tracks than any usual one.
-bool TimeCheck::FarOff(size_t entry) const {
-    const int64_t distance = Distance(entry).value_or(0);
-    return distance > kShortestJump && (distance - kShortestJump) / 2 > m_usualDistance;
 }
 
 void TimeCheck::Run() {
@@ -118,13 +144,13 @@ void TimeCheck::Run() {
     std::map<uint32_t, int64_t> nearer; // by type: frames that do, less those that do not
     for (size_t entry = 0; entry < m_frames.size(); ++entry) {
         if (!m_frames[entry].IsMedia()) {
-            nearer[m_frames[entry].type] += NearNeighbours(entry) ? 1 : -1;
+            nearer[m_frames[entry].type] += NearMedia(entry) ? 1 : -1;
         }
     }
     for (size_t entry = 0; entry < m_frames.size(); ++entry) {
         FoundFrame& frame = m_frames[entry];
         const bool keepsTime = frame.type == kEventFrame || (!frame.IsMedia() && nearer[frame.type] > 0);
-        if (keepsTime && !NearNeighbours(entry) && !m_facts.ListsEvent(frame.offset, frame.time)) {
+        if (keepsTime && !NearMedia(entry) && !m_facts.ListsEvent(frame.offset, frame.time)) {
             m_found.NoteDamaged(frame);
         }
     }
@@ -133,67 +159,100 @@ void TimeCheck::Run() {
 void TimeCheck::CheckTrack(const Track& track) {
     m_good.clear();
     m_odd.clear();
+    FindLongestSteps(track);
     for (size_t place = 0; place < track.frames.size(); ++place) {
-        if (m_good.empty() || TimeOf(track, place) >= TimeOf(track, m_good.back())) {
-            m_good.push_back(place);
-            continue;
-        }
-        const size_t before = m_good.back();
-        const bool high = IsHigh(track, before, place);
-        const bool low = IsLow(track, before, place);
-        if (high && (!low || DisorderWithout(track, before) <= DisorderWithout(track, place))) {
-            m_odd.push_back(before);
-            m_good.back() = place;
-        } else if (low) {
-            m_odd.push_back(place);
-        } else {
-            m_good.push_back(place); // the clock was set back
-        }
+        (IsOdd(track, place) ? m_odd : m_good).push_back(place);
     }
-    CheckEnds(track);
     Mend(track);
 }
 
-/// Whether the frame at @p place is later than the one at @p next because its time is damaged.
-bool TimeCheck::IsHigh(const Track& track, size_t place, size_t next) const {
-    if (Confirmed(track, place, TimeApart(TimeOf(track, place), TimeOf(track, next)))) {
-        return false;
+bool TimeCheck::IsOdd(const Track& track, size_t place) const {
+    const int64_t seconds = At(track, place).Seconds();
+    if (seconds < 0 || seconds > UINT32_MAX) {
+        return true; // no clock of a recorder goes there
     }
-    if (m_good.size() < 2) {
-        return StandsOut(track, place, next);
-    }
-    const int64_t before = TimeOf(track, m_good[m_good.size() - 2]);
-    return TimeOf(track, next) >= before &&
-           LeavesRoom(track, before, TimeOf(track, place), TimeOf(track, next));
+    const int64_t outside = Outside(track.frames[place]).value_or(0);
+    const bool farOff = outside > kShortestJump && (outside - kShortestJump) / 2 > m_usual;
+    const int64_t apart = farOff ? outside : place == 0 ? BeforeTheRest(track) : OutOfOrder(track, place);
+    return apart != 0 && !Confirmed(track, place, apart);
 }
 
-/// Whether the frame at @p place is earlier than the one before it because its time is damaged.
-bool TimeCheck::IsLow(const Track& track, size_t before, size_t place) const {
-    if (Confirmed(track, place, TimeApart(TimeOf(track, before), TimeOf(track, place)))) {
-        return false;
+/// How far the time of a frame is from all those of other tracks around it on the disk. Nothing where there are none on
+/// one side: the clock may have been set there.
+std::optional<int64_t> TimeCheck::Outside(size_t entry) const {
+    const std::optional<size_t> before = m_tracks.OtherBefore(entry);
+    const std::optional<size_t> after = m_tracks.OtherAfter(entry);
+    if (!before || !after) {
+        return std::nullopt;
     }
+    int64_t earliest = std::min(m_frames[*before].time, m_frames[*after].time);
+    int64_t latest = std::max(m_frames[*before].time, m_frames[*after].time);
+    const size_t own = Tracks::Of(m_frames[entry]);
+    const size_t end = std::min(m_frames.size(), entry + kAround + 1);
+    for (size_t i = entry - std::min(entry, kAround); i < end; ++i) {
+        const FoundFrame& frame = m_frames[i];
+        if (i != entry && frame.IsMedia() && (!m_frames[entry].IsMedia() || Tracks::Of(frame) != own)) {
+            earliest = std::min(earliest, frame.time);
+            latest = std::max(latest, frame.time);
+        }
+    }
+    const int64_t time = m_frames[entry].time;
+    return time < earliest ? TimeBetween(time, earliest) : time > latest ? TimeBetween(latest, time) : 0;
+}
+
+/// How far the block's very first frame is from the start that the block's head states, when the next one of its track is
+/// near to it; else 0.
+int64_t TimeCheck::BeforeTheRest(const Track& track) const {
+    const int64_t start = int64_t{m_facts.Of().start} * kMicros;
+    const bool told = m_facts.Of().headSound && track.frames.size() > 1 && track.frames.front() == 0 &&
+                      TimeApart(TimeOf(track, 1), start) <= kStale * kMicros;
+    const int64_t apart = TimeApart(TimeOf(track, 0), start);
+    return told && apart > kStale * kMicros ? apart : 0;
+}
+
+/// How far a frame is from the stretch between its neighbours in its track, when nothing but damage explains it; else 0.
+/// When the clock was set back between two frames, one of them leaves that stretch too. But then the other steps of the
+/// track are as long, or its pace is broken.
+int64_t TimeCheck::OutOfOrder(const Track& track, size_t place) const {
     if (place + 1 == track.frames.size()) {
-        return StandsOut(track, place, before);
-    }
-    const int64_t after = TimeOf(track, place + 1);
-    return after >= TimeOf(track, before) &&
-           LeavesRoom(track, TimeOf(track, before), TimeOf(track, place), after);
-}
-
-/// Whether a frame that is out of order is missing between its neighbours: they are two paces apart, or it is far from
-/// both. Else the clock was set by less than a pace.
-bool TimeCheck::LeavesRoom(const Track& track, int64_t before, int64_t time, int64_t after) const {
-    const int64_t away = std::min(TimeApart(before, time), TimeApart(time, after));
-    return TimeBetween(before, after) >= track.pace + track.pace / 2 ||
-           away > std::max(kShortestJump, kJumpPaces * track.pace);
-}
-
-/// How far the track is from its pace where a frame is left out.
-int64_t TimeCheck::DisorderWithout(const Track& track, size_t place) const {
-    if (place == 0 || place + 1 >= track.frames.size()) {
         return 0;
     }
-    return TimeApart(TimeBetween(TimeOf(track, place - 1), TimeOf(track, place + 1)), 2 * track.pace);
+    const int64_t before = TimeOf(track, place - 1);
+    const int64_t time = TimeOf(track, place);
+    const int64_t after = TimeOf(track, place + 1);
+    if (before > after || (before <= time && time <= after)) {
+        return 0;
+    }
+    const int64_t away = time < before ? TimeBetween(time, before) : TimeBetween(after, time);
+    const int64_t both = TimeBetween(before, after);
+    if (track.steady && TimeApart(both, 2 * track.pace) <= track.pace / 4) {
+        return away;
+    }
+    const int64_t leap = std::max(TimeBetween(before, time), TimeBetween(time, after));
+    const int64_t longest = LongestStepElsewhere(place);
+    const bool leaps = longest != 0 && leap > kShortestJump && leap / 2 > longest && both / 2 <= longest;
+    return leaps ? away : 0;
+}
+
+/// Finds the longest steps of a track: three, since two of them may be those to and from the frame in question.
+void TimeCheck::FindLongestSteps(const Track& track) {
+    m_steps.clear();
+    for (size_t place = 1; place < track.frames.size(); ++place) {
+        m_steps.emplace_back(TimeBetween(TimeOf(track, place - 1), TimeOf(track, place)), place);
+    }
+    const size_t kept = std::min<size_t>(m_steps.size(), 3);
+    std::partial_sort(m_steps.begin(), m_steps.begin() + static_cast<ptrdiff_t>(kept), m_steps.end(),
+                      std::greater<>());
+    m_fewSteps = m_steps.size() < kFewestSteps;
+    m_steps.resize(kept);
+}
+
+/// The longest step of the track but those to and from a frame; 0 when there are too few to tell.
+int64_t TimeCheck::LongestStepElsewhere(size_t place) const {
+    const auto elsewhere = std::find_if(m_steps.begin(), m_steps.end(), [place](const auto& step) {
+        return step.second != place && step.second != place + 1;
+    });
+    return m_fewSteps || elsewhere == m_steps.end() ? 0 : elsewhere->first;
 }
 
 /// Whether the index bears out the time of a frame. Of those that are no key frames it has the seconds alone.
@@ -203,79 +262,6 @@ bool TimeCheck::Confirmed(const Track& track, size_t place, int64_t apart) const
     return m_facts.ListsKeyFrame(frame.channel, frame.offset, frame.time) ||
            (apart > kMicros && (m_facts.ListsStart(frame.channel, frame.offset, frame.Seconds()) ||
                                 m_facts.ListsEnd(frame.channel, frame.End(), frame.Seconds())));
-}
-
-/// The first and the last frame of a track have one neighbour in it; other tracks must tell, or the index.
-void TimeCheck::CheckEnds(const Track& track) {
-    const size_t count = track.frames.size();
-    const int64_t distance = count == 1 ? Distance(track.frames.front()).value_or(0) : 0;
-    if (distance > kGap && !Confirmed(track, 0, distance)) {
-        m_good.clear();
-        m_odd.push_back(0);
-    }
-    if (m_good.size() < 2) {
-        return;
-    }
-    if (m_good.front() == 0 && FirstIsEarly(track)) {
-        m_odd.push_back(0);
-        m_good.erase(m_good.begin());
-    }
-    if (m_good.size() >= 2 && m_good.back() + 1 == count && LastIsLate(track)) {
-        m_odd.push_back(m_good.back());
-        m_good.pop_back();
-    }
-}
-
-bool TimeCheck::FirstIsEarly(const Track& track) const {
-    const int64_t step = TimeApart(TimeOf(track, 0), TimeOf(track, m_good[1]));
-    if (FarOff(track.frames[0])) {
-        return !Confirmed(track, 0, step);
-    }
-    if (!Jumps(track, step) || Confirmed(track, 0, step)) {
-        return false;
-    }
-    const bool alone = !Distance(track.frames[0]);
-    return alone ? At(track, 0).Seconds() < m_facts.Of().start : StandsOut(track, 0, m_good[1]);
-}
-
-bool TimeCheck::LastIsLate(const Track& track) const {
-    const size_t last = m_good.back();
-    const size_t before = m_good[m_good.size() - 2];
-    const int64_t step = TimeApart(TimeOf(track, before), TimeOf(track, last));
-    if (FarOff(track.frames[last])) {
-        return !Confirmed(track, last, step);
-    }
-    if (!Jumps(track, step) || Confirmed(track, last, step)) {
-        return false;
-    }
-    const bool alone = !Distance(track.frames[last]);
-    return alone ? step > kGap : StandsOut(track, last, before);
-}
-
-/// Whether a step is longer than usual.
-bool TimeCheck::Jumps(const Track& track, int64_t step) const {
-    return step >
-           (track.regular ? track.pace + track.pace / 2 : std::max(kShortestJump, kJumpPaces * track.pace));
-}
-
-/// How far a frame's time is from that of the media of other tracks beside it. Nothing where there are none.
-std::optional<int64_t> TimeCheck::Distance(size_t entry) const {
-    std::optional<int64_t> distance;
-    for (const std::optional<size_t>& other : {m_tracks.OtherBefore(entry), m_tracks.OtherAfter(entry)}) {
-        if (other) {
-            const int64_t apart = TimeApart(m_frames[entry].time, m_frames[*other].time);
-            distance = std::min(apart, distance.value_or(apart));
-        }
-    }
-    return distance;
-}
-
-/// Whether a frame is further from the other tracks than the one beside it in its own. Where there is no other track,
-/// the answer is yes.
-bool TimeCheck::StandsOut(const Track& track, size_t place, size_t beside) const {
-    const std::optional<int64_t> distance = Distance(track.frames[place]);
-    const int64_t usual = Distance(track.frames[beside]).value_or(0);
-    return !distance || *distance / 2 - track.pace / 2 > usual;
 }
 
 /// Gives damaged frames a time between their neighbours.
@@ -297,9 +283,9 @@ void TimeCheck::Mend(const Track& track) {
     }
 }
 
-/// Whether the time of a frame that is no media lies near that of the media beside it, as far as there is any.
-bool TimeCheck::NearNeighbours(size_t entry) const {
-    return Distance(entry).value_or(0) <= kOtherReach;
+/// Whether the time of a frame that is no media lies near that of the media around it, as far as there is any.
+bool TimeCheck::NearMedia(size_t entry) const {
+    return Outside(entry).value_or(0) <= kOtherReach;
 }
 
 } // namespace recordings

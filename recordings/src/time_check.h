@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "block_facts.h"
@@ -28,22 +29,17 @@ public:
     void Run();
 
 private:
-    int64_t UsualDistance() const;
+    int64_t UsualOutside() const;
     void CheckTrack(const Track& track);
-    bool IsHigh(const Track& track, size_t place, size_t next) const;
-    bool IsLow(const Track& track, size_t before, size_t place) const;
-    bool LeavesRoom(const Track& track, int64_t before, int64_t time, int64_t after) const;
-    int64_t DisorderWithout(const Track& track, size_t place) const;
+    bool IsOdd(const Track& track, size_t place) const;
+    std::optional<int64_t> Outside(size_t entry) const;
+    int64_t BeforeTheRest(const Track& track) const;
+    int64_t OutOfOrder(const Track& track, size_t place) const;
+    void FindLongestSteps(const Track& track);
+    int64_t LongestStepElsewhere(size_t place) const;
     bool Confirmed(const Track& track, size_t place, int64_t apart) const;
-    void CheckEnds(const Track& track);
-    bool FirstIsEarly(const Track& track) const;
-    bool LastIsLate(const Track& track) const;
-    bool Jumps(const Track& track, int64_t step) const;
-    std::optional<int64_t> Distance(size_t entry) const;
-    bool StandsOut(const Track& track, size_t place, size_t beside) const;
-    bool FarOff(size_t entry) const;
     void Mend(const Track& track);
-    bool NearNeighbours(size_t entry) const;
+    bool NearMedia(size_t entry) const;
 
     const FoundFrame& At(const Track& track, size_t place) const { return m_frames[track.frames[place]]; }
     int64_t TimeOf(const Track& track, size_t place) const { return At(track, place).time; }
@@ -52,9 +48,12 @@ private:
     std::vector<FoundFrame>& m_frames;
     const BlockFacts& m_facts;
     const Tracks& m_tracks;
-    int64_t m_usualDistance = 0; ///< of a frame from the other tracks' beside it
-    std::vector<size_t> m_good;  ///< places of the track at hand whose time is in order
-    std::vector<size_t> m_odd;   ///< and those whose time is damaged
+    int64_t m_usual = 0; ///< how far a frame usually is from the times around it
+    std::vector<std::pair<int64_t, size_t>>
+        m_steps;                ///< the longest of the track at hand, each with where it leads
+    bool m_fewSteps = false;    ///< it has too few
+    std::vector<size_t> m_good; ///< its places whose time is in order
+    std::vector<size_t> m_odd;  ///< and those whose time is damaged
 };
 
 } // namespace recordings

@@ -15,6 +15,11 @@ constexpr int64_t kLongestPace = 3600 * kMicros;
 /// A track is regular when three of four steps, and four steps at least, lie within a quarter of the pace.
 constexpr size_t kFewestRegularSteps = 4;
 
+/// A track is steady when all steps, and four at least, lie within a tenth of the pace: but for two, as a frame that is
+/// missing, or one too many, changes no more.
+constexpr size_t kUnsteadySteps = 2;
+constexpr size_t kFewestSteadySteps = 4;
+
 } // namespace
 
 Tracks::Tracks(const std::vector<FoundFrame>& frames) {
@@ -48,10 +53,15 @@ void Tracks::FindPace(const std::vector<FoundFrame>& frames, Track& track) {
     std::nth_element(steps.begin(), middle, steps.end());
     const int64_t pace = *middle;
     track.pace = pace;
-    const auto near = static_cast<size_t>(std::count_if(steps.begin(), steps.end(), [pace](int64_t step) {
-        return step >= pace - pace / 4 && step - pace <= pace / 4;
-    }));
-    track.regular = steps.size() >= kFewestRegularSteps && near >= steps.size() - steps.size() / 4;
+    const auto near = [&](int64_t part) {
+        return static_cast<size_t>(std::count_if(steps.begin(), steps.end(), [pace, part](int64_t step) {
+            return TimeApart(step, pace) <= pace / part;
+        }));
+    };
+    const size_t regular = near(4);
+    track.regular = steps.size() >= kFewestRegularSteps && regular >= steps.size() - steps.size() / 4;
+    const size_t steady = near(10);
+    track.steady = steady >= kFewestSteadySteps && steady + kUnsteadySteps + 1 >= track.frames.size();
 }
 
 void Tracks::FindNeighbours(const std::vector<FoundFrame>& frames) {

@@ -18,6 +18,7 @@ struct Track {
     std::vector<size_t> frames; ///< entries of the block's frames
     int64_t pace = 0;     ///< microseconds: the usual time from frame to frame; 0 when there are too few
     bool regular = false; ///< most frames keep the pace
+    bool steady = false;  ///< all do, but for one
 };
 
 /// The media frames of a block, track by track.

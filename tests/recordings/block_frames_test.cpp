@@ -131,11 +131,33 @@ TEST_P(BlockFrames, AfterTheClockWasSetAreSound) {
     }
 }
 
+TEST_P(BlockFrames, AfterTheClockWasSetAtAnyTimeAreSound) {
+    for (const int64_t change : {-3600000, -3000, 7200000}) {
+        for (int64_t setAt = 50; setAt < 3000; setAt += 50) {
+            Begin(3);
+            for (int64_t millis = 0; millis < 3000; millis += 50) {
+                const int64_t time = At(millis + (millis >= setAt ? change : 0));
+                if (millis % 100 == 0) {
+                    Record(time, millis % 1000 == 0 ? kVideoI : kVideoP, 0, 60);
+                }
+                if (millis % 200 == 50) {
+                    Record(time, millis % 1000 == 50 ? kVideoI : kVideoP, 1, 50);
+                }
+                Record(time, kAudio, 1, 16);
+            }
+            Recorder().PowerOff();
+            const ReadFrames read = Read(0);
+            EXPECT_TRUE(Same(read, 0)) << change << " at " << setAt;
+            EXPECT_EQ(read.Lines(), kNone) << change << " at " << setAt;
+        }
+    }
+}
+
 TEST_P(BlockFrames, SetByLessThanAFrameAreSound) {
     for (const bool closed : {true, false}) {
         Begin(1);
         RecordSeconds(0, 3);
-        for (int i = 0; i < 30; ++i) { // goes on 160 milliseconds earlier than it should
+        for (int64_t i = 0; i < 30; ++i) { // goes on 160 milliseconds earlier than it should
             Record(At(2840 + i * 100), i % 10 == 0 ? kVideoI : kVideoP, 0, 90);
         }
         closed ? Recorder().PowerOff() : Recorder().CutPower();
@@ -146,7 +168,7 @@ TEST_P(BlockFrames, SetByLessThanAFrameAreSound) {
 TEST_P(BlockFrames, OfOtherTypesAndWithoutPayloadAreSound) {
     for (const bool closed : {true, false}) {
         Begin(3);
-        for (int i = 0; i < 60; ++i) {
+        for (int64_t i = 0; i < 60; ++i) {
             Record(At(i * 100), i % 10 == 0 ? kVideoI : kVideoP, 0, i % 3 == 0 ? 0 : 50);
             if (i % 7 == 0) {
                 Record(At(i * 100), 3, 0, 0);
@@ -167,7 +189,7 @@ TEST_P(BlockFrames, OfAFewFramesAreSound) {
     for (const int count : {1, 2, 3, 5}) {
         for (const bool closed : {true, false}) {
             Begin(3);
-            for (int i = 0; i < count; ++i) {
+            for (int64_t i = 0; i < count; ++i) {
                 Record(At(i * 1000), i == 0 ? kVideoI : kVideoP, 0, 30);
                 Record(At(i * 1000), i == 0 ? kVideoI : kVideoP, 1, 20);
             }
@@ -209,16 +231,40 @@ TEST_P(BlockFrames, OfAnIndexThatWasRebuiltAreSound) {
 }
 
 TEST_P(BlockFrames, LeaveOutWhatThePreviousTurnHasLeft) {
+    // Eight hours ago frames lay right where those of now end.
     Begin(1);
-    RecordSeconds(0, 5);
+    for (int64_t hour = 0; hour < 8; ++hour) {
+        RecordSeconds(hour * 3600, 2);
+        Recorder().PowerOff();
+    }
+    const size_t before = Recorded().size();
+    RecordSeconds(8 * 3600, 5);
     Recorder().CutPower();
-    // An hour ago frames lay right where those of now end.
     uint64_t at = HeadOf(Recorded().back()) + 24 + Recorded().back().frame.payload.size();
-    for (int i = 0; i < 20; ++i) {
-        Image().Put(at, FrameHead_t{At(-3600000 + i * 100), BLOCK_MAGIC, i % 10 == 0 ? 1u : 0u, 0, 300});
+    for (int64_t i = 0; i < 20; ++i) {
+        Image().Put(at, FrameHead_t{At(i * 100), BLOCK_MAGIC, i % 10 == 0 ? 1u : 0u, 0, 300});
         at += 324;
     }
-    ExpectSound(0);
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(read.frames.size(), Recorded().size() - before);
+    EXPECT_EQ(read.frames.back().offset, Recorded().back().offset);
+    EXPECT_EQ(read.Lines(), kNone);
+}
+
+TEST_P(BlockFrames, AreNotLeftOverWhenTheRingHoldsOlderOnes) {
+    // In a ring of eight blocks the clock is set back by an hour while the ninth is written, which was cut off.
+    Begin(1);
+    for (int64_t hour = 0; hour < 8; ++hour) {
+        RecordSeconds(hour * 3600, 2);
+        Recorder().PowerOff();
+    }
+    const size_t before = Recorded().size();
+    RecordSeconds(8 * 3600, 3);
+    RecordSeconds(7 * 3600, 3);
+    Recorder().CutPower();
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(read.frames.size(), Recorded().size() - before);
+    EXPECT_EQ(read.Lines(), kNone);
 }
 
 TEST_P(BlockFrames, LeaveOutThePreviousTurnOfABlockThatHoldsNothingYet) {
@@ -317,6 +363,49 @@ TEST_P(BlockFrames, NoticeALengthThatReachesOverTheIndexsEnd) {
             EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded().back())}));
         }
     }
+}
+
+TEST_P(BlockFrames, NoticeALengthThatReachesIntoThePreviousTurn) {
+    // The ring has wrapped: after the last frame of the open block lie frames of an hour ago, not where it ends.
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().CutPower();
+    uint64_t at = HeadOf(Recorded().back()) + 24 + 100 + 77;
+    for (int64_t i = 0; i < 20; ++i) {
+        Image().Put(at, FrameHead_t{At(-3600000 + i * 100), BLOCK_MAGIC, i % 10 == 0 ? 1u : 0u, 0, 300});
+        at += 324;
+    }
+    ExpectSound(0);
+    for (const uint32_t length : {201u, 600u, 5000u}) {
+        Change(Recorded().back(), [&](FrameHead_t& head) { head.len = length; });
+        const ReadFrames read = Read(0);
+        EXPECT_EQ(Offsets(read), OffsetsWithout(0, {})) << length;
+        EXPECT_EQ(read.problems.size(), 1u) << length;
+        EXPECT_TRUE(read.AnyLoss()) << length;
+    }
+}
+
+TEST_P(BlockFrames, NoticeALengthThatIsTooShortBeforeErasedSpace) {
+    // Before the ring has wrapped, what was never written is zero.
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().CutPower();
+    Change(Recorded().back(), [](FrameHead_t& head) { head.len = 20; });
+    EXPECT_EQ(Read(0).Lines(), (Lines{"frame_damaged loss block 0 channel 0 at 6576+44"}));
+}
+
+TEST_P(BlockFrames, MayEndInErasedBytes) {
+    // The power was cut before the last picture was written; or its encoder has filled it up.
+    Begin(1);
+    RecordSeconds(0, 5);
+    sample_recorder::Frame last;
+    last.pts = At(5000);
+    last.type = kVideoI;
+    last.payload.resize(300);
+    last.payload[0] = 0x5A;
+    Record(last);
+    Recorder().CutPower();
+    ExpectSound(0);
 }
 
 TEST_P(BlockFrames, GiveADamagedTimeStampOneBetweenItsNeighbours) {
@@ -460,7 +549,7 @@ TEST_P(ChangedFrames, KeepTheDistanceOfKeyFramesWithoutAnIndex) {
 
 TEST_P(ChangedFrames, AreToldByTheirPayloadWithoutAnIndex) {
     Begin(1);
-    for (int i = 0; i < 60; ++i) {
+    for (int64_t i = 0; i < 60; ++i) {
         Frame frame;
         frame.pts = At(i * 100);
         const bool key = i % 10 == 0 || i == 33; // one comes out of turn
@@ -611,7 +700,7 @@ TEST_P(BlockFrames, OfACopyThatWasCutOff) {
 
 TEST_P(BlockFrames, OfAWipedBlockAreWhatLooksLikeFrames) {
     Begin(1);
-    for (int i = 0; i < 3; ++i) {
+    for (int64_t i = 0; i < 3; ++i) {
         RecordSeconds(i * 10, 5);
         Recorder().PowerOff();
     }

@@ -118,11 +118,16 @@ Reading ReadAll(const recordings::Source& source) {
     return reading;
 }
 
+/// Whether a frame is the very first or the very last one of the block that was never closed.
+enum class BlockEnd : uint8_t { None, First, Last };
+
 /// A field of a block.
 struct Place {
     FieldPlace field;
     uint32_t block;
-    bool edge = false; ///< in one of the first or last frames of the block that was never closed
+    bool ofOpen = false; ///< in a frame of the block that was never closed
+    bool edge = false;   ///< in one of the first or last frames of the block that was never closed
+    BlockEnd end = BlockEnd::None;
 };
 
 /// A ring of six blocks that has wrapped: two cameras, the first with audio, and events; block 5 was never closed, and
@@ -178,7 +183,7 @@ protected:
         std::vector<FieldPlace> fields;
         AppendPlaces(structure, offset, " of block " + std::to_string(block), fields);
         for (const FieldPlace& field : fields) {
-            m_places.push_back({field, block, false});
+            m_places.push_back({field, block, false, false, BlockEnd::None});
         }
     }
 
@@ -216,7 +221,11 @@ protected:
         for (size_t i = 0; block == kOpen && i + 1 < begins.size(); ++i) {
             const bool edge = i < kEdgeFrames || i + 1 + kEdgeFrames >= begins.size();
             for (size_t place = begins[i]; place < begins[i + 1]; ++place) {
+                m_places[place].ofOpen = true;
                 m_places[place].edge = edge;
+                m_places[place].end = i == 0                   ? BlockEnd::First
+                                      : i + 2 == begins.size() ? BlockEnd::Last
+                                                               : BlockEnd::None;
             }
         }
     }
@@ -261,23 +270,33 @@ protected:
     int64_t m_newest = 0;
 };
 
-/// What looks like a sound disk. Time stamps that stay between those of the frames around them: nothing repeats them.
-/// And in a block that was never closed, the channel and the length of its first and last frames: there is no index, and
-/// no frame on the other side whose pace or place would tell.
+/// What looks like a sound disk.
+/// - A time stamp that stays near those of the frames around it: nothing repeats it, and the streams of one recording may be
+///   a second apart.
+/// - In the block that was never closed, at its two ends: the channel, the length, and which of the media types it is. There
+///   is no index, and no frame on the other side whose pace or place would tell: a camera may begin later than another, or
+///   stop before, and the last frame may be of any size.
+/// - Anywhere in that block, a picture that is marked as a key frame: a camera may be told to send one out of turn. Most
+///   are told by their size.
+/// - At its ends, the time of the first frame by less than half a minute, as heads are not written at once with them; and
+///   any time of the last one that a clock has: it may have been set then.
 bool CannotBeTold(const Place& place, const std::vector<uint8_t>& held, const std::vector<uint8_t>& value) {
-    const bool ofPlace = place.field.name.rfind("FrameHead_t.chn", 0) == 0 ||
-                         place.field.name.rfind("FrameHead_t.len", 0) == 0;
-    if (place.edge && ofPlace) {
-        return true;
-    }
-    if (place.field.name.rfind("FrameHead_t.pts", 0) != 0) {
-        return false;
-    }
+    const auto is = [&](const char* field) {
+        return place.field.name.rfind("FrameHead_t." + std::string(field), 0) == 0;
+    };
     int64_t before = 0;
     int64_t after = 0;
-    std::memcpy(&before, held.data(), sizeof before);
-    std::memcpy(&after, value.data(), sizeof after);
-    return std::abs(before - after) < 1000000;
+    std::memcpy(&before, held.data(), std::min(held.size(), sizeof before));
+    std::memcpy(&after, value.data(), std::min(value.size(), sizeof after));
+    if (is("pts")) {
+        constexpr int64_t kMicros = 1000000;
+        return std::abs(before - after) < kMicros ||
+               (place.end == BlockEnd::First && before - after < 30 * kMicros) ||
+               (place.end == BlockEnd::Last && 0 <= after && after / kMicros <= UINT32_MAX);
+    }
+    const bool becomesKey = is("type") && before == 0 && after == 1;
+    return (place.ofOpen && becomesKey) ||
+           (place.edge && (is("chn") || is("len") || (is("type") && before <= 2 && after <= 2)));
 }
 
 TEST_P(DamagedRing, HasNoProblemWhileItIsSound) {

@@ -204,8 +204,8 @@ TEST_F(FrameBounds, ABlockThatIsTooLargeToBeKept) {
     }
     const FrameHead_t mark = {0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF};
     std::memcpy(m_bytes.data() + at, &mark, sizeof mark);
-    m_bytes[20 * 200024 + 8] = 0;            // a head that is gone
-    PutHead(30 * 200024, 30 * 40000, 40000); // and one whose frame is too short
+    m_bytes[20 * 200024 + 8] = 0;                     // a head that is gone
+    PutHead(30 * 200024, int64_t{30} * 40000, 40000); // and one whose frame is too short
     Image().Write(Image().FrameOffset(0, 0), m_bytes.data(), m_bytes.size());
     Fail(Image().FrameOffset(0, 50 * 200024 + 100000), Image().FrameOffset(0, 50 * 200024 + 100001));
     recordings::Disk& disk = Open();
