@@ -126,7 +126,8 @@ TerminalEnd EndAtTerminal(const std::vector<std::string>& command, const std::st
     if (signal != 0) {
         kill(child, signal);
     }
-    end.exitCode = ExitCodeOf(child);
+    uint64_t memoryPeak = 0;
+    end.exitCode = ExitCodeOf(child, memoryPeak);
     end.echoIsOn = ShowsTyping(held);
     close(held);
     close(terminal);
