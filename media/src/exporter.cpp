@@ -1,7 +1,6 @@
 #include "media/exporter.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <set>
 #include <utility>
 
@@ -138,11 +137,12 @@ private:
     ContainerFacts Facts(const Frame& first) {
         const Wording& wording = m_request.wording;
         ContainerFacts facts;
-        facts.title = std::filesystem::path(m_request.name).stem().string();
+        facts.title = wording.readableSecond(first.time); // not the file's name: one range gives the same bytes
         facts.start = first.time;
         facts.startTime = wording.utcTimestamp(first.time);
         const auto identity = recordings::ReadIdentity(m_disk, first.block);
         if (identity) {
+            facts.title = wording.printable(identity->vehicleNumber) + " " + facts.title;
             facts.comment = fmt::format("vehicle {}, {}", wording.printable(identity->vehicleNumber),
                                         wording.printable(identity->vehicleId));
         }

@@ -212,6 +212,9 @@ TEST_F(Exports, AreTheSameEachTime) {
         Run(request);
         EXPECT_TRUE(ReadFile(File("out")) == first);
         EXPECT_EQ(ReadFile(File("out.json")), manifest);
+        request.name = File("other name");
+        Run(request);
+        EXPECT_TRUE(ReadFile(File("other name")) == first);
     }
 }
 
