@@ -17,6 +17,8 @@ TARGET_PACKAGES=(g++-12-multilib g++-arm-linux-gnueabihf qemu-user)
 # What the Python module takes, and its tests.
 PYTHON_PACKAGES=(pybind11-dev python3-dev)
 PYTHON_TEST_PACKAGES=(python3-pytest python3-numpy python3-av python3-pil mypy)
+# What the tests of the viewer take: a browser, and what drives it.
+VIEW_TEST_PACKAGES=(chromium chromium-driver python3-selenium)
 # What fuzzing takes.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 LINT_PACKAGES=(clang-format clang-tidy shellcheck)

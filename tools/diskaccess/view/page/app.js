@@ -370,9 +370,24 @@ async function readLists() {
   timeline.events = events;
   timeline.damages = damages;
   timeline.draw();
+  showLists();
+}
+
+function showLists() {
   fillList("events", events, eventText, (event) => event.time);
   fillList("damages", damages, (damage) => damage.text, (damage) => damage.first * kSecond,
     (damage) => (damage.loss ? "loss" : ""));
+}
+
+// What is lost among the frames of a block shows only when they are read.
+function addLoss({ channel, before, after, text }) {
+  if (before === null || after === null || damages.some((damage) => damage.text === text)) {
+    return;
+  }
+  damages.push({ first: before / kSecond, last: after / kSecond - 1, channel, text, loss: true });
+  timeline.damages = damages;
+  timeline.draw();
+  showLists();
 }
 
 // The stretch in sight, as finely as it can be drawn.
@@ -502,6 +517,7 @@ function connect() {
   timeline.addEventListener("scrub", (event) => player.scrub(event.detail.time));
   timeline.addEventListener("view", () => readDetail().catch(complain));
   player.addEventListener("shown", (event) => show(event.detail));
+  player.addEventListener("loss", (event) => addLoss(event.detail.loss));
   player.addEventListener("still", (event) => saveStill(event.detail));
   player.addEventListener("failure", (event) => complain(new Error(event.detail.text)));
   addEventListener("hashchange", () => {

@@ -89,6 +89,7 @@ class Store {
     for (const record of records) {
       if (record.kind === kRecord.loss) {
         this.losses.push(record.document);
+        postMessage({ type: "loss", loss: record.document });
       } else if (record.kind === kRecord.picture || record.kind === kRecord.key) {
         this.#insert(record);
       }

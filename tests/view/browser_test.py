@@ -1,0 +1,398 @@
+#!/usr/bin/env python3
+"""The viewer's page in a real browser: what it shows is held against bar codes in the pictures.
+
+    browser_test.py DISKACCESS DISKACCESS_SAMPLE
+
+Each camera's picture bears the number of its frame as a row of 16 black and white fields, so that the frame that stands
+on the page is known. Exits with 77 where there is no Chromium, no driver for it, or no ffmpeg.
+"""
+
+import datetime
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+try:
+    from selenium import webdriver
+    from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.by import By
+    from selenium.webdriver.common.keys import Keys
+except ImportError:
+    webdriver = None
+
+PROGRAM, RECORDER = sys.argv[1:3]
+NEEDED = ["chromium", "chromedriver", "ffmpeg"]
+START = datetime.datetime(2026, 11, 20, 14, 0, 0, tzinfo=datetime.timezone.utc)
+SECONDS = 20
+AGAIN = 600  # seconds after START: the second journey
+RATES = [10, 25, 15]  # of the cameras
+GOP = 2  # seconds
+EVENT = 7  # seconds after START
+HOSTILE = "<img src=x onerror=alert(1)>"
+WIDTH, HEIGHT, BITS = 320, 240, 16
+
+# Reads the frame number of each camera from its picture; null where the picture is dark.
+READ_CODES = """
+const codes = {};
+for (const figure of document.querySelectorAll("figure")) {
+  if (figure.hidden || figure.dataset.state !== "picture") { continue; }
+  const source = figure.querySelector("canvas");
+  const canvas = new OffscreenCanvas(source.width, source.height);
+  const context = canvas.getContext("2d", { willReadFrequently: true });
+  context.drawImage(source, 0, 0);
+  const field = source.width / 16;
+  let code = 0, bright = 0;
+  for (let bit = 0; bit < 16; ++bit) {
+    const [red] = context.getImageData(Math.floor((bit + 0.5) * field), 16, 1, 1).data;
+    code += red > 127 ? 2 ** bit : 0;
+  }
+  for (const value of context.getImageData(0, 100, source.width, 1).data) { bright += value; }
+  codes[figure.dataset.channel] = bright > 255 * source.width + 1000 ? code : null;
+}
+return codes;
+"""
+
+
+def micros(seconds):
+    return int(START.timestamp() * 1000000) + round(seconds * 1000000)
+
+
+def make_clip(path, rate, seconds=SECONDS):
+    field = WIDTH // BITS
+    code = f"if(lt(Y,32),255*mod(floor(N/pow(2,floor(X/{field}))),2),100+50*lt(mod(X+8*N,64),32))"
+    subprocess.run(
+        ["ffmpeg", "-nostdin", "-y", "-loglevel", "error", "-f", "lavfi", "-i",
+         f"color=size={WIDTH}x{HEIGHT}:rate={rate}:duration={seconds}", "-vf", f"geq=lum='{code}':cb=128:cr=128",
+         "-c:v", "libx264", "-preset", "ultrafast", "-threads", "1", "-bf", "0", "-g", str(rate * GOP), "-qp", "20",
+         "-f", "h264", path], check=True)
+
+
+def make_tone(path, seconds=SECONDS):
+    subprocess.run(
+        ["ffmpeg", "-nostdin", "-y", "-loglevel", "error", "-f", "lavfi", "-i",
+         f"sine=frequency=440:duration={seconds}:sample_rate=8000", "-af", "volume=4", "-ac", "1", "-c:a", "pcm_alaw",
+         "-f", "wav", path], check=True)
+
+
+def record(folder, name, cameras, recordings, events=(), description="Bar codes"):
+    """Has the recorder write a disk; returns its path."""
+    scenario = {
+        "partition": {"block_count": 8, "block_size": 4194304, "layout": "extended", "description": description},
+        "vehicle": {"number": "BUS 7", "id": "bus-7"},
+        "cameras": cameras,
+        "recordings": recordings,
+        "events": list(events),
+    }
+    path = os.path.join(folder, name + ".json")
+    with open(path, "w", encoding="utf-8") as file:
+        json.dump(scenario, file)
+    image = os.path.join(folder, name + ".img")
+    subprocess.run([RECORDER, "record", path, image, "--media", folder], check=True, stdout=subprocess.DEVNULL)
+    return image
+
+
+def rfc3339(seconds):
+    return (START + datetime.timedelta(seconds=seconds)).strftime("%Y-%m-%dT%H:%M:%SZ")
+
+
+class Viewer:
+    """A running viewer."""
+
+    def __init__(self, image, folder):
+        self.process = subprocess.Popen(
+            [PROGRAM, "view", image, "--utc", "--no-browser", "--export-dir", folder],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        self.address = self.process.stdout.readline().strip()
+
+    def end(self):
+        self.process.send_signal(signal.SIGINT)
+        status = self.process.wait(20)
+        self.process.stdout.close()
+        return status
+
+
+class ViewerTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix="diskaccess-view-")
+        for channel, rate in enumerate(RATES):
+            make_clip(os.path.join(cls.folder, f"c{channel}.h264"), rate)
+        make_clip(os.path.join(cls.folder, "small.h264"), 5, 4)
+        make_tone(os.path.join(cls.folder, "tone.wav"))
+        cameras = [{"channel": channel, "frame_rate": rate, "gop": rate * GOP, "bitrate": 300000}
+                   for channel, rate in enumerate(RATES)]
+        cameras[0]["audio_frame"] = 320
+        clips = [{"channel": channel, "video": f"c{channel}.h264"} for channel in range(len(RATES))]
+        clips[0]["audio"] = "tone.wav"
+        journeys = [{"start": rfc3339(at), "seconds": SECONDS, "clips": clips} for at in (0, AGAIN)]
+        events = [{"time": rfc3339(EVENT), "type": "0x1", "channel": 1}]
+        cls.image = record(cls.folder, "codes", cameras, journeys, events, HOSTILE)
+        options = webdriver.ChromeOptions()
+        for argument in ("--headless=new", "--no-sandbox", "--window-size=1400,900", "--disable-background-networking",
+                         "--autoplay-policy=no-user-gesture-required"):
+            options.add_argument(argument)
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
+        cls.browser = webdriver.Chrome(service=Service(shutil.which("chromedriver")), options=options)
+        cls.viewer = Viewer(cls.image, cls.folder)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.quit()
+        status = cls.viewer.end()
+        shutil.rmtree(cls.folder)
+        assert status == 0, "an interrupted viewer ends well"
+
+    def setUp(self):
+        self.open(self.viewer.address)
+
+    def tearDown(self):
+        severe = [entry["message"] for entry in self.browser.get_log("browser")]
+        self.assertEqual(severe, [], "the console is empty")
+
+    # What the page is asked and told.
+
+    def open(self, address):
+        self.browser.get("about:blank")
+        self.browser.get(address)
+        self.wait(lambda: self.data("complete") == "true" and self.data("ready") == "true")
+        self.settle()
+
+    def data(self, name):
+        return self.browser.execute_script("return document.body.dataset[arguments[0]] || ''", name)
+
+    def wait(self, holds, seconds=20):
+        end = time.monotonic() + seconds
+        while not holds():
+            self.assertLess(time.monotonic(), end, "nothing came of it")
+            time.sleep(0.03)
+
+    def settle(self):
+        """Waits until nothing changes any more, and what was drawn is on the screen."""
+        before = None
+        for _ in range(100):
+            now = (self.data("time"), json.dumps(self.codes()))
+            if now == before:
+                return
+            before = now
+            time.sleep(0.12)
+        self.fail("the page does not come to rest")
+
+    def key(self, key):
+        self.browser.find_element(By.TAG_NAME, "body").send_keys(key)
+
+    def text(self, identity):
+        return self.browser.find_element(By.ID, identity).text
+
+    def codes(self):
+        return self.browser.execute_script(READ_CODES)
+
+    def states(self):
+        return self.browser.execute_script(
+            "return [...document.querySelectorAll('figure')].map((figure) => figure.dataset.state)")
+
+    def seek(self, seconds):
+        """Goes to a time by the page's address."""
+        at = START + datetime.timedelta(seconds=seconds)
+        self.browser.execute_script("location.hash = arguments[0]", "t=" + at.strftime("%Y-%m-%dT%H:%M:%S.%f"))
+        self.wait(lambda: self.data("time") == str(micros(seconds)))
+        self.settle()
+
+    def assert_shows(self, seconds, begun=0):
+        """Each camera shows its last frame at or before a time, of the journey that began at @p begun."""
+        inside = round((seconds - begun) * 1000000)
+        self.assertEqual(self.codes(), {str(channel): inside * rate // 1000000 for channel, rate in enumerate(RATES)})
+
+    # The tests.
+
+    def test_text_of_the_disk_is_text(self):
+        self.assertIn(HOSTILE, self.text("vehicle"))
+        self.assertEqual(self.browser.find_elements(By.CSS_SELECTOR, "h1 img"), [])
+
+    def test_begins_with_a_picture_of_every_camera(self):
+        self.assertEqual(self.states(), ["picture"] * len(RATES))
+        self.assertNotIn(None, self.codes().values())
+
+    def test_shows_the_frame_of_a_time(self):
+        for seconds in (5.05, 12.93, 3.0, 19.5):
+            self.seek(seconds)
+            self.assert_shows(seconds)
+
+    def test_shows_frames_of_the_other_journey(self):
+        self.seek(AGAIN + 4.5)
+        self.assert_shows(AGAIN + 4.5, AGAIN)
+
+    def test_steps_frame_by_frame(self):
+        self.seek(8.5)
+        moments = sorted({frame * 1000000 // rate for rate in RATES for frame in range(SECONDS * rate)})
+        place = moments.index(8500000)
+        for direction, count in ((1, 12), (-1, 20)):
+            for _ in range(count):
+                place += direction
+                self.key(Keys.ARROW_RIGHT if direction > 0 else Keys.ARROW_LEFT)
+                # The recorder's time stamps are whole microseconds.
+                self.wait(lambda: abs(int(self.data("time")) - micros(0) - moments[place]) <= 1)
+                self.settle()
+                shown = int(self.data("time")) - micros(0)
+                expected = {str(channel): (shown + 1) * rate // 1000000 for channel, rate in enumerate(RATES)}
+                self.assertEqual(self.codes(), expected)
+
+    def test_jumps_to_events(self):
+        self.key("n")
+        self.wait(lambda: self.data("time") == str(micros(EVENT)))
+        self.settle()
+        self.assert_shows(EVENT)
+        self.assertIn("14:00:07.000", self.text("events"))
+
+    def test_plays_all_cameras_in_step(self):
+        for rate, spread, span in (("1", 0.25, 2.5), ("4", GOP + 0.1, 2), ("16", GOP + 0.1, 0.5)):
+            self.seek(2)
+            self.browser.execute_script(
+                "const rate = document.getElementById('rate'); rate.value = arguments[0];"
+                "rate.dispatchEvent(new Event('change'))", rate)
+            self.key(" ")
+            self.wait(lambda: self.data("playing") == "true")
+            first = int(self.data("time"))
+            begun = time.monotonic()
+            while time.monotonic() < begun + span and int(self.data("time")) < micros(SECONDS - 2):
+                codes = self.codes()
+                times = [code / RATES[int(channel)] for channel, code in codes.items() if code is not None]
+                self.assertEqual(len(times), len(RATES))
+                self.assertLessEqual(max(times) - min(times), spread, f"at {rate}x")
+                time.sleep(0.1)
+            passed = (int(self.data("time")) - first) / 1000000 / (time.monotonic() - begun)
+            self.assertGreater(passed, 0.3 * float(rate), "it does move")
+            self.assertLess(passed, 1.3 * float(rate), "and not too fast")
+            self.key(" ")
+            self.wait(lambda: self.data("playing") == "false")
+            self.settle()
+
+    def test_plays_backwards(self):
+        self.seek(15)
+        self.key("b")
+        self.wait(lambda: int(self.data("time")) < micros(13))
+        self.key(" ")
+        self.wait(lambda: self.data("playing") == "false")
+
+    def test_skips_the_gap_between_journeys(self):
+        self.seek(SECONDS - 0.5)
+        self.key(" ")
+        self.wait(lambda: int(self.data("time")) >= micros(AGAIN))
+        self.key(" ")
+
+    def test_says_where_nothing_was_recorded(self):
+        self.seek(300)
+        self.assertEqual(self.states(), ["missing"] * len(RATES))
+        self.assertIn("nothing was recorded", self.browser.find_element(By.CSS_SELECTOR, "figure p").text)
+
+    def test_plays_sound(self):
+        self.seek(1)
+        self.assertEqual(float(self.data("soundLevel")), 0)
+        self.key("m")
+        self.key(" ")
+        self.wait(lambda: float(self.data("soundLevel")) > 0.1)
+        self.key(" ")
+        self.wait(lambda: float(self.data("soundLevel")) == 0)
+
+    def test_exports_what_is_marked(self):
+        self.seek(4)
+        self.key("i")
+        self.seek(9)
+        self.key("o")
+        self.key("e")
+        self.wait(lambda: "SHA-256" in self.text("export-result"), 60)
+        path, digest = re.search(r"(/.*\.mkv), \d+ bytes, SHA-256 ([0-9a-f]{64})", self.text("export-result")).groups()
+        other = os.path.join(self.folder, "command.mkv")
+        subprocess.run([PROGRAM, "export", self.image, "--utc", "--from", "2026-11-20 14:00:04", "--to",
+                        "2026-11-20 14:00:09", "--channel", "0-2", "-o", other], check=True, stdout=subprocess.DEVNULL)
+        with open(path, "rb") as one, open(other, "rb") as two:
+            self.assertEqual(one.read(), two.read())
+        printed = subprocess.run(["sha256sum", path], check=True, stdout=subprocess.PIPE, text=True).stdout
+        self.assertTrue(printed.startswith(digest))
+
+    def test_shows_one_camera_alone(self):
+        self.key("2")
+        self.settle()
+        self.assertEqual(list(self.codes()), ["1"])
+        self.key("0")
+        self.settle()
+        self.assertEqual(len(self.codes()), len(RATES))
+
+    def test_lists_its_keys(self):
+        self.key("?")
+        self.assertIn("one frame on", self.text("key-table"))
+        self.key(Keys.ESCAPE)
+
+    def test_comes_back_to_its_time(self):
+        self.seek(11.5)
+        self.wait(lambda: "11.5" in self.browser.current_url)
+        self.assertNotIn("token", self.browser.current_url)
+        self.browser.refresh()
+        self.wait(lambda: self.data("time") == str(micros(11.5)))
+        self.settle()
+        self.assert_shows(11.5)
+
+    def test_asks_nobody_else(self):
+        self.browser.get_log("performance")
+        self.open(self.viewer.address)
+        asked = set()
+        for entry in self.browser.get_log("performance"):
+            message = json.loads(entry["message"])["message"]
+            if message["method"] == "Network.requestWillBeSent":
+                asked.add(message["params"]["request"]["url"])
+        own = self.viewer.address.split("#")[0]
+        self.assertTrue(any(url.startswith(own) for url in asked))
+        self.assertEqual([url for url in asked if not url.startswith((own, "data:", "blob:", "about:"))], [])
+
+    def test_says_where_pictures_are_lost(self):
+        damaged = os.path.join(self.folder, "damaged.img")
+        shutil.copy(self.image, damaged)
+        with open(self.image, "rb") as file:
+            whole = file.read()
+        with open(os.path.join(self.folder, "c1.h264"), "rb") as file:
+            clip = file.read()
+        middle = whole.find(clip[len(clip) // 2 : len(clip) // 2 + 64])  # a picture of camera 1, from 0.7 s to 3.5 s
+        self.assertGreater(middle, 0)
+        with open(damaged, "r+b") as file:
+            file.seek(middle)
+            file.write(b"\xee" * 60000)
+        viewer = Viewer(damaged, self.folder)
+        try:
+            self.open(viewer.address)
+            self.seek(1.5)
+            self.assertIn("missing", self.states())
+            texts = [text.text for text in self.browser.find_elements(By.CSS_SELECTOR, "figure p")]
+            self.assertTrue(any("here video is missing" in text for text in texts), texts)
+            self.assertNotEqual(self.browser.find_elements(By.CSS_SELECTOR, "#damages .loss"), [])
+            self.seek(0.1)
+            self.key("l")
+            self.wait(lambda: int(self.data("time")) > micros(0.1))
+            self.settle()
+        finally:
+            viewer.end()
+
+    def test_shows_32_cameras(self):
+        cameras = [{"channel": channel, "frame_rate": 5, "gop": 10, "bitrate": 100000} for channel in range(32)]
+        clips = [{"channel": channel, "video": "small.h264"} for channel in range(32)]
+        image = record(self.folder, "many", cameras, [{"start": rfc3339(0), "seconds": 4, "clips": clips}])
+        viewer = Viewer(image, self.folder)
+        try:
+            self.open(viewer.address)
+            self.seek(2.1)
+            self.assertEqual(self.codes(), {str(channel): 10 for channel in range(32)})
+        finally:
+            viewer.end()
+
+
+if __name__ == "__main__":
+    missing = [name for name in NEEDED if shutil.which(name) is None]
+    if webdriver is None or missing:
+        print("not run for want of:", ", ".join(missing or ["python3-selenium"]))
+        sys.exit(77)
+    unittest.main(argv=[sys.argv[0], "-v", *sys.argv[3:]])
