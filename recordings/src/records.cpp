@@ -80,6 +80,7 @@ Contents ContentsOfFrames(const Disk& disk, const Block& block, const ProblemSin
     for (uint32_t i = 0; i < tables.Events(); ++i) {
         const EventIndexItem_t entry = tables.eventTab.At(i);
         Event event = EventOf(block, i, entry.type, entry.pts);
+        event.offset = entry.pos;
         event.indexed = false;
         contents.events.push_back(event);
     }
@@ -101,6 +102,7 @@ Contents ContentsOfIndex(const Block& block, const BlockIndex& index) {
     for (const IndexedEvent& entry : index.events) {
         const auto number = static_cast<uint32_t>(contents.events.size());
         contents.events.push_back(EventOf(block, number, entry.type, entry.time));
+        contents.events.back().offset = entry.offset;
     }
     return contents;
 }
@@ -213,6 +215,25 @@ void ForEachRecord(const Disk& disk, const BlockList& blocks, const RecordQuery&
     BlockWalk(disk, blocks, query.range, {false, true, false}).Run(problems, watch, takeSegments);
 }
 
+void ForEachRecordAndEvent(const Disk& disk, const BlockList& blocks, const RecordQuery& query,
+                           const ProblemSink& problems, const Watch& watch, const RecordsAndEvents& take) {
+    const ChannelSet channels = query.channels.Without(disk.Hidden());
+    const auto takeContents = [&](const Contents& contents) {
+        TakeInOrder(contents, channels, [&](const Record& record) {
+            if (query.range.Meets(record.start, record.end)) {
+                take.record(record);
+            }
+        });
+        for (const Event& event : contents.events) {
+            if (query.range.Holds(event.time)) {
+                take.event(event);
+            }
+        }
+    };
+    blocks.Report(query.range, problems);
+    BlockWalk(disk, blocks, query.range, {false, true, true}).Run(problems, watch, takeContents);
+}
+
 std::vector<Record> RecordsOf(const Disk& disk, const Block& block, const ProblemSink& problems) {
     std::vector<Record> records;
     TakeInOrder(ContentsOf(disk, block, {false, true, false}, problems),
@@ -231,6 +252,19 @@ std::vector<Event> FindEvents(const Disk& disk, const BlockList& blocks, const T
     blocks.Report(range, problems);
     BlockWalk(disk, blocks, range, {false, true, true}).Run(problems, watch, takeEvents);
     return events;
+}
+
+std::optional<uint32_t> ChannelOf(const Disk& disk, const Event& event) {
+    std::optional<uint32_t> channel = event.channel;
+    FrameHead_t head = {};
+    if (!channel && event.offset && *event.offset < disk.Layout().frameBytes &&
+        disk.Bytes().ReadWhole(disk.StartOf(event.block) + disk.Layout().frames + *event.offset, &head,
+                               sizeof head) &&
+        head.sync == BLOCK_MAGIC && head.type == kEventFrame && head.pts == event.micros) {
+        channel = head.chn;
+    }
+    const bool shown = channel && *channel < kChannels && !disk.Hidden().Has(*channel);
+    return shown ? channel : std::nullopt;
 }
 
 } // namespace recordings

@@ -33,7 +33,8 @@ struct Event {
     uint32_t time = 0;               ///< seconds
     int64_t micros = 0;              ///< the same, microseconds
     uint64_t type = 0;               ///< type bits
-    std::optional<uint32_t> channel; ///< of the event's frame, where that was read
+    std::optional<uint32_t> offset;  ///< of its frame in the frame area, where an index tells it
+    std::optional<uint32_t> channel; ///< of its frame, where that was read
     bool indexed = true;             ///< else taken from the frames of a block that has no index
 };
 
@@ -51,6 +52,19 @@ RECORDINGS_API void ForEachRecord(const Disk& disk, const BlockList& blocks, con
                                   const ProblemSink& problems, const Watch& watch,
                                   const std::function<void(const Record&)>& take);
 
+/// Takes what a disk holds, as it is found.
+struct RecordsAndEvents {
+    std::function<void(const Record&)> record;
+    std::function<void(const Event&)> event;
+};
+
+/// Hands over the records of the range and all its events, block by block: the same as ForEachRecord and FindEvents do, with
+/// each index read once.
+/// @throws Error (Cancelled)
+RECORDINGS_API void ForEachRecordAndEvent(const Disk& disk, const BlockList& blocks, const RecordQuery& query,
+                                          const ProblemSink& problems, const Watch& watch,
+                                          const RecordsAndEvents& take);
+
 /// The records of one block, in the same order.
 RECORDINGS_API std::vector<Record> RecordsOf(const Disk& disk, const Block& block,
                                              const ProblemSink& problems);
@@ -60,6 +74,10 @@ RECORDINGS_API std::vector<Record> RecordsOf(const Disk& disk, const Block& bloc
 RECORDINGS_API std::vector<Event> FindEvents(const Disk& disk, const BlockList& blocks,
                                              const TimeRange& range, EventMask mask,
                                              const ProblemSink& problems, const Watch& watch = {});
+
+/// The channel of an event: that of its frame, which is read if need be.
+/// @return nothing when the frame is not where the index says, or its channel is locked
+RECORDINGS_API std::optional<uint32_t> ChannelOf(const Disk& disk, const Event& event);
 
 } // namespace recordings
 

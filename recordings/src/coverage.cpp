@@ -1,0 +1,298 @@
+#include "recordings/coverage.h"
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <utility>
+
+namespace recordings {
+
+namespace {
+
+constexpr int64_t kMicros = 1000000;
+constexpr uint32_t kLastSecond = 0xFFFFFFFF;
+
+/// The time of one record; it may have been recorded while the clock was set back.
+Span SpanOf(const Record& record) {
+    return {record.start, std::max(record.start, record.end)};
+}
+
+bool Earlier(const Span& a, const Span& b) {
+    return a.start < b.start;
+}
+
+/// Joins spans that have at most @p silence seconds between them.
+std::vector<Span> Joined(std::vector<Span> spans, uint32_t silence) {
+    if (!std::is_sorted(spans.begin(), spans.end(), Earlier)) {
+        std::sort(spans.begin(), spans.end(), Earlier);
+    }
+    std::vector<Span> joined;
+    for (const Span& span : spans) {
+        if (!joined.empty() && span.start <= int64_t{joined.back().end} + 1 + silence) {
+            joined.back().end = std::max(joined.back().end, span.end);
+        } else {
+            joined.push_back(span);
+        }
+    }
+    return joined;
+}
+
+/// The entry of those that rise, without meeting each other, that a time belongs to; or that is nearest to it.
+template <typename Items, typename SpanOfItem>
+size_t Nearest(const Items& items, uint32_t time, const SpanOfItem& spanOf) {
+    const auto after = std::partition_point(items.begin(), items.end(),
+                                            [&](const auto& item) { return spanOf(item).end < time; });
+    if (after == items.end() || (after != items.begin() && spanOf(*after).start > time &&
+                                 spanOf(*after).start - time > time - spanOf(*std::prev(after)).end)) {
+        return static_cast<size_t>(after - items.begin()) - 1;
+    }
+    return static_cast<size_t>(after - items.begin());
+}
+
+std::vector<Span> GapsBetween(const std::vector<Span>& spans) {
+    std::vector<Span> gaps;
+    for (size_t i = 1; i < spans.size(); ++i) {
+        gaps.push_back({spans[i - 1].end + 1, spans[i].start - 1});
+    }
+    return gaps;
+}
+
+/// Alarms that meet are one.
+std::vector<AlarmSpan> JoinedAlarms(std::vector<AlarmSpan> alarms) {
+    std::sort(alarms.begin(), alarms.end(),
+              [](const AlarmSpan& a, const AlarmSpan& b) { return Earlier(a.time, b.time); });
+    std::vector<AlarmSpan> joined;
+    for (const AlarmSpan& alarm : alarms) {
+        if (!joined.empty() && alarm.time.start <= int64_t{joined.back().time.end} + 1) {
+            joined.back().time.end = std::max(joined.back().time.end, alarm.time.end);
+            joined.back().types |= alarm.types;
+        } else {
+            joined.push_back(alarm);
+        }
+    }
+    return joined;
+}
+
+/// The time of a problem: that of the frames around it, or of its block.
+Span TimeOf(const Problem& problem, const BlockList& blocks) {
+    const auto seconds = [](int64_t micros) {
+        return static_cast<uint32_t>(std::clamp<int64_t>(micros / kMicros, 0, kLastSecond));
+    };
+    Span time;
+    const std::optional<size_t> entry = problem.block ? blocks.Find(*problem.block) : std::nullopt;
+    if (entry) {
+        const Block& block = blocks.All()[*entry];
+        time = {block.start, std::max(block.start, block.end)};
+    }
+    if (problem.before || problem.after) {
+        time.start = seconds(problem.before.value_or(int64_t{time.start} * kMicros));
+        time.end = std::max(time.start, seconds(problem.after.value_or(int64_t{time.start} * kMicros)));
+    }
+    return time;
+}
+
+ChannelSet ChannelsOf(const Problem& problem) {
+    ChannelSet channels = {problem.channels};
+    if (problem.channel) {
+        channels.Add(*problem.channel);
+    }
+    return channels.Empty() ? ChannelSet::All() : channels;
+}
+
+/// A problem of the disk as a whole has no place in time.
+bool HasTime(const Problem& problem) {
+    return problem.block.has_value() || problem.before || problem.after;
+}
+
+} // namespace
+
+struct CoverageMaker::State {
+    struct Alarm {
+        Event event;
+        uint32_t before;
+        uint32_t after;
+    };
+    /// What the records of one channel add up to, at their starts.
+    struct Amount {
+        uint32_t start;
+        uint64_t bytes;
+    };
+
+    JourneyQuery query;
+    std::vector<Span> spans[kChannels];
+    std::vector<Amount> amounts;
+    std::vector<Alarm> alarms;
+    std::vector<Damage> damage;
+
+    static Span TimeOfJourney(const JourneyCoverage& each) { return {each.journey.start, each.journey.end}; }
+
+    /// The journey that a time belongs to.
+    static JourneyCoverage& JourneyAt(Coverage& coverage, uint32_t time) {
+        return coverage.journeys[Nearest(coverage.journeys, time, TimeOfJourney)];
+    }
+
+    /// Journeys with their times alone.
+    void MakeJourneys(const std::vector<Span> (&recorded)[kChannels], Coverage& coverage) const {
+        std::vector<Span> all;
+        for (const auto& channel : recorded) {
+            all.insert(all.end(), channel.begin(), channel.end());
+        }
+        for (const Span& span : Joined(std::move(all), query.silence)) {
+            JourneyCoverage each;
+            each.journey.number = static_cast<uint32_t>(coverage.journeys.size()) + 1;
+            each.journey.start = span.start;
+            each.journey.end = span.end;
+            coverage.journeys.push_back(std::move(each));
+        }
+    }
+
+    /// Shares the spans of a channel out to the journeys that they lie in.
+    static void AddChannel(uint32_t channel, const std::vector<Span>& recorded, Coverage& coverage) {
+        auto journey = coverage.journeys.begin();
+        for (const Span& span : recorded) {
+            while (journey->journey.end < span.start) {
+                ++journey;
+            }
+            if (!journey->journey.channels.Has(channel)) {
+                journey->journey.channels.Add(channel);
+                journey->channels.push_back({channel, {}, {}});
+            }
+            journey->channels.back().recorded.push_back(span);
+        }
+    }
+
+    void AddAlarms(Coverage& coverage) const {
+        for (const Alarm& alarm : alarms) {
+            JourneyCoverage& each = JourneyAt(coverage, alarm.event.time);
+            ++each.journey.alarms;
+            each.events.push_back(alarm.event);
+            const uint32_t time = alarm.event.time;
+            each.alarms.push_back(
+                {{time - std::min(time, alarm.before), time + std::min(kLastSecond - time, alarm.after)},
+                 alarm.event.type});
+        }
+    }
+
+    void AddDamage(Coverage& coverage) const {
+        for (const Damage& each : damage) {
+            JourneyCoverage& journey = JourneyAt(coverage, each.time.start);
+            journey.journey.losses += each.severity == Severity::Loss ? 1 : 0;
+            journey.damage.push_back(each);
+        }
+    }
+
+    static void Finish(JourneyCoverage& journey) {
+        for (ChannelCoverage& channel : journey.channels) {
+            channel.gaps = GapsBetween(channel.recorded);
+        }
+        journey.alarms = JoinedAlarms(std::move(journey.alarms));
+        std::stable_sort(journey.events.begin(), journey.events.end(),
+                         [](const Event& a, const Event& b) { return a.micros < b.micros; });
+        std::stable_sort(journey.damage.begin(), journey.damage.end(),
+                         [](const Damage& a, const Damage& b) { return Earlier(a.time, b.time); });
+    }
+};
+
+CoverageMaker::CoverageMaker(const JourneyQuery& query) : m_state(std::make_unique<State>()) {
+    m_state->query = query;
+}
+
+CoverageMaker::~CoverageMaker() = default;
+
+void CoverageMaker::Add(const Record& record) {
+    if (m_state->query.channels.Has(record.channel)) {
+        m_state->spans[record.channel].push_back(SpanOf(record));
+        m_state->amounts.push_back({record.start, record.bytes});
+    }
+}
+
+void CoverageMaker::Add(const Event& event, uint32_t before, uint32_t after) {
+    m_state->alarms.push_back({event, before, after});
+}
+
+void CoverageMaker::Add(const Problem& problem, const Span& time) {
+    m_state->damage.push_back({time, ChannelsOf(problem), problem.kind, problem.severity, problem});
+}
+
+Coverage CoverageMaker::Make() const {
+    std::vector<Span> recorded[kChannels];
+    for (uint32_t channel = 0; channel < kChannels; ++channel) {
+        recorded[channel] = Joined(m_state->spans[channel], 0);
+    }
+    Coverage coverage;
+    m_state->MakeJourneys(recorded, coverage);
+    if (coverage.journeys.empty()) {
+        return coverage; // no journey for anything to belong to
+    }
+    for (uint32_t channel = 0; channel < kChannels; ++channel) {
+        State::AddChannel(channel, recorded[channel], coverage);
+    }
+    for (const State::Amount& amount : m_state->amounts) {
+        Journey& journey = State::JourneyAt(coverage, amount.start).journey;
+        ++journey.records;
+        journey.bytes += amount.bytes;
+    }
+    m_state->AddAlarms(coverage);
+    m_state->AddDamage(coverage);
+    for (JourneyCoverage& journey : coverage.journeys) {
+        State::Finish(journey);
+    }
+    return coverage;
+}
+
+Coverage ReadCoverage(const Disk& disk, const BlockList& blocks, const JourneyQuery& query,
+                      const ProblemSink& problems, const Watch& watch) {
+    CoverageMaker maker(query);
+    ProblemList seen;
+    const ProblemSink note = [&](const Problem& problem) {
+        seen.Add(problem);
+        if (problems) {
+            problems(problem);
+        }
+    };
+    std::map<uint32_t, std::pair<uint32_t, uint32_t>> margins; // of alarms, by block
+    RecordsAndEvents take;
+    take.record = [&maker](const Record& record) { maker.Add(record); };
+    take.event = [&](const Event& event) {
+        auto found = margins.find(event.block);
+        if (found == margins.end()) {
+            const auto identity = ReadIdentity(disk, event.block);
+            found = margins
+                        .emplace(event.block,
+                                 identity ? std::pair(identity->preRecordSeconds, identity->alarmDelaySeconds)
+                                          : std::pair(0u, 0u))
+                        .first;
+        }
+        maker.Add(event, found->second.first, found->second.second);
+    };
+    RecordQuery wanted;
+    wanted.channels = query.channels;
+    ForEachRecordAndEvent(disk, blocks, wanted, note, watch, take);
+    for (const Problem& problem : seen.All()) {
+        if (HasTime(problem)) {
+            maker.Add(problem, TimeOf(problem, blocks));
+        }
+    }
+    return maker.Make();
+}
+
+std::vector<Journey> FindJourneys(const Disk& disk, const BlockList& blocks, const JourneyQuery& query,
+                                  const ProblemSink& problems, const Watch& watch) {
+    std::vector<Journey> journeys;
+    for (const JourneyCoverage& each : ReadCoverage(disk, blocks, query, problems, watch).journeys) {
+        journeys.push_back(each.journey);
+    }
+    return journeys;
+}
+
+uint32_t LastSecondOf(const Disk& disk, const Block& block, const ProblemSink& problems) {
+    uint32_t last = std::max(block.start, block.end);
+    if (!block.closed && !block.unreadable && !block.wiped) {
+        for (const Record& record : RecordsOf(disk, block, problems)) {
+            last = std::max(last, record.end);
+        }
+    }
+    return last;
+}
+
+} // namespace recordings
