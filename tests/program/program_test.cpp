@@ -506,6 +506,7 @@ TEST_F(Program, Info) {
               "Recorded from             2026-11-20 14:00:00\n"
               "Newest block              4\n"
               "Newest block from         2026-11-20 14:40:00\n"
+              "Recorded to               2026-11-20 14:40:10\n"
               "Newest block closed       no\n"
               "Vehicle number            B 4711\n"
               "Vehicle id                bus-7\n"

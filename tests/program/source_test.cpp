@@ -98,7 +98,8 @@ TEST_F(Sources, CommandsFindThePartitionOnAWholeDisk) {
     EXPECT_EQ(info["partition_number"], 2);
     EXPECT_EQ(info["partition_start_bytes"], kBegin);
     EXPECT_EQ(info["device_size_bytes"], m_bytes.size());
-    EXPECT_NE(Run({"info", File("whole")}).out.find("Partition                 2\nPartition from            6.0 MiB\n"),
+    EXPECT_NE(Run({"info", File("whole")})
+                  .out.find("Partition                 2\nPartition from            6.0 MiB\n"),
               std::string::npos);
     EXPECT_EQ(Run({"info", File("disk")}).out.find("Partition "), std::string::npos);
 }
@@ -165,6 +166,103 @@ TEST_F(Sources, NoErrorIsPrintedIntoAWholeDisk) {
     EXPECT_EQ(RunProgram({"sh", "-c", DISKACCESS_PROGRAM " list '" + path + "' 2>>'" + path + "'"}).exitCode,
               1);
     EXPECT_TRUE(ReadFile(path) == bytes);
+}
+
+// ---- find
+
+TEST_F(Sources, FindNamesWhatToGive) {
+    const std::string path = MakeWhole();
+    WriteInto(path, kMiB, m_bytes.substr(0, kMiB));
+    std::ofstream(File("notes")) << std::string(600, 'x');
+    const ProgramResult result = Run({"find", path, File("disk"), File("notes"), "--utc", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const Json found = Json::parse(result.out);
+    EXPECT_EQ(SchemaErrors("find", found), "");
+    ASSERT_EQ(found["partitions"].size(), 3u);
+    EXPECT_EQ(found["partitions"][0]["partition_number"], 1);
+    EXPECT_EQ(found["partitions"][0]["start"], nullptr); // cut off before its first block
+    const Json expected = {{"partition", path},
+                           {"partition_number", 2},
+                           {"size_bytes", m_bytes.size()},
+                           {"vehicle_number", "SAMPLE 1"},
+                           {"start", "2026-11-20T14:00:00Z"},
+                           {"end", "2026-11-20T14:00:09Z"},
+                           {"block_count", 4}};
+    EXPECT_EQ(found["partitions"][1], expected);
+    EXPECT_EQ(found["partitions"][2]["partition_number"], nullptr);
+    EXPECT_EQ(found["disks"][2],
+              (Json{{"disk", File("notes")}, {"size_bytes", 600}, {"holds", "no recorder's partition"}}));
+    const std::string text = Run({"find", path, File("disk")}).out;
+    EXPECT_NE(text.find("To see what is on it:\n    diskaccess " + path + " --partition 1\n    diskaccess " +
+                        path + " --partition 2\n    diskaccess " + File("disk") + "\n"),
+              std::string::npos)
+        << text;
+}
+
+TEST_F(Sources, FindGoesOnAfterADiskThatCannotBeRead) {
+    fs::permissions(File(""), fs::perms::others_exec | fs::perms::others_read, fs::perm_options::add);
+    fs::copy_file(File("disk"), File("secret disk"));
+    fs::permissions(File("secret disk"), fs::perms::none);
+    fs::permissions(File("disk"), fs::perms::others_read, fs::perm_options::add);
+    ProgramSetting setting;
+    setting.userId = 65534;
+    const ProgramResult result =
+        RunProgram({DISKACCESS_PROGRAM, "find", File("secret disk"), File("missing"), File("disk")}, setting);
+    if (result.exitCode == 127) {
+        GTEST_SKIP() << "the program lies where another user cannot run it";
+    }
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, "diskaccess: " + File("missing") +
+                              ": cannot be opened: No such file or directory; check the name\n"
+                              "diskaccess: " +
+                              File("secret disk") +
+                              ": no permission to read; run as root, or ask for the right to read\n");
+    EXPECT_NE(result.out.find("SAMPLE 1"), std::string::npos);
+}
+
+TEST_F(Sources, FindOfNothingSaysSo) {
+    std::ofstream(File("notes")) << "x";
+    const ProgramResult result = Run({"find", File("notes")});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.out.find("No partition of a recorder was found.\n"), 0u) << result.out;
+    const Json found = Json::parse(Run({"find", File("notes"), "--json"}).out);
+    EXPECT_EQ(SchemaErrors("find", found), "");
+    EXPECT_TRUE(found["partitions"].empty());
+}
+
+TEST_F(Sources, FindLooksAtThisMachinesDisks) {
+    const ProgramResult result = Run({"find", "--json"});
+    EXPECT_LE(result.exitCode, 1); // where disks may not be read
+    EXPECT_EQ(SchemaErrors("find", Json::parse(result.out)), "");
+}
+
+// ---- journeys
+
+TEST_F(Sources, ADiskByItselfShowsItsJourneys) {
+    const ProgramResult result = Run({File("disk"), "--utc", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, Run({"journeys", File("disk"), "--utc", "--json"}).out);
+    const Json document = Json::parse(result.out);
+    EXPECT_EQ(SchemaErrors("journeys", document), "");
+    ASSERT_EQ(document["journeys"].size(), 1u);
+    EXPECT_EQ(document["journeys"][0]["start"], "2026-11-20T14:00:00Z");
+    EXPECT_EQ(document["journeys"][0]["end"], "2026-11-20T14:00:09Z");
+    EXPECT_EQ(document["journey_count"], 1);
+    EXPECT_EQ(Json::parse(Run({"journeys", File("disk"), "--channel", "7", "--json"}).out)["journey_count"],
+              0);
+    EXPECT_EQ(Run({File("missing")}).exitCode, 2);
+}
+
+TEST_F(Sources, SilenceIsALengthOfTime) {
+    for (const char* const good : {"0", "90s", "5m", "1h", "1d"}) {
+        EXPECT_EQ(Run({"journeys", File("disk"), "--silence", good}).exitCode, 0) << good;
+    }
+    for (const char* const bad : {"m", "5x", "5 m", "99999999999", "4294967296", "71582789m", "5ms"}) {
+        const ProgramResult result = Run({"journeys", File("missing"), "--silence", bad});
+        EXPECT_EQ(result.exitCode, 2) << bad;
+        EXPECT_EQ(result.err, "diskaccess: --silence: '" + std::string(bad) +
+                                  "' is no length of time; give one like 5m, 90s or 1h\n");
+    }
 }
 
 } // namespace

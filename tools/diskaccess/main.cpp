@@ -14,6 +14,9 @@ namespace {
 
 using namespace diskaccess;
 
+/// What is done with a disk by itself.
+constexpr const char* kDefaultCommand = "journeys";
+
 /// A command that reads the recordings of a disk.
 Command OnDisk(const char* name, const char* description) {
     Command command(name, description);
@@ -30,6 +33,18 @@ Command::Run Asks(ExitCode (*answer)(Context& context)) {
 
 std::vector<Command> AllCommands() {
     return {
+        Command("find", "Looks for the partitions of recorders, on all disks or on those named")
+            .Takes(AddDisks)
+            .Takes(AddZoneOptions)
+            .Takes(AddFormatOptions)
+            .Takes(AddSkewOption)
+            .Does([](const Options& options, const std::string& /*name*/) { return Find(options); }),
+        OnDisk(kDefaultCommand,
+               "What was recorded when, from one silence to the next; also without a command")
+            .Takes(AddChannelOption)
+            .Takes(AddSilenceOption)
+            .Checks(CheckJourneys)
+            .Does(Asks(Journeys)),
         OnDisk("info", "What the partition is: layout, recorded span, vehicle, channels").Does(Asks(Info)),
         OnDisk("list", "The recordings, oldest block first; with --alarm those around events")
             .Takes(AddRangeOptions)
@@ -88,7 +103,7 @@ int main(int argc, char** argv) {
         KeepPayloadsInTheHeap();
         OccupyStandardDescriptors();
         std::signal(SIGPIPE, SIG_IGN); // a closed pipe shows as a failed write, which is not an error
-        return RunCommandLine(AllCommands(), argc, argv);
+        return RunCommandLine(AllCommands(), kDefaultCommand, argc, argv);
     } catch (const std::exception& error) {
         Complain(error.what());
         return kFailed;

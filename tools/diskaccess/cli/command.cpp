@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <new>
 
 #include "cli/output.h"
@@ -30,6 +31,23 @@ ExitCode Execute(const Command& command, const CLI::App& typed, const Options& o
         Complain("memory is short; give the program more, or ask for a shorter time");
         return kFailed;
     }
+}
+
+/// The arguments, last first, as the parser takes them; with the default command before a file.
+std::vector<std::string> ArgumentsOf(const CLI::App& app, const std::string& defaultCommand, int argc,
+                                     char** argv) {
+    std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    const std::vector<const CLI::App*> commands = app.get_subcommands({});
+    const bool named = !arguments.empty() && arguments.front().compare(0, 1, "-") != 0;
+    const bool isCommand =
+        named && std::any_of(commands.begin(), commands.end(),
+                             [&](const CLI::App* command) { return command->check_name(arguments.front()); });
+    std::error_code none;
+    if (named && !isCommand && std::filesystem::exists(arguments.front(), none)) {
+        arguments.insert(arguments.begin(), defaultCommand);
+    }
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
 }
 
 } // namespace
@@ -68,7 +86,8 @@ void Command::AddTo(CLI::App& app, Options& options, const Chosen& chosen) const
     command->callback([chosen, command] { chosen(*command); });
 }
 
-int RunCommandLine(const std::vector<Command>& commands, int argc, char** argv) {
+int RunCommandLine(const std::vector<Command>& commands, const std::string& defaultCommand, int argc,
+                   char** argv) {
     CLI::App app("Shows what is on a video recorder's recording partition. Only ever reads it.",
                  "diskaccess");
     app.set_version_flag("--version", "diskaccess " DISKACCESS_VERSION);
@@ -84,7 +103,7 @@ int RunCommandLine(const std::vector<Command>& commands, int argc, char** argv) 
     }
     completion::AddCommand(app);
     try {
-        app.parse(argc, argv);
+        app.parse(ArgumentsOf(app, defaultCommand, argc, argv));
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {

@@ -41,8 +41,10 @@ private:
 };
 
 /// Reads a command line and carries it out.
+/// @param defaultCommand name of the one that is meant when the first argument is no command, but a file
 /// @return the program's exit status
-int RunCommandLine(const std::vector<Command>& commands, int argc, char** argv);
+int RunCommandLine(const std::vector<Command>& commands, const std::string& defaultCommand, int argc,
+                   char** argv);
 
 } // namespace diskaccess
 

@@ -28,6 +28,13 @@ void AddPartition(CLI::App& command, Options& options) {
         ->required();
 }
 
+void AddDisks(CLI::App& command, Options& options) {
+    command
+        .add_option("DISK", options.disks,
+                    "Disks, partitions or images of them (default: every disk of this machine)")
+        ->type_name("FILE");
+}
+
 void AddZoneOptions(CLI::App& command, Options& options) {
     auto* const zone = command
                            .add_option("--tz", options.zone,
@@ -73,23 +80,26 @@ void AddTextFormatOption(CLI::App& command, Options& options) {
     AddFormat(command, options, "text, the only one", {"text"});
 }
 
-void AddDiskOptions(CLI::App& command, Options& options) {
+void AddSkewOption(CLI::App& command, Options& options) {
     constexpr int64_t kMostSkew =
         std::numeric_limits<uint32_t>::max(); // all that a recorder's clock can count
-    auto* const skew = command
-                           .add_option("--skew", options.skew,
-                                       "Seconds that the recorder's clock was ahead (negative: behind)")
-                           ->check(completion::WholeNumber(-kMostSkew, kMostSkew))
-                           ->option_text("SECONDS");
     command
-        .add_option("--clock-check", options.clockCheck,
-                    "The same, as seen: what the recorder's clock showed, =, and the true time then")
-        ->excludes(skew)
-        ->option_text("TIME=TIME");
+        .add_option("--skew", options.skew, "Seconds that the recorder's clock was ahead (negative: behind)")
+        ->check(completion::WholeNumber(-kMostSkew, kMostSkew))
+        ->option_text("SECONDS");
+}
+
+void AddDiskOptions(CLI::App& command, Options& options) {
     command
         .add_option("--partition", options.partitionNumber,
                     "Number of the partition on a whole disk (default: the only one of a recorder)")
         ->option_text("N");
+    AddSkewOption(command, options);
+    command
+        .add_option("--clock-check", options.clockCheck,
+                    "The same, as seen: what the recorder's clock showed, =, and the true time then")
+        ->excludes(command.get_option("--skew"))
+        ->option_text("TIME=TIME");
     command
         .add_option("--disk-type", options.diskType,
                     "The recorder's disk type code (default: as the head says)")
@@ -119,6 +129,14 @@ void AddChannelOption(CLI::App& command, Options& options) {
 void AddAlarmOption(CLI::App& command, Options& options) {
     command.add_option("--alarm", options.alarm, "Event types: the sum of their bits, like 0x5, or all")
         ->option_text("MASK");
+}
+
+void AddSilenceOption(CLI::App& command, Options& options) {
+    command
+        .add_option("--silence", options.silence,
+                    "What parts two journeys: more time without any recording than this, like 90s, 5m or 1h")
+        ->option_text("TIME")
+        ->default_str("5m");
 }
 
 void AddListOptions(CLI::App& command, Options& options) {

@@ -22,6 +22,12 @@ struct Options {
     std::string zone;
     Format format = Format::Text;
 
+    // find
+    std::vector<std::string> disks;
+
+    // commands that join recordings
+    std::string silence = "5m";
+
     // commands that search the disk
     int64_t skew = 0; ///< seconds that the recorder's clock was ahead of true time
     std::string clockCheck;
@@ -75,6 +81,8 @@ extern const char* const kHelpFooter;
 // Each of these has a command accept options, and lead to @p options what is typed.
 
 void AddPartition(CLI::App& command, Options& options);
+/// Any number of disks.
+void AddDisks(CLI::App& command, Options& options);
 void AddZoneOptions(CLI::App& command, Options& options);
 void AddFormatOptions(CLI::App& command, Options& options);
 /// --format for a command that has text only.
@@ -85,6 +93,9 @@ void AddRangeOptions(CLI::App& command, Options& options);
 void AddChannelOption(CLI::App& command, Options& options);
 void AddAlarmOption(CLI::App& command, Options& options);
 
+/// Seconds that the recorder's clock was ahead.
+void AddSkewOption(CLI::App& command, Options& options);
+void AddSilenceOption(CLI::App& command, Options& options);
 void AddListOptions(CLI::App& command, Options& options);
 void AddCheckOptions(CLI::App& command, Options& options);
 void AddPlayOptions(CLI::App& command, Options& options);

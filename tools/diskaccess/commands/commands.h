@@ -8,6 +8,7 @@ namespace diskaccess {
 // The commands, one file each: what the disk is asked, and how the answer is laid out. Each returns the exit status.
 
 ExitCode Info(Context& context);
+ExitCode Journeys(Context& context);
 ExitCode List(Context& context);
 ExitCode Events(Context& context);
 ExitCode Days(Context& context);
@@ -20,9 +21,12 @@ ExitCode View(Context& context);
 
 // What is wrong with the options of a command alone, thrown before anything is read.
 
+void CheckJourneys(const Options& options);
 void CheckPlay(const Options& options);
 void CheckExport(const Options& options);
 
+/// Looks for the partitions of recorders on disks: on all of this machine where none is named.
+ExitCode Find(const Options& options);
 /// Takes any device as it is, also one that holds no partition.
 ExitCode Dump(const Options& options);
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "commands/commands.h"
+#include "recordings/journeys.h"
 #include "render/printable.h"
 
 namespace diskaccess {
@@ -85,7 +86,7 @@ Ends EndsOf(const recordings::BlockList& blocks) {
     return ends;
 }
 
-Facts SpanOf(const Context& context, const Ends& ends) {
+Facts SpanOf(Context& context, const Ends& ends) {
     const auto number = [](const Block* block) {
         return block == nullptr ? Value(Nothing{}) : Value(uint64_t{block->number});
     };
@@ -96,6 +97,10 @@ Facts SpanOf(const Context& context, const Ends& ends) {
             {"oldest_start", "Recorded from", start(ends.oldest)},
             {"newest_block", "Newest block", number(ends.newest)},
             {"newest_start", "Newest block from", start(ends.newest)},
+            {"newest_end", "Recorded to",
+             ends.newest == nullptr ? Value(Nothing{})
+                                    : Value(context.Clock().TrueTime(
+                                          LastSecondOf(context.Disk(), *ends.newest, context.Problems())))},
             {"newest_closed", "Newest block closed",
              ends.newest == nullptr ? Value(Nothing{}) : Value(ends.newest->closed)}};
 }

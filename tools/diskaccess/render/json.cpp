@@ -40,7 +40,11 @@ Json RowJson(const std::vector<Column>& columns, const Row& row, const TimeZone&
 
 /// What every document begins with.
 Json HeaderJson(const std::string& command, const std::string& partition) {
-    return {{"schema_version", kSchemaVersion}, {"command", command}, {"partition", partition}};
+    Json header = {{"schema_version", kSchemaVersion}, {"command", command}};
+    if (!partition.empty()) {
+        header["partition"] = partition;
+    }
+    return header;
 }
 
 } // namespace

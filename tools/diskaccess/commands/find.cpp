@@ -1,0 +1,191 @@
+#include <cerrno>
+
+#include "cli/disk_clock.h"
+#include "cli/output.h"
+#include "cli/problems.h"
+#include "cli/progress.h"
+#include "cli/query.h"
+#include "cli/source.h"
+#include "commands/commands.h"
+#include "recordings/blocks.h"
+#include "recordings/host_disks.h"
+#include "recordings/journeys.h"
+#include "render/printable.h"
+#include "render/renderer.h"
+
+namespace diskaccess {
+
+namespace {
+
+using recordings::Block;
+using recordings::Partition;
+
+/// What a shell takes for one word.
+std::string ShellWord(const std::string& text) {
+    const bool plain =
+        !text.empty() && text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                                "0123456789_./-+:,@%") == std::string::npos;
+    if (plain) {
+        return text;
+    }
+    std::string quoted = "'";
+    for (const char c : text) {
+        quoted += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+/// Looks at disks, and shows what is found.
+class Finder {
+public:
+    explicit Finder(const Options& options)
+        : m_options(options), m_zone(ReadZone(options)), m_clock(options.skew),
+          m_answer(MakeRenderer(options.format, m_zone, [this](const std::string& text) { Write(text); })) {}
+
+    ExitCode Run() {
+        for (const recordings::HostDisk& disk : WantedDisks()) {
+            LookAt(disk);
+        }
+        if (!m_forbidden.empty()) {
+            Fail(m_forbidden + ": no permission to read; run as root, or ask for the right to read");
+        }
+        Show();
+        return m_failed ? kFailed : kDone;
+    }
+
+private:
+    void Write(const std::string& text) {
+        m_progress.Hide();
+        m_output.Write(text);
+    }
+
+    void Fail(const std::string& line) {
+        m_failed = true;
+        m_progress.Hide();
+        Complain(line);
+    }
+
+    std::vector<recordings::HostDisk> WantedDisks() const {
+        std::vector<recordings::HostDisk> disks;
+        for (const std::string& path : m_options.disks) {
+            disks.push_back({path, 0});
+        }
+        return disks.empty() ? recordings::HostDisks() : disks;
+    }
+
+    void LookAt(const recordings::HostDisk& each) {
+        const size_t found = m_partitions.size();
+        uint64_t size = each.size;
+        std::string holds = "not readable";
+        try {
+            const auto disk = recordings::OpenWhole(each.path);
+            size = disk->Size();
+            for (const Partition& partition : RecordersOn(*disk)) {
+                Describe(each.path, *disk, partition);
+            }
+            holds = m_partitions.size() != found ? "recordings" : "no recorder's partition";
+        } catch (const recordings::Error& error) {
+            if (error.SystemError() == EACCES || error.SystemError() == EPERM) {
+                m_forbidden += (m_forbidden.empty() ? "" : ", ") + each.path;
+            } else {
+                Fail(ToFailure(error).what());
+            }
+        }
+        m_disks.push_back({Printable(each.path), size == 0 ? Value(Nothing{}) : Value(Bytes{size}), holds});
+    }
+
+    /// The partitions of recorders; the disk itself as number 0, if it is one.
+    static std::vector<Partition> RecordersOn(const recordings::Source& disk) {
+        std::vector<Partition> recorders;
+        if (recordings::BearsPartitionHead(disk)) {
+            recorders.push_back({0, 0, disk.Size(), true});
+            return recorders;
+        }
+        for (const Partition& partition : recordings::ReadPartitionTable(disk)) {
+            if (partition.recorder) {
+                recorders.push_back(partition);
+            }
+        }
+        return recorders;
+    }
+
+    /// What a user gives to have the partition read.
+    std::string Named(const std::string& path, const recordings::Source& disk,
+                      const Partition& partition) const {
+        const bool ofDevice = disk.IsBlockDevice() && partition.number != 0;
+        const std::string own = ofDevice ? recordings::PartitionPath(path, partition.number) : "";
+        return own.empty() ? path : own;
+    }
+
+    void Describe(const std::string& path, const recordings::Source& whole, const Partition& partition) {
+        const auto number = partition.number == 0 ? std::nullopt : std::optional<uint32_t>(partition.number);
+        OpenedSource source(path, number, m_output.Descriptor());
+        const recordings::Disk disk(source.Take(), m_options.diskType);
+        const auto blocks = recordings::BlockList::Read(disk, [this](const recordings::Progress& progress) {
+            const double total = progress.total == 0 ? 1 : static_cast<double>(progress.total);
+            m_progress.Show(static_cast<double>(progress.done) / total, progress.bytes);
+            return true;
+        });
+        const Block* oldest = nullptr;
+        const Block* newest = nullptr;
+        for (const Block& block : blocks.All()) {
+            if (!block.unreadable && !block.wiped) {
+                oldest = oldest == nullptr ? &block : oldest;
+                newest = &block;
+            }
+        }
+        const auto identity = newest == nullptr ? std::nullopt : ReadIdentity(disk, newest->number);
+        const std::string name = Named(path, whole, partition);
+        m_partitions.push_back(
+            {Printable(name), number ? Value(uint64_t{*number}) : Value(Nothing{}), Bytes{partition.size},
+             identity ? Value(Printable(identity->vehicleNumber)) : Value(Nothing{}),
+             oldest == nullptr ? Value(Nothing{}) : Value(m_clock.TrueTime(oldest->start)),
+             newest == nullptr ? Value(Nothing{}) : Value(m_clock.TrueTime(LastSecondOf(disk, *newest, {}))),
+             uint64_t{disk.Facts().blockCount}});
+        m_commands += "    diskaccess " + ShellWord(Printable(name)) +
+                      (name == path && number ? " --partition " + std::to_string(*number) : "") + "\n";
+    }
+
+    void Show() {
+        m_answer->Begin("find", "");
+        ShowTable(*m_answer, {"partitions",
+                              {{"partition", "PARTITION"},
+                               {"partition_number", "NO"},
+                               {"size_bytes", "SIZE"},
+                               {"vehicle_number", "VEHICLE"},
+                               {"start", "RECORDED FROM"},
+                               {"end", "TO"},
+                               {"block_count", "BLOCKS"}},
+                              m_partitions});
+        if (m_partitions.empty()) {
+            m_answer->ShowProse({"No partition of a recorder was found.\n"});
+        }
+        ShowTable(*m_answer,
+                  {"disks", {{"disk", "DISK"}, {"size_bytes", "SIZE"}, {"holds", "HOLDS"}}, m_disks});
+        if (!m_partitions.empty()) {
+            m_answer->ShowProse({"To see what is on it:\n" + m_commands});
+        }
+        m_answer->End();
+        m_output.Flush();
+    }
+
+    const Options& m_options;
+    TimeZone m_zone;
+    DiskClock m_clock;
+    Output m_output;
+    Progress m_progress{"reading blocks"};
+    std::unique_ptr<Renderer> m_answer;
+    std::vector<Row> m_partitions;
+    std::vector<Row> m_disks;
+    std::string m_commands;
+    std::string m_forbidden; ///< disks that may not be read
+    bool m_failed = false;
+};
+
+} // namespace
+
+ExitCode Find(const Options& options) {
+    return Finder(options).Run();
+}
+
+} // namespace diskaccess
