@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "byte_stream.h"
+#include "chapter_places.h"
 #include "media/sink.h"
 #include "muxer.h"
 #include "predicted_head.h"
@@ -37,11 +38,12 @@ public:
     }
 
     void Start(const ContainerFacts& facts, const std::optional<Estimate>& estimate) override {
-        m_timeline.emplace(facts.start);
+        m_chapters = facts.chapters;
+        m_muxer.Start(facts);
+        m_timeline.emplace(facts.start, m_muxer.LargestGap());
         for (size_t stream = 0; stream < m_muxer.Streams(); ++stream) {
             m_timeline->AddTrack();
         }
-        m_muxer.Start(facts);
         m_file.CloseHead(estimate ? Predict(facts, *estimate) : std::nullopt);
     }
 
@@ -56,14 +58,17 @@ public:
             bytes = m_prefixer.Convert(frame.data, frame.size);
         }
         const int64_t place = m_timeline->PlaceOf(index, frame.time);
+        m_chapterPlaces.Note(frame, m_timeline->Segments().size());
         // In MP4 each frame lasts until the next one. The last one must be told to last at all, or players leave it out.
         const int64_t duration = m_container == Container::Mp4 ? m_timeline->IntervalOf(index) : 0;
         m_muxer.Write(index, bytes.data, bytes.size, place, frame.type != recordings::kPictureFrame,
                       duration);
     }
 
+    const std::vector<ClockSegment>& Segments() const override { return m_timeline->Segments(); }
+
     void Finish() override {
-        m_predictor->Finish(m_muxer, m_file);
+        m_predictor->Finish(m_muxer, m_file, Placed(m_chapters));
         m_file.Finish();
     }
 
@@ -84,7 +89,20 @@ private:
         return parameters ? std::nullopt : std::optional(LeftOutReason::NoPictureSize);
     }
 
+    /// The chapters with places as times.
+    std::vector<Chapter> Placed(const std::vector<Chapter>& chapters) const {
+        std::vector<Chapter> placed = m_chapterPlaces.Place(chapters, m_timeline->Segments());
+        placed.resize(std::min(placed.size(), kMostChapters));
+        if (m_container == Container::Mp4 && !placed.empty() && placed.front().time > 0) {
+            // Many players of MP4 take the first chapter for one that begins with the file.
+            placed.insert(placed.begin(), Chapter{0, "beginning"});
+        }
+        return placed;
+    }
+
     std::optional<Bytes> Predict(const ContainerFacts& facts, const Estimate& estimate) {
+        ContainerFacts placed = facts;
+        placed.chapters = Placed(facts.chapters);
         Estimate places = estimate;
         for (std::optional<LastFrame>& last : places.lastFrames) {
             if (last) {
@@ -92,7 +110,7 @@ private:
             }
         }
         std::optional<Bytes> head = m_predictor->Predict(
-            m_file.Head(), facts, places, [this](MuxTarget& target) { return Another(target); });
+            m_file.Head(), placed, places, [this](MuxTarget& target) { return Another(target); });
         return head && head->size() == m_file.Head().size() ? std::move(head) : std::nullopt;
     }
 
@@ -113,6 +131,8 @@ private:
     std::unique_ptr<HeadPredictor> m_predictor;
     LengthPrefixer m_prefixer;
     std::vector<bool> m_wantsLengths; ///< of each track
+    std::vector<Chapter> m_chapters;
+    ChapterPlaces m_chapterPlaces;
 };
 
 } // namespace

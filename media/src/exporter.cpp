@@ -138,16 +138,28 @@ private:
         const Wording& wording = m_request.wording;
         ContainerFacts facts;
         facts.title = wording.readableSecond(first.time); // not the file's name: one range gives the same bytes
-        facts.start = first.time;
-        facts.startTime = wording.utcTimestamp(first.time);
+        facts.chapters = Chapters();
+        facts.start = StartOf(first, facts.chapters);
+        facts.startTime = wording.utcTimestamp(facts.start);
         const auto identity = recordings::ReadIdentity(m_disk, first.block);
         if (identity) {
             facts.title = wording.printable(identity->vehicleNumber) + " " + facts.title;
             facts.comment = fmt::format("vehicle {}, {}", wording.printable(identity->vehicleNumber),
                                         wording.printable(identity->vehicleId));
         }
-        facts.chapters = Chapters();
         return facts;
+    }
+
+    /// The time stamp that becomes zero: that of the first frame, or of an event before it in the same block or an earlier
+    /// one.
+    int64_t StartOf(const Frame& first, const std::vector<Chapter>& chapters) const {
+        int64_t start = first.time;
+        const auto block = m_blocks.Find(first.block);
+        for (const Chapter& chapter : chapters) {
+            const auto own = m_blocks.Find(chapter.block);
+            start = own && block && *own <= *block ? std::min(start, chapter.time) : start;
+        }
+        return start;
     }
 
     /// The events, in order of time, up to as many as players can show.
@@ -162,9 +174,10 @@ private:
         m_result.eventsWithoutChapter = events.size() - count;
         std::vector<Chapter> chapters;
         for (size_t i = 0; i < count; ++i) {
-            chapters.push_back(
-                {events[i]->micros, fmt::format("event 0x{:x}, {}", events[i]->type,
-                                                m_request.wording.readableSecond(events[i]->micros))});
+            chapters.push_back({events[i]->micros,
+                                fmt::format("event 0x{:x}, {}", events[i]->type,
+                                            m_request.wording.readableSecond(events[i]->micros)),
+                                events[i]->block});
         }
         return chapters;
     }
@@ -181,7 +194,9 @@ private:
                 m_copier->AddTrack(m_finder.TrackOf(frame), frame);
             }
             m_copier->Copy(frame);
+            NoteClock(frame);
         }
+        m_result.segments = m_sink->Segments();
         m_result.gaps = frames.Gaps();
         m_result.blocks = frames.BlocksUsed();
     }
@@ -195,6 +210,23 @@ private:
         if (m_request.provenance.hashSource) {
             m_result.sourceDigest = m_request.provenance.hashSource();
         }
+    }
+
+    /// Names jumps of the clock that the file does not show.
+    void NoteClock(const Frame& frame) {
+        const size_t segments = m_sink->Segments().size();
+        if (segments > std::max<size_t>(m_segments, 1)) {
+            recordings::Problem problem;
+            problem.kind = recordings::ProblemKind::ClockJumps;
+            problem.severity = recordings::Severity::Note;
+            problem.block = frame.block;
+            problem.channel = frame.channel;
+            problem.before = m_lastTimes[TrackKey::Of(frame)];
+            problem.after = frame.time;
+            Problems()(problem);
+        }
+        m_segments = segments;
+        m_lastTimes[TrackKey::Of(frame)] = frame.time;
     }
 
     void TakeFindings() {
@@ -236,6 +268,8 @@ private:
     BlockHasher m_hasher;
     std::unique_ptr<Sink> m_sink;
     std::optional<Copier> m_copier;
+    std::map<TrackKey, int64_t> m_lastTimes; ///< time stamps
+    size_t m_segments = 0;                   ///< that are known
     ExportResult m_result;
 };
 

@@ -38,6 +38,8 @@ public:
                       [this](const recordings::Event& event) { return EventOf(event); });
         m_writer.Member("event_without_chapter_count", m_result.eventsWithoutChapter);
         m_writer.List("gaps", m_result.gaps, [this](const recordings::Gap& gap) { return GapOf(gap); });
+        m_writer.List("segments", m_result.segments,
+                      [this](const ClockSegment& segment) { return SegmentOf(segment); });
         m_writer.Problems(m_result.problems);
         m_writer.List("left_out", m_result.leftOut, [](const LeftOut& item) { return LeftOutOf(item); });
         m_writer.End();
@@ -136,6 +138,11 @@ private:
                 {"start", TimeOf(gap.before)},
                 {"end", TimeOf(gap.after)},
                 {"block", gap.block}};
+    }
+
+    Json SegmentOf(const ClockSegment& segment) const {
+        return {{"position_seconds", static_cast<double>(segment.place) / 1e6},
+                {"time", TimeOf(segment.time)}};
     }
 
     static Json LeftOutOf(const LeftOut& item) {

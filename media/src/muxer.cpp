@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -39,7 +40,7 @@ void Muxer::FreeContext::operator()(AVFormatContext* context) const {
 }
 
 Muxer::Muxer(std::string path, Container container, MuxTarget& target)
-    : m_path(std::move(path)), m_target(target), m_packet(av_packet_alloc()) {
+    : m_path(std::move(path)), m_container(container), m_target(target), m_packet(av_packet_alloc()) {
     AVFormatContext* context = nullptr;
     Check(avformat_alloc_output_context2(&context, nullptr, NameOf(container), nullptr));
     m_context.reset(context);
@@ -79,13 +80,11 @@ uint32_t Muxer::StreamChannel(size_t stream) const {
     return static_cast<uint32_t>(m_context->streams[stream]->id);
 }
 
-void Muxer::AddChapters(const ContainerFacts& facts) {
-    const std::vector<Chapter>& chapters = facts.chapters;
-    for (size_t i = 0; i < std::min(chapters.size(), kMostChapters); ++i) {
-        const int64_t start = std::max<int64_t>(chapters[i].time - facts.start, 0);
+void Muxer::AddChapters(const std::vector<Chapter>& chapters) {
+    for (size_t i = 0; i < chapters.size(); ++i) {
+        const int64_t start = chapters[i].time;
         AddChapter(chapters[i], start,
-                   i + 1 < chapters.size() ? std::max(chapters[i + 1].time - facts.start, start)
-                                           : start + kMicroseconds.den);
+                   i + 1 < chapters.size() ? chapters[i + 1].time : start + kMicroseconds.den);
     }
 }
 
@@ -112,15 +111,27 @@ void Muxer::Start(const ContainerFacts& facts) {
     SetText(&m_context->metadata, "title", facts.title);
     SetText(&m_context->metadata, "comment", facts.comment);
     SetText(&m_context->metadata, "creation_time", facts.startTime);
-    AddChapters(facts);
     AVDictionary* options = nullptr;
     // Checksums of every cluster take longer than everything else, and the whole file has a better one.
     SetText(&options, "write_crc32", "0");
+    // MP4 counts what a frame lasts in 31 bits: in milliseconds, that is 24 days; in microseconds, half an hour.
+    if (m_container == Container::Mp4) {
+        SetText(&options, "video_track_timescale", "1000");
+    }
     const int started = avformat_write_header(m_context.get(), &options);
     av_dict_free(&options);
     Check(started);
     avio_flush(m_context->pb);
     Check(m_context->pb->error);
+}
+
+int64_t Muxer::LargestGap() const {
+    int64_t largest = std::numeric_limits<int64_t>::max();
+    for (size_t stream = 0; m_container == Container::Mp4 && stream < Streams(); ++stream) {
+        const AVRational unit = m_context->streams[stream]->time_base;
+        largest = std::min(largest, av_rescale_q(std::numeric_limits<int32_t>::max(), unit, kMicroseconds));
+    }
+    return largest;
 }
 
 void Muxer::Write(size_t stream, const uint8_t* data, size_t size, int64_t micros, bool key,
@@ -133,7 +144,8 @@ void Muxer::Write(size_t stream, const uint8_t* data, size_t size, int64_t micro
     const AVRational unit = m_context->streams[stream]->time_base;
     int64_t& last = m_lastTime[stream];
     last = std::max(av_rescale_q(micros, kMicroseconds, unit), last + 1);
-    m_packet->duration = av_rescale_q(duration, kMicroseconds, unit);
+    m_packet->duration =
+        duration == 0 ? 0 : std::max<int64_t>(av_rescale_q(duration, kMicroseconds, unit), 1);
     m_packet->pts = last;
     m_packet->dts = last;
     const int written = av_write_frame(m_context.get(), m_packet.get());

@@ -41,6 +41,12 @@ public:
 
     /// Writes the head.
     void Start(const ContainerFacts& facts);
+    /// Has chapters written with the end of the file. Call it before Finish().
+    /// @param chapters in order of time, with places in the container, microseconds, as times
+    void AddChapters(const std::vector<Chapter>& chapters);
+    /// The longest time from one frame of a stream to the next that the container can tell, in microseconds. Known when
+    /// it is started.
+    int64_t LargestGap() const;
     /// @param micros place in time; moved on where the container's clock cannot tell it from the frame before
     /// @param duration microseconds until the next frame, if that is known; else 0
     void Write(size_t stream, const uint8_t* data, size_t size, int64_t micros, bool key,
@@ -61,13 +67,13 @@ private:
         void operator()(AVFormatContext* context) const;
     };
 
-    void AddChapters(const ContainerFacts& facts);
     void AddChapter(const Chapter& chapter, int64_t start, int64_t end);
     void Check(int result);
     static int WritePacket(void* muxer, uint8_t* data, int size);
     static int64_t Seek(void* muxer, int64_t offset, int whence);
 
     std::string m_path;
+    Container m_container;
     MuxTarget& m_target;
     std::exception_ptr m_targetError; ///< libavformat is C: no exception may pass through it
     std::unique_ptr<AVFormatContext, FreeContext> m_context;

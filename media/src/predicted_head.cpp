@@ -41,32 +41,55 @@ bool WorthFilling(uint64_t room, uint64_t used) {
 /// made large enough, and what is not needed of it is filled with zeros. The index follows it.
 class Mp4Head : public HeadPredictor {
 public:
-    std::optional<Bytes> Predict(const Bytes& head, const ContainerFacts& /*facts*/, const Estimate& estimate,
+    std::optional<Bytes> Predict(const Bytes& head, const ContainerFacts& facts, const Estimate& estimate,
                                  const MakeMuxer& /*makeMuxer*/) override {
         m_box = FindBox(head);
         if (!m_box) {
             return std::nullopt;
         }
-        m_end = head.size() + RoomFor(estimate);
+        m_end = head.size() + RoomFor(estimate) + SizeOfChapters(facts.chapters);
         Bytes predicted = head;
         SetSize(predicted);
         return predicted;
     }
 
-    void Finish(Muxer& muxer, MuxedFile& file) override {
-        const uint64_t end = muxer.Position();
+    void Finish(Muxer& muxer, MuxedFile& file, const std::vector<Chapter>& chapters) override {
+        const uint64_t end = muxer.Position() + SizeOfChapters(chapters);
         const bool fill = m_box && WorthFilling(m_end, end);
         if (fill) {
             Fill(muxer, m_end - end);
         }
+        const uint64_t trailer = muxer.Position();
         file.BeginEnd();
+        muxer.AddChapters(chapters);
         muxer.Finish();
         if (fill) {
+            m_end = trailer + FindIndex(file.End());
             SetSize(file.Head());
         }
     }
 
 private:
+    /// Chapters are samples too, which come last in the box: a length, the title, and what tells its encoding.
+    static uint64_t SizeOfChapters(const std::vector<Chapter>& chapters) {
+        uint64_t size = 0;
+        for (const Chapter& chapter : chapters) {
+            size += chapter.title.size() + 14;
+        }
+        return size;
+    }
+
+    /// Where the box of the index begins, which reaches to the end.
+    static size_t FindIndex(const Bytes& end) {
+        for (size_t at = 0; at + 8 <= end.size(); ++at) {
+            if (std::memcmp(end.data() + at + 4, "moov", 4) == 0 &&
+                GetBig(end.data() + at, 4) == end.size() - at) {
+                return at;
+            }
+        }
+        return 0;
+    }
+
     /// Where the box begins: after the file's type, with 8 bytes before it for the case that its size takes 64 bits.
     static std::optional<size_t> FindBox(const Bytes& head) {
         if (head.size() < 8) {
@@ -119,6 +142,14 @@ constexpr uint64_t kCueBytes = 40;
 
 /// The head says where the cues lie, how large everything is, and how long each track. What is written after the frames
 /// is a place predicted for the cues, and after them one for the end: the file has void elements before both.
+uint64_t SizeOf(const std::vector<Chapter>& chapters) {
+    uint64_t size = 0;
+    for (const Chapter& chapter : chapters) {
+        size += chapter.title.size() + 100; // identifiers and times
+    }
+    return size;
+}
+
 class MatroskaHead : public HeadPredictor {
 public:
     std::optional<Bytes> Predict(const Bytes& head, const ContainerFacts& facts, const Estimate& estimate,
@@ -132,11 +163,12 @@ public:
             return std::nullopt;
         }
         m_cues = head.size() + RoomFor(estimate);
-        m_end = m_cues + estimate.keyFrames * kCueBytes + 0x1000;
+        m_end = m_cues + estimate.keyFrames * kCueBytes + SizeOf(facts.chapters) + 0x1000;
         return TryOut(estimate, makeMuxer);
     }
 
-    void Finish(Muxer& muxer, MuxedFile& file) override {
+    void Finish(Muxer& muxer, MuxedFile& file, const std::vector<Chapter>& chapters) override {
+        muxer.AddChapters(chapters);
         if (m_size) {
             muxer.WriteHeldBack();
         }
@@ -169,6 +201,7 @@ private:
         muxer->WriteHeldBack();
         muxer->SkipTo(m_cues);
         file.BeginEnd();
+        muxer->AddChapters(m_facts.chapters);
         muxer->Finish();
         SetSize(file.Head(), m_end);
         return file.Head();

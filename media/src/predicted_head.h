@@ -32,6 +32,8 @@ public:
 
     /// The head, as it is by now.
     Bytes& Head() { return m_head; }
+    /// The end, as it is by now.
+    const Bytes& End() const { return m_tail; }
     /// Everything written so far is the head.
     /// @param predicted what it will be in the end, if that is known; of the same size
     void CloseHead(const std::optional<Bytes>& predicted);
@@ -60,13 +62,14 @@ public:
     virtual ~HeadPredictor() = default;
     /// Called when the muxer has started. From then on, the file is laid out so that it comes true, if it can.
     /// @param head as the muxer has written it
-    /// @param facts that it has started with
+    /// @param facts that it has started with; its chapters with places in the file, in microseconds, as times
     /// @param estimate with places in the file, in microseconds, as times
     /// @param makeMuxer makes another muxer of the same streams, not started
     virtual std::optional<Bytes> Predict(const Bytes& head, const ContainerFacts& facts,
                                          const Estimate& estimate, const MakeMuxer& makeMuxer) = 0;
     /// Ends the file.
-    virtual void Finish(Muxer& muxer, MuxedFile& file) = 0;
+    /// @param chapters that the file will have, with places as times
+    virtual void Finish(Muxer& muxer, MuxedFile& file, const std::vector<Chapter>& chapters) = 0;
 };
 
 std::unique_ptr<HeadPredictor> MakeHeadPredictor(Container container);

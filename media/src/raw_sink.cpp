@@ -43,10 +43,13 @@ public:
 
     void Finish() override {}
 
+    const std::vector<ClockSegment>& Segments() const override { return m_segments; }
+
 private:
     std::string m_name;
     Outputs& m_outputs;
     std::vector<FileWriter*> m_files;
+    std::vector<ClockSegment> m_segments; ///< none
 };
 
 /// All that a channel can turn out to hold.

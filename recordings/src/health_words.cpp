@@ -53,6 +53,10 @@ const char* MeaningOf(ProblemKind kind) {
         return "The pictures are there, but the key frame that they need is not.";
     case ProblemKind::TimesCollide:
         return "Two frames of one channel bear one time: one of the two times is wrong.";
+    case ProblemKind::ClockJumps:
+        return "The recorder's clock was set while it recorded.";
+    case ProblemKind::EncodingChanges:
+        return "The camera was changed, or set up anew.";
     case ProblemKind::TablesMisplaced:
         return "The head places a table over the head itself, another table or the ring: the head is "
                "damaged.";
@@ -125,9 +129,11 @@ const char* AdviceFor(ProblemKind kind) {
     case ProblemKind::ParametersMissing:
         return kNameTheLoss;
     case ProblemKind::TimesCollide:
+    case ProblemKind::ClockJumps:
     case ProblemKind::ClockSetBack:
         return "Compare the times with an event that is known, before they are relied on.";
     case ProblemKind::NotClosed:
+    case ProblemKind::EncodingChanges:
         return kNothing;
     }
     return "";

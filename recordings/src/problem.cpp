@@ -93,7 +93,15 @@ public:
                    (p.count == 1 ? "it needs" : "they need") + " is not there" + Between();
         case ProblemKind::TimesCollide:
             return block + ChannelText(p) + ": " + Count(p.count, "frame") +
-                   " bear the time of another frame" + Between();
+                   (p.count == 1 ? " bears" : " bear") + " the time of the frame before, or an earlier one" +
+                   Between();
+        case ProblemKind::ClockJumps:
+            return block + ChannelText(p) + ": the recorder's clock jumps from " + Time(p.before, "?") +
+                   " to " + Time(p.after, "?") +
+                   ": the file goes on without the jump, and its manifest tells the times";
+        case ProblemKind::EncodingChanges:
+            return block + ChannelText(p) + ": is encoded otherwise from " + Time(p.after, "here") +
+                   " on, and goes on in a file of its own";
         case ProblemKind::TablesMisplaced:
             return "the partition head has the tables of bad blocks where they cannot lie";
         case ProblemKind::TablesDiffer:
@@ -199,6 +207,10 @@ const char* NameOf(ProblemKind kind) {
         return "not_decodable";
     case ProblemKind::TimesCollide:
         return "times_collide";
+    case ProblemKind::ClockJumps:
+        return "clock_jumps";
+    case ProblemKind::EncodingChanges:
+        return "encoding_changes";
     case ProblemKind::TablesMisplaced:
         return "tables_misplaced";
     case ProblemKind::TablesDiffer:

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "digest.h"
 #include "media/cameras.h"
@@ -338,6 +339,102 @@ TEST_P(Containers, TakeTimesThatStandStillOrGoBack) {
     }
     EXPECT_GE(file.packets[5].micros, 2 * kSecond);
     EXPECT_LT(file.packets[5].micros, 5 * kSecond);
+}
+
+TEST_P(Containers, KeepGapsOfSecondsAndOfDays) {
+    for (const int64_t gap : {1, 60, 2140, 2147, 2148, 2160, 4294, 4295, 86400, 178957, 864000}) {
+        Sink& sink = Begin();
+        Track video = VideoTrack(0);
+        Track late = VideoTrack(1);
+        sink.Add(video, KeyFrame(0, kStart, 100).Get());
+        sink.Add(late, KeyFrame(1, kStart, 100).Get());
+        sink.Start(Facts(), std::nullopt);
+        const std::vector<int64_t> times = {0, 40000, gap * kSecond, gap * kSecond + 40000,
+                                            2 * gap * kSecond};
+        for (const int64_t time : times) {
+            Write(0, KeyFrame(0, kStart + time, 100));
+        }
+        Write(1, KeyFrame(1, kStart + 2 * gap * kSecond, 100)); // begins after two gaps
+        End();
+        std::vector<int64_t> found;
+        int64_t foundLate = 0;
+        for (const ContainerFile::Packet& packet : ContainerFile::Read(m_path).packets) {
+            if (packet.stream == 0) {
+                found.push_back(packet.micros);
+            } else {
+                foundLate = packet.micros;
+            }
+        }
+        EXPECT_EQ(found, times) << gap;
+        EXPECT_EQ(foundLate, 2 * gap * kSecond);
+        EXPECT_EQ(sink.Segments().size(), 1u);
+    }
+}
+
+TEST_P(Containers, TellOfGapsThatTheyCannotShow) {
+    Sink& sink = Begin();
+    Track video = VideoTrack(0);
+    sink.Add(video, KeyFrame(0, kStart, 100).Get());
+    sink.Start(Facts(), std::nullopt);
+    const int64_t month = 30 * 86400 * kSecond;
+    for (const int64_t time : {int64_t{0}, kSecond, month, month + kSecond}) {
+        Write(0, KeyFrame(0, kStart + time, 100));
+    }
+    End();
+    const ContainerFile file = ContainerFile::Read(m_path);
+    ASSERT_EQ(file.packets.size(), 4u);
+    if (GetParam() == Container::Matroska) {
+        EXPECT_EQ(file.packets[2].micros, month);
+        EXPECT_EQ(sink.Segments().size(), 1u);
+        return;
+    }
+    EXPECT_EQ(file.packets[2].micros, 2 * kSecond);
+    EXPECT_EQ(file.packets[3].micros, 3 * kSecond);
+    ASSERT_EQ(sink.Segments().size(), 2u);
+    EXPECT_EQ(sink.Segments()[1].place, 2 * kSecond);
+    EXPECT_EQ(sink.Segments()[1].time, kStart + month);
+}
+
+TEST_P(Containers, HaveChaptersWhereTheyBelongWhenTheClockIsSet) {
+    Sink& sink = Begin();
+    Track track = VideoTrack(7);
+    sink.Add(track, KeyFrame(7, kStart, 100).Get());
+    ContainerFacts facts = Facts();
+    facts.chapters = {{kStart + 2 * kSecond, "first", 0},
+                      {kStart + 3602 * kSecond, "behind", 1},
+                      {kStart + 7199 * kSecond, "last", 1},
+                      {kStart + 7205 * kSecond, "right again", 3}};
+    sink.Start(facts, std::nullopt);
+    const auto write = [&](uint32_t block, int64_t from, int64_t to) {
+        for (int64_t second = from; second <= to; ++second) {
+            OwnedFrame frame = KeyFrame(7, kStart + second * kSecond, 100);
+            frame.frame.block = block;
+            Write(0, frame);
+        }
+    };
+    write(0, 0, 5);
+    write(1, 7190, 7199);
+    write(1, 3600, 3603); // an hour back, in the same block
+    write(3, 7204, 7210);
+    End();
+    std::map<std::string, int64_t> starts;
+    for (const ContainerFile::Chapter& chapter : ContainerFile::Read(m_path).chapters) {
+        starts[chapter.title] = chapter.start / kSecond;
+    }
+    if (GetParam() == Container::Mp4) {
+        EXPECT_EQ(starts.at("beginning"),
+                  0); // players take the first chapter for one that begins with the file
+        starts.erase("beginning");
+    }
+    EXPECT_EQ(starts, (std::map<std::string, int64_t>{
+                          {"first", 2}, {"behind", 7202}, {"last", 7199}, {"right again", 7205}}));
+    std::vector<int64_t> places;
+    for (const ContainerFile::Packet& packet : ContainerFile::Read(m_path).packets) {
+        places.push_back(packet.micros / kSecond);
+    }
+    EXPECT_EQ(places, (std::vector<int64_t>{0,    1,    2,    3,    4,    5,    7190, 7191, 7192,
+                                            7193, 7194, 7195, 7196, 7197, 7198, 7199, 7200, 7201,
+                                            7202, 7203, 7204, 7205, 7206, 7207, 7208, 7209, 7210}));
 }
 
 TEST_P(Containers, HaveSoManyChaptersAtMost) {

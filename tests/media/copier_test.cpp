@@ -30,11 +30,13 @@ public:
         written.emplace_back(index, frame.channel);
     }
     void Finish() override {}
+    const std::vector<ClockSegment>& Segments() const override { return m_segments; }
 
     std::vector<std::pair<size_t, uint32_t>> written;
 
 private:
     size_t m_tracks = 0;
+    std::vector<ClockSegment> m_segments;
 };
 
 TEST(Copiers, SendFramesToTheirTracksAndCountThem) {

@@ -538,6 +538,66 @@ TEST_F(Exports, ShowSoManyEventsAsChapters) {
     EXPECT_EQ(ContainerFile::Read(File("out")).chapters.size(), kMostChapters);
 }
 
+TEST_F(Exports, MapWhereTheClockWasSet) {
+    m_settings.channels = 1;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    const auto journey = [&](int64_t from, int64_t to) {
+        for (int64_t second = from; second < to; ++second) {
+            Write(recorder, KeyFrame(0, (kStart + second) * kSecond, 300));
+        }
+        recorder.WriteEvent((kStart + from + 2) * kSecond, 1, 0);
+        recorder.PowerOff();
+    };
+    journey(7190, 7200);
+    journey(3600, 3610); // an hour behind
+    journey(7210, 7220); // and right again
+    for (const Container container : {Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.replace = true;
+        const auto result = Run(request);
+        ASSERT_TRUE(result);
+        const ContainerFile file = ContainerFile::Read(File("out"));
+        ASSERT_EQ(file.packets.size(), 30u);
+        for (size_t i = 0; i < 30; ++i) {
+            EXPECT_EQ(file.packets[i].micros, static_cast<int64_t>(i) * kSecond);
+        }
+        ASSERT_GE(file.chapters.size(), 3u); // in MP4, the first one is the file's beginning
+        EXPECT_EQ(std::prev(file.chapters.end(), 3)->start, 2 * kSecond);
+        EXPECT_EQ(std::prev(file.chapters.end(), 2)->start, 12 * kSecond);
+        EXPECT_EQ(file.chapters.back().start, 22 * kSecond);
+        const Json segments = Manifest()["segments"];
+        ASSERT_EQ(segments.size(), 3u);
+        const auto time = [](int64_t second) { return "t" + std::to_string((kStart + second) * kSecond); };
+        EXPECT_EQ(segments[0], (Json{{"position_seconds", 0.0}, {"time", time(7190)}}));
+        EXPECT_EQ(segments[1], (Json{{"position_seconds", 10.0}, {"time", time(3600)}}));
+        EXPECT_EQ(segments[2], (Json{{"position_seconds", 20.0}, {"time", time(7210)}}));
+        EXPECT_EQ(std::count(m_lines.begin(), m_lines.end(), "clock_jumps note block 1 channel 0"), 1);
+        EXPECT_EQ(std::count(m_lines.begin(), m_lines.end(), "clock_jumps note block 2 channel 0"), 1);
+    }
+}
+
+TEST_F(Exports, KeepTheTimeOfEventsBeforeTheFirstFrame) {
+    m_settings.channels = 1;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    recorder.WriteEvent(kStart * kSecond, 1, 0);
+    for (int64_t second = 5; second < 15; ++second) {
+        Write(recorder, KeyFrame(0, (kStart + second) * kSecond, 300));
+    }
+    recorder.WriteEvent((kStart + 14) * kSecond, 2, 0);
+    recorder.PowerOff();
+    for (const Container container : {Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.replace = true;
+        ASSERT_TRUE(Run(request));
+        const ContainerFile file = ContainerFile::Read(File("out"));
+        ASSERT_EQ(file.chapters.size(), 2u);
+        EXPECT_EQ(file.chapters[0].start, 0);
+        EXPECT_EQ(file.chapters[1].start, 14 * kSecond);
+        ASSERT_EQ(file.packets.size(), 10u);
+        EXPECT_EQ(file.packets[0].micros, 5 * kSecond);
+    }
+}
+
 TEST_F(Exports, OfAMinuteOfAFullRingReadHeadsAndLittleElse) {
     sample_recorder::Format format;
     format.blockCount = 4096;

@@ -115,7 +115,7 @@ protected:
         for (int i = 0; i < count; ++i) {
             muxer->Write(0, payload.data(), payload.size(), i * 1000000, true);
         }
-        predictor->Finish(*muxer, file);
+        predictor->Finish(*muxer, file, facts.chapters);
         file.Finish();
     }
 };

@@ -54,11 +54,13 @@ int BrokenPipe() {
     _exit(127);
 }
 
-int ExitCodeOf(pid_t child, uint64_t& memoryPeak) {
+int ExitCodeOf(pid_t child, uint64_t* memoryPeak = nullptr) {
     int status = 0;
     rusage usage = {};
     wait4(child, &status, 0, &usage);
-    memoryPeak = static_cast<uint64_t>(usage.ru_maxrss) * 1024;
+    if (memoryPeak != nullptr) {
+        *memoryPeak = static_cast<uint64_t>(usage.ru_maxrss) * 1024;
+    }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
@@ -146,7 +148,7 @@ ProgramResult RunProgram(const std::vector<std::string>& command, const ProgramS
         BecomeProgram(command, setting, input, out, err);
     }
     ProgramResult result;
-    result.exitCode = ExitCodeOf(child, result.memoryPeak);
+    result.exitCode = ExitCodeOf(child, &result.memoryPeak);
     close(input);
     if (setting.closedPipe) {
         close(out);
@@ -178,7 +180,7 @@ ProgramResult RunAtTerminal(const std::vector<std::string>& command, const std::
         }
     }
     close(terminal);
-    result.exitCode = ExitCodeOf(child, result.memoryPeak);
+    result.exitCode = ExitCodeOf(child, &result.memoryPeak);
     return result;
 }
 

@@ -46,6 +46,7 @@ struct ExportResult {
     std::vector<recordings::Event> events;
     size_t eventsWithoutChapter = 0; ///< that a container does not show: there would be too many chapters
     std::vector<recordings::Gap> gaps;
+    std::vector<ClockSegment> segments;          ///< how the container's time follows the recorder's clock
     std::vector<uint32_t> blocks;                ///< numbers of those that frames were taken from
     std::map<uint32_t, AreaDigest> blockDigests; ///< of these
     AreaDigest headDigest;                       ///< of the partition head

@@ -58,6 +58,7 @@ struct Estimate {
 struct Chapter {
     int64_t time = 0; ///< time stamp, microseconds on the recorder's clock
     std::string title;
+    uint32_t block = 0; ///< that the event lies in
 };
 
 /// Players show a list of chapters whole: more than this would be of no use to anyone.
@@ -69,7 +70,13 @@ struct ContainerFacts {
     std::string comment;
     std::string startTime;         ///< RFC 3339, true time
     int64_t start = 0;             ///< time stamp that becomes zero
-    std::vector<Chapter> chapters; ///< in order of time; the first kMostChapters are taken
+    std::vector<Chapter> chapters; ///< the first kMostChapters are taken
+};
+
+/// A stretch in which a container's time follows the recorder's clock: up to where that was set.
+struct ClockSegment {
+    int64_t place = 0; ///< where it begins in the container, microseconds
+    int64_t time = 0;  ///< time stamp that lies there
 };
 
 /// Takes the frames of tracks and makes files of them.
@@ -94,6 +101,8 @@ public:
     /// Writes what files end with. They can then be completed.
     /// @throws Error
     virtual void Finish() = 0;
+    /// How the files' time follows the recorder's clock, so far; none for files without times.
+    virtual const std::vector<ClockSegment>& Segments() const = 0;
 };
 
 /// Elementary streams: NAME-ch0.h264, NAME-ch0.alaw. Takes every track, at any time.

@@ -1,0 +1,54 @@
+#include "chapter_places.h"
+
+#include <algorithm>
+
+namespace media {
+
+namespace {
+
+/// An event may lie a little before the first frame of its block.
+constexpr int64_t kBefore = 1000000;
+
+} // namespace
+
+void ChapterPlaces::Note(const recordings::Frame& frame, size_t segments) {
+    const auto [order, isNew] = m_orders.emplace(frame.block, m_orders.size());
+    if (isNew) {
+        m_first = frame.time;
+        m_last = frame.time;
+    }
+    if (segments > m_seams.size() + 1) {
+        m_seams.push_back({order->second, m_first, m_last});
+        m_first = frame.time;
+    }
+    m_first = std::min(m_first, frame.time);
+    m_last = frame.time;
+}
+
+size_t ChapterPlaces::SegmentOf(const Chapter& chapter) const {
+    const auto found = m_orders.find(chapter.block);
+    const size_t order = found == m_orders.end() ? 0 : found->second;
+    for (size_t seam = m_seams.size(); seam-- > 0;) {
+        const Seam& at = m_seams[seam];
+        const bool isBefore =
+            order == at.order && at.first - kBefore <= chapter.time && chapter.time <= at.last;
+        if (order >= at.order && !isBefore) {
+            return seam + 1;
+        }
+    }
+    return 0;
+}
+
+std::vector<Chapter> ChapterPlaces::Place(const std::vector<Chapter>& chapters,
+                                          const std::vector<ClockSegment>& segments) const {
+    std::vector<Chapter> placed = chapters;
+    for (Chapter& chapter : placed) {
+        const ClockSegment& segment = segments[SegmentOf(chapter)];
+        chapter.time = std::max<int64_t>(segment.place + chapter.time - segment.time, 0);
+    }
+    std::stable_sort(placed.begin(), placed.end(),
+                     [](const Chapter& a, const Chapter& b) { return a.time < b.time; });
+    return placed;
+}
+
+} // namespace media
