@@ -12,7 +12,7 @@ namespace test_support {
 class TempDir {
 public:
     TempDir() {
-        std::string name = (std::filesystem::temp_directory_path() / "diskaccess-test-XXXXXX").string();
+        std::string name = (Parent() / "diskaccess-test-XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error("cannot make " + name);
         }
@@ -28,6 +28,14 @@ public:
     std::string File(const std::string& name) const { return (m_path / name).string(); }
 
 private:
+    /// The directory for temporary files, unless its name is so long that those of partitions in it would not fit
+    /// the 128 bytes that the library takes.
+    static std::filesystem::path Parent() {
+        constexpr size_t kLongest = 64;
+        const std::filesystem::path parent = std::filesystem::temp_directory_path();
+        return parent.native().size() <= kLongest ? parent : "/tmp";
+    }
+
     std::filesystem::path m_path;
 };
 
