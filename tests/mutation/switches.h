@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <utility>
+#include <type_traits>
 
 namespace mutants {
 
@@ -63,12 +63,13 @@ constexpr T Number(T number, Others... others) {
     return number;
 }
 
-/// A unary operator: Removed<1>{}->*x is !x, or x; and so on.
+/// A unary operator: Not<1>{}->*x is !x, or x; and so on.
 template <int Mutant>
 struct Not {};
 template <int Mutant, typename T>
-constexpr bool operator->*(Not<Mutant>, const T& x) {
-    return On<Mutant>() ? static_cast<bool>(x) : !x;
+constexpr auto operator->*(Not<Mutant>, const T& x) {
+    using Result = std::conditional_t<std::is_arithmetic_v<T>, T, bool>;
+    return On<Mutant>() ? static_cast<Result>(x) : static_cast<Result>(!x);
 }
 template <int Mutant>
 struct Minus {};
@@ -94,18 +95,18 @@ constexpr T& operator->*(Decrement<Mutant>, T& x) {
 }
 
 /// A binary operator: x < Less<1, 2>{} < y is x < y, x <= y or x >= y; and so on. Operands and precedence stay.
-#define DISKACCESS_APPLY(Name, op)                                                     \
-    struct Name {                                                                      \
-        template <typename X, typename Y>                                              \
-        static constexpr auto Of(const X& x, const Y& y, int) -> decltype(x op y) {    \
-            return x op y;                                                             \
-        }                                                                              \
-        template <typename X, typename Y>                                              \
-        static constexpr auto Of(const X& x, const Y& y, long) -> decltype(x) {        \
-            EndUnviable();                                                             \
-            static_cast<void>(y);                                                      \
-            return x;                                                                  \
-        }                                                                              \
+#define DISKACCESS_APPLY(Name, op)                                                                           \
+    struct Name {                                                                                            \
+        template <typename X, typename Y>                                                                    \
+        static constexpr auto Of(const X& x, const Y& y, int) -> decltype(x op y) {                          \
+            return x op y;                                                                                   \
+        }                                                                                                    \
+        template <typename X, typename Y>                                                                    \
+        static constexpr auto Of(const X& x, const Y& y, long) -> decltype(x) {                              \
+            EndUnviable();                                                                                   \
+            static_cast<void>(y);                                                                            \
+            return x;                                                                                        \
+        }                                                                                                    \
     };
 DISKACCESS_APPLY(ApplyLess, <)
 DISKACCESS_APPLY(ApplyLessEqual, <=)
@@ -131,28 +132,28 @@ constexpr Result Mutated(const X& x, const Y& y) {
     }
 }
 
-#define DISKACCESS_BINARY(Name, op, Other, Another)                                                     \
-    template <int... Mutants>                                                                           \
-    struct Name {};                                                                                     \
-    template <typename X, int... Mutants>                                                               \
-    struct Left##Name {                                                                                 \
-        const X& x;                                                                                     \
-    };                                                                                                  \
-    template <typename X, int... Mutants>                                                               \
-    constexpr Left##Name<X, Mutants...> operator op(const X& x, Name<Mutants...>) {                     \
-        return {x};                                                                                     \
-    }                                                                                                   \
-    template <typename X, typename Y, int First>                                                        \
-    constexpr auto operator op(const Left##Name<X, First>& left, const Y& y) {                          \
-        using Result = decltype(left.x op y);                                                           \
-        return On<First>() ? Mutated<Result, Other>(left.x, y) : left.x op y;                           \
-    }                                                                                                   \
-    template <typename X, typename Y, int First, int Second>                                            \
-    constexpr auto operator op(const Left##Name<X, First, Second>& left, const Y& y) {                  \
-        using Result = decltype(left.x op y);                                                           \
-        return On<First>()    ? Mutated<Result, Other>(left.x, y)                                       \
-               : On<Second>() ? Mutated<Result, Another>(left.x, y)                                     \
-                              : left.x op y;                                                            \
+#define DISKACCESS_BINARY(Name, op, Other, Another)                                                          \
+    template <int... Mutants>                                                                                \
+    struct Name {};                                                                                          \
+    template <typename X, int... Mutants>                                                                    \
+    struct Left##Name {                                                                                      \
+        const X& x;                                                                                          \
+    };                                                                                                       \
+    template <typename X, int... Mutants>                                                                    \
+    constexpr Left##Name<X, Mutants...> operator op(const X& x, Name<Mutants...>) {                          \
+        return {x};                                                                                          \
+    }                                                                                                        \
+    template <typename X, typename Y, int First>                                                             \
+    constexpr auto operator op(const Left##Name<X, First>& left, const Y& y) {                               \
+        using Result = decltype(left.x op y);                                                                \
+        return On<First>() ? Mutated<Result, Other>(left.x, y) : left.x op y;                                \
+    }                                                                                                        \
+    template <typename X, typename Y, int First, int Second>                                                 \
+    constexpr auto operator op(const Left##Name<X, First, Second>& left, const Y& y) {                       \
+        using Result = decltype(left.x op y);                                                                \
+        return On<First>()    ? Mutated<Result, Other>(left.x, y)                                            \
+               : On<Second>() ? Mutated<Result, Another>(left.x, y)                                          \
+                              : left.x op y;                                                                 \
     }
 DISKACCESS_BINARY(Less, <, ApplyLessEqual, ApplyGreaterEqual)
 DISKACCESS_BINARY(LessEqual, <=, ApplyLess, ApplyGreater)
@@ -172,20 +173,20 @@ DISKACCESS_BINARY(ShiftLeft, <<, ApplyShiftRight, ApplyShiftRight)
 DISKACCESS_BINARY(ShiftRight, >>, ApplyShiftLeft, ApplyShiftLeft)
 
 /// An assignment: x += Add<1>{} += y is x += y, or x -= y; and so on.
-#define DISKACCESS_ASSIGNMENT(Name, op, other)                                              \
-    template <int Mutant>                                                                   \
-    struct Name {};                                                                         \
-    template <typename Y, int Mutant>                                                       \
-    struct Right##Name {                                                                    \
-        const Y& y;                                                                         \
-    };                                                                                      \
-    template <typename Y, int Mutant>                                                       \
-    constexpr Right##Name<Y, Mutant> operator op(Name<Mutant>, const Y& y) {                \
-        return {y};                                                                         \
-    }                                                                                       \
-    template <typename X, typename Y, int Mutant>                                           \
-    constexpr X& operator op(X& x, const Right##Name<Y, Mutant>& right) {                   \
-        return On<Mutant>() ? x other right.y : x op right.y;                               \
+#define DISKACCESS_ASSIGNMENT(Name, op, other)                                                               \
+    template <int Mutant>                                                                                    \
+    struct Name {};                                                                                          \
+    template <typename Y, int Mutant>                                                                        \
+    struct Right##Name {                                                                                     \
+        const Y& y;                                                                                          \
+    };                                                                                                       \
+    template <typename Y, int Mutant>                                                                        \
+    constexpr Right##Name<Y, Mutant> operator op(Name<Mutant>, const Y& y) {                                 \
+        return {y};                                                                                          \
+    }                                                                                                        \
+    template <typename X, typename Y, int Mutant>                                                            \
+    constexpr X& operator op(X& x, const Right##Name<Y, Mutant>& right) {                                    \
+        return On<Mutant>() ? x other right.y : x op right.y;                                                \
     }
 DISKACCESS_ASSIGNMENT(Add, +=, -=)
 DISKACCESS_ASSIGNMENT(Subtract, -=, +=)
