@@ -155,6 +155,18 @@ TEST_F(PrintBlock, TablesMayReachTheBlocksEndAndNoFurther) {
     EXPECT_EQ(Index(), "");
 }
 
+TEST_F(PrintBlock, TablesMayReachTheDevicesEndAndNoFurther) {
+    MakeBlock(Plain().Segment(0, 11, 12, 100));
+    Disk().Change<BlockHead_t>(Disk().HeadOffset(0), [](auto& head) { head.media_chn_bitmap = 0; });
+    // An index head of 260 bytes and a segment of 20: no tail is left.
+    Disk().Truncate(Disk().IndexOffset(0) + 280);
+    EXPECT_EQ(Index(), "Rec Seg : count = 1\n"
+                       "  s = 11, e = 12, spos = 0, epos = 100, totalsize = 100\n" +
+                           kTailBanner);
+    Disk().Truncate(Disk().IndexOffset(0) + 279);
+    EXPECT_EQ(Index(), "");
+}
+
 TEST_F(PrintBlock, CountsThatWrapEndTheBlock) {
     const std::function<void(BlkIndexHead_t&)> forgeries[] = {
         [](BlkIndexHead_t& index) { index.iframeCount[0] = 0x10000000; },

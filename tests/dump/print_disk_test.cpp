@@ -225,6 +225,16 @@ TEST_F(PrintDisk, TablesLieWhereTheHeadSaysAndNotInTheirBackups) {
     EXPECT_EQ(Tables(), "BadBlockTab:\n a5\nPossibleBBTab:\n 1 2 3 4 5\n");
 }
 
+TEST_F(PrintDisk, TablesMayReachTheDevicesEnd) {
+    const uint64_t size = MakeSample().BlockStart(5);
+    Disk().Put(size - 5, std::array<uint8_t, 5>{1, 2, 3, 4, 5});
+    Disk().EditHead([&](PartHead_t& head) {
+        head.BBTabOffs = static_cast<uint32_t>(size - 1);
+        head.BBCounterOffs = static_cast<uint32_t>(size - 5);
+    });
+    EXPECT_EQ(Tables(), "BadBlockTab:\n 05\nPossibleBBTab:\n 1 2 3 4 5\n");
+}
+
 TEST_F(PrintDisk, TablesThatReachBeyondTheDeviceEndTheDump) {
     const auto size = static_cast<uint32_t>(MakeSample().BlockStart(5));
     const auto endOf = [&](auto edit) {

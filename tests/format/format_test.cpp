@@ -43,8 +43,10 @@ TEST(BlockGeometry, OnlyVersionOneIsExtended) {
 }
 
 TEST(BlockGeometry, IndexAreaIsRoundedUpToPages) {
-    EXPECT_EQ(BlockGeometry::Of(0x100000, 0).IndexAreaSize(), 0x2000u); // 20 + 4096
-    EXPECT_EQ(BlockGeometry::Of(0x10000, 0).IndexAreaSize(), 0x1000u);  // 20 + 256
+    EXPECT_EQ(BlockGeometry::Of(0x100000, 0).IndexAreaSize(), 0x2000u);   // 20 + 4096
+    EXPECT_EQ(BlockGeometry::Of(0x10000, 0).IndexAreaSize(), 0x1000u);    // 20 + 256
+    EXPECT_EQ(BlockGeometry::Of(4076 * 256, 0).IndexAreaSize(), 0x1000u); // 20 + 4076: one page
+    EXPECT_EQ(BlockGeometry::Of(4077 * 256, 0).IndexAreaSize(), 0x2000u); // a byte more
     EXPECT_EQ(BlockGeometry::Of(0xFFFFFFFF, 0).IndexAreaSize(), 0x1001000u);
 }
 

@@ -211,6 +211,13 @@ TEST_F(IndexRebuild, ResumesAtTheFirstFrameWithoutIFrames) {
     EXPECT_EQ(Rebuilt(2), "RecSeg[0][0]  1001, 1001, 100, 196\n");
 }
 
+TEST_F(IndexRebuild, ResumeDoesNotPassAFrameOfNoChannel) {
+    MakeOpenBlock();
+    Put(0, 32, 969); // older than the block by 31 seconds: the frames end with it
+    Put(0, 0, 1000);
+    EXPECT_EQ(Rebuilt(2), "");
+}
+
 TEST_F(IndexRebuild, ResumesWhereNoFrameIsAnyMore) {
     MakeOpenBlock();
     Put(1, 0, 1000);
