@@ -128,8 +128,7 @@ TerminalEnd EndAtTerminal(const std::vector<std::string>& command, const std::st
     if (signal != 0) {
         kill(child, signal);
     }
-    uint64_t memoryPeak = 0;
-    end.exitCode = ExitCodeOf(child, memoryPeak);
+    end.exitCode = ExitCodeOf(child);
     end.echoIsOn = ShowsTyping(held);
     close(held);
     close(terminal);
