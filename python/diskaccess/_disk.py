@@ -129,7 +129,7 @@ class Disk:
         first, last = self._clock.disk_range(start, end)
         request = _export.request(os.fspath(output), container, audio, replace)
         request.update(first=first, last=last, from_given=start is not None, to_given=end is not None,
-                       channels=_channel_bits(channels))
+                       channels=_channel_bits(channels), source=os.path.abspath(self._info.source))
         return _export.run(self._session, request, self._clock)
 
 

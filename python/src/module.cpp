@@ -61,6 +61,8 @@ py::object Export(Session& session, const py::dict& asked, const py::object& wor
     request.made = asked["made"].cast<std::string>();
     request.skewSeconds = asked["skew"].cast<int64_t>();
     request.zone = asked["zone"].cast<std::string>();
+    request.provenance.program = "diskaccess for Python " DISKACCESS_VERSION;
+    request.provenance.sourcePath = asked["source"].cast<std::string>();
     return python::Export(session, std::move(request), words);
 }
 
