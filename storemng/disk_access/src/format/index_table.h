@@ -20,7 +20,11 @@ public:
     IndexTable() = default;
     IndexTable(const IndexTable&) = delete;
     IndexTable& operator=(const IndexTable&) = delete;
-    ~IndexTable() { std::free(m_entries); }
+    ~IndexTable() {
+        if (m_entries != nullptr) { // most tables of a block that is opened stay empty
+            std::free(m_entries);
+        }
+    }
 
     /// Resizes the table to exactly @p count entries, at least one; new entries are zero.
     /// @return false if there is no memory; the table is then unchanged
