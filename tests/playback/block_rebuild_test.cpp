@@ -321,6 +321,7 @@ TEST_F(BlockRebuild, FramesOfChannelsThatDoNotExistAddNothing) {
         }
     }
     EXPECT_EQ(reader.Segments(), Lines{});
+    EXPECT_EQ(EndTime(reader), 0u);
     EXPECT_EQ(reader->RefreshBlockIndex(nullptr, 0, nullptr), -1);
 }
 
