@@ -1,7 +1,8 @@
-// Stands in for container_sink.cpp where there is no libavformat.
+// Stands in for container_sink.cpp and packet_reader.cpp where there is no libavformat.
 
 #include "media/error.h"
 #include "media/sink.h"
+#include "packet_reader.h"
 
 namespace media {
 
@@ -16,5 +17,26 @@ std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container /*con
 }
 
 void QuietContainers() {}
+
+class PacketReader::Impl {};
+
+PacketReader::PacketReader(const recordings::Source& file, Container /*container*/) {
+    throw Error(ErrorKind::NoContainers,
+                file.Name() + ": cannot be read: libavformat was not there when this was built");
+}
+
+PacketReader::~PacketReader() = default;
+
+size_t PacketReader::Streams() const {
+    return 0;
+}
+
+bool PacketReader::HasLengths(size_t /*stream*/) const {
+    return false;
+}
+
+bool PacketReader::Next(Packet& /*packet*/) {
+    return false;
+}
 
 } // namespace media

@@ -79,6 +79,12 @@ std::vector<Command> AllCommands() {
             .Takes(AddDiskOptions)
             .Takes(AddViewOptions)
             .Does(Asks(View)),
+        Command("verify", "Whether files are still what was made from a disk, by their manifest")
+            .Takes(AddVerifyOptions)
+            .Takes(AddZoneOptions)
+            .Takes(AddFormatOptions)
+            .Takes(AddDiskOptions)
+            .Does([](const Options& options, const std::string& /*name*/) { return Verify(options); }),
         Command("dump", "The partition field by field, as it lies on the block device: for those who know "
                         "the format")
             .Takes(AddPartition)

@@ -213,6 +213,24 @@ void AddEvidenceOptions(CLI::App& command, Options& options) {
         ->type_name("FILE");
 }
 
+void AddVerifyOptions(CLI::App& command, Options& options) {
+    command
+        .add_option("MANIFEST", options.manifest,
+                    "The manifest of an export or an extract; the files lie beside it")
+        ->type_name("FILE")
+        ->required();
+    command
+        .add_option("--source", options.partition,
+                    "What the files were made from: its blocks and frames are compared too")
+        ->option_text("SOURCE")
+        ->type_name("FILE");
+    command
+        .add_option("--public-key", options.publicKey,
+                    "The manifest must be signed with this key's private one, a PEM file")
+        ->option_text("KEY")
+        ->type_name("FILE");
+}
+
 void AddDumpOptions(CLI::App& command, Options& options) {
     command
         .add_option(

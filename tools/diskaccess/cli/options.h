@@ -70,6 +70,10 @@ struct Options {
     std::string signingKey;
     bool hashSource = false;
 
+    // verify
+    std::string manifest;
+    std::string publicKey;
+
     // dump
     bool attach = false;
     int level = 3;
@@ -103,6 +107,7 @@ void AddExportOptions(CLI::App& command, Options& options);
 void AddViewOptions(CLI::App& command, Options& options);
 /// What the manifest is to tell, and who signs it.
 void AddEvidenceOptions(CLI::App& command, Options& options);
+void AddVerifyOptions(CLI::App& command, Options& options);
 void AddDumpOptions(CLI::App& command, Options& options);
 
 } // namespace diskaccess

@@ -27,6 +27,9 @@ void CheckExport(const Options& options);
 
 /// Looks for the partitions of recorders on disks: on all of this machine where none is named.
 ExitCode Find(const Options& options);
+/// Holds a manifest against its files and, if one is given, the source.
+ExitCode Verify(const Options& options);
+
 /// Takes any device as it is, also one that holds no partition.
 ExitCode Dump(const Options& options);
 

@@ -1,0 +1,68 @@
+#ifndef MEDIA_MANIFEST_FILE_H
+#define MEDIA_MANIFEST_FILE_H
+
+/// @file manifest_file.h
+/// Manifests as they are read again: what must be known to verify them. Anybody may have written one.
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "media/provenance.h"
+#include "media/sink.h"
+#include "recordings/query.h"
+
+namespace media {
+
+/// A file that a manifest names.
+struct NamedFile {
+    std::string name; ///< of a file beside the manifest: never a path
+    uint64_t size = 0;
+    std::string sha256; ///< empty: parts of the file are hashed instead
+};
+
+/// A track, as a manifest has it.
+struct NamedTrack {
+    uint32_t channel = 0;
+    bool isVideo = true;
+    size_t output = 0; ///< entry of the files
+    uint64_t frames = 0;
+};
+
+struct NamedBlock {
+    uint32_t number = 0;
+    AreaDigest area;
+};
+
+/// A manifest, checked: every entry is there, of its type, and within what any disk can have.
+struct ManifestFile {
+    std::string folder; ///< that it lies in
+    std::string name;   ///< without folders
+    std::string text;   ///< all of it
+
+    bool isExtract = false;
+    Container container = Container::Raw; ///< of an export
+    std::string partition;                ///< as it was named
+    uint64_t deviceSize = 0;              ///< bytes
+    AreaDigest head;
+    std::optional<AreaDigest> source;
+    recordings::TimeRange range;
+    recordings::ChannelSet channels;
+    recordings::ChannelSet locked; ///< that the access lock hid
+    std::vector<NamedFile> files;
+    std::vector<NamedTrack> tracks;
+    std::set<std::pair<uint32_t, bool>>
+        leftOut;                   ///< channels and whether video, of which frames are in no file
+    std::vector<AreaDigest> areas; ///< of an extract: what lies before the blocks
+    std::vector<NamedBlock> blocks;
+};
+
+/// Reads a manifest.
+/// @throws Error (BadManifest)
+ManifestFile ReadManifest(const std::string& path);
+
+} // namespace media
+
+#endif // MEDIA_MANIFEST_FILE_H

@@ -1,0 +1,369 @@
+#include "media/manifest_file.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <utility>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "media/error.h"
+#include "small_file.h"
+
+namespace media {
+
+namespace {
+
+using Json = nlohmann::json;
+
+/// A ring of 65,536 blocks with many records in each has less.
+constexpr size_t kLargestManifest = size_t{256} << 20;
+/// Manifests have objects in lists in objects in a list.
+constexpr size_t kDeepest = 8;
+constexpr size_t kLongestName = 255;
+/// No manifest has more: each track of 32 channels may begin anew with every journey.
+constexpr size_t kMostFiles = 4096;
+constexpr size_t kMostTracks = 65536;
+constexpr size_t kMostBlocks = 65536;
+/// Of all that is kept.
+constexpr size_t kMostValues = 2000000;
+constexpr size_t kDigestDigits = 64;
+
+/// Members that may be long, and say nothing that can be verified by itself.
+constexpr std::array<const char*, 5> kPassedBy = {"events", "gaps", "losses", "notes", "records"};
+
+/// Thrown to end the parsing: what is wrong.
+struct Unfit {
+    const char* why;
+};
+
+/// Makes values of what is parsed. What need not be looked at is not kept.
+class Builder : public nlohmann::json_sax<Json> {
+public:
+    Json Take() { return std::move(m_root); }
+
+    bool null() override { return Put(nullptr); }
+    bool boolean(bool value) override { return Put(value); }
+    bool number_integer(number_integer_t value) override { return Put(value); }
+    bool number_unsigned(number_unsigned_t value) override { return Put(value); }
+    bool number_float(number_float_t value, const string_t& /*text*/) override { return Put(value); }
+    bool string(string_t& value) override { return Put(std::move(value)); }
+    bool binary(binary_t& /*value*/) override { return false; }
+    bool start_object(size_t /*elements*/) override { return Open(Json::object()); }
+    bool end_object() override { return Close(); }
+    bool start_array(size_t /*elements*/) override { return Open(Json::array()); }
+    bool end_array() override { return Close(); }
+    bool key(string_t& key) override {
+        if (m_passed == 0) {
+            m_passNext = std::find(kPassedBy.begin(), kPassedBy.end(), key) != kPassedBy.end();
+            m_key = std::move(key);
+        }
+        return true;
+    }
+    bool parse_error(size_t /*place*/, const std::string& /*token*/,
+                     const nlohmann::detail::exception& /*error*/) override {
+        return false;
+    }
+
+private:
+    bool Put(Json value) {
+        Add(std::move(value));
+        return true;
+    }
+
+    /// @return where the value is kept; null when it is not
+    Json* Add(Json value) {
+        if (std::exchange(m_passNext, false) || m_passed != 0) {
+            return nullptr;
+        }
+        if (++m_values > kMostValues) {
+            throw Unfit{"it says more than any manifest"};
+        }
+        if (m_open.empty()) {
+            m_root = std::move(value);
+            return &m_root;
+        }
+        Json& parent = *m_open.back();
+        if (parent.is_array()) {
+            parent.push_back(std::move(value));
+            return &parent.back();
+        }
+        return &(parent[m_key] = std::move(value));
+    }
+
+    bool Open(Json value) {
+        if (m_open.size() + m_passed >= kDeepest) {
+            throw Unfit{"its lists and objects lie too deep"};
+        }
+        Json* const kept = Add(std::move(value));
+        if (kept == nullptr) {
+            ++m_passed;
+        } else {
+            m_open.push_back(kept);
+        }
+        return true;
+    }
+
+    bool Close() {
+        if (m_passed != 0) {
+            --m_passed;
+        } else {
+            m_open.pop_back();
+        }
+        return true;
+    }
+
+    Json m_root;
+    std::vector<Json*> m_open; ///< lists and objects that go on
+    size_t m_passed = 0;       ///< those inside one that is not kept
+    bool m_passNext = false;
+    std::string m_key;
+    size_t m_values = 0;
+};
+
+class Reader {
+public:
+    explicit Reader(std::string path) : m_path(std::move(path)) {}
+
+    ManifestFile Run() {
+        const size_t slash = m_path.rfind('/');
+        m_file.folder = slash == std::string::npos ? "." : m_path.substr(0, slash + 1);
+        m_file.name = m_path.substr(slash + 1); // of none: 0
+        m_file.text = ReadSmallFile(m_path, kLargestManifest, ErrorKind::BadManifest);
+        Parse();
+        ReadKind();
+        ReadSource();
+        ReadQuestion();
+        if (m_file.isExtract) {
+            ReadImage();
+        } else {
+            ReadOutputs();
+            ReadTracks();
+            ReadLeftOut();
+        }
+        ReadBlocks();
+        return std::move(m_file);
+    }
+
+private:
+    [[noreturn]] void Refuse(const std::string& why) const {
+        throw Error(ErrorKind::BadManifest,
+                    fmt::format("{}: is no manifest that can be verified: {}", m_path, why));
+    }
+
+    void Parse() {
+        try {
+            Builder builder;
+            if (!Json::sax_parse(m_file.text, &builder)) {
+                Refuse("it is no JSON document");
+            }
+            m_json = builder.Take();
+        } catch (const Unfit& unfit) {
+            Refuse(unfit.why);
+        }
+        if (!m_json.is_object()) {
+            Refuse("it is no JSON object");
+        }
+    }
+
+    // ---- members by their type
+
+    const Json& MemberOf(const Json& object, const char* key) const {
+        const auto found = object.find(key);
+        if (found == object.end()) {
+            Refuse(fmt::format("'{}' is missing", key));
+        }
+        return *found;
+    }
+
+    uint64_t NumberIn(const Json& object, const char* key,
+                      uint64_t most = std::numeric_limits<uint64_t>::max()) const {
+        const Json& value = MemberOf(object, key);
+        if (!value.is_number_unsigned() || value.get<uint64_t>() > most) {
+            Refuse(fmt::format("'{}' is no number that it can be", key));
+        }
+        return value.get<uint64_t>();
+    }
+
+    uint32_t Number32In(const Json& object, const char* key, uint32_t most = 0xFFFFFFFF) const {
+        return static_cast<uint32_t>(NumberIn(object, key, most));
+    }
+
+    std::string TextIn(const Json& object, const char* key) const {
+        const Json& value = MemberOf(object, key);
+        if (!value.is_string()) {
+            Refuse(fmt::format("'{}' is no text", key));
+        }
+        return value.get<std::string>();
+    }
+
+    const Json& ObjectIn(const Json& object, const char* key) const {
+        const Json& value = MemberOf(object, key);
+        if (!value.is_object()) {
+            Refuse(fmt::format("'{}' is no object", key));
+        }
+        return value;
+    }
+
+    /// A list of objects.
+    const Json& ListIn(const char* key, size_t most) const {
+        const Json& value = MemberOf(m_json, key);
+        const bool isList =
+            value.is_array() &&
+            std::all_of(value.begin(), value.end(), [](const Json& entry) { return entry.is_object(); });
+        if (!isList || value.size() > most) {
+            Refuse(fmt::format("'{}' is no list that it can be", key));
+        }
+        return value;
+    }
+
+    std::string DigestIn(const Json& object) const {
+        std::string text = TextIn(object, "sha256");
+        if (text.size() != kDigestDigits || text.find_first_not_of("0123456789abcdef") != std::string::npos) {
+            Refuse("'sha256' is no digest");
+        }
+        return text;
+    }
+
+    AreaDigest AreaIn(const Json& object) const {
+        AreaDigest area;
+        area.offset = NumberIn(object, "device_offset", std::numeric_limits<int64_t>::max());
+        area.size = NumberIn(object, "size_bytes", std::numeric_limits<int64_t>::max());
+        area.sha256 = DigestIn(object);
+        area.unreadable = NumberIn(object, "unreadable_bytes", area.size);
+        return area;
+    }
+
+    recordings::ChannelSet ChannelsIn(const char* key) const {
+        const Json& list = MemberOf(m_json, key);
+        recordings::ChannelSet set;
+        if (!list.is_array()) {
+            Refuse(fmt::format("'{}' is no list", key));
+        }
+        for (const Json& channel : list) {
+            if (!channel.is_number_unsigned() || channel.get<uint64_t>() >= recordings::kChannels) {
+                Refuse(fmt::format("'{}' has what is no channel", key));
+            }
+            set.Add(channel.get<uint32_t>());
+        }
+        return set;
+    }
+
+    bool IsVideoIn(const Json& object) const {
+        const std::string media = TextIn(object, "media");
+        if (media != "video" && media != "audio") {
+            Refuse("'media' is neither video nor audio");
+        }
+        return media == "video";
+    }
+
+    // ---- parts of the manifest
+
+    void ReadKind() {
+        if (NumberIn(m_json, "schema_version") != 1) {
+            Refuse("it is of another version");
+        }
+        const std::string command = TextIn(m_json, "command");
+        if (command != "export" && command != "extract") {
+            Refuse("'command' is neither export nor extract");
+        }
+        m_file.isExtract = command == "extract";
+    }
+
+    void ReadSource() {
+        m_file.partition = TextIn(m_json, "partition");
+        m_file.deviceSize = NumberIn(m_json, "device_size_bytes", std::numeric_limits<int64_t>::max());
+        m_file.head = AreaIn(ObjectIn(m_json, "partition_head"));
+        const Json& digest = MemberOf(ObjectIn(m_json, "source"), "digest");
+        if (!digest.is_null()) {
+            m_file.source = AreaIn(ObjectIn(m_json["source"], "digest"));
+        }
+    }
+
+    void ReadQuestion() {
+        m_file.range.first = Number32In(m_json, "recorder_from");
+        m_file.range.last = Number32In(m_json, "recorder_to");
+        m_file.channels = ChannelsIn("channels");
+        m_file.locked = ChannelsIn("locked_channels");
+    }
+
+    /// Only the name of a file beside the manifest: a path could lead anywhere.
+    void AddFile(const Json& entry, bool hashedWhole) {
+        NamedFile file;
+        file.name = TextIn(entry, "file");
+        const bool plain = !file.name.empty() && file.name.size() <= kLongestName && file.name != "." &&
+                           file.name != ".." && file.name.find('/') == std::string::npos &&
+                           file.name.find('\0') == std::string::npos;
+        if (!plain) {
+            Refuse("'file' is no name of a file beside it");
+        }
+        for (const NamedFile& other : m_file.files) {
+            if (other.name == file.name) {
+                Refuse("it names a file twice");
+            }
+        }
+        file.size = NumberIn(entry, "size_bytes", std::numeric_limits<int64_t>::max());
+        file.sha256 = hashedWhole ? DigestIn(entry) : "";
+        m_file.files.push_back(std::move(file));
+    }
+
+    void ReadOutputs() {
+        for (const Json& entry : ListIn("outputs", kMostFiles)) {
+            AddFile(entry, true);
+        }
+        const std::string container = TextIn(m_json, "container");
+        for (const Container known : {Container::Raw, Container::Matroska, Container::Mp4}) {
+            if (container == NameOf(known)) {
+                m_file.container = known;
+                return;
+            }
+        }
+        Refuse("'container' is none that is known");
+    }
+
+    void ReadTracks() {
+        for (const Json& entry : ListIn("tracks", kMostTracks)) {
+            NamedTrack track;
+            track.channel = Number32In(entry, "channel", recordings::kChannels - 1);
+            track.isVideo = IsVideoIn(entry);
+            track.output = static_cast<size_t>(NumberIn(entry, "output", kMostFiles));
+            track.frames = NumberIn(entry, "frame_count");
+            if (track.output >= m_file.files.size()) {
+                Refuse("a track lies in none of its outputs");
+            }
+            m_file.tracks.push_back(track);
+        }
+    }
+
+    void ReadLeftOut() {
+        for (const Json& entry : ListIn("left_out", kMostTracks)) {
+            m_file.leftOut.emplace(Number32In(entry, "channel", recordings::kChannels - 1), IsVideoIn(entry));
+        }
+    }
+
+    void ReadImage() {
+        AddFile(ObjectIn(m_json, "image"), false);
+        for (const Json& entry : ListIn("areas", kMostFiles)) {
+            m_file.areas.push_back(AreaIn(entry));
+        }
+    }
+
+    void ReadBlocks() {
+        for (const Json& entry : ListIn("blocks", kMostBlocks)) {
+            m_file.blocks.push_back({Number32In(entry, "block"), AreaIn(entry)});
+        }
+    }
+
+    std::string m_path;
+    Json m_json;
+    ManifestFile m_file;
+};
+
+} // namespace
+
+ManifestFile ReadManifest(const std::string& path) {
+    return Reader(path).Run();
+}
+
+} // namespace media

@@ -1,0 +1,336 @@
+#include "media/verify.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "media/error.h"
+#include "opened_file.h"
+#include "small_file.h"
+#include "track_digests.h"
+
+namespace media {
+
+namespace {
+
+using Result = Check::Result;
+using Subject = Check::Subject;
+
+/// The folder that a manifest lies in, held open.
+class Folder {
+public:
+    explicit Folder(const std::string& path)
+        : m_descriptor(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+    ~Folder() { close(m_descriptor); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    int Descriptor() const { return m_descriptor; }
+
+private:
+    int m_descriptor;
+};
+
+std::string NameOf(const NamedTrack& track) {
+    return fmt::format("channel {} {}", track.channel, track.isVideo ? "video" : "audio");
+}
+
+class Verifier {
+public:
+    Verifier(const VerifyRequest& request, const std::function<void(const Check&)>& report,
+             const recordings::Watch& watch)
+        : m_manifest(request.manifest), m_request(request), m_report(report), m_watch(watch),
+          m_folder(m_manifest.folder) {}
+
+    bool Run() {
+        CheckSignature();
+        for (const NamedFile& file : m_manifest.files) {
+            m_good.push_back(m_manifest.isExtract ? CheckImage(file) : CheckFile(file));
+        }
+        if (m_request.disk == nullptr) {
+            Report(Result::Unchecked, Subject::Source, "there is no source to hold the files against");
+        } else {
+            CheckSource();
+            CheckBlocks();
+            if (!m_manifest.isExtract) {
+                CheckFrames();
+            }
+        }
+        return !m_anyBad;
+    }
+
+private:
+    void Report(Result result, Subject subject, std::string text) {
+        m_anyBad = m_anyBad || result == Result::Bad;
+        m_report({result, subject, std::move(text)});
+    }
+    bool Judge(bool good, Subject subject, const std::string& name, const char* ifGood, const char* ifBad) {
+        Report(good ? Result::Good : Result::Bad, subject, name + ": " + (good ? ifGood : ifBad));
+        return good;
+    }
+
+    // ---- the signature
+
+    void CheckSignature() {
+        const std::string name = m_manifest.name + ".sig";
+        if (m_request.key == nullptr) {
+            if (faccessat(m_folder.Descriptor(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
+                Report(Result::Unchecked, Subject::Signature,
+                       name + ": there is no public key to check it with");
+            }
+            return;
+        }
+        try {
+            const OpenedFile file(m_folder.Descriptor(), name);
+            std::string signature(kSignatureBytes, '\0');
+            const bool whole =
+                file.Size() == signature.size() && file.ReadWhole(0, signature.data(), signature.size());
+            Judge(whole && m_request.key->Fits(m_manifest.text, signature), Subject::Signature, name,
+                  "made with this key, of this manifest",
+                  "was not made with this key, or not of this manifest");
+        } catch (const Error& error) {
+            Report(Result::Bad, Subject::Signature, error.what());
+        }
+    }
+
+    // ---- the files
+
+    bool CheckFile(const NamedFile& named) {
+        try {
+            const OpenedFile file(m_folder.Descriptor(), named.name);
+            if (file.Size() != named.size) {
+                Report(Result::Bad, Subject::File,
+                       fmt::format("{}: has {} bytes, not {}", named.name, file.Size(), named.size));
+                return false;
+            }
+            return Judge(Holds(file, {0, named.size, named.sha256, 0}), Subject::File, named.name,
+                         "its SHA-256 is that of the manifest", "its SHA-256 is not that of the manifest");
+        } catch (const Error& error) {
+            Report(Result::Bad, Subject::File, error.what());
+            return false;
+        }
+    }
+
+    /// Whether an area still holds what it did.
+    bool Holds(const recordings::Source& source, const AreaDigest& area) const {
+        return HashArea(source, area.offset, area.size, m_watch).sha256 == area.sha256;
+    }
+
+    bool CheckImage(const NamedFile& named) {
+        try {
+            const OpenedFile file(m_folder.Descriptor(), named.name);
+            if (file.Size() != named.size) {
+                Report(Result::Bad, Subject::File,
+                       fmt::format("{}: has {} bytes, not {}", named.name, file.Size(), named.size));
+                return false;
+            }
+            return CheckParts(file, named.name, Subject::File);
+        } catch (const Error& error) {
+            Report(Result::Bad, Subject::File, error.what());
+            return false;
+        }
+    }
+
+    /// Holds what lies before the blocks, and the blocks, against the manifest.
+    bool CheckParts(const recordings::Source& source, const std::string& name, Subject subject) {
+        bool good = true;
+        for (const AreaDigest& area : m_manifest.areas) {
+            good &= Judge(Holds(source, area), subject,
+                          fmt::format("{}: the {} bytes from offset {} on", name, area.size, area.offset),
+                          "are those of the manifest", "are not those of the manifest");
+        }
+        return HashBlocks(source, name, subject) && good;
+    }
+
+    /// All sound blocks together, and each of the others.
+    bool HashBlocks(const recordings::Source& source, const std::string& name, Subject subject) {
+        size_t sound = 0;
+        for (const NamedBlock& block : m_manifest.blocks) {
+            if (Holds(source, block.area)) {
+                ++sound;
+            } else {
+                Report(Result::Bad, subject,
+                       fmt::format("{}: block {} is not what the manifest says", name, block.number));
+            }
+        }
+        if (sound != 0) {
+            Report(Result::Good, subject,
+                   fmt::format("{}: {} of {} block{} as in the manifest", name, sound,
+                               m_manifest.blocks.size(), m_manifest.blocks.size() == 1 ? " is" : "s are"));
+        }
+        return sound == m_manifest.blocks.size();
+    }
+
+    // ---- the source
+
+    const recordings::Source& Source() const { return m_request.disk->Bytes(); }
+
+    void CheckSource() {
+        const std::string& name = Source().Name();
+        if (Source().Size() != m_manifest.deviceSize) {
+            Report(Result::Bad, Subject::Source,
+                   fmt::format("{}: has {} bytes, not {}", name, Source().Size(), m_manifest.deviceSize));
+        }
+        const AreaDigest& head = m_manifest.head;
+        const bool isHead = head.offset == 0 && head.size == recordings::kPartitionHeadBytes;
+        Judge(isHead && Holds(Source(), head), Subject::Source, name,
+              "its partition head is that of the manifest", "its partition head is not that of the manifest");
+        if (m_manifest.source) {
+            const AreaDigest& whole = *m_manifest.source;
+            const bool isWhole = whole.offset == 0 && whole.size == m_manifest.deviceSize;
+            Judge(isWhole && Holds(Source(), whole), Subject::Source, name,
+                  "its SHA-256 is that of the manifest", "its SHA-256 is not that of the manifest");
+        }
+    }
+
+    void CheckBlocks() {
+        const recordings::Disk& disk = *m_request.disk;
+        const bool placed =
+            std::all_of(m_manifest.blocks.begin(), m_manifest.blocks.end(), [&disk](const NamedBlock& block) {
+                return block.number < disk.BlockCount() && block.area.offset == disk.StartOf(block.number) &&
+                       block.area.size == disk.Facts().blockSize;
+            });
+        if (!placed) {
+            Report(Result::Bad, Subject::Block,
+                   Source().Name() + ": the blocks of the manifest do not lie where those of this source do");
+            return;
+        }
+        if (m_manifest.isExtract) {
+            CheckParts(Source(), Source().Name(), Subject::Block);
+        } else {
+            HashBlocks(Source(), Source().Name(), Subject::Block);
+        }
+    }
+
+    // ---- the frames
+
+    void CheckFrames() {
+        const recordings::ChannelSet hidden = m_request.disk->Hidden().Without(m_manifest.locked);
+        for (const NamedTrack& track : m_manifest.tracks) {
+            if (hidden.Has(track.channel)) {
+                Report(Result::Bad, Subject::Frames,
+                       NameOf(track) + ": is locked on the source; give its password to compare it");
+                return;
+            }
+        }
+        const std::optional<std::vector<TrackDigest>> inFiles = DigestFiles();
+        if (!inFiles) {
+            return;
+        }
+        const std::vector<TrackDigest> onDisk =
+            DigestFrames(*m_request.disk, *m_request.blocks, m_manifest, *inFiles, m_watch);
+        for (size_t i = 0; i < m_manifest.tracks.size(); ++i) {
+            CompareTrack(m_manifest.tracks[i], (*inFiles)[i], onDisk[i]);
+        }
+    }
+
+    /// What the files hold, track by track; nothing when they cannot be compared, which is reported.
+    std::optional<std::vector<TrackDigest>> DigestFiles() {
+        std::vector<TrackDigest> digests(m_manifest.tracks.size());
+        for (size_t file = 0; file < m_manifest.files.size(); ++file) {
+            std::vector<size_t> tracks;
+            for (size_t i = 0; i < m_manifest.tracks.size(); ++i) {
+                if (m_manifest.tracks[i].output == file) {
+                    tracks.push_back(i);
+                }
+            }
+            if (!m_good[file]) {
+                Report(Result::Unchecked, Subject::Frames,
+                       m_manifest.files[file].name +
+                           ": its frames are not compared: it is not the file that was made");
+                return std::nullopt;
+            }
+            if (!DigestFile(m_manifest.files[file], tracks, digests)) {
+                return std::nullopt;
+            }
+        }
+        return digests;
+    }
+
+    bool DigestFile(const NamedFile& named, const std::vector<size_t>& tracks,
+                    std::vector<TrackDigest>& digests) {
+        if (m_manifest.container == Container::Raw) {
+            // The file has nothing but payloads: its digest, which was checked, is theirs.
+            for (const size_t track : tracks) {
+                digests[track] = {named.sha256, m_manifest.tracks[track].frames, 0, false};
+            }
+            return true;
+        }
+        try {
+            const OpenedFile file(m_folder.Descriptor(), named.name);
+            const std::vector<TrackDigest> found = DigestContainer(file, m_manifest, tracks, m_watch);
+            for (size_t i = 0; i < tracks.size(); ++i) {
+                digests[tracks[i]] = found[i];
+            }
+            return true;
+        } catch (const Error& error) {
+            Report(Result::Bad, Subject::Frames, error.what());
+            return false;
+        }
+    }
+
+    void CompareTrack(const NamedTrack& track, const TrackDigest& inFile, const TrackDigest& onDisk) {
+        const std::string& file = m_manifest.files[track.output].name;
+        if (onDisk.frames != track.frames || onDisk.tooMany != 0) {
+            Report(Result::Bad, Subject::Frames,
+                   fmt::format("{}: {}: the source has {} frames, the manifest {}", file, NameOf(track),
+                               onDisk.frames + onDisk.tooMany, track.frames));
+            return;
+        }
+        if (onDisk.sha256 != inFile.sha256) {
+            Report(Result::Bad, Subject::Frames,
+                   fmt::format("{}: {}: its frames are not those of the source", file, NameOf(track)));
+            return;
+        }
+        Report(Result::Good, Subject::Frames,
+               fmt::format("{}: {}: {} frame{} of the source, byte for byte", file, NameOf(track),
+                           track.frames, track.frames == 1 ? ", that" : "s, those"));
+    }
+
+    const ManifestFile& m_manifest;
+    const VerifyRequest& m_request;
+    const std::function<void(const Check&)>& m_report;
+    const recordings::Watch& m_watch;
+    Folder m_folder;
+    std::vector<bool> m_good; ///< of each file: it is the one that was made
+    bool m_anyBad = false;
+};
+
+} // namespace
+
+const char* NameOf(Check::Result result) {
+    switch (result) {
+    case Result::Good:
+        return "good";
+    case Result::Bad:
+        return "bad";
+    default:
+        return "unchecked";
+    }
+}
+
+const char* NameOf(Check::Subject subject) {
+    switch (subject) {
+    case Subject::Signature:
+        return "signature";
+    case Subject::File:
+        return "file";
+    case Subject::Source:
+        return "source";
+    case Subject::Block:
+        return "block";
+    default:
+        return "frames";
+    }
+}
+
+bool Verify(const VerifyRequest& request, const std::function<void(const Check&)>& report,
+            const recordings::Watch& watch) {
+    return Verifier(request, report, watch).Run();
+}
+
+} // namespace media
