@@ -140,6 +140,19 @@ json OffsetsOf(const TimeZone& zone, int64_t first, int64_t last) {
     return offsets;
 }
 
+/// From the first second recorded to the last. Heads and tails tell it before all has been read.
+Span WholeOf(const recordings::BlockList& blocks, const Survey& survey) {
+    const std::optional<Span> known = survey.Whole();
+    if (blocks.All().empty()) {
+        return known.value_or(Span());
+    }
+    const Span told = {blocks.Oldest()->start, std::max(blocks.Newest()->start, blocks.Newest()->end)};
+    if (survey.Complete() && known) {
+        return *known;
+    }
+    return known ? Span{std::min(told.first, known->first), std::max(told.last, known->last)} : told;
+}
+
 const char* NameOf(ExportState::Phase phase) {
     switch (phase) {
     case ExportState::Phase::Running:
@@ -256,12 +269,7 @@ Response Api::Info() {
             document["channels"].push_back(channel);
         }
     }
-    Span whole = {};
-    if (const auto known = m_survey.Whole()) {
-        whole = *known;
-    } else if (!blocks->All().empty()) {
-        whole = {blocks->Oldest()->start, std::max(blocks->Oldest()->start, blocks->Newest()->end)};
-    }
+    const Span whole = WholeOf(*blocks, m_survey);
     document["first"] = whole.first;
     document["last"] = whole.last;
     constexpr int64_t kWeek = 604800;
