@@ -31,6 +31,7 @@ public:
     BlockFacts(const Disk& disk, const Block& block);
 
     const Block& Of() const { return m_block; }
+    uint32_t AreaSize() const { return m_areaSize; }
     /// Whether nothing is known of the block but its place: its head tells nothing.
     bool Headless() const { return m_block.unreadable || m_block.wiped; }
     /// The index; null when the recorder wrote none, or it cannot be read.

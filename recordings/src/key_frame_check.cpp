@@ -64,7 +64,7 @@ void KeyFrameCheck::CheckDistances(const Track& track) {
             keys.push_back(entry);
         }
     }
-    const int64_t distance = track.pace != 0 ? UsualDistance(track, keys) : 0;
+    const int64_t distance = track.regular ? UsualDistance(track, keys) : 0;
     if (distance <= track.pace + track.pace / 2) {
         return;
     }

@@ -10,6 +10,9 @@ namespace recordings {
 
 namespace {
 
+/// Tracks with fewer frames do not tell that one is too many.
+constexpr size_t kFewestToTell = 8;
+
 /// Frames of a track beside which a single one of the same channel's other track does not occur.
 constexpr size_t kFewestBeside = 6;
 
@@ -190,6 +193,9 @@ bool PaceCheck::Usual(const Track& track, size_t place) const {
 /// Whether the track keeps its pace without this frame, and does not with it.
 bool PaceCheck::IsExtra(const Track& track, size_t place) const {
     const size_t last = track.frames.size() - 1;
+    if (track.frames.size() < kFewestToTell) {
+        return false;
+    }
     if (place == 0) {
         return !Usual(track, 0) && Usual(track, 1) && Usual(track, 2) &&
                TimeBetween(TimeOf(track, 0), TimeOf(track, 1)) < track.pace;

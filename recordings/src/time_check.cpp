@@ -66,6 +66,14 @@ private:
     const BlockFacts& m_facts;
 };
 
+uint64_t LargestSpan(const FoundFrames& found) {
+    uint64_t largest = 0;
+    for (const FoundFrame& frame : found.frames) {
+        largest = std::max(largest, frame.End() - frame.offset);
+    }
+    return largest;
+}
+
 /// Whether a single stale frame at the end of a block has its own time damaged: an earlier turn leaves one alone when it
 /// was the last in the block. Then the next one did not fit, or began in the next block soon after.
 bool IsDamagedLast(const FoundFrames& found, const BlockFacts& facts, const std::optional<int64_t>& next) {
@@ -73,6 +81,10 @@ bool IsDamagedLast(const FoundFrames& found, const BlockFacts& facts, const std:
         return false;
     }
     const FoundFrame& last = found.frames.back();
+    const bool full = last.End() + LargestSpan(found) > facts.AreaSize();
+    if (full && !next && !facts.IsFirstTurn()) {
+        return false;
+    }
     const bool older = next && last.Seconds() <= *next + kStale;
     return !older || last.Seconds() + kLongestPause < *next;
 }

@@ -413,7 +413,7 @@ TEST_P(SoundDisks, LoseNoFrameAndHaveNoProblem) {
     EXPECT_GE(tested, kDisksOfAGroup / 2);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, SoundDisks, ::testing::Range(0u, 8u));
+INSTANTIATE_TEST_SUITE_P(Seeds, SoundDisks, ::testing::Range(0u, 12u));
 
 } // namespace
 
