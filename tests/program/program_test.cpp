@@ -246,9 +246,9 @@ TEST_F(Program, ListMissesNothingBehindABadBlock) {
 }
 
 TEST_F(Program, Events) {
-    EXPECT_EQ(Show("events"), "TIME                 TYPE  BLOCK  ENTRY  NOTE\n"
-                              "2026-11-20 14:11:00   0x1      1      0\n"
-                              "2026-11-20 14:15:00   0x4      1      1\n"
+    EXPECT_EQ(Show("events"), "TIME                 TYPE  CHANNEL  BLOCK  ENTRY  NOTE\n"
+                              "2026-11-20 14:11:00   0x1  -            1      0\n"
+                              "2026-11-20 14:15:00   0x4  -            1      1\n"
                               "\n"
                               "Events  2\n");
     EXPECT_EQ(Show("events", {"--alarm", "0x8"}), "Events  0\n");
@@ -274,13 +274,13 @@ TEST_F(Program, EventsOfTheFirstSecondAndTheNewestBlock) {
     newest.Segment(0, kBase + 2400, kBase + 2999, 599 * 1024);
     newest.Event(Pts(kBase + 2400), 0x40).Event(Pts(kBase + 2700), 0x80);
     Disk().WriteBlock(4, newest);
-    EXPECT_EQ(Show("events"), "TIME                 TYPE  BLOCK  ENTRY  NOTE\n"
-                              "2026-11-20 14:00:00  0x10      0      0\n"
-                              "2026-11-20 14:00:01  0x20      0      1\n"
-                              "2026-11-20 14:11:00   0x1      1      0\n"
-                              "2026-11-20 14:15:00   0x4      1      1\n"
-                              "2026-11-20 14:40:00  0x40      4      0\n"
-                              "2026-11-20 14:45:00  0x80      4      1\n"
+    EXPECT_EQ(Show("events"), "TIME                 TYPE  CHANNEL  BLOCK  ENTRY  NOTE\n"
+                              "2026-11-20 14:00:00  0x10  -            0      0\n"
+                              "2026-11-20 14:00:01  0x20  -            0      1\n"
+                              "2026-11-20 14:11:00   0x1  -            1      0\n"
+                              "2026-11-20 14:15:00   0x4  -            1      1\n"
+                              "2026-11-20 14:40:00  0x40  -            4      0\n"
+                              "2026-11-20 14:45:00  0x80  -            4      1\n"
                               "\n"
                               "Events  6\n");
     EXPECT_TRUE(Contains(Show("events", {"--from", "2026-11-20 14:41"}), "Events  1"));
@@ -629,6 +629,7 @@ TEST_F(Program, NdjsonHasALineARecord) {
     ASSERT_EQ(events.size(), 2u);
     EXPECT_EQ(events[1], (Json{{"time", "2026-11-20T14:15:00Z"},
                                {"event_types", 4},
+                               {"channel", nullptr},
                                {"block", 1},
                                {"entry", 1},
                                {"closed", true},
@@ -637,9 +638,9 @@ TEST_F(Program, NdjsonHasALineARecord) {
 }
 
 TEST_F(Program, CsvHasAHeaderAndALineARecord) {
-    EXPECT_EQ(Show("events", {"--format", "csv"}), "time,event_types,block,entry,closed,mark\r\n"
-                                                   "2026-11-20T14:11:00Z,1,1,0,true,\r\n"
-                                                   "2026-11-20T14:15:00Z,4,1,1,true,\r\n");
+    EXPECT_EQ(Show("events", {"--format", "csv"}), "time,event_types,channel,block,entry,closed,mark\r\n"
+                                                   "2026-11-20T14:11:00Z,1,,1,0,true,\r\n"
+                                                   "2026-11-20T14:15:00Z,4,,1,1,true,\r\n");
     EXPECT_TRUE(Contains(Show("units", {"--format", "csv"}),
                          "0,closed,,2026-11-20T14:00:00Z,2026-11-20T14:09:59Z,\"0,3\"\r\n"));
     EXPECT_TRUE(
@@ -864,7 +865,7 @@ TEST_F(Program, BlocksThatCannotBeReadAreNamed) {
 TEST_F(Program, WhatASuspectBlockHoldsIsShownAndMarked) {
     Disk().SetSuspect(1, 1);
     EXPECT_TRUE(Contains(Show("list"), "    0x5      1        0  suspect\n"));
-    EXPECT_TRUE(Contains(Show("events"), "2026-11-20 14:15:00   0x4      1      1  suspect\n"));
+    EXPECT_TRUE(Contains(Show("events"), "2026-11-20 14:15:00   0x4  -            1      1  suspect\n"));
     EXPECT_TRUE(Contains(Show("list", {"--alarm", "0x4"}), "    0x4      1        0  suspect\n"));
     const Json list = Json::parse(Show("list", {"--json"}));
     EXPECT_EQ(list["records"][2]["mark"], "suspect");
@@ -881,7 +882,7 @@ TEST_F(Program, WhatABlockThatWasNeverClosedHoldsIsShown) {
     std::memcpy(payload.data(), &crash, sizeof crash);
     AddFrame(4, 4, 0, kBase + 2411, payload);
     RecordOn(4, kBase + 2411, kBase + 2420);
-    EXPECT_TRUE(Contains(Show("events"), "2026-11-20 14:40:11  0x800      4      0  not closed\n"));
+    EXPECT_TRUE(Contains(Show("events"), "2026-11-20 14:40:11  0x800        0      4      0  not closed\n"));
     EXPECT_TRUE(
         Contains(Show("list", {"--channel", "0"}),
                  "2026-11-20 14:40:00  2026-11-20 14:40:20    0:20   21.0 KiB  0x800      4        0  not "

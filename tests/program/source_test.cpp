@@ -265,4 +265,54 @@ TEST_F(Sources, SilenceIsALengthOfTime) {
     }
 }
 
+// ---- names
+
+TEST_F(Sources, NamesStandInTextAndNumbersInMachineFormats) {
+    std::ofstream(File("names")) << R"({"schema_version": 1, "channels": {"0": "front", "5": "rear"}})";
+    const std::string text = Run({"list", File("disk"), "--names", File("names"), "--utc"}).out;
+    EXPECT_EQ(text.find("CHANNEL  START                END                  LENGTH"), 0u) << text;
+    EXPECT_NE(text.find("\nfront    2026-11-20 14:00:00"), std::string::npos) << text;
+    const std::string plain = Run({"list", File("disk"), "--utc", "--json"}).out;
+    EXPECT_EQ(Run({"list", File("disk"), "--names", File("names"), "--utc", "--json"}).out, plain);
+    EXPECT_NE(Run({File("disk"), "--names", File("names")}).out.find("  front  "), std::string::npos);
+}
+
+TEST_F(Sources, NamesLieInTheConfigurationFolder) {
+    fs::create_directories(File("diskaccess"));
+    std::ofstream(File("diskaccess/names.json")) << R"({"channels": {"0": "front"}})";
+    ProgramSetting setting;
+    setting.environment = {"XDG_CONFIG_HOME=" + File("")};
+    EXPECT_NE(RunProgram({DISKACCESS_PROGRAM, "list", File("disk")}, setting).out.find("\nfront  "),
+              std::string::npos);
+    fs::create_directories(File("home/.config/diskaccess"));
+    fs::rename(File("diskaccess/names.json"), File("home/.config/diskaccess/names.json"));
+    setting.environment = {"XDG_CONFIG_HOME=", "HOME=" + File("home")};
+    EXPECT_NE(RunProgram({DISKACCESS_PROGRAM, "list", File("disk")}, setting).out.find("\nfront  "),
+              std::string::npos);
+}
+
+TEST_F(Sources, WhatIsNoFileOfNamesIsRefused) {
+    const std::pair<const char*, const char*> documents[] = {
+        {"[1]", ": is no JSON document of names; names.schema.json says what it looks like"},
+        {"{", ": is no JSON document of names; names.schema.json says what it looks like"},
+        {R"({"channels": 5})", ": channels is no object; names.schema.json says what it looks like"},
+        {R"({"channels": {"32": "x"}})",
+         ": channels: '32' is no entry of it; names.schema.json says what it looks like"},
+        {R"({"channels": {"0": 7}})",
+         ": channels: '0' is no entry of it; names.schema.json says what it looks like"},
+        {R"({"event_types": {"0x3": "x"}})",
+         ": event_types: '0x3' is no entry of it; names.schema.json says what it looks like"},
+        {R"({"event_types": {"door": "x"}})",
+         ": event_types: 'door' is no entry of it; names.schema.json says what it looks like"}};
+    for (const auto& [document, complaint] : documents) {
+        std::ofstream(File("names")) << document;
+        const ProgramResult result = Run({"list", File("disk"), "--names", File("names")});
+        EXPECT_EQ(result.exitCode, 1) << document;
+        EXPECT_EQ(result.err, "diskaccess: " + File("names") + complaint + "\n");
+    }
+    EXPECT_EQ(Run({"list", File("disk"), "--names", File("none")}).err,
+              "diskaccess: " + File("none") +
+                  ": cannot be read; give a file of names with --names, or leave it out\n");
+}
+
 } // namespace

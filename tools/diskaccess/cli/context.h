@@ -9,6 +9,7 @@
 
 #include "cli/clock_check.h"
 #include "cli/failure.h"
+#include "cli/names.h"
 #include "cli/options.h"
 #include "cli/output.h"
 #include "cli/problems.h"
@@ -34,6 +35,8 @@ public:
     const Options& Typed() const { return m_options; }
     const Query& Asked() const { return m_query; }
     const TimeZone& Zone() const { return m_zone; }
+    /// What the user calls channels and event types.
+    const diskaccess::Names& Names() const { return m_names; }
     const DiskClock& Clock() const { return m_clock; }
     /// How the clock's skew was found, if a check was typed.
     const std::optional<ClockCheck>& Checked() const { return m_clockCheck; }
@@ -78,6 +81,7 @@ private:
     TimeZone m_zone;
     std::optional<ClockCheck> m_clockCheck;
     DiskClock m_clock;
+    diskaccess::Names m_names;
     Query m_query;
     ProblemPrinter m_problems;
     Output m_output;

@@ -101,6 +101,12 @@ void AddDiskOptions(CLI::App& command, Options& options) {
         ->excludes(command.get_option("--skew"))
         ->option_text("TIME=TIME");
     command
+        .add_option("--names", options.namesFile,
+                    "File that names channels and event types (default: names.json in "
+                    "~/.config/diskaccess)")
+        ->option_text("FILE")
+        ->type_name("FILE");
+    command
         .add_option("--disk-type", options.diskType,
                     "The recorder's disk type code (default: as the head says)")
         ->check(completion::WholeNumber(0, std::numeric_limits<int>::max()))

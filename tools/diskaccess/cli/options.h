@@ -33,6 +33,7 @@ struct Options {
     std::string clockCheck;
     std::optional<int> diskType;
     std::string passwordFile;
+    std::string namesFile;
     bool askPassword = false;
     std::string from;
     std::string to;

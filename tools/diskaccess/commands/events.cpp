@@ -9,8 +9,10 @@ namespace {
 Row EventRow(Context& context, const recordings::Event& event) {
     const recordings::Block* const block = context.BlockOf(event.block);
     const recordings::BlockMark mark = block == nullptr ? recordings::BlockMark::None : block->mark;
+    const std::optional<uint32_t> channel = ChannelOf(context.Disk(), event);
     return {context.Clock().TrueTime(event.time),
-            Mask{event.type},
+            context.Names().EventTypes(event.type),
+            channel ? context.Names().Channel(*channel) : Value(Nothing{}),
             uint64_t{event.block},
             uint64_t{event.entry},
             event.indexed,
@@ -29,6 +31,7 @@ ExitCode Events(Context& context) {
     answer.BeginTable({"events",
                        {{"time", "TIME"},
                         {"event_types", "TYPE"},
+                        {"channel", "CHANNEL"},
                         {"block", "BLOCK"},
                         {"entry", "ENTRY"},
                         {"closed", ""},

@@ -144,10 +144,10 @@ void ShowTracks(Context& context, const media::ExportResult& result) {
                         {"file", "FILE"}},
                        {}});
     for (const media::Track& track : result.tracks) {
-        answer.ShowRow({uint64_t{track.channel}, std::string(track.isVideo ? "video" : "audio"),
-                        track.Codec(), track.frames, Bytes{track.bytes},
-                        context.Clock().TrueInstant(track.first), context.Clock().TrueInstant(track.last),
-                        Printable(result.outputs.at(track.output).path)});
+        answer.ShowRow(
+            {context.Names().Channel(track.channel), std::string(track.isVideo ? "video" : "audio"),
+             track.Codec(), track.frames, Bytes{track.bytes}, context.Clock().TrueInstant(track.first),
+             context.Clock().TrueInstant(track.last), Printable(result.outputs.at(track.output).path)});
     }
     answer.EndTable();
 }

@@ -12,7 +12,7 @@ using recordings::Block;
 using recordings::BlockIdentity;
 using recordings::BlockMark;
 
-Table ChannelTable(const BlockIdentity& identity) {
+Table ChannelTable(const Names& names, const BlockIdentity& identity) {
     Table table = {"channel_properties",
                    {{"channel", "CHANNEL"},
                     {"video_code", "VIDEO"},
@@ -28,7 +28,7 @@ Table ChannelTable(const BlockIdentity& identity) {
     for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
         if (identity.channels.Has(channel)) {
             const recordings::ChannelProperties& p = identity.properties[channel];
-            table.rows.push_back({uint64_t{channel}, uint64_t{p.videoCode}, uint64_t{p.frameRate},
+            table.rows.push_back({names.Channel(channel), uint64_t{p.videoCode}, uint64_t{p.frameRate},
                                   uint64_t{p.resolutionCode}, uint64_t{p.bitrate},
                                   uint64_t{p.keyFrameDistance}, uint64_t{p.audioCode}, uint64_t{p.sampleRate},
                                   uint64_t{p.sampleBits}, uint64_t{p.audioFrameBytes}});
@@ -131,7 +131,7 @@ ExitCode Info(Context& context) {
     }
     context.Answer().ShowFacts(facts);
     if (identity) {
-        ShowTable(context.Answer(), ChannelTable(*identity));
+        ShowTable(context.Answer(), ChannelTable(context.Names(), *identity));
     }
     return context.Finish();
 }

@@ -32,8 +32,9 @@ ExitCode Journeys(Context& context) {
         const uint64_t length = journey.end - journey.start;
         seconds += length;
         answer.ShowRow({uint64_t{journey.number}, context.Clock().TrueTime(journey.start),
-                        context.Clock().TrueTime(journey.end), Duration{length}, journey.channels,
-                        journey.records, Bytes{journey.bytes}, journey.alarms, journey.losses});
+                        context.Clock().TrueTime(journey.end), Duration{length},
+                        context.Names().Channels(journey.channels), journey.records, Bytes{journey.bytes},
+                        journey.alarms, journey.losses});
     }
     answer.EndTable();
     answer.ShowFacts({{"journey_count", "Journeys", uint64_t{journeys.size()}},

@@ -45,7 +45,7 @@ Table RecordTable() {
             {}};
 }
 
-Table ChannelTotals(const std::map<uint32_t, Total>& channels) {
+Table ChannelTotals(const Names& names, const std::map<uint32_t, Total>& channels) {
     Table table = {"channel_totals",
                    {{"channel", "CHANNEL"},
                     {"record_count", "RECORDS"},
@@ -53,7 +53,8 @@ Table ChannelTotals(const std::map<uint32_t, Total>& channels) {
                     {"size_bytes", "SIZE"}},
                    {}};
     for (const auto& [channel, total] : channels) {
-        table.rows.push_back({uint64_t{channel}, total.records, Duration{total.seconds}, Bytes{total.bytes}});
+        table.rows.push_back(
+            {names.Channel(channel), total.records, Duration{total.seconds}, Bytes{total.bytes}});
     }
     return table;
 }
@@ -85,7 +86,7 @@ public:
         ForEachRecord(m_context.Disk(), m_context.Blocks(), request, m_context.Problems(),
                       m_context.Watch("reading indexes"), [this](const Record& record) { Take(record); });
         answer.EndTable();
-        ShowTable(answer, ChannelTotals(m_channels));
+        ShowTable(answer, ChannelTotals(m_context.Names(), m_channels));
         answer.ShowFacts({{"record_count", "Records", m_all.records},
                           {"length_seconds", "Length", Duration{m_all.seconds}},
                           {"size_bytes", "Size", Bytes{m_all.bytes}}});
@@ -126,11 +127,11 @@ private:
 
     void Show(const Record& record, uint64_t types) {
         const DiskClock& clock = m_context.Clock();
-        m_context.Answer().ShowRow({uint64_t{record.channel}, clock.TrueTime(record.start),
+        m_context.Answer().ShowRow({m_context.Names().Channel(record.channel), clock.TrueTime(record.start),
                                     clock.TrueTime(record.end), Duration{LengthOf(record)},
-                                    Bytes{record.bytes}, Mask{types}, uint64_t{record.block},
-                                    uint64_t{record.segment}, record.closed, MarkValue(record.mark),
-                                    NoteText(record.closed, record.mark)});
+                                    Bytes{record.bytes}, m_context.Names().EventTypes(types),
+                                    uint64_t{record.block}, uint64_t{record.segment}, record.closed,
+                                    MarkValue(record.mark), NoteText(record.closed, record.mark)});
         m_channels[record.channel].Add(record);
         m_all.Add(record);
     }

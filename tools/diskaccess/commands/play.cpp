@@ -126,8 +126,8 @@ private:
     }
 
     void Show(const Frame& frame) {
-        m_answer.ShowRow({m_context.Clock().TrueInstant(frame.time), uint64_t{frame.channel}, KindOf(frame),
-                          uint64_t{frame.type}, uint64_t{frame.size}});
+        m_answer.ShowRow({m_context.Clock().TrueInstant(frame.time), m_context.Names().Channel(frame.channel),
+                          KindOf(frame), uint64_t{frame.type}, uint64_t{frame.size}});
         ++m_frames;
         m_bytes += frame.size;
     }

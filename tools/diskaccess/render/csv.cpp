@@ -29,6 +29,9 @@ std::string Quoted(const std::string& text) {
 }
 
 std::string Cell(const Value& value, const TimeZone& zone) {
+    if (const auto* const labelled = std::get_if<Labelled>(&value)) {
+        return Cell(NumberOf(*labelled), zone);
+    }
     if (const auto* const set = std::get_if<ChannelSet>(&value)) {
         return Quoted(ChannelSetText(*set));
     }

@@ -62,6 +62,7 @@ Json ValueJson(const Value& value, const TimeZone& zone) {
                           [](Bytes bytes) { return NumberJson(bytes.count); },
                           [](Mask mask) { return NumberJson(mask.bits); },
                           [](ChannelSet set) { return NumbersOf(set); },
+                          [&](const Labelled& labelled) { return ValueJson(NumberOf(labelled), zone); },
                       },
                       value);
 }

@@ -38,8 +38,19 @@ using recordings::ChannelSet;
 /// What is not known, or does not apply.
 struct Nothing {};
 
+/// A number that the user has a name for: the name in text, the number in machine formats.
+struct Labelled {
+    std::variant<uint64_t, Mask, ChannelSet> value;
+    std::string text;
+};
+
 using Value = std::variant<Nothing, bool, uint64_t, std::string, Time, Instant, Date, Duration, Bytes, Mask,
-                           ChannelSet>;
+                           ChannelSet, Labelled>;
+
+/// What machine formats show of it.
+inline Value NumberOf(const Labelled& labelled) {
+    return std::visit([](const auto& number) { return Value(number); }, labelled.value);
+}
 
 /// One named value: @c key in machine formats, @c label in text (empty: not there).
 struct Fact {

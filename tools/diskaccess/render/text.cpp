@@ -27,6 +27,7 @@ std::string CellText(const Value& value, const TimeZone& zone) {
                           [](Bytes bytes) { return BytesText(bytes.count); },
                           [](Mask mask) { return mask.bits == 0 ? "-" : fmt::format("0x{:x}", mask.bits); },
                           [](ChannelSet set) { return ChannelSetText(set); },
+                          [](const Labelled& labelled) { return labelled.text; },
                       },
                       value);
 }
