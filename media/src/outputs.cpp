@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "file_writer.h"
 #include "media/error.h"
 #include "media/output_file.h"
 #include "pipeline.h"
@@ -46,6 +47,23 @@ void Outputs::Publish() {
     for (const auto& file : m_files) {
         file->Keep();
     }
+}
+
+std::vector<Exported> WriteFiles(const std::vector<FileContents>& files, const OutputRules& rules) {
+    Outputs outputs(rules);
+    std::vector<OutputFile*> made;
+    for (const FileContents& file : files) {
+        made.push_back(&outputs.Make(file.path));
+        made.back()->Bytes().Write(file.bytes.data(), file.bytes.size());
+        made.back()->BeginCompletion();
+    }
+    std::vector<Exported> results;
+    for (OutputFile* const file : made) {
+        file->Complete();
+        results.push_back(file->Result());
+    }
+    outputs.Publish();
+    return results;
 }
 
 } // namespace media

@@ -78,7 +78,9 @@ size_t CheckExamples(bool (*wanted)(const std::string& command)) {
         }
         const std::string command = "cd " + directory.File("") + " && exec " DISKACCESS_PROGRAM " " +
                                     example.command.substr(std::string("diskaccess ").size());
-        const auto result = test_support::RunProgram({"sh", "-c", command});
+        test_support::ProgramSetting setting;
+        setting.environment = {"LC_ALL=C.UTF-8", "COLUMNS=90"}; // for what is drawn
+        const auto result = test_support::RunProgram({"sh", "-c", command}, setting);
         EXPECT_EQ(result.exitCode, 0) << example.command;
         EXPECT_TRUE(Matches(example.output, 0, LinesOf(result.out), 0)) << example.command << " prints:\n"
                                                                         << result.out;

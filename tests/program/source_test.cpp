@@ -315,4 +315,38 @@ TEST_F(Sources, WhatIsNoFileOfNamesIsRefused) {
                   ": cannot be read; give a file of names with --names, or leave it out\n");
 }
 
+// ---- timeline
+
+TEST_F(Sources, TheTimelineIsDrawnForTheTerminal) {
+    ProgramSetting setting;
+    setting.environment = {"LC_ALL=C.UTF-8", "COLUMNS=47"};
+    const std::vector<std::string> command = {DISKACCESS_PROGRAM, "timeline", File("disk"), "--utc"};
+    const std::string text = RunProgram(command, setting).out;
+    EXPECT_EQ(text.find("Journey 1: 2026-11-20 14:00:00 to 2026-11-20 14:00:09, 0:09, "), 0u) << text;
+    EXPECT_NE(text.find("\n0      ████████████████████████████████████████\n"), std::string::npos) << text;
+    setting.environment = {"LC_ALL=C", "COLUMNS=17"};
+    EXPECT_NE(RunProgram(command, setting).out.find("\n0      ##########\n"), std::string::npos);
+    EXPECT_EQ(Run({"timeline", File("disk"), "--channel", "9"}).out, "Nothing is recorded.\n");
+    EXPECT_EQ(Run({"timeline", File("disk"), "--from", "2027-01-01"}).out, "Nothing is recorded.\n");
+    EXPECT_EQ(Run({"timeline", File("disk"), "--json"}).exitCode, 2);
+    EXPECT_EQ(Run({"timeline", File("disk"), "--svg", "new/"}).exitCode, 2);
+}
+
+TEST_F(Sources, TheTimelineIsWrittenAsFiles) {
+    const ProgramResult result =
+        Run({"timeline", File("disk"), "--svg", File("a.svg"), "--html", File("a.html")});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(ReadFile(File("a.svg")).find("<svg xmlns="), 0u);
+    EXPECT_EQ(ReadFile(File("a.html")).find("<!DOCTYPE html>"), 0u);
+    EXPECT_EQ(Run({"timeline", File("disk"), "--svg", File("b.svg"), "--html", File("a.html")}).err,
+              "diskaccess: " + File("a.html") +
+                  ": exists already; give another name, or --force to replace it\n");
+    EXPECT_FALSE(fs::exists(File("b.svg")));
+    EXPECT_EQ(Run({"timeline", File("disk"), "--html", File("a.html"), "--force"}).exitCode, 0);
+    const ProgramResult onto = Run({"timeline", File("disk"), "--force", "--svg", File("disk")});
+    EXPECT_EQ(onto.exitCode, 1);
+    EXPECT_TRUE(ReadFile(File("disk")) == m_bytes);
+}
+
 } // namespace

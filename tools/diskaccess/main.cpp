@@ -45,6 +45,17 @@ std::vector<Command> AllCommands() {
             .Takes(AddSilenceOption)
             .Checks(CheckJourneys)
             .Does(Asks(Journeys)),
+        Command("timeline", "What was recorded when, drawn: in the terminal, as a picture or as a page")
+            .Takes(AddPartition)
+            .Takes(AddZoneOptions)
+            .Takes(AddTextFormatOption)
+            .Takes(AddDiskOptions)
+            .Takes(AddRangeOptions)
+            .Takes(AddChannelOption)
+            .Takes(AddSilenceOption)
+            .Takes(AddTimelineOptions)
+            .Checks(CheckTimeline)
+            .Does(Asks(Timeline)),
         OnDisk("info", "What the partition is: layout, recorded span, vehicle, channels").Does(Asks(Info)),
         OnDisk("list", "The recordings, oldest block first; with --alarm those around events")
             .Takes(AddRangeOptions)

@@ -98,6 +98,16 @@ private:
     std::vector<std::unique_ptr<OutputFile>> m_files;
 };
 
+/// A file as it is to be.
+struct FileContents {
+    std::string path;
+    std::string bytes;
+};
+
+/// Makes files of what is in memory: all of them, or none.
+/// @throws Error
+std::vector<Exported> WriteFiles(const std::vector<FileContents>& files, const OutputRules& rules);
+
 } // namespace media
 
 #endif // MEDIA_OUTPUT_FILE_H

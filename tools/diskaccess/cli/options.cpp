@@ -145,6 +145,18 @@ void AddSilenceOption(CLI::App& command, Options& options) {
         ->default_str("5m");
 }
 
+void AddTimelineOptions(CLI::App& command, Options& options) {
+    command.add_option("--svg", options.svg, "Write it as a picture instead")
+        ->option_text("FILE")
+        ->type_name("FILE");
+    command
+        .add_option("--html", options.html,
+                    "Write it as a page instead: to zoom in, with everything in one file")
+        ->option_text("FILE")
+        ->type_name("FILE");
+    command.add_flag("--force", options.force, "Replace files that exist; never the source");
+}
+
 void AddListOptions(CLI::App& command, Options& options) {
     command.add_flag("--mix", options.mix, "Cut the recordings where alarms begin and end");
 }

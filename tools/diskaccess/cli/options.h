@@ -22,6 +22,10 @@ struct Options {
     std::string zone;
     Format format = Format::Text;
 
+    // timeline
+    std::string svg;
+    std::string html;
+
     // find
     std::vector<std::string> disks;
 
@@ -100,6 +104,7 @@ void AddAlarmOption(CLI::App& command, Options& options);
 
 /// Seconds that the recorder's clock was ahead.
 void AddSkewOption(CLI::App& command, Options& options);
+void AddTimelineOptions(CLI::App& command, Options& options);
 void AddSilenceOption(CLI::App& command, Options& options);
 void AddListOptions(CLI::App& command, Options& options);
 void AddCheckOptions(CLI::App& command, Options& options);

@@ -9,6 +9,7 @@ namespace diskaccess {
 
 ExitCode Info(Context& context);
 ExitCode Journeys(Context& context);
+ExitCode Timeline(Context& context);
 ExitCode List(Context& context);
 ExitCode Events(Context& context);
 ExitCode Days(Context& context);
@@ -21,6 +22,7 @@ ExitCode View(Context& context);
 
 // What is wrong with the options of a command alone, thrown before anything is read.
 
+void CheckTimeline(const Options& options);
 void CheckJourneys(const Options& options);
 void CheckPlay(const Options& options);
 void CheckExport(const Options& options);

@@ -8,7 +8,7 @@ namespace diskaccess::timeline {
 
 namespace {
 
-constexpr uint32_t kSteps[] = {1,    2,    5,    10,    15,    30,    60,    120,    300,    600,     900,
+constexpr uint32_t kSteps[] = {1,    2,    5,    10,    15,    30,    60,    120,    300,     600,     900,
                                1800, 3600, 7200, 10800, 21600, 43200, 86400, 604800, 2592000, 31536000};
 
 std::string Count(uint64_t count, const char* one, const char* several) {

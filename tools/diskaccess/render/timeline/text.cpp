@@ -19,8 +19,8 @@ constexpr size_t kEighths = 8;
 
 /// Characters of UTF-8 text.
 size_t Length(const std::string& text) {
-    return static_cast<size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<uint8_t>(c) & 0xC0) != 0x80; }));
+    return static_cast<size_t>(std::count_if(
+        text.begin(), text.end(), [](char c) { return (static_cast<uint8_t>(c) & 0xC0) != 0x80; }));
 }
 
 /// Text of exactly so many characters.
@@ -42,9 +42,9 @@ struct Glyph {
     const char* unicode;
     const char* ascii;
 };
-constexpr Glyph kCoverage[kEighths + 1] = {{" ", " "},           {"\u2581", "."}, {"\u2582", "."}, {"\u2583", "-"},
-                                           {"\u2584", "-"},      {"\u2585", "="}, {"\u2586", "="}, {"\u2587", "="},
-                                           {"\u2588", "#"}};
+constexpr Glyph kCoverage[kEighths + 1] = {{" ", " "},      {"\u2581", "."}, {"\u2582", "."},
+                                           {"\u2583", "-"}, {"\u2584", "-"}, {"\u2585", "="},
+                                           {"\u2586", "="}, {"\u2587", "="}, {"\u2588", "#"}};
 constexpr Glyph kGap = {"\u00B7", ":"};
 constexpr Glyph kAlarm = {"\u2592", "~"};
 constexpr Glyph kEvent = {"\u25B2", "^"};
@@ -105,7 +105,8 @@ public:
         for (const Span& span : spans) {
             const double from = static_cast<double>(span.start - m_start) * perSecond;
             const double to = static_cast<double>(uint64_t{span.end} - m_start + 1) * perSecond;
-            for (auto cell = static_cast<size_t>(from); cell < m_cells && static_cast<double>(cell) < to; ++cell) {
+            for (auto cell = static_cast<size_t>(from); cell < m_cells && static_cast<double>(cell) < to;
+                 ++cell) {
                 const auto left = static_cast<double>(cell);
                 covered[cell] += std::min(to, left + 1) - std::max(from, left);
             }
@@ -157,7 +158,8 @@ class Strip {
 public:
     Strip(const JourneyCoverage& journey, const Labels& labels, const TextStyle& style)
         : m_journey(journey), m_labels(labels), m_style(style), m_labelWidth(LabelWidth()),
-          m_scale(journey.journey, std::max(kFewestCells, style.width - std::min(style.width, m_labelWidth + 1))) {}
+          m_scale(journey.journey,
+                  std::max(kFewestCells, style.width - std::min(style.width, m_labelWidth + 1))) {}
 
     std::string Text() {
         m_text = JourneyText(m_labels, m_journey.journey) + "\n" + Axis();
@@ -188,8 +190,8 @@ private:
         constexpr size_t kApart = 11; // a date, and a blank
         const uint32_t step = AxisStep(m_scale.Seconds(), std::max<size_t>(1, m_scale.Cells() / kApart));
         std::string line;
-        for (int64_t second = FirstMark(m_labels, m_journey.journey.start, step); second <= m_journey.journey.end;
-             second += step) {
+        for (int64_t second = FirstMark(m_labels, m_journey.journey.start, step);
+             second <= m_journey.journey.end; second += step) {
             const std::string text = AxisText(m_labels, static_cast<uint32_t>(second), step);
             const size_t at = m_scale.CellOf(second);
             if (at >= line.size() && at + text.size() <= m_scale.Cells()) {

@@ -11,7 +11,7 @@ namespace diskaccess::timeline {
 
 /// What a terminal can show.
 struct TextStyle {
-    size_t width = 80;  ///< columns
+    size_t width = 80;   ///< columns
     bool unicode = true; ///< else ASCII alone
     bool colour = false;
 };
