@@ -1,0 +1,31 @@
+#ifndef MEDIA_SRC_CHILD_H
+#define MEDIA_SRC_CHILD_H
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace media {
+
+/// What a child process may use.
+struct ChildLimits {
+    uint32_t seconds = 20;               ///< of its processor, and of the clock on the wall
+    uint64_t memory = uint64_t{1} << 30; ///< bytes beyond what this process has
+    uint64_t answer = uint64_t{1} << 28; ///< bytes that it may answer
+};
+
+/// Does something dangerous in a child process, which starts as a copy of this one.
+///
+/// The child gives up what it can do before the work begins: its user (when that is root), its open files but one end of
+/// a pipe, the right to open others, to start programs or processes, and to write files. The kernel lets it do nothing but
+/// compute, ask for memory, and write to the pipe.
+/// @param work gets the descriptor to write its answer to; returns whether it has succeeded. It may not use threads
+/// @return the answer; nothing when the work has failed, was ended by the limits, or answered too much
+/// @throws Error when no child can be started
+std::optional<std::vector<uint8_t>> InChild(const std::function<bool(int answer)>& work,
+                                            const ChildLimits& limits);
+
+} // namespace media
+
+#endif // MEDIA_SRC_CHILD_H

@@ -1,0 +1,29 @@
+#include "media/error.h"
+#include "media/stills.h"
+
+namespace media {
+
+namespace {
+
+[[noreturn]] void NotBuilt() {
+    throw Error(ErrorKind::NoContainers,
+                "this library was built without libavcodec and libswscale and makes no pictures");
+}
+
+} // namespace
+
+bool StillsSupported() {
+    return false;
+}
+
+std::vector<Still> TakeStills(const recordings::Disk& /*disk*/, const recordings::BlockList& /*blocks*/,
+                              const StillQuery& /*query*/, const recordings::ProblemSink& /*problems*/,
+                              const recordings::Watch& /*watch*/) {
+    NotBuilt();
+}
+
+std::vector<uint8_t> EncodePicture(const Picture& /*picture*/, PictureFormat /*format*/) {
+    NotBuilt();
+}
+
+} // namespace media

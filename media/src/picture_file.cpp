@@ -1,0 +1,107 @@
+#include <algorithm>
+#include <new>
+
+#include "libav.h"
+#include "media/error.h"
+#include "media/stills.h"
+
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+namespace media {
+
+namespace {
+
+/// The best quality that JPEG encoders know, but for one step that makes files twice as large.
+constexpr int kJpegQuality = 2;
+
+constexpr int kBytesAPixel = 3;
+
+struct FreeFrame {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+struct FreeScaler {
+    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
+};
+using FramePointer = std::unique_ptr<AVFrame, FreeFrame>;
+using Scaler = std::unique_ptr<SwsContext, FreeScaler>;
+
+[[noreturn]] void CannotEncode() {
+    throw Error(ErrorKind::CannotMake, "the picture cannot be encoded");
+}
+
+/// The picture in the form that an encoder takes.
+FramePointer FrameOf(const Picture& picture, AVPixelFormat format) {
+    FramePointer frame(av_frame_alloc());
+    if (!frame) {
+        throw std::bad_alloc();
+    }
+    frame->width = static_cast<int>(picture.width);
+    frame->height = static_cast<int>(picture.height);
+    frame->format = format;
+    frame->color_range = AVCOL_RANGE_JPEG;
+    if (av_frame_get_buffer(frame.get(), 0) < 0) {
+        throw std::bad_alloc();
+    }
+    const Scaler scaler(sws_getContext(frame->width, frame->height, AV_PIX_FMT_RGB24, frame->width,
+                                       frame->height, format, SWS_BICUBIC | SWS_ACCURATE_RND, nullptr,
+                                       nullptr, nullptr));
+    if (!scaler) {
+        CannotEncode();
+    }
+    sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(SWS_CS_DEFAULT), 1,
+                             sws_getCoefficients(SWS_CS_ITU601), 1, 0, 1 << 16, 1 << 16);
+    const uint8_t* const planes[4] = {picture.pixels.data(), nullptr, nullptr, nullptr};
+    const int strides[4] = {frame->width * kBytesAPixel, 0, 0, 0};
+    sws_scale(scaler.get(), planes, strides, 0, frame->height, frame->data, frame->linesize);
+    if (format == AV_PIX_FMT_YUV444P) {
+        frame->format = AV_PIX_FMT_YUVJ444P; // the encoder's name for it when all values are used, as they are here
+    }
+    return frame;
+}
+
+Codec OpenEncoder(PictureFormat format, const AVFrame& frame) {
+    const AVCodec* const encoder =
+        avcodec_find_encoder(format == PictureFormat::Jpeg ? AV_CODEC_ID_MJPEG : AV_CODEC_ID_PNG);
+    Codec codec(encoder == nullptr ? nullptr : avcodec_alloc_context3(encoder));
+    if (!codec) {
+        CannotEncode();
+    }
+    codec->width = frame.width;
+    codec->height = frame.height;
+    codec->pix_fmt = static_cast<AVPixelFormat>(frame.format);
+    codec->color_range = AVCOL_RANGE_JPEG;
+    codec->time_base = {1, 1};
+    codec->thread_count = 1;
+    codec->flags |= AV_CODEC_FLAG_QSCALE | AV_CODEC_FLAG_BITEXACT;
+    codec->global_quality = FF_QP2LAMBDA * kJpegQuality;
+    if (avcodec_open2(codec.get(), encoder, nullptr) < 0) {
+        CannotEncode();
+    }
+    return codec;
+}
+
+} // namespace
+
+std::vector<uint8_t> EncodePicture(const Picture& picture, PictureFormat format) {
+    const FramePointer frame =
+        FrameOf(picture, format == PictureFormat::Jpeg ? AV_PIX_FMT_YUV444P : AV_PIX_FMT_RGB24);
+    frame->quality = FF_QP2LAMBDA * kJpegQuality;
+    const Codec codec = OpenEncoder(format, *frame);
+    const Packet packet(av_packet_alloc());
+    if (!packet) {
+        throw std::bad_alloc();
+    }
+    if (avcodec_send_frame(codec.get(), frame.get()) < 0 || avcodec_send_frame(codec.get(), nullptr) < 0 ||
+        avcodec_receive_packet(codec.get(), packet.get()) < 0) {
+        CannotEncode();
+    }
+    return {packet->data, packet->data + packet->size};
+}
+
+bool StillsSupported() {
+    return true;
+}
+
+} // namespace media

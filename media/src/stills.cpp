@@ -1,0 +1,112 @@
+#include "media/stills.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "media/track.h"
+#include "picture_decoder.h"
+#include "recordings/range_frames.h"
+
+namespace media {
+
+namespace {
+
+using recordings::Frame;
+
+/// Frames of a channel from a key frame on are kept up to this: no camera comes near it.
+constexpr size_t kMostFrames = 10000;
+constexpr size_t kMostBytes = size_t{256} << 20;
+
+/// The video of a channel from its last key frame before a time up to that time.
+struct Pictures {
+    std::vector<std::vector<uint8_t>> frames;
+    size_t bytes = 0;
+    bool any = false; ///< video of the channel was met, whether or not it is needed
+    int64_t time = 0;
+    uint32_t block = 0;
+    uint32_t offset = 0;
+
+    void Take(const Frame& frame) {
+        if (frame.type == recordings::kKeyFrame) {
+            frames.clear();
+            bytes = 0;
+        }
+        if ((frames.empty() && frame.type != recordings::kKeyFrame) || frames.size() == kMostFrames ||
+            bytes + frame.size > kMostBytes) {
+            return;
+        }
+        frames.emplace_back(frame.data, frame.data + frame.size);
+        bytes += frame.size;
+        time = frame.time;
+        block = frame.block;
+        offset = frame.offset;
+    }
+};
+
+uint32_t SecondOf(int64_t micros) {
+    return static_cast<uint32_t>(std::clamp<int64_t>(micros / 1000000, 0, 0xFFFFFFFF));
+}
+
+/// Reads what it takes to show each channel at a time.
+std::array<Pictures, recordings::kChannels>
+ReadPictures(const recordings::Disk& disk, const recordings::BlockList& blocks, const StillQuery& query,
+             const recordings::ProblemSink& problems, const recordings::Watch& watch) {
+    recordings::FrameQuery wanted;
+    wanted.range = {SecondOf(query.time - kLongestShown), SecondOf(query.time)};
+    wanted.channels = query.channels;
+    std::array<Pictures, recordings::kChannels> channels;
+    recordings::RangeFrames frames(disk, blocks, wanted, problems, watch);
+    for (Frame frame; frames.Next(frame);) {
+        if (frame.IsVideo()) {
+            Pictures& pictures = channels.at(frame.channel);
+            pictures.any = true;
+            if (frame.time <= query.time) {
+                pictures.Take(frame);
+            }
+        }
+    }
+    return channels;
+}
+
+Still StillOf(uint32_t channel, const Pictures& pictures, int64_t time) {
+    Still still;
+    still.channel = channel;
+    if (pictures.frames.empty() || time - pictures.time > kLongestShown) {
+        return still;
+    }
+    still.time = pictures.time;
+    still.block = pictures.block;
+    still.offset = pictures.offset;
+    const std::vector<uint8_t>& key = pictures.frames.front();
+    const VideoCodec codec = DetectVideo(key.data(), key.size());
+    if (codec == VideoCodec::Unknown) {
+        still.state = StillState::UnknownCodec;
+        return still;
+    }
+    std::optional<Decoded> decoded = DecodeLast(codec, pictures.frames);
+    if (!decoded) {
+        still.state = StillState::NotDecodable;
+        return still;
+    }
+    still.state = decoded->damaged ? StillState::Damaged : StillState::Whole;
+    still.picture = std::move(decoded->picture);
+    return still;
+}
+
+} // namespace
+
+std::vector<Still> TakeStills(const recordings::Disk& disk, const recordings::BlockList& blocks,
+                              const StillQuery& query, const recordings::ProblemSink& problems,
+                              const recordings::Watch& watch) {
+    const auto channels = ReadPictures(disk, blocks, query, problems, watch);
+    std::vector<Still> stills;
+    for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
+        if (channels.at(channel).any) {
+            stills.push_back(StillOf(channel, channels.at(channel), query.time));
+        }
+    }
+    return stills;
+}
+
+} // namespace media

@@ -1,0 +1,320 @@
+// Single pictures: the frame that was shown at a time, decoded where nothing can go wrong, and written as a file.
+
+#include "media/stills.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include "child.h"
+#include "libav.h"
+#include "media/error.h"
+#include "recordings/error.h"
+#include "recordings/recordings_fixture.h"
+#include "sample_recorder/recorder.h"
+
+namespace {
+
+using media::Still;
+using media::StillState;
+using Bytes = std::vector<uint8_t>;
+
+constexpr int64_t kStart = 1795183200 * int64_t{1000000}; // 2026-11-20 14:00:00 UTC
+constexpr int64_t kStep = 200000;                         // five pictures a second
+constexpr int kWidth = 192;
+constexpr int kHeight = 128;
+
+/// Pictures of one grey each, brighter from picture to picture, as a camera encodes them; every fifth is a key frame.
+class GreyCamera {
+public:
+    explicit GreyCamera(const char* encoder) {
+        av_log_set_level(AV_LOG_ERROR);
+        const AVCodec* const codec = avcodec_find_encoder_by_name(encoder);
+        m_codec.reset(avcodec_alloc_context3(codec));
+        m_codec->width = kWidth;
+        m_codec->height = kHeight;
+        m_codec->pix_fmt = AV_PIX_FMT_YUV420P;
+        m_codec->time_base = {1, 5};
+        m_codec->gop_size = 5;
+        m_codec->max_b_frames = 0;
+        m_codec->thread_count = 1;
+        av_opt_set(m_codec->priv_data, "tune", "zerolatency", 0);
+        av_opt_set(m_codec->priv_data, "x265-params",
+                   "log-level=none:pools=none:frame-threads=1:repeat-headers=1", 0);
+        if (avcodec_open2(m_codec.get(), codec, nullptr) < 0) {
+            throw std::runtime_error(encoder);
+        }
+    }
+
+    /// The grey of picture @p number, between black (16) and white (235).
+    static int GreyOf(int number) { return 30 + 6 * number; }
+
+    sample_recorder::Frame Take(int number) {
+        AVFrame* frame = av_frame_alloc();
+        frame->width = kWidth;
+        frame->height = kHeight;
+        frame->format = AV_PIX_FMT_YUV420P;
+        frame->pts = number;
+        av_frame_get_buffer(frame, 0);
+        for (int plane = 0; plane < 3; ++plane) {
+            const int rows = plane == 0 ? kHeight : kHeight / 2;
+            const int grey = plane == 0 ? GreyOf(number) : 128;
+            std::fill_n(frame->data[plane], frame->linesize[plane] * rows, static_cast<uint8_t>(grey));
+        }
+        avcodec_send_frame(m_codec.get(), frame);
+        av_frame_free(&frame);
+        const media::Packet packet(av_packet_alloc());
+        sample_recorder::Frame taken;
+        if (avcodec_receive_packet(m_codec.get(), packet.get()) == 0) {
+            taken.payload.assign(packet->data, packet->data + packet->size);
+            taken.type = (packet->flags & AV_PKT_FLAG_KEY) != 0 ? 1 : 0;
+        }
+        taken.pts = kStart + number * kStep;
+        return taken;
+    }
+
+private:
+    media::Codec m_codec;
+};
+
+class Stills : public test_support::RecordingsFixture {
+protected:
+    /// Two cameras, the second in H.265, thirty pictures each; then what @p after says.
+    void Record(uint32_t channels = 0x3) {
+        sample_recorder::PartitionImage& image = MakeDisk();
+        sample_recorder::RecorderSettings settings;
+        settings.channels = channels;
+        m_recorder.emplace(image, settings);
+        GreyCamera h264("libx264");
+        GreyCamera h265("libx265");
+        for (int number = 0; number < 30; ++number) {
+            m_frames.push_back(h264.Take(number));
+            m_recorder->Write(m_frames.back());
+            sample_recorder::Frame other = h265.Take(number);
+            other.channel = 1;
+            m_recorder->Write(other);
+        }
+    }
+
+    std::vector<Still> Take(int64_t time, recordings::ChannelSet channels = recordings::ChannelSet::All()) {
+        m_problems.clear();
+        const recordings::Disk& disk = Open();
+        return media::TakeStills(
+            disk, recordings::BlockList::Read(disk), {time, channels},
+            [this](const recordings::Problem& problem) { m_problems.push_back(problem); });
+    }
+
+    /// The grey of a picture's middle, as it was recorded.
+    static int GreyOf(const media::Picture& picture) {
+        const size_t middle = (size_t{picture.height / 2} * picture.width + picture.width / 2) * 3;
+        const int red = picture.pixels.at(middle);
+        return 16 + (red * 219 + 127) / 255;
+    }
+
+    static constexpr recordings::ChannelSet kFirst = {0x1};
+
+    std::optional<sample_recorder::Recorder> m_recorder;
+    std::vector<sample_recorder::Frame> m_frames; ///< of channel 0
+    std::vector<recordings::Problem> m_problems;
+};
+
+TEST_F(Stills, AreTheLastPicturesAtOrBeforeATime) {
+    Record();
+    m_recorder->PowerOff();
+    for (const int number : {0, 4, 5, 13, 29}) {
+        for (const int64_t after : {int64_t{0}, kStep - 1}) {
+            const std::vector<Still> stills = Take(kStart + number * kStep + after);
+            ASSERT_EQ(stills.size(), 2u);
+            for (const Still& still : stills) {
+                EXPECT_EQ(still.state, StillState::Whole);
+                EXPECT_EQ(still.time, kStart + number * kStep);
+                EXPECT_EQ(still.picture.width, static_cast<uint32_t>(kWidth));
+                EXPECT_EQ(still.picture.height, static_cast<uint32_t>(kHeight));
+                EXPECT_NEAR(GreyOf(still.picture), GreyCamera::GreyOf(number), 2) << still.channel;
+            }
+            EXPECT_EQ(stills[0].channel, 0u);
+            EXPECT_EQ(stills[1].channel, 1u);
+        }
+    }
+    EXPECT_TRUE(m_problems.empty());
+}
+
+TEST_F(Stills, SayWhereTheFrameLies) {
+    Record();
+    const Still still = Take(kStart + kStep, kFirst).at(0);
+    EXPECT_EQ(still.block, 0u);
+    const auto head = Image().Get<FrameHead_t>(Image().FrameOffset(still.block, still.offset));
+    EXPECT_EQ(head.pts, kStart + kStep);
+    EXPECT_EQ(head.chn, 0u);
+}
+
+TEST_F(Stills, NothingIsShownWhereNothingWasRecorded) {
+    Record();
+    m_recorder->PowerOff();
+    EXPECT_TRUE(Take(kStart - 1000000).empty());
+    const int64_t last = kStart + 29 * kStep;
+    EXPECT_EQ(Take(last + media::kLongestShown, kFirst).at(0).state, StillState::Whole);
+    const std::vector<Still> late = Take(last + media::kLongestShown + 1, kFirst);
+    EXPECT_TRUE(late.empty() || late.at(0).state == StillState::NotRecorded);
+    EXPECT_TRUE(Take(last + 3600 * int64_t{1000000}).empty());
+}
+
+TEST_F(Stills, OfVideoThatIsNotKnown) {
+    sample_recorder::PartitionImage& image = MakeDisk();
+    sample_recorder::RecorderSettings settings;
+    settings.channels = 0x1;
+    sample_recorder::Recorder recorder(image, settings);
+    sample_recorder::Frame frame;
+    frame.pts = kStart;
+    frame.type = 1;
+    frame.payload = Bytes(300, 0x37);
+    recorder.Write(frame);
+    EXPECT_EQ(Take(kStart).at(0).state, StillState::UnknownCodec);
+}
+
+TEST_F(Stills, OfADamagedPictureAreNotTakenForWhole) {
+    Record();
+    m_recorder->PowerOff();
+    const Still sound = Take(kStart, kFirst).at(0);
+    // The second half of the key frame's payload.
+    const auto size = static_cast<uint32_t>(m_frames.front().payload.size());
+    const Bytes rubbish(size / 2, 0xFF);
+    Image().Write(Image().FrameOffset(sound.block, sound.offset) + sizeof(FrameHead_t) + size - size / 2,
+                  rubbish.data(), rubbish.size());
+    const Still still = Take(kStart, kFirst).at(0);
+    EXPECT_TRUE(still.state == StillState::Damaged || still.state == StillState::NotDecodable)
+        << static_cast<int>(still.state);
+}
+
+TEST_F(Stills, EndWhenTheirWatchSaysSo) {
+    Record();
+    const recordings::Disk& disk = Open();
+    const recordings::BlockList blocks = recordings::BlockList::Read(disk);
+    EXPECT_THROW(media::TakeStills(disk, blocks, {kStart, kFirst}, {},
+                                   [](const recordings::Progress&) { return false; }),
+                 recordings::Error);
+}
+
+// ---- files
+
+TEST(PictureFiles, PngKeepsEveryPixel) {
+    media::Picture picture = {3, 2, {255, 0, 0, 0, 255, 0, 0, 0, 255, 1, 2, 3, 40, 50, 60, 255, 255, 255}};
+    const Bytes file = media::EncodePicture(picture, media::PictureFormat::Png);
+    ASSERT_GT(file.size(), 8u);
+    EXPECT_EQ(Bytes(file.begin(), file.begin() + 8), (Bytes{0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'}));
+    const media::Codec codec(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_PNG)));
+    ASSERT_EQ(avcodec_open2(codec.get(), nullptr, nullptr), 0);
+    const media::Packet packet(av_packet_alloc());
+    ASSERT_EQ(av_new_packet(packet.get(), static_cast<int>(file.size())), 0);
+    std::copy(file.begin(), file.end(), packet->data);
+    AVFrame* frame = av_frame_alloc();
+    ASSERT_EQ(avcodec_send_packet(codec.get(), packet.get()), 0);
+    ASSERT_EQ(avcodec_receive_frame(codec.get(), frame), 0);
+    EXPECT_EQ(frame->format, AV_PIX_FMT_RGB24);
+    for (size_t row = 0; row < 2; ++row) {
+        const uint8_t* const from = frame->data[0] + row * static_cast<size_t>(frame->linesize[0]);
+        EXPECT_TRUE(
+            std::equal(from, from + 9, picture.pixels.begin() + static_cast<std::ptrdiff_t>(row * 9)));
+    }
+    av_frame_free(&frame);
+}
+
+TEST(PictureFiles, JpegIsOne) {
+    const Bytes file = media::EncodePicture({64, 32, Bytes(64 * 32 * 3, 90)}, media::PictureFormat::Jpeg);
+    ASSERT_GT(file.size(), 4u);
+    EXPECT_EQ(Bytes(file.begin(), file.begin() + 3), (Bytes{0xFF, 0xD8, 0xFF}));
+    EXPECT_EQ(Bytes(file.end() - 2, file.end()), (Bytes{0xFF, 0xD9}));
+}
+
+// ---- the child
+
+media::ChildLimits Small() {
+    media::ChildLimits limits;
+    limits.seconds = 2;
+    limits.memory = 64 << 20;
+    limits.answer = 1000;
+    return limits;
+}
+
+bool Answer(int descriptor, const std::string& text) {
+    return write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+std::string TextOf(const std::optional<Bytes>& answer) {
+    return answer ? std::string(answer->begin(), answer->end()) : "none";
+}
+
+TEST(Child, Answers) {
+    EXPECT_EQ(TextOf(media::InChild([](int answer) { return Answer(answer, "done"); }, Small())), "done");
+    EXPECT_EQ(TextOf(media::InChild([](int) { return true; }, Small())), "");
+}
+
+TEST(Child, ThatFailsHasNoAnswer) {
+    EXPECT_FALSE(media::InChild([](int answer) { return Answer(answer, "half") && false; }, Small()));
+    EXPECT_FALSE(media::InChild([](int) -> bool { throw std::runtime_error("no"); }, Small()));
+    EXPECT_FALSE(
+        media::InChild([](int) { return raise(SIGSEGV) == 0 && raise(SIGKILL) == 0 && false; }, Small()));
+}
+
+TEST(Child, ThatAnswersTooMuchIsNotHeard) {
+    EXPECT_FALSE(media::InChild([](int answer) { return Answer(answer, std::string(1001, 'x')); }, Small()));
+}
+
+TEST(Child, ThatNeverEndsIsEnded) {
+    media::ChildLimits limits = Small();
+    limits.seconds = 1;
+    EXPECT_FALSE(media::InChild(
+        [](int) {
+            for (volatile int i = 0;; i = i + 1) {
+            }
+            return true;
+        },
+        limits));
+}
+
+TEST(Child, GetsNoMoreMemoryThanItsLimit) {
+    const auto maps = [](size_t bytes) {
+        return [bytes](int) {
+            return mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) !=
+                   MAP_FAILED;
+        };
+    };
+    EXPECT_TRUE(media::InChild(maps(16 << 20), Small()));
+    EXPECT_FALSE(media::InChild(maps(size_t{1} << 30), Small()));
+}
+
+/// Whether a child may do something.
+bool ChildMay(const std::function<bool()>& something) {
+    return media::InChild([&](int) { return something(); }, Small()).has_value();
+}
+
+TEST(Child, CanDoNothingButCompute) {
+    const test_support::TempDir directory;
+    chmod(directory.File("").c_str(), 0777);
+    const std::string path = directory.File("file");
+    const int held = open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0666);
+    ASSERT_GE(held, 0);
+    EXPECT_TRUE(ChildMay([] { return true; }));
+    EXPECT_FALSE(ChildMay([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC) >= 0; }));
+    EXPECT_FALSE(ChildMay([&] { return open("/", O_RDONLY | O_CLOEXEC) >= 0; }));
+    EXPECT_FALSE(ChildMay([&] { return write(held, "x", 1) == 1; }));
+    EXPECT_FALSE(ChildMay([] { return write(STDERR_FILENO, "x", 1) == 1; }));
+    EXPECT_FALSE(ChildMay([] { return socket(AF_UNIX, SOCK_STREAM, 0) >= 0; }));
+    EXPECT_FALSE(ChildMay([] { return fork() >= 0; }));
+    EXPECT_FALSE(ChildMay([&] { return unlink(path.c_str()) == 0; }));
+    EXPECT_FALSE(ChildMay([] { return kill(getppid(), 0) == 0; }));
+    EXPECT_TRUE(std::filesystem::exists(path));
+    EXPECT_EQ(std::filesystem::file_size(path), 0u);
+    close(held);
+}
+
+} // namespace
