@@ -77,6 +77,11 @@ std::vector<Command> AllCommands() {
             .Takes(AddPlayOptions)
             .Checks(CheckPlay)
             .Does(Asks(Play)),
+        OnDisk("still", "The pictures that the channels showed at a moment, as JPEG or PNG files")
+            .Takes(AddChannelOption)
+            .Takes(AddStillOptions)
+            .Checks(CheckStill)
+            .Does(Asks(TakeStill)),
         OnDisk("export", "Gets the video and audio of a time range out, as a file that players open")
             .Takes(AddRangeOptions)
             .Takes(AddChannelOption)

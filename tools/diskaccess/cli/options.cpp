@@ -182,6 +182,24 @@ void AddPlayOptions(CLI::App& command, Options& options) {
         ->needs(iframes);
 }
 
+void AddStillOptions(CLI::App& command, Options& options) {
+    command
+        .add_option(
+            "--at", options.at,
+            "The moment: each channel's last picture at or before it; a fraction of a second may follow")
+        ->option_text("TIME")
+        ->required();
+    command
+        .add_option(
+            "-o,--output", options.output,
+            "Picture to write, FILE.jpg or FILE.png, or a folder with / at its end, in which pictures are "
+            "named by the time they were recorded")
+        ->option_text("FILE")
+        ->type_name("FILE")
+        ->required();
+    command.add_flag("--force", options.force, "Replace files that exist; never the source");
+}
+
 void AddExportOptions(CLI::App& command, Options& options) {
     command
         .add_option(

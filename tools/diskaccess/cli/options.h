@@ -57,6 +57,9 @@ struct Options {
     std::string record;
     std::string seek;
 
+    // still
+    std::string at;
+
     // export
     std::string output;
     std::string container;
@@ -109,6 +112,7 @@ void AddSilenceOption(CLI::App& command, Options& options);
 void AddListOptions(CLI::App& command, Options& options);
 void AddCheckOptions(CLI::App& command, Options& options);
 void AddPlayOptions(CLI::App& command, Options& options);
+void AddStillOptions(CLI::App& command, Options& options);
 void AddExportOptions(CLI::App& command, Options& options);
 void AddViewOptions(CLI::App& command, Options& options);
 /// What the manifest is to tell, and who signs it.

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "cli/failure.h"
 #include "cli/typed_time.h"
@@ -9,6 +10,8 @@
 namespace diskaccess {
 
 namespace {
+
+constexpr int64_t kMicros = 1000000;
 
 using recordings::ChannelSet;
 using recordings::EventMask;
@@ -77,6 +80,23 @@ std::optional<EventMask> ReadAlarms(const std::string& text) {
     return mask;
 }
 
+/// A time of day in two parts: without the fraction of its last second, and that in microseconds.
+std::pair<std::string, int64_t> WithoutFraction(const std::string& text) {
+    constexpr size_t kMostDigits = 6;
+    const size_t point = text.find('.');
+    // Seconds stand before it, and a colon before those.
+    if (point == std::string::npos || point < 3 || text[point - 3] != ':') {
+        return {text, 0};
+    }
+    const size_t end = std::min(text.find_first_not_of("0123456789", point + 1), text.size());
+    std::string digits = text.substr(point + 1, end - point - 1);
+    if (digits.empty() || digits.size() > kMostDigits) {
+        return {text, 0}; // refused as a whole
+    }
+    digits.resize(kMostDigits, '0');
+    return {text.substr(0, point) + text.substr(end), std::stol(digits)};
+}
+
 void ReadRange(Query& query, const Options& options, const TimeZone& zone, int64_t now) {
     const DiskClock clock(options.skew);
     Present present = {now, now};
@@ -93,6 +113,10 @@ void ReadRange(Query& query, const Options& options, const TimeZone& zone, int64
     }
     if (query.range.first > query.range.last) {
         throw WrongUse("--from lies after --to");
+    }
+    if (!options.at.empty()) {
+        const auto [text, micros] = WithoutFraction(options.at);
+        query.at = clock.DiskSeconds(ReadTime(text, zone, present, Twice::First).first) * kMicros + micros;
     }
     if (!options.seek.empty()) {
         query.seek = clock.DiskSeconds(ReadTime(options.seek, zone, present, Twice::First).first);

@@ -19,6 +19,8 @@ struct Query {
     recordings::TimeRange range;
     /// Where recordings that reach beyond the range are cut: its last second, or, after a range of whole days, midnight.
     uint32_t cutAt = 0;
+    /// The moment that is asked for, microseconds.
+    std::optional<int64_t> at;
     /// Where to begin within the range.
     std::optional<uint32_t> seek;
     recordings::ChannelSet channels = recordings::ChannelSet::All();

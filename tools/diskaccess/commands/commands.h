@@ -17,6 +17,7 @@ ExitCode Units(Context& context);
 ExitCode Space(Context& context);
 ExitCode Check(Context& context);
 ExitCode Play(Context& context);
+ExitCode TakeStill(Context& context);
 ExitCode Export(Context& context);
 ExitCode View(Context& context);
 
@@ -25,6 +26,7 @@ ExitCode View(Context& context);
 void CheckTimeline(const Options& options);
 void CheckJourneys(const Options& options);
 void CheckPlay(const Options& options);
+void CheckStill(const Options& options);
 void CheckExport(const Options& options);
 
 /// Looks for the partitions of recorders on disks: on all of this machine where none is named.
