@@ -201,6 +201,18 @@ void AddStillOptions(CLI::App& command, Options& options) {
 }
 
 void AddExportOptions(CLI::App& command, Options& options) {
+    auto* const record = command
+                             .add_option("--record", options.record,
+                                         "Export one record, as list shows it (segment 0 if left out)")
+                             ->option_text("BLOCK/CHANNEL/SEGMENT");
+    auto* const event =
+        command.add_option("--event", options.event, "Export what lies around one event, as events shows it")
+            ->option_text("BLOCK/ENTRY")
+            ->excludes(record);
+    command.add_option("--around", options.around, "With --event: so much before it and after it, like 30s")
+        ->option_text("TIME")
+        ->default_str("30s")
+        ->needs(event);
     command
         .add_option(
             "-o,--output", options.output,

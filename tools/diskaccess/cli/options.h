@@ -61,6 +61,8 @@ struct Options {
     std::string at;
 
     // export
+    std::string event;
+    std::string around = "30s";
     std::string output;
     std::string container;
     std::string audio;

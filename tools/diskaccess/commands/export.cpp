@@ -1,13 +1,17 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
 #include <utility>
 
+#include "cli/duration.h"
 #include "cli/failure.h"
 #include "cli/interruption.h"
 #include "cli/output.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
+#include "commands/named.h"
 #include "media/error.h"
 #include "media/exporter.h"
 #include "recordings/error.h"
@@ -68,12 +72,47 @@ media::AudioCodec ReadAudio(const std::string& text) {
     return {name, static_cast<uint32_t>(std::stoul(rate))};
 }
 
+/// Has a request ask for the record, or for what lies around the event, that the options name.
+void Narrow(Context& context, media::ExportRequest& request) {
+    const Options& options = context.Typed();
+    if (options.record.empty() && options.event.empty()) {
+        return;
+    }
+    request.fromGiven = true;
+    request.toGiven = true;
+    if (!options.record.empty()) {
+        const recordings::Record record = NamedRecord(context);
+        request.range = {record.start, record.end};
+        request.channels = request.channels.And({1u << record.channel});
+        return;
+    }
+    const uint32_t time = NamedEvent(context).time;
+    const uint32_t around = ReadDuration(options.around, "--around");
+    request.range = {time - std::min(time, around), time + std::min(UINT32_MAX - time, around)};
+}
+
+/// What names a record or an event names a time: no other goes with it.
+void CheckNames(const Options& options) {
+    if (!options.record.empty()) {
+        ReadRecordName(options.record);
+    }
+    if (!options.event.empty()) {
+        ReadEventName(options.event);
+        ReadDuration(options.around, "--around");
+    }
+    const bool named = !options.record.empty() || !options.event.empty();
+    if (named && (!options.from.empty() || !options.to.empty())) {
+        throw WrongUse("--record and --event name a time themselves: leave --from and --to out");
+    }
+}
+
 media::ExportRequest RequestOf(Context& context) {
     const Options& options = context.Typed();
     media::ExportRequest request;
     request.container = WantedContainer(options);
     request.audio = ReadAudio(options.audio);
     FillRequest(context, request);
+    Narrow(context, request);
     return request;
 }
 
@@ -175,6 +214,7 @@ void ShowSummary(Context& context, const media::ExportResult& result) {
 void CheckExport(const Options& options) {
     WantedContainer(options);
     ReadAudio(options.audio);
+    CheckNames(options);
 }
 
 ExitCode Export(Context& context) {

@@ -4,9 +4,9 @@
 #include <array>
 #include <limits>
 #include <optional>
-#include <regex>
 
 #include "commands/commands.h"
+#include "commands/named.h"
 #include "recordings/block_frames.h"
 #include "recordings/records.h"
 
@@ -172,35 +172,6 @@ ExitCode PlayUnit(Context& context, uint32_t number) {
         player.PlayBlock(*block, SelectionOf(context));
     }
     return player.Finish();
-}
-
-/// A record's name: BLOCK/CHANNEL/SEGMENT.
-struct RecordName {
-    uint32_t block;
-    uint32_t channel;
-    uint32_t segment;
-};
-
-RecordName ReadRecordName(const std::string& text) {
-    static const std::regex pattern("([0-9]{1,5})/([0-9]{1,2})(/([0-9]{1,9}))?");
-    std::smatch parts;
-    if (!std::regex_match(text, parts, pattern)) {
-        throw WrongUse("--record: '" + text +
-                       "' is not a record; give BLOCK/CHANNEL/SEGMENT as list shows them, like 3/0/0");
-    }
-    const auto number = [&](size_t i) {
-        return parts[i].matched ? static_cast<uint32_t>(std::stoul(parts[i])) : 0;
-    };
-    return {number(1), number(2), number(4)};
-}
-
-std::optional<Record> FindRecord(Context& context, const Block& block, const RecordName& name) {
-    for (const Record& record : RecordsOf(context.Disk(), block, context.Problems())) {
-        if (record.channel == name.channel && record.segment == name.segment) {
-            return record;
-        }
-    }
-    return std::nullopt;
 }
 
 ExitCode PlayRecord(Context& context, const std::string& text) {
