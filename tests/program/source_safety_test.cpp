@@ -592,9 +592,9 @@ TEST_F(SourceOnDevice, NothingIsPrintedIntoTheFileBehindIt) {
                                   ": standard output leads into it, and it is never written; send the output "
                                   "elsewhere\n");
     }
-    const ProgramResult attached = RunProgram(
-        {"sh", "-c", DISKACCESS_PROGRAM " dump --attach '" + File("disk") + "' >>'" + File("disk") + "'"});
-    EXPECT_EQ(attached.exitCode, 1);
+    const ProgramResult dumped =
+        RunProgram({"sh", "-c", DISKACCESS_PROGRAM " dump '" + File("disk") + "' >>'" + File("disk") + "'"});
+    EXPECT_EQ(dumped.exitCode, 1);
     disk.Check(File("disk"));
 }
 

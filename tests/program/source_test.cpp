@@ -78,6 +78,8 @@ protected:
             document.erase("partition");
             answers += document.dump() + "\n";
         }
+        const std::string dump = Run({"dump", path, "--utc"}).out;
+        answers += dump.substr(dump.find(", PartSize"));
         const std::string out = File("out-" + std::to_string(++m_exports));
         const ProgramResult result = Run({"export", path, "--raw", "-o", out});
         EXPECT_EQ(result.exitCode, 0) << result.err;

@@ -101,11 +101,11 @@ std::vector<Command> AllCommands() {
             .Takes(AddFormatOptions)
             .Takes(AddDiskOptions)
             .Does([](const Options& options, const std::string& /*name*/) { return Verify(options); }),
-        Command("dump", "The partition field by field, as it lies on the block device: for those who know "
-                        "the format")
+        Command("dump", "The partition field by field, as it lies on the disk: for those who know the format")
             .Takes(AddPartition)
             .Takes(AddZoneOptions)
             .Takes(AddTextFormatOption)
+            .Takes(AddPartitionNumber)
             .Takes(AddDumpOptions)
             .Does([](const Options& options, const std::string& /*name*/) { return Dump(options); }),
     };

@@ -80,6 +80,13 @@ void AddTextFormatOption(CLI::App& command, Options& options) {
     AddFormat(command, options, "text, the only one", {"text"});
 }
 
+void AddPartitionNumber(CLI::App& command, Options& options) {
+    command
+        .add_option("--partition", options.partitionNumber,
+                    "Number of the partition on a whole disk (default: the only one of a recorder)")
+        ->option_text("N");
+}
+
 void AddSkewOption(CLI::App& command, Options& options) {
     constexpr int64_t kMostSkew =
         std::numeric_limits<uint32_t>::max(); // all that a recorder's clock can count
@@ -90,10 +97,7 @@ void AddSkewOption(CLI::App& command, Options& options) {
 }
 
 void AddDiskOptions(CLI::App& command, Options& options) {
-    command
-        .add_option("--partition", options.partitionNumber,
-                    "Number of the partition on a whole disk (default: the only one of a recorder)")
-        ->option_text("N");
+    AddPartitionNumber(command, options);
     AddSkewOption(command, options);
     command
         .add_option("--clock-check", options.clockCheck,
@@ -287,8 +291,6 @@ void AddDumpOptions(CLI::App& command, Options& options) {
         ->check(completion::WholeNumber(std::numeric_limits<int>::min(), std::numeric_limits<int>::max()))
         ->option_text("N")
         ->default_str("3");
-    command.add_flag("--attach", options.attach,
-                     "Attach an image file to a loop device for the dump, read-only; takes root");
 }
 
 } // namespace diskaccess

@@ -85,7 +85,6 @@ struct Options {
     std::string publicKey;
 
     // dump
-    bool attach = false;
     int level = 3;
 };
 
@@ -95,6 +94,8 @@ extern const char* const kHelpFooter;
 // Each of these has a command accept options, and lead to @p options what is typed.
 
 void AddPartition(CLI::App& command, Options& options);
+/// Which partition of a whole disk.
+void AddPartitionNumber(CLI::App& command, Options& options);
 /// Any number of disks.
 void AddDisks(CLI::App& command, Options& options);
 void AddZoneOptions(CLI::App& command, Options& options);
