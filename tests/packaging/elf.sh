@@ -2,6 +2,7 @@
 # Sourced by the checks of what is installed: what the loader reads in a library or program.
 
 readelf=${READELF:-readelf}
+objdump=${OBJDUMP:-objdump}
 
 # needed_of FILE: the shared libraries that it asks for, one a line.
 needed_of() {
@@ -59,6 +60,47 @@ elf_files() {
   local file
   find "$1" -type f | while IFS= read -r file; do
     if [ "$(head -c 4 "$file" | od -An -tx1 | tr -d ' ')" = 7f454c46 ]; then echo "$file"; fi
+  done
+}
+
+# check_hardened FILE: it is loaded anywhere, its tables of addresses are read-only once it is, and its stack runs no code.
+check_hardened() {
+  local header segments dynamic
+  header=$("$readelf" --file-header --wide "$1")
+  segments=$("$readelf" --program-headers --wide "$1")
+  dynamic=$("$readelf" --dynamic --wide "$1")
+  grep -q -E 'Type: +DYN ' <<<"$header" || { echo "$1: is loaded at a fixed address" >&2; return 1; }
+  grep -q GNU_RELRO <<<"$segments" || { echo "$1: its tables of addresses can be written" >&2; return 1; }
+  grep -q -E 'BIND_NOW|Flags:.* NOW' <<<"$dynamic" ||
+    { echo "$1: its functions are bound late, in a table that can be written" >&2; return 1; }
+  grep -q -E 'GNU_STACK .* RW ' <<<"$segments" || { echo "$1: its stack can run code" >&2; return 1; }
+}
+
+# check_all_hardened LEAST: the files that are named on standard input, so many at least.
+check_all_hardened() {
+  local files file failed=0
+  mapfile -t files
+  [ ${#files[@]} -ge "$1" ] || { echo "${#files[@]} programs and libraries, not $1" >&2; return 1; }
+  for file in "${files[@]}"; do
+    check_hardened "$file" || failed=1
+  done
+  [ "$failed" = 0 ]
+}
+
+# check_guarded FILE KIND...: its functions check themselves: "stack" that nobody wrote past their buffers, "calls" that
+# what they have the C library write fits, "branches" that nothing jumps into their middle (on x86).
+check_guarded() {
+  local kind symbols branches
+  symbols=$("$readelf" --dyn-syms --wide "$1")
+  for kind in "${@:2}"; do
+    case $kind in
+      stack) grep -q __stack_chk_fail <<<"$symbols" ;;
+      calls) grep -q -E '__[a-z]+_chk@' <<<"$symbols" ;;
+      branches)
+        branches=$("$objdump" --disassemble "$1" | grep -c -E 'endbr(32|64)$')
+        [ "$branches" -ge 50 ]
+        ;;
+    esac || { echo "$1: its functions do not guard their $kind" >&2; return 1; }
   done
 }
 
