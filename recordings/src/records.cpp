@@ -242,6 +242,15 @@ std::vector<Record> RecordsOf(const Disk& disk, const Block& block, const Proble
     return records;
 }
 
+BlockContents ReadContents(const Disk& disk, const Block& block, const ProblemSink& problems) {
+    Contents all = ContentsOf(disk, block, {false, true, true}, problems);
+    BlockContents contents;
+    TakeInOrder(all, ChannelSet::All().Without(disk.Hidden()),
+                [&](const Record& record) { contents.records.push_back(record); });
+    contents.events = std::move(all.events);
+    return contents;
+}
+
 std::vector<Event> FindEvents(const Disk& disk, const BlockList& blocks, const TimeRange& range,
                               EventMask mask, const ProblemSink& problems, const Watch& watch) {
     std::vector<Event> events;

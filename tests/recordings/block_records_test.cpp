@@ -45,6 +45,24 @@ TEST_F(BlockRecords, ComeSegmentBySegment) {
     EXPECT_EQ(Of(1), std::vector<std::string>{"0/0 2000-2900"});
 }
 
+TEST_F(BlockRecords, ComeWithTheEventsOfTheBlock) {
+    MakeDisk();
+    Image().WriteBlock(0, BlockContents::Closed(1, 1000, 1900)
+                              .Segment(0, 1000, 1900, 10)
+                              .Event(1200000000, 0x4)
+                              .Event(1300000000, 0x10));
+    Image().WriteBlock(1,
+                       BlockContents::Closed(2, 2000, 2900).Segment(0, 2000, 2900, 10).Event(2100000000, 1));
+    recordings::Disk& disk = Open();
+    const BlockList blocks = BlockList::Read(disk);
+    const recordings::BlockContents contents = ReadContents(disk, blocks.All().front(), {});
+    ASSERT_EQ(contents.records.size(), 1u);
+    EXPECT_EQ(contents.records[0].end, 1900u);
+    ASSERT_EQ(contents.events.size(), 2u);
+    EXPECT_EQ(contents.events[1].time, 1300u);
+    EXPECT_EQ(contents.events[1].type, 0x10u);
+}
+
 TEST_F(BlockRecords, LeaveLockedChannelsOut) {
     Format format;
     format.encrypt = 1;

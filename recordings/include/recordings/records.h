@@ -69,6 +69,13 @@ RECORDINGS_API void ForEachRecordAndEvent(const Disk& disk, const BlockList& blo
 RECORDINGS_API std::vector<Record> RecordsOf(const Disk& disk, const Block& block,
                                              const ProblemSink& problems);
 
+/// What one block holds: its records in the same order, and its events.
+struct BlockContents {
+    std::vector<Record> records;
+    std::vector<Event> events;
+};
+RECORDINGS_API BlockContents ReadContents(const Disk& disk, const Block& block, const ProblemSink& problems);
+
 /// The events of the range whose type meets the mask, block by block in recording order, both end seconds included.
 /// @throws Error (Cancelled)
 RECORDINGS_API std::vector<Event> FindEvents(const Disk& disk, const BlockList& blocks,
