@@ -6,12 +6,12 @@
 # What building the library and the programs takes.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config
   libcli11-dev libfmt-dev nlohmann-json3-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libssl-dev
-  libblkid-dev libewf-dev libmicrohttpd-dev)
+  libblkid-dev libewf-dev libmicrohttpd-dev libpq-dev libsqlite3-dev)
 # What making the sample partition takes.
 SAMPLE_PACKAGES=(ffmpeg fonts-dejavu-core)
 # What the tests take besides.
 TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev openssl tzdata python3 git util-linux
-  ewf-tools mandoc bsdextrautils bash-completion zsh fish)
+  ewf-tools postgresql-15 mandoc bsdextrautils bash-completion zsh fish)
 # What the 32-bit targets take. g++-multilib would drive the ARM compiler out; g++-12-multilib does not.
 TARGET_PACKAGES=(g++-12-multilib g++-arm-linux-gnueabihf qemu-user)
 # What the Python module takes, and its tests.
