@@ -17,10 +17,11 @@ def required(name: str) -> pathlib.Path:
     return pathlib.Path(os.environ[name])
 
 
-def generate(output: pathlib.Path, *options: str) -> pathlib.Path:
-    """Makes a disk of generated frames; without other options on 16 blocks of 64 KiB from 1,700,000,000 on."""
-    command = [required("DISKACCESS_SAMPLE"), "generate", output, "--blocks", "16", "--block-size", "64KiB",
-               "--channels", "2", "--seconds", "20", *options]
+def generate(output: pathlib.Path, blocks: int = 16, channels: int = 2, seconds: int = 20, start: int = 1_700_000_000,
+             seed: int = 1) -> pathlib.Path:
+    """Makes a disk of generated frames, on blocks of 64 KiB."""
+    command = [required("DISKACCESS_SAMPLE"), "generate", output, "--block-size", "64KiB", "--blocks", blocks,
+               "--channels", channels, "--seconds", seconds, "--start", start, "--seed", seed]
     subprocess.run([str(word) for word in command], check=True, capture_output=True)
     return output
 

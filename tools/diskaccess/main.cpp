@@ -101,6 +101,14 @@ std::vector<Command> AllCommands() {
             .Takes(AddFormatOptions)
             .Takes(AddDiskOptions)
             .Does([](const Options& options, const std::string& /*name*/) { return Verify(options); }),
+        Command("catalog",
+                "What is on many disks, kept in a database: which vehicle was recorded when, and where")
+            .Takes(AddCatalogOptions)
+            .Takes(AddZoneOptions)
+            .Takes(AddFormatOptions)
+            .Takes(AddDiskOptions)
+            .Checks(CheckCatalog)
+            .Does(Catalogue),
         Command("dump", "The partition field by field, as it lies on the disk: for those who know the format")
             .Takes(AddPartition)
             .Takes(AddZoneOptions)

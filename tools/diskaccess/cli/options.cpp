@@ -283,6 +283,40 @@ void AddVerifyOptions(CLI::App& command, Options& options) {
         ->type_name("FILE");
 }
 
+void AddCatalogOptions(CLI::App& command, Options& options) {
+    command
+        .add_option("ACTION", options.action,
+                    "add: enter disks; list: all disks; find: what was recorded when; remove: take disks out")
+        ->required()
+        ->transform(completion::OneOf({"add", "list", "find", "remove"}))
+        ->option_text("ACTION");
+    command
+        .add_option("WHAT", options.subjects,
+                    "With add: sources, like /dev/sdb5 or image files; with remove: numbers of disks, as "
+                    "list shows them")
+        ->option_text("WHAT ...")
+        ->type_name("FILE");
+    command
+        .add_option("--database", options.database,
+                    "Where the catalogue is: a file, or postgresql://... (default: catalog.db in the user's "
+                    "data folder)")
+        ->option_text("FILE")
+        ->type_name("FILE");
+    command
+        .add_option("--jobs", options.jobs,
+                    "With add: disks that are read at once (default: one a processor)")
+        ->check(CLI::Range(1, 256))
+        ->option_text("N");
+    command.add_option("--vehicle", options.vehicle, "With find: number or id of the vehicle (default: all)")
+        ->option_text("NAME");
+    AddRangeOptions(command, options);
+    AddChannelOption(command, options);
+    command
+        .add_option("--event", options.alarm,
+                    "With find: around events of these types alone: the sum of their bits, like 0x5, or all")
+        ->option_text("TYPES");
+}
+
 void AddDumpOptions(CLI::App& command, Options& options) {
     command
         .add_option(

@@ -83,6 +83,12 @@ struct Options {
     // verify
     std::string manifest;
     std::string publicKey;
+    // catalog
+    std::string action;
+    std::vector<std::string> subjects; ///< sources to add, or numbers of disks to remove
+    std::string database;
+    uint32_t jobs = 0; ///< 0: as many as the machine has processors
+    std::string vehicle;
 
     // dump
     int level = 3;
@@ -121,6 +127,7 @@ void AddViewOptions(CLI::App& command, Options& options);
 /// What the manifest is to tell, and who signs it.
 void AddEvidenceOptions(CLI::App& command, Options& options);
 void AddVerifyOptions(CLI::App& command, Options& options);
+void AddCatalogOptions(CLI::App& command, Options& options);
 void AddDumpOptions(CLI::App& command, Options& options);
 
 } // namespace diskaccess

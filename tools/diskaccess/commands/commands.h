@@ -33,6 +33,11 @@ void CheckExport(const Options& options);
 ExitCode Find(const Options& options);
 /// Holds a manifest against its files and, if one is given, the source.
 ExitCode Verify(const Options& options);
+/// What is on many disks, in a database.
+ExitCode Catalogue(const Options& options, const std::string& command);
+/// Looks at the options of that command.
+/// @throws WrongUse
+void CheckCatalog(const Options& options);
 
 /// Takes any device as it is, also one that holds no partition.
 ExitCode Dump(const Options& options);
