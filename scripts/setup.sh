@@ -16,7 +16,8 @@ TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev openssl tzd
 TARGET_PACKAGES=(g++-12-multilib g++-arm-linux-gnueabihf qemu-user)
 # What the Python module takes, and its tests.
 PYTHON_PACKAGES=(pybind11-dev python3-dev)
-PYTHON_TEST_PACKAGES=(python3-pytest python3-numpy python3-av python3-pil mypy)
+PYTHON_TEST_PACKAGES=(python3-pytest python3-numpy python3-av python3-pil python3-matplotlib
+  python3-distributed mypy)
 # What the tests of the viewer take: a browser, and what drives it.
 VIEW_TEST_PACKAGES=(chromium chromium-driver python3-selenium)
 # What fuzzing takes.

@@ -29,7 +29,7 @@ def test_from_images_to_the_command_that_exports(sample: pathlib.Path, program: 
     copy.symlink_to(sample)
     generate(tmp_path / "other.img")
     added = answer(program, "add", copy, tmp_path / "other.img", here, "--jobs", 2)["added"]
-    assert [(row["new"], row["source"]) for row in added] == [(True, str(copy)), (True, str(tmp_path / "other.img"))]
+    assert [(row["new"], row["source_path"]) for row in added] == [(True, str(copy)), (True, str(tmp_path / "other.img"))]
     assert added[0]["read_block_count"] == added[0]["recorded_block_count"] == 15
 
     found = answer(program, "find", here, "--vehicle", "SAMPLE 4711", "--from", "2026-11-20 16:21", "--to",
@@ -51,10 +51,10 @@ def test_from_images_to_the_command_that_exports(sample: pathlib.Path, program: 
     (tmp_path / "other.img").rename(moved)
     again = answer(program, "add", moved, here)["added"][0]
     assert (again["new"], again["read_block_count"], again["disk_number"]) == (False, 0, added[1]["disk_number"])
-    disks = answer(program, "list", here)["disks"]
-    assert [disk["source"] for disk in disks] == [str(moved), str(copy)]  # SAMPLE 1, SAMPLE 4711
+    disks = answer(program, "list", here)["catalogued_disks"]
+    assert [disk["source_path"] for disk in disks] == [str(moved), str(copy)]  # SAMPLE 1, SAMPLE 4711
     assert answer(program, "remove", added[0]["disk_number"], here)["removed"] == [{"disk_number": added[0]["disk_number"]}]
-    assert len(answer(program, "list", here)["disks"]) == 1
+    assert len(answer(program, "list", here)["catalogued_disks"]) == 1
 
 
 def test_what_fails_is_named_and_the_rest_is_done(program: pathlib.Path, tmp_path: pathlib.Path,
@@ -64,7 +64,7 @@ def test_what_fails_is_named_and_the_rest_is_done(program: pathlib.Path, tmp_pat
     done = run(program, "add", tmp_path / "text", disk, tmp_path / "none.img", here, code=1)
     assert len(done.stderr.splitlines()) == 2
     assert "text" in done.stderr and "none.img" in done.stderr
-    assert len(answer(program, "list", here)["disks"]) == 1
+    assert len(answer(program, "list", here)["catalogued_disks"]) == 1
     for words in (["add"], ["remove"], ["remove", "x"], ["list", "x"], ["find", "--event", "door"], ["sing"]):
         run(program, *words, here, code=2)
     run(program, "remove", 99, here, code=1)
@@ -78,7 +78,7 @@ def test_a_failing_disk_is_there_with_its_problems(program: pathlib.Path, tmp_pa
         file.write(bytes(65536))  # a block that was written over
     run(program, "add", disk, here, code=3)
     document = answer(program, "list", here)
-    assert document["disks"][0]["loss_count"] != 0
+    assert document["catalogued_disks"][0]["loss_count"] != 0
     assert any(problem["severity"] == "loss" for problem in document["problems"])
 
 
@@ -106,7 +106,7 @@ def test_a_hostile_vehicle_does_no_harm(program: pathlib.Path, tmp_path: pathlib
     data = disk.read_bytes().replace(b"SAMPLE 1", b"\xff';\x1b[---")
     disk.write_bytes(data)
     run(program, "add", disk, here)
-    rows = answer(program, "list", here)["disks"]
+    rows = answer(program, "list", here)["catalogued_disks"]
     assert rows[0]["vehicle_number"] == "\\xff';\\x1b[---"
     text = run(program, "find", here).stdout
     assert "\x1b" not in text and "\\xff" in text

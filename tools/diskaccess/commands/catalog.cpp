@@ -218,7 +218,7 @@ private:
         }
         Renderer& answer = *m_desk.answer;
         answer.BeginTable({"added",
-                           {{"source", "SOURCE"},
+                           {{"source_path", "SOURCE"},
                             {"disk_number", "DISK"},
                             {"new", "NEW"},
                             {"recorded_block_count", "BLOCKS"},
@@ -259,7 +259,7 @@ ExitCode Add(Desk& desk) {
 ExitCode ListDisks(Desk& desk, catalog::Catalog& catalogue) {
     Renderer& answer = *desk.answer;
     const std::vector<catalog::CataloguedDisk> disks = catalogue.List();
-    answer.BeginTable({"disks",
+    answer.BeginTable({"catalogued_disks",
                        {{"disk_number", "DISK"},
                         {"vehicle_number", "VEHICLE"},
                         {"vehicle_id", "ID"},
@@ -268,7 +268,7 @@ ExitCode ListDisks(Desk& desk, catalog::Catalog& catalogue) {
                         {"recorded_block_count", "BLOCKS"},
                         {"loss_count", "LOSSES"},
                         {"host", "HOST"},
-                        {"source", "SOURCE"},
+                        {"source_path", "SOURCE"},
                         {"description", ""},
                         {"device_size_bytes", ""},
                         {"updated", ""}},
@@ -279,9 +279,10 @@ ExitCode ListDisks(Desk& desk, catalog::Catalog& catalogue) {
                         Printable(disk.source), disk.description, Bytes{disk.size}, Time{disk.updated}});
     }
     answer.EndTable();
-    answer.BeginTable({"problems",
-                       {{"disk_number", "DISK"}, {"severity", "SEVERITY"}, {"problem", "KIND"}, {"text", "PROBLEM"}},
-                       {}});
+    answer.BeginTable(
+        {"problems",
+         {{"disk_number", "DISK"}, {"severity", "SEVERITY"}, {"problem", "KIND"}, {"text", "PROBLEM"}},
+         {}});
     for (const catalog::CataloguedDisk& disk : disks) {
         for (const catalog::CataloguedProblem& problem : catalogue.ProblemsOf(disk.id)) {
             answer.ShowRow(
@@ -364,7 +365,7 @@ ExitCode Find(Desk& desk, catalog::Catalog& catalogue) {
                         {"channels", "CHANNELS"},
                         {"event_types", "EVENTS"},
                         {"host", "HOST"},
-                        {"source", ""},
+                        {"source_path", ""},
                         {"export_command", "COMMAND"}},
                        {}});
     for (const catalog::Found& found : catalogue.Find(QuestionOf(desk))) {
