@@ -18,8 +18,8 @@ namespace {
 
 class ContainerSink : public Sink {
 public:
-    ContainerSink(const std::string& path, Container container, Outputs& outputs)
-        : m_path(path), m_container(container), m_file(&outputs.Make(path).Bytes()),
+    ContainerSink(const std::string& path, Container container, Outputs& outputs, size_t output)
+        : m_path(path), m_output(output), m_container(container), m_file(&outputs.Make(path).Bytes()),
           m_muxer(m_path, m_container, m_file), m_predictor(MakeHeadPredictor(container)) {}
 
     std::optional<LeftOutReason> Refusal(const Track& track, const recordings::Frame& frame) const override {
@@ -28,13 +28,29 @@ public:
     }
 
     std::optional<LeftOutReason> Add(Track& track, const recordings::Frame& first) override {
+        if (m_timeline) {
+            return LeftOutReason::TrackBegunTooLate;
+        }
         Parameters parameters;
         const std::optional<LeftOutReason> refusal = Examine(track, first, parameters);
         if (!refusal) {
+            track.output = m_output;
             m_muxer.AddStream(*parameters, track.channel);
             m_wantsLengths.push_back(WantsLengths(*parameters));
         }
         return refusal;
+    }
+
+    bool Continues(size_t index, const Track& now, const recordings::Frame& frame) const override {
+        const AVCodecParameters& before = m_muxer.StreamParameters(index);
+        if (!now.isVideo) {
+            return CodecOf(now) == before.codec_id &&
+                   static_cast<int>(now.audio.sampleRate) == before.sample_rate;
+        }
+        Parameters parameters;
+        return Examine(now, frame, parameters) ||
+               (parameters->codec_id == before.codec_id && parameters->width == before.width &&
+                parameters->height == before.height);
     }
 
     void Start(const ContainerFacts& facts, const std::optional<Estimate>& estimate) override {
@@ -75,9 +91,6 @@ public:
 private:
     std::optional<LeftOutReason> Examine(const Track& track, const recordings::Frame& frame,
                                          Parameters& parameters) const {
-        if (m_timeline) {
-            return LeftOutReason::TrackBegunTooLate;
-        }
         const AVCodecID codec = CodecOf(track);
         if (codec == AV_CODEC_ID_NONE) {
             return LeftOutReason::EncodingUnknown;
@@ -124,6 +137,7 @@ private:
     }
 
     std::string m_path;
+    size_t m_output;
     Container m_container;
     std::optional<Timeline> m_timeline; ///< once it is started
     MuxedFile m_file;
@@ -141,8 +155,9 @@ bool ContainersSupported() {
     return true;
 }
 
-std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container container, Outputs& outputs) {
-    return std::make_unique<ContainerSink>(path, container, outputs);
+std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container container, Outputs& outputs,
+                                        size_t output) {
+    return std::make_unique<ContainerSink>(path, container, outputs, output);
 }
 
 void QuietContainers() {

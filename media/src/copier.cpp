@@ -6,6 +6,9 @@ namespace media {
 
 namespace {
 
+/// A longer step back than this, in microseconds, tells that the recorder's clock was set.
+constexpr int64_t kClockSet = 1000000;
+
 void CountFrame(Track& track, const recordings::Frame& frame) {
     track.first = track.frames == 0 ? frame.time : std::min(track.first, frame.time);
     track.last = track.frames == 0 ? frame.time : std::max(track.last, frame.time);
@@ -17,28 +20,107 @@ void CountFrame(Track& track, const recordings::Frame& frame) {
 } // namespace
 
 bool Copier::AddTrack(const Track& track, const recordings::Frame& first) {
+    return AddTrack(track, first, m_sink);
+}
+
+bool Copier::AddTrack(const Track& track, const recordings::Frame& first, Sink& sink) {
+    Places& places = m_places[{track.channel, !track.isVideo}];
+    places.all.push_back(Add(track, first, sink));
+    places.current = places.all.size() - 1;
+    return places.all.back().sink != nullptr;
+}
+
+void Copier::PrepareTrack(const Track& track, const recordings::Frame& first, Sink& sink) {
+    m_places[{track.channel, !track.isVideo}].all.push_back(Add(track, first, sink));
+}
+
+Copier::Place Copier::Add(const Track& track, const recordings::Frame& first, Sink& sink) {
     Track taken = track;
-    const std::optional<LeftOutReason> refusal = m_sink.Add(taken, first);
-    Place& place = m_places[{track.channel, !track.isVideo}];
-    place.isTaken = !refusal;
-    if (refusal) {
+    Place place;
+    place.track = track;
+    if (const std::optional<LeftOutReason> refusal = sink.Add(taken, first)) {
         place.entry = m_leftOut.size();
         LeaveOut(track, *refusal, 0);
-    } else {
-        place.entry = m_tracks.size();
-        m_tracks.push_back(std::move(taken));
+        return place;
     }
-    return !refusal;
+    place.sink = &sink;
+    place.index = m_taken[&sink]++;
+    place.entry = m_tracks.size();
+    m_tracks.push_back(std::move(taken));
+    return place;
+}
+
+void Copier::Refuse(const Track& track, LeftOutReason reason) {
+    Places& places = m_places[{track.channel, !track.isVideo}];
+    places.all.push_back({track, nullptr, 0, m_leftOut.size()});
+    places.current = places.all.size() - 1;
+    LeaveOut(track, reason, 0);
+}
+
+/// Whether a frame that may show another encoding belongs to a place. Where frames are left out, the codec tells.
+bool Copier::Belongs(const Place& place, const Track& now, const recordings::Frame& frame) {
+    return place.sink != nullptr
+               ? place.sink->Continues(place.index, now, frame)
+               : now.Codec() == place.track.Codec() && now.audio.sampleRate == place.track.audio.sampleRate;
+}
+
+bool Copier::Follow(const Track& now, const recordings::Frame& frame) {
+    Places& places = m_places[TrackKey::Of(frame)];
+    const auto belongs = [&](const Place& place) { return Belongs(place, now, frame); };
+    if (belongs(places.all[places.current])) {
+        return true;
+    }
+    // Not those that were left before: a channel's tracks follow each other.
+    const auto next = places.all.begin() + static_cast<ptrdiff_t>(places.current) + 1;
+    const auto found = std::find_if(next, places.all.end(), belongs);
+    if (found == places.all.end()) {
+        return false;
+    }
+    places.current = static_cast<size_t>(found - places.all.begin());
+    return true;
+}
+
+bool Copier::IsNew(const Track& track, const recordings::Frame& frame) const {
+    const auto places = m_places.find(TrackKey::Of(frame));
+    if (places == m_places.end()) {
+        return true;
+    }
+    const auto current = places->second.all.begin() + static_cast<ptrdiff_t>(places->second.current);
+    return std::none_of(current, places->second.all.end(),
+                        [&](const Place& place) { return Belongs(place, track, frame); });
+}
+
+/// Holds a frame's time against that of the one before it.
+void Copier::Compare(Places& places, const recordings::Frame& frame) {
+    const bool collides = places.last && frame.time <= *places.last && frame.time + kClockSet >= *places.last;
+    if (collides && places.collisions.count++ == 0) {
+        places.collisions.channel = frame.channel;
+        places.collisions.block = frame.block;
+        places.collisions.time = frame.time;
+    }
+    places.last = frame.time;
+}
+
+std::vector<Copier::Collisions> Copier::AllCollisions() const {
+    std::vector<Collisions> all;
+    for (const auto& [key, places] : m_places) {
+        if (places.collisions.count != 0) {
+            all.push_back(places.collisions);
+        }
+    }
+    return all;
 }
 
 void Copier::Copy(const recordings::Frame& frame) {
-    const Place& place = m_places[TrackKey::Of(frame)];
-    if (!place.isTaken) {
+    Places& places = m_places[TrackKey::Of(frame)];
+    const Place& place = places.all[places.current];
+    Compare(places, frame);
+    if (place.sink == nullptr) {
         ++m_leftOut[place.entry].frames;
-    } else if (frame.size > m_sink.LargestFrame()) {
+    } else if (frame.size > place.sink->LargestFrame()) {
         LeaveOutTooLarge(m_tracks[place.entry]);
     } else {
-        m_sink.Write(place.entry, frame);
+        place.sink->Write(place.index, frame);
         CountFrame(m_tracks[place.entry], frame);
     }
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,13 +18,35 @@ public:
     /// @param sink must outlive the object
     Copier(Sink& sink, Container container) : m_sink(sink), m_container(container) {}
 
-    /// Has the sink take a track.
+    /// Has the sink take a track, whose frames go there from now on.
     /// @param first a frame that shows what it is
     /// @return whether it has
     bool AddTrack(const Track& track, const recordings::Frame& first);
+    /// The same with another sink, which must outlive the object.
+    bool AddTrack(const Track& track, const recordings::Frame& first, Sink& sink);
+    /// The same, but frames go there only when Follow() finds that they belong there.
+    void PrepareTrack(const Track& track, const recordings::Frame& first, Sink& sink);
+    /// Leaves a track's frames out from now on.
+    void Refuse(const Track& track, LeftOutReason reason);
+    /// Has the frames of a track go where their encoding belongs, from a frame on that may show another one: to the place
+    /// where they go now, or one that was prepared.
+    /// @param now what the frame tells the track to be
+    /// @return false when none of them is right
+    bool Follow(const Track& now, const recordings::Frame& frame);
+    /// Whether a track has no place that Follow() would find.
+    bool IsNew(const Track& track, const recordings::Frame& frame) const;
     bool Knows(const TrackKey& key) const { return m_places.count(key) != 0; }
     /// @param frame of a track that was added
     void Copy(const recordings::Frame& frame);
+
+    /// Frames of a track that bear the time of the frame before, or an earlier one, though the clock was not set.
+    struct Collisions {
+        uint32_t channel = 0;
+        uint32_t block = 0; ///< of the first
+        uint64_t count = 0;
+        int64_t time = 0; ///< of the first
+    };
+    std::vector<Collisions> AllCollisions() const;
 
     std::vector<Track>& Tracks() { return m_tracks; }
     /// Frames that the sink did not take.
@@ -32,16 +55,29 @@ public:
 private:
     /// Where the frames of a track go.
     struct Place {
-        bool isTaken = false;
-        size_t entry = 0; ///< of the tracks, or of what is left out
+        Track track;          ///< as it was added
+        Sink* sink = nullptr; ///< null: they are left out
+        size_t index = 0;     ///< of the track in the sink
+        size_t entry = 0;     ///< of the tracks, or of what is left out
+    };
+    /// Where they go, and where they went before.
+    struct Places {
+        std::vector<Place> all;
+        size_t current = 0;
+        std::optional<int64_t> last; ///< time stamp
+        Collisions collisions;
     };
 
+    static void Compare(Places& places, const recordings::Frame& frame);
+    static bool Belongs(const Place& place, const Track& now, const recordings::Frame& frame);
+    Place Add(const Track& track, const recordings::Frame& first, Sink& sink);
     void LeaveOut(const Track& track, LeftOutReason reason, uint64_t frames);
     void LeaveOutTooLarge(const Track& track);
 
     Sink& m_sink;
     Container m_container;
-    std::map<TrackKey, Place> m_places;
+    std::map<TrackKey, Places> m_places;
+    std::map<const Sink*, size_t> m_taken; ///< tracks
     std::vector<Track> m_tracks;
     std::vector<LeftOut> m_leftOut;
 };

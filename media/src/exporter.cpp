@@ -8,6 +8,7 @@
 
 #include "block_hasher.h"
 #include "copier.h"
+#include "encoding_watch.h"
 #include "media/error.h"
 #include "media/manifest.h"
 #include "output_place.h"
@@ -44,13 +45,18 @@ public:
                      ? MakeRawSink(m_request.name, m_outputs)
                      : MakeContainerSink(m_request.name, m_request.container, m_outputs);
         m_copier.emplace(*m_sink, m_request.container);
+        m_started = m_request.container == Container::Raw;
         if (m_request.container != Container::Raw && !StartContainer()) {
+            Copy(); // what is missing is named all the same, and what is left out is counted
             return NothingMade();
         }
         OutputFile& manifest = m_outputs.Make(m_result.manifest);
         Copy();
         if (m_copier->Tracks().empty()) {
             return NothingMade();
+        }
+        for (const auto& sink : m_parts) {
+            sink->Finish();
         }
         m_sink->Finish();
         m_result.outputs = m_outputs.CompleteOthers(manifest);
@@ -123,6 +129,7 @@ private:
         }
         estimate.bytes = survey.BytesOf(taken);
         estimate.keyFrames = survey.keyFrames;
+        m_started = true;
         m_sink->Start(Facts(FirstOf(tracks)), estimate);
         return true;
     }
@@ -190,13 +197,17 @@ private:
                 m_hasher.Add(*block);
             }
             block = frame.block;
-            if (!m_copier->Knows(TrackKey::Of(frame))) {
-                m_copier->AddTrack(m_finder.TrackOf(frame), frame);
-            }
+            Follow(frame);
             m_copier->Copy(frame);
             NoteClock(frame);
         }
-        m_result.segments = m_sink->Segments();
+        if (!m_started) {
+            return;
+        }
+        m_result.segments.push_back(m_sink->Segments());
+        for (const auto& sink : m_parts) {
+            m_result.segments.push_back(sink->Segments());
+        }
         m_result.gaps = frames.Gaps();
         m_result.blocks = frames.BlocksUsed();
     }
@@ -212,9 +223,74 @@ private:
         }
     }
 
+    /// Has the frame's track go where it belongs: one that begins, and one that is encoded otherwise from here on, gets a
+    /// place of its own.
+    void Follow(const Frame& frame) {
+        const bool mayChange = m_encodings.MayChangeAt(frame);
+        const bool isKnown = m_copier->Knows(TrackKey::Of(frame));
+        if (isKnown && (!mayChange || (frame.IsAudio() && !m_finder.TellsAudio(frame)))) {
+            return;
+        }
+        const Track track = m_finder.TrackOf(frame);
+        if (isKnown && m_copier->Follow(track, frame)) {
+            return;
+        }
+        if (isKnown) {
+            NoteChange(frame);
+        }
+        if (m_request.container == Container::Raw) {
+            m_copier->AddTrack(track, frame);
+        } else if (const auto refusal = m_sink->Refusal(track, frame)) {
+            m_copier->Refuse(track, *refusal);
+        } else if (!m_started) {
+            m_copier->Refuse(track, LeftOutReason::TrackBegunTooLate);
+        } else {
+            BeginPart(track, frame);
+        }
+    }
+
+    /// Begins another container, for a track and all others of the block that do not go on as they were.
+    void BeginPart(const Track& track, const Frame& frame) {
+        const size_t output = m_parts.size() + 1;
+        m_parts.push_back(
+            MakeContainerSink(PartName(m_request.name, output + 1), m_request.container, m_outputs, output));
+        Sink& part = *m_parts.back();
+        m_copier->AddTrack(track, frame, part);
+        for (const auto& [key, found] :
+             m_finder.FindInBlock(m_query, frame.block, *m_sink, m_watcher.Silent())) {
+            const bool isOther = key < TrackKey::Of(frame) || TrackKey::Of(frame) < key;
+            if (isOther && !found.refused && m_copier->IsNew(found.track, found.Whole())) {
+                m_copier->PrepareTrack(found.track, found.Whole(), part);
+            }
+        }
+        ContainerFacts facts = Facts(frame);
+        facts.chapters.clear();
+        facts.start = frame.time;
+        facts.startTime = m_request.wording.utcTimestamp(frame.time);
+        part.Start(facts, std::nullopt);
+    }
+
+    void NoteChange(const Frame& frame) {
+        recordings::Problem problem;
+        problem.kind = recordings::ProblemKind::EncodingChanges;
+        problem.severity = recordings::Severity::Note;
+        problem.block = frame.block;
+        problem.channel = frame.channel;
+        problem.after = frame.time;
+        Problems()(problem);
+    }
+
+    size_t Segments() const {
+        size_t count = m_sink->Segments().size();
+        for (const auto& sink : m_parts) {
+            count += sink->Segments().size() - 1; // of which each begins with one
+        }
+        return count;
+    }
+
     /// Names jumps of the clock that the file does not show.
     void NoteClock(const Frame& frame) {
-        const size_t segments = m_sink->Segments().size();
+        const size_t segments = m_started ? Segments() : 0;
         if (segments > std::max<size_t>(m_segments, 1)) {
             recordings::Problem problem;
             problem.kind = recordings::ProblemKind::ClockJumps;
@@ -229,7 +305,21 @@ private:
         m_lastTimes[TrackKey::Of(frame)] = frame.time;
     }
 
+    void NoteCollisions() {
+        for (const Copier::Collisions& each : m_copier->AllCollisions()) {
+            recordings::Problem problem;
+            problem.kind = recordings::ProblemKind::TimesCollide;
+            problem.severity = recordings::Severity::Note;
+            problem.block = each.block;
+            problem.channel = each.channel;
+            problem.count = each.count;
+            problem.after = each.time;
+            Problems()(problem);
+        }
+    }
+
     void TakeFindings() {
+        NoteCollisions();
         m_result.tracks = std::move(m_copier->Tracks());
         m_result.leftOut = std::move(m_copier->Refused());
         m_result.problems = m_problems.All();
@@ -267,8 +357,11 @@ private:
     Outputs m_outputs;
     BlockHasher m_hasher;
     std::unique_ptr<Sink> m_sink;
+    std::vector<std::unique_ptr<Sink>> m_parts; ///< containers beside the first
+    EncodingWatch m_encodings;
     std::optional<Copier> m_copier;
     std::map<TrackKey, int64_t> m_lastTimes; ///< time stamps
+    bool m_started = false;                  ///< files are written
     size_t m_segments = 0;                   ///< that are known
     ExportResult m_result;
 };

@@ -38,8 +38,7 @@ public:
                       [this](const recordings::Event& event) { return EventOf(event); });
         m_writer.Member("event_without_chapter_count", m_result.eventsWithoutChapter);
         m_writer.List("gaps", m_result.gaps, [this](const recordings::Gap& gap) { return GapOf(gap); });
-        m_writer.List("segments", m_result.segments,
-                      [this](const ClockSegment& segment) { return SegmentOf(segment); });
+        m_writer.List("segments", SegmentsOfAll(), [](const Json& segment) { return segment; });
         m_writer.Problems(m_result.problems);
         m_writer.List("left_out", m_result.leftOut, [](const LeftOut& item) { return LeftOutOf(item); });
         m_writer.End();
@@ -140,9 +139,16 @@ private:
                 {"block", gap.block}};
     }
 
-    Json SegmentOf(const ClockSegment& segment) const {
-        return {{"position_seconds", static_cast<double>(segment.place) / 1e6},
-                {"time", TimeOf(segment.time)}};
+    std::vector<Json> SegmentsOfAll() const {
+        std::vector<Json> all;
+        for (size_t output = 0; output < m_result.segments.size(); ++output) {
+            for (const ClockSegment& segment : m_result.segments[output]) {
+                all.push_back({{"output", output},
+                               {"position_seconds", static_cast<double>(segment.place) / 1e6},
+                               {"time", TimeOf(segment.time)}});
+            }
+        }
+        return all;
     }
 
     static Json LeftOutOf(const LeftOut& item) {

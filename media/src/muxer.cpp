@@ -29,6 +29,9 @@ void SetText(AVDictionary** texts, const char* key, const std::string& value) {
     }
 }
 
+/// MP4 counts the seconds of a creation time in 32 bits from 1904 on; a date is text.
+constexpr const char* kMp4CountsUpTo = "2040-02-06T06:28:16";
+
 } // namespace
 
 void Muxer::FreeContext::operator()(AVFormatContext* context) const {
@@ -107,10 +110,14 @@ void Muxer::AddChapter(const Chapter& chapter, int64_t start, int64_t end) {
     SetText(&made->metadata, "title", chapter.title);
 }
 
+const char* Muxer::StartKey(const ContainerFacts& facts) const {
+    return m_container == Container::Mp4 && facts.startTime >= kMp4CountsUpTo ? "date" : "creation_time";
+}
+
 void Muxer::Start(const ContainerFacts& facts) {
     SetText(&m_context->metadata, "title", facts.title);
     SetText(&m_context->metadata, "comment", facts.comment);
-    SetText(&m_context->metadata, "creation_time", facts.startTime);
+    SetText(&m_context->metadata, StartKey(facts), facts.startTime);
     AVDictionary* options = nullptr;
     // Checksums of every cluster take longer than everything else, and the whole file has a better one.
     SetText(&options, "write_crc32", "0");

@@ -67,6 +67,7 @@ private:
         void operator()(AVFormatContext* context) const;
     };
 
+    const char* StartKey(const ContainerFacts& facts) const;
     void AddChapter(const Chapter& chapter, int64_t start, int64_t end);
     void Check(int result);
     static int WritePacket(void* muxer, uint8_t* data, int size);

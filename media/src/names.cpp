@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include <fmt/format.h>
 
 #include "media/sink.h"
@@ -13,6 +15,14 @@ const char* NameOf(Container container) {
     default:
         return "raw";
     }
+}
+
+std::string PartName(const std::string& path, size_t number) {
+    const std::filesystem::path whole(path);
+    std::filesystem::path name = whole.stem();
+    name += fmt::format("-{}", number);
+    name += whole.extension();
+    return (whole.parent_path() / name).string();
 }
 
 const char* NameOf(LeftOutReason reason) {

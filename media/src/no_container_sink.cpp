@@ -2,6 +2,7 @@
 
 #include "media/error.h"
 #include "media/sink.h"
+#include "media/track.h"
 #include "packet_reader.h"
 
 namespace media {
@@ -11,9 +12,13 @@ bool ContainersSupported() {
 }
 
 std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container /*container*/,
-                                        Outputs& /*outputs*/) {
+                                        Outputs& /*outputs*/, size_t /*output*/) {
     throw Error(ErrorKind::NoContainers,
                 path + ": cannot be made: libavformat was not there when this was built");
+}
+
+bool CanDecodeAudio(const std::string& /*name*/) {
+    return true;
 }
 
 void QuietContainers() {}

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <limits>
+#include <map>
 #include <set>
 #include <utility>
 
@@ -31,10 +32,22 @@ public:
         return std::nullopt;
     }
 
-    std::optional<LeftOutReason> Add(Track& track, const recordings::Frame& /*first*/) override {
+    std::optional<LeftOutReason> Add(Track& track, const recordings::Frame& first) override {
         track.output = m_files.size();
-        m_files.push_back(&m_outputs.Make(RawFileName(m_name, track)).Bytes());
+        const size_t number = ++m_names[RawFileName(m_name, track)];
+        m_files.push_back(&m_outputs.Make(RawFileName(m_name, track, number)).Bytes());
+        m_encodings.push_back({track.Codec(), track.audio.sampleRate, SetOf(first)});
         return std::nullopt;
+    }
+
+    bool Continues(size_t index, const Track& now, const recordings::Frame& frame) const override {
+        const Encoding& before = m_encodings[index];
+        if (!now.isVideo) {
+            return now.Codec() == before.codec && now.audio.sampleRate == before.sampleRate;
+        }
+        const std::vector<uint8_t> set = SetOf(frame);
+        return now.video == VideoCodec::Unknown || set.empty() ||
+               (now.Codec() == before.codec && set == before.set);
     }
 
     void Write(size_t index, const recordings::Frame& frame) override {
@@ -46,7 +59,20 @@ public:
     const std::vector<ClockSegment>& Segments() const override { return m_segments; }
 
 private:
+    struct Encoding {
+        std::string codec;
+        uint32_t sampleRate;
+        std::vector<uint8_t> set; ///< the sequence parameter set of video
+    };
+
+    static std::vector<uint8_t> SetOf(const recordings::Frame& frame) {
+        return frame.type == recordings::kKeyFrame ? SequenceSet(frame.data, frame.size)
+                                                   : std::vector<uint8_t>();
+    }
+
     std::string m_name;
+    std::map<std::string, size_t> m_names; ///< how often they were wanted
+    std::vector<Encoding> m_encodings;
     Outputs& m_outputs;
     std::vector<FileWriter*> m_files;
     std::vector<ClockSegment> m_segments; ///< none
@@ -75,16 +101,17 @@ std::vector<Track> PossibleTracks(uint32_t channel, const AudioCodec& audio) {
 
 } // namespace
 
-std::string RawFileName(const std::string& name, const Track& track) {
-    return fmt::format("{}-ch{}.{}", name, track.channel, EndingOf(track));
+std::string RawFileName(const std::string& name, const Track& track, size_t number) {
+    const std::string suffix = number == 1 ? "" : fmt::format("-{}", number);
+    return fmt::format("{}-ch{}{}.{}", name, track.channel, suffix, EndingOf(track));
 }
 
 std::vector<std::string> PossibleRawFiles(const std::string& name, recordings::ChannelSet channels,
-                                          const AudioCodec& audio) {
+                                          const AudioCodecs& audio) {
     std::set<std::string> files;
     for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
         if (channels.Has(channel)) {
-            for (const Track& track : PossibleTracks(channel, audio)) {
+            for (const Track& track : PossibleTracks(channel, audio.Of(channel))) {
                 files.insert(RawFileName(name, track));
             }
         }

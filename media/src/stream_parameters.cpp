@@ -115,6 +115,12 @@ AVCodecID CodecOf(const Track& track) {
                                                                                          : codec->id;
 }
 
+bool CanDecodeAudio(const std::string& name) {
+    const AVCodecDescriptor* const codec = avcodec_descriptor_get_by_name(name.c_str());
+    return codec != nullptr && codec->type == AVMEDIA_TYPE_AUDIO &&
+           avcodec_find_decoder(codec->id) != nullptr;
+}
+
 Parameters VideoParameters(AVCodecID codec, const recordings::Frame& keyFrame) {
     Parameters parameters = NewParameters();
     parameters->codec_type = AVMEDIA_TYPE_VIDEO;

@@ -1,5 +1,6 @@
 #include "media/track.h"
 
+#include <algorithm>
 #include <array>
 
 #include "byte_stream.h"
@@ -10,6 +11,10 @@ namespace {
 
 /// By the recorder's codes, from 1 on.
 constexpr std::array<const char*, 3> kAudioNames = {"pcm_alaw", "pcm_mulaw", "pcm_s16le"};
+
+constexpr uint8_t kH265SequenceSet = 0x42;
+/// Parameter sets lie before everything else that is large.
+constexpr size_t kSetsWithin = 4096;
 
 /// H.265: the video, sequence or picture parameter set of the base layer.
 bool IsH265ParameterSet(const uint8_t* unit) {
@@ -35,6 +40,24 @@ VideoCodec DetectVideo(const uint8_t* keyFrame, size_t size) {
         }
     }
     return VideoCodec::Unknown;
+}
+
+std::vector<uint8_t> SequenceSet(const uint8_t* keyFrame, size_t size) {
+    const uint8_t* const end = keyFrame + std::min(size, kSetsWithin);
+    const uint8_t* code = FindStartCode(keyFrame, end);
+    while (end - code >= 5) {
+        const uint8_t* const unit = code + 3;
+        code = FindStartCode(unit, end);
+        const bool isH265 = unit[0] == kH265SequenceSet && unit[1] == 1;
+        if (isH265 || (!IsH265ParameterSet(unit) && IsH264SequenceSet(unit))) {
+            const uint8_t* last = code;
+            while (last != unit && last[-1] == 0) {
+                --last; // zeros belong to the next start code
+            }
+            return {unit, last};
+        }
+    }
+    return {};
 }
 
 const char* NameOf(VideoCodec codec) {

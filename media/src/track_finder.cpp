@@ -1,5 +1,6 @@
 #include "track_finder.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace media {
@@ -27,7 +28,7 @@ Frame FoundTrack::Whole() const {
 }
 
 TrackFinder::TrackFinder(const recordings::Disk& disk, const recordings::BlockList& blocks,
-                         AudioCodec givenAudio)
+                         AudioCodecs givenAudio)
     : m_disk(disk), m_blocks(blocks), m_givenAudio(std::move(givenAudio)) {}
 
 Track TrackFinder::TrackOf(const Frame& frame) const {
@@ -36,12 +37,18 @@ Track TrackFinder::TrackOf(const Frame& frame) const {
     track.isVideo = frame.IsVideo();
     if (track.isVideo) {
         track.video = DetectVideo(frame.data, frame.size);
-    } else if (m_givenAudio.Known()) {
-        track.audio = m_givenAudio;
+    } else if (m_givenAudio.Of(frame.channel).Known()) {
+        track.audio = m_givenAudio.Of(frame.channel);
     } else if (const auto identity = recordings::ReadIdentity(m_disk, frame.block)) {
         track.audio = AudioOf(identity->properties[frame.channel]);
     }
     return track;
+}
+
+bool TrackFinder::TellsAudio(const Frame& frame) const {
+    const auto entry = m_blocks.Find(frame.block);
+    return m_givenAudio.Of(frame.channel).Known() ||
+           (entry && m_blocks.All()[*entry].headSound && recordings::ReadIdentity(m_disk, frame.block));
 }
 
 TrackFinder::Found TrackFinder::FindAll(const recordings::FrameQuery& query, const Survey& survey,
@@ -51,6 +58,20 @@ TrackFinder::Found TrackFinder::FindAll(const recordings::FrameQuery& query, con
         FindIn(beginning, query, sink, watch, found);
     }
     TryLaterKeyFrames(query, sink, watch, found);
+    return found;
+}
+
+TrackFinder::Found TrackFinder::FindInBlock(const recordings::FrameQuery& query, uint32_t block,
+                                            const Sink& sink, const recordings::Watch& watch) const {
+    Found found;
+    const auto entry = m_blocks.Find(block);
+    if (entry) {
+        const recordings::Block& at = m_blocks.All()[*entry];
+        recordings::TimeRange range = query.range;
+        range.first = std::clamp(at.start, range.first, range.last);
+        range.last = at.closed ? std::clamp(at.end, range.first, range.last) : range.last;
+        FindIn({block, range, query.channels}, query, sink, watch, found);
+    }
     return found;
 }
 

@@ -25,16 +25,22 @@ struct FoundTrack {
 /// Finds out what streams are.
 class TrackFinder {
 public:
-    /// @param givenAudio of all channels, if it is known
-    TrackFinder(const recordings::Disk& disk, const recordings::BlockList& blocks, AudioCodec givenAudio);
+    /// @param givenAudio where it is known better than the disk does
+    TrackFinder(const recordings::Disk& disk, const recordings::BlockList& blocks, AudioCodecs givenAudio);
 
     /// What the track of a frame is. Of video, the frame must be a key frame.
     Track TrackOf(const recordings::Frame& frame) const;
+    /// Whether it is known how a block's audio is encoded: a head that is damaged does not tell.
+    bool TellsAudio(const recordings::Frame& frame) const;
 
     /// All tracks of a range: a container must know them before it begins. Where a sink refuses a camera's first key
     /// frame, it is shown later ones, in case the first one is damaged.
     std::map<TrackKey, FoundTrack> FindAll(const recordings::FrameQuery& query, const Survey& survey,
                                            const Sink& sink, const recordings::Watch& watch) const;
+
+    /// The tracks of one block.
+    std::map<TrackKey, FoundTrack> FindInBlock(const recordings::FrameQuery& query, uint32_t block,
+                                               const Sink& sink, const recordings::Watch& watch) const;
 
 private:
     using Found = std::map<TrackKey, FoundTrack>;
@@ -47,7 +53,7 @@ private:
 
     const recordings::Disk& m_disk;
     const recordings::BlockList& m_blocks;
-    AudioCodec m_givenAudio;
+    AudioCodecs m_givenAudio;
 };
 
 } // namespace media

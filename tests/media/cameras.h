@@ -15,6 +15,8 @@ using Bytes = std::vector<uint8_t>;
 /// The parameter sets that key frames begin with: H.264, baseline, 64 x 48 pixels. In front of each is a start code of
 /// four bytes.
 extern const Bytes kH264Sets;
+/// The same of 128 x 96 pixels.
+extern const Bytes kLargerH264Sets;
 /// The same of H.265.
 extern const Bytes kH265Sets;
 

@@ -568,9 +568,9 @@ TEST_F(Exports, MapWhereTheClockWasSet) {
         const Json segments = Manifest()["segments"];
         ASSERT_EQ(segments.size(), 3u);
         const auto time = [](int64_t second) { return "t" + std::to_string((kStart + second) * kSecond); };
-        EXPECT_EQ(segments[0], (Json{{"position_seconds", 0.0}, {"time", time(7190)}}));
-        EXPECT_EQ(segments[1], (Json{{"position_seconds", 10.0}, {"time", time(3600)}}));
-        EXPECT_EQ(segments[2], (Json{{"position_seconds", 20.0}, {"time", time(7210)}}));
+        EXPECT_EQ(segments[0], (Json{{"output", 0}, {"position_seconds", 0.0}, {"time", time(7190)}}));
+        EXPECT_EQ(segments[1], (Json{{"output", 0}, {"position_seconds", 10.0}, {"time", time(3600)}}));
+        EXPECT_EQ(segments[2], (Json{{"output", 0}, {"position_seconds", 20.0}, {"time", time(7210)}}));
         EXPECT_EQ(std::count(m_lines.begin(), m_lines.end(), "clock_jumps note block 1 channel 0"), 1);
         EXPECT_EQ(std::count(m_lines.begin(), m_lines.end(), "clock_jumps note block 2 channel 0"), 1);
     }
@@ -595,6 +595,169 @@ TEST_F(Exports, KeepTheTimeOfEventsBeforeTheFirstFrame) {
         EXPECT_EQ(file.chapters[1].start, 14 * kSecond);
         ASSERT_EQ(file.packets.size(), 10u);
         EXPECT_EQ(file.packets[0].micros, 5 * kSecond);
+    }
+}
+
+TEST_F(Exports, GiveAnotherEncodingAFileOfItsOwn) {
+    // Between the journeys, camera 0 and its sound are replaced; camera 1 stays.
+    m_settings.channels = 3;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    const auto journey = [&](const Bytes& sets, uint8_t audioCode, uint32_t sampleRate, int64_t from) {
+        for (int64_t second = from; second < from + 5; ++second) {
+            Write(recorder, KeyFrame(0, (kStart + second) * kSecond, 300, sets));
+            Write(recorder, KeyFrame(1, (kStart + second) * kSecond, 200));
+            Write(recorder, Sound(0, (kStart + second) * kSecond, 160));
+        }
+        Image().Change<BlockHead_t>(Image().HeadOffset(*recorder.CurrentBlock()), [&](BlockHead_t& head) {
+            head.prop[0].AType = audioCode;
+            head.prop[0].Sample = sampleRate;
+        });
+        recorder.PowerOff();
+    };
+    journey(kH264Sets, 1, 8000, 0);
+    journey(kLargerH264Sets, 1, 16000, 1000);
+    journey(kH265Sets, 2, 8000, 2000);
+    journey(kH264Sets, 1, 8000, 3000); // the first camera comes back
+    const std::string changes = "encoding_changes note block ";
+    const auto raw = Run(Request(Container::Raw));
+    ASSERT_TRUE(raw);
+    EXPECT_EQ(Files(),
+              (std::vector<std::string>{"out-ch0-2.alaw", "out-ch0-2.h264", "out-ch0-3.alaw",
+                                        "out-ch0-3.h264", "out-ch0.alaw", "out-ch0.h264", "out-ch0.h265",
+                                        "out-ch0.mulaw", "out-ch1.h264", "out.json"}));
+    EXPECT_EQ(fs::file_size(File("out-ch0-2.h264")), 5 * (kLargerH264Sets.size() + 3 + 300));
+    for (const char* const name : {"out-ch0.h264", "out-ch0-3.h264"}) {
+        EXPECT_EQ(fs::file_size(File(name)), 5 * (kH264Sets.size() + 3 + 300));
+    }
+    EXPECT_EQ(fs::file_size(File("out-ch0.alaw")), 5u * 160);
+    EXPECT_EQ(fs::file_size(File("out-ch1.h264")), 20 * (kH264Sets.size() + 3 + 200));
+    EXPECT_EQ(std::count(m_lines.begin(), m_lines.end(), changes + "1 channel 0"), 2); // video and audio
+    for (const std::string& name : Files()) {
+        fs::remove(File(name));
+    }
+
+    const auto made = Run(Request(Container::Matroska));
+    ASSERT_TRUE(made);
+    EXPECT_EQ(Files(), (std::vector<std::string>{"out", "out-2", "out-3", "out-4", "out.json"}));
+    EXPECT_TRUE(made->leftOut.empty());
+    const ContainerFile first = ContainerFile::Read(File("out"));
+    ASSERT_EQ(first.streams.size(), 3u);
+    EXPECT_EQ(first.packets.size(), 5u + 20 + 5);
+    const ContainerFile second = ContainerFile::Read(File("out-2"));
+    ASSERT_EQ(second.streams.size(), 2u);
+    EXPECT_EQ(second.streams[0].width, 128);
+    EXPECT_EQ(second.streams[1].sampleRate, 16000);
+    EXPECT_EQ(second.packets.size(), 10u);
+    EXPECT_EQ(second.packets[0].micros, 0);
+    const ContainerFile third = ContainerFile::Read(File("out-3"));
+    ASSERT_EQ(third.streams.size(), 2u);
+    EXPECT_EQ(third.streams[0].codec, "hevc");
+    EXPECT_EQ(third.streams[1].codec, "pcm_mulaw");
+    EXPECT_EQ(ContainerFile::Read(File("out-4")).streams.at(0).width, 64);
+    const Json manifest = Manifest();
+    ASSERT_EQ(manifest["outputs"].size(), 4u);
+    EXPECT_EQ(manifest["outputs"][1]["file"], "out-2");
+    ASSERT_EQ(manifest["tracks"].size(), 9u);
+    for (const Json& track : manifest["tracks"]) {
+        if (track["output"] == 1) {
+            EXPECT_EQ(track["frame_count"], 5);
+            EXPECT_EQ(track["start"], "t" + std::to_string((kStart + 1000) * kSecond));
+        }
+    }
+    EXPECT_EQ(manifest["segments"][1]["output"], 1);
+    EXPECT_EQ(manifest["segments"][1]["time"], "t" + std::to_string((kStart + 1000) * kSecond));
+}
+
+TEST_F(Exports, NameTimesThatCollide) {
+    m_settings.channels = 1;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    for (int64_t i = 0; i < 20; ++i) {
+        const int64_t time = kStart * kSecond + i * 200000 - (i == 7 ? 200000 : 0);
+        Write(recorder, i % 5 == 0 ? KeyFrame(0, time, 300) : Picture(0, time, 100));
+    }
+    recorder.PowerOff();
+    for (const Container container : {Container::Raw, Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.replace = true;
+        const auto result = Run(request);
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->tracks.at(0).frames, 20u);
+        EXPECT_FALSE(m_lines.empty());
+    }
+}
+
+TEST_F(Exports, OfLaterYearsThanSignedSecondsHold) {
+    m_settings.channels = 1;
+    constexpr int64_t kLater = 0x90000000; // in 2046
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    for (int64_t second = 0; second < 10; ++second) {
+        Write(recorder, KeyFrame(0, (kLater + second) * kSecond, 300));
+    }
+    recorder.PowerOff();
+    for (const Container container : {Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.replace = true;
+        request.range = {static_cast<uint32_t>(kLater), static_cast<uint32_t>(kLater + 5)};
+        request.wording.utcTimestamp = [](int64_t) { return "2046-07-19T03:45:20.000000Z"; };
+        ASSERT_TRUE(Run(request));
+        ContainerFile file = ContainerFile::Read(File("out"));
+        ASSERT_EQ(file.packets.size(), 6u);
+        EXPECT_EQ(file.packets[5].micros, 5 * kSecond);
+        // MP4 counts the seconds of this in 32 bits, up to 2040.
+        EXPECT_EQ(file.tags[container == Container::Mp4 ? "date" : "creation_time"],
+                  "2046-07-19T03:45:20.000000Z");
+        EXPECT_EQ(file.tags.count("creation_time"), container == Container::Mp4 ? 0u : 1u);
+        EXPECT_TRUE(m_lines.empty());
+    }
+}
+
+TEST_F(Exports, NameGapsOfEachTrack) {
+    m_settings.channels = 1;
+    m_settings.properties[0].AType = 1;
+    m_settings.properties[0].Sample = 8000;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    for (int64_t second = 0; second < 60; ++second) {
+        if (second < 20 || second >= 40) {
+            Write(recorder, KeyFrame(0, (kStart + second) * kSecond, 300));
+        }
+        Write(recorder, Sound(0, (kStart + second) * kSecond, 160));
+    }
+    recorder.PowerOff();
+    const auto result = Run(Request(Container::Matroska));
+    ASSERT_TRUE(result);
+    ASSERT_EQ(result->gaps.size(), 1u);
+    EXPECT_TRUE(result->gaps[0].video);
+    EXPECT_EQ(result->gaps[0].before, (kStart + 19) * kSecond);
+    EXPECT_EQ(result->gaps[0].after, (kStart + 40) * kSecond);
+    EXPECT_EQ(Manifest()["gaps"][0]["media"], "video");
+}
+
+TEST_F(Exports, OfARangeThatIsWhollyLostMakeNoFileOfOtherFrames) {
+    m_settings.channels = 1;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    std::map<int64_t, std::pair<uint32_t, uint32_t>> places; // block and offset, by time
+    uint32_t offset = 0;
+    uint32_t block = 0;
+    for (int64_t i = 0; i < 300; ++i) {
+        const OwnedFrame frame = i % 5 == 0 ? KeyFrame(0, kStart * kSecond + i * 200000, 3000)
+                                            : Picture(0, kStart * kSecond + i * 200000, 500);
+        Write(recorder, frame);
+        offset = *recorder.CurrentBlock() == block ? offset : 0;
+        block = *recorder.CurrentBlock();
+        places[i] = {block, offset};
+        offset += 24 + static_cast<uint32_t>(frame.payload.size());
+    }
+    recorder.PowerOff();
+    for (int64_t i = 100; i < 150; ++i) { // seconds 20 to 29
+        const std::vector<uint8_t> zeros(i % 5 == 0 ? 24 + 3000 : 24 + 504);
+        Image().Write(Image().FrameOffset(places[i].first, places[i].second), zeros.data(), zeros.size());
+    }
+    for (const Container container : {Container::Raw, Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.range = {kStart + 21, kStart + 28};
+        EXPECT_FALSE(Run(request));
+        EXPECT_EQ(Files(), std::vector<std::string>());
+        EXPECT_FALSE(m_lines.empty());
     }
 }
 

@@ -90,12 +90,19 @@ TEST_F(RawSinks, MakeAFileATrack) {
     EXPECT_EQ(ReadFile(m_dir.File("out-ch3.alaw")), "sound");
 }
 
-TEST_F(RawSinks, RefuseTwoTracksOfOneName) {
+TEST_F(RawSinks, NumberTracksOfOneName) {
     const std::string sound = "sound";
     Track audio = Audio(3, "h264");
     Track video = Video(3, VideoCodec::H264);
     m_sink->Add(video, FrameOf(3, 1, sound));
-    EXPECT_THROW(m_sink->Add(audio, FrameOf(3, 2, sound)), Error);
+    m_sink->Add(audio, FrameOf(3, 2, sound));
+    m_sink->Add(video, FrameOf(3, 1, sound));
+    EXPECT_EQ(video.output, 2u);
+    OutputFile& manifest = m_outputs->Make(m_dir.File("out.json"));
+    const std::vector<Exported> made = m_outputs->CompleteOthers(manifest);
+    ASSERT_EQ(made.size(), 3u);
+    EXPECT_EQ(made[1].path, m_dir.File("out-ch3-2.h264"));
+    EXPECT_EQ(made[2].path, m_dir.File("out-ch3-3.h264"));
 }
 
 TEST(RawFileNames, TellChannelAndEncoding) {
@@ -109,7 +116,7 @@ TEST(RawFileNames, TellChannelAndEncoding) {
 TEST(RawFileNames, AreAllKnownBefore) {
     recordings::ChannelSet channels;
     channels.Add(2);
-    EXPECT_EQ(PossibleRawFiles("b", channels, {"aac", 8000}),
+    EXPECT_EQ(PossibleRawFiles("b", channels, {{"aac", 8000}, {}}),
               (std::vector<std::string>{"b-ch2.aac", "b-ch2.alaw", "b-ch2.audio", "b-ch2.h264", "b-ch2.h265",
                                         "b-ch2.mulaw", "b-ch2.s16le", "b-ch2.video"}));
     EXPECT_TRUE(PossibleRawFiles("b", {}, {}).empty());

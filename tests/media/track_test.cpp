@@ -11,6 +11,7 @@
 namespace {
 
 using namespace media;
+using Bytes = std::vector<uint8_t>;
 
 VideoCodec Detect(const std::vector<uint8_t>& bytes) {
     return DetectVideo(bytes.data(), bytes.size());
@@ -33,6 +34,16 @@ TEST(VideoDetection, TellsNothingWithoutThem) {
     EXPECT_EQ(Detect({}), VideoCodec::Unknown);
     EXPECT_EQ(Detect({0, 0, 1}), VideoCodec::Unknown);
     EXPECT_EQ(Detect({0, 0, 1, 0x67}), VideoCodec::Unknown);
+}
+
+TEST(SequenceSets, AreTheUnitWithoutTheZerosAfterIt) {
+    Bytes frame = {0, 0, 0, 1, 9, 0x10, 0, 0, 0, 1, 0x67, 1, 2, 3, 0, 0, 0, 1, 0x68, 4, 0, 0, 1, 0x65, 5};
+    EXPECT_EQ(SequenceSet(frame.data(), frame.size()), (Bytes{0x67, 1, 2, 3}));
+    frame = {0, 0, 1, 0x40, 1, 7, 0, 0, 1, 0x42, 1, 8, 9};
+    EXPECT_EQ(SequenceSet(frame.data(), frame.size()), (Bytes{0x42, 1, 8, 9}));
+    frame = {0, 0, 1, 0x65, 5, 6, 7};
+    EXPECT_EQ(SequenceSet(frame.data(), frame.size()), Bytes());
+    EXPECT_EQ(SequenceSet(frame.data(), 0), Bytes());
 }
 
 TEST(AudioCodecs, ComeFromTheChannelsProperties) {

@@ -202,11 +202,30 @@ TEST_F(Export, WrongUseEndsWithTwo) {
 
 TEST_F(Export, NamesAudioAsTold) {
     Record(20);
-    Disk().Change<BlockHead_t>(Disk().HeadOffset(0), [](BlockHead_t& head) { head.prop[1].AType = 77; });
+    for (uint32_t block = 0; block <= m_recorded.back().block; ++block) {
+        Disk().Change<BlockHead_t>(Disk().HeadOffset(block),
+                                   [](BlockHead_t& head) { head.prop[1].AType = 77; });
+    }
     EXPECT_EQ(Run({"--raw", "--force"}).exitCode, 0);
     EXPECT_EQ(Bytes("out-ch1.audio"), Expected(1, false));
     EXPECT_EQ(Run({"--raw", "--force", "--audio", "mulaw:8000"}).exitCode, 0);
     EXPECT_EQ(Bytes("out-ch1.mulaw"), Expected(1, false));
+}
+
+TEST_F(Export, NamesAudioOfEachChannelAsTold) {
+    Record(20);
+    EXPECT_EQ(Run({"--raw", "--audio", "mulaw:8000,0=alaw:8000"}).exitCode, 0);
+    EXPECT_EQ(Bytes("out-ch1.mulaw"), Expected(1, false));
+    EXPECT_EQ(Run({"--raw", "--force", "--audio", "mulaw:8000,1=pcm16:16000"}).exitCode, 0);
+    EXPECT_EQ(Bytes("out-ch1.s16le"), Expected(1, false));
+    for (const char* const wrong : {"nonsense:8000", "h264:8000", "1=nonsense:8000"}) {
+        const ProgramResult refused = Run({"--raw", "--force", "--audio", wrong});
+        EXPECT_EQ(refused.exitCode, 2) << wrong;
+        EXPECT_NE(refused.err.find("libavcodec knows no audio called"), std::string::npos) << refused.err;
+    }
+    for (const char* const wrong : {"32=alaw:8000", "=alaw:8000", "1=alaw", "alaw:8000,", "x=alaw:8000"}) {
+        EXPECT_EQ(Run({"--raw", "--force", "--audio", wrong}).exitCode, 2) << wrong;
+    }
 }
 
 TEST_F(Export, SummaryKeepsToItsSchema) {

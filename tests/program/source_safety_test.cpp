@@ -207,14 +207,15 @@ TEST_F(SourceSafety, ItIsRefusedAsAManifestAndAsAStream) {
     fs::create_hard_link(File("disk"), File("c-ch0.h264"));
     fs::create_hard_link(File("disk"), File("d-ch0.alaw"));
     fs::create_hard_link(File("disk"), File("e-ch31.video"));
-    fs::create_hard_link(File("disk"), File("f-ch0.g726"));
+    fs::create_hard_link(File("disk"), File("f-ch0.adpcm_g726"));
     const Untouched disk(File("disk"));
     ExpectRefused(File("disk"), File("a.mkv"), IsSource(File("a.mkv.json")));
     ExpectRefused(File("disk"), File("b"), IsSource(File("b.json")), {"--raw"});
     ExpectRefused(File("disk"), File("c"), IsSource(File("c-ch0.h264")), {"--raw"});
     ExpectRefused(File("disk"), File("d"), IsSource(File("d-ch0.alaw")), {"--raw"});
     ExpectRefused(File("disk"), File("e"), IsSource(File("e-ch31.video")), {"--raw"});
-    ExpectRefused(File("disk"), File("f"), IsSource(File("f-ch0.g726")), {"--raw", "--audio", "g726:8000"});
+    ExpectRefused(File("disk"), File("f"), IsSource(File("f-ch0.adpcm_g726")),
+                  {"--raw", "--audio", "adpcm_g726:8000"});
     disk.Check(File("disk"));
 }
 

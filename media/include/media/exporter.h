@@ -24,7 +24,7 @@ namespace media {
 /// What is exported, and how. Of elementary streams, the name is what those of the files begin with.
 struct ExportRequest : Request {
     Container container = Container::Matroska;
-    AudioCodec audio; ///< of all channels, where it is known better than the disk does
+    AudioCodecs audio; ///< where it is known better than the disk does
 };
 
 /// Frames that are in no file, and why.
@@ -46,7 +46,8 @@ struct ExportResult {
     std::vector<recordings::Event> events;
     size_t eventsWithoutChapter = 0; ///< that a container does not show: there would be too many chapters
     std::vector<recordings::Gap> gaps;
-    std::vector<ClockSegment> segments;          ///< how the container's time follows the recorder's clock
+    /// How the time of each container follows the recorder's clock; empty for elementary streams.
+    std::vector<std::vector<ClockSegment>> segments;
     std::vector<uint32_t> blocks;                ///< numbers of those that frames were taken from
     std::map<uint32_t, AreaDigest> blockDigests; ///< of these
     AreaDigest headDigest;                       ///< of the partition head

@@ -84,12 +84,17 @@ class Sink {
 public:
     virtual ~Sink() = default;
 
-    /// Why a track could not be taken, by a frame of it with its payload; of video a key frame.
+    /// Why a track cannot be taken at any time, by a frame of it with its payload; of video a key frame.
     virtual std::optional<LeftOutReason> Refusal(const Track& track,
                                                  const recordings::Frame& frame) const = 0;
-    /// Makes room for a track, unless it is refused.
+    /// Makes room for a track, unless it is refused. Sets the track's output.
     /// @param first as for Refusal()
     virtual std::optional<LeftOutReason> Add(Track& track, const recordings::Frame& first) = 0;
+    /// Whether a track is still encoded as it was when it was added; in doubt it is.
+    /// @param index the track, counted in the order they were taken in
+    /// @param now what the frame tells the track to be
+    /// @param frame of audio, or a key frame
+    virtual bool Continues(size_t index, const Track& now, const recordings::Frame& frame) const = 0;
     /// Called once, after the tracks that are known from the start were added.
     /// @throws Error
     virtual void Start(const ContainerFacts& /*facts*/, const std::optional<Estimate>& /*estimate*/) {}
@@ -110,12 +115,13 @@ public:
 std::unique_ptr<Sink> MakeRawSink(const std::string& name, Outputs& outputs);
 
 /// The name of a track's file in an export of elementary streams.
-std::string RawFileName(const std::string& name, const Track& track);
+/// @param number tells files apart that would bear one name: 2 for the second
+std::string RawFileName(const std::string& name, const Track& track, size_t number = 1);
 
 /// All names that files of elementary streams may get.
-/// @param audio of all channels, where it is known better than the disk does
+/// @param audio where it is known better than the disk does
 std::vector<std::string> PossibleRawFiles(const std::string& name, recordings::ChannelSet channels,
-                                          const AudioCodec& audio);
+                                          const AudioCodecs& audio);
 
 /// Whether containers can be written: libavformat was there when the library was built.
 bool ContainersSupported();
@@ -123,8 +129,13 @@ bool ContainersSupported();
 /// One Matroska or MP4 file. The same frames and facts make the same bytes. Tracks that are added after Start() are
 /// refused.
 /// @param outputs must outlive the sink
+/// @param output the file's number among the outputs
 /// @throws Error (NoContainers)
-std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container container, Outputs& outputs);
+std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container container, Outputs& outputs,
+                                        size_t output = 0);
+
+/// The name of another container of an export: "journey-2.mkv" beside "journey.mkv".
+std::string PartName(const std::string& path, size_t number);
 
 /// Keeps libavformat's own messages from standard error, in the whole process: what matters comes as an Error. For
 /// programs that use it nowhere else.

@@ -6,7 +6,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "recordings/blocks.h"
 
@@ -18,6 +20,9 @@ enum class VideoCodec : uint8_t { Unknown, H264, H265 };
 /// What a key frame is encoded in, as the parameter sets tell that it begins with.
 VideoCodec DetectVideo(const uint8_t* keyFrame, size_t size);
 
+/// The sequence parameter set that a key frame carries near its beginning, which tells size and timing; empty without one.
+std::vector<uint8_t> SequenceSet(const uint8_t* keyFrame, size_t size);
+
 /// "h264", "h265", "unknown"
 const char* NameOf(VideoCodec codec);
 
@@ -27,7 +32,24 @@ struct AudioCodec {
     uint32_t sampleRate = 0; ///< samples a second
 
     bool Known() const { return !name.empty() && sampleRate != 0; }
+    bool operator==(const AudioCodec& other) const {
+        return name == other.name && sampleRate == other.sampleRate;
+    }
 };
+
+/// How audio is encoded where that is known better than the disk does.
+struct AudioCodecs {
+    AudioCodec all;                          ///< of channels that are not named
+    std::map<uint32_t, AudioCodec> channels; ///< of those that are
+
+    const AudioCodec& Of(uint32_t channel) const {
+        const auto own = channels.find(channel);
+        return own == channels.end() ? all : own->second;
+    }
+};
+
+/// Whether libavcodec decodes audio of this name; true where it was not there when the library was built.
+bool CanDecodeAudio(const std::string& name);
 
 /// The audio of a channel, as its block's head has it. The codes are the recorder's own; known here are 1 A-law, 2
 /// mu-law, 3 16-bit PCM, with the least significant byte first.

@@ -232,10 +232,12 @@ void AddExportOptions(CLI::App& command, Options& options) {
         ->transform(completion::OneOf({"matroska", "mkv", "mp4"}))
         ->option_text("KIND");
     command
-        .add_option("--audio", options.audio,
-                    "How audio is encoded, if the disk does not tell: alaw, mulaw, pcm16 or a name of "
-                    "libavcodec's, and samples a second, like alaw:8000")
-        ->option_text("CODEC:RATE");
+        .add_option(
+            "--audio", options.audio,
+            "How audio is encoded, if the disk does not tell: alaw, mulaw, pcm16 or a name of "
+            "libavcodec's, and samples a second, like alaw:8000; of one channel: 2=pcm16:16000; several "
+            "after commas")
+        ->option_text("[CHANNEL=]CODEC:RATE");
     command.add_flag("--force", options.force, "Replace files that exist; never the source");
 }
 

@@ -51,12 +51,9 @@ media::Container WantedContainer(const Options& options) {
 }
 
 /// Reads "CODEC:RATE" (alaw, mulaw, pcm16, or a name of libavcodec's; samples a second).
-media::AudioCodec ReadAudio(const std::string& text) {
+media::AudioCodec ReadAudioCodec(const std::string& text) {
     constexpr std::array<std::pair<const char*, const char*>, 3> kShortNames = {
         {{"alaw", "pcm_alaw"}, {"mulaw", "pcm_mulaw"}, {"pcm16", "pcm_s16le"}}};
-    if (text.empty()) {
-        return {};
-    }
     const size_t colon = text.find(':');
     const std::string rate = colon == std::string::npos ? "" : text.substr(colon + 1);
     std::string name = text.substr(0, colon);
@@ -69,7 +66,35 @@ media::AudioCodec ReadAudio(const std::string& text) {
         rate.find_first_not_of("0123456789") != std::string::npos || std::stoul(rate) == 0) {
         throw WrongUse("--audio: '" + text + "' is no codec and rate; give them like alaw:8000");
     }
+    if (!media::CanDecodeAudio(name)) {
+        throw WrongUse("--audio: libavcodec knows no audio called '" + name +
+                       "'; give alaw, mulaw, pcm16 or a name that 'ffmpeg -codecs' lists");
+    }
     return {name, static_cast<uint32_t>(std::stoul(rate))};
+}
+
+/// Reads a list of "CODEC:RATE", of all channels, and "CHANNEL=CODEC:RATE".
+media::AudioCodecs ReadAudio(const std::string& list) {
+    media::AudioCodecs codecs;
+    for (size_t begin = 0; !list.empty() && begin <= list.size();) {
+        const size_t end = std::min(list.find(',', begin), list.size());
+        const std::string item = list.substr(begin, end - begin);
+        const size_t equals = item.find('=');
+        if (equals == std::string::npos) {
+            codecs.all = ReadAudioCodec(item);
+        } else {
+            const std::string channel = item.substr(0, equals);
+            const bool isNumber = !channel.empty() && channel.size() <= 2 &&
+                                  channel.find_first_not_of("0123456789") == std::string::npos;
+            if (!isNumber || std::stoul(channel) >= recordings::kChannels) {
+                throw WrongUse("--audio: '" + channel + "' is no channel; give a number from 0 to 31");
+            }
+            codecs.channels[static_cast<uint32_t>(std::stoul(channel))] =
+                ReadAudioCodec(item.substr(equals + 1));
+        }
+        begin = end + 1;
+    }
+    return codecs;
 }
 
 /// Has a request ask for the record, or for what lies around the event, that the options name.
