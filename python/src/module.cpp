@@ -56,7 +56,7 @@ py::object Export(Session& session, const py::dict& asked, const py::object& wor
     request.fromGiven = asked["from_given"].cast<bool>();
     request.toGiven = asked["to_given"].cast<bool>();
     request.channels = {asked["channels"].cast<uint32_t>()};
-    request.audio = {asked["audio_codec"].cast<std::string>(), asked["audio_rate"].cast<uint32_t>()};
+    request.audio.all = {asked["audio_codec"].cast<std::string>(), asked["audio_rate"].cast<uint32_t>()};
     request.replace = asked["replace"].cast<bool>();
     request.made = asked["made"].cast<std::string>();
     request.skewSeconds = asked["skew"].cast<int64_t>();
