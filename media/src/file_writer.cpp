@@ -44,6 +44,8 @@ struct FileWriter::State {
     void Put(uint64_t offset, const void* data, size_t size);
     void SyncBehind(uint64_t end);
     void Sync();
+    /// The file may end with a hole.
+    void SetSize(uint64_t size);
     /// Reads the file, and sends it to the hasher.
     static void ReadBack(const std::shared_ptr<State>& state, Pipeline& pipeline);
     size_t Get(uint64_t offset, uint8_t* data);
@@ -92,6 +94,12 @@ void FileWriter::State::SyncBehind(uint64_t end) {
 void FileWriter::State::Sync() {
     // Pipes and the like cannot be synchronised.
     if (Alive() && fsync(descriptor) != 0 && errno != EINVAL && errno != EROFS) {
+        Fail(Fault::Writing, errno);
+    }
+}
+
+void FileWriter::State::SetSize(uint64_t size) {
+    if (Alive() && ftruncate(descriptor, static_cast<off_t>(size)) != 0) {
         Fail(Fault::Writing, errno);
     }
 }
@@ -180,6 +188,16 @@ void FileWriter::Rewrite(uint64_t offset, const void* data, size_t size) {
     });
 }
 
+void FileWriter::MakeSparse() {
+    m_sparse = true;
+    m_hashing = false;
+}
+
+void FileWriter::Skip(uint64_t size) {
+    Send();
+    m_size += size;
+}
+
 void FileWriter::Check() const {
     const Fault fault = m_state->fault;
     if (fault != Fault::None) {
@@ -196,7 +214,10 @@ void FileWriter::BeginCompletion() {
         state->hashed = true;
         pipeline.Announce();
     };
-    if (m_hashing) {
+    if (m_sparse) {
+        m_pipeline.Writer().Post([state = m_state, size = m_size] { state->SetSize(size); });
+    }
+    if (m_hashing || m_sparse) {
         m_pipeline.Hasher().Post(finishHash);
     } else {
         // The writer has written everything when it comes to this, and the hasher then does what it is sent.
@@ -216,7 +237,7 @@ void FileWriter::BeginCompletion() {
 void FileWriter::AwaitCompletion() {
     m_pipeline.Await([this] { return m_state->written && m_state->hashed; });
     Check();
-    m_sha256 = m_state->digest.Text();
+    m_sha256 = m_sparse ? "" : m_state->digest.Text();
 }
 
 } // namespace media

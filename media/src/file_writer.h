@@ -31,6 +31,12 @@ public:
     /// Replaces bytes that were appended. The file is then read once more to hash it.
     void Rewrite(uint64_t offset, const void* data, size_t size);
 
+    /// Makes a sparse file of it, before anything is appended. No digest is taken: that of a large hole would take as
+    /// long as that of as many bytes.
+    void MakeSparse();
+    /// Appends a hole, which reads as zeros.
+    void Skip(uint64_t size);
+
     /// Bytes appended so far.
     uint64_t Size() const { return m_size; }
     /// Has the threads write everything out to the medium, and hash it. Nothing may be appended any more.
@@ -50,6 +56,7 @@ private:
     std::shared_ptr<State> m_state;
     std::shared_ptr<Chunk> m_chunk;
     uint64_t m_size = 0;
+    bool m_sparse = false;
     bool m_hashing = true; ///< what is appended; else the file is read once more
     std::string m_sha256;
 };

@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 #include <utility>
 
 #include <fmt/format.h>
 
+#include "area_reader.h"
 #include "media/error.h"
 #include "opened_file.h"
 #include "small_file.h"
@@ -128,20 +130,69 @@ private:
                        fmt::format("{}: has {} bytes, not {}", named.name, file.Size(), named.size));
                 return false;
             }
-            return CheckParts(file, named.name, Subject::File);
+            return CheckParts(file, named.name, Subject::File) && CheckRest(file);
         } catch (const Error& error) {
             Report(Result::Bad, Subject::File, error.what());
             return false;
         }
     }
 
+    /// Outside what was copied, an image holds nothing but zeros. Holes need not be read.
+    bool CheckRest(const OpenedFile& file) {
+        std::vector<AreaDigest> areas = m_manifest.areas;
+        for (const NamedBlock& block : m_manifest.blocks) {
+            areas.push_back(block.area);
+        }
+        std::sort(areas.begin(), areas.end(),
+                  [](const AreaDigest& a, const AreaDigest& b) { return a.offset < b.offset; });
+        areas.push_back({file.Size(), 0, "", 0});
+        uint64_t at = 0;
+        bool empty = true;
+        for (const AreaDigest& area : areas) {
+            empty = empty && (area.offset <= at || IsEmpty(file, at, std::min(area.offset, file.Size())));
+            at = std::max(at, area.offset + area.size);
+        }
+        return Judge(empty, Subject::File, file.Name(), "there is nothing else in it",
+                     "there is more in it than the manifest says");
+    }
+
+    /// Whether a file has nothing but zeros from @p from to @p to - 1.
+    bool IsEmpty(const OpenedFile& file, uint64_t from, uint64_t to) const {
+        while (from < to) {
+            const off_t data = lseek(file.Descriptor(), static_cast<off_t>(from), SEEK_DATA);
+            if (data < 0 && errno == ENXIO) {
+                return true; // a hole up to the end
+            }
+            from = data < 0 ? from : static_cast<uint64_t>(data);
+            const off_t hole = data < 0 ? -1 : lseek(file.Descriptor(), data, SEEK_HOLE);
+            const uint64_t end = hole < 0 ? to : std::min(to, static_cast<uint64_t>(hole));
+            if (from < end && !IsZero(file, from, end)) {
+                return false;
+            }
+            from = std::max(from, end);
+        }
+        return true;
+    }
+
+    bool IsZero(const OpenedFile& file, uint64_t from, uint64_t to) const {
+        AreaReader reader(file, from, to - from);
+        for (AreaReader::Piece piece = reader.Next(); piece.size != 0; piece = reader.Next()) {
+            const bool zero =
+                std::all_of(piece.data, piece.data + piece.size, [](uint8_t byte) { return byte == 0; });
+            if (!zero || (m_watch && !m_watch({0, 0, 0}))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
     /// Holds what lies before the blocks, and the blocks, against the manifest.
     bool CheckParts(const recordings::Source& source, const std::string& name, Subject subject) {
         bool good = true;
         for (const AreaDigest& area : m_manifest.areas) {
-            good &= Judge(Holds(source, area), subject,
-                          fmt::format("{}: the {} bytes from offset {} on", name, area.size, area.offset),
-                          "are those of the manifest", "are not those of the manifest");
+            good &= Judge(Holds(source, area), subject, name,
+                          "what lies before its blocks is that of the manifest",
+                          "what lies before its blocks is not that of the manifest");
         }
         return HashBlocks(source, name, subject) && good;
     }

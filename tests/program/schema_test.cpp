@@ -54,7 +54,8 @@ void CollectForms(const Json& schema, std::map<std::string, std::set<std::string
 std::map<std::string, std::set<std::string>> FormsOfKeys() {
     std::map<std::string, std::set<std::string>> forms;
     for (const auto& file : std::filesystem::directory_iterator(SchemaDirectory())) {
-        if (file.path().extension() == ".json" && file.path().filename() != "manifest.schema.json" &&
+        if (file.path().extension() == ".json" &&
+            file.path().string().find("manifest.schema.json") == std::string::npos &&
             file.path().filename() != "names.schema.json") {
             CollectForms(Json::parse(ReadFile(file.path())), forms);
         }

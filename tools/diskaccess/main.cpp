@@ -95,6 +95,14 @@ std::vector<Command> AllCommands() {
             .Takes(AddDiskOptions)
             .Takes(AddViewOptions)
             .Does(Asks(View)),
+        OnDisk("extract",
+               "Copies the blocks of a time range, byte for byte, to an image that opens as the disk does")
+            .Takes(AddRangeOptions)
+            .Takes(AddChannelOption)
+            .Takes(AddExtractOptions)
+            .Takes(AddEvidenceOptions)
+            .Checks(CheckExtract)
+            .Does(Asks(Extract)),
         Command("verify", "Whether files are still what was made from a disk, by their manifest")
             .Takes(AddVerifyOptions)
             .Takes(AddZoneOptions)

@@ -252,6 +252,14 @@ void AddViewOptions(CLI::App& command, Options& options) {
         ->type_name("DIR");
 }
 
+void AddExtractOptions(CLI::App& command, Options& options) {
+    command.add_option("-o,--output", options.output, "Image to write. FILE.json says what is in it")
+        ->option_text("FILE")
+        ->type_name("FILE")
+        ->required();
+    command.add_flag("--force", options.force, "Replace files that exist; never the source");
+}
+
 void AddEvidenceOptions(CLI::App& command, Options& options) {
     command.add_option("--case", options.caseName, "The case, for the manifest")->option_text("TEXT");
     command.add_option("--operator", options.operatorName, "Who does this, for the manifest")

@@ -124,6 +124,7 @@ void AddPlayOptions(CLI::App& command, Options& options);
 void AddStillOptions(CLI::App& command, Options& options);
 void AddExportOptions(CLI::App& command, Options& options);
 void AddViewOptions(CLI::App& command, Options& options);
+void AddExtractOptions(CLI::App& command, Options& options);
 /// What the manifest is to tell, and who signs it.
 void AddEvidenceOptions(CLI::App& command, Options& options);
 void AddVerifyOptions(CLI::App& command, Options& options);

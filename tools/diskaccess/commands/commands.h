@@ -19,6 +19,7 @@ ExitCode Check(Context& context);
 ExitCode Play(Context& context);
 ExitCode TakeStill(Context& context);
 ExitCode Export(Context& context);
+ExitCode Extract(Context& context);
 ExitCode View(Context& context);
 
 // What is wrong with the options of a command alone, thrown before anything is read.
@@ -28,6 +29,7 @@ void CheckJourneys(const Options& options);
 void CheckPlay(const Options& options);
 void CheckStill(const Options& options);
 void CheckExport(const Options& options);
+void CheckExtract(const Options& options);
 
 /// Looks for the partitions of recorders on disks: on all of this machine where none is named.
 ExitCode Find(const Options& options);

@@ -16,6 +16,13 @@ namespace diskaccess {
 
 namespace {
 
+/// Whether a path can be a file's: "dir/", "." and ".." cannot.
+bool NamesFile(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    return !name.empty() && name != "." && name != "..";
+}
+
 std::optional<std::string> IfGiven(const std::string& text) {
     return text.empty() ? std::nullopt : std::optional(text);
 }
@@ -69,6 +76,12 @@ media::Provenance ProvenanceOf(Context& context) {
         };
     }
     return provenance;
+}
+
+void CheckOutputName(const Options& options) {
+    if (!NamesFile(options.output)) {
+        throw WrongUse("--output: '" + options.output + "' names no file; give a file's name");
+    }
 }
 
 void FillRequest(Context& context, media::Request& request) {

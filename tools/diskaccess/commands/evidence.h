@@ -14,6 +14,9 @@ namespace diskaccess {
 /// What files are made from, by whom and with what, as the options and the source tell.
 media::Provenance ProvenanceOf(Context& context);
 
+/// @throws WrongUse when --output can be no file's name
+void CheckOutputName(const Options& options);
+
 /// Fills in what the options of all commands that write files say.
 void FillRequest(Context& context, media::Request& request);
 

@@ -25,17 +25,8 @@ bool EndsWith(const std::string& text, const std::string& end) {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-/// Whether a path can be a file's: "dir/", "." and ".." cannot.
-bool NamesFile(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    return !name.empty() && name != "." && name != "..";
-}
-
 media::Container WantedContainer(const Options& options) {
-    if (!NamesFile(options.output)) {
-        throw WrongUse("--output: '" + options.output + "' names no file; give a file's name");
-    }
+    CheckOutputName(options);
     if (options.raw && !options.container.empty()) {
         throw WrongUse("--raw makes no container: leave --container out");
     }
