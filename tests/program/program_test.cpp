@@ -715,7 +715,16 @@ TEST_F(Program, NothingButReadingEverReachesOpen) {
         EXPECT_EQ(flags & (O_CREAT | O_TRUNC | O_APPEND), 0) << path;
         ++opens;
     }
-    EXPECT_GE(opens, 16u); // each run opens it by its name: to see that nothing is printed into it, and to read it
+    EXPECT_GE(opens,
+              16u); // each run opens it by its name: to see that nothing is printed into it, and to read it
+}
+
+TEST_F(Program, WhatTheProgramKeepsItselfFromIsSaidWhenAskedFor) {
+    const ProgramResult result = Run({"space", File("disk"), "--verbose"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_TRUE(Contains(result.err, "diskaccess: the program ")) << result.err;
+    EXPECT_TRUE(Contains(result.err, "it starts no program, and sends nothing anywhere\n")) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
 }
 
 TEST_F(Program, LongPathsWork) {
@@ -814,7 +823,7 @@ TEST_F(Program, WrongMagic) {
     EXPECT_EQ(Refused({"list", File("disk")}),
               "diskaccess: " + File("disk") +
                   ": bears no partition head (it begins 0x12345678); give the "
-              "recorder's partition, the disk that it lies on, or an image of one of them\n");
+                  "recorder's partition, the disk that it lies on, or an image of one of them\n");
 }
 
 TEST_F(Program, DiskTypesMagic) {

@@ -6,7 +6,9 @@
    would.
    Makes renameat2() fail if $SHIM_NO_RENAMEAT2 is set, and linkat() if $SHIM_NO_LINKAT is, as on file systems without them.
    Runs the shell command $SHIM_AFTER_MAKE after the first openat() that makes a file, $SHIM_BEFORE_RENAME before the first
-   renameat2(), and $SHIM_BEFORE_EXCHANGE before the first one that exchanges names. */
+   renameat2(), and $SHIM_BEFORE_EXCHANGE before the first one that exchanges names.
+
+   The program may confine itself: the log is open, and what runs commands is started, before its main function begins. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -16,7 +18,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 typedef int (*open_function)(const char*, int, ...);
@@ -33,19 +34,63 @@ static int leads_to(const char* path, const char* name) {
            named.st_dev == found.st_dev;
 }
 
+static int log_file = -1;
+static int to_runner = -1;
+static int from_runner = -1;
+
+/* Runs the commands in the environment variables that are named, each with its end, until nobody is left to name any. */
+static void serve(int requests, int answers) {
+    char variable[64];
+    unsetenv("LD_PRELOAD");
+    const read_function real = (read_function)dlsym(RTLD_NEXT, "read");
+    while (real(requests, variable, sizeof variable) == (ssize_t)sizeof variable) {
+        const char status = system(getenv(variable)) == 0 ? 0 : 1;
+        if (write(answers, &status, 1) != 1) {
+            break;
+        }
+    }
+    _exit(0);
+}
+
+static void start_runner(void) {
+    int requests[2], answers[2];
+    if (pipe2(requests, O_CLOEXEC) != 0 || pipe2(answers, O_CLOEXEC) != 0) {
+        abort();
+    }
+    const pid_t child = fork();
+    if (child < 0) {
+        abort();
+    }
+    if (child == 0) {
+        close(requests[1]);
+        close(answers[0]);
+        serve(requests[0], answers[1]);
+    }
+    close(requests[0]);
+    close(answers[1]);
+    to_runner = requests[1];
+    from_runner = answers[0];
+}
+
+__attribute__((constructor)) static void begin(void) {
+    const char* const log = getenv("SHIM_LOG");
+    if (log != NULL) {
+        const open_function real = (open_function)dlsym(RTLD_NEXT, "open");
+        log_file = real(log, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    }
+    if (getenv("SHIM_AFTER_MAKE") != NULL || getenv("SHIM_BEFORE_RENAME") != NULL ||
+        getenv("SHIM_BEFORE_EXCHANGE") != NULL) {
+        start_runner();
+    }
+}
+
 static void note(const char* path, int flags) {
     const char* const name = getenv("SHIM_WATCH");
-    const char* const log = getenv("SHIM_LOG");
-    if (name != NULL && log != NULL && (strstr(path, name) != NULL || leads_to(path, name))) {
+    if (name != NULL && log_file >= 0 && (strstr(path, name) != NULL || leads_to(path, name))) {
         char line[4096];
         const int length = snprintf(line, sizeof line, "%s %d\n", path, flags);
-        const open_function real = (open_function)dlsym(RTLD_NEXT, "open");
-        const int fd = real(log, O_WRONLY | O_APPEND | O_CREAT, 0600);
-        if (fd >= 0) {
-            if (write(fd, line, (size_t)length) < 0) {
-                abort();
-            }
-            close(fd);
+        if (write(log_file, line, (size_t)length) < 0) {
+            abort();
         }
     }
 }
@@ -72,20 +117,16 @@ int open64(const char* path, int flags, ...) {
     return fd;
 }
 
-/* Runs the command in an environment variable, once. */
+/* Has the command in an environment variable run, once. */
 static void run(const char* variable) {
-    const char* const command = getenv(variable);
-    if (command == NULL) {
+    if (getenv(variable) == NULL) {
         return;
     }
-    const pid_t child = fork();
-    if (child == 0) {
-        unsetenv("LD_PRELOAD");
-        execl("/bin/sh", "sh", "-c", command, (char*)NULL);
-        _exit(127);
-    }
-    int status = 0;
-    if (child < 0 || waitpid(child, &status, 0) != child || status != 0) {
+    char request[64] = {0};
+    strcpy(request, variable);
+    char status = 1;
+    if (write(to_runner, request, sizeof request) != (ssize_t)sizeof request ||
+        ((read_function)dlsym(RTLD_NEXT, "read"))(from_runner, &status, 1) != 1 || status != 0) {
         abort();
     }
     unsetenv(variable);

@@ -20,7 +20,11 @@ constexpr const char* kDefaultCommand = "journeys";
 /// A command that reads the recordings of a disk.
 Command OnDisk(const char* name, const char* description) {
     Command command(name, description);
-    return command.Takes(AddPartition).Takes(AddZoneOptions).Takes(AddFormatOptions).Takes(AddDiskOptions);
+    return command.Takes(AddPartition)
+        .Takes(AddZoneOptions)
+        .Takes(AddFormatOptions)
+        .Takes(AddDiskOptions)
+        .Confined(NeedsOfReading);
 }
 
 /// Opens the disk, and has it answer.
@@ -38,6 +42,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddZoneOptions)
             .Takes(AddFormatOptions)
             .Takes(AddSkewOption)
+            .Confined(NeedsOfFind)
             .Does([](const Options& options, const std::string& /*name*/) { return Find(options); }),
         OnDisk(kDefaultCommand,
                "What was recorded when, from one silence to the next; also without a command")
@@ -81,6 +86,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddChannelOption)
             .Takes(AddStillOptions)
             .Checks(CheckStill)
+            .Confined(NeedsOfWriting)
             .Does(Asks(TakeStill)),
         OnDisk("export", "Gets the video and audio of a time range out, as a file that players open")
             .Takes(AddRangeOptions)
@@ -88,12 +94,14 @@ std::vector<Command> AllCommands() {
             .Takes(AddExportOptions)
             .Takes(AddEvidenceOptions)
             .Checks(CheckExport)
+            .Confined(NeedsOfWriting)
             .Does(Asks(Export)),
         Command("view", "Shows the recordings in the browser: all cameras in step, on a timeline")
             .Takes(AddPartition)
             .Takes(AddZoneOptions)
             .Takes(AddDiskOptions)
             .Takes(AddViewOptions)
+            .Confined(NeedsOfView)
             .Does(Asks(View)),
         OnDisk("extract",
                "Copies the blocks of a time range, byte for byte, to an image that opens as the disk does")
@@ -123,6 +131,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddTextFormatOption)
             .Takes(AddPartitionNumber)
             .Takes(AddDumpOptions)
+            .Confined(NeedsOfDump)
             .Does([](const Options& options, const std::string& /*name*/) { return Dump(options); }),
     };
 }

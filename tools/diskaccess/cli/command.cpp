@@ -65,6 +65,11 @@ Command& Command::Checks(Check check) {
     return *this;
 }
 
+Command& Command::Confined(NeedsOf needs) {
+    m_needs = needs;
+    return *this;
+}
+
 Command& Command::Does(Run run) {
     m_run = std::move(run);
     return *this;
@@ -73,6 +78,12 @@ Command& Command::Does(Run run) {
 ExitCode Command::Execute(const Options& options) const {
     if (m_check != nullptr) {
         m_check(options);
+    }
+    const std::optional<Needs> needs = m_needs == nullptr ? std::nullopt : m_needs(options);
+    const std::string confined =
+        needs ? Confine(*needs).Text() : "the program is not confined: this command starts others";
+    if (options.verbose) {
+        Complain(confined);
     }
     return m_run(options, m_name);
 }

@@ -2,10 +2,12 @@
 #define DISKACCESS_COMMAND_H
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "cli/confinement.h"
 #include "cli/failure.h"
 #include "cli/options.h"
 
@@ -16,6 +18,7 @@ class Command {
 public:
     using AddOptions = void (*)(CLI::App& command, Options& options);
     using Check = void (*)(const Options& options);
+    using NeedsOf = std::optional<Needs> (*)(const Options& options);
     using Run = std::function<ExitCode(const Options& options, const std::string& name)>;
     using Chosen = std::function<void(const CLI::App& typed)>;
 
@@ -25,6 +28,9 @@ public:
     Command& Takes(AddOptions add);
     /// Looks at the options before anything is read. What is wrong with them is thrown.
     Command& Checks(Check check);
+    /// @param needs what the command needs of the system, which it is confined to before it reads anything; nothing: it
+    ///              cannot be confined
+    Command& Confined(NeedsOf needs);
     Command& Does(Run run);
 
     ExitCode Execute(const Options& options) const;
@@ -37,6 +43,7 @@ private:
     std::string m_description;
     std::vector<AddOptions> m_options;
     Check m_check = nullptr;
+    NeedsOf m_needs = nullptr;
     Run m_run;
 };
 

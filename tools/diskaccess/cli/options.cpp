@@ -26,6 +26,8 @@ void AddPartition(CLI::App& command, Options& options) {
             "first part of a split or E01 image")
         ->type_name("FILE")
         ->required();
+    command.add_flag("--verbose", options.verbose,
+                     "Say on standard error what the program keeps itself from");
 }
 
 void AddDisks(CLI::App& command, Options& options) {

@@ -21,6 +21,7 @@ struct Options {
     std::optional<uint32_t> partitionNumber; ///< in the partition table of a whole disk
     std::string zone;
     Format format = Format::Text;
+    bool verbose = false;
 
     // timeline
     std::string svg;

@@ -1,6 +1,9 @@
 #ifndef DISKACCESS_COMMANDS_H
 #define DISKACCESS_COMMANDS_H
 
+#include <optional>
+
+#include "cli/confinement.h"
 #include "cli/context.h"
 
 namespace diskaccess {
@@ -30,6 +33,14 @@ void CheckPlay(const Options& options);
 void CheckStill(const Options& options);
 void CheckExport(const Options& options);
 void CheckExtract(const Options& options);
+
+// What commands need of the system. Those that only show something need nothing but the source.
+
+std::optional<Needs> NeedsOfFind(const Options& options);
+std::optional<Needs> NeedsOfReading(const Options& options);
+std::optional<Needs> NeedsOfWriting(const Options& options);
+std::optional<Needs> NeedsOfView(const Options& options);
+std::optional<Needs> NeedsOfDump(const Options& options);
 
 /// Looks for the partitions of recorders on disks: on all of this machine where none is named.
 ExitCode Find(const Options& options);

@@ -25,6 +25,10 @@ bool HasDesktop() {
     return std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr;
 }
 
+bool StartsBrowser(const Options& options) {
+    return !options.noBrowser && geteuid() != 0 && HasDesktop();
+}
+
 /// Has the desktop show a page. What it shows it with goes on after this program ends.
 void OpenBrowser(const std::string& url) {
     std::string opener = "xdg-open";
@@ -54,6 +58,17 @@ void WaitForInterruption() {
 
 } // namespace
 
+/// A browser would be confined with the program that starts it, and could not work.
+std::optional<Needs> NeedsOfView(const Options& options) {
+    if (StartsBrowser(options)) {
+        return std::nullopt;
+    }
+    std::optional<Needs> needs = NeedsOfReading(options);
+    needs->writable.push_back(options.exportFolder);
+    needs->network = true;
+    return needs;
+}
+
 ExitCode View(Context& context) {
     media::QuietContainers();
     const Options& options = context.Typed();
@@ -65,7 +80,7 @@ ExitCode View(Context& context) {
     const std::string url = fmt::format("http://127.0.0.1:{}/#token={}", server.Port(), token);
     context.Print(url + "\n");
     Complain("open this address in a browser; Ctrl-C ends the viewer");
-    if (!options.noBrowser && geteuid() != 0 && HasDesktop()) {
+    if (StartsBrowser(options)) {
         OpenBrowser(url);
     }
     WaitForInterruption();
