@@ -52,6 +52,7 @@ public:
     void TakeName();
     void Keep();
     const std::string& Path() const { return m_place.Path(); }
+    int OpenFolder() const { return openat(m_place.Folder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }
 
 private:
     /// How far the file has come.
@@ -229,6 +230,10 @@ OutputFile::~OutputFile() = default;
 
 const std::string& OutputFile::Path() const {
     return m_naming->Path();
+}
+
+int OutputFile::OpenFolder() const {
+    return m_naming->OpenFolder();
 }
 
 void OutputFile::BeginCompletion() {

@@ -1,4 +1,11 @@
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <thread>
 #include <utility>
 
 #include "file_writer.h"
@@ -40,10 +47,53 @@ std::vector<Exported> Outputs::CompleteOthers(const OutputFile& one) {
     return results;
 }
 
+namespace {
+
+/// The folder that files get their names in, held against other programs that publish into it.
+class HeldFolder {
+public:
+    explicit HeldFolder(const OutputFile& file) : m_path(file.Path()), m_fd(file.OpenFolder()) {
+        for (int i = 0; i < kTries && m_fd >= 0 && flock(m_fd, LOCK_EX | LOCK_NB) != 0; ++i) {
+            std::this_thread::sleep_for(kBetween);
+        }
+    }
+    ~HeldFolder() {
+        if (m_fd >= 0) {
+            close(m_fd); // which gives it free
+        }
+    }
+    HeldFolder(const HeldFolder&) = delete;
+    HeldFolder& operator=(const HeldFolder&) = delete;
+
+    /// Has the names that were given written to the medium. Some file systems know no such thing for folders.
+    void Sync() const {
+        if (m_fd >= 0 && fsync(m_fd) != 0 && errno != EINVAL && errno != EROFS) {
+            throw Error(ErrorKind::CannotWrite, m_path + ": its name cannot be written: " +
+                                                    std::strerror(errno) + "; nothing was kept");
+        }
+    }
+
+private:
+    /// Naming files takes a moment: who holds the folder for longer, or a file system that knows no locks, does not keep
+    /// the files from their names.
+    static constexpr int kTries = 500;
+    static constexpr std::chrono::milliseconds kBetween{20};
+
+    std::string m_path;
+    int m_fd;
+};
+
+} // namespace
+
 void Outputs::Publish() {
+    if (m_files.empty()) {
+        return;
+    }
+    const HeldFolder folder(*m_files.front());
     for (auto file = m_files.rbegin(); file != m_files.rend(); ++file) {
         (*file)->TakeName();
     }
+    folder.Sync();
     for (const auto& file : m_files) {
         file->Keep();
     }

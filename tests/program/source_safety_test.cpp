@@ -2,10 +2,12 @@
 // stays as it was.
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -361,6 +363,57 @@ TEST_F(SourceSafety, NothingIsPrintedIntoTheSource) {
     EXPECT_EQ(Names(), std::vector<std::string>{"disk"});
 }
 
+/// A pipe that nobody writes to would keep the program waiting.
+TEST_F(SourceSafety, APipeAsSourceIsRefusedAtOnce) {
+    ASSERT_EQ(mkfifo(File("pipe").c_str(), 0600), 0);
+    const std::vector<std::vector<std::string>> commands = {
+        {"list"}, {"info"}, {"dump"}, {"dump", "--attach"}, {"export", "-o", File("out")}};
+    for (std::vector<std::string> command : commands) {
+        command.insert(command.begin() + 1, File("pipe"));
+        command.insert(command.begin(), {"timeout", "20", DISKACCESS_PROGRAM});
+        const ProgramResult result = RunProgram(command);
+        EXPECT_EQ(result.exitCode, 1) << command[3];
+        EXPECT_NE(result.err.find("is neither a block device nor a file"), std::string::npos) << result.err;
+    }
+}
+
+TEST_F(SourceSafety, ANameThatIsNoTextIsRefused) {
+    const std::string name = File("a\xff");
+    const ProgramResult result = Export(File("disk"), name);
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.err, "diskaccess: --output: '" + File("a") +
+                              "\\xff' is not UTF-8, and no manifest can name it; give another name\n");
+    EXPECT_EQ(Names(), std::vector<std::string>{"disk"});
+}
+
+/// Bytes and times, that of the last access too, whichever command.
+TEST_F(SourceSafety, TheSourceStaysAsItIs) {
+    const timespec longAgo[2] = {{1000000000, 0}, {1000000001, 0}};
+    const auto bytes = [this] {
+        std::ifstream file(File("disk"), std::ios::binary);
+        return std::string{std::istreambuf_iterator<char>(file), {}};
+    };
+    const std::string contents = bytes();
+    for (const char* const command :
+         {"info", "list", "events", "days", "units", "space", "check", "play", "journeys", "export"}) {
+        std::vector<std::string> words = {DISKACCESS_PROGRAM, command, File("disk")};
+        if (std::string(command) == "export") {
+            words.insert(words.end(), {"--raw", "--hash-source", "-o", File("out")});
+        }
+        ASSERT_EQ(utimensat(AT_FDCWD, File("disk").c_str(), longAgo, 0), 0);
+        struct stat before = {};
+        ASSERT_EQ(stat(File("disk").c_str(), &before), 0);
+        RunProgram(words);
+        struct stat after = {};
+        ASSERT_EQ(stat(File("disk").c_str(), &after), 0);
+        EXPECT_EQ(after.st_atim.tv_sec, 1000000000) << command;
+        EXPECT_EQ(after.st_mtim.tv_sec, 1000000001) << command;
+        EXPECT_EQ(after.st_ctim.tv_sec, before.st_ctim.tv_sec) << command;
+        EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec) << command;
+    }
+    EXPECT_TRUE(bytes() == contents);
+}
+
 // ---- while an export is written
 
 class RunningExport : public SourceSafety {
@@ -390,8 +443,8 @@ protected:
 };
 
 TEST_F(RunningExport, LeavesNothingWhenItIsInterrupted) {
-    for (const std::string signal : {"INT", "TERM"}) {
-        const ProgramResult begun = ExportWith({"SHIM_AFTER_MAKE=kill -" + signal + " $PPID"});
+    for (const std::string signal : {"INT", "TERM", "HUP"}) {
+        const ProgramResult begun = ExportWith({"SHIM_AFTER_MAKE=kill -" + signal + " $SHIM_PROGRAM"});
         EXPECT_EQ(begun.exitCode, 1);
         EXPECT_EQ(begun.err, "diskaccess: interrupted; nothing was kept\n");
         EXPECT_EQ(Names(), std::vector<std::string>{"disk"});
@@ -399,9 +452,9 @@ TEST_F(RunningExport, LeavesNothingWhenItIsInterrupted) {
 }
 
 TEST_F(RunningExport, IsDoneWhenASignalComesTooLate) {
-    for (const std::string signal : {"INT", "TERM"}) {
+    for (const std::string signal : {"INT", "TERM", "HUP"}) {
         for (const char* const option : {"--skew=0", "--force"}) {
-            const ProgramResult result = ExportAnd("kill -" + signal + " $PPID", {}, {option});
+            const ProgramResult result = ExportAnd("kill -" + signal + " $SHIM_PROGRAM", {}, {option});
             EXPECT_EQ(result.exitCode, 0);
             EXPECT_EQ(result.err, "");
             EXPECT_EQ(Names(),
@@ -411,6 +464,46 @@ TEST_F(RunningExport, IsDoneWhenASignalComesTooLate) {
             fs::remove(File(name));
         }
     }
+}
+
+/// A power failure after the program has said that it is done must not take the files back.
+TEST_F(RunningExport, IsOnTheMediumBeforeItIsSaidToBeDone) {
+    EXPECT_EQ(ExportWith({"SHIM_SYNCS=1", "SHIM_LOG=" + File("log")}).exitCode, 0);
+    std::ifstream log(File("log"));
+    std::vector<std::string> steps;
+    for (std::string step, name; log >> step >> name;) {
+        const bool temporary = name.find(".part") != std::string::npos;
+        steps.push_back(step + (temporary ? " file" : " " + name));
+    }
+    const std::string folder = fs::canonical(File("")).string();
+    EXPECT_EQ(steps, (std::vector<std::string>{"sync file", "sync file", "sync file", "name out-ch0.alaw",
+                                               "name out-ch0.h264", "name out.json", "sync " + folder}));
+}
+
+/// Otherwise the manifest of one could come to stand beside the file of the other.
+TEST_F(RunningExport, WaitsForAnotherThatIsNamingItsFiles) {
+    const int folder = open(File("").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(folder, LOCK_EX), 0);
+    const pid_t release = fork();
+    if (release == 0) {
+        // All three files are there under temporary names, and have others a moment later were it not for the lock.
+        for (int i = 0; i < 100 && Names().size() < 4; ++i) {
+            usleep(10000);
+        }
+        usleep(500000);
+        const bool named = fs::exists(File("out.json"));
+        std::ofstream(File("seen")) << named;
+        flock(folder, LOCK_UN);
+        _exit(0);
+    }
+    EXPECT_EQ(ExportWith({}).exitCode, 0);
+    waitpid(release, nullptr, 0);
+    close(folder);
+    std::string seen;
+    std::ifstream(File("seen")) >> seen;
+    EXPECT_EQ(seen, "0");
+    EXPECT_EQ(Names(),
+              (std::vector<std::string>{"disk", "out-ch0.alaw", "out-ch0.h264", "out.json", "seen"}));
 }
 
 TEST_F(RunningExport, GetsItsNamesOnEveryFileSystem) {

@@ -6,7 +6,8 @@
    would.
    Makes renameat2() fail if $SHIM_NO_RENAMEAT2 is set, and linkat() if $SHIM_NO_LINKAT is, as on file systems without them.
    Runs the shell command $SHIM_AFTER_MAKE after the first openat() that makes a file, $SHIM_BEFORE_RENAME before the first
-   renameat2(), and $SHIM_BEFORE_EXCHANGE before the first one that exchanges names.
+   renameat2(), and $SHIM_BEFORE_EXCHANGE before the first one that exchanges names; $SHIM_PROGRAM is the process.
+   Writes each fsync() and renameat2() to $SHIM_LOG too if $SHIM_SYNCS is set: "sync PATH", "name NAME".
 
    The program may confine itself: the log is open, and what runs commands is started, before its main function begins. */
 #define _GNU_SOURCE
@@ -24,6 +25,7 @@ typedef int (*open_function)(const char*, int, ...);
 typedef int (*openat_function)(int, const char*, int, ...);
 typedef int (*linkat_function)(int, const char*, int, const char*, int);
 typedef int (*renameat2_function)(int, const char*, int, const char*, unsigned int);
+typedef int (*fsync_function)(int);
 typedef ssize_t (*read_function)(int, void*, size_t);
 typedef ssize_t (*pread_function)(int, void*, size_t, off_t);
 typedef ssize_t (*pread64_function)(int, void*, size_t, off64_t);
@@ -57,6 +59,9 @@ static void start_runner(void) {
     if (pipe2(requests, O_CLOEXEC) != 0 || pipe2(answers, O_CLOEXEC) != 0) {
         abort();
     }
+    char program[16];
+    snprintf(program, sizeof program, "%d", (int)getpid());
+    setenv("SHIM_PROGRAM", program, 1);
     const pid_t child = fork();
     if (child < 0) {
         abort();
@@ -95,6 +100,26 @@ static void note(const char* path, int flags) {
     }
 }
 
+static void note_step(const char* step, const char* name) {
+    if (getenv("SHIM_SYNCS") != NULL && log_file >= 0) {
+        char line[4096];
+        const int length = snprintf(line, sizeof line, "%s %s\n", step, name);
+        if (write(log_file, line, (size_t)length) < 0) {
+            abort();
+        }
+    }
+}
+
+int fsync(int fd) {
+    char link[32];
+    char path[4096] = {0};
+    snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    if (readlink(link, path, sizeof path - 1) > 0) {
+        note_step("sync", path);
+    }
+    return ((fsync_function)dlsym(RTLD_NEXT, "fsync"))(fd);
+}
+
 static int pass_on(const char* function, const char* path, int flags, va_list arguments) {
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     note(path, flags);
@@ -124,9 +149,16 @@ static void run(const char* variable) {
     }
     char request[64] = {0};
     strcpy(request, variable);
+    const read_function real = (read_function)dlsym(RTLD_NEXT, "read");
     char status = 1;
-    if (write(to_runner, request, sizeof request) != (ssize_t)sizeof request ||
-        ((read_function)dlsym(RTLD_NEXT, "read"))(from_runner, &status, 1) != 1 || status != 0) {
+    ssize_t got = -1;
+    if (write(to_runner, request, sizeof request) != (ssize_t)sizeof request) {
+        abort();
+    }
+    do { // the command may send a signal
+        got = real(from_runner, &status, 1);
+    } while (got < 0 && errno == EINTR);
+    if (got != 1 || status != 0) {
         abort();
     }
     unsetenv(variable);
@@ -167,6 +199,7 @@ int linkat(int from_folder, const char* from, int to_folder, const char* to, int
 }
 
 int renameat2(int from_folder, const char* from, int to_folder, const char* to, unsigned int flags) {
+    note_step("name", to);
     run("SHIM_BEFORE_RENAME");
     if (getenv("SHIM_NO_RENAMEAT2") != NULL) {
         errno = EINVAL;

@@ -59,6 +59,8 @@ public:
     void Keep();
 
     const std::string& Path() const;
+    /// A descriptor of the folder, the caller's to close; -1 when it cannot be read.
+    int OpenFolder() const;
     /// After Complete().
     Exported Result() const;
 
@@ -89,7 +91,8 @@ public:
 
     /// Gives all files their names, the one begun first as the last: where it is, all others are. Each must be complete.
     /// If one cannot get its name, none does; but a file that was replaced stays so on file systems that cannot
-    /// exchange names.
+    /// exchange names. The names are on the medium when it returns. Of two that publish into one folder, the second waits:
+    /// their files never get mixed.
     void Publish();
 
 private:

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 
 #include "cli/refused_calls.h"
@@ -111,6 +112,7 @@ std::string Confinement::Text() const {
 }
 
 Confinement Confine(const Needs& needs) {
+    tzset(); // the zone that TZ names may lie anywhere
     const Rules rules;
     for (const std::string& path : SystemFiles()) {
         rules.Leave(path, kRead);

@@ -1,6 +1,7 @@
 #include "cli/interruption.h"
 
 #include <csignal>
+#include <cstddef>
 
 namespace diskaccess {
 
@@ -8,18 +9,27 @@ namespace {
 
 volatile std::sig_atomic_t g_asked = 0;
 
+constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
+
 void Ask(int /*signal*/) {
     g_asked = 1;
 }
 
 } // namespace
 
-Interruption::Interruption()
-    : m_atInterrupt(std::signal(SIGINT, Ask)), m_atTermination(std::signal(SIGTERM, Ask)) {}
+Interruption::Interruption() : m_before() {
+    for (size_t i = 0; i < kSignals.size(); ++i) {
+        m_before[i] = std::signal(kSignals[i], Ask);
+        if (m_before[i] == SIG_IGN) {
+            std::signal(kSignals[i], SIG_IGN);
+        }
+    }
+}
 
 Interruption::~Interruption() {
-    std::signal(SIGINT, m_atInterrupt);
-    std::signal(SIGTERM, m_atTermination);
+    for (size_t i = 0; i < kSignals.size(); ++i) {
+        std::signal(kSignals[i], m_before[i]);
+    }
 }
 
 bool Interruption::Asked() {

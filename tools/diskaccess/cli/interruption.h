@@ -1,9 +1,12 @@
 #ifndef DISKACCESS_INTERRUPTION_H
 #define DISKACCESS_INTERRUPTION_H
 
+#include <array>
+
 namespace diskaccess {
 
-/// Keeps SIGINT and SIGTERM from ending the program while it lives. The work asks whether one has come, and cleans up.
+/// Keeps SIGINT, SIGTERM and SIGHUP from ending the program while it lives. The work asks whether one has come, and cleans
+/// up. One that is ignored, as nohup has it for SIGHUP, stays so.
 class Interruption {
 public:
     Interruption();
@@ -16,8 +19,7 @@ public:
 
 private:
     using Handler = void (*)(int);
-    Handler m_atInterrupt;
-    Handler m_atTermination;
+    std::array<Handler, 3> m_before;
 };
 
 } // namespace diskaccess

@@ -11,15 +11,19 @@
 #include "cli/interruption.h"
 #include "cli/output.h"
 #include "commands/wording.h"
+#include "render/printable.h"
 
 namespace diskaccess {
 
 namespace {
 
+std::string NameIn(const std::string& path) {
+    return path.substr(path.rfind('/') + 1); // 0 without any
+}
+
 /// Whether a path can be a file's: "dir/", "." and ".." cannot.
 bool NamesFile(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    const std::string name = NameIn(path);
     return !name.empty() && name != "." && name != "..";
 }
 
@@ -81,6 +85,10 @@ media::Provenance ProvenanceOf(Context& context) {
 void CheckOutputName(const Options& options) {
     if (!NamesFile(options.output)) {
         throw WrongUse("--output: '" + options.output + "' names no file; give a file's name");
+    }
+    if (!IsText(NameIn(options.output))) {
+        throw WrongUse("--output: '" + options.output +
+                       "' is not UTF-8, and no manifest can name it; give another name");
     }
 }
 

@@ -80,6 +80,17 @@ std::string Printable(const std::string& text) {
     return printable;
 }
 
+bool IsText(const std::string& text) {
+    for (size_t at = 0; at < text.size();) {
+        const size_t length = Utf8Length(text, at);
+        if (length == 0) {
+            return false;
+        }
+        at += length;
+    }
+    return true;
+}
+
 std::string FieldText(const char* field, size_t size) {
     return Printable(std::string(field, strnlen(field, size)));
 }
