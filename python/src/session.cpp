@@ -4,7 +4,7 @@ namespace python {
 
 Session::Open::Open(const Opening& opening)
     : disk(recordings::OpenSource(opening.path, opening.partition), opening.diskType),
-      identity(disk.Bytes().Descriptors().at(0)) {}
+      identity(disk.Bytes().Descriptors()) {}
 
 Session::Session(const Opening& opening) : m_path(opening.path) {
     try {

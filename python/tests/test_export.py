@@ -72,3 +72,17 @@ def test_the_source_is_never_written(disk: pathlib.Path, tmp_path: pathlib.Path)
             with pytest.raises(diskaccess.ExportError):
                 opened.export(name, replace=True)
     assert disk.read_bytes() == before
+
+
+def test_no_part_of_a_split_source_is_written(disk: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    data = disk.read_bytes()
+    half = len(data) // 2
+    parts = [tmp_path / "split.001", tmp_path / "split.002"]
+    parts[0].write_bytes(data[:half])
+    parts[1].write_bytes(data[half:])
+    with diskaccess.open(parts[0]) as opened:
+        assert len(opened.records()) > 0
+        for part in parts:
+            with pytest.raises(diskaccess.ExportError):
+                opened.export(part, replace=True)
+    assert parts[0].read_bytes() + parts[1].read_bytes() == data
