@@ -60,6 +60,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddSilenceOption)
             .Takes(AddTimelineOptions)
             .Checks(CheckTimeline)
+            .Confined(NeedsOfTimeline)
             .Does(Asks(Timeline)),
         OnDisk("info", "What the partition is: layout, recorded span, vehicle, channels").Does(Asks(Info)),
         OnDisk("list", "The recordings, oldest block first; with --alarm those around events")
@@ -110,12 +111,14 @@ std::vector<Command> AllCommands() {
             .Takes(AddExtractOptions)
             .Takes(AddEvidenceOptions)
             .Checks(CheckExtract)
+            .Confined(NeedsOfWriting)
             .Does(Asks(Extract)),
         Command("verify", "Whether files are still what was made from a disk, by their manifest")
             .Takes(AddVerifyOptions)
             .Takes(AddZoneOptions)
             .Takes(AddFormatOptions)
             .Takes(AddDiskOptions)
+            .Confined(NeedsOfVerify)
             .Does([](const Options& options, const std::string& /*name*/) { return Verify(options); }),
         Command("catalog",
                 "What is on many disks, kept in a database: which vehicle was recorded when, and where")
@@ -131,7 +134,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddTextFormatOption)
             .Takes(AddPartitionNumber)
             .Takes(AddDumpOptions)
-            .Confined(NeedsOfDump)
+            .Confined(NeedsOfReading)
             .Does([](const Options& options, const std::string& /*name*/) { return Dump(options); }),
     };
 }

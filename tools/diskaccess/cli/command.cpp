@@ -81,7 +81,8 @@ ExitCode Command::Execute(const Options& options) const {
     }
     const std::optional<Needs> needs = m_needs == nullptr ? std::nullopt : m_needs(options);
     const std::string confined =
-        needs ? Confine(*needs).Text() : "the program is not confined: this command starts others";
+        needs ? Confine(*needs).Text()
+              : "the program is not confined: this command reaches further than to a disk and its outputs";
     if (options.verbose) {
         Complain(confined);
     }

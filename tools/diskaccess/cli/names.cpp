@@ -22,21 +22,6 @@ using Json = nlohmann::json;
 /// A file of names is larger only by mistake.
 constexpr uintmax_t kLargestFile = 1 << 20;
 
-/// Where the user's file lies, if nothing else is said; empty where there is none.
-std::string UsualFile() {
-    const char* const configuration = std::getenv("XDG_CONFIG_HOME");
-    const char* const home = std::getenv("HOME");
-    fs::path folder;
-    if (configuration != nullptr && fs::path(configuration).is_absolute()) {
-        folder = configuration;
-    } else if (home != nullptr && *home != '\0') {
-        folder = fs::path(home) / ".config";
-    }
-    const fs::path file = folder / "diskaccess" / "names.json";
-    std::error_code none;
-    return !folder.empty() && fs::exists(file, none) ? file.string() : "";
-}
-
 Json ReadDocument(const std::string& file) {
     std::error_code error;
     if (fs::file_size(file, error) > kLargestFile && !error) {
@@ -92,8 +77,22 @@ void ForEachName(const std::string& file, const Json& document, const char* part
 
 } // namespace
 
+std::string UsualNamesFile() {
+    const char* const configuration = std::getenv("XDG_CONFIG_HOME");
+    const char* const home = std::getenv("HOME");
+    std::filesystem::path folder;
+    if (configuration != nullptr && std::filesystem::path(configuration).is_absolute()) {
+        folder = configuration;
+    } else if (home != nullptr && *home != '\0') {
+        folder = std::filesystem::path(home) / ".config";
+    }
+    const std::filesystem::path file = folder / "diskaccess" / "names.json";
+    std::error_code none;
+    return !folder.empty() && std::filesystem::exists(file, none) ? file.string() : "";
+}
+
 Names::Names(const std::string& given) {
-    const std::string file = given.empty() ? UsualFile() : given;
+    const std::string file = given.empty() ? UsualNamesFile() : given;
     if (file.empty()) {
         return;
     }

@@ -9,6 +9,10 @@
 
 namespace diskaccess {
 
+/// The file of names that is read when none is given: names.json in the user's configuration folder. Empty where there is
+/// none.
+std::string UsualNamesFile();
+
 /// What the user calls channels and event types, by a file of theirs.
 class Names {
 public:

@@ -40,7 +40,8 @@ std::optional<Needs> NeedsOfFind(const Options& options);
 std::optional<Needs> NeedsOfReading(const Options& options);
 std::optional<Needs> NeedsOfWriting(const Options& options);
 std::optional<Needs> NeedsOfView(const Options& options);
-std::optional<Needs> NeedsOfDump(const Options& options);
+std::optional<Needs> NeedsOfTimeline(const Options& options);
+std::optional<Needs> NeedsOfVerify(const Options& options);
 
 /// Looks for the partitions of recorders on disks: on all of this machine where none is named.
 ExitCode Find(const Options& options);

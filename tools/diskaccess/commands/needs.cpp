@@ -1,5 +1,6 @@
 #include <filesystem>
 
+#include "cli/names.h"
 #include "commands/commands.h"
 
 namespace diskaccess {
@@ -28,6 +29,7 @@ std::optional<Needs> NeedsOfReading(const Options& options) {
     needs.readable = WithPartsBeside(options.partition);
     needs.readable.push_back(options.passwordFile);
     needs.readable.push_back(options.signingKey);
+    needs.readable.push_back(options.namesFile.empty() ? UsualNamesFile() : options.namesFile);
     if (options.askPassword) {
         needs.writable.emplace_back("/dev/tty");
     }
@@ -40,12 +42,20 @@ std::optional<Needs> NeedsOfWriting(const Options& options) {
     return needs;
 }
 
-/// The image is attached to a loop device, which the kernel chooses.
-std::optional<Needs> NeedsOfDump(const Options& options) {
+std::optional<Needs> NeedsOfTimeline(const Options& options) {
     std::optional<Needs> needs = NeedsOfReading(options);
-    if (options.attach) {
-        needs->readable.emplace_back("/dev");
+    for (const std::string& file : {options.svg, options.html}) {
+        if (!file.empty()) {
+            needs->writable.push_back(FolderOf(file));
+        }
     }
+    return needs;
+}
+
+std::optional<Needs> NeedsOfVerify(const Options& options) {
+    std::optional<Needs> needs = NeedsOfReading(options);
+    needs->readable.push_back(FolderOf(options.manifest)); // the files lie beside it
+    needs->readable.push_back(options.publicKey);
     return needs;
 }
 
