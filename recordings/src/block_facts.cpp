@@ -172,7 +172,7 @@ bool BlockFacts::SeemsHead(const FrameHead_t& head, const Reached& reached) cons
 
 bool BlockFacts::SeemsLeftOver(const FrameHead_t& head) const {
     const int64_t time = head.pts / kMicros;
-    return head.sync == BLOCK_MAGIC && m_channels.Has(head.chn) && head.type < kFrameTypes && time > 0 &&
+    return head.sync == BLOCK_MAGIC && head.chn < kChannels && head.type < kFrameTypes && time > 0 &&
            time < m_block.start;
 }
 

@@ -72,12 +72,13 @@ public:
     /// Seconds: when the recording in the next place of the ring began, if it is of the ring's previous turn. What that
     /// turn has left in this block is older.
     std::optional<int64_t> NextInRing() const;
-    /// Whether nothing was ever recorded in the next place of the ring: then no earlier turn has left anything here.
+    /// Whether nothing was recorded in the next place of the ring since the disk was formatted. What was recorded before
+    /// may still lie there.
     bool IsFirstTurn() const;
 
     /// Whether a place where frames are looked for may hold a head of this block. Sound heads pass but for odd times.
     bool SeemsHead(const FrameHead_t& head, const Reached& reached) const;
-    /// Whether a place holds a head of this block's channels from before the block was begun.
+    /// Whether a place holds a head from before the block was begun. Other channels may have been recorded then.
     bool SeemsLeftOver(const FrameHead_t& head) const;
     /// Whether some of what lies there still looks like a head of this block: then only a field of it is damaged.
     bool WasHead(const FrameHead_t& head, const Reached& reached) const;

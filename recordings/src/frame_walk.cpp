@@ -34,10 +34,14 @@ std::optional<FrameHead_t> FrameWalk::Head(uint32_t at) {
     return bytes == nullptr ? std::nullopt : std::optional<FrameHead_t>(HeadAt(bytes));
 }
 
+/// Whether a head is one of the ring's previous turn, by its time.
+bool FrameWalk::IsStale(const FrameHead_t& head) const {
+    return head.sync == BLOCK_MAGIC && disk_access::IsMedia(head.type) && m_facts.IsStale(head.pts / kMicros);
+}
+
 /// Whether a head after the end of the index is one of the ring's previous turn.
 bool FrameWalk::IsLeftOver(const FrameHead_t& head, uint32_t at) const {
-    return m_facts.Index() != nullptr && at >= m_facts.MediaEnd() && disk_access::IsMedia(head.type) &&
-           m_facts.IsStale(head.pts / kMicros);
+    return m_facts.Index() != nullptr && at >= m_facts.MediaEnd() && IsStale(head);
 }
 
 bool FrameWalk::Take(uint32_t at) {
@@ -172,7 +176,7 @@ bool FrameWalk::EndsIndexed(uint32_t at, const FoundFrame* last, const std::opti
     if (last != nullptr && last->offset < m_facts.MediaEnd() && !m_facts.EndsMedia(at)) {
         return false; // its length is wrong, or the index
     }
-    if (!head || (head->sync == BLOCK_MAGIC && IsLeftOver(*head, at))) {
+    if (!head || IsLeftOver(*head, at)) {
         return true;
     }
     const bool trailing = last != nullptr && last->offset >= m_facts.MediaEnd();
@@ -223,9 +227,9 @@ void FrameWalk::EndTrailing(uint32_t at, FoundFrame* last) {
 }
 
 void FrameWalk::EndOpen(uint32_t at, FoundFrame* last) {
-    const bool leftOver = last != nullptr && last->IsMedia() && m_facts.IsStale(last->Seconds());
     const std::optional<FrameHead_t> head = Head(at);
-    if (leftOver) {
+    const bool lastIsStale = last != nullptr && last->IsMedia() && m_facts.IsStale(last->Seconds());
+    if (lastIsStale || (head && IsStale(*head))) {
         return;
     }
     // What cannot be read after the last frame may have held more of them.
@@ -247,8 +251,8 @@ void FrameWalk::NoteDamagedLast(const FrameHead_t& head, uint32_t at) {
 }
 
 /// Whether the last frame of a block that was never closed may end where its length says so. It holds no frames of an
-/// earlier turn. Before the ring has wrapped erased space begins after it: a few bytes before that the length is too
-/// short. Where nothing tells the answer is yes.
+/// earlier turn. Before the ring has wrapped erased space begins after it, or old frames of a disk that was formatted
+/// again: with a few other bytes there the length is too short. Where nothing tells the answer is yes.
 bool FrameWalk::MayEnd(const FoundFrame& last) {
     const auto end = static_cast<uint32_t>(last.End());
     const uint32_t rest = m_area.Size() - end;
@@ -263,7 +267,8 @@ bool FrameWalk::MayEnd(const FoundFrame& last) {
     while (left != 0 && bytes[left - 1] == bytes[rest - 1]) {
         --left;
     }
-    return left == 0 || left > std::min(LargestPayload(), rest / 2) || m_search.EndMark(end, end + left);
+    return left == 0 || left > std::min(LargestPayload(), rest / 2) || m_search.EndMark(end, end + left) ||
+           m_search.LeftOver(end, end + left);
 }
 
 uint32_t FrameWalk::LargestPayload() const {

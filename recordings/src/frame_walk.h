@@ -29,6 +29,7 @@ private:
     void Append(const FrameHead_t& head, uint32_t at);
     FoundFrame* LastThatEndsAt(uint32_t at);
     std::optional<FrameHead_t> Head(uint32_t at);
+    bool IsStale(const FrameHead_t& head) const;
     bool IsLeftOver(const FrameHead_t& head, uint32_t at) const;
 
     std::optional<uint32_t> Resume(uint32_t at);

@@ -23,9 +23,6 @@ constexpr size_t kFewestSteps = 6;
 /// written some time after they happened.
 constexpr int64_t kOtherReach = 3600 * kMicros;
 
-/// What an earlier turn has left in a block is hardly older than this when the next block of that turn begins. Seconds.
-constexpr int64_t kLongestPause = 600;
-
 /// Finds what the ring's previous turn has left at the end of a block.
 class LeftOver {
 public:
@@ -66,29 +63,6 @@ private:
     const BlockFacts& m_facts;
 };
 
-uint64_t LargestSpan(const FoundFrames& found) {
-    uint64_t largest = 0;
-    for (const FoundFrame& frame : found.frames) {
-        largest = std::max(largest, frame.End() - frame.offset);
-    }
-    return largest;
-}
-
-/// Whether a single stale frame at the end of a block has its own time damaged: an earlier turn leaves one alone when it
-/// was the last in the block. Then the next one did not fit, or began in the next block soon after.
-bool IsDamagedLast(const FoundFrames& found, const BlockFacts& facts, const std::optional<int64_t>& next) {
-    if (found.marked || facts.MediaEnd() != 0) {
-        return false;
-    }
-    const FoundFrame& last = found.frames.back();
-    const bool full = last.End() + LargestSpan(found) > facts.AreaSize();
-    if (full && !next && !facts.IsFirstTurn()) {
-        return false;
-    }
-    const bool older = next && last.Seconds() <= *next + kStale;
-    return !older || last.Seconds() + kLongestPause < *next;
-}
-
 } // namespace
 
 void DropLeftOver(FoundFrames& found, const BlockFacts& facts) {
@@ -107,14 +81,15 @@ void DropLeftOver(FoundFrames& found, const BlockFacts& facts) {
         return;
     }
     const bool single = first + 1 == frames.size() && first != 0;
-    const std::optional<int64_t> next = first == 0 ? std::nullopt : facts.NextInRing();
-    if (single && IsDamagedLast(found, facts, next)) {
-        found.NoteDamaged(frames.back());
+    if (single && frames.back().time < 0) {
+        found.NoteDamaged(frames.back()); // no clock ever goes there
         return;
     }
-    // Nor are frames left over where there was no earlier turn, or that are newer than what it has left in the next
-    // block: the clock was set back.
-    if (first != 0 && (facts.IsFirstTurn() || (next && frames[first].Seconds() > *next + kStale))) {
+    // Nor are frames left over that are newer than what the earlier turn has left in the next block: the clock was set
+    // back. In the ring's first turn there is no such block. But the disk may have been formatted again without being
+    // erased, so that old frames are no proof of a clock that was set.
+    const std::optional<int64_t> next = first == 0 ? std::nullopt : facts.NextInRing();
+    if (next && frames[first].Seconds() > *next + kStale) {
         return;
     }
     const uint32_t end = frames[first].offset;

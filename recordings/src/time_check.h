@@ -13,8 +13,8 @@
 
 namespace recordings {
 
-/// Drops the frames at the end of a block that the ring's previous turn has left there. A single one is no proof: it is
-/// damaged, and stays.
+/// Drops the frames at the end of a block that an earlier turn of the ring has left there: those that are too old for the
+/// block, and after which no frames of its own time follow.
 void DropLeftOver(FoundFrames& found, const BlockFacts& facts);
 
 /// Finds time stamps that contradict their neighbours.

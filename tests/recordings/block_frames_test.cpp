@@ -80,6 +80,17 @@ protected:
         return " at " + std::to_string(frame.offset) + "+" + std::to_string(frame.End() - frame.offset);
     }
     static int64_t At(int64_t millis) { return ::test_support::At(millis); }
+
+    /// Puts frames of an hour ago on the disk.
+    void PutOld(uint64_t at, int64_t count) {
+        for (int64_t i = 0; i < count; ++i) {
+            Image().Put(at, FrameHead_t{At(-3600000 + i * 100), BLOCK_MAGIC, i % 10 == 0 ? 1u : 0u, 0, 60});
+            Fill(at + 24, at + 84, 0xA5);
+            at += 84;
+        }
+    }
+    /// Device offset after the last frame that was recorded.
+    uint64_t EndOfLast() { return HeadOf(Recorded().back()) + 24 + Recorded().back().frame.payload.size(); }
 };
 
 INSTANTIATE_TEST_SUITE_P(Layouts, BlockFrames, ::testing::Values(0u, 1u),
@@ -248,6 +259,48 @@ TEST_P(BlockFrames, LeaveOutWhatThePreviousTurnHasLeft) {
     const ReadFrames read = Read(0);
     EXPECT_EQ(read.frames.size(), Recorded().size() - before);
     EXPECT_EQ(read.frames.back().offset, Recorded().back().offset);
+    EXPECT_EQ(read.Lines(), kNone);
+}
+
+TEST_P(BlockFrames, LeaveOutWhatLayThereBeforeTheDiskWasFormatted) {
+    // Nothing was recorded in the other blocks since; old frames begin where those of now end, or somewhere after it.
+    for (const int64_t count : {1, 2, 20}) {
+        for (const uint64_t distance : {uint64_t{0}, uint64_t{77}, uint64_t{290}}) {
+            for (const bool endMarker : {true, false}) {
+                Begin(1, endMarker);
+                RecordSeconds(0, 5);
+                Recorder().CutPower();
+                Fill(EndOfLast(), EndOfLast() + distance, 0xA5); // the rest of an old picture
+                PutOld(EndOfLast() + distance, count);
+                SCOPED_TRACE(std::to_string(count) + " after " + std::to_string(distance));
+                ExpectSound(0);
+            }
+        }
+    }
+}
+
+TEST_P(BlockFrames, LeaveOutAnOldFrameThatLeadsOutOfTheBlock) {
+    // Blocks were larger before the disk was formatted.
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().CutPower();
+    Image().Put(EndOfLast(), FrameHead_t{At(-3600000), BLOCK_MAGIC, 1, 0, 0x10000});
+    ExpectSound(0);
+}
+
+TEST_P(BlockFrames, LeaveOutASingleOneOfThePreviousTurn) {
+    // A ring of eight blocks; the ninth, which was cut off, is followed by one frame of the first.
+    Begin(1);
+    for (int64_t hour = 0; hour < 8; ++hour) {
+        RecordSeconds(hour * 3600, 2);
+        Recorder().PowerOff();
+    }
+    const size_t before = Recorded().size();
+    RecordSeconds(8 * 3600, 5);
+    Recorder().CutPower();
+    Image().Put(EndOfLast(), FrameHead_t{At(2000), BLOCK_MAGIC, 0, 0, 300});
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(read.frames.size(), Recorded().size() - before);
     EXPECT_EQ(read.Lines(), kNone);
 }
 
@@ -436,11 +489,22 @@ TEST_P(BlockFrames, TakeTheTimeOfAKeyFrameFromTheIndex) {
 }
 
 TEST_P(BlockFrames, TellOneDamagedTimeStampFromThePreviousTurn) {
-    // The last frame of an open block: after it comes nothing.
+    // The last frame but one of an open block: a frame of the block's own time follows.
     Begin(1);
     RecordSeconds(0, 5);
     Recorder().CutPower();
-    Change(Recorded().back(), [](FrameHead_t& head) { head.pts -= 3600000000; });
+    const RecordedFrame& damaged = Recorded()[Recorded().size() - 2];
+    Change(damaged, [](FrameHead_t& head) { head.pts -= 3600000000; });
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(Offsets(read), OffsetsWithout(0, {}));
+    EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(damaged)}));
+}
+
+TEST_P(BlockFrames, OfATimeThatNoClockHasAreNotLeftOver) {
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().CutPower();
+    Change(Recorded().back(), [](FrameHead_t& head) { head.pts = -1; });
     const ReadFrames read = Read(0);
     EXPECT_EQ(Offsets(read), OffsetsWithout(0, {}));
     EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded().back())}));
