@@ -110,8 +110,11 @@ bool KeyFrameCheck::HasSizeOfOthers(const Track& track, size_t entry) const {
         return false;
     }
     const int64_t size = m_frames[entry].size;
-    return m_frames[entry].type == kKeyFrame ? size - largestPicture < smallestKey - size
-                                             : size > largestPicture + largestPicture / 8;
+    const bool key = m_frames[entry].type == kKeyFrame;
+    if (smallestKey == UINT32_MAX) { // nothing tells how large key frames are, but that they are no smaller
+        return !key && size > 2 * largestPicture;
+    }
+    return key ? size - largestPicture < smallestKey - size : size - largestPicture > smallestKey - size;
 }
 
 /// The distance in time that key frames keep: that of the block before, the one that the block's head states, or the one
