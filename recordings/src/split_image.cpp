@@ -59,13 +59,19 @@ std::string PartName(const fs::path& path, const Ending& ending, uint32_t number
 std::vector<uint32_t> NumbersBeside(const fs::path& part, const Ending& ending) {
     std::vector<uint32_t> numbers;
     const fs::path folder = part.has_parent_path() ? part.parent_path() : fs::path(".");
-    std::error_code none;
-    for (fs::directory_iterator i(folder, none); i != fs::directory_iterator(); i.increment(none)) {
+    std::error_code failed;
+    for (fs::directory_iterator i(folder, failed); !failed && i != fs::directory_iterator();
+         i.increment(failed)) {
         const fs::path& each = i->path();
         const std::optional<Ending> other = EndingOf(each);
         if (other && other->SameKind(ending) && each.stem() == part.stem()) {
             numbers.push_back(other->number);
         }
+    }
+    if (failed) {
+        throw Error(ErrorKind::CannotOpen, part.string() +
+                                               ": the other parts of the split image cannot be looked for: " +
+                                               folder.string() + ": " + failed.message());
     }
     std::sort(numbers.begin(), numbers.end());
     return numbers;

@@ -367,7 +367,7 @@ TEST_F(SourceSafety, NothingIsPrintedIntoTheSource) {
 TEST_F(SourceSafety, APipeAsSourceIsRefusedAtOnce) {
     ASSERT_EQ(mkfifo(File("pipe").c_str(), 0600), 0);
     const std::vector<std::vector<std::string>> commands = {
-        {"list"}, {"info"}, {"dump"}, {"dump", "--attach"}, {"export", "-o", File("out")}};
+        {"list"}, {"info"}, {"dump"}, {"export", "-o", File("out")}};
     for (std::vector<std::string> command : commands) {
         command.insert(command.begin() + 1, File("pipe"));
         command.insert(command.begin(), {"timeout", "20", DISKACCESS_PROGRAM});

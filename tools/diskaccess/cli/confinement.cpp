@@ -120,6 +120,9 @@ Confinement Confine(const Needs& needs) {
     for (const std::string& path : needs.readable) {
         rules.Leave(path, kRead);
     }
+    for (const std::string& path : needs.listable) {
+        rules.Leave(path, LANDLOCK_ACCESS_FS_READ_DIR);
+    }
     for (const std::string& path : needs.writable) {
         rules.Leave(path, kRead | kWrite);
     }

@@ -16,6 +16,7 @@ struct Needs {
     std::vector<std::string>
         writable;         ///< folders in which it makes files, and files that it opens for writing
     bool network = false; ///< serves requests
+    std::vector<std::string> listable = {}; ///< folders whose names it reads, to find what lies beside a file
 };
 
 /// What the kernel watches from now on.

@@ -20,6 +20,7 @@ std::optional<Needs> NeedsOfFind(const Options& options) {
     for (const std::string& disk : options.disks) {
         const std::vector<std::string> parts = WithPartsBeside(disk);
         needs.readable.insert(needs.readable.end(), parts.begin(), parts.end());
+        needs.listable.push_back(FolderOf(disk));
     }
     return needs;
 }
@@ -27,6 +28,7 @@ std::optional<Needs> NeedsOfFind(const Options& options) {
 std::optional<Needs> NeedsOfReading(const Options& options) {
     Needs needs;
     needs.readable = WithPartsBeside(options.partition);
+    needs.listable = {FolderOf(options.partition)};
     needs.readable.push_back(options.passwordFile);
     needs.readable.push_back(options.signingKey);
     needs.readable.push_back(options.namesFile.empty() ? UsualNamesFile() : options.namesFile);
