@@ -144,7 +144,8 @@ private:
     ContainerFacts Facts(const Frame& first) {
         const Wording& wording = m_request.wording;
         ContainerFacts facts;
-        facts.title = wording.readableSecond(first.time); // not the file's name: one range gives the same bytes
+        facts.title =
+            wording.readableSecond(first.time); // not the file's name: one range gives the same bytes
         facts.chapters = Chapters();
         facts.start = StartOf(first, facts.chapters);
         facts.startTime = wording.utcTimestamp(facts.start);

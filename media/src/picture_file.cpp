@@ -56,7 +56,8 @@ FramePointer FrameOf(const Picture& picture, AVPixelFormat format) {
     const int strides[4] = {frame->width * kBytesAPixel, 0, 0, 0};
     sws_scale(scaler.get(), planes, strides, 0, frame->height, frame->data, frame->linesize);
     if (format == AV_PIX_FMT_YUV444P) {
-        frame->format = AV_PIX_FMT_YUVJ444P; // the encoder's name for it when all values are used, as they are here
+        frame->format =
+            AV_PIX_FMT_YUVJ444P; // the encoder's name for it when all values are used, as they are here
     }
     return frame;
 }

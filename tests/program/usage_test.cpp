@@ -53,8 +53,7 @@ TEST_F(Usage, ACommandThatIsNoneNamesTheNearest) {
     EXPECT_EQ(Refused({"lst", Image()}), "'lst' is not a command; did you mean list?\n");
     EXPECT_EQ(Refused({"evnets", Image()}), "'evnets' is not a command; did you mean events?\n");
     EXPECT_EQ(Refused({"EXPORT", Image()}), "'EXPORT' is not a command; did you mean export?\n");
-    EXPECT_TRUE(Contains(Refused({"frobnicate", Image()}),
-                         "'frobnicate' is not a command; there are "));
+    EXPECT_TRUE(Contains(Refused({"frobnicate", Image()}), "'frobnicate' is not a command; there are "));
 }
 
 TEST_F(Usage, AnOptionThatIsNoneNamesTheNearest) {
