@@ -8,10 +8,10 @@
 
 #include "disk_access.h"
 #include "support/findings.h"
-#include "support/fuzzer.h"
 #include "support/limits.h"
 #include "support/machine.h"
 #include "support/partition_input.h"
+#include "support/partition_run.h"
 #include "support/script.h"
 
 namespace fuzzing {
@@ -468,15 +468,8 @@ private:
 
 } // namespace
 
-} // namespace fuzzing
-
-int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    using namespace fuzzing;
-    Machine& machine = Machine::The();
-    const PartitionInput input = PartitionInput::Parse(data, size);
-    input.LayOn(machine.Device(0));
-    machine.SetFault(input.Fault(), input.head.faultCall);
+void RunPartition(const PartitionInput& input, Machine& /*machine*/) {
     PlaybackRun(input).Run();
-    machine.Reset();
-    return 0;
 }
+
+} // namespace fuzzing
