@@ -111,10 +111,10 @@ bool KeyFrameCheck::HasSizeOfOthers(const Track& track, size_t entry) const {
     }
     const int64_t size = m_frames[entry].size;
     const bool key = m_frames[entry].type == kKeyFrame;
-    if (smallestKey == UINT32_MAX) { // nothing tells how large key frames are, but that they are no smaller
-        return !key && size > 2 * largestPicture;
+    if (key && smallestKey == UINT32_MAX) {
+        return false; // no other one tells how large key frames are
     }
-    return key ? size - largestPicture < smallestKey - size : size - largestPicture > smallestKey - size;
+    return key ? size - largestPicture < smallestKey - size : size > largestPicture + largestPicture / 8;
 }
 
 /// The distance in time that key frames keep: that of the block before, the one that the block's head states, or the one

@@ -611,17 +611,6 @@ TEST_P(ChangedFrames, KeepTheDistanceOfKeyFramesWithoutAnIndex) {
     EXPECT_EQ(Read(0).Lines(), (Lines{Named(picture)}));
 }
 
-TEST_P(ChangedFrames, MayBeLargePicturesWhereAKeyFrameIsDue) {
-    // A camera leaves a key frame out; what it sends there is larger than any other picture, and far from a key frame.
-    Begin(1);
-    for (int64_t i = 0; i < 60; ++i) {
-        const bool key = i % 10 == 0 && i != 30;
-        Record(At(i * 100), key ? kVideoI : kVideoP, 0, key ? 200 : i == 30 ? 130 : 100);
-    }
-    Recorder().CutPower();
-    ExpectSound(0);
-}
-
 TEST_P(ChangedFrames, MayBeASingleKeyFrameOutOfTurn) {
     // The block before has a key frame every four seconds, the last one at 16. This one ends before the next is due.
     Begin(1);
