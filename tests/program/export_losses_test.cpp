@@ -9,7 +9,6 @@ namespace {
 
 using namespace test_support;
 using namespace sample_recorder;
-constexpr uint32_t kStart = kExportStart;
 
 class ExportLosses : public ExportFixture {
 protected:
