@@ -62,7 +62,7 @@ for file in "$library" "${library/DiskAccess/DiskRecordings}" /usr/bin/diskacces
   check_run_path "$file" ""
   [[ $(ldd "$file") != *"not found"* ]]
 done
-for file in docs/api-guide.md examples/player_loop.cpp; do
+for file in docs/api-guide.md docs/timeline.svg docs/viewer.png examples/player_loop.cpp; do
   [ -e "/usr/share/doc/libdiskaccess-dev/$file" ]
 done
 [ -e /usr/share/diskaccess/schema/list.schema.json ]
