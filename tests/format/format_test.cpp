@@ -8,6 +8,7 @@
 #include "format/channels.h"
 #include "format/ids.h"
 #include "format/index_table.h"
+#include "format/index_tables.h"
 #include "format/part_head.h"
 #include "format/ring.h"
 #include "format/times.h"
@@ -66,6 +67,31 @@ TEST(BlockGeometry, BlockMustHoldItsHeadAndIndex) {
     EXPECT_TRUE(BlockGeometry::Of(6144, 1).HoldsBlock());
     EXPECT_FALSE(BlockGeometry::Of(6143, 1).HoldsBlock());
     EXPECT_FALSE(BlockGeometry::Of(0, 0).HoldsBlock());
+}
+
+TEST(BlockGeometry, BlockIsInsideTheDeviceIfItBeginsThere) {
+    const BlockGeometry g = BlockGeometry::Of(0x10000, 0);
+    EXPECT_EQ(BlocksInside(g, 0x7FFFFF), 0u);
+    EXPECT_EQ(BlocksInside(g, 0x800000), 0u);
+    EXPECT_EQ(BlocksInside(g, 0x800001), 1u);
+    EXPECT_EQ(BlocksInside(g, 0x810000), 1u);
+    EXPECT_EQ(BlocksInside(g, 0x810001), 2u);
+    // 0x800000 + 0xFFFFFFFF * 0x10000, and a byte more.
+    EXPECT_EQ(BlocksInside(g, 0x10000007F0000), 0xFFFFFFFFu);
+    EXPECT_EQ(BlocksInside(g, 0x10000007F0001), 0xFFFFFFFFu);
+    EXPECT_EQ(BlocksInside(g, 0x7FFFFFFFFFFFFFFF), 0xFFFFFFFFu);
+    EXPECT_EQ(BlocksInside(BlockGeometry::Of(4935, 0), 0x900000), 0u);
+}
+
+TEST(BlockGeometry, RingHasNoMoreBlocksThanIdsOrTheDevice) {
+    const BlockGeometry g = BlockGeometry::Of(0x10000, 0);
+    constexpr uint64_t kThreeBlocks = 0x830000;
+    EXPECT_EQ(CredibleBlocks(3, g, kThreeBlocks), 3u);
+    EXPECT_EQ(CredibleBlocks(0x8000, g, kThreeBlocks), 0x8000u); // a copy that was cut off
+    EXPECT_EQ(CredibleBlocks(0x10000, g, kThreeBlocks), 0x10000u);
+    EXPECT_EQ(CredibleBlocks(0xFFFFFFFF, g, kThreeBlocks), 0x10000u);
+    constexpr uint64_t kMoreThanIds = 0x800000 + uint64_t{0x10001} * 0x10000;
+    EXPECT_EQ(CredibleBlocks(0xFFFFFFFF, g, kMoreThanIds), 0x10001u);
 }
 
 TEST(Channels, BitsCountFromTheLeastSignificant) {
@@ -137,6 +163,7 @@ TEST(Ring, MiddleOfAnArc) {
     EXPECT_EQ(ring.Middle(6, 2), 0u); // 6 7 0 1 2
     EXPECT_EQ(ring.Middle(7, 1), 0u);
     EXPECT_EQ(ring.Middle(5, 1), 7u); // 5 6 7 0 1
+    EXPECT_EQ(ring.Middle(3, 3), 7u); // 3 4 5 6 7 0 1 2 3
 }
 
 TEST(PartHead, MagicDependsOnTheDiskType) {
@@ -206,6 +233,49 @@ TEST(IndexTable, GrowsWithZeroEntriesAndKeepsTheOld) {
     EXPECT_EQ(table.Held(5), 2u);
     ASSERT_TRUE(table.Resize(3));
     EXPECT_EQ(table.At(2).totalsize, 0u);
+}
+
+TEST(IndexTable, NewEntriesAreZeroInMemoryThatWasUsed) {
+    constexpr uint32_t kEntries = 40;
+    {
+        IndexTable<RecSegItem_t> used;
+        ASSERT_TRUE(used.Resize(kEntries));
+        for (uint32_t i = 0; i < kEntries; ++i) {
+            used.Put(i, {~0u, ~0u, ~0u, ~0u, ~0u});
+        }
+    }
+    IndexTable<RecSegItem_t> table; // the allocator may well give it the same memory
+    ASSERT_TRUE(table.Resize(kEntries));
+    for (uint32_t i = 0; i < kEntries; ++i) {
+        const RecSegItem_t entry = table.At(i);
+        EXPECT_EQ(entry.s | entry.e | entry.spos | entry.epos | entry.totalsize, 0u) << i;
+    }
+}
+
+TEST(IndexTables, FramesBecomeEntriesOfTheirKind) {
+    IndexTables index;
+    const EventHead_t marked = {0x10, 0, 1, {}};
+    index.AddFrame({1000000, 1, 2, 80}, 300, nullptr); // a key frame of channel 2
+    index.AddFrame({2000000, 4, 2, 80}, 404, &marked);
+    index.AddFrame({3000000, 3, 2, 80}, 508, &marked); // other data
+    ASSERT_EQ(index.IFrames(2), 1u);
+    const IFrameItem_t iframe = index.iframeTab[2].At(0);
+    EXPECT_EQ(int64_t{iframe.pts}, 1000000);
+    EXPECT_EQ(iframe.pos, 300u);
+    EXPECT_EQ(iframe.Reserved, 0u);
+    ASSERT_EQ(index.Events(), 1u);
+    const EventIndexItem_t event = index.eventTab.At(0);
+    EXPECT_EQ(uint64_t{event.type}, 0x10u);
+    EXPECT_EQ(int64_t{event.pts}, 2000000);
+    EXPECT_EQ(event.pos, 404u);
+    EXPECT_EQ(event.Reserved, 0u);
+    ASSERT_EQ(index.Segments(2), 1u);
+    const RecSegItem_t segment = index.recSegTab[2].At(0);
+    EXPECT_EQ(segment.s, 1u);
+    EXPECT_EQ(segment.e, 1u);
+    EXPECT_EQ(segment.spos, 300u);
+    EXPECT_EQ(segment.epos, 400u); // 300 + 20 + 80
+    EXPECT_EQ(segment.totalsize, 100u);
 }
 
 } // namespace

@@ -72,6 +72,7 @@ TEST_F(DefaultHost, ReadThatComesShortIsNoRead) {
     EXPECT_TRUE(disk_access::HostReadWhole(fd, bytes, 0));
     disk_access::HostClose(fd);
     EXPECT_FALSE(disk_access::HostReadWhole(fd, bytes, 0)); // closed: the kernel's -1 is no size
+    EXPECT_FALSE(disk_access::HostReadWhole(fd, bytes, SIZE_MAX));
 }
 
 TEST_F(DefaultHost, RefusalsAreTheKernels) {
