@@ -397,9 +397,12 @@ protected:
 
     /// Whether a field of a frame's head is one of an event's.
     bool OfEvent(const Place& place, const char* name, size_t offset) {
+        if (place.field.name.rfind(name, 0) != 0) {
+            return false;
+        }
         FrameHead_t head = {};
         std::memcpy(&head, m_source->At(place.field.offset - offset), sizeof head);
-        return place.field.name.rfind(name, 0) == 0 && head.type == sample_recorder::kEvent;
+        return head.type == sample_recorder::kEvent;
     }
 
     /// What no check can find, since nothing on the disk repeats it.
