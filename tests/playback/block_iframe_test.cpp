@@ -255,6 +255,26 @@ TEST_F(BlockIFrame, StepsWithoutArguments) {
     EXPECT_EQ(reader.Read(), "I0 1000");
 }
 
+TEST_F(BlockIFrame, ReadsWithoutArgumentsLeaveThePositions) {
+    MakeDisk();
+    WriteRecording(0);
+    BlockReader reader(Disk());
+    EXPECT_EQ(reader.SeekOffs(0, WholeBlock()), 0);
+    EXPECT_EQ(reader.Next(), "I0 1004");
+    EXPECT_EQ(reader.Prev(), "I0 1008");
+    void* payload = nullptr;
+    EXPECT_EQ(reader->ReadFrame(nullptr, &payload), -1);
+    EXPECT_EQ(reader.Next(), "I0 1004"); // positions found anew, after that of 1008, would be none
+}
+
+TEST_F(BlockIFrame, PositionsBehindTheLastIFrameAreNotFound) {
+    MakeDisk();
+    WriteRecording(0);
+    BlockReader reader(Disk());
+    EXPECT_EQ(reader.SeekTime(0, Record(0, 0), 1008), 0);
+    EXPECT_EQ(reader->GetIFrameIndex(), -1);
+}
+
 TEST_F(BlockIFrame, ChannelsWithoutIFramesHaveNoSteps) {
     MakeDisk();
     WriteRecording(0);

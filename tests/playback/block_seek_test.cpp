@@ -240,6 +240,14 @@ TEST_F(BlockSeek, FailedTimeSeekOpensTheWindowAndStays) {
     EXPECT_TRUE(reader.Stays());
 }
 
+TEST_F(BlockSeek, WindowThatAFailedSeekOpensBeginsAtZero) {
+    MakeDisk();
+    WriteRecording(0);
+    BlockReader reader(Disk());
+    EXPECT_EQ(reader.SeekTime(0, Record(0, 9), 1000), -1);
+    EXPECT_EQ(reader.KindAt(0xFFFFFFFB), 0); // 5 seconds more are 0 in 32 bits, which is not before 0
+}
+
 TEST_F(BlockSeek, ChannelWithoutIFramesCannotBeSoughtByTime) {
     MakeDisk();
     WriteRecording(0);

@@ -428,6 +428,15 @@ TEST_F(ReadPartBlocks, TableIsLoadedOnceOnFirstUse) {
     EXPECT_EQ(log.Count(CallKind::Close), 1u);
 }
 
+TEST_F(ReadPartBlocks, TableIsLoadedForABlockOutsideTheRingToo) {
+    OpenReadPart part(MakeDisk());
+    const SystemCallLog log;
+    Quietly([&] { EXPECT_EQ(part->IsValidBlock(Disk().Head().BlkCount, kNoTest, 0), 0); });
+    EXPECT_EQ(log.Count(CallKind::Open), 2u); // for the table, and the block's window
+    Quietly([&] { EXPECT_EQ(part->IsValidBlock(Disk().Head().BlkCount, kNoTest, 0), 0); });
+    EXPECT_EQ(log.Count(CallKind::Open), 3u);
+}
+
 TEST_F(ReadPartBlocks, WithoutATableNoBlockIsBad) {
     MakeDisk().SetBad(2);
     Disk().EditHead([](PartHead_t& head) { head.BBTabOffs = 0xFFFFFFFF; });

@@ -464,7 +464,18 @@ TEST_F(PartReader, EmptyFramesAreDelivered) {
     EXPECT_EQ(Play(part, kOneChannel, SegmentRecord(0, 0, 0, 1000)), "I0@1000 P0@1001:0 P0@1002:1 end");
 }
 
+TEST_F(PartReader, FrameOfOneByteIsTheFirst) {
+    OpenReadPart part(RecordOnNewDisk("I0@1000:1 I0@1001 |"));
+    EXPECT_EQ(Play(part, kOneChannel, SegmentRecord(0, 0, 0, 1000)), "I0@1000:1 I0@1001 end");
+    EXPECT_EQ(Play(part, kOneChannel, WindowRecord(0, 0, 1000, 1001, 0)), "I0@1000:1 I0@1001 end");
+}
+
 // Going on into the next block.
+
+TEST_F(PartReader, GoesOnWithAFrameOfOneByte) {
+    OpenReadPart part(RecordOnNewDisk("I0@1000 | P0@1001:1 P0@1002 I0@1003 |"));
+    EXPECT_EQ(Play(part, kOneChannel, SegmentRecord(0, 0, 0, 1000)), "I0@1000 P0@1001:1 P0@1002 end");
+}
 
 TEST_F(PartReader, GoesOnIntoTheNextBlockUpToItsFirstIFrame) {
     OpenReadPart part(RecordOnNewDisk("I0@1000 P0@1001 | P0@1002 P1@1002 P0@1003 I0@1004 P0@1005 |"));
