@@ -134,6 +134,14 @@ TEST_F(BlockMedia, SegmentAcrossJanuary2038KeepsItsEnd) {
     EXPECT_EQ(Media(0, 0x7FFFFFF0), Lines{"1/0/0 2147483392-2147483904 size 1050 alarm 0 flag 0"});
 }
 
+TEST_F(BlockMedia, SegmentThatBeginsAfterTheSearchIsNotFoundWhateverItsEnd) {
+    MakeDisk();
+    WriteOneSegment(2000, 0x80000100);
+    EXPECT_EQ(Media(0, 1900), Lines{});
+    WriteOneSegment(2000, 0xFFFFFFFB); // its end, as a signed number -5, is inside the search
+    EXPECT_EQ(Media(-10, 1900), Lines{});
+}
+
 TEST_F(BlockMedia, LastSecondOfTheSearchDoesNotOverflow) {
     MakeDisk();
     WriteOneSegment(100, 0x7FFFFFFF);
@@ -213,6 +221,8 @@ TEST_F(BlockMedia, BadArgumentsAreRefusedBeforeTheDeviceIsTouched) {
     OpenBlocks blocks(Disk());
     const SystemCallLog log;
     EXPECT_EQ(Media(blocks, 151, 150), Lines{});
+    EXPECT_EQ(m_result, -1);
+    EXPECT_EQ(Media(blocks, 0, 1000, 32), Lines{});
     EXPECT_EQ(m_result, -1);
     EXPECT_EQ(blocks->GetMediaList(1, 0, 1000, 0, 0, 0, nullptr, nullptr), -1);
     EXPECT_EQ(log.Calls().size(), 0u);

@@ -39,6 +39,18 @@ protected:
         SearchFixture::Disk().WriteBlock(block, contents);
     }
 
+    /// Block 0 with 28 segments of channel 0, 10 s every 20 s from 1000 on, and an event; its alarm records from 10 s
+    /// before.
+    void WriteManySegments(uint32_t event, uint32_t alarmDelay) {
+        auto contents = BlockContents::Closed(1, 1000, 1550).Event(Pts(event), 0x1);
+        for (uint32_t start = 1000; start < 1560; start += 20) {
+            contents.Segment(0, start, start + 10, 100);
+        }
+        contents.head.pre_RecTime = 10;
+        contents.head.AlmDelayTime = alarmDelay;
+        SearchFixture::Disk().WriteBlock(0, contents);
+    }
+
     static Format Forged(uint32_t blockCount, uint32_t blockSize) {
         Format format;
         format.blockCount = blockCount;
@@ -276,6 +288,32 @@ TEST_F(Disk, WrongPasswordHidesTheLockedChannels) {
 }
 
 // ---- records around alarms
+
+TEST_F(Disk, WindowOfManyRecordsGivesThemInTheirOrder) {
+    MakeDisk();
+    // 28 records of 10 s, one every 20 s.
+    WriteManySegments(1010, 700); // from 1000 to 1710
+    WriteAlarmBlock(1, {{2500, 0x1}});
+    Open();
+    Lines expected;
+    for (uint32_t i = 0; i < 28; ++i) {
+        const uint32_t start = 1000 + 20 * i;
+        expected.push_back("0/0/" + std::to_string(i) + ' ' + std::to_string(start) + '-' +
+                           std::to_string(start + 10) + " size 100 alarm 1 flag 0");
+    }
+    expected.emplace_back("1/0/0 2490-2530 size 9000 alarm 1 flag 0");
+    EXPECT_EQ(Media(0x1, 0, 9000), expected);
+}
+
+TEST_F(Disk, WindowNearTheEndOfManyRecordsFindsThem) {
+    MakeDisk();
+    WriteManySegments(1450, 30); // from 1440 to 1480
+    WriteAlarmBlock(1, {{2500, 0x1}});
+    Open();
+    EXPECT_EQ(Media(0x1, 0, 9000),
+              (Lines{"0/0/22 1440-1450 size 100 alarm 1 flag 0", "0/0/23 1460-1470 size 100 alarm 1 flag 0",
+                     "1/0/0 2490-2530 size 9000 alarm 1 flag 0"}));
+}
 
 TEST_F(Disk, TwoEventsCloseTogetherMakeOneWindow) {
     MakeDisk();
