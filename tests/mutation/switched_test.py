@@ -52,6 +52,18 @@ class SwitchedTest(unittest.TestCase):
                 self.assertEqual(self.printed(program, number), output, f"{number}: {text}")
             self.assertEqual(self.reached(program, scratch), list(range(14)))
 
+    def test_each_comparison_has_its_switches_in_order(self):
+        for operator in ("<", "<=", ">", ">=", "==", "!="):
+            function = f"int F(int a, int b) {{ return int(a {operator} b); }}\nint kTwo;\n"
+            mutations = [m for m in mutations_of(function) if m.replacement in ("<", "<=", ">", ">=", "==", "!=")]
+            source = with_switches(function, [(mutation, number) for number, mutation in enumerate(mutations)])
+            with tempfile.TemporaryDirectory() as scratch:
+                program = self.built(source, scratch)
+                for number, mutation in enumerate(mutations):
+                    pairs = ((1, 2), (2, 2), (0, 3))
+                    other = " ".join(str(int(eval(f"{a} {mutation.replacement} {b}"))) for a, b in pairs)
+                    self.assertEqual(self.printed(program, number), other + " 0", f"{operator}: {mutation.replacement}")
+
     def test_lines_can_stay_as_they_are(self):
         mutations = mutations_of(FUNCTION)
         numbered = [(mutation, number) for number, mutation in enumerate(mutations)]

@@ -157,8 +157,8 @@ constexpr Result Mutated(const X& x, const Y& y) {
     }
 DISKACCESS_BINARY(Less, <, ApplyLessEqual, ApplyGreaterEqual)
 DISKACCESS_BINARY(LessEqual, <=, ApplyLess, ApplyGreater)
-DISKACCESS_BINARY(Greater, >, ApplyGreaterEqual, ApplyLessEqual)
-DISKACCESS_BINARY(GreaterEqual, >=, ApplyGreater, ApplyLess)
+DISKACCESS_BINARY(Greater, >, ApplyLessEqual, ApplyGreaterEqual)
+DISKACCESS_BINARY(GreaterEqual, >=, ApplyLess, ApplyGreater)
 DISKACCESS_BINARY(Equal, ==, ApplyUnequal, ApplyUnequal)
 DISKACCESS_BINARY(Unequal, !=, ApplyEqual, ApplyEqual)
 DISKACCESS_BINARY(Plus, +, ApplyMinus, ApplyMinus)
