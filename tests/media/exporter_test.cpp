@@ -452,7 +452,8 @@ TEST_F(SignedExports, HaveASignatureBesideTheManifest) {
         EXPECT_EQ(ReadFile(File("out.json.sig")).size(), kSignatureBytes);
         EXPECT_TRUE(SignatureFits());
         // It tells of the manifest, and is no output that the manifest tells of.
-        for (const Json& output : Manifest()["outputs"]) {
+        const Json manifest = Manifest();
+        for (const Json& output : manifest["outputs"]) {
             EXPECT_EQ(output["file"].get<std::string>().find(".sig"), std::string::npos);
         }
     }

@@ -442,7 +442,7 @@ TEST_F(HostileManifests, HaveMembersOfTheirTypes) {
     MakeExport(Container::Matroska);
     const std::vector<Json> values = {nullptr, -1, 1e300, "text", Json::array(), Json{{"a", 1}}};
     // Nothing of another type is taken, or ends the program.
-    Forge([](Json& manifest) { manifest["blocks"] = {manifest["blocks"][0]}; });
+    Forge([](Json& manifest) { manifest["blocks"] = Json::array({manifest["blocks"][0]}); });
     const Json manifest = Manifest();
     for (const auto& [key, old] : manifest.items()) {
         for (const Json& value : values) {
