@@ -51,8 +51,8 @@ class Disk:
                  partition: int | None = None, disk_type: int | None = None, skew: int = 0,
                  tz: datetime.tzinfo = datetime.timezone.utc) -> None:
         self._clock = Clock(skew, tz)
-        self._session = _native.Session(os.fspath(source), partition, disk_type, password)
-        self._info = info_of(self._session.facts(), self._clock)
+        self._shared = _native.SharedDisk(os.fspath(source), partition, disk_type, password)
+        self._info = info_of(self._shared.facts(), self._clock)
 
     def __enter__(self) -> Disk:
         return self
@@ -67,12 +67,12 @@ class Disk:
 
     def close(self) -> None:
         """Closes the disk, also when it is closed already. Frames that were delivered stay as they are."""
-        self._session.close()
+        self._shared.close()
 
     @property
     def closed(self) -> bool:
         """Whether it is closed."""
-        return self._session.is_closed()
+        return self._shared.is_closed()
 
     @property
     def info(self) -> Info:
@@ -83,7 +83,7 @@ class Disk:
                 channels: Iterable[int] | None = None) -> Records:
         """The recordings of a range, block by block in recording order, uncut."""
         first, last = self._clock.disk_range(start, end)
-        return Records(self._session.records(first, last, _channel_bits(channels)), self._clock)
+        return Records(self._shared.records(first, last, _channel_bits(channels)), self._clock)
 
     def events(self, start: Time | None = None, end: Time | None = None, types: int = _ALL_EVENTS) -> Events:
         """The events of a range.
@@ -91,7 +91,7 @@ class Disk:
         types: those whose type has a bit in common with it.
         """
         first, last = self._clock.disk_range(start, end)
-        return Events(self._session.events(first, last, types), self._clock)
+        return Events(self._shared.events(first, last, types), self._clock)
 
     def problems(self, start: Time | None = None, end: Time | None = None,
                  channels: Iterable[int] | None = None) -> list[Problem]:
@@ -100,7 +100,7 @@ class Disk:
         What is wrong with the frames themselves is found by reading them: see Frames.problems.
         """
         first, last = self._clock.disk_range(start, end)
-        found = self._session.problems(first, last, _channel_bits(channels))
+        found = self._shared.problems(first, last, _channel_bits(channels))
         return [problem_of(fields, self._clock) for fields in found]
 
     def frames(self, start: Time | None = None, end: Time | None = None, channels: Iterable[int] | None = None, *,
@@ -112,7 +112,7 @@ class Disk:
         payload: whether payloads are read. Heads alone are faster.
         """
         first, last = self._clock.disk_range(start, end)
-        return Frames(self._session, self._clock, first, last, _channel_bits(channels), decodable, payload)
+        return Frames(self._shared, self._clock, first, last, _channel_bits(channels), decodable, payload)
 
     def export(self, output: str | os.PathLike[str], start: Time | None = None, end: Time | None = None,
                channels: Iterable[int] | None = None, *, container: str | None = None,
@@ -130,15 +130,15 @@ class Disk:
         request = _export.request(os.fspath(output), container, audio, replace)
         request.update(first=first, last=last, from_given=start is not None, to_given=end is not None,
                        channels=_channel_bits(channels), source=os.path.abspath(self._info.source))
-        return _export.run(self._session, request, self._clock)
+        return _export.run(self._shared, request, self._clock)
 
 
 class Frames(_native.FrameReader):
     """An iterator over frames: Disk.frames() makes it. It may be dropped half-way."""
 
-    def __init__(self, session: _native.Session, clock: Clock, first: int, last: int, channels: int,
+    def __init__(self, shared: _native.SharedDisk, clock: Clock, first: int, last: int, channels: int,
                  decodable: bool, payload: bool) -> None:
-        super().__init__(session, first, last, channels, decodable, payload, clock.skew * MICROS, clock.zone)
+        super().__init__(shared, first, last, channels, decodable, payload, clock.skew * MICROS, clock.zone)
         self._clock = clock
 
     @property

@@ -64,11 +64,11 @@ def request(name: str, container: str | None, audio: tuple[str, int] | None, rep
     return {"name": name, "container": container, "audio_codec": codec, "audio_rate": rate, "replace": replace}
 
 
-def run(session: _native.Session, asked: dict[str, Any], clock: Clock) -> Export | None:
+def run(shared: _native.SharedDisk, asked: dict[str, Any], clock: Clock) -> Export | None:
     words = _Words(clock)
     now = datetime.datetime.now(clock.zone).replace(microsecond=0)
     asked.update(made=_rfc3339(now, "seconds"), skew=clock.skew, zone=str(clock.zone))
-    answer = session.export(asked, words)
+    answer = shared.export(asked, words)
     if answer is None:
         return None
     outputs = [Output(*fields) for fields in answer["outputs"]]

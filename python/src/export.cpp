@@ -61,10 +61,10 @@ py::dict Answer(const media::ExportResult& result) {
 
 } // namespace
 
-py::object Export(Session& session, media::ExportRequest request, const py::object& words) {
+py::object Export(SharedDisk& shared, media::ExportRequest request, const py::object& words) {
     request.wording = WordingOf(words);
     const std::optional<media::ExportResult> result =
-        session.Do([&request](const Session::Open& open, const recordings::Watch& watch) {
+        shared.Do([&request](const SharedDisk::Open& open, const recordings::Watch& watch) {
             return media::Export(open.disk, open.blocks, open.identity, request, {}, watch);
         });
     return result ? py::object(Answer(*result)) : py::object(py::none());

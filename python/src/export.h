@@ -6,7 +6,7 @@
 #include <string>
 
 #include "media/exporter.h"
-#include "session.h"
+#include "shared_disk.h"
 
 namespace python {
 
@@ -14,7 +14,7 @@ namespace python {
 /// @param words an object with the methods timestamp(micros), utc_timestamp(micros), readable_time(micros),
 ///        readable_second(micros) and printable(bytes), each of which answers with a str
 /// @return None when the range holds no frames; else a dictionary: outputs, manifest, tracks, left_out, problems
-pybind11::object Export(Session& session, media::ExportRequest request, const pybind11::object& words);
+pybind11::object Export(SharedDisk& shared, media::ExportRequest request, const pybind11::object& words);
 
 } // namespace python
 

@@ -13,23 +13,24 @@ constexpr size_t kSome = 128;
 
 } // namespace
 
-FrameReader::FrameReader(std::shared_ptr<Session> session, const recordings::FrameQuery& query,
+FrameReader::FrameReader(std::shared_ptr<SharedDisk> shared, const recordings::FrameQuery& query,
                          int64_t skewMicros, pybind11::object zone)
-    : m_session(std::move(session)), m_query(query), m_skewMicros(skewMicros), m_zone(std::move(zone)) {
-    m_session->Do(
-        [this](const Session::Open& /*open*/, const recordings::Watch& /*watch*/) { m_session->Add(*this); });
+    : m_shared(std::move(shared)), m_query(query), m_skewMicros(skewMicros), m_zone(std::move(zone)) {
+    m_shared->Do([this](const SharedDisk::Open& /*open*/, const recordings::Watch& /*watch*/) {
+        m_shared->Add(*this);
+    });
 }
 
 FrameReader::~FrameReader() {
-    m_session->Remove(*this);
+    m_shared->Remove(*this);
 }
 
 pybind11::object FrameReader::Next() {
-    m_session->ExpectOpen();
+    m_shared->ExpectOpen();
     if (!HasRead()) {
         Fill();
         if (!HasRead()) {
-            m_session->ExpectOpen();
+            m_shared->ExpectOpen();
             throw pybind11::stop_iteration();
         }
     }
@@ -53,7 +54,7 @@ void FrameReader::Fill() {
     m_read.clear();
     m_next = 0;
     try {
-        m_read = m_session->Do([this](const Session::Open& open, const recordings::Watch& watch) {
+        m_read = m_shared->Do([this](const SharedDisk::Open& open, const recordings::Watch& watch) {
             return ReadSome(open, watch);
         });
     } catch (...) {
@@ -63,7 +64,7 @@ void FrameReader::Fill() {
     m_filling = false;
 }
 
-std::vector<FrameReader::Entry> FrameReader::ReadSome(const Session::Open& open,
+std::vector<FrameReader::Entry> FrameReader::ReadSome(const SharedDisk::Open& open,
                                                       const recordings::Watch& watch) {
     std::vector<Entry> some;
     if (m_ended) {
@@ -89,17 +90,17 @@ std::vector<FrameReader::Entry> FrameReader::ReadSome(const Session::Open& open,
 }
 
 std::vector<recordings::Problem> FrameReader::Problems() {
-    return m_session->InTurn([this] { return m_problems.All(); });
+    return m_shared->InTurn([this] { return m_problems.All(); });
 }
 
 std::vector<recordings::Gap> FrameReader::Gaps() {
-    return m_session->InTurn([this] { return m_frames ? m_frames->Gaps() : m_gaps; });
+    return m_shared->InTurn([this] { return m_frames ? m_frames->Gaps() : m_gaps; });
 }
 
 void FrameReader::Finish() {
     m_read.clear();
     m_next = 0;
-    m_session->InTurn([this] { Drop(); });
+    m_shared->InTurn([this] { Drop(); });
 }
 
 void FrameReader::Drop() {

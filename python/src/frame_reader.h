@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "recordings/range_frames.h"
-#include "session.h"
+#include "shared_disk.h"
 
 namespace python {
 
@@ -15,7 +15,7 @@ namespace python {
 /// would cost more than reading it.
 class FrameReader : public Reading {
 public:
-    FrameReader(std::shared_ptr<Session> session, const recordings::FrameQuery& query, int64_t skewMicros,
+    FrameReader(std::shared_ptr<SharedDisk> shared, const recordings::FrameQuery& query, int64_t skewMicros,
                 pybind11::object zone);
     ~FrameReader() override;
     FrameReader(const FrameReader&) = delete;
@@ -24,7 +24,7 @@ public:
     /// @throws pybind11::stop_iteration at the end; Busy when another thread is in here
     pybind11::object Next();
     /// Whether a frame is there that was read already.
-    bool HasRead() const { return m_next < m_read.size() && !m_session->IsClosed(); }
+    bool HasRead() const { return m_next < m_read.size() && !m_shared->IsClosed(); }
     /// That frame, as a new reference; null with an exception set.
     PyObject* TakeRead();
     /// What was met so far.
@@ -41,9 +41,9 @@ private:
     };
 
     void Fill();
-    std::vector<Entry> ReadSome(const Session::Open& open, const recordings::Watch& watch);
+    std::vector<Entry> ReadSome(const SharedDisk::Open& open, const recordings::Watch& watch);
 
-    std::shared_ptr<Session> m_session;
+    std::shared_ptr<SharedDisk> m_shared;
     recordings::FrameQuery m_query;
     int64_t m_skewMicros;
     pybind11::object m_zone;

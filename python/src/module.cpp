@@ -14,14 +14,14 @@
 #include "frame_reader.h"
 #include "media/error.h"
 #include "rows.h"
-#include "session.h"
+#include "shared_disk.h"
 #include "times.h"
 
 namespace {
 
 namespace py = pybind11;
 using python::FrameReader;
-using python::Session;
+using python::SharedDisk;
 
 recordings::RecordQuery QueryOf(uint32_t first, uint32_t last, uint32_t channels) {
     recordings::RecordQuery query;
@@ -30,7 +30,7 @@ recordings::RecordQuery QueryOf(uint32_t first, uint32_t last, uint32_t channels
     return query;
 }
 
-std::unique_ptr<FrameReader> Frames(std::shared_ptr<Session> session, uint32_t first, uint32_t last,
+std::unique_ptr<FrameReader> Frames(std::shared_ptr<SharedDisk> shared, uint32_t first, uint32_t last,
                                     uint32_t channels, bool decodable, bool payload, int64_t skewMicros,
                                     py::object zone) {
     recordings::FrameQuery query;
@@ -38,7 +38,7 @@ std::unique_ptr<FrameReader> Frames(std::shared_ptr<Session> session, uint32_t f
     query.channels = {channels};
     query.decodable = decodable;
     query.want = payload ? recordings::Want::Payloads : recordings::Want::Heads;
-    return std::make_unique<FrameReader>(std::move(session), query, skewMicros, std::move(zone));
+    return std::make_unique<FrameReader>(std::move(shared), query, skewMicros, std::move(zone));
 }
 
 media::Container ContainerOf(const std::string& name) {
@@ -48,7 +48,7 @@ media::Container ContainerOf(const std::string& name) {
 }
 
 /// Takes what the package's Python side has put together: see _native.pyi.
-py::object Export(Session& session, const py::dict& asked, const py::object& words) {
+py::object Export(SharedDisk& shared, const py::dict& asked, const py::object& words) {
     media::ExportRequest request;
     request.name = asked["name"].cast<std::string>();
     request.container = ContainerOf(asked["container"].cast<std::string>());
@@ -63,7 +63,7 @@ py::object Export(Session& session, const py::dict& asked, const py::object& wor
     request.zone = asked["zone"].cast<std::string>();
     request.provenance.program = "diskaccess for Python " DISKACCESS_VERSION;
     request.provenance.sourcePath = asked["source"].cast<std::string>();
-    return python::Export(session, std::move(request), words);
+    return python::Export(shared, std::move(request), words);
 }
 
 /// Makes an exception of the package.
@@ -168,25 +168,25 @@ PYBIND11_MODULE(_native, module) {
                  return gaps;
              })
         .def("close", &FrameReader::Finish);
-    py::class_<Session, std::shared_ptr<Session>>(module, "Session")
+    py::class_<SharedDisk, std::shared_ptr<SharedDisk>>(module, "SharedDisk")
         .def(py::init([](const std::string& path, std::optional<uint32_t> partition,
                          std::optional<int> diskType, const std::optional<std::string>& password) {
-            return std::make_shared<Session>(python::Opening{path, partition, diskType, password});
+            return std::make_shared<SharedDisk>(python::Opening{path, partition, diskType, password});
         }))
-        .def("close", &Session::Close)
-        .def("is_closed", &Session::IsClosed)
+        .def("close", &SharedDisk::Close)
+        .def("is_closed", &SharedDisk::IsClosed)
         .def("facts", &python::Facts)
         .def("records",
-             [](Session& session, uint32_t first, uint32_t last, uint32_t channels) {
-                 return python::PackedRecords(session, QueryOf(first, last, channels));
+             [](SharedDisk& shared, uint32_t first, uint32_t last, uint32_t channels) {
+                 return python::PackedRecords(shared, QueryOf(first, last, channels));
              })
         .def("events",
-             [](Session& session, uint32_t first, uint32_t last, uint64_t types) {
-                 return python::PackedEvents(session, {first, last}, types);
+             [](SharedDisk& shared, uint32_t first, uint32_t last, uint64_t types) {
+                 return python::PackedEvents(shared, {first, last}, types);
              })
         .def("problems",
-             [](Session& session, uint32_t first, uint32_t last, uint32_t channels) {
-                 return python::AsList(python::ProblemsOf(session, QueryOf(first, last, channels)));
+             [](SharedDisk& shared, uint32_t first, uint32_t last, uint32_t channels) {
+                 return python::AsList(python::ProblemsOf(shared, QueryOf(first, last, channels)));
              })
         .def("export", &Export);
 }

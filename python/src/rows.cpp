@@ -81,8 +81,8 @@ py::dict ChannelFacts(const recordings::BlockIdentity& identity) {
 
 } // namespace
 
-py::bytes PackedRecords(Session& session, const recordings::RecordQuery& query) {
-    const Packer packer = session.Do([&query](const Session::Open& open, const Watch& watch) {
+py::bytes PackedRecords(SharedDisk& shared, const recordings::RecordQuery& query) {
+    const Packer packer = shared.Do([&query](const SharedDisk::Open& open, const Watch& watch) {
         Packer rows;
         recordings::RecordQuery visible = query;
         visible.channels = query.channels.Without(open.disk.Hidden());
@@ -96,8 +96,8 @@ py::bytes PackedRecords(Session& session, const recordings::RecordQuery& query) 
     return packer.Bytes();
 }
 
-py::bytes PackedEvents(Session& session, const recordings::TimeRange& range, recordings::EventMask mask) {
-    const Packer packer = session.Do([&range, mask](const Session::Open& open, const Watch& watch) {
+py::bytes PackedEvents(SharedDisk& shared, const recordings::TimeRange& range, recordings::EventMask mask) {
+    const Packer packer = shared.Do([&range, mask](const SharedDisk::Open& open, const Watch& watch) {
         Packer rows;
         for (const recordings::Event& event :
              recordings::FindEvents(open.disk, open.blocks, range, mask, {}, watch)) {
@@ -110,14 +110,14 @@ py::bytes PackedEvents(Session& session, const recordings::TimeRange& range, rec
     return packer.Bytes();
 }
 
-py::dict Facts(Session& session) {
+py::dict Facts(SharedDisk& shared) {
     struct Answer {
-        const Session::Open* open;
+        const SharedDisk::Open* open;
         const recordings::Block* oldest;
         const recordings::Block* newest;
         std::optional<recordings::BlockIdentity> identity;
     };
-    const Answer answer = session.Do([](const Session::Open& open, const Watch& /*watch*/) {
+    const Answer answer = shared.Do([](const SharedDisk::Open& open, const Watch& /*watch*/) {
         const recordings::Block* const newest = End(open.blocks, true);
         return Answer{&open, End(open.blocks, false), newest,
                       newest == nullptr ? std::nullopt : ReadIdentity(open.disk, newest->number)};
@@ -153,8 +153,8 @@ py::list AsList(const std::vector<recordings::Problem>& problems) {
     return list;
 }
 
-std::vector<recordings::Problem> ProblemsOf(Session& session, const recordings::RecordQuery& query) {
-    return session.Do([&query](const Session::Open& open, const Watch& watch) {
+std::vector<recordings::Problem> ProblemsOf(SharedDisk& shared, const recordings::RecordQuery& query) {
+    return shared.Do([&query](const SharedDisk::Open& open, const Watch& watch) {
         recordings::ProblemList problems;
         for (const recordings::Problem& problem : open.disk.OpeningProblems()) {
             problems.Add(problem);

@@ -8,7 +8,7 @@
 
 #include "recordings/problem.h"
 #include "recordings/records.h"
-#include "session.h"
+#include "shared_disk.h"
 
 namespace python {
 
@@ -16,21 +16,21 @@ namespace python {
 // rest as tuples and dictionaries.
 
 /// Records of a range: <IIIIIQBB: block, channel, segment, start, end, bytes, closed, mark.
-pybind11::bytes PackedRecords(Session& session, const recordings::RecordQuery& query);
+pybind11::bytes PackedRecords(SharedDisk& shared, const recordings::RecordQuery& query);
 
 /// Events: <qQIIiB: micros, type, block, entry, channel or -1, indexed.
-pybind11::bytes PackedEvents(Session& session, const recordings::TimeRange& range,
+pybind11::bytes PackedEvents(SharedDisk& shared, const recordings::TimeRange& range,
                              recordings::EventMask mask);
 
 /// What the head, the newest block and the list of blocks say.
-pybind11::dict Facts(Session& session);
+pybind11::dict Facts(SharedDisk& shared);
 
 /// A problem: kind, severity, text without times, and its fields.
 pybind11::tuple AsTuple(const recordings::Problem& problem);
 pybind11::list AsList(const std::vector<recordings::Problem>& problems);
 
 /// What is wrong with the disk, with its blocks of a range and with their indexes.
-std::vector<recordings::Problem> ProblemsOf(Session& session, const recordings::RecordQuery& query);
+std::vector<recordings::Problem> ProblemsOf(SharedDisk& shared, const recordings::RecordQuery& query);
 
 } // namespace python
 

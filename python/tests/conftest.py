@@ -26,13 +26,13 @@ def generate(output: pathlib.Path, blocks: int = 16, channels: int = 2, seconds:
     return output
 
 
-@pytest.fixture(scope="session")
+@pytest.fixture(scope="module")
 def sample() -> pathlib.Path:
     """The sample partition: real video and audio of a bus with four cameras."""
     return required("SAMPLE_DIRECTORY") / "sample.img"
 
 
-@pytest.fixture(scope="session")
+@pytest.fixture(scope="module")
 def program() -> pathlib.Path:
     return required("DISKACCESS")
 

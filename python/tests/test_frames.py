@@ -223,7 +223,7 @@ def test_other_threads_run_meanwhile(ring: pathlib.Path) -> None:
         ticker = threading.Thread(target=tick)
         ticker.start()
         begin = time.perf_counter()
-        opened._session.records(0, 0xFFFFFFFF, 0xFFFFFFFF)  # one call, in which Python runs nothing itself
+        opened._shared.records(0, 0xFFFFFFFF, 0xFFFFFFFF)  # one call, in which Python runs nothing itself
         end = time.perf_counter()
         done.set()
         ticker.join()
@@ -241,7 +241,7 @@ def test_an_interruption_ends_long_work(ring: pathlib.Path) -> None:
             with pytest.raises(KeyboardInterrupt):
                 signal.setitimer(signal.ITIMER_REAL, 0.02)
                 while True:  # wherever it strikes
-                    opened._session.records(0, 0xFFFFFFFF, 0xFFFFFFFF)
+                    opened._shared.records(0, 0xFFFFFFFF, 0xFFFFFFFF)
             assert len(opened.records()) == 80000  # nothing is left behind that hinders
     finally:
         signal.setitimer(signal.ITIMER_REAL, 0)
@@ -257,7 +257,7 @@ def test_an_interruption_does_not_wait_for_the_end(ring: pathlib.Path) -> None:
                 while True:
                     for frame in disk.frames():
                         pass
-                    disk._session.records(0, 0xFFFFFFFF, 0xFFFFFFFF)
+                    disk._shared.records(0, 0xFFFFFFFF, 0xFFFFFFFF)
             except KeyboardInterrupt:
                 print("interrupted")
     """
@@ -284,7 +284,7 @@ def test_a_handler_of_signals_cannot_use_what_it_interrupts(ring: pathlib.Path) 
         try:
             signal.setitimer(signal.ITIMER_REAL, 0.02, 0.05)
             for _ in range(200):
-                opened._session.records(0, 0xFFFFFFFF, 0xFFFFFFFF)
+                opened._shared.records(0, 0xFFFFFFFF, 0xFFFFFFFF)
                 if any(isinstance(error, diskaccess.BusyError) for error in caught):
                     break
         finally:

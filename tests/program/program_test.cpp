@@ -435,9 +435,9 @@ TEST_F(Program, DaysAreThoseOfTheZoneAndOfTrueTime) {
         return dates;
     };
     EXPECT_EQ(days({"--utc"}), "2026-11-20 ");
-    EXPECT_EQ(days({"--tz", "XXX-9:45"}), "2026-11-20 2026-11-21 ");
-    EXPECT_EQ(days({"--tz", "XXX-10"}), "2026-11-21 ");
-    EXPECT_EQ(days({"--tz", "XXX+14:20"}), "2026-11-19 2026-11-20 ");
+    EXPECT_EQ(days({"--tz", "EAST-9:45"}), "2026-11-20 2026-11-21 ");
+    EXPECT_EQ(days({"--tz", "EAST-10"}), "2026-11-21 ");
+    EXPECT_EQ(days({"--tz", "WEST+14:20"}), "2026-11-19 2026-11-20 ");
     // A clock that was two days, and one that was 14 hours and a half, ahead.
     EXPECT_EQ(days({"--utc", "--skew", "172800"}), "2026-11-18 ");
     EXPECT_EQ(days({"--utc", "--skew", "52200"}), "2026-11-19 2026-11-20 ");

@@ -1,5 +1,5 @@
-#ifndef PYTHON_SESSION_H
-#define PYTHON_SESSION_H
+#ifndef PYTHON_SHARED_DISK_H
+#define PYTHON_SHARED_DISK_H
 
 #include <pybind11/pybind11.h>
 
@@ -38,7 +38,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-class Session;
+class SharedDisk;
 
 /// What a disk's closing ends.
 class Reading {
@@ -58,12 +58,12 @@ struct Opening {
 
 /// All that is there while a disk is open. Python's threads use it one after the other: the work on it goes without the
 /// interpreter's lock, so that others go on meanwhile.
-class Session {
+class SharedDisk {
 public:
-    explicit Session(const Opening& opening);
-    ~Session();
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
+    explicit SharedDisk(const Opening& opening);
+    ~SharedDisk();
+    SharedDisk(const SharedDisk&) = delete;
+    SharedDisk& operator=(const SharedDisk&) = delete;
 
     /// What the work gets to see of an open disk.
     struct Open {
@@ -111,13 +111,13 @@ private:
     /// One thread's turn.
     class Turn {
     public:
-        explicit Turn(Session& session);
+        explicit Turn(SharedDisk& shared);
         ~Turn();
         Turn(const Turn&) = delete;
         Turn& operator=(const Turn&) = delete;
 
     private:
-        Session& m_session;
+        SharedDisk& m_shared;
     };
 
     bool IsMyTurn() const { return m_whose == std::this_thread::get_id(); }
@@ -134,4 +134,4 @@ private:
 
 } // namespace python
 
-#endif // PYTHON_SESSION_H
+#endif // PYTHON_SHARED_DISK_H

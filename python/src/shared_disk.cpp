@@ -1,12 +1,12 @@
-#include "session.h"
+#include "shared_disk.h"
 
 namespace python {
 
-Session::Open::Open(const Opening& opening)
+SharedDisk::Open::Open(const Opening& opening)
     : disk(recordings::OpenSource(opening.path, opening.partition), opening.diskType),
       identity(disk.Bytes().Descriptors()) {}
 
-Session::Session(const Opening& opening) : m_path(opening.path) {
+SharedDisk::SharedDisk(const Opening& opening) : m_path(opening.path) {
     try {
         const pybind11::gil_scoped_release unlocked;
         m_open = std::make_unique<Open>(opening);
@@ -22,40 +22,40 @@ Session::Session(const Opening& opening) : m_path(opening.path) {
     }
 }
 
-Session::~Session() = default;
+SharedDisk::~SharedDisk() = default;
 
-Session::Turn::Turn(Session& session) : m_session(session) {
-    if (session.IsMyTurn()) {
-        throw Busy(session.m_path + ": is being read; a signal's handler cannot use it meanwhile");
+SharedDisk::Turn::Turn(SharedDisk& shared) : m_shared(shared) {
+    if (shared.IsMyTurn()) {
+        throw Busy(shared.m_path + ": is being read; a signal's handler cannot use it meanwhile");
     }
-    session.m_turns.lock();
-    session.m_whose = std::this_thread::get_id();
+    shared.m_turns.lock();
+    shared.m_whose = std::this_thread::get_id();
 }
 
-Session::Turn::~Turn() {
-    m_session.m_whose = std::thread::id();
-    m_session.m_turns.unlock();
+SharedDisk::Turn::~Turn() {
+    m_shared.m_whose = std::thread::id();
+    m_shared.m_turns.unlock();
 }
 
-void Session::ExpectOpen() const {
+void SharedDisk::ExpectOpen() const {
     if (m_closed) {
         throw Closed(m_path + ": is closed; open it again");
     }
 }
 
 /// Whether no signal's handler has raised an exception. What it raised stays set in this thread.
-bool Session::GoesOn() {
+bool SharedDisk::GoesOn() {
     const pybind11::gil_scoped_acquire locked;
     return PyErr_CheckSignals() == 0;
 }
 
-void Session::ThrowWhatWasRaised() {
+void SharedDisk::ThrowWhatWasRaised() {
     if (PyErr_Occurred() != nullptr) {
         throw pybind11::error_already_set();
     }
 }
 
-void Session::Close() {
+void SharedDisk::Close() {
     InTurn([this] {
         for (Reading* reading : m_readings) {
             reading->Drop();
@@ -66,7 +66,7 @@ void Session::Close() {
     });
 }
 
-void Session::Remove(Reading& reading) {
+void SharedDisk::Remove(Reading& reading) {
     if (IsMyTurn()) { // garbage is collected in a signal's handler, while this thread reads something else
         m_readings.erase(&reading);
     } else {
