@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 
 #include "recordings/error.h"
@@ -35,6 +36,15 @@ protected:
     void RecordSeconds(int64_t from, int64_t seconds) {
         for (int64_t i = 0; i < seconds * 10; ++i) {
             Record(At(from * 1000 + i * 100), i % 10 == 0 ? kVideoI : kVideoP, 0, i % 10 == 0 ? 200 : 100);
+        }
+    }
+
+    /// Fills the ring's eight blocks, one an hour, with two seconds each: what is recorded next goes to the first again.
+    void RecordAWholeTurn() {
+        Begin(1);
+        for (int64_t hour = 0; hour < 8; ++hour) {
+            RecordSeconds(hour * 3600, 2);
+            Recorder().PowerOff();
         }
     }
 
@@ -228,6 +238,27 @@ TEST_P(BlockFrames, OfUnevenCamerasAreSound) {
     }
 }
 
+TEST_P(BlockFrames, OfLockedChannelsAreDeliveredToo) {
+    // A check of a whole block needs all of it. Of ten frames five are of the channel that the lock hides.
+    Begin(3);
+    for (int64_t i = 0; i < 10; ++i) {
+        Record(At(i * 100), i < 2 ? kVideoI : kVideoP, i % 2 == 0 ? 0 : 1, 100);
+    }
+    Recorder().PowerOff();
+    Image().EditHead([](PartHead_t& head) {
+        head.Encrypt = 1;
+        head.EncryptMap = 2;
+        std::memcpy(head.CipherCode, "open", 5);
+    });
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(Open().Hidden().bits, 2u);
+    EXPECT_EQ(read.frames.size(), 10u);
+    EXPECT_EQ(std::count_if(read.frames.begin(), read.frames.end(),
+                            [](const RecordedFrame& each) { return each.frame.channel == 1; }),
+              5);
+    ExpectSound(0);
+}
+
 TEST_P(BlockFrames, OfAnIndexThatWasRebuiltAreSound) {
     // The recorder counts 20 bytes for a head, and ends segments 4 bytes early.
     Begin(1);
@@ -243,11 +274,7 @@ TEST_P(BlockFrames, OfAnIndexThatWasRebuiltAreSound) {
 
 TEST_P(BlockFrames, LeaveOutWhatThePreviousTurnHasLeft) {
     // Eight hours ago frames lay right where those of now end.
-    Begin(1);
-    for (int64_t hour = 0; hour < 8; ++hour) {
-        RecordSeconds(hour * 3600, 2);
-        Recorder().PowerOff();
-    }
+    RecordAWholeTurn();
     const size_t before = Recorded().size();
     RecordSeconds(8 * 3600, 5);
     Recorder().CutPower();
@@ -289,12 +316,8 @@ TEST_P(BlockFrames, LeaveOutAnOldFrameThatLeadsOutOfTheBlock) {
 }
 
 TEST_P(BlockFrames, LeaveOutASingleOneOfThePreviousTurn) {
-    // A ring of eight blocks; the ninth, which was cut off, is followed by one frame of the first.
-    Begin(1);
-    for (int64_t hour = 0; hour < 8; ++hour) {
-        RecordSeconds(hour * 3600, 2);
-        Recorder().PowerOff();
-    }
+    // The ninth block, which was cut off, is followed by one frame of the first.
+    RecordAWholeTurn();
     const size_t before = Recorded().size();
     RecordSeconds(8 * 3600, 5);
     Recorder().CutPower();
@@ -305,12 +328,8 @@ TEST_P(BlockFrames, LeaveOutASingleOneOfThePreviousTurn) {
 }
 
 TEST_P(BlockFrames, AreNotLeftOverWhenTheRingHoldsOlderOnes) {
-    // In a ring of eight blocks the clock is set back by an hour while the ninth is written, which was cut off.
-    Begin(1);
-    for (int64_t hour = 0; hour < 8; ++hour) {
-        RecordSeconds(hour * 3600, 2);
-        Recorder().PowerOff();
-    }
+    // The clock is set back by an hour while the ninth block is written, which was cut off.
+    RecordAWholeTurn();
     const size_t before = Recorded().size();
     RecordSeconds(8 * 3600, 3);
     RecordSeconds(7 * 3600, 3);

@@ -22,6 +22,9 @@ enum class Want : uint8_t { Heads, Payloads };
 /// follow though more were recorded, reading goes on at the next place where one is found, and the stretch between is
 /// reported as a problem. What the index, the neighbours and the pace of a channel tell is held against the frames:
 /// each contradiction is reported, and none ends the reading. Time and memory are bounded by the size of the block.
+///
+/// Frames of channels that the access lock hides are delivered too: only a whole block can be held against its index. Who
+/// shows frames leaves out those of Disk::Hidden(), as RangeFrames does.
 class RECORDINGS_API BlockFrames {
 public:
     /// @param disk, block must outlive the reader
