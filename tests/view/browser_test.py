@@ -13,6 +13,7 @@ import os
 import re
 import shutil
 import signal
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -113,7 +114,7 @@ class Viewer:
 
     def end(self):
         self.process.send_signal(signal.SIGINT)
-        status = self.process.wait(20)
+        status = self.process.wait(60)
         self.process.stdout.close()
         return status
 
@@ -149,6 +150,8 @@ class ViewerTest(unittest.TestCase):
         shutil.rmtree(cls.folder)
         assert status == 0, "an interrupted viewer ends well"
 
+    seeks = 0
+
     def setUp(self):
         self.open(self.viewer.address)
 
@@ -167,22 +170,22 @@ class ViewerTest(unittest.TestCase):
     def data(self, name):
         return self.browser.execute_script("return document.body.dataset[arguments[0]] || ''", name)
 
-    def wait(self, holds, seconds=20):
+    def wait(self, holds, seconds=60):
         end = time.monotonic() + seconds
         while not holds():
             self.assertLess(time.monotonic(), end, "nothing came of it")
             time.sleep(0.03)
 
     def settle(self):
-        """Waits until nothing changes any more, and what was drawn is on the screen."""
-        before = None
-        for _ in range(100):
-            now = (self.data("time"), json.dumps(self.codes()))
-            if now == before:
-                return
-            before = now
-            time.sleep(0.12)
-        self.fail("the page does not come to rest")
+        """Waits until the page has done what it was asked, and what was drawn is on the screen."""
+        seen = [None, None]
+
+        def still():
+            seen[:] = [seen[1], (self.data("time"), self.codes())]
+            time.sleep(0.1)
+            return self.data("busy") == "false" and seen[0] == seen[1]
+
+        self.wait(still)
 
     def key(self, key):
         self.browser.find_element(By.TAG_NAME, "body").send_keys(key)
@@ -200,14 +203,23 @@ class ViewerTest(unittest.TestCase):
     def seek(self, seconds):
         """Goes to a time by the page's address."""
         at = START + datetime.timedelta(seconds=seconds)
-        self.browser.execute_script("location.hash = arguments[0]", "t=" + at.strftime("%Y-%m-%dT%H:%M:%S.%f"))
+        self.seeks += 1  # nothing happens when the address is what it was
+        self.browser.execute_script(
+            "location.hash = arguments[0]", f"t={at.strftime('%Y-%m-%dT%H:%M:%S.%f')}&n={self.seeks}")
         self.wait(lambda: self.data("time") == str(micros(seconds)))
         self.settle()
 
     def assert_shows(self, seconds, begun=0):
         """Each camera shows its last frame at or before a time, of the journey that began at @p begun."""
         inside = round((seconds - begun) * 1000000)
-        self.assertEqual(self.codes(), {str(channel): inside * rate // 1000000 for channel, rate in enumerate(RATES)})
+        self.assert_codes({str(channel): inside * rate // 1000000 for channel, rate in enumerate(RATES)})
+
+    def assert_codes(self, expected):
+        """What is drawn comes to the screen a little later, on a busy machine."""
+        end = time.monotonic() + 10
+        while self.codes() != expected and time.monotonic() < end:
+            time.sleep(0.1)
+        self.assertEqual(self.codes(), expected)
 
     # The tests.
 
@@ -241,7 +253,7 @@ class ViewerTest(unittest.TestCase):
                 self.settle()
                 shown = int(self.data("time")) - micros(0)
                 expected = {str(channel): (shown + 1) * rate // 1000000 for channel, rate in enumerate(RATES)}
-                self.assertEqual(self.codes(), expected)
+                self.assert_codes(expected)
 
     def test_jumps_to_events(self):
         self.key("n")
@@ -251,27 +263,61 @@ class ViewerTest(unittest.TestCase):
         self.assertIn("14:00:07.000", self.text("events"))
 
     def test_plays_all_cameras_in_step(self):
-        for rate, spread, span in (("1", 0.25, 2.5), ("4", GOP + 0.1, 2), ("16", GOP + 0.1, 0.5)):
+        for rate, spread, span in (("1", 0.25, 2.5), ("4", GOP + 0.1, 8), ("16", GOP + 0.1, 12)):
             self.seek(2)
             self.browser.execute_script(
                 "const rate = document.getElementById('rate'); rate.value = arguments[0];"
                 "rate.dispatchEvent(new Event('change'))", rate)
             self.key(" ")
             self.wait(lambda: self.data("playing") == "true")
-            first = int(self.data("time"))
             begun = time.monotonic()
-            while time.monotonic() < begun + span and int(self.data("time")) < micros(SECONDS - 2):
+            first = int(self.data("time"))
+            spreads = []
+            while int(self.data("time")) < first + span * 1000000:
+                self.assertLess(time.monotonic(), begun + 60, "it does move")
                 codes = self.codes()
                 times = [code / RATES[int(channel)] for channel, code in codes.items() if code is not None]
                 self.assertEqual(len(times), len(RATES))
-                self.assertLessEqual(max(times) - min(times), spread, f"at {rate}x")
-                time.sleep(0.1)
+                spreads.append(max(times) - min(times))
             passed = (int(self.data("time")) - first) / 1000000 / (time.monotonic() - begun)
-            self.assertGreater(passed, 0.3 * float(rate), "it does move")
-            self.assertLess(passed, 1.3 * float(rate), "and not too fast")
+            self.assertLess(passed, 1.1 * float(rate), "and not too fast")
+            # The pictures are read one after the other, while they change.
+            self.assertLessEqual(statistics.median(spreads), spread, f"at {rate}x")
             self.key(" ")
             self.wait(lambda: self.data("playing") == "false")
             self.settle()
+            shown = (int(self.data("time")) - micros(0)) / 1000000
+            self.assert_shows(shown, AGAIN if shown >= AGAIN else 0)
+
+    def test_keeps_its_time_in_the_address(self):
+        self.seek(2)
+        self.key(" ")
+        addresses = set()
+
+        def changes():
+            addresses.add(self.browser.execute_script("return location.hash"))
+            return len(addresses) > 3
+
+        self.wait(changes)
+        # What is typed is not written over by the time that is shown meanwhile.
+        at = (START + datetime.timedelta(seconds=12)).strftime("%Y-%m-%dT%H:%M:%S")
+        self.browser.execute_script(
+            "location.hash = arguments[0]; history.replaceState(null, '', '#t=2026-11-20T14:00:03.000')", "t=" + at)
+        self.wait(lambda: int(self.data("time")) >= micros(12))
+        self.key(" ")
+        self.settle()
+        self.wait(lambda: self.browser.execute_script("return location.hash").endswith(self.text("time").split()[1]))
+
+    def test_does_what_is_asked_last(self):
+        self.seek(1)
+        for _ in range(3):
+            self.browser.execute_script(
+                "for (const key of arguments[0]) {"
+                "  document.body.dispatchEvent(new KeyboardEvent('keydown', {key, bubbles: true, shiftKey: key !== ' '}));"
+                "}", [" ", " ", "Home", "ArrowRight", "ArrowLeft", "ArrowRight"])
+            self.wait(lambda: self.data("time") == str(micros(10)))
+            self.settle()
+            self.assert_shows(10)
 
     def test_plays_backwards(self):
         self.seek(15)
@@ -385,7 +431,7 @@ class ViewerTest(unittest.TestCase):
         try:
             self.open(viewer.address)
             self.seek(2.1)
-            self.assertEqual(self.codes(), {str(channel): 10 for channel in range(32)})
+            self.assert_codes({str(channel): 10 for channel in range(32)})
         finally:
             viewer.end()
 

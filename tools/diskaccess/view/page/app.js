@@ -1,5 +1,6 @@
 // The page: what is on the disk, what is shown of it, and what the user wants.
 
+import { Address } from "/address.js";
 import { Api, takeToken } from "/api.js";
 import { Clock, kSecond, lengthText } from "/clock.js";
 import { Player } from "/player.js";
@@ -9,11 +10,13 @@ import { Timeline, journeysOf } from "/timeline.js";
 const find = (id) => document.getElementById(id);
 const kWholeColumns = 8192;
 const kPoll = 400; // milliseconds
+const kStepsToFirst = 100;
 const kRates = [0.0625, 0.125, 0.25, 0.5, 1, 2, 4, 8, 16];
 
 const api = new Api(takeToken());
 let info;
 let clock;
+let address;
 let timeline;
 let player;
 let sound;
@@ -23,7 +26,7 @@ let chosen = [];
 let events = [];
 let damages = [];
 let exportNumber = null;
-let stepsToFirst = 100; // may be made until a picture is shown
+let stepsToFirst = 0; // may be made until a picture is shown
 
 function complain(error) {
   find("message").textContent = error.message || String(error);
@@ -110,24 +113,6 @@ function showTime(time) {
   slider.setAttribute("aria-valuetext", clock.text(time));
 }
 
-let addressTimer = 0;
-function keepInAddress(time) {
-  clearTimeout(addressTimer);
-  addressTimer = setTimeout(() => history.replaceState(null, "", "#t=" + clock.text(time).replace(" ", "T")), 250);
-}
-
-function timeOfAddress() {
-  const text = new URLSearchParams(location.hash.slice(1)).get("t");
-  const parts = /^(\d{4}-\d\d-\d\d)[T ](\d\d:\d\d:\d\d)(\.\d{1,6})?$/.exec(text || "");
-  if (!parts) {
-    return null;
-  }
-  const local = Date.parse(parts[1] + "T" + parts[2] + "Z") / 1000;
-  const truly = local - clock.offsetAt(local - clock.offsetAt(local));
-  const micros = Math.round(Number("0" + (parts[3] || "")) * kSecond);
-  return (truly + info.skew_seconds) * kSecond + micros;
-}
-
 function stateText(shown) {
   if (!document.body.dataset.complete) {
     return "reading the disk";
@@ -150,13 +135,12 @@ function show(shown) {
   }
   document.body.dataset.playing = shown.playing;
   document.body.dataset.mode = shown.keysOnly ? "key" : "all";
-  document.body.dataset.seek = shown.number ?? "";
   document.body.dataset.ready = "true";
   find("play").textContent = shown.playing ? "❚❚" : "▶";
   find("play").setAttribute("aria-label", shown.playing ? "Pause" : "Play");
   find("state").textContent = stateText(shown);
   showTime(shown.time);
-  keepInAddress(shown.time);
+  address.keep(shown.time);
   sound.follow(shown.time, shown.playing, player.rate);
   if (shown.playing) {
     skipGap(shown);
@@ -517,15 +501,11 @@ function connect() {
   timeline.addEventListener("scrub", (event) => player.scrub(event.detail.time));
   timeline.addEventListener("view", () => readDetail().catch(complain));
   player.addEventListener("shown", (event) => show(event.detail));
+  player.addEventListener("busy", () => (document.body.dataset.busy = "true"));
+  player.addEventListener("idle", () => (document.body.dataset.busy = "false"));
   player.addEventListener("loss", (event) => addLoss(event.detail.loss));
   player.addEventListener("still", (event) => saveStill(event.detail));
   player.addEventListener("failure", (event) => complain(new Error(event.detail.text)));
-  addEventListener("hashchange", () => {
-    const time = timeOfAddress();
-    if (time !== null) {
-      goTo(time);
-    }
-  });
   new ResizeObserver(layOut).observe(find("cameras"));
   setInterval(() => (document.body.dataset.soundLevel = sound.level().toFixed(3)), 200);
 }
@@ -548,8 +528,10 @@ async function start() {
   }
   player = new Player(api.token, makeCameras());
   connect();
+  address = new Address(clock, goTo);
+  stepsToFirst = address.time === null ? kStepsToFirst : 0;
   choose(info.channels);
-  goTo(timeOfAddress() ?? whole().from);
+  goTo(address.time ?? whole().from);
   await readAll();
 }
 

@@ -34,6 +34,20 @@ export class Clock {
     return local.toISOString().slice(0, 19) + "." + String(thousandths).padStart(3, "0");
   }
 
+  // What text() shows as this, also with a T; null for anything else.
+  timeOf(text) {
+    const parts = /^(\d{4}-\d\d-\d\d)[T ](\d\d:\d\d:\d\d)(\.\d{1,6})?$/.exec(text);
+    if (!parts) {
+      return null;
+    }
+    const local = Date.parse(parts[1] + "T" + parts[2] + "Z") / 1000;
+    if (Number.isNaN(local)) {
+      return null;
+    }
+    const truly = local - this.offsetAt(local - this.offsetAt(local));
+    return (truly + this.skew) * kSecond + Math.round(Number("0" + (parts[3] || "")) * kSecond);
+  }
+
   // "+01:00"
   offsetText(micros) {
     const east = this.offsetAt(Math.floor(micros / kSecond) - this.skew);

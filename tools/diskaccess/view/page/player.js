@@ -2,7 +2,7 @@
 
 export class Player extends EventTarget {
   #worker;
-  #seekNumber = 0;
+  #work = 0; // number of what was asked last
   time = 0;
   rate = 1;
   playing = false;
@@ -15,10 +15,19 @@ export class Player extends EventTarget {
     this.#worker = new Worker(policy.createScriptURL("/worker.js"), { type: "module" });
     this.#worker.onmessage = (event) => this.#take(event.data);
     this.#worker.onerror = () => this.#tell("failure", { text: "the page's decoder has ended; reload the page" });
-    this.#worker.postMessage({ type: "init", token, canvases }, [...canvases.values()]);
+    this.#post({ type: "init", token, canvases }, [...canvases.values()]);
+  }
+
+  // The worker does what is asked last, and leaves what it was at.
+  #post(message, transfer = []) {
+    this.#worker.postMessage({ ...message, work: ++this.#work }, transfer);
+    this.#tell("busy");
   }
 
   #take(message) {
+    if (message.work !== undefined && message.work !== this.#work) {
+      return; // on its way when something else was asked: it must not turn the time or the state back
+    }
     if (message.type === "shown") {
       this.time = message.time;
       this.playing = message.playing;
@@ -26,38 +35,38 @@ export class Player extends EventTarget {
     this.#tell(message.type, message);
   }
 
-  #tell(type, detail) {
+  #tell(type, detail = {}) {
     this.dispatchEvent(new CustomEvent(type, { detail }));
   }
 
   seek(time) {
     this.time = time;
-    this.#worker.postMessage({ type: "seek", time, number: ++this.#seekNumber });
+    this.#post({ type: "seek", time });
   }
 
   // Shows the key frames at a time, quickly: for dragging.
   scrub(time) {
     this.time = time;
-    this.#worker.postMessage({ type: "scrub", time, number: ++this.#seekNumber });
+    this.#post({ type: "scrub", time });
   }
 
   play(rate = this.rate, until = Infinity) {
     this.playing = true;
-    this.#worker.postMessage({ type: "play", rate, until });
+    this.#post({ type: "play", rate, until });
   }
 
   pause() {
     this.playing = false;
-    this.#worker.postMessage({ type: "pause" });
+    this.#post({ type: "pause" });
   }
 
   step(direction) {
     this.playing = false;
-    this.#worker.postMessage({ type: "step", direction });
+    this.#post({ type: "step", direction });
   }
 
   choose(channels) {
-    this.#worker.postMessage({ type: "choose", channels });
+    this.#post({ type: "choose", channels });
   }
 
   still(channels) {

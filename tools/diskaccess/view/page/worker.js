@@ -200,6 +200,7 @@ class Camera {
     this.unsupported = null;
     this.shown = null;
     this.most = 32;
+    this.run = 0; // grows whenever the decoder begins anew
   }
 
   has(frame) {
@@ -248,6 +249,7 @@ class Camera {
   }
 
   #restart() {
+    ++this.run;
     if (this.decoder && this.decoder.state === "configured") {
       this.decoder.reset();
     }
@@ -332,8 +334,12 @@ class Camera {
 
   // Has the decoder give out what it holds back.
   async flush() {
+    const { run } = this;
     if (this.decoder?.state === "configured") {
       await this.decoder.flush().catch(() => {});
+      if (run !== this.run) {
+        return; // it was begun anew meanwhile, for other frames
+      }
       this.codec = null; // it wants a key frame next
       this.fed = null;
     }
@@ -375,7 +381,7 @@ const cameras = new Map();
 let chosen = []; // channels shown
 let time = 0;
 let playing = null; // {rate, until, keysOnly, slow}
-let work = 0; // number of what is to be done: what is older ends
+let work = 0; // number of what was asked last: what is older ends
 let wakers = [];
 
 function wake() {
@@ -444,7 +450,7 @@ async function decodeAll(views, mine) {
   }
 }
 
-function show(views, at, extra = {}) {
+function show(views, at) {
   time = at;
   const shown = {};
   for (const view of views) {
@@ -457,7 +463,7 @@ function show(views, at, extra = {}) {
   }
   postMessage({
     type: "shown", time: at, cameras: shown, playing: playing !== null, keysOnly: playing?.keysOnly === true,
-    slow: playing?.slow === true, ...extra,
+    slow: playing?.slow === true, work,
   });
 }
 
@@ -475,7 +481,7 @@ async function known(store, at, length) {
   }
 }
 
-async function seek(at, number, mine) {
+async function seek(at, mine) {
   await known(all, at, kFirst);
   if (mine !== work) {
     return;
@@ -483,7 +489,7 @@ async function seek(at, number, mine) {
   const views = viewsAt(all, at);
   await decodeAll(views, mine);
   if (mine === work) {
-    show(views, at, { number });
+    show(views, at);
     if (all.to - at < kAhead) {
       await all.append(chosen, kAhead);
     }
@@ -491,7 +497,7 @@ async function seek(at, number, mine) {
 }
 
 // Shows the key frames at or before a time, while it is dragged about.
-async function scrub(at, number, mine) {
+async function scrub(at, mine) {
   const glance = new Store(api, "key");
   glance.reset(at);
   await glance.append(chosen, 1);
@@ -501,7 +507,7 @@ async function scrub(at, number, mine) {
   const views = viewsAt(glance, at);
   await decodeAll(views, mine);
   if (mine === work) {
-    show(views, at, { number, scrubbing: true });
+    show(views, at);
   }
 }
 
@@ -575,7 +581,7 @@ async function play(mine) {
     }
     if (time >= state.until || time <= 0) {
       stop();
-      show(viewsAt(store, time), time, { finished: true });
+      show(viewsAt(store, time), time);
       return;
     }
     if (now - meter.wall > 2000) {
@@ -629,8 +635,8 @@ const actions = {
     }
     chosen = [...cameras.keys()];
   },
-  seek: (message, mine) => (playing ? resume(message.time, mine) : seek(message.time, message.number, mine)),
-  scrub: (message, mine) => scrub(message.time, message.number, mine),
+  seek: (message, mine) => (playing ? resume(message.time, mine) : seek(message.time, mine)),
+  scrub: (message, mine) => scrub(message.time, mine),
   step(message, mine) {
     stop();
     return step(message.direction, mine);
@@ -644,7 +650,7 @@ const actions = {
     const exact = playing?.keysOnly;
     stop();
     if (exact) {
-      return seek(time, 0, mine);
+      return seek(time, mine);
     }
     show(viewsAt(all, time), time);
   },
@@ -653,7 +659,7 @@ const actions = {
     all.reset(time);
     keys.reset(time);
     forgetPictures();
-    return playing ? play(mine) : seek(time, 0, mine);
+    return playing ? play(mine) : seek(time, mine);
   },
 };
 
@@ -668,12 +674,16 @@ onmessage = async (event) => {
     await still(event.data.channels);
     return;
   }
-  const mine = ++work;
+  const mine = event.data.work;
+  work = mine;
   try {
     await actions[event.data.type](event.data, mine);
   } catch (error) {
     if (mine === work && error.name !== "AbortError") {
       postMessage({ type: "failure", text: error.message });
     }
+  }
+  if (mine === work) {
+    postMessage({ type: "idle", work });
   }
 };
