@@ -15,10 +15,10 @@ namespace diskaccess {
 
 namespace {
 
-ExitCode Execute(const Command& command, const CLI::App& typed, const Options& options) {
+ExitCode Execute(const Command& command, const CLI::App& typed, const Options& options, Confiner confine) {
     try {
         RefuseEmptyValues(typed);
-        return command.Execute(options);
+        return command.Execute(options, confine);
     } catch (const NobodyReads&) {
         return kDone; // a closed pipe is not an error
     } catch (const Failure& failure) {
@@ -75,13 +75,13 @@ Command& Command::Does(Run run) {
     return *this;
 }
 
-ExitCode Command::Execute(const Options& options) const {
+ExitCode Command::Execute(const Options& options, Confiner confine) const {
     if (m_check != nullptr) {
         m_check(options);
     }
     const std::optional<Needs> needs = m_needs == nullptr ? std::nullopt : m_needs(options);
     const std::string confined =
-        needs ? Confine(*needs).Text()
+        needs ? confine(*needs).Text()
               : "the program is not confined: this command reaches further than to a disk and its outputs";
     if (options.verbose) {
         Complain(confined);
@@ -99,7 +99,7 @@ void Command::AddTo(CLI::App& app, Options& options, const Chosen& chosen) const
 }
 
 int RunCommandLine(const std::vector<Command>& commands, const std::string& defaultCommand, int argc,
-                   char** argv) {
+                   char** argv, Confiner confine) {
     CLI::App app("Shows what is on a video recorder's recording partition. Only ever reads it.",
                  "diskaccess");
     app.set_version_flag("--version", "diskaccess " DISKACCESS_VERSION);
@@ -109,8 +109,8 @@ int RunCommandLine(const std::vector<Command>& commands, const std::string& defa
     options.arguments.assign(argv + 1, argv + std::max(argc, 1));
     ExitCode result = kDone;
     for (const Command& command : commands) {
-        command.AddTo(app, options, [&result, &options, &command](const CLI::App& typed) {
-            result = Execute(command, typed, options);
+        command.AddTo(app, options, [&result, &options, &command, confine](const CLI::App& typed) {
+            result = Execute(command, typed, options, confine);
         });
     }
     completion::AddCommand(app);

@@ -33,7 +33,7 @@ public:
     Command& Confined(NeedsOf needs);
     Command& Does(Run run);
 
-    ExitCode Execute(const Options& options) const;
+    ExitCode Execute(const Options& options, Confiner confine) const;
     /// Makes the command known to the command line.
     /// @param chosen called when the user types it, with the command line's part that is the command's
     void AddTo(CLI::App& app, Options& options, const Chosen& chosen) const;
@@ -49,9 +49,10 @@ private:
 
 /// Reads a command line and carries it out.
 /// @param defaultCommand name of the one that is meant when the first argument is no command, but a file
+/// @param confine        gives up what the command does not need
 /// @return the program's exit status
 int RunCommandLine(const std::vector<Command>& commands, const std::string& defaultCommand, int argc,
-                   char** argv);
+                   char** argv, Confiner confine);
 
 } // namespace diskaccess
 

@@ -33,6 +33,9 @@ struct Confinement {
 /// other threads are started.
 Confinement Confine(const Needs& needs);
 
+/// How a command is confined before it reads anything: Confine(), or what leaves the process as it is.
+using Confiner = Confinement (*)(const Needs& needs);
+
 /// A file, and those beside it that differ from it in what follows the last dot alone: the parts of an image.
 std::vector<std::string> WithPartsBeside(const std::string& path);
 

@@ -18,6 +18,7 @@ void Ask(int /*signal*/) {
 } // namespace
 
 Interruption::Interruption() : m_before() {
+    g_asked = 0; // one that came before ended what it was meant for
     for (size_t i = 0; i < kSignals.size(); ++i) {
         m_before[i] = std::signal(kSignals[i], Ask);
         if (m_before[i] == SIG_IGN) {
