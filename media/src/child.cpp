@@ -174,17 +174,38 @@ private:
     pid_t m_id;
 };
 
+/// How often a process that waits for its child looks at other things.
+constexpr int64_t kLookMillis = 100;
+
+/// The end of a pipe that is read from.
+class ReadingEnd {
+public:
+    explicit ReadingEnd(int descriptor) : m_descriptor(descriptor) {}
+    ~ReadingEnd() { close(m_descriptor); }
+    ReadingEnd(const ReadingEnd&) = delete;
+    ReadingEnd& operator=(const ReadingEnd&) = delete;
+    int Descriptor() const { return m_descriptor; }
+
+private:
+    int m_descriptor;
+};
+
 /// Reads until the other end is closed.
 /// @return false when that takes too long, or is more than allowed
-bool ReadAnswer(int pipe, const ChildLimits& limits, std::vector<uint8_t>& answer) {
+bool ReadAnswer(int pipe, const ChildLimits& limits, const std::function<void()>& meanwhile,
+                std::vector<uint8_t>& answer) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point end = Clock::now() + std::chrono::seconds(limits.seconds);
     std::array<uint8_t, 0x10000> piece;
     for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+        if (meanwhile) {
+            meanwhile();
+        }
+        const int64_t left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
         pollfd wait = {pipe, POLLIN, 0};
-        const int ready = left <= 0 ? 0 : poll(&wait, 1, static_cast<int>(left));
-        if (ready < 0 && errno == EINTR) {
+        const int ready = left <= 0 ? -1 : poll(&wait, 1, static_cast<int>(std::min(left, kLookMillis)));
+        if (left > 0 && (ready == 0 || (ready < 0 && errno == EINTR))) {
             continue;
         }
         const ssize_t got = ready <= 0 ? -1 : read(pipe, piece.data(), piece.size());
@@ -201,7 +222,8 @@ bool ReadAnswer(int pipe, const ChildLimits& limits, std::vector<uint8_t>& answe
 } // namespace
 
 std::optional<std::vector<uint8_t>> InChild(const std::function<bool(int answer)>& work,
-                                            const ChildLimits& limits) {
+                                            const ChildLimits& limits,
+                                            const std::function<void()>& meanwhile) {
     std::array<int, 2> ends = {-1, -1};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         throw Error(ErrorKind::CannotMake,
@@ -214,15 +236,14 @@ std::optional<std::vector<uint8_t>> InChild(const std::function<bool(int answer)
     }
     const int error = errno;
     close(ends[1]);
+    const ReadingEnd end(ends[0]);
     if (id < 0) {
-        close(ends[0]);
         throw Error(ErrorKind::CannotMake,
                     std::string("cannot start a child process: ") + std::strerror(error));
     }
     Child child(id);
     std::vector<uint8_t> answer;
-    const bool complete = ReadAnswer(ends[0], limits, answer);
-    close(ends[0]);
+    const bool complete = ReadAnswer(end.Descriptor(), limits, meanwhile, answer);
     if (complete && child.Succeeded()) {
         return answer;
     }

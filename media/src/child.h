@@ -21,10 +21,12 @@ struct ChildLimits {
 /// a pipe, the right to open others, to start programs or processes, and to write files. The kernel lets it do nothing but
 /// compute, ask for memory, and write to the pipe.
 /// @param work gets the descriptor to write its answer to; returns whether it has succeeded. It may not use threads
+/// @param meanwhile called several times a second while the child works; what it throws ends the child
 /// @return the answer; nothing when the work has failed, was ended by the limits, or answered too much
 /// @throws Error when no child can be started
 std::optional<std::vector<uint8_t>> InChild(const std::function<bool(int answer)>& work,
-                                            const ChildLimits& limits);
+                                            const ChildLimits& limits,
+                                            const std::function<void()>& meanwhile = {});
 
 } // namespace media
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 #include <limits>
 
@@ -146,7 +147,8 @@ bool WriteAll(int descriptor, const void* data, size_t size) {
 }
 
 bool DecodeInto(int answer, VideoCodec kind, const std::vector<std::vector<uint8_t>>& frames) {
-    av_log_set_level(AV_LOG_QUIET);
+    // The process may have had messages taken to a place of its own, which waits for threads that no child has.
+    av_log_set_callback([](void*, int, const char*, va_list) {});
     const Codec codec = OpenDecoder(kind);
     bool damaged = false;
     const FramePointer picture = codec ? Decode(*codec, frames, damaged) : nullptr;
@@ -161,11 +163,12 @@ bool DecodeInto(int answer, VideoCodec kind, const std::vector<std::vector<uint8
 
 } // namespace
 
-std::optional<Decoded> DecodeLast(VideoCodec codec, const std::vector<std::vector<uint8_t>>& frames) {
+std::optional<Decoded> DecodeLast(VideoCodec codec, const std::vector<std::vector<uint8_t>>& frames,
+                                  const std::function<void()>& meanwhile) {
     const auto work = [&](int answer) { return DecodeInto(answer, codec, frames); };
     ChildLimits limits;
     limits.answer = sizeof(AnswerHead) + kLargestPicture * kBytesAPixel;
-    const std::optional<std::vector<uint8_t>> answer = InChild(work, limits);
+    const std::optional<std::vector<uint8_t>> answer = InChild(work, limits, meanwhile);
     AnswerHead head = {};
     if (!answer || answer->size() < sizeof head) {
         return std::nullopt;

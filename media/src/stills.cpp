@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <utility>
 
 #include "media/track.h"
 #include "picture_decoder.h"
+#include "recordings/error.h"
 #include "recordings/range_frames.h"
 
 namespace media {
@@ -69,7 +71,8 @@ ReadPictures(const recordings::Disk& disk, const recordings::BlockList& blocks, 
     return channels;
 }
 
-Still StillOf(uint32_t channel, const Pictures& pictures, int64_t time) {
+Still StillOf(uint32_t channel, const Pictures& pictures, int64_t time,
+              const std::function<void()>& meanwhile) {
     Still still;
     still.channel = channel;
     if (pictures.frames.empty() || time - pictures.time > kLongestShown) {
@@ -84,7 +87,7 @@ Still StillOf(uint32_t channel, const Pictures& pictures, int64_t time) {
         still.state = StillState::UnknownCodec;
         return still;
     }
-    std::optional<Decoded> decoded = DecodeLast(codec, pictures.frames);
+    std::optional<Decoded> decoded = DecodeLast(codec, pictures.frames, meanwhile);
     if (!decoded) {
         still.state = StillState::NotDecodable;
         return still;
@@ -100,10 +103,15 @@ std::vector<Still> TakeStills(const recordings::Disk& disk, const recordings::Bl
                               const StillQuery& query, const recordings::ProblemSink& problems,
                               const recordings::Watch& watch) {
     const auto channels = ReadPictures(disk, blocks, query, problems, watch);
+    const auto meanwhile = [&disk, &watch] {
+        if (watch && !watch({1, 1, 0})) { // all was read
+            throw recordings::Error(recordings::ErrorKind::Cancelled, disk.Bytes().Name() + ": interrupted");
+        }
+    };
     std::vector<Still> stills;
     for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
         if (channels.at(channel).any) {
-            stills.push_back(StillOf(channel, channels.at(channel), query.time));
+            stills.push_back(StillOf(channel, channels.at(channel), query.time, meanwhile));
         }
     }
     return stills;

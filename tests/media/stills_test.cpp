@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -279,6 +280,27 @@ TEST(Child, ThatNeverEndsIsEnded) {
             return true;
         },
         limits));
+}
+
+TEST(Child, IsEndedByWhatItsParentSeesMeanwhile) {
+    media::ChildLimits limits = Small();
+    limits.seconds = 60;
+    int looks = 0;
+    const auto look = [&looks] {
+        if (++looks == 3) {
+            throw std::runtime_error("enough");
+        }
+    };
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_THROW(media::InChild(
+                     [](int) {
+                         for (volatile int i = 0;; i = i + 1) {
+                         }
+                         return true;
+                     },
+                     limits, look),
+                 std::runtime_error);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
 }
 
 TEST(Child, GetsNoMoreMemoryThanItsLimit) {
