@@ -196,6 +196,21 @@ TEST_F(Stills, OfADamagedPictureAreNotTakenForWhole) {
         << static_cast<int>(still.state);
 }
 
+TEST_F(Stills, LeaveTheMessagesOfTheProcessAlone) {
+    Record();
+    m_recorder->PowerOff();
+    const Still sound = Take(kStart, kFirst).at(0);
+    const auto size = static_cast<uint32_t>(m_frames.front().payload.size());
+    const uint64_t payload = Image().FrameOffset(sound.block, sound.offset) + sizeof(FrameHead_t);
+    const Bytes rubbish(6, 0x00);
+    Image().Write(payload + size - rubbish.size(), rubbish.data(), rubbish.size());
+    // A program may take messages to a place that waits for its other threads; a child has none of these.
+    av_log_set_callback([](void*, int, const char*, va_list) { _exit(1); });
+    const Still still = Take(kStart, kFirst).at(0);
+    av_log_set_callback(av_log_default_callback);
+    EXPECT_EQ(still.state, StillState::Damaged);
+}
+
 TEST_F(Stills, EndWhenTheirWatchSaysSo) {
     Record();
     const recordings::Disk& disk = Open();
