@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "media/sink.h"
+#include "media/stills.h"
 
 namespace media {
 
@@ -37,6 +38,21 @@ const char* NameOf(LeftOutReason reason) {
         return "frame_too_large";
     default:
         return "track_begun_too_late";
+    }
+}
+
+const char* NameOf(StillState state) {
+    switch (state) {
+    case StillState::Whole:
+        return "whole";
+    case StillState::Damaged:
+        return "damaged";
+    case StillState::NotRecorded:
+        return "not recorded";
+    case StillState::NotDecodable:
+        return "not decodable";
+    default:
+        return "unknown codec";
     }
 }
 

@@ -11,13 +11,17 @@ A disk is only ever read. Frames come past whatever is damaged, and what is lost
 Frames.problems. Times are datetimes with a zone; in arrays they are numpy.datetime64, in UTC.
 """
 
-from ._disk import Disk, Events, Frames, Records, open
+from ._coverage import Alarm, ChannelCoverage, Coverage, Damage, JourneyCoverage, Span
+from ._disk import Disk, Frames, open
 from ._export import Export, LeftOut, Output, Track
-from ._native import BusyError, ClosedError, Error, ExportError, Frame, OpenError, PasswordError
-from ._values import Channel, Event, Gap, Info, Problem, Record
+from ._native import BusyError, ClosedError, Error, ExportError, Frame, OpenError, PasswordError, StillError
+from ._rows import Events, Journeys, Records
+from ._stills import Still
+from ._values import Channel, Event, Gap, Info, Journey, Problem, Record
 
 __all__ = [
-    "BusyError", "Channel", "ClosedError", "Disk", "Error", "Event", "Events", "Export", "ExportError", "Frame",
-    "Frames", "Gap", "Info", "LeftOut", "OpenError", "Output", "PasswordError", "Problem", "Record", "Records",
+    "Alarm", "BusyError", "Channel", "ChannelCoverage", "ClosedError", "Coverage", "Damage", "Disk", "Error", "Event",
+    "Events", "Export", "ExportError", "Frame", "Frames", "Gap", "Info", "Journey", "JourneyCoverage", "Journeys",
+    "LeftOut", "OpenError", "Output", "PasswordError", "Problem", "Record", "Records", "Span", "Still", "StillError",
     "Track", "open",
 ]

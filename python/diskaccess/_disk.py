@@ -4,22 +4,21 @@ from __future__ import annotations
 
 import datetime
 import os
-import struct
-from collections.abc import Iterable, Iterator, Sequence
+from collections.abc import Iterable
 from types import TracebackType
-from typing import TYPE_CHECKING, Any, TypeVar, overload
+from typing import TYPE_CHECKING, Any
 
-from . import _export, _native
+from . import _export, _native, _stills
+from ._coverage import Coverage
+from ._rows import Events, Journeys, Records
 from ._times import MICROS, Clock, Time
-from ._values import Event, Gap, Info, Problem, Record, info_of, problem_of
+from ._values import Gap, Info, Problem, info_of, problem_of
 
 if TYPE_CHECKING:
     import numpy
 
 _ALL_CHANNELS = 0xFFFFFFFF
 _ALL_EVENTS = 0xFFFFFFFFFFFFFFFF
-_MARKS = ("", "suspect", "bad")
-_Row = TypeVar("_Row")
 
 
 def open(source: str | os.PathLike[str], password: str | None = None, *, partition: int | None = None,
@@ -85,6 +84,20 @@ class Disk:
         first, last = self._clock.disk_range(start, end)
         return Records(self._shared.records(first, last, _channel_bits(channels)), self._clock)
 
+    def journeys(self, channels: Iterable[int] | None = None, *, silence: int = 300) -> Journeys:
+        """The journeys of the whole disk: times in which something was recorded, from one long silence to the next.
+
+        silence: seconds without any recording that part two journeys, when there are more.
+        """
+        return Journeys(self._shared.journeys(_channel_bits(channels), _silence(silence)), self._clock)
+
+    def coverage(self, channels: Iterable[int] | None = None, *, silence: int = 300) -> Coverage:
+        """What a timeline draws, journey by journey: when each channel was recorded, and when not, alarms, damage.
+
+        silence: as for journeys().
+        """
+        return Coverage(self._shared.coverage(_channel_bits(channels), _silence(silence)), self._clock)
+
     def events(self, start: Time | None = None, end: Time | None = None, types: int = _ALL_EVENTS) -> Events:
         """The events of a range.
 
@@ -113,6 +126,26 @@ class Disk:
         """
         first, last = self._clock.disk_range(start, end)
         return Frames(self._shared, self._clock, first, last, _channel_bits(channels), decodable, payload)
+
+    def stills(self, time: Time, channels: Iterable[int] | None = None) -> list[_stills.Still]:
+        """What channels showed at a time: of each the last frame at or before it, decoded in full size.
+
+        Channels of which no video was met are left out. A process without privileges decodes. Takes NumPy.
+        """
+        return _stills.take(self._shared, self._clock, time, _channel_bits(channels))
+
+    def still(self, time: Time, channel: int, *, damaged: bool = False) -> numpy.ndarray[Any, numpy.dtype[numpy.uint8]]:
+        """What a channel showed at a time, as an array of rows, columns and red, green and blue.
+
+        damaged: whether a picture is taken of which parts are made up, because frames are damaged.
+
+        Raises StillError when there is none. stills() tells more.
+        """
+        if channel in self._info.hidden_channels:
+            raise _native.StillError(
+                f"{self._info.source}: the lock hides channel {channel}; open the disk with its password")
+        still = next(iter(self.stills(time, [channel])), None)
+        return _stills.picture_of(still, self._info.source, f"channel {channel} at {time}", damaged)
 
     def export(self, output: str | os.PathLike[str], start: Time | None = None, end: Time | None = None,
                channels: Iterable[int] | None = None, *, container: str | None = None,
@@ -164,90 +197,10 @@ class Frames(_native.FrameReader):
                                         ("block", "<u4"), ("offset", "<u4")])
 
 
-class _Rows(Sequence[_Row]):
-    """Rows of an answer: a sequence of objects, or an array."""
-
-    _layout: struct.Struct
-
-    def __init__(self, packed: bytes, clock: Clock) -> None:
-        self._packed = packed
-        self._clock = clock
-
-    def _row(self, fields: tuple[Any, ...]) -> _Row:
-        raise NotImplementedError
-
-    def __len__(self) -> int:
-        return len(self._packed) // self._layout.size
-
-    @overload
-    def __getitem__(self, index: int) -> _Row: ...
-
-    @overload
-    def __getitem__(self, index: slice) -> list[_Row]: ...
-
-    def __getitem__(self, index: int | slice) -> _Row | list[_Row]:
-        if isinstance(index, slice):
-            return [self[at] for at in range(*index.indices(len(self)))]
-        at = range(len(self))[index]
-        return self._row(self._layout.unpack_from(self._packed, at * self._layout.size))
-
-    def __iter__(self) -> Iterator[_Row]:
-        return map(self._row, self._layout.iter_unpack(self._packed))
-
-    def __repr__(self) -> str:
-        return f"<{len(self)} {type(self).__name__.lower()}>"
-
-
-class Records(_Rows[Record]):
-    """Recordings: a sequence of Record."""
-
-    _layout = struct.Struct("<IIIIIQBB")
-
-    def _row(self, fields: tuple[Any, ...]) -> Record:
-        block, channel, segment, start, end, size, closed, mark = fields
-        return Record(block, channel, segment, self._clock.time_of_second(start), self._clock.time_of_second(end),
-                      size, bool(closed), _MARKS[mark])
-
-    def to_numpy(self) -> numpy.ndarray[Any, Any]:
-        """An array: block, channel, segment, start, end (datetime64, UTC), bytes, closed, mark (0, 1 suspect, 2 bad)."""
-        import numpy
-
-        packed = numpy.frombuffer(self._packed, dtype=[
-            ("block", "<u4"), ("channel", "<u4"), ("segment", "<u4"), ("start", "<u4"), ("end", "<u4"),
-            ("bytes", "<u8"), ("closed", "?"), ("mark", "u1")])
-        return _with_times(packed, ("start", "end"), "s", self._clock.skew)
-
-
-class Events(_Rows[Event]):
-    """Events: a sequence of Event."""
-
-    _layout = struct.Struct("<qQIIiB")
-
-    def _row(self, fields: tuple[Any, ...]) -> Event:
-        micros, types, block, entry, channel, indexed = fields
-        return Event(self._clock.time(micros), types, block, entry, None if channel < 0 else channel, bool(indexed))
-
-    def to_numpy(self) -> numpy.ndarray[Any, Any]:
-        """An array: time (datetime64, UTC), type, block, entry, channel (-1: not known), indexed."""
-        import numpy
-
-        packed = numpy.frombuffer(self._packed, dtype=[
-            ("time", "<i8"), ("type", "<u8"), ("block", "<u4"), ("entry", "<u4"), ("channel", "<i4"),
-            ("indexed", "?")])
-        return _with_times(packed, ("time",), "us", self._clock.skew * MICROS)
-
-
-def _with_times(packed: numpy.ndarray[Any, Any], times: Iterable[str], unit: str,
-                skew: int) -> numpy.ndarray[Any, Any]:
-    """A copy with fields of time in place of numbers, in true time."""
-    import numpy
-
-    names = packed.dtype.names or ()
-    answer = numpy.empty(packed.shape, dtype=[
-        (name, f"<M8[{unit}]" if name in times else packed.dtype[name].str) for name in names])
-    for name in names:
-        answer[name] = (packed[name].astype("<i8") - skew).astype(f"<M8[{unit}]") if name in times else packed[name]
-    return answer
+def _silence(seconds: int) -> int:
+    if not 0 <= seconds <= 0xFFFFFFFF:
+        raise ValueError(f"a silence of {seconds} seconds is none; give 0 or more")
+    return seconds
 
 
 def _channel_bits(channels: Iterable[int] | None) -> int:

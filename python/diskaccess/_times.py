@@ -25,6 +25,8 @@ def to_micros(time: Time) -> int:
             raise ValueError(f"{time!r} has no zone; give it one, like tzinfo=datetime.timezone.utc")
         return (time - _EPOCH) // datetime.timedelta(microseconds=1)
     if type(time).__name__ == "datetime64":
+        if str(time) == "NaT":
+            raise ValueError("NaT is no time")
         return int(time.astype("datetime64[us]").astype("int64"))
     raise TypeError(f"{time!r} is no time; give a datetime with a zone, or a numpy.datetime64")
 
@@ -49,6 +51,10 @@ class Clock:
     def disk_second(self, time: Time) -> int:
         """The second that the recorder's clock showed, or the nearest that it can show."""
         return min(max(to_micros(time) // MICROS + self.skew, 0), _LAST_SECOND)
+
+    def disk_micros(self, time: Time) -> int:
+        """The microsecond that the recorder's clock showed, or the nearest that it can show."""
+        return min(max(to_micros(time) + self.skew * MICROS, 0), _LAST_SECOND * MICROS + MICROS - 1)
 
     def disk_range(self, start: Time | None, end: Time | None) -> tuple[int, int]:
         first = 0 if start is None else self.disk_second(start)

@@ -33,6 +33,19 @@ class Event(NamedTuple):
     indexed: bool  #: else the block has no index: the event was taken from its frames
 
 
+class Journey(NamedTuple):
+    """A time in which something was recorded, without a long silence in it."""
+
+    number: int  #: among all journeys of the disk, from 1 on
+    start: datetime.datetime
+    end: datetime.datetime  #: its last second
+    channels: tuple[int, ...]
+    records: int
+    bytes: int
+    events: int
+    losses: int  #: problems of that severity that are known without reading the frames of closed blocks
+
+
 class Channel(NamedTuple):
     """How the newest block says that a channel is encoded. Codes are the recorder's own."""
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "coverage.h"
 #include "export.h"
 #include "frame_iterator.h"
 #include "frame_object.h"
@@ -15,6 +16,7 @@
 #include "media/error.h"
 #include "rows.h"
 #include "shared_disk.h"
+#include "stills.h"
 #include "times.h"
 
 namespace {
@@ -85,6 +87,7 @@ struct Exceptions {
     PyObject* password;
     PyObject* closed;
     PyObject* busy;
+    PyObject* still;
     PyObject* output;
 };
 Exceptions g_exceptions;
@@ -92,7 +95,9 @@ Exceptions g_exceptions;
 void Raise(PyObject* type, const char* text, int number = 0) {
     const auto line = py::reinterpret_steal<py::object>(PyUnicode_DecodeFSDefault(text));
     const py::object exception = py::reinterpret_borrow<py::object>(type)(line);
-    exception.attr("errno") = number == 0 ? py::object(py::none()) : py::int_(number);
+    if (number != 0) {
+        exception.attr("errno") = number;
+    }
     PyErr_SetObject(type, exception.ptr());
 }
 
@@ -113,6 +118,8 @@ void Translate(std::exception_ptr thrown) {
         Raise(g_exceptions.closed, error.what());
     } catch (const python::Busy& error) {
         Raise(g_exceptions.busy, error.what());
+    } catch (const python::NoPicture& error) {
+        Raise(g_exceptions.still, error.what());
     } catch (const media::Error& error) {
         Raise(g_exceptions.output, error.what());
     }
@@ -122,6 +129,7 @@ void AddExceptions(const py::module_& module) {
     const py::object exception = py::reinterpret_borrow<py::object>(PyExc_Exception);
     const py::object base =
         AddException(module, "Error", "What this package raises. The text says what, and where.", exception);
+    base.attr("errno") = py::none();
     g_exceptions.open = AddException(module, "OpenError",
                                      "A source cannot be opened, or holds no recorder's partition.", base)
                             .release()
@@ -133,6 +141,10 @@ void AddExceptions(const py::module_& module) {
     g_exceptions.busy = AddException(module, "BusyError", "Another use of the same object is going on.", base)
                             .release()
                             .ptr();
+    g_exceptions.still =
+        AddException(module, "StillError", "There is no picture of that time and channel.", base)
+            .release()
+            .ptr();
     g_exceptions.output =
         AddException(module, "ExportError", "Files could not be made; none was.", base).release().ptr();
     py::register_exception_translator(Translate);
@@ -187,6 +199,18 @@ PYBIND11_MODULE(_native, module) {
         .def("problems",
              [](SharedDisk& shared, uint32_t first, uint32_t last, uint32_t channels) {
                  return python::AsList(python::ProblemsOf(shared, QueryOf(first, last, channels)));
+             })
+        .def("journeys",
+             [](SharedDisk& shared, uint32_t channels, uint32_t silence) {
+                 return python::PackedJourneys(shared, {{channels}, silence});
+             })
+        .def("coverage",
+             [](SharedDisk& shared, uint32_t channels, uint32_t silence) {
+                 return python::CoverageOf(shared, {{channels}, silence});
+             })
+        .def("stills",
+             [](SharedDisk& shared, int64_t micros, uint32_t channels) {
+                 return python::Stills(shared, {micros, {channels}});
              })
         .def("export", &Export);
 }

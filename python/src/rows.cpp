@@ -3,9 +3,10 @@
 #include <pybind11/stl.h>
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <utility>
+
+#include "packer.h"
 
 namespace python {
 
@@ -14,22 +15,6 @@ namespace py = pybind11;
 namespace {
 
 using recordings::Watch;
-
-/// Rows of numbers one after the other, without gaps.
-class Packer {
-public:
-    template <typename Number>
-    Packer& operator<<(Number number) {
-        char bytes[sizeof number];
-        std::memcpy(bytes, &number, sizeof number);
-        m_bytes.append(bytes, sizeof number);
-        return *this;
-    }
-    const std::string& Bytes() const { return m_bytes; }
-
-private:
-    std::string m_bytes;
-};
 
 /// Text of a disk, which may hold any byte: what is no UTF-8 is escaped.
 py::str Text(const std::string& text) {
@@ -81,6 +66,11 @@ py::dict ChannelFacts(const recordings::BlockIdentity& identity) {
 
 } // namespace
 
+void Pack(const recordings::Event& event, Packer& rows) {
+    const int32_t channel = event.channel ? static_cast<int32_t>(*event.channel) : -1;
+    rows << event.micros << event.type << event.block << event.entry << channel << uint8_t{event.indexed};
+}
+
 py::bytes PackedRecords(SharedDisk& shared, const recordings::RecordQuery& query) {
     const Packer packer = shared.Do([&query](const SharedDisk::Open& open, const Watch& watch) {
         Packer rows;
@@ -101,9 +91,7 @@ py::bytes PackedEvents(SharedDisk& shared, const recordings::TimeRange& range, r
         Packer rows;
         for (const recordings::Event& event :
              recordings::FindEvents(open.disk, open.blocks, range, mask, {}, watch)) {
-            const int32_t channel = event.channel ? static_cast<int32_t>(*event.channel) : -1;
-            rows << event.micros << event.type << event.block << event.entry << channel
-                 << uint8_t{event.indexed};
+            Pack(event, rows);
         }
         return rows;
     });

@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "packer.h"
 #include "recordings/problem.h"
 #include "recordings/records.h"
 #include "shared_disk.h"
@@ -18,7 +19,10 @@ namespace python {
 /// Records of a range: <IIIIIQBB: block, channel, segment, start, end, bytes, closed, mark.
 pybind11::bytes PackedRecords(SharedDisk& shared, const recordings::RecordQuery& query);
 
-/// Events: <qQIIiB: micros, type, block, entry, channel or -1, indexed.
+/// An event: <qQIIiB: micros, type, block, entry, channel or -1, indexed.
+void Pack(const recordings::Event& event, Packer& rows);
+
+/// Events of a range.
 pybind11::bytes PackedEvents(SharedDisk& shared, const recordings::TimeRange& range,
                              recordings::EventMask mask);
 

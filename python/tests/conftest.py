@@ -26,6 +26,21 @@ def generate(output: pathlib.Path, blocks: int = 16, channels: int = 2, seconds:
     return output
 
 
+def record(output: pathlib.Path, recordings: list[tuple[str, list[dict[str, object]]]],
+           **partition: object) -> pathlib.Path:
+    """Makes a disk of real video, on blocks of 1 MiB: five seconds from each of these times on."""
+    scenario = {
+        "partition": {"block_count": 4, "block_size": 1048576, **partition},
+        "cameras": [{"channel": 0, "frame_rate": 10}, {"channel": 1, "frame_rate": 10}],
+        "recordings": [{"start": start, "seconds": 5, "clips": clips} for start, clips in recordings],
+    }
+    file = output.with_suffix(".json")
+    file.write_text(json.dumps(scenario))
+    command = [required("DISKACCESS_SAMPLE"), "record", file, output, "--media", required("SAMPLE_DIRECTORY")]
+    subprocess.run([str(word) for word in command], check=True, capture_output=True)
+    return output
+
+
 @pytest.fixture(scope="module")
 def sample() -> pathlib.Path:
     """The sample partition: real video and audio of a bus with four cameras."""
@@ -45,15 +60,6 @@ def disk(tmp_path: pathlib.Path) -> pathlib.Path:
 @pytest.fixture
 def locked(tmp_path: pathlib.Path) -> pathlib.Path:
     """Two cameras, of which the lock hides channel 1; the password is 'open sesame'."""
-    scenario = {
-        "partition": {"block_count": 4, "block_size": 1048576,
-                      "lock": {"mode": 1, "channels": 2, "password": "open sesame"}},
-        "cameras": [{"channel": 0, "frame_rate": 10}, {"channel": 1, "frame_rate": 10}],
-        "recordings": [{"start": "2026-11-20T10:00:00Z", "seconds": 5,
-                        "clips": [{"channel": 0, "video": "door-2.h264"}, {"channel": 1, "video": "door-2.h264"}]}],
-    }
-    (tmp_path / "scenario.json").write_text(json.dumps(scenario))
-    command = [required("DISKACCESS_SAMPLE"), "record", tmp_path / "scenario.json", tmp_path / "locked.img", "--media",
-               required("SAMPLE_DIRECTORY")]
-    subprocess.run([str(word) for word in command], check=True, capture_output=True)
-    return tmp_path / "locked.img"
+    clips = [{"channel": 0, "video": "door-2.h264"}, {"channel": 1, "video": "door-2.h264"}]
+    return record(tmp_path / "locked.img", [("2026-11-20T10:00:00Z", clips)],
+                  lock={"mode": 1, "channels": 2, "password": "open sesame"})

@@ -117,7 +117,7 @@ def test_what_cannot_be_opened(tmp_path: pathlib.Path) -> None:
 
 def test_exceptions_are_one_family() -> None:
     for kind in (diskaccess.OpenError, diskaccess.PasswordError, diskaccess.ClosedError, diskaccess.BusyError,
-                 diskaccess.ExportError):
+                 diskaccess.StillError, diskaccess.ExportError):
         assert issubclass(kind, diskaccess.Error) and kind.__doc__
 
 
@@ -194,7 +194,7 @@ def test_the_package_needs_no_numpy() -> None:
 def test_everything_public_is_documented() -> None:
     for name in diskaccess.__all__:
         assert getattr(diskaccess, name).__doc__, name
-    for kind in (diskaccess.Disk, diskaccess.Frame, diskaccess.Frames):
+    for kind in (diskaccess.Disk, diskaccess.Frame, diskaccess.Frames, diskaccess.Records, diskaccess.Coverage):
         for name in dir(kind):
             if not name.startswith("_"):
                 assert getattr(kind, name).__doc__, f"{kind.__name__}.{name}"

@@ -23,4 +23,6 @@ def test_the_page_runs(sample: pathlib.Path, tmp_path: pathlib.Path, monkeypatch
     assert getattr(info, "vehicle_number") == "SAMPLE 4711"
     assert names["lost"] == [] and names["size"] > 500_000  # type: ignore[operator]
     assert len(names["pictures"]) >= 10  # type: ignore[arg-type]
+    assert getattr(names["picture"], "shape") == (288, 352, 3)
+    assert len(names["of_channel_2"]) == 2  # type: ignore[arg-type]
     assert (tmp_path / "film.mkv").stat().st_size > 1_000_000

@@ -32,6 +32,9 @@ enum class StillState {
     UnknownCodec  ///< the video is neither H.264 nor H.265
 };
 
+/// In lower case, with spaces.
+const char* NameOf(StillState state);
+
 /// What a channel showed at a time.
 struct Still {
     uint32_t channel = 0;

@@ -50,21 +50,6 @@ OutputName ReadOutput(const std::string& output) {
                    "' names no picture; give FILE.jpg, FILE.png, or a folder with / at its end");
 }
 
-const char* NameOf(StillState state) {
-    switch (state) {
-    case StillState::Whole:
-        return "whole";
-    case StillState::Damaged:
-        return "damaged";
-    case StillState::NotRecorded:
-        return "not recorded";
-    case StillState::NotDecodable:
-        return "not decodable";
-    default:
-        return "unknown codec";
-    }
-}
-
 bool HasPicture(const Still& still) {
     return still.state == StillState::Whole || still.state == StillState::Damaged;
 }
