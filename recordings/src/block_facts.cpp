@@ -23,6 +23,13 @@ constexpr int64_t kSkewSeconds = 5;
 
 constexpr uint32_t kUnknownStart = 0xFFFFFFFF;
 
+/// Whether all bytes of a head are as on a disk that was never written.
+bool IsErased(const FrameHead_t& head) {
+    const bool zeros = head.pts == 0 && (head.sync | head.type | head.chn | head.len) == 0;
+    const bool ones = head.pts == -1 && (head.sync & head.type & head.chn & head.len) == UINT32_MAX;
+    return zeros || ones;
+}
+
 } // namespace
 
 BlockFacts::BlockFacts(const Disk& disk, const Block& block)
@@ -177,6 +184,9 @@ bool BlockFacts::SeemsLeftOver(const FrameHead_t& head) const {
 }
 
 bool BlockFacts::WasHead(const FrameHead_t& head, const Reached& reached) const {
+    if (IsErased(head)) {
+        return false; // its time of 1970 is none
+    }
     const auto wrongBits = std::bitset<32>(head.sync ^ BLOCK_MAGIC).count();
     const int64_t time = head.pts / kMicros;
     return wrongBits <= kWrongBits || (time >= m_earliest && time <= std::max(m_latest, reached.newest));

@@ -480,6 +480,21 @@ TEST_P(BlockFrames, MayEndInErasedBytes) {
     ExpectSound(0);
 }
 
+TEST_P(BlockFrames, OfAClockThatWasNeverSetEndBeforeErasedSpace) {
+    // Recorders without a battery begin in 1970, where erased bytes taken for a time stamp lie too.
+    for (const int64_t start : {int64_t{0}, int64_t{20}, int64_t{3600}}) {
+        for (const uint8_t erased : {uint8_t{0}, uint8_t{0xFF}}) {
+            Begin(1, false);
+            for (int64_t i = 0; i < 30; ++i) {
+                Record((start * 10 + i) * 100000, i % 10 == 0 ? kVideoI : kVideoP, 0, 100);
+            }
+            Recorder().CutPower();
+            Fill(EndOfLast(), EndOfLast() + 0x2000, erased);
+            ExpectSound(0);
+        }
+    }
+}
+
 TEST_P(BlockFrames, GiveADamagedTimeStampOneBetweenItsNeighbours) {
     for (const bool closed : {true, false}) {
         for (const int64_t time :
