@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "block_ends.h"
+#include "format/frames.h"
 #include "format/ring.h"
 
 namespace recordings {
@@ -14,8 +15,8 @@ using disk_access::Ring;
 
 constexpr uint32_t kUnknownEnd = 0xFFFFFFFF;
 
-/// A head's time further than this before or after what its neighbours leave room for is damaged. Recorders' clocks are
-/// set now and then, over hours at most.
+/// A head's time further than this before or after what its neighbours leave room for is damaged, unless its first frame
+/// confirms it. Recorders' clocks are set now and then, mostly over hours.
 constexpr int64_t kClockSetSeconds = 86400;
 
 /// What a place in the ring holds.
@@ -243,7 +244,9 @@ private:
         block.headSound = ends.HeadValid() && !m_repaired[n];
         block.closed = m_sequence[n] != 0 && bySequence;
         block.channels = {ends.headRead ? ends.channels : 0};
-        block.start = ends.headRead && ends.recTime != 0 ? ends.recTime : ends.tail.StartTime;
+        const bool timed =
+            ends.headRead && (ends.recTime != 0 || !block.closed); // the tail may be an earlier turn's
+        block.start = timed ? ends.recTime : ends.tail.StartTime;
         block.end = block.closed ? EndOf(ends, m_sequence[n]) : block.start;
         return block;
     }
@@ -357,11 +360,17 @@ private:
 
     /// Whether frames that are newer than the newest block's start begin there.
     bool HoldsFrames(uint32_t place) const {
+        const std::optional<int64_t> time = TimeOfFirstFrame(place);
+        return time && *time >= m_list.m_blocks[m_recorded - 1].start;
+    }
+
+    /// In seconds; nothing where no frame begins.
+    std::optional<int64_t> TimeOfFirstFrame(uint32_t place) const {
         FrameHead_t frame = {};
-        return m_disk.Bytes().ReadWhole(m_disk.StartOf(place) + m_disk.Layout().frames, &frame,
-                                        sizeof frame) &&
-               frame.sync == BLOCK_MAGIC && frame.chn < kChannels &&
-               frame.pts / 1000000 >= m_list.m_blocks[m_recorded - 1].start;
+        const uint64_t at = m_disk.StartOf(place) + m_disk.Layout().frames;
+        const bool begins = m_disk.Bytes().ReadWhole(at, &frame, sizeof frame) && frame.sync == BLOCK_MAGIC &&
+                            frame.chn < kChannels;
+        return begins ? std::optional<int64_t>(frame.pts / 1000000) : std::nullopt;
     }
 
     // ---- times
@@ -380,13 +389,21 @@ private:
             }
             const uint32_t low = i == 0 ? 0 : LatestOf(blocks[i - 1]);
             const uint32_t high = i + 1 == blocks.size() ? kUnknownEnd : EarliestOf(blocks[i + 1]);
-            if (low > high || !OutOfRoom(block.start, low, high)) {
+            if (low > high || !OutOfRoom(block.start, low, high) || FrameConfirms(block)) {
                 continue;
             }
             const bool tailHolds = block.closed && !OutOfRoom(tailStart, low, high);
             block.headSound = false;
             block.start = tailHolds ? tailStart : low;
         }
+    }
+
+    /// Whether the first frame bears the time of the block's head. Then the clock was set that far: without a battery it
+    /// begins in 1970 when the power comes, until somebody sets it.
+    bool FrameConfirms(const Block& block) const {
+        const std::optional<int64_t> time = TimeOfFirstFrame(block.number);
+        return time && *time + disk_access::kStaleSeconds >= block.start &&
+               *time <= int64_t{block.start} + disk_access::kStaleSeconds;
     }
 
     static uint32_t LatestOf(const Block& block) {

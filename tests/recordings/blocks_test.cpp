@@ -146,6 +146,26 @@ TEST_F(Blocks, ADamagedTimeIsTakenFromTheTail) {
     EXPECT_EQ(Problems(), Lines{"head_damaged note block 3"});
 }
 
+TEST_F(Blocks, AFrameConfirmsTheTimeOfAnOpenBlock) {
+    // Recorders without a battery begin in 1970: block 3 was cut off after that, block 4 has the time of day again.
+    const int64_t day = 86400;
+    for (uint32_t block = 0; block < 6; ++block) {
+        const auto start = static_cast<uint32_t>(20000 * day + block * 1000);
+        Image().WriteBlock(block, BlockContents::Closed(block + 1, start, start + 900));
+    }
+    ChangeTail(3, [](BlockTail_t& tail) { tail.RecSeq = 0; });
+    for (const uint32_t start : {0u, 5u, 4294967295u}) {
+        ChangeHead(3, [&](BlockHead_t& head) { head.RecTime = start; });
+        Image().Put(Image().FrameOffset(3, 0),
+                    FrameHead_t{int64_t{start} * 1000000 + 500000, BLOCK_MAGIC, 1, 0, 0});
+        EXPECT_EQ(Problems(), kNone) << start;
+        const std::string seconds = std::to_string(start);
+        EXPECT_EQ((RecordingsFixture::Blocks())[3], "3:4 " + seconds + "-" + seconds + " o");
+    }
+    ChangeHead(3, [](BlockHead_t& head) { head.RecTime = 100; });
+    EXPECT_EQ(Problems(), Lines{"head_damaged note block 3"});
+}
+
 TEST_F(Blocks, AClockThatWasSetForOneBlockIsNoDamage) {
     const uint32_t year = 365 * 86400;
     ChangeHead(3, [](BlockHead_t& head) { head.RecTime += year; });
