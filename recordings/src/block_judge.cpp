@@ -1,5 +1,6 @@
 #include "block_judge.h"
 
+#include <map>
 #include <optional>
 
 #include "block_facts.h"
@@ -31,10 +32,14 @@ void NoteIndexLost(FoundFrames& found) {
     found.problems.push_back(problem);
 }
 
-/// Recorders use few types. One far above them is damaged.
+/// Recorders use few types. One far above them is damaged, unless several frames have it.
 void CheckTypes(FoundFrames& found) {
+    std::map<uint32_t, size_t> count;
+    for (const FoundFrame& frame : found.frames) {
+        ++count[frame.type];
+    }
     for (FoundFrame& frame : found.frames) {
-        if (frame.type >= kFrameTypes) {
+        if (frame.type >= kFrameTypes && count[frame.type] == 1) {
             found.NoteDamaged(frame);
         }
     }

@@ -194,6 +194,7 @@ TEST_P(BlockFrames, OfOtherTypesAndWithoutPayloadAreSound) {
             if (i % 7 == 0) {
                 Record(At(i * 100), 3, 0, 0);
                 Record(At(i * 100), 9, 1, 33);
+                Record(At(i * 100), 0x1000, 1, 20);
             }
             if (i % 20 == 5) {
                 RecordEvent(At(i * 100), 0x10, 0, i % 40 == 5);
