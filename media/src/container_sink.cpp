@@ -22,6 +22,11 @@ public:
         : m_path(path), m_output(output), m_container(container), m_file(&outputs.Make(path).Bytes()),
           m_muxer(m_path, m_container, m_file), m_predictor(MakeHeadPredictor(container)) {}
 
+    /// A stream's.
+    ContainerSink(const std::string& name, FileWriter& stream)
+        : m_path(name), m_output(0), m_container(Container::Matroska), m_streamed(true), m_file(&stream),
+          m_muxer(m_path, m_container, m_file, m_streamed), m_predictor(MakeStreamHead()) {}
+
     std::optional<LeftOutReason> Refusal(const Track& track, const recordings::Frame& frame) const override {
         Parameters unused;
         return Examine(track, frame, unused);
@@ -55,12 +60,16 @@ public:
 
     void Start(const ContainerFacts& facts, const std::optional<Estimate>& estimate) override {
         m_chapters = facts.chapters;
+        if (m_streamed) {
+            AddChaptersToHead(facts);
+        }
         m_muxer.Start(facts);
         m_timeline.emplace(facts.start, m_muxer.LargestGap());
         for (size_t stream = 0; stream < m_muxer.Streams(); ++stream) {
             m_timeline->AddTrack();
         }
-        m_file.CloseHead(estimate ? Predict(facts, *estimate) : std::nullopt);
+        m_file.CloseHead(estimate || m_streamed ? Predict(facts, estimate.value_or(Estimate()))
+                                                : std::nullopt);
     }
 
     uint32_t LargestFrame() const override { return 0x40000000; } // libavformat counts with signed numbers
@@ -89,6 +98,12 @@ public:
     }
 
 private:
+    /// Whether the clock was set will be known when they are long gone.
+    void AddChaptersToHead(const ContainerFacts& facts) {
+        m_timeline.emplace(facts.start);
+        m_muxer.AddChapters(Placed(facts.chapters));
+    }
+
     std::optional<LeftOutReason> Examine(const Track& track, const recordings::Frame& frame,
                                          Parameters& parameters) const {
         const AVCodecID codec = CodecOf(track);
@@ -139,6 +154,7 @@ private:
     std::string m_path;
     size_t m_output;
     Container m_container;
+    bool m_streamed = false;
     std::optional<Timeline> m_timeline; ///< once it is started
     MuxedFile m_file;
     Muxer m_muxer;
@@ -158,6 +174,10 @@ bool ContainersSupported() {
 std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container container, Outputs& outputs,
                                         size_t output) {
     return std::make_unique<ContainerSink>(path, container, outputs, output);
+}
+
+std::unique_ptr<Sink> MakeStreamSink(const std::string& name, int stream, Outputs& outputs) {
+    return std::make_unique<ContainerSink>(name, outputs.MakeStream(name, stream));
 }
 
 void QuietContainers() {

@@ -41,16 +41,14 @@ public:
         }
         ReportLocked();
         FindEvents();
-        m_sink = m_request.container == Container::Raw
-                     ? MakeRawSink(m_request.name, m_outputs)
-                     : MakeContainerSink(m_request.name, m_request.container, m_outputs);
+        m_sink = MakeSink();
         m_copier.emplace(*m_sink, m_request.container);
         m_started = m_request.container == Container::Raw;
         if (m_request.container != Container::Raw && !StartContainer()) {
             Copy(); // what is missing is named all the same, and what is left out is counted
             return NothingMade();
         }
-        OutputFile& manifest = m_outputs.Make(m_result.manifest);
+        OutputFile* const manifest = m_request.WantsManifest() ? &m_outputs.Make(m_result.manifest) : nullptr;
         Copy();
         if (m_copier->Tracks().empty()) {
             return NothingMade();
@@ -59,9 +57,13 @@ public:
             sink->Finish();
         }
         m_sink->Finish();
-        m_result.outputs = m_outputs.CompleteOthers(manifest);
-        TakeDigests();
-        Describe(manifest);
+        m_result.outputs =
+            manifest == nullptr ? m_outputs.CompleteAll() : m_outputs.CompleteOthers(*manifest);
+        TakeFindings();
+        if (manifest != nullptr) {
+            TakeDigests();
+            Describe(*manifest);
+        }
         m_watcher.Ask();
         m_outputs.Publish();
         return std::move(m_result);
@@ -77,10 +79,20 @@ private:
         };
     }
 
+    std::unique_ptr<Sink> MakeSink() {
+        if (m_request.stream) {
+            return MakeStreamSink(m_request.name, *m_request.stream, m_outputs);
+        }
+        return m_request.container == Container::Raw
+                   ? MakeRawSink(m_request.name, m_outputs)
+                   : MakeContainerSink(m_request.name, m_request.container, m_outputs);
+    }
+
     /// Looks at the places of all files that the export may make, before there is any work to be lost.
     void CheckPlaces() {
-        m_result.manifest = m_request.ManifestName();
-        if (m_request.container == Container::Raw) {
+        if (m_request.stream) {
+            // It is open, and looked at when it is begun.
+        } else if (m_request.container == Container::Raw) {
             // Which streams there are is not known yet: files of others may stay.
             const OutputRules replacing = {m_rules.source, true};
             for (const std::string& path :
@@ -90,8 +102,11 @@ private:
         } else {
             OutputPlace(m_request.name).Check(m_rules);
         }
-        OutputPlace(m_result.manifest).Check(m_rules);
-        CheckSignaturePlace(m_request, m_rules);
+        if (m_request.WantsManifest()) {
+            m_result.manifest = m_request.ManifestName();
+            OutputPlace(m_result.manifest).Check(m_rules);
+            CheckSignaturePlace(m_request, m_rules);
+        }
     }
 
     void ReportLocked() {
@@ -194,7 +209,7 @@ private:
         recordings::RangeFrames frames(m_disk, m_blocks, m_query, Problems(), m_watcher.Reading());
         std::optional<uint32_t> block;
         for (Frame frame; frames.Next(frame);) {
-            if (block && *block != frame.block) {
+            if (m_request.WantsManifest() && block && *block != frame.block) {
                 m_hasher.Add(*block);
             }
             block = frame.block;
@@ -243,7 +258,7 @@ private:
             m_copier->AddTrack(track, frame);
         } else if (const auto refusal = m_sink->Refusal(track, frame)) {
             m_copier->Refuse(track, *refusal);
-        } else if (!m_started) {
+        } else if (!m_started || m_request.stream) {
             m_copier->Refuse(track, LeftOutReason::TrackBegunTooLate);
         } else {
             BeginPart(track, frame);
@@ -335,7 +350,6 @@ private:
     }
 
     void Describe(OutputFile& manifest) {
-        TakeFindings();
         SignedFile file(manifest, m_request.key);
         WriteManifest(m_disk, m_blocks, m_request, m_result,
                       [&file](const std::string& text) { file.Write(text); });

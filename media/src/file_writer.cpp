@@ -1,6 +1,8 @@
 #include "file_writer.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,6 +26,17 @@ namespace {
 /// and writing out the file's end would take as long as everything before it, with no way to interrupt it.
 constexpr uint64_t kSyncStep = 0x200000;
 
+/// A pipe that has room takes so much at once; with more, the writer would sleep until somebody reads, and an export whose
+/// reader pauses could not be interrupted.
+constexpr size_t kPipePiece = 4096;
+/// How often a full pipe is left, to see whether the work was ended, in milliseconds.
+constexpr int kPipeWait = 100;
+
+bool IsFile(int descriptor) {
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 /// What could not be done.
 enum class Fault { None, Writing, ReadingBack };
 
@@ -31,7 +44,8 @@ enum class Fault { None, Writing, ReadingBack };
 
 /// What the threads know of the file.
 struct FileWriter::State {
-    explicit State(int file) : descriptor(file) {}
+    explicit State(int file, bool isStream = false)
+        : descriptor(file), stream(isStream), piece(!isStream || IsFile(file) ? Chunk::kSize : kPipePiece) {}
     ~State() { close(descriptor); }
     State(const State&) = delete;
     State& operator=(const State&) = delete;
@@ -42,6 +56,7 @@ struct FileWriter::State {
     bool Alive() const { return !abandoned && !Failed(); }
 
     void Put(uint64_t offset, const void* data, size_t size);
+    ssize_t PutPiece(uint64_t offset, const char* bytes, size_t size) const;
     void SyncBehind(uint64_t end);
     void Sync();
     /// The file may end with a hole.
@@ -51,6 +66,8 @@ struct FileWriter::State {
     size_t Get(uint64_t offset, uint8_t* data);
 
     const int descriptor;
+    const bool stream;  ///< written in order, and never read
+    const size_t piece; ///< what is written at once
     std::atomic<bool> abandoned{false};
     std::atomic<Fault> fault{Fault::None};
     std::atomic<int> systemError{0};
@@ -70,17 +87,25 @@ void FileWriter::State::Fail(Fault kind, int error) {
 void FileWriter::State::Put(uint64_t offset, const void* data, size_t size) {
     const auto* const bytes = static_cast<const char*>(data);
     for (size_t done = 0; done < size && Alive();) {
-        const ssize_t put = pwrite(descriptor, bytes + done, size - done, static_cast<off_t>(offset + done));
-        if (put < 0 && errno != EINTR) {
+        const ssize_t put = PutPiece(offset + done, bytes + done, std::min(size - done, piece));
+        if (put < 0 && errno != EINTR && errno != EAGAIN) {
             Fail(Fault::Writing, errno);
         }
         done += static_cast<size_t>(std::max<ssize_t>(put, 0));
     }
 }
 
+ssize_t FileWriter::State::PutPiece(uint64_t offset, const char* bytes, size_t size) const {
+    if (!stream) {
+        return pwrite(descriptor, bytes, size, static_cast<off_t>(offset));
+    }
+    pollfd room = {descriptor, POLLOUT, 0};
+    return poll(&room, 1, kPipeWait) == 0 ? 0 : write(descriptor, bytes, size);
+}
+
 /// Begins to write out the last step, and waits for the one before it.
 void FileWriter::State::SyncBehind(uint64_t end) {
-    while (Alive() && end - synced >= kSyncStep) {
+    while (!stream && Alive() && end - synced >= kSyncStep) {
         const auto begin = static_cast<off_t>(synced);
         sync_file_range(descriptor, begin, kSyncStep, SYNC_FILE_RANGE_WRITE);
         if (synced >= kSyncStep) {
@@ -130,7 +155,15 @@ void FileWriter::State::ReadBack(const std::shared_ptr<State>& state, Pipeline& 
 }
 
 FileWriter::FileWriter(std::string path, int descriptor, Pipeline& pipeline)
-    : m_path(std::move(path)), m_pipeline(pipeline), m_state(std::make_shared<State>(descriptor)) {}
+    : FileWriter(std::move(path), std::make_shared<State>(descriptor), pipeline) {}
+
+FileWriter::FileWriter(std::string path, std::shared_ptr<State> state, Pipeline& pipeline)
+    : m_path(std::move(path)), m_pipeline(pipeline), m_state(std::move(state)) {}
+
+std::unique_ptr<FileWriter> FileWriter::ToStream(std::string name, int stream, Pipeline& pipeline) {
+    auto state = std::make_shared<State>(stream, true);
+    return std::unique_ptr<FileWriter>(new FileWriter(std::move(name), std::move(state), pipeline));
+}
 
 FileWriter::~FileWriter() {
     m_state->abandoned = true;
@@ -200,6 +233,11 @@ void FileWriter::Skip(uint64_t size) {
 
 void FileWriter::Check() const {
     const Fault fault = m_state->fault;
+    if (fault != Fault::None && m_state->stream) {
+        throw Error(m_state->systemError == EPIPE ? ErrorKind::NobodyReads : ErrorKind::CannotWrite,
+                    fmt::format("{}: cannot be written: {}; what was written is not whole", m_path,
+                                std::strerror(m_state->systemError)));
+    }
     if (fault != Fault::None) {
         const bool writing = fault == Fault::Writing;
         throw Error(writing ? ErrorKind::CannotWrite : ErrorKind::CannotReadBack,

@@ -19,6 +19,9 @@ public:
     /// @param descriptor an empty file, open for reading and writing; the writer closes it
     /// @param pipeline must outlive the writer
     FileWriter(std::string path, int descriptor, Pipeline& pipeline);
+    /// Writes to what may be a pipe, from where it stands on: nothing can be rewritten there.
+    /// @param stream the writer closes it
+    static std::unique_ptr<FileWriter> ToStream(std::string name, int stream, Pipeline& pipeline);
     /// What is not written yet is dropped.
     ~FileWriter();
     FileWriter(const FileWriter&) = delete;
@@ -48,6 +51,7 @@ public:
 
 private:
     struct State;
+    FileWriter(std::string path, std::shared_ptr<State> state, Pipeline& pipeline);
     void Send();
     void Check() const;
 

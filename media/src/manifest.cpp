@@ -31,7 +31,8 @@ public:
         m_writer.AskedFor();
         WriteSpan();
         m_writer.Member("container", NameOf(m_request.container));
-        m_writer.List("outputs", m_result.outputs, [](const Exported& output) { return OutputOf(output); });
+        m_writer.List("outputs", m_result.outputs,
+                      [this](const Exported& output) { return OutputOf(output); });
         m_writer.List("tracks", m_result.tracks, [this](const Track& track) { return TrackOf(track); });
         m_writer.List("blocks", m_result.blocks, [this](uint32_t block) { return BlockOf(block); });
         m_writer.List("events", m_result.events,
@@ -62,8 +63,9 @@ private:
         m_writer.Member("end", m_writer.TimeOf(end));
     }
 
-    static Json OutputOf(const Exported& output) {
-        return {{"file", std::filesystem::path(output.path).filename().string()},
+    Json OutputOf(const Exported& output) const {
+        const std::string name = std::filesystem::path(output.path).filename().string();
+        return {{"file", m_request.stream ? Json(nullptr) : Json(name)},
                 {"size_bytes", output.size},
                 {"sha256", output.sha256}};
     }

@@ -291,7 +291,8 @@ private:
     /// Only the name of a file beside the manifest: a path could lead anywhere.
     void AddFile(const Json& entry, bool hashedWhole) {
         NamedFile file;
-        file.name = TextIn(entry, "file");
+        file.streamed = hashedWhole && entry.is_object() && entry.contains("file") && entry["file"].is_null();
+        file.name = file.streamed ? "standard output" : TextIn(entry, "file");
         const bool plain = !file.name.empty() && file.name.size() <= kLongestName && file.name != "." &&
                            file.name != ".." && file.name.find('/') == std::string::npos &&
                            file.name.find('\0') == std::string::npos;

@@ -42,7 +42,7 @@ void Muxer::FreeContext::operator()(AVFormatContext* context) const {
     avformat_free_context(context);
 }
 
-Muxer::Muxer(std::string path, Container container, MuxTarget& target)
+Muxer::Muxer(std::string path, Container container, MuxTarget& target, bool streamed)
     : m_path(std::move(path)), m_container(container), m_target(target), m_packet(av_packet_alloc()) {
     AVFormatContext* context = nullptr;
     Check(avformat_alloc_output_context2(&context, nullptr, NameOf(container), nullptr));
@@ -53,6 +53,7 @@ Muxer::Muxer(std::string path, Container container, MuxTarget& target)
         throw std::bad_alloc();
     }
     context->pb->direct = 1;
+    context->pb->seekable = streamed ? 0 : AVIO_SEEKABLE_NORMAL;
     // Bit-exact: no random identifiers, no versions. The same recording gives the same bytes.
     context->flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_BITEXACT;
 }

@@ -27,7 +27,8 @@ class Muxer {
 public:
     /// @param path for messages
     /// @param target must outlive the muxer
-    Muxer(std::string path, Container container, MuxTarget& target);
+    /// @param streamed nothing can be sought in the target: the file is written from its start to its end
+    Muxer(std::string path, Container container, MuxTarget& target, bool streamed = false);
     Muxer(const Muxer&) = delete;
     Muxer& operator=(const Muxer&) = delete;
     ~Muxer();
@@ -41,7 +42,8 @@ public:
 
     /// Writes the head.
     void Start(const ContainerFacts& facts);
-    /// Has chapters written with the end of the file. Call it before Finish().
+    /// Has chapters written: with the end of the file, or with its head when it is streamed. Call it before Finish(), or
+    /// Start().
     /// @param chapters in order of time, with places in the container, microseconds, as times
     void AddChapters(const std::vector<Chapter>& chapters);
     /// The longest time from one frame of a stream to the next that the container can tell, in microseconds. Known when

@@ -11,6 +11,10 @@ bool ContainersSupported() {
     return false;
 }
 
+std::unique_ptr<Sink> MakeStreamSink(const std::string& name, int /*stream*/, Outputs& /*outputs*/) {
+    throw Error(ErrorKind::NoContainers, name + ": no containers can be written: libavformat was not there");
+}
+
 std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container /*container*/,
                                         Outputs& /*outputs*/, size_t /*output*/) {
     throw Error(ErrorKind::NoContainers,

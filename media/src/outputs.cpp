@@ -1,4 +1,6 @@
+#include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,16 +32,37 @@ OutputFile& Outputs::Make(const std::string& path) {
     return *m_files.back();
 }
 
-std::vector<Exported> Outputs::CompleteOthers(const OutputFile& one) {
+FileWriter& Outputs::MakeStream(const std::string& name, int stream) {
+    struct stat status = {};
+    if (fstat(stream, &status) == 0 && m_rules.source.Includes(status)) {
+        throw Error(ErrorKind::OutputIsSource, name + ": leads into the source, which is never written");
+    }
+    const int own = fcntl(stream, F_DUPFD_CLOEXEC, 0);
+    if (own < 0) {
+        throw Error(ErrorKind::CannotMake, name + ": cannot be written: " + std::strerror(errno));
+    }
+    m_streamName = name;
+    m_stream = FileWriter::ToStream(name, own, *m_pipeline);
+    return *m_stream;
+}
+
+std::vector<Exported> Outputs::CompleteAllBut(const OutputFile* one) {
     // All begin at once: while one is written out, the next is hashed.
+    if (m_stream) {
+        m_stream->BeginCompletion();
+    }
     for (const auto& file : m_files) {
-        if (file.get() != &one) {
+        if (file.get() != one) {
             file->BeginCompletion();
         }
     }
     std::vector<Exported> results;
+    if (m_stream) {
+        m_stream->AwaitCompletion();
+        results.push_back({m_streamName, m_stream->Size(), m_stream->Sha256()});
+    }
     for (const auto& file : m_files) {
-        if (file.get() != &one) {
+        if (file.get() != one) {
             file->Complete();
             results.push_back(file->Result());
         }

@@ -227,6 +227,21 @@ private:
     uint64_t m_end = 0;  ///< of the file
 };
 
+// ---- streams
+
+/// Neither sizes nor an index: what is read on the way needs none.
+class StreamHead : public HeadPredictor {
+public:
+    std::optional<Bytes> Predict(const Bytes& head, const ContainerFacts& /*facts*/,
+                                 const Estimate& /*estimate*/, const MakeMuxer& /*makeMuxer*/) override {
+        return head;
+    }
+
+    void Finish(Muxer& muxer, MuxedFile& /*file*/, const std::vector<Chapter>& /*chapters*/) override {
+        muxer.Finish();
+    }
+};
+
 /// Puts bytes into a part that is kept in memory.
 void Overwrite(Bytes& part, uint64_t offset, const uint8_t* data, size_t size) {
     part.resize(std::max(part.size(), static_cast<size_t>(offset) + size));
@@ -269,6 +284,10 @@ void MuxedFile::Finish() {
     if (m_head != m_written) {
         m_file->Rewrite(0, m_head.data(), m_head.size());
     }
+}
+
+std::unique_ptr<HeadPredictor> MakeStreamHead() {
+    return std::make_unique<StreamHead>();
 }
 
 std::unique_ptr<HeadPredictor> MakeHeadPredictor(Container container) {

@@ -73,6 +73,8 @@ public:
 };
 
 std::unique_ptr<HeadPredictor> MakeHeadPredictor(Container container);
+/// For a file that is written from its start to its end: the head stays as it is.
+std::unique_ptr<HeadPredictor> MakeStreamHead();
 
 } // namespace media
 

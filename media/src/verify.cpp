@@ -102,6 +102,13 @@ private:
     // ---- the files
 
     bool CheckFile(const NamedFile& named) {
+        if (named.streamed) {
+            Report(Result::Unchecked, Subject::File,
+                   fmt::format("{}: what went there is no file beside the manifest; if it was saved, its "
+                               "SHA-256 must be {}",
+                               named.name, named.sha256));
+            return false;
+        }
         try {
             const OpenedFile file(m_folder.Descriptor(), named.name);
             if (file.Size() != named.size) {
@@ -291,8 +298,9 @@ private:
             }
             if (!m_good[file]) {
                 Report(Result::Unchecked, Subject::Frames,
-                       m_manifest.files[file].name +
-                           ": its frames are not compared: it is not the file that was made");
+                       m_manifest.files[file].name + ": its frames are not compared: " +
+                           (m_manifest.files[file].streamed ? "they are in no file"
+                                                            : "it is not the file that was made"));
                 return std::nullopt;
             }
             if (!DigestFile(m_manifest.files[file], tracks, digests)) {

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <stdexcept>
+#include <thread>
 
 #include "digest.h"
 #include "media/error.h"
@@ -232,6 +233,62 @@ TEST_F(FileWriters, EndSoonThoughTheMediumTakesNothing) {
     }
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
     close(ends[0]);
+}
+
+/// A pipe.
+struct Ends {
+    Ends() { EXPECT_EQ(pipe2(descriptors, O_CLOEXEC), 0); }
+    int descriptors[2] = {};
+};
+
+TEST_F(FileWriters, WriteAndHashAStream) {
+    Pipeline pipeline;
+    const std::string bytes = Pattern(3 * Chunk::kSize + 12345);
+    const Ends ends;
+    std::string read;
+    std::thread reader([&] {
+        char piece[10000];
+        for (ssize_t got = 0; (got = ::read(ends.descriptors[0], piece, sizeof piece)) > 0;) {
+            read.append(piece, static_cast<size_t>(got));
+        }
+    });
+    {
+        const auto writer = FileWriter::ToStream("stream", ends.descriptors[1], pipeline);
+        writer->Write(bytes.data(), bytes.size());
+        Complete(*writer);
+        EXPECT_EQ(writer->Sha256(), DigestOf(bytes));
+    }
+    reader.join();
+    EXPECT_TRUE(read == bytes);
+    close(ends.descriptors[0]);
+}
+
+TEST_F(FileWriters, TellThatNobodyReadsAStream) {
+    std::signal(SIGPIPE, SIG_IGN);
+    Pipeline pipeline;
+    const Ends ends;
+    close(ends.descriptors[0]);
+    const auto writer = FileWriter::ToStream("stream", ends.descriptors[1], pipeline);
+    EXPECT_EQ(Fail(*writer, ErrorKind::NobodyReads),
+              "stream: cannot be written: Broken pipe; what was written is not whole");
+}
+
+TEST_F(FileWriters, EndSoonThoughNobodyTakesFromAStream) {
+    const Ends ends;
+    const auto begin = std::chrono::steady_clock::now();
+    {
+        Pipeline pipeline([begin] {
+            if (std::chrono::steady_clock::now() - begin > 300ms) {
+                throw std::runtime_error("enough");
+            }
+        });
+        const std::string bytes = Pattern(Chunk::kSize);
+        const auto writer = FileWriter::ToStream("stream", ends.descriptors[1], pipeline);
+        writer->Write(bytes.data(), bytes.size());
+        EXPECT_THROW(Complete(*writer), std::runtime_error);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
+    close(ends.descriptors[0]);
 }
 
 } // namespace

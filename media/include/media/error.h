@@ -15,6 +15,7 @@ enum class ErrorKind {
     OutputTwice,    ///< two outputs would bear one name
     CannotMake,     ///< the system refused to make an output
     CannotWrite,    ///< an output cannot be written, or not to its end
+    NobodyReads,    ///< the output is a pipe that was closed
     CannotReadBack, ///< an output cannot be read again to hash it
     NoContainers,   ///< libavformat was not there when the library was built
     BadKey,         ///< a file holds no key for signatures

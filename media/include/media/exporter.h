@@ -25,6 +25,11 @@ namespace media {
 struct ExportRequest : Request {
     Container container = Container::Matroska;
     AudioCodecs audio; ///< where it is known better than the disk does
+    /// Where Matroska goes instead of to a file: open for writing, and the caller's. The name says what it is called, and
+    /// there is a manifest only where one is named.
+    std::optional<int> stream;
+
+    bool WantsManifest() const { return !stream || !manifest.empty(); }
 };
 
 /// Frames that are in no file, and why.
@@ -41,7 +46,7 @@ struct ExportResult {
     std::vector<Track> tracks;
     std::vector<LeftOut> leftOut;
     std::vector<Exported> outputs; ///< without the manifest
-    std::string manifest;          ///< its path
+    std::string manifest;          ///< its path; empty: there is none
     std::string signature;         ///< the same; empty: nobody signs
     std::vector<recordings::Event> events;
     size_t eventsWithoutChapter = 0; ///< that a container does not show: there would be too many chapters

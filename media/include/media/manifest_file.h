@@ -18,7 +18,8 @@ namespace media {
 
 /// A file that a manifest names.
 struct NamedFile {
-    std::string name; ///< of a file beside the manifest: never a path
+    std::string name;      ///< of a file beside the manifest: never a path
+    bool streamed = false; ///< it went to standard output, and has no name
     uint64_t size = 0;
     std::string sha256; ///< empty: parts of the file are hashed instead
 };

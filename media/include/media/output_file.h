@@ -85,9 +85,17 @@ public:
     /// @throws Error when it cannot be made, or was begun before
     OutputFile& Make(const std::string& path);
 
+    /// Begins to write to a stream instead, which may be a pipe. It has no name to take: what was written is written.
+    /// @param name for messages, and what the manifest calls it
+    /// @param stream open for writing; it stays the caller's
+    /// @throws Error when it leads into the source
+    FileWriter& MakeStream(const std::string& name, int stream);
+
     /// Completes all files that were begun but one, which tells of them.
-    /// @return what they are, in the order they were begun in
-    std::vector<Exported> CompleteOthers(const OutputFile& one);
+    /// @return what they are, in the order they were begun in, the stream first
+    std::vector<Exported> CompleteOthers(const OutputFile& one) { return CompleteAllBut(&one); }
+    /// The same where nothing tells of them.
+    std::vector<Exported> CompleteAll() { return CompleteAllBut(nullptr); }
 
     /// Gives all files their names, the one begun first as the last: where it is, all others are. Each must be complete.
     /// If one cannot get its name, none does; but a file that was replaced stays so on file systems that cannot
@@ -96,8 +104,12 @@ public:
     void Publish();
 
 private:
+    std::vector<Exported> CompleteAllBut(const OutputFile* one);
+
     OutputRules m_rules;
     std::unique_ptr<Pipeline> m_pipeline;
+    std::string m_streamName;
+    std::unique_ptr<FileWriter> m_stream; ///< if there is one
     std::vector<std::unique_ptr<OutputFile>> m_files;
 };
 

@@ -30,7 +30,8 @@ struct Wording {
 
 /// What every request says.
 struct Request {
-    std::string name; ///< the file to write, or what the names of the files begin with
+    std::string name;     ///< the file to write, or what the names of the files begin with
+    std::string manifest; ///< the manifest to write; empty: NAME.json
     recordings::TimeRange range;
     bool fromGiven = false; ///< whether the range's first second was asked for; else it is from the beginning
     bool toGiven = false;   ///< the same of the last
@@ -46,7 +47,7 @@ struct Request {
     const SigningKey* key = nullptr; ///< signs the manifest; null: nobody does. Must outlive the work
 
     /// The names of the manifest, and of its signature.
-    std::string ManifestName() const { return name + ".json"; }
+    std::string ManifestName() const { return manifest.empty() ? name + ".json" : manifest; }
     std::string SignatureName() const { return ManifestName() + ".sig"; }
 };
 

@@ -134,6 +134,13 @@ bool ContainersSupported();
 std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container container, Outputs& outputs,
                                         size_t output = 0);
 
+/// One Matroska file to a stream, which may be a pipe: it is written from its start to its end, without an index of its key
+/// frames. Its chapters lie where they belong if the recorder's clock was not set.
+/// @param name of the stream, for messages
+/// @param stream see Outputs::MakeStream()
+/// @throws Error (NoContainers)
+std::unique_ptr<Sink> MakeStreamSink(const std::string& name, int stream, Outputs& outputs);
+
 /// The name of another container of an export: "journey-2.mkv" beside "journey.mkv".
 std::string PartName(const std::string& path, size_t number);
 
