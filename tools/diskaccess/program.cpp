@@ -94,7 +94,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddExportOptions)
             .Takes(AddEvidenceOptions)
             .Checks(CheckExport)
-            .Confined(NeedsOfWriting)
+            .Confined(NeedsOfExport)
             .Does(Asks(Export)),
         Command("view", "Shows the recordings in the browser: all cameras in step, on a timeline")
             .Takes(AddPartition)

@@ -144,6 +144,11 @@ ExitCode Context::Finish() {
     return FinishWith(m_problems.Code());
 }
 
+ExitCode Context::FinishWithoutAnswer() {
+    m_progress.reset();
+    return m_wrongPassword ? kFailed : m_problems.Code();
+}
+
 ExitCode Context::FinishWith(ExitCode code) {
     Answer().End();
     m_output.Flush();

@@ -69,6 +69,8 @@ public:
     Renderer& Answer();
     /// Ends the answer with the problems that were met.
     ExitCode Finish();
+    /// Ends a command whose answer is something else than a report.
+    ExitCode FinishWithoutAnswer();
     /// Ends an answer that names its problems itself.
     ExitCode FinishWith(ExitCode code);
 

@@ -220,12 +220,16 @@ void AddExportOptions(CLI::App& command, Options& options) {
         ->default_str("30s")
         ->needs(event);
     command
-        .add_option(
-            "-o,--output", options.output,
-            "File to write; with --raw, what the files' names begin with. FILE.json says what is in it")
+        .add_option("-o,--output", options.output,
+                    "File to write; with --raw, what the files' names begin with. FILE.json says what is in "
+                    "it. - for "
+                    "standard output: Matroska for a player, without a manifest")
         ->option_text("FILE")
         ->type_name("FILE")
         ->required();
+    command.add_option("--manifest", options.manifest, "With -o -: write the manifest to this file")
+        ->option_text("FILE")
+        ->type_name("FILE");
     command.add_flag("--raw", options.raw,
                      "Elementary streams as the cameras delivered them, one file a channel and kind");
     command

@@ -82,7 +82,7 @@ struct Options {
     bool hashSource = false;
 
     // verify
-    std::string manifest;
+    std::string manifest; ///< of export too
     std::string publicKey;
     // catalog
     std::string action;

@@ -39,6 +39,7 @@ void CheckExtract(const Options& options);
 std::optional<Needs> NeedsOfFind(const Options& options);
 std::optional<Needs> NeedsOfReading(const Options& options);
 std::optional<Needs> NeedsOfWriting(const Options& options);
+std::optional<Needs> NeedsOfExport(const Options& options);
 std::optional<Needs> NeedsOfView(const Options& options);
 std::optional<Needs> NeedsOfTimeline(const Options& options);
 std::optional<Needs> NeedsOfVerify(const Options& options);

@@ -2,6 +2,7 @@
 
 #include "cli/names.h"
 #include "commands/commands.h"
+#include "commands/export_options.h"
 
 namespace diskaccess {
 
@@ -41,6 +42,17 @@ std::optional<Needs> NeedsOfReading(const Options& options) {
 std::optional<Needs> NeedsOfWriting(const Options& options) {
     std::optional<Needs> needs = NeedsOfReading(options);
     needs->writable.push_back(FolderOf(options.output));
+    return needs;
+}
+
+std::optional<Needs> NeedsOfExport(const Options& options) {
+    if (!GoesToStandardOutput(options)) {
+        return NeedsOfWriting(options);
+    }
+    std::optional<Needs> needs = NeedsOfReading(options);
+    if (!options.manifest.empty()) {
+        needs->writable.push_back(FolderOf(options.manifest));
+    }
     return needs;
 }
 

@@ -1,0 +1,175 @@
+#include "commands/export_options.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <utility>
+
+#include "cli/duration.h"
+#include "cli/failure.h"
+#include "commands/commands.h"
+#include "commands/evidence.h"
+#include "commands/named.h"
+
+namespace diskaccess {
+
+namespace {
+
+bool EndsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+media::Container WantedContainer(const Options& options) {
+    CheckOutputName(options);
+    if (options.raw && !options.container.empty()) {
+        throw WrongUse("--raw makes no container: leave --container out");
+    }
+    if (options.raw) {
+        return media::Container::Raw;
+    }
+    if (!media::ContainersSupported()) {
+        throw Failure("this program was built without libavformat and writes no containers; use --raw");
+    }
+    const bool mp4 =
+        options.container.empty() ? EndsWith(options.output, ".mp4") : options.container == "mp4";
+    return mp4 ? media::Container::Mp4 : media::Container::Matroska;
+}
+
+/// Reads "CODEC:RATE" (alaw, mulaw, pcm16, or a name of libavcodec's; samples a second).
+media::AudioCodec ReadAudioCodec(const std::string& text) {
+    constexpr std::array<std::pair<const char*, const char*>, 3> kShortNames = {
+        {{"alaw", "pcm_alaw"}, {"mulaw", "pcm_mulaw"}, {"pcm16", "pcm_s16le"}}};
+    const size_t colon = text.find(':');
+    const std::string rate = colon == std::string::npos ? "" : text.substr(colon + 1);
+    std::string name = text.substr(0, colon);
+    for (const auto& [shortName, codec] : kShortNames) {
+        if (name == shortName) {
+            name = codec;
+        }
+    }
+    if (name.empty() || rate.empty() || rate.size() > 6 ||
+        rate.find_first_not_of("0123456789") != std::string::npos || std::stoul(rate) == 0) {
+        throw WrongUse("--audio: '" + text + "' is no codec and rate; give them like alaw:8000");
+    }
+    if (!media::CanDecodeAudio(name)) {
+        throw WrongUse("--audio: libavcodec knows no audio called '" + name +
+                       "'; give alaw, mulaw, pcm16 or a name that 'ffmpeg -codecs' lists");
+    }
+    return {name, static_cast<uint32_t>(std::stoul(rate))};
+}
+
+/// Reads a list of "CODEC:RATE", of all channels, and "CHANNEL=CODEC:RATE".
+media::AudioCodecs ReadAudio(const std::string& list) {
+    media::AudioCodecs codecs;
+    for (size_t begin = 0; !list.empty() && begin <= list.size();) {
+        const size_t end = std::min(list.find(',', begin), list.size());
+        const std::string item = list.substr(begin, end - begin);
+        const size_t equals = item.find('=');
+        if (equals == std::string::npos) {
+            codecs.all = ReadAudioCodec(item);
+        } else {
+            const std::string channel = item.substr(0, equals);
+            const bool isNumber = !channel.empty() && channel.size() <= 2 &&
+                                  channel.find_first_not_of("0123456789") == std::string::npos;
+            if (!isNumber || std::stoul(channel) >= recordings::kChannels) {
+                throw WrongUse("--audio: '" + channel + "' is no channel; give a number from 0 to 31");
+            }
+            codecs.channels[static_cast<uint32_t>(std::stoul(channel))] =
+                ReadAudioCodec(item.substr(equals + 1));
+        }
+        begin = end + 1;
+    }
+    return codecs;
+}
+
+/// Has a request ask for the record, or for what lies around the event, that the options name.
+void Narrow(Context& context, media::ExportRequest& request) {
+    const Options& options = context.Typed();
+    if (options.record.empty() && options.event.empty()) {
+        return;
+    }
+    request.fromGiven = true;
+    request.toGiven = true;
+    if (!options.record.empty()) {
+        const recordings::Record record = NamedRecord(context);
+        request.range = {record.start, record.end};
+        request.channels = request.channels.And({1u << record.channel});
+        return;
+    }
+    const uint32_t time = NamedEvent(context).time;
+    const uint32_t around = ReadDuration(options.around, "--around");
+    request.range = {time - std::min(time, around), time + std::min(UINT32_MAX - time, around)};
+}
+
+/// Looks at what goes with standard output, and what with files.
+void CheckStandardOutput(const Options& options) {
+    if (!GoesToStandardOutput(options)) {
+        if (!options.manifest.empty()) {
+            throw WrongUse("--manifest goes with -o -: the manifest of files lies beside them");
+        }
+        return;
+    }
+    if (options.raw || options.container == "mp4") {
+        throw WrongUse("-o -: standard output takes Matroska alone: leave --raw and --container out");
+    }
+    if (options.format != Format::Text) {
+        throw WrongUse("-o -: the recording itself goes to standard output: leave --json and --format out");
+    }
+    const bool forManifest = options.hashSource || !options.signingKey.empty() || !options.caseName.empty() ||
+                             !options.operatorName.empty() || !options.note.empty();
+    if (forManifest && options.manifest.empty()) {
+        throw WrongUse(
+            "-o -: --case, --operator, --note, --sign and --hash-source are for the manifest: give "
+            "--manifest FILE");
+    }
+    if (isatty(STDOUT_FILENO) == 1) {
+        throw WrongUse("-o -: standard output is a terminal; lead it to a player (| mpv -) or to a file");
+    }
+}
+
+/// What names a record or an event names a time: no other goes with it.
+void CheckNames(const Options& options) {
+    if (!options.record.empty()) {
+        ReadRecordName(options.record);
+    }
+    if (!options.event.empty()) {
+        ReadEventName(options.event);
+        ReadDuration(options.around, "--around");
+    }
+    const bool named = !options.record.empty() || !options.event.empty();
+    if (named && (!options.from.empty() || !options.to.empty())) {
+        throw WrongUse("--record and --event name a time themselves: leave --from and --to out");
+    }
+}
+
+} // namespace
+
+bool GoesToStandardOutput(const Options& options) {
+    return options.output == "-";
+}
+
+media::ExportRequest RequestOf(Context& context) {
+    const Options& options = context.Typed();
+    media::ExportRequest request;
+    request.container = WantedContainer(options);
+    request.audio = ReadAudio(options.audio);
+    FillRequest(context, request);
+    Narrow(context, request);
+    if (GoesToStandardOutput(options)) {
+        request.name = "standard output";
+        request.manifest = options.manifest;
+        request.stream = STDOUT_FILENO;
+    }
+    return request;
+}
+
+void CheckExport(const Options& options) {
+    CheckStandardOutput(options);
+    WantedContainer(options);
+    ReadAudio(options.audio);
+    CheckNames(options);
+}
+
+} // namespace diskaccess

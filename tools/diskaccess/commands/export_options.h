@@ -1,0 +1,17 @@
+#ifndef DISKACCESS_EXPORT_OPTIONS_H
+#define DISKACCESS_EXPORT_OPTIONS_H
+
+#include "cli/context.h"
+#include "media/exporter.h"
+
+namespace diskaccess {
+
+/// Whether an export goes to standard output, and to no file.
+bool GoesToStandardOutput(const Options& options);
+
+/// What the options ask an export for.
+media::ExportRequest RequestOf(Context& context);
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_EXPORT_OPTIONS_H
