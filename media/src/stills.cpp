@@ -15,6 +15,7 @@ namespace media {
 namespace {
 
 using recordings::Frame;
+using recordings::SecondOf;
 
 /// Frames of a channel from a key frame on are kept up to this: no camera comes near it.
 constexpr size_t kMostFrames = 10000;
@@ -45,10 +46,6 @@ struct Pictures {
         offset = frame.offset;
     }
 };
-
-uint32_t SecondOf(int64_t micros) {
-    return static_cast<uint32_t>(std::clamp<int64_t>(micros / 1000000, 0, 0xFFFFFFFF));
-}
 
 /// Reads what it takes to show each channel at a time.
 std::array<Pictures, recordings::kChannels>

@@ -9,32 +9,10 @@ namespace recordings {
 
 namespace {
 
-constexpr int64_t kMicros = 1000000;
 constexpr uint32_t kLastSecond = 0xFFFFFFFF;
-
-/// The time of one record; it may have been recorded while the clock was set back.
-Span SpanOf(const Record& record) {
-    return {record.start, std::max(record.start, record.end)};
-}
 
 bool Earlier(const Span& a, const Span& b) {
     return a.start < b.start;
-}
-
-/// Joins spans that have at most @p silence seconds between them.
-std::vector<Span> Joined(std::vector<Span> spans, uint32_t silence) {
-    if (!std::is_sorted(spans.begin(), spans.end(), Earlier)) {
-        std::sort(spans.begin(), spans.end(), Earlier);
-    }
-    std::vector<Span> joined;
-    for (const Span& span : spans) {
-        if (!joined.empty() && span.start <= int64_t{joined.back().end} + 1 + silence) {
-            joined.back().end = std::max(joined.back().end, span.end);
-        } else {
-            joined.push_back(span);
-        }
-    }
-    return joined;
 }
 
 /// The entry of those that rise, without meeting each other, that a time belongs to; or that is nearest to it.
@@ -75,18 +53,15 @@ std::vector<AlarmSpan> JoinedAlarms(std::vector<AlarmSpan> alarms) {
 
 /// The time of a problem: that of the frames around it, or of its block.
 Span TimeOf(const Problem& problem, const BlockList& blocks) {
-    const auto seconds = [](int64_t micros) {
-        return static_cast<uint32_t>(std::clamp<int64_t>(micros / kMicros, 0, kLastSecond));
-    };
-    Span time;
+    Span time = {0, kLastSecond};
     const std::optional<size_t> entry = problem.block ? blocks.Find(*problem.block) : std::nullopt;
     if (entry) {
         const Block& block = blocks.All()[*entry];
         time = {block.start, std::max(block.start, block.end)};
     }
     if (problem.before || problem.after) {
-        time.start = seconds(problem.before.value_or(int64_t{time.start} * kMicros));
-        time.end = std::max(time.start, seconds(problem.after.value_or(int64_t{time.start} * kMicros)));
+        time.start = problem.before ? SecondOf(*problem.before) : time.start;
+        time.end = std::max(time.start, problem.after ? SecondOf(*problem.after) : time.start);
     }
     return time;
 }
@@ -97,6 +72,10 @@ ChannelSet ChannelsOf(const Problem& problem) {
         channels.Add(*problem.channel);
     }
     return channels.Empty() ? ChannelSet::All() : channels;
+}
+
+Damage DamageAt(const Span& time, const Problem& problem) {
+    return {time, ChannelsOf(problem), problem.kind, problem.severity, problem};
 }
 
 /// A problem of the disk as a whole has no place in time.
@@ -119,7 +98,8 @@ struct CoverageMaker::State {
     };
 
     JourneyQuery query;
-    std::vector<Span> spans[kChannels];
+    SpanList recorded[kChannels];
+    SpanList any; ///< of all channels
     std::vector<Amount> amounts;
     std::vector<Alarm> alarms;
     std::vector<Damage> damage;
@@ -132,12 +112,8 @@ struct CoverageMaker::State {
     }
 
     /// Journeys with their times alone.
-    void MakeJourneys(const std::vector<Span> (&recorded)[kChannels], Coverage& coverage) const {
-        std::vector<Span> all;
-        for (const auto& channel : recorded) {
-            all.insert(all.end(), channel.begin(), channel.end());
-        }
-        for (const Span& span : Joined(std::move(all), query.silence)) {
+    void MakeJourneys(Coverage& coverage) const {
+        for (const Span& span : any.Within({}, query.silence)) {
             JourneyCoverage each;
             each.journey.number = static_cast<uint32_t>(coverage.journeys.size()) + 1;
             each.journey.start = span.start;
@@ -193,6 +169,10 @@ struct CoverageMaker::State {
     }
 };
 
+Damage DamageOf(const Problem& problem, const BlockList& blocks) {
+    return DamageAt(TimeOf(problem, blocks), problem);
+}
+
 CoverageMaker::CoverageMaker(const JourneyQuery& query) : m_state(std::make_unique<State>()) {
     m_state->query = query;
 }
@@ -201,7 +181,8 @@ CoverageMaker::~CoverageMaker() = default;
 
 void CoverageMaker::Add(const Record& record) {
     if (m_state->query.channels.Has(record.channel)) {
-        m_state->spans[record.channel].push_back(SpanOf(record));
+        m_state->recorded[record.channel].Add({record.start, record.end});
+        m_state->any.Add({record.start, record.end});
         m_state->amounts.push_back({record.start, record.bytes});
     }
 }
@@ -211,21 +192,17 @@ void CoverageMaker::Add(const Event& event, uint32_t before, uint32_t after) {
 }
 
 void CoverageMaker::Add(const Problem& problem, const Span& time) {
-    m_state->damage.push_back({time, ChannelsOf(problem), problem.kind, problem.severity, problem});
+    m_state->damage.push_back(DamageAt(time, problem));
 }
 
 Coverage CoverageMaker::Make() const {
-    std::vector<Span> recorded[kChannels];
-    for (uint32_t channel = 0; channel < kChannels; ++channel) {
-        recorded[channel] = Joined(m_state->spans[channel], 0);
-    }
     Coverage coverage;
-    m_state->MakeJourneys(recorded, coverage);
+    m_state->MakeJourneys(coverage);
     if (coverage.journeys.empty()) {
         return coverage; // no journey for anything to belong to
     }
     for (uint32_t channel = 0; channel < kChannels; ++channel) {
-        State::AddChannel(channel, recorded[channel], coverage);
+        State::AddChannel(channel, m_state->recorded[channel].All(), coverage);
     }
     for (const State::Amount& amount : m_state->amounts) {
         Journey& journey = State::JourneyAt(coverage, amount.start).journey;

@@ -308,6 +308,8 @@ TEST_F(ViewServer, SaysWhenEachCameraWasRecorded) {
     EXPECT_EQ(fine["channels"]["1"], (Json{{kBase, kBase + 599}, {kBase + 660, kBase + 719}}));
     const Json coarse = Get(whole + "&width=5").Document(); // 143 seconds a column: the gap of 61 is not seen
     EXPECT_EQ(coarse["channels"]["1"], (Json{{kBase, kBase + 719}}));
+    // A minute of silence parts no journeys.
+    EXPECT_EQ(fine["journeys"], Json::array({Json::array({kBase, kBase + 719})}));
 }
 
 TEST_F(ViewServer, ListsEventsWithAllOfTheirBits) {

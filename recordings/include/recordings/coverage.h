@@ -12,14 +12,9 @@
 #include "recordings/export.h"
 #include "recordings/journeys.h"
 #include "recordings/records.h"
+#include "recordings/spans.h"
 
 namespace recordings {
-
-/// Seconds, both ends included.
-struct Span {
-    uint32_t start = 0;
-    uint32_t end = 0;
-};
 
 /// A time with alarms: from the recorder's pre-record time before an event to its delay after it, joined with those that it
 /// meets.
@@ -36,6 +31,9 @@ struct Damage {
     Severity severity = Severity::Loss;
     Problem problem;
 };
+
+/// A problem with the time of the frames around it, or of its block; all time for one of the disk as a whole.
+RECORDINGS_API Damage DamageOf(const Problem& problem, const BlockList& blocks);
 
 /// One channel in one journey.
 struct ChannelCoverage {

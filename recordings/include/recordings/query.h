@@ -38,6 +38,12 @@ struct TimeRange {
     constexpr bool Meets(int64_t from, int64_t to) const { return from <= last && first <= to; }
 };
 
+/// The second that a time lies in: microseconds of the recorder's clock, which a forged disk may have set to anything.
+constexpr uint32_t SecondOf(int64_t micros) {
+    const int64_t second = micros / 1000000;
+    return second < 0 ? 0 : static_cast<uint32_t>(second < 0xFFFFFFFF ? second : 0xFFFFFFFF);
+}
+
 /// How far a long piece of work has come.
 struct Progress {
     uint64_t done = 0;

@@ -19,6 +19,7 @@ namespace {
 using nlohmann::json;
 using recordings::ChannelSet;
 using recordings::Problem;
+using recordings::Span;
 using recordings::TimeRange;
 
 constexpr int64_t kSecond = 1000000;              ///< microseconds
@@ -116,7 +117,7 @@ void WantMethod(const Request& request, const std::string& method) {
 json ToJson(const std::vector<Span>& spans) {
     json list = json::array();
     for (const Span& span : spans) {
-        list.push_back({span.first, span.last});
+        list.push_back({span.start, span.end});
     }
     return list;
 }
@@ -150,7 +151,7 @@ Span WholeOf(const recordings::BlockList& blocks, const Survey& survey) {
     if (survey.Complete() && known) {
         return *known;
     }
-    return known ? Span{std::min(told.first, known->first), std::max(told.last, known->last)} : told;
+    return known ? Span{std::min(told.start, known->start), std::max(told.end, known->end)} : told;
 }
 
 const char* NameOf(ExportState::Phase phase) {
@@ -270,22 +271,24 @@ Response Api::Info() {
         }
     }
     const Span whole = WholeOf(*blocks, m_survey);
-    document["first"] = whole.first;
-    document["last"] = whole.last;
+    document["first"] = whole.start;
+    document["last"] = whole.end;
     constexpr int64_t kWeek = 604800;
     const auto trueSecond = [this](uint32_t second) {
         return m_setting.clock.TrueInstant(second * kSecond).micros / kSecond;
     };
     document["zone_offsets"] =
-        OffsetsOf(m_setting.zone, trueSecond(whole.first) - kWeek, trueSecond(whole.last) + kWeek);
+        OffsetsOf(m_setting.zone, trueSecond(whole.start) - kWeek, trueSecond(whole.end) + kWeek);
     return JsonResponse(document);
 }
 
 Response Api::Coverage(const Request& request) {
     const auto stretch = StretchOf(request);
     const int64_t width = NumberOf(request, "width", 1, kMostColumns);
-    const auto resolution = static_cast<uint32_t>((stretch.second - stretch.first) / kSecond / width);
-    const Survey::Picture picture = m_survey.Recorded(RangeOf(stretch), std::max(resolution, 1u));
+    // What is apart by less than a column cannot be told apart.
+    const int64_t column = (stretch.second - stretch.first) / kSecond / width;
+    const auto silence = static_cast<uint32_t>(std::max<int64_t>(column, 1) - 1);
+    const Survey::Picture picture = m_survey.Recorded(RangeOf(stretch), silence);
     json channels = json::object();
     for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
         if (!picture.channels.at(channel).empty()) {
@@ -295,7 +298,8 @@ Response Api::Coverage(const Request& request) {
     return JsonResponse({{"complete", picture.complete},
                          {"progress", picture.progress},
                          {"error", picture.failure},
-                         {"channels", channels}});
+                         {"channels", channels},
+                         {"journeys", ToJson(picture.journeys)}});
 }
 
 Response Api::Events(const Request& request) {
@@ -312,10 +316,10 @@ Response Api::Events(const Request& request) {
 
 Response Api::Damages(const Request& request) {
     json list = json::array();
-    for (const Damage& damage : m_survey.Damages(RangeOf(StretchOf(request)), kMostListed)) {
+    for (const recordings::Damage& damage : m_survey.Damages(RangeOf(StretchOf(request)), kMostListed)) {
         const Problem& problem = damage.problem;
-        list.push_back({{"first", damage.when.first},
-                        {"last", damage.when.last},
+        list.push_back({{"first", damage.time.start},
+                        {"last", damage.time.end},
                         {"kind", NameOf(problem.kind)},
                         {"loss", problem.severity == recordings::Severity::Loss},
                         {"channel", problem.channel ? json(*problem.channel) : json(nullptr)},

@@ -13,17 +13,14 @@ namespace {
 using nlohmann::json;
 using recordings::Frame;
 using recordings::Problem;
+using recordings::Span;
 using recordings::TimeRange;
 
 constexpr size_t kPiece = size_t{256} << 10;
 constexpr uint64_t kMostBytes = uint64_t{64} << 20; ///< of one answer
 
-uint32_t SecondOf(int64_t micros) {
-    return static_cast<uint32_t>(std::clamp<int64_t>(micros / 1000000, 0, 0xFFFFFFFF));
-}
-
 TimeRange RangeOf(const FramesQuery& query) {
-    return {SecondOf(query.from), SecondOf(query.to)};
+    return {recordings::SecondOf(query.from), recordings::SecondOf(query.to)};
 }
 
 template <typename T>
@@ -162,10 +159,10 @@ void FrameStream::AppendEnd(std::string& piece, bool complete) {
     json spans = json::object();
     const TimeRange range = RangeOf(m_query);
     const auto add = [&spans](uint32_t channel, Span span) {
-        spans[std::to_string(channel)].push_back({span.first, span.last});
+        spans[std::to_string(channel)].push_back({span.start, span.end});
     };
     if (m_survey.Complete()) {
-        const Survey::Picture picture = m_survey.Recorded(range, 1);
+        const Survey::Picture picture = m_survey.Recorded(range, 0);
         for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
             for (const Span& span : picture.channels.at(channel)) {
                 add(channel, span);

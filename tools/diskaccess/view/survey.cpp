@@ -11,57 +11,20 @@ namespace diskaccess::view {
 
 namespace {
 
-using recordings::Block;
+using recordings::Damage;
 using recordings::Event;
 using recordings::Problem;
+using recordings::Span;
 using recordings::TimeRange;
 
 /// The most problems that are kept: a forged disk can have one in every frame.
 constexpr size_t kMostDamages = 10000;
-
-uint32_t SecondOf(int64_t micros) {
-    return static_cast<uint32_t>(std::clamp<int64_t>(micros / 1000000, 0, 0xFFFFFFFF));
-}
 
 bool Earlier(const Event& a, const Event& b) {
     return a.micros < b.micros;
 }
 
 } // namespace
-
-void SpanList::Add(Span span) {
-    span.last = std::max(span.first, span.last);
-    const auto touches = [](const Span& one, const Span& other) {
-        return int64_t{one.last} + 1 >= other.first && int64_t{other.last} + 1 >= one.first;
-    };
-    auto from = std::lower_bound(m_spans.begin(), m_spans.end(), span,
-                                 [](const Span& a, const Span& b) { return int64_t{a.last} + 1 < b.first; });
-    auto to = from;
-    for (; to != m_spans.end() && touches(*to, span); ++to) {
-        span.first = std::min(span.first, to->first);
-        span.last = std::max(span.last, to->last);
-    }
-    if (from == to) {
-        m_spans.insert(from, span);
-    } else {
-        *from = span;
-        m_spans.erase(from + 1, to);
-    }
-}
-
-std::vector<Span> SpanList::Within(const TimeRange& range, uint32_t resolution) const {
-    std::vector<Span> within;
-    auto span = std::lower_bound(m_spans.begin(), m_spans.end(), range.first,
-                                 [](const Span& each, uint32_t second) { return each.last < second; });
-    for (; span != m_spans.end() && span->first <= range.last; ++span) {
-        if (!within.empty() && span->first - within.back().last <= resolution) {
-            within.back().last = span->last;
-        } else {
-            within.push_back(*span);
-        }
-    }
-    return within;
-}
 
 Survey::Survey(DiskPool& disks) : m_disks(disks), m_thread([this] { Run(); }) {}
 
@@ -119,7 +82,8 @@ void Survey::ReadEvents() {
 
 void Survey::Keep(const recordings::Record& record) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_spans.at(record.channel).Add({record.start, record.end});
+    m_channels.at(record.channel).Add({record.start, record.end});
+    m_any.Add({record.start, record.end});
 }
 
 void Survey::Keep(const Problem& problem) {
@@ -129,21 +93,8 @@ void Survey::Keep(const Problem& problem) {
         m_problems.Add(problem);
     }
     if (m_problems.All().size() > known) {
-        m_damages.push_back({TimeOf(problem), problem});
+        m_damages.push_back(DamageOf(problem, *m_blocks));
     }
-}
-
-/// A problem without times of its own concerns the whole of its block, or all that was recorded.
-Span Survey::TimeOf(const Problem& problem) const {
-    const auto entry = problem.block ? m_blocks->Find(*problem.block) : std::nullopt;
-    if (entry) {
-        const Block& block = m_blocks->All()[*entry];
-        const Span whole = {block.start, std::max(block.start, block.end)};
-        return {problem.before ? SecondOf(*problem.before) : whole.first,
-                problem.after ? SecondOf(*problem.after) : whole.last};
-    }
-    return {problem.before ? SecondOf(*problem.before) : 0,
-            problem.after ? SecondOf(*problem.after) : 0xFFFFFFFF};
 }
 
 recordings::Watch Survey::WatchFrom(double begin, double share) {
@@ -164,15 +115,16 @@ std::shared_ptr<const recordings::BlockList> Survey::Blocks() const {
     return m_blocks;
 }
 
-Survey::Picture Survey::Recorded(const TimeRange& range, uint32_t resolution) const {
+Survey::Picture Survey::Recorded(const TimeRange& range, uint32_t silence) const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     Picture picture;
     picture.complete = m_complete;
     picture.progress = m_progress;
     picture.failure = m_failure;
-    for (size_t channel = 0; channel < m_spans.size(); ++channel) {
-        picture.channels.at(channel) = m_spans.at(channel).Within(range, resolution);
+    for (size_t channel = 0; channel < m_channels.size(); ++channel) {
+        picture.channels.at(channel) = m_channels.at(channel).Within(range, silence);
     }
+    picture.journeys = m_any.Within(range, std::max(silence, recordings::JourneyQuery().silence));
     return picture;
 }
 
@@ -192,7 +144,7 @@ std::vector<Damage> Survey::Damages(const TimeRange& range, size_t most) const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<Damage> found;
     for (const Damage& damage : m_damages) {
-        if (found.size() < most && range.Meets(damage.when.first, damage.when.last)) {
+        if (found.size() < most && range.Meets(damage.time.start, damage.time.end)) {
             found.push_back(damage);
         }
     }
@@ -201,14 +153,10 @@ std::vector<Damage> Survey::Damages(const TimeRange& range, size_t most) const {
 
 std::optional<Span> Survey::Whole() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    std::optional<Span> whole;
-    for (const SpanList& spans : m_spans) {
-        if (!spans.Empty()) {
-            const Span span = spans.Whole();
-            whole = whole ? Span{std::min(whole->first, span.first), std::max(whole->last, span.last)} : span;
-        }
+    if (m_any.All().empty()) {
+        return std::nullopt;
     }
-    return whole;
+    return Span{m_any.All().front().start, m_any.All().back().end};
 }
 
 bool Survey::Complete() const {

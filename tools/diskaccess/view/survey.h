@@ -16,37 +16,14 @@
 #include <vector>
 
 #include "recordings/blocks.h"
+#include "recordings/coverage.h"
 #include "recordings/disk.h"
 #include "recordings/problem.h"
 #include "recordings/records.h"
+#include "recordings/spans.h"
 #include "view/disk_pool.h"
 
 namespace diskaccess::view {
-
-/// Seconds on the recorder's clock, both ends included.
-struct Span {
-    uint32_t first = 0;
-    uint32_t last = 0;
-};
-
-/// Spans that are added in any order and merged where they touch.
-class SpanList {
-public:
-    void Add(Span span);
-    /// Those that meet a stretch, rising; spans less than @p resolution seconds apart are joined.
-    std::vector<Span> Within(const recordings::TimeRange& range, uint32_t resolution) const;
-    bool Empty() const { return m_spans.empty(); }
-    Span Whole() const { return {m_spans.front().first, m_spans.back().last}; }
-
-private:
-    std::vector<Span> m_spans; ///< rising, apart from each other
-};
-
-/// A problem, and when what it is about was recorded.
-struct Damage {
-    Span when;
-    recordings::Problem problem;
-};
 
 /// Reads the blocks, the records and the events of a whole disk in a thread of its own. What is known so far can be
 /// asked for at any time, on any thread.
@@ -67,14 +44,16 @@ public:
         bool complete = false; ///< whether everything has been read
         double progress = 0;   ///< 0 to 1
         std::string failure;   ///< why reading ended early; empty: it did not
-        std::array<std::vector<Span>, recordings::kChannels> channels;
+        std::array<std::vector<recordings::Span>, recordings::kChannels> channels;
+        std::vector<recordings::Span> journeys; ///< of all channels
     };
-    Picture Recorded(const recordings::TimeRange& range, uint32_t resolution) const;
+    /// @param silence seconds without a recording that are too few to be seen: what lies around them is joined
+    Picture Recorded(const recordings::TimeRange& range, uint32_t silence) const;
     /// The events of a stretch, in order of time, at most @p most of them.
     std::vector<recordings::Event> Events(const recordings::TimeRange& range, size_t most) const;
-    std::vector<Damage> Damages(const recordings::TimeRange& range, size_t most) const;
+    std::vector<recordings::Damage> Damages(const recordings::TimeRange& range, size_t most) const;
     /// From the first second recorded to the last; nothing while none is known.
-    std::optional<Span> Whole() const;
+    std::optional<recordings::Span> Whole() const;
     bool Complete() const;
 
 private:
@@ -84,7 +63,6 @@ private:
     void ReadEvents();
     void Keep(const recordings::Record& record);
     void Keep(const recordings::Problem& problem);
-    Span TimeOf(const recordings::Problem& problem) const;
     recordings::Watch WatchFrom(double begin, double share);
 
     DiskPool& m_disks;
@@ -94,9 +72,10 @@ private:
     mutable std::mutex m_mutex; ///< guards what follows
     mutable std::condition_variable m_changed;
     std::shared_ptr<const recordings::BlockList> m_blocks;
-    std::array<SpanList, recordings::kChannels> m_spans;
+    std::array<recordings::SpanList, recordings::kChannels> m_channels;
+    recordings::SpanList m_any; ///< of all channels
     std::vector<recordings::Event> m_events;
-    std::vector<Damage> m_damages;
+    std::vector<recordings::Damage> m_damages;
     recordings::ProblemList m_problems;
     double m_progress = 0;
     bool m_complete = false;

@@ -5,7 +5,7 @@ import { Api, takeToken } from "/api.js";
 import { Clock, kSecond, lengthText } from "/clock.js";
 import { Player } from "/player.js";
 import { Sound } from "/sound.js";
-import { Timeline, journeysOf } from "/timeline.js";
+import { Timeline } from "/timeline.js";
 
 const find = (id) => document.getElementById(id);
 const kWholeColumns = 8192;
@@ -330,7 +330,7 @@ async function readAll() {
     info = await api.json("/api/info");
     const { from, to } = whole();
     const everything = await api.json("/api/coverage?" + stretchQuery(from, to, { width: kWholeColumns }));
-    journeys = journeysOf(everything.channels);
+    journeys = everything.journeys.map(([first, last]) => ({ from: first * kSecond, to: (last + 1) * kSecond }));
     timeline.coverage = everything.channels;
     timeline.setJourneys(journeys, folded);
     if (everything.complete) {

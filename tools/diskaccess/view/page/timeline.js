@@ -2,27 +2,11 @@
 
 import { kSecond, lengthText } from "/clock.js";
 
-const kFoldFrom = 300 * kSecond; // gaps from here on are folded
 const kFolded = 8 * kSecond; // what a folded gap takes of the line, at least
 const kHeader = 34; // pixels: days, hours and events
 const kTickPixels = 90;
 const kTicks = [1, 2, 5, 10, 30, 60, 120, 300, 600, 1800, 3600, 7200, 14400, 43200, 86400, 604800]; // seconds
 const kLabel = 58; // pixels: the cameras' names
-
-// Joins the spans of all cameras, [first, last] seconds, into journeys, [from, to) microseconds.
-export function journeysOf(channels) {
-  const spans = Object.values(channels).flat().sort((a, b) => a[0] - b[0]);
-  const journeys = [];
-  for (const [first, last] of spans) {
-    const journey = journeys[journeys.length - 1];
-    if (journey && first * kSecond - journey.to < kFoldFrom) {
-      journey.to = Math.max(journey.to, (last + 1) * kSecond);
-    } else {
-      journeys.push({ from: first * kSecond, to: (last + 1) * kSecond });
-    }
-  }
-  return journeys;
-}
 
 // Turns times into places on a line on which long gaps are short.
 export class Fold {

@@ -4,23 +4,23 @@
 
 #include <vector>
 
-#include "view/survey.h"
+#include "recordings/spans.h"
 
-namespace diskaccess::view {
+namespace recordings {
 
 bool operator==(const Span& a, const Span& b) {
-    return a.first == b.first && a.last == b.last;
+    return a.start == b.start && a.end == b.end;
 }
 void PrintTo(const Span& span, std::ostream* out) {
-    *out << span.first << "-" << span.last;
+    *out << span.start << "-" << span.end;
 }
 
-} // namespace diskaccess::view
+} // namespace recordings
 
 namespace {
 
-using diskaccess::view::Span;
-using diskaccess::view::SpanList;
+using recordings::Span;
+using recordings::SpanList;
 using Spans = std::vector<Span>;
 
 SpanList ListOf(const Spans& spans) {
@@ -32,7 +32,8 @@ SpanList ListOf(const Spans& spans) {
 }
 
 Spans All(const SpanList& list) {
-    return list.Within({}, 0);
+    EXPECT_EQ(list.Within({}, 0), list.All());
+    return list.All();
 }
 
 TEST(SpanList, JoinsWhatTouches) {
@@ -65,8 +66,9 @@ TEST(SpanList, GivesWhatMeetsAStretch) {
 
 TEST(SpanList, JoinsWhatIsTooFineToBeSeen) {
     const SpanList list = ListOf({{10, 19}, {30, 39}, {60, 69}});
-    EXPECT_EQ(list.Within({}, 11), (Spans{{10, 39}, {60, 69}})); // 30 - 19 = 11
-    EXPECT_EQ(list.Within({}, 10), (Spans{{10, 19}, {30, 39}, {60, 69}}));
+    EXPECT_EQ(list.Within({}, 10), (Spans{{10, 39}, {60, 69}})); // 20 to 29: ten seconds
+    EXPECT_EQ(list.Within({}, 9), (Spans{{10, 19}, {30, 39}, {60, 69}}));
+    EXPECT_EQ(ListOf({{0, 0}, {0xFFFFFFFF, 0xFFFFFFFF}}).Within({}, 0xFFFFFFFF), (Spans{{0, 0xFFFFFFFF}}));
 }
 
 } // namespace
