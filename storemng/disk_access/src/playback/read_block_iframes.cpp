@@ -63,14 +63,15 @@ uint32_t LatestChannel(const BlkReadState_st& state) {
 }
 
 /// Sets the step positions from the read position, unless they are valid.
-int PrepareStep(CReadBlock& block, ReadCursor_st& cursor) {
+/// @return whether they are valid now
+bool PrepareStep(CReadBlock& block, ReadCursor_st& cursor) {
     if (cursor.iframePosValid == 0) {
         if (block.GetIFrameIndex() != 0) {
-            return -1;
+            return false;
         }
         cursor.iframePosValid = 1;
     }
-    return 0;
+    return true;
 }
 
 } // namespace
@@ -119,7 +120,7 @@ int CReadBlock::ReadNextIFrame(FrameHead_t* head, void** payload) {
         return -1;
     }
     ReadCursor_st& cursor = *m_pState->pCursor;
-    if (PrepareStep(*this, cursor) != 0) {
+    if (!PrepareStep(*this, cursor)) {
         return -1;
     }
     const uint32_t chn = cursor.allChn == 0 ? ChannelOfId(cursor.recId) : EarliestChannel(*m_pState);
@@ -136,7 +137,7 @@ int CReadBlock::ReadPrevIFrame(FrameHead_t* head, void** payload) {
         return -1;
     }
     ReadCursor_st& cursor = *m_pState->pCursor;
-    if (PrepareStep(*this, cursor) != 0) {
+    if (!PrepareStep(*this, cursor)) {
         return -1;
     }
     const uint32_t chn = cursor.allChn == 0 ? ChannelOfId(cursor.recId) : LatestChannel(*m_pState);
