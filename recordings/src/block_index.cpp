@@ -67,7 +67,7 @@ private:
 bool LoadTables(const Disk& disk, const IndexBytes& bytes, uint32_t present, const BlkIndexHead_t& counts,
                 const IndexParts& parts, RawTables& tables) {
     const auto read = [&](uint64_t offset, void* buffer, uint32_t size) {
-        return bytes.Read(offset, buffer, size) ? 0 : -1;
+        return bytes.Read(offset, buffer, size);
     };
     const DiskFacts& facts = disk.Facts();
     disk_access::IndexLoader loader(read, BlockGeometry::Of(facts.blockSize, facts.extendedLayout ? 1 : 0));

@@ -16,7 +16,7 @@ enum class Load { Done, OutOfBlock, NoMemory, ReadFailed };
 /// Loads index tables, and keeps the offset at which the next table starts. Tables follow each other
 /// directly, so a table that is not wanted also moves the offset. Counts come from the disk: the offset has
 /// 64 bits, so no sum of them wraps.
-/// @tparam ReadBlock a function (uint64_t block offset, void* buffer, uint32_t bytes) that returns 0 or -1
+/// @tparam ReadBlock a function (uint64_t block offset, void* buffer, uint32_t bytes) that returns whether it read
 template <typename ReadBlock>
 class IndexLoader {
 public:
@@ -57,7 +57,7 @@ public:
         if (!table.Resize(count)) {
             return Load::NoMemory;
         }
-        if (m_readBlock(m_offset, table.Data(), static_cast<uint32_t>(bytes)) != 0) {
+        if (!m_readBlock(m_offset, table.Data(), static_cast<uint32_t>(bytes))) {
             table.Forget(); // a part of it may have been read
             return Load::ReadFailed;
         }

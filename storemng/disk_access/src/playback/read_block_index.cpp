@@ -46,7 +46,7 @@ int CReadBlock::ReadBlockIndex() {
     }
     index.counts = head;
     const auto readBlock = [this](uint64_t offset, void* buf, uint32_t len) {
-        return ReadInBlock(m_pState->blkOp, offset, buf, len);
+        return ReadInBlock(m_pState->blkOp, offset, buf, len) == 0;
     };
     const uint32_t present = m_pState->blockHead.media_chn_bitmap;
     IndexLoader loader(readBlock, m_pState->geometry);

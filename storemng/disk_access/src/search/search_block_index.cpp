@@ -56,7 +56,7 @@ public:
             return false;
         }
         const auto readBlock = [this](uint64_t offset, void* buf, uint32_t len) {
-            return Read(offset, buf, len) ? 0 : -1;
+            return Read(offset, buf, len);
         };
         IndexLoader loader(readBlock, m_cache.geometry);
         return LoadChannels(loader, present, head, flags) && LoadEvents(loader, head.eventCount, flags);
