@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "format/channels.h"
+#include "format/field_text.h"
 
 namespace disk_access {
 

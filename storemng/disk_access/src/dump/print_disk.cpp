@@ -14,7 +14,9 @@
 #include "dump/print_block.h"
 #include "dump/printer.h"
 #include "format/block_geometry.h"
+#include "format/field_text.h"
 #include "format/part_head.h"
+#include "io/device.h"
 #include "io/host.h"
 
 using namespace disk_access;
@@ -148,7 +150,7 @@ int CPrintDisk::Print(PartAccess_t* part, int level, int (*print)(void* ctx, con
     }
     const Printer out = {print, ctx};
     out.print(out.ctx, "PartName : %s, PartSize : %lld\n", path.chars, size);
-    const DumpDevice device(HostOpen(path.chars, O_RDONLY | O_LARGEFILE));
+    const DumpDevice device(OpenReadOnly(*part));
     PartHead_t head = {};
     if (!device.Opened() || !device.ReadAt(0, &head, sizeof head)) {
         return -1;

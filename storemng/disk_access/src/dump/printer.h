@@ -1,9 +1,7 @@
 #ifndef DISK_ACCESS_DUMP_PRINTER_H
 #define DISK_ACCESS_DUMP_PRINTER_H
 
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 namespace disk_access {
 
@@ -24,16 +22,6 @@ struct Printer {
 constexpr int Decimal(uint32_t field) {
     return static_cast<int>(field);
 }
-
-/// A NUL-terminated copy of a text field. The field itself may have no NUL.
-template <size_t Size>
-struct FieldText {
-    explicit FieldText(const char (&field)[Size]) {
-        std::memcpy(chars, field, Size);
-        chars[Size] = '\0';
-    }
-    char chars[Size + 1];
-};
 
 } // namespace disk_access
 

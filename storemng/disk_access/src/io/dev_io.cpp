@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 
+#include "format/field_text.h"
 #include "io/device.h"
 #include "io/host.h"
 #include "io/messages.h"
@@ -13,10 +13,7 @@
 namespace disk_access {
 
 int OpenReadOnly(const PartAccess_t& part) {
-    char path[sizeof part.PartName + 1];
-    std::memcpy(path, part.PartName, sizeof part.PartName);
-    path[sizeof part.PartName] = '\0';
-    return HostOpen(path, O_RDONLY | O_LARGEFILE);
+    return HostOpen(FieldText(part.PartName).chars, O_RDONLY | O_LARGEFILE);
 }
 
 uint64_t DeviceSize(dev_op_st* dev) {
