@@ -6,6 +6,8 @@
 #include <new>
 #include <stdexcept>
 
+#include "support/wrapped_allocations.h"
+
 namespace test_support {
 
 namespace {
@@ -94,28 +96,7 @@ using test_support::Fails;
 using test_support::Released;
 using test_support::Resized;
 
-// The names that the linker's --wrap gives to a function and to the one it stands in for. The operators bear
-// their mangled names, which differ with the width of size_t.
-#if __SIZEOF_SIZE_T__ == 8
-#define NEW_NAME(prefix) prefix##_Znwm
-#define NOTHROW_NEW_NAME(prefix) prefix##_ZnwmRKSt9nothrow_t
-#define SIZED_DELETE_NAME(prefix) prefix##_ZdlPvm
-#else
-#define NEW_NAME(prefix) prefix##_Znwj
-#define NOTHROW_NEW_NAME(prefix) prefix##_ZnwjRKSt9nothrow_t
-#define SIZED_DELETE_NAME(prefix) prefix##_ZdlPvj
-#endif
-
 extern "C" {
-
-void* __real_malloc(size_t size);
-void* __real_calloc(size_t count, size_t size);
-void* __real_realloc(void* memory, size_t size);
-void __real_free(void* memory);
-void* NEW_NAME(__real_)(size_t size);
-void* NOTHROW_NEW_NAME(__real_)(size_t size, const std::nothrow_t& tag);
-void __real__ZdlPv(void* memory);
-void SIZED_DELETE_NAME(__real_)(void* memory, size_t size);
 
 void* __wrap_malloc(size_t size) {
     return Fails(size) ? nullptr : Counted(__real_malloc(size));
