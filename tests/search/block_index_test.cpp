@@ -50,6 +50,19 @@ TEST_F(BlockIndex, LoadsTheTablesThatTheFlagsAskFor) {
     }
 }
 
+TEST_F(BlockIndex, FramesAddedBeforeABlockIsReadCountAsBlockZeros) {
+    MakeDisk();
+    Disk().WriteBlock(0, BlockContents::Open(4, 1000).Channels(0x1));
+    Disk().WriteBlock(1, BlockContents::Open(5, 1000).Channels(0x1));
+    OpenBlocks blocks(Disk());
+    FrameInfo_t info = {static_cast<uint64_t>(Pts(1000)), 1, 0, 76};
+    EXPECT_EQ(blocks->RefreshRecSegInfo(&info, 0, nullptr), 0);
+    Quietly([&] { EXPECT_EQ(blocks->ReadBlockIndexList(0, 7), 0); });
+    EXPECT_EQ(blocks.Index(), "IFrame[0][0]  1000000000, 0\nRecSeg[0][0]  1000, 1000, 0, 96\n");
+    Quietly([&] { EXPECT_EQ(blocks->ReadBlockIndexList(1, 7), 0); });
+    EXPECT_EQ(blocks.Index(), "");
+}
+
 TEST_F(BlockIndex, LoadsTheTablesOfTheExtendedLayout) {
     MakeExtendedDisk();
     WriteFullBlock();

@@ -204,6 +204,39 @@ TEST_F(IndexRebuild, ResumesBehindTheLastIFrame) {
                               "RecSeg[2][0]  1001, 1001, 100, 196\n");
 }
 
+TEST_F(IndexRebuild, ResumesBehindTheLastIFrameOfAChannelThatIsPresent) {
+    MakeOpenBlock();
+    Put(1, 0, 1000);
+    Put(1, 5, 1001); // the head does not name channel 5
+    Put(0, 0, 1002);
+    OpenBlocks blocks(Disk());
+    Quietly([&] {
+        blocks->ReadBlockIndexList(1, 7);
+        EXPECT_EQ(blocks->RebuildRecSegInfo(1, 7, 0), 0);
+        EXPECT_EQ(blocks->RebuildRecSegInfo(1, 7, 2), 0);
+    });
+    // It begins after channel 0's I-frame at 0: that of channel 5 is added again.
+    EXPECT_EQ(blocks.Index(), "IFrame[0][0]  1000000000, 0\n"
+                              "IFrame[5][0]  1001000000, 100\n"
+                              "IFrame[5][1]  1001000000, 100\n"
+                              "RecSeg[0][0]  1000, 1002, 0, 296\n"
+                              "RecSeg[5][0]  1001, 1001, 100, 196\n");
+}
+
+TEST_F(IndexRebuild, ResumeDoesNotPassWhatIsNoFrameAnyMore) {
+    MakeOpenBlock();
+    Put(1, 0, 1000);
+    OpenBlocks blocks(Disk());
+    Quietly([&] {
+        blocks->ReadBlockIndexList(1, 7);
+        EXPECT_EQ(blocks->RebuildRecSegInfo(1, 7, 0), 0);
+    });
+    Put(0, 0, 1001);
+    Disk().Change<FrameHead_t>(Disk().FrameOffset(1, 0), [](auto& head) { head.sync = 0; });
+    Quietly([&] { EXPECT_EQ(blocks->RebuildRecSegInfo(1, 7, 2), 0); });
+    EXPECT_EQ(blocks.Index(), "IFrame[0][0]  1000000000, 0\nRecSeg[0][0]  1000, 1000, 0, 96\n");
+}
+
 TEST_F(IndexRebuild, ResumesAtTheFirstFrameWithoutIFrames) {
     MakeOpenBlock();
     Put(0, 0, 1000); // passed: it is where an I-frame would be that is in the index already
@@ -275,6 +308,15 @@ TEST_F(IndexRebuild, ResumesOnlyInsideItsBlock) {
 }
 
 // ---- failures
+
+TEST_F(IndexRebuild, OfMediaOnlyTheHeadsAreRead) {
+    MakeOpenBlock();
+    Put(0, 0, 1000, kFrameArea - 24);
+    Disk().Truncate(Disk().FrameOffset(1, 0) + 24);
+    OpenBlocks blocks(Disk());
+    Quietly([&] { EXPECT_EQ(blocks->RebuildRecSegInfo(1, 7, 0), 0); });
+    EXPECT_EQ(blocks.Index(), "RecSeg[0][0]  1000, 1000, 0, " + std::to_string(kFrameArea - 4) + "\n");
+}
 
 TEST_F(IndexRebuild, FailsWhereAReadDoes) {
     MakeOpenBlock();

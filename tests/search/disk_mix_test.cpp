@@ -157,6 +157,29 @@ TEST_F(Mix, ShortRecordsAreLeftOut) {
     EXPECT_EQ(Cut({Record(1, 0, 179, 181)}, {Event(1, 150, 1)}), Lines{"1/0/0 179-180 1"});
 }
 
+TEST_F(Mix, SecondLeftBetweenTwoPeriodsIsLeftOut) {
+    MakeMixDisk();
+    // Of 180-181 nothing is shown, though the period 181-221 begins where it ends.
+    EXPECT_EQ(Cut({Record(1, 0, 100, 181)}, {Event(1, 150, 1), Event(1, 191, 2)}),
+              (Lines{"1/0/0 100-140 0", "1/0/0 140-180 1"}));
+}
+
+TEST_F(Mix, PeriodThatEndsWithARecordDoesNotCutTheNextOne) {
+    MakeMixDisk();
+    EXPECT_EQ(Cut({Record(1, 0, 100, 180), Record(2, 0, 150, 300)}, {Event(1, 150, 1)}),
+              (Lines{"1/0/0 100-140 0", "1/0/0 140-180 1", "2/0/0 150-300 0"}));
+    // One second more, and it is still the period that the next record is cut by.
+    EXPECT_EQ(Cut({Record(1, 0, 100, 179), Record(2, 0, 150, 300)}, {Event(1, 150, 1)}),
+              (Lines{"1/0/0 100-140 0", "1/0/0 140-179 1", "2/0/0 150-180 1", "2/0/0 180-300 0"}));
+}
+
+TEST_F(Mix, ChannelThatEndsInsideAPeriodLeavesTheOthersTheirRest) {
+    MakeMixDisk();
+    EXPECT_EQ(Cut({Record(1, 0, 100, 300), Record(1, 3, 100, 150)}, {Event(1, 150, 1)}),
+              (Lines{"1/0/0 100-140 0", "1/3/0 100-140 0", "1/0/0 140-180 1", "1/3/0 140-150 1",
+                     "1/0/0 180-300 0"}));
+}
+
 TEST_F(Mix, ChannelsAreCutTogetherByTheFirstOnesSpan) {
     MakeMixDisk();
     EXPECT_EQ(Cut({Record(1, 0, 100, 200), Record(1, 3, 100, 200)}, {Event(1, 150, 1)}),
@@ -349,6 +372,19 @@ TEST_F(MixSearching, MaskOfTheRequestDoesNotLimitTheEventsLookedAt) {
     MakeRing();
     EXPECT_EQ(Search({0, 2400, 2600, 0}),
               (Lines{"1/0/0 2400-2490 0", "1/0/0 2490-2530 4", "1/0/0 2530-2600 0"}));
+}
+
+TEST_F(MixSearching, EventsOfEveryTypeAreLookedAt) {
+    MakeRing();
+    for (const uint64_t type : {uint64_t{1}, uint64_t{1} << 63}) {
+        Disk().WriteIndex(1, BlockContents::Closed(2, 2000, 2900)
+                                 .Segment(0, 2000, 2900, 9000)
+                                 .Segment(2, 2000, 2900, 9000)
+                                 .Event(Pts(2500), type));
+        const Lines lines = Search({0, 2400, 2600, 0});
+        EXPECT_EQ(lines, (Lines{"1/0/0 2400-2490 0", "1/0/0 2490-2530 " + std::to_string(type),
+                                "1/0/0 2530-2600 0"}));
+    }
 }
 
 TEST_F(MixSearching, SearchesNoEventsWhenThereAreNoRecords) {

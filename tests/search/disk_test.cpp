@@ -385,6 +385,15 @@ TEST_F(Disk, RequestsMaskIsTheAlarmTypeAndSelectsTheEvents) {
     EXPECT_EQ(Media(0x8, 0, 9000), Lines{}); // records, but no such event
 }
 
+TEST_F(Disk, WithoutSuchAnEventABlockWithoutIndexGivesNothingEither) {
+    MakeDisk();
+    WriteAlarmBlock(0, {{1200, 0x1}});
+    SearchFixture::Disk().WriteBlock(1, BlockContents::Open(2, 2000).Channels(0x1));
+    Open();
+    EXPECT_EQ(Media(0, 1500, 9000).size(), 2u); // of both blocks, without a mask
+    EXPECT_EQ(Media(0x8, 0, 9000), Lines{});
+}
+
 TEST_F(Disk, WindowTimesComeFromTheEventsBlock) {
     MakeDisk();
     WriteAlarmBlock(0, {{1200, 0x1}});

@@ -218,6 +218,10 @@ TEST_F(PartBlocks, RingWithoutBlocksHasNoValidBlock) {
     EXPECT_EQ(Next(part, 0, 0), -1);
     EXPECT_EQ(Next(part, 0, 0xFFFFFFFF), -1);
     EXPECT_EQ(Prev(part, 0, 3), -1);
+    OpenPart other(Disk());
+    const SystemCallLog log;
+    EXPECT_EQ(Next(other, 0, 0), -1);
+    EXPECT_EQ(log.Calls().size(), 0u); // not even the tables are read
 }
 
 TEST_F(PartBlocks, ForgedRingOfMillionsIsBelievedAsFarAsIdsCanName) {

@@ -243,6 +243,31 @@ TEST_F(PartInventory, RecordingMapOfAUnit) {
     EXPECT_EQ(closed.GetUnitRecMap(0, 2), -1);
 }
 
+TEST_F(PartInventory, EverythingIsAskedForFromSecondZeroToTheEndOfTime) {
+    struct Case {
+        uint32_t oldest, newest;
+        const char* region;
+    };
+    const Case cases[] = {
+        {1000, 0xFFFFFFFE, "InitSearch Blk(0~1), Ret = 3, (1000~-2)\n"},
+        {1000, 0xFFFFFFFF, "InitSearch Blk(0~1), Ret = 1, (1000~-1)\n"}, // the end is inside the recordings
+        {0, 2000, "InitSearch Blk(0~1), Ret = 3, (0~2000)\n"},
+    };
+    for (const Case& test : cases) {
+        MakeDisk(2);
+        WriteSpan(0, 1, test.oldest, test.oldest);
+        WriteSpan(1, 2, test.newest, test.newest);
+        OpenPart part(Disk());
+        UnitList units;
+        const std::string messages = Printed([&] { part->GetUnitList(&units); });
+        EXPECT_NE(messages.find(test.region), std::string::npos) << messages;
+        EXPECT_EQ(units.m_nCount, test.oldest == 0 ? 1 : 2);
+        EXPECT_EQ(DateMap(part).size(), test.oldest == 0 ? 1u : 2u);
+        EXPECT_NE(m_messages.find(test.region), std::string::npos) << m_messages;
+        std::remove(File("disk").c_str());
+    }
+}
+
 // ---- days
 
 TEST_F(PartInventory, DayIsAddedOnce) {
@@ -414,6 +439,8 @@ TEST_F(PartInventory, HalvingRefusesUnitsOutsideTheRing) {
     EXPECT_EQ(part->BinGetDataMap(&inside, &outside, &days), 0);
     CSearchPart closed;
     EXPECT_EQ(closed.BinGetDataMap(&inside, &inside, &days), 0);
+    days.AddTail(DayEntry(5));
+    EXPECT_EQ(closed.BinGetDataMap(&inside, &inside, &days), 1);
 }
 
 TEST_F(PartInventory, HalvingGoesOnWhereAHalfHasNoValidBlock) {

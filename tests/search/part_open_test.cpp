@@ -198,6 +198,7 @@ TEST_F(PartOpen, GivesTheLockMode) {
     unsigned int mode = 0;
     EXPECT_EQ(part->GetEncrypt(&mode), 0);
     EXPECT_EQ(mode, 7u);
+    EXPECT_EQ(part->GetEncrypt(nullptr), -1);
     CSearchPart closed;
     mode = 99;
     EXPECT_EQ(closed.GetEncrypt(&mode), -1);

@@ -47,6 +47,11 @@ protected:
         return info.freeSize / 0x10000;
     }
 
+    /// Makes a block invalid: formatted by something else.
+    void Spoil(uint32_t block) {
+        Disk().Change<BlockHead_t>(Disk().HeadOffset(block), [](auto& head) { head.ValidFlag = 1; });
+    }
+
     OutputTime_t m_region = {7, 8};
 };
 
@@ -189,7 +194,7 @@ TEST_F(PartRing, WithoutAValidBlockTheNewestStaysWhatItWas) {
     OpenPart part(Disk());
     LastBlock(part, 2);
     for (uint32_t block = 0; block < 4; ++block) {
-        Disk().Change<BlockHead_t>(Disk().HeadOffset(block), [](auto& head) { head.ValidFlag = 1; });
+        Spoil(block);
     }
     EXPECT_EQ(LastBlock(part, -1), "IsValidBlock: invalid block 0\nIsValidBlock: invalid block 1\n"
                                    "IsValidBlock: invalid block 2\nIsValidBlock: invalid block 3\n");
@@ -224,7 +229,7 @@ TEST_F(PartRing, BlockOverwrittenDuringTheSearchEndsIt) {
     int reads = 0;
     const SystemCallLog log([&](const Call& call, size_t) {
         if (call.kind == CallKind::Read && ++reads == 4) {
-            Disk().Change<BlockHead_t>(Disk().HeadOffset(2), [](auto& head) { head.ValidFlag = 0; });
+            Spoil(2);
         }
         return Fate();
     });
@@ -232,10 +237,79 @@ TEST_F(PartRing, BlockOverwrittenDuringTheSearchEndsIt) {
               "IsValidBlock: invalid block 2\nGetLastBlock LastBlockNum = 2, RecordNum = 3\n");
 }
 
+TEST_F(PartRing, RingOverwrittenDuringTheSearchEndsIt) {
+    MakeDisk();
+    WriteRing({1, 2, 3, 4, 5, 6, 7, 8});
+    OpenPart part(Disk());
+    EXPECT_EQ(part->GetBadBlockTab(), 0);
+    // Blocks 0, 7 and 3 are valid when they are read. Then no block is any more: the upper half has none.
+    int reads = 0;
+    const SystemCallLog log([&](const Call& call, size_t) {
+        if (call.kind == CallKind::Read && ++reads == 4) {
+            for (uint32_t block = 0; block < 8; ++block) {
+                Spoil(block);
+            }
+        }
+        return Fate();
+    });
+    EXPECT_EQ(LastBlock(part, 7), "IsValidBlock: invalid block 4\nIsValidBlock: invalid block 5\n"
+                                  "IsValidBlock: invalid block 6\nIsValidBlock: invalid block 7\n"
+                                  "GetLastBlock LastBlockNum = 7, RecordNum = 8\n");
+}
+
+TEST_F(PartRing, EndsThatPassEachOtherHaveNoNewestBlock) {
+    MakeDisk();
+    WriteRing({1, 2, 3, 4, 5, 6, 7, 8});
+    OpenPart part(Disk());
+    EXPECT_EQ(part->GetBadBlockTab(), 0);
+    // Reads of blocks 0 to 4 fail, that of block 5 does not: it is the lower end. Then those of blocks 7 to 5 fail:
+    // block 4 is the upper end.
+    int reads = 0;
+    const SystemCallLog log([&](const Call& call, size_t) {
+        reads += call.kind == CallKind::Read ? 1 : 0;
+        return call.kind == CallKind::Read && reads != 6 && reads < 10 ? Fate::Failing() : Fate();
+    });
+    const std::string messages = LastBlock(part, 0);
+    EXPECT_NE(messages.find("IsValidBlock: invalid block 5\n"
+                            "GetLastBlock LastBlockNum = 0, RecordNum = 0\n"),
+              std::string::npos)
+        << messages;
+}
+
+TEST_F(PartRing, OnlyValidBlockIsTheNewest) {
+    MakeDisk(4);
+    WriteRing({5, 6, 7, 8});
+    for (const uint32_t block : {1u, 2u, 3u}) {
+        Spoil(block);
+    }
+    OpenPart part(Disk());
+    EXPECT_EQ(LastBlock(part, 0), "IsValidBlock: invalid block 3\nIsValidBlock: invalid block 2\n"
+                                  "IsValidBlock: invalid block 1\n"
+                                  "GetLastBlock LastBlockNum = 0, RecordNum = 5\n");
+}
+
+TEST_F(PartRing, NewestIsLookedForFromTheEndOfTheRingThatIsUsed) {
+    // Of 70,000 stated blocks ids can name 65,536. The last of them is the only one that was recorded.
+    Format format;
+    format.blockCount = 10;
+    format.blockSize = 0x2000;
+    MakeDisk(format).EditHead([](PartHead_t& head) {
+        head.BlkCount = 70000;
+        head.BBTabOffs = 0x100000;
+        head.BBCounterOffs = 0x200000;
+    });
+    Disk().Truncate(Disk().BlockStart(65536));
+    Disk().WriteBlock(65535, BlockContents::Closed(9, 9000, 9900));
+    OpenPart part(Disk());
+    Quietly([&] { EXPECT_EQ(part->GetLastBlock(), 65535); });
+}
+
 TEST_F(PartRing, NoRingHasNoNewestBlock) {
     MakeDisk().EditHead([](PartHead_t& head) { head.BlkCount = 0; });
     OpenPart part(Disk());
+    const SystemCallLog log;
     EXPECT_EQ(LastBlock(part, -1), "");
+    EXPECT_EQ(log.Calls().size(), 0u); // not even tables of no bytes are read
     CSearchPart closed;
     EXPECT_EQ(closed.GetLastBlock(), -1);
 }
@@ -484,6 +558,29 @@ TEST_F(PartRing, BinarySearchEndsWhereAWalkFindsNothing) {
     }
     OpenPart other(Disk());
     EXPECT_EQ(BinSearch(other, 0, 7, 3500, false), 0);
+}
+
+TEST_F(PartRing, BinarySearchDoesNotUseTheTimeOfAnInvalidBlock) {
+    MakeDisk();
+    WriteRing({1, 2, 3, 4, 5, 6, 7, 8});
+    for (uint32_t block = 4; block < 8; ++block) {
+        Spoil(block);
+    }
+    OpenPart part(Disk());
+    // Block 3 begins before that time. The heads of blocks 4 to 7 state later times, but are none.
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(part->BinSearchStartBlock(0, 7, 4500, 0), 0); }),
+              "IsValidBlock: invalid block 4\nIsValidBlock: invalid block 5\n"
+              "IsValidBlock: invalid block 6\nIsValidBlock: invalid block 7\n"
+              "BinSearchStartBlock: Not Get Start Block!!!!!!\n");
+}
+
+TEST_F(PartRing, BinarySearchOfOneBlockLooksAtIt) {
+    MakeDisk();
+    WriteRing({1, 2, 3, 4, 5, 6, 7, 8});
+    Spoil(4);
+    OpenPart part(Disk());
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(part->BinSearchStartBlock(4, 4, 5500, 0), 4); }),
+              "IsValidBlock: invalid block 4\nBinSearchStartBlock: Not Get Start Block!!!!!!\n");
 }
 
 TEST_F(PartRing, BinarySearchOnAClosedObject) {

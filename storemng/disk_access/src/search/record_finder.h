@@ -20,6 +20,7 @@ public:
     RecordFinder& operator=(const RecordFinder&) = delete;
 
     /// Calls @p visit with each record that may overlap [@p start, @p end], in the list's order.
+    /// @pre @p start is not 0: a span of all times would overlap the leaves without records, too
     template <typename Visit>
     void Find(uint32_t start, uint32_t end, const Visit& visit) const {
         for (size_t at = 1; at != 0;) {

@@ -1,5 +1,6 @@
 // CSearchDisk: the mixed search, which cuts records where alarms begin and end.
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <utility>
@@ -79,9 +80,7 @@ public:
 
     /// @return the number of records appended
     int Run(RecordList& records) {
-        if (records.m_nCount > 0) {
-            FetchPeriod();
-        }
+        FetchPeriod();
         while (records.m_nCount > 0) {
             m_group.TakeFrom(records);
             m_part.GetRecordExtPara(m_group.First().recId, &m_channels);
@@ -166,7 +165,7 @@ private:
             }
             record.alarmType = m_period.alarmType;
             RecordItem_t piece = record;
-            piece.endTime = piece.endTime > m_period.endTime ? m_period.endTime : piece.endTime;
+            piece.endTime = std::min(piece.endTime, m_period.endTime);
             Append(piece);
         }
     }
@@ -228,9 +227,7 @@ int CSearchDisk::MixSearchUnit(unsigned int unit, CCommList<RecordItem_t>* out,
         return -1;
     }
     RecordList records;
-    if (m_pState->searchPart->SearchUnitMedia(unit, m_pState->lockedMap, &records, evOut) <= 0) {
-        return 0;
-    }
+    m_pState->searchPart->SearchUnitMedia(unit, m_pState->lockedMap, &records, evOut);
     EventList noEvents;
     SearchParam_t everything = {};
     return MixBuildList(&records, &noEvents, &everything, out);

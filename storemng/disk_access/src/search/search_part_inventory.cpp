@@ -99,11 +99,11 @@ public:
         const uint32_t mid = ring.Middle(a.unitId, b.unitId);
         uint32_t unit = 0;
         BlockHead_t before = {};
-        if (m_part.GetPrevValidBlock(0, 0, mid, a.unitId, &unit, &before) == 0) {
+        if (PrevValid(m_part, mid, a.unitId, unit, before)) {
             Collect(a, SpanInside(*m_state.searchBlock, unit, before));
         }
         BlockHead_t behind = {};
-        if (m_part.GetNextValidBlock(0, 0, mid, b.unitId, &unit, &behind) == 0) {
+        if (NextValid(m_part, mid, b.unitId, unit, behind)) {
             Collect(SpanInside(*m_state.searchBlock, unit, behind), b);
         }
     }

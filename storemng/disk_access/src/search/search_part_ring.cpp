@@ -2,6 +2,7 @@
 
 #include "search_part.h"
 
+#include <algorithm>
 #include <cstdint>
 
 #include "io/host.h"
@@ -44,22 +45,22 @@ Newest FindNewest(CSearchPart& part, const Ring& ring, uint32_t lo, BlockHead_t 
     // smaller: end the search.
     while (found && lo <= hi) {
         uint32_t mid = lo + (hi - lo) / 2;
-        part.GetPrevValidBlock(0, 0, mid, lo, &mid, &midHead);
+        PrevValid(part, mid, lo, mid, midHead);
         if (mid == lo) {
             newest.Consider(lo, midHead);
             if (lo == hi) {
                 break;
             }
-            found = part.GetNextValidBlock(0, 0, ring.Next(lo), hi, &lo, &loHead) == 0;
+            found = NextValid(part, ring.Next(lo), hi, lo, loHead);
             continue;
         }
         newest.Consider(mid, midHead);
         newest.Consider(lo, loHead);
         newest.Consider(hi, hiHead);
         if (midHead.RecSeq > loHead.RecSeq) {
-            found = part.GetNextValidBlock(0, 0, ring.Next(mid), hi, &lo, &loHead) == 0;
+            found = NextValid(part, ring.Next(mid), hi, lo, loHead);
         } else if (midHead.RecSeq < loHead.RecSeq) {
-            found = part.GetPrevValidBlock(0, 0, ring.Prev(mid), lo, &hi, &hiHead) == 0;
+            found = PrevValid(part, ring.Prev(mid), lo, hi, hiHead);
         } else {
             Message(loHead.RecSeq == 0 ? "Disk Empty\n" : "Disk Record Num Conflicting\n");
             break;
@@ -75,10 +76,9 @@ void disk_access::FindOldest(CSearchPart& part, PartSearchState_t& state, BlockH
         return;
     }
     const Ring ring = state.TheRing();
-    part.GetNextValidBlock(0, 0, ring.Next(state.LastBlockNum), state.LastBlockNum, &state.OldestBlockNum,
-                           &head);
+    NextValid(part, ring.Next(state.LastBlockNum), state.LastBlockNum, state.OldestBlockNum, head);
     if (head.RecSeq == 0) {
-        part.GetNextValidBlock(0, 0, 0, ring.count - 1, &state.OldestBlockNum, &head);
+        NextValid(part, 0, ring.Prev(0), state.OldestBlockNum, head);
     }
 }
 
@@ -86,16 +86,16 @@ int CSearchPart::GetLastBlock() {
     if (m_pState == nullptr || !m_pState->HasBlocks() || GetBadBlockTab() != 0) {
         return -1;
     }
-    const uint32_t end = m_pState->RingCount - 1;
+    const Ring ring = m_pState->TheRing();
+    const uint32_t end = ring.Prev(0);
     BlockHead_t loHead = {};
     BlockHead_t hiHead = {};
     uint32_t lo = 0;
     uint32_t hi = 0;
-    if (GetNextValidBlock(0, 0, 0, end, &lo, &loHead) != 0 ||
-        GetPrevValidBlock(0, 0, end, 0, &hi, &hiHead) != 0) {
+    if (!NextValid(*this, 0, end, lo, loHead) || !PrevValid(*this, end, 0, hi, hiHead)) {
         return -1;
     }
-    const Newest newest = FindNewest(*this, m_pState->TheRing(), lo, loHead, hi, hiHead);
+    const Newest newest = FindNewest(*this, ring, lo, loHead, hi, hiHead);
     m_pState->LastBlockNum = newest.block;
     Message("GetLastBlock LastBlockNum = %d, RecordNum = %d\n", static_cast<int>(newest.block),
             static_cast<int>(newest.seq));
@@ -111,7 +111,7 @@ int CSearchPart::GetSearchRegion(InputTime_t in, OutputTime_t* out) {
         return kEndsBeforeOldest;
     }
     if (s <= o) {
-        *out = e <= n ? OutputTime_t{o, e} : OutputTime_t{o, n};
+        *out = {o, std::min(e, n)};
         return e <= n ? kOldestToEnd : kOldestToNewest;
     }
     if (e <= n) {
@@ -130,9 +130,9 @@ int CSearchPart::InitSearch(SearchParam_t* param, OutputTime_t* out) {
     GetLastBlock();
     BlockHead_t head = {};
     FindOldest(*this, *m_pState, head);
-    InputTime_t in = {param->startTime, param->endTime, head.RecTime, 0};
+    const uint32_t oldestTime = head.RecTime;
     m_pState->searchBlock->GetBlockInfo(m_pState->LastBlockNum, &head, nullptr, nullptr, nullptr);
-    in.newestTime = head.RecTime;
+    const InputTime_t in = {param->startTime, param->endTime, oldestTime, head.RecTime};
 
     const int code = GetSearchRegion(in, out);
     Message("%s Blk(%d~%d), Ret = %d, (%d~%d)\n", "InitSearch", static_cast<int>(m_pState->OldestBlockNum),
@@ -160,11 +160,11 @@ int CSearchPart::GetSearchStartBlock(unsigned int time, unsigned int code) {
             // The ring has wrapped: the blocks from 0 to the last are newer than those from the oldest to the
             // ring's end.
             uint32_t first = 0;
-            if (GetNextValidBlock(0, seq, 0, last, &first, &head) == 0 && head.RecTime <= time) {
+            if (NextValid(*this, 0, last, first, head) && head.RecTime <= time) {
                 lo = first;
             } else {
-                hi = m_pState->RingCount - 1;
-                GetPrevValidBlock(0, seq, hi, oldest, &hi, &head);
+                hi = m_pState->TheRing().Prev(0);
+                PrevValid(*this, hi, oldest, hi, head);
             }
         }
         start = static_cast<uint32_t>(BinSearchStartBlock(lo, hi, time, seq));
@@ -173,11 +173,12 @@ int CSearchPart::GetSearchStartBlock(unsigned int time, unsigned int code) {
     return static_cast<int>(start);
 }
 
-int CSearchPart::BinSearchStartBlock(unsigned int lo, unsigned int hi, unsigned int time, unsigned int seq) {
+int CSearchPart::BinSearchStartBlock(unsigned int lo, unsigned int hi, unsigned int time,
+                                     unsigned int /*seq*/) {
     const uint32_t first = lo;
-    // From a bound outside the ring a step would wrap to below the middle, and the range would never become
-    // smaller.
-    bool narrowing = m_pState != nullptr && lo < m_pState->RingCount && hi < m_pState->RingCount;
+    // From an upper bound outside the ring a step would wrap to below the middle, and the range would never
+    // become smaller.
+    bool narrowing = m_pState != nullptr && hi < m_pState->RingCount;
     BlockHead_t midHead = {};
     BlockHead_t loHead = {};
     BlockHead_t hiHead = {};
@@ -186,19 +187,19 @@ int CSearchPart::BinSearchStartBlock(unsigned int lo, unsigned int hi, unsigned 
         const uint32_t mid = lo + (hi - lo) / 2;
         // Only the time of the block found is used; the bounds move from the middle itself.
         uint32_t nearest = mid;
-        GetPrevValidBlock(0, seq, mid, lo, &nearest, &midHead);
+        PrevValid(*this, mid, lo, nearest, midHead);
         if (lo == hi) {
             break;
         }
         if (midHead.RecTime <= time) {
-            narrowing = GetNextValidBlock(0, seq, ring.Next(mid), hi, &lo, &loHead) == 0;
+            narrowing = NextValid(*this, ring.Next(mid), hi, lo, loHead);
             if (narrowing && time < loHead.RecTime) {
                 return static_cast<int>(mid);
             }
         } else if (lo == mid) {
             break;
         } else {
-            narrowing = GetPrevValidBlock(0, seq, ring.Prev(mid), lo, &hi, &hiHead) == 0;
+            narrowing = PrevValid(*this, ring.Prev(mid), lo, hi, hiHead);
             if (narrowing && hiHead.RecTime <= time) {
                 return static_cast<int>(hi);
             }

@@ -40,6 +40,16 @@ struct PartSearchState_t {
 
 namespace disk_access {
 
+/// Looks for a valid block, forwards or backwards around the ring from @p from to @p limit, both included. The
+/// interface also takes a mode and a sequence number, which mean something in playback alone.
+/// @return whether there is one: it is in @p out, its head in @p head
+inline bool NextValid(CSearchPart& part, uint32_t from, uint32_t limit, uint32_t& out, BlockHead_t& head) {
+    return part.GetNextValidBlock(0, 0, from, limit, &out, &head) == 0;
+}
+inline bool PrevValid(CSearchPart& part, uint32_t from, uint32_t limit, uint32_t& out, BlockHead_t& head) {
+    return part.GetPrevValidBlock(0, 0, from, limit, &out, &head) == 0;
+}
+
 /// Finds the oldest block: the one after the newest if the ring has wrapped, else the first of the ring. Sets
 /// the state's OldestBlockNum, which does not change if no block is valid.
 /// @param head gets the head of the block that was tested last
