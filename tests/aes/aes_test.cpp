@@ -7,11 +7,35 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <numeric>
+#include <string>
 #include <vector>
 
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include <openssl/aes.h>
+
+#include "support/temp_dir.h"
+
+namespace {
+
+bool g_libcryptoIsGone = false;
+
+} // namespace
+
+/// A sanitizer takes a second copy of the library for a mistake.
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
+    return "detect_odr_violation=0";
+}
+
+/// Stands in for the C library's function, for the library under test too.
+extern "C" __attribute__((visibility("default"))) void* dlopen(const char* file, int mode) noexcept {
+    using Function = void* (*)(const char*, int);
+    static const auto function = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "dlopen"));
+    const bool gone =
+        g_libcryptoIsGone && file != nullptr && std::string(file).find("libcrypto") != std::string::npos;
+    return gone ? nullptr : function(file, mode);
+}
 
 namespace {
 
@@ -93,6 +117,26 @@ TEST(Aes, IsFoundInTheLibraryByName) {
         reinterpret_cast<decltype(&AES_decrypt)>(find("AES_decrypt")),
         reinterpret_cast<decltype(&AES_ecb_encrypt)>(find("AES_ecb_encrypt"))};
     CheckVectors(functions);
+    dlclose(library);
+}
+
+TEST(Aes, KeysAreRefusedWithoutLibcrypto) {
+    // A copy of the library, because the one in use has found libcrypto already.
+    Dl_info info = {};
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(AES_encrypt), &info), 0);
+    const test_support::TempDir directory;
+    const std::string copy = directory.File("copy.so");
+    std::filesystem::copy_file(info.dli_fname, copy);
+    void* const library = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    g_libcryptoIsGone = true;
+    for (const char* const name : {"AES_set_encrypt_key", "AES_set_decrypt_key"}) {
+        const auto function = reinterpret_cast<decltype(&AES_set_encrypt_key)>(dlsym(library, name));
+        ASSERT_NE(function, nullptr) << name;
+        AES_KEY key = {};
+        EXPECT_EQ(function(Key(128).data(), 128, &key), -1) << name;
+    }
+    g_libcryptoIsGone = false;
     dlclose(library);
 }
 

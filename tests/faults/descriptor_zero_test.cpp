@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <optional>
 
 #include "dump/sample_disk.h"
 #include "faults/media.h"
@@ -60,6 +61,17 @@ protected:
     PartAccess_t& Make(Medium medium) {
         m_access = MakeMedium(medium, m_dir.File("disk")).Access();
         return m_access;
+    }
+
+    /// A ring of eight blocks. All of them are closed, so none is usable in mode 0.
+    PartitionImage MakeDisk() {
+        PartitionImage disk = PartitionImage::Create(m_dir.File("disk"), Format());
+        for (uint32_t block = 0; block < disk.BlockCount(); ++block) {
+            auto contents = BlockContents::Closed(block + 1, 1000, 1900);
+            contents.tail.CloseState = 1;
+            disk.WriteBlock(block, contents);
+        }
+        return disk;
     }
 
 private:
@@ -190,6 +202,48 @@ TEST_F(DescriptorZero, BlockThatIsLookedAtIsUnusable) {
     });
     EXPECT_EQ(parameters.chn, 0u);
     EXPECT_EQ(part.GetRecInfo(&parameters, &record, 0), 0);
+    part.Quit();
+}
+
+TEST_F(DescriptorZero, RingIsMeasuredAndItIsClosed) {
+    PartitionImage disk = MakeDisk();
+    disk.SetBad(3);
+    disk.EditHead([](PartHead_t& head) { head.BlkCount = 70000; }); // more than ids can name
+    PartAccess_t access = disk.Access();
+    CReadPart part;
+    EXPECT_EQ(part.Init(&access), 0);
+    EXPECT_EQ(part.GetBadBlockTab(), 0);
+    Quietly([&] {
+        const FreeDescriptorZero zero;
+        unsigned int found = 0;
+        EXPECT_EQ(part.GetNextValidBlock(0, 0, 3, 3, &found), -1);
+        EXPECT_FALSE(FreeDescriptorZero::Taken()); // and block 3 is bad: it was not opened
+    });
+    part.Quit();
+}
+
+TEST_F(DescriptorZero, BlocksBeyondTheDeviceAreReportedAndItIsClosed) {
+    PartitionImage disk = MakeDisk();
+    disk.Truncate(disk.BlockStart(2));
+    PartAccess_t access = disk.Access();
+    CReadPart part;
+    EXPECT_EQ(part.Init(&access), 0);
+    EXPECT_EQ(part.GetBadBlockTab(), 0);
+    std::optional<FreeDescriptorZero> zero;
+    size_t opened = 0;
+    const SystemCallLog log([&](const Call& call, size_t) {
+        opened += call.kind == CallKind::Open ? 1 : 0;
+        // Opened are block 7, the device to measure it, blocks 0 and 1; then what tells of blocks 2 to 4.
+        if (opened == 5 && !zero) {
+            zero.emplace();
+        }
+        return Fate();
+    });
+    unsigned int found = 0;
+    EXPECT_EQ(PrintedWithoutLines([&] { EXPECT_EQ(part.GetNextValidBlock(0, 0, 7, 4, &found), -1); }),
+              "OpenBlock : #, Failed\nOpenBlock : #, Failed\nOpenBlock : #, Failed\nOpenBlock : #, Failed\n");
+    EXPECT_EQ(opened, 5u);
+    EXPECT_FALSE(FreeDescriptorZero::Taken());
     part.Quit();
 }
 

@@ -567,6 +567,15 @@ TEST_F(BlockSeek, OnlyAllChannelsWithoutAUsableSegmentBeginBeforeTheFrames) {
     EXPECT_EQ(SeekOffsSays(reader, 1, Record(0, 0), 0, 0), "");
 }
 
+TEST_F(BlockSeek, AllChannelsWithASegmentBeyondTheBlockReadNothing) {
+    MakeDisk();
+    Disk().WriteBlock(0, BlockContents::Closed(1, 1000, 1010).Segment(0, 1000, 1010, 500, 0xFFFFFFFE));
+    BlockReader reader(Disk());
+    const SystemCallLog log;
+    EXPECT_EQ(SeekOffsSays(reader, 1, Record(0, 0), 0, 0, -1), "SeekOffs, # : fail\n");
+    EXPECT_EQ(CallsInBlock(log, Disk(), 0), Lines{});
+}
+
 TEST_F(BlockSeek, PositionSeekReadsHeadsAlone) {
     MakeDisk();
     WriteRecording(0);

@@ -275,6 +275,15 @@ TEST_F(ReadDisk, UnitReaderOfABlockWithoutChannelZeroStartsInTheFirstChannelTher
     EXPECT_EQ(unit.UnitFrames(), "I2@1003 P2@1004 end");
 }
 
+TEST_F(ReadDisk, UnitReaderOfABlockFromSecondZeroStartsAtTheFirstSegmentAfterIt) {
+    // Channel 0's segment begins when the unit's record does: there is no time to seek. Its start counts as
+    // none, so the first frame is that of channel 1's segment.
+    OpenReadDisk disk(RecordOnNewDisk("P0@0 I1@1 I0@2 P1@3 P0@4 |"));
+    DiskPlayer unit(*disk, 0);
+    EXPECT_EQ(unit.Messages(), "BeginReader BlockNum = 0, ChnType=1, (0, 0, 0, 0) \n");
+    EXPECT_EQ(unit.UnitFrames(), "I1@1 I0@2 P1@3 P0@4 end");
+}
+
 TEST_F(ReadDisk, UnitReaderOfAnIncompleteBlockStartsAtTheFirstFrame) {
     OpenReadDisk disk(RecordOnNewDisk("P0@1000 E1@1000:16 I2@1001 P0@1002 /"));
     DiskPlayer unit(*disk, 0);

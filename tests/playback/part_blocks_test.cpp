@@ -292,6 +292,17 @@ TEST_F(BlocksThatCannotBeOpened, AreNotEachOpenedAndFlushedByAWalk) {
     }
 }
 
+TEST_F(BlocksThatCannotBeOpened, TableBehindTheDevicesLastByteIsNotTriedAgain) {
+    MakeCutDisk();
+    const uint64_t size = Disk().BlockStart(2);
+    Disk().EditHead([=](PartHead_t& head) { head.BBTabOffs = static_cast<uint32_t>(size); });
+    OpenReadPart part(Disk());
+    const SystemCallLog log;
+    Quietly([&] { EXPECT_EQ(Next(part, 0, 7), -1); });
+    // For the table and for the block, for each of blocks 0 to 2; then once, where all the others are missing.
+    EXPECT_EQ(log.Count(CallKind::Open), 7u);
+}
+
 TEST_F(BlocksThatCannotBeOpened, TableThatCouldNotBeReadIsTriedAgainToTheDevicesLastByte) {
     MakeCutDisk();
     const uint64_t size = Disk().BlockStart(2);
