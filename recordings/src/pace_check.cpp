@@ -122,14 +122,23 @@ bool PaceCheck::Fills(const Slot& slot, const FoundFrame& frame, size_t entry) {
            (slot.due || PayloadTells(*slot.track, frame));
 }
 
-/// Whether a frame is the only one of its own track, and that of the same channel as a long one that lacks it, or audio of
-/// the same size as all of the track that lacks it.
+/// Whether a frame is the only one of its own track, and that of the same channel as a long one that lacks it, or audio as
+/// large as that of the track that lacks it.
 bool PaceCheck::IsAloneBeside(const Slot& slot, const FoundFrame& frame) const {
     const Track& track = *slot.track;
     const bool alone = m_tracks.All().at(Tracks::Of(frame)).frames.size() == 1;
-    const bool ofChannel =
-        frame.channel == track.channel && slot.inside && track.frames.size() >= kFewestBeside;
-    return alone && (ofChannel || (track.audio && frame.IsAudio() && HasSizeOf(track, frame)));
+    const bool within = slot.inside && track.frames.size() >= kFewestBeside;
+    const bool asLarge = HasSizeOf(track, frame) || (within && HasSizeAsOf(track, frame));
+    return alone &&
+           ((within && frame.channel == track.channel) || (track.audio && frame.IsAudio() && asLarge));
+}
+
+/// Whether a track has frames that are no smaller than a frame, and such that are no larger.
+bool PaceCheck::HasSizeAsOf(const Track& track, const FoundFrame& frame) const {
+    const auto [smallest, largest] =
+        std::minmax_element(track.frames.begin(), track.frames.end(),
+                            [this](size_t a, size_t b) { return m_frames[a].size < m_frames[b].size; });
+    return m_frames[*smallest].size <= frame.size && frame.size <= m_frames[*largest].size;
 }
 
 /// Whether all frames of a track have the size of a frame.

@@ -45,6 +45,7 @@ private:
 
     bool IsAloneBeside(const Slot& slot, const FoundFrame& frame) const;
     bool HasSizeOf(const Track& track, const FoundFrame& frame) const;
+    bool HasSizeAsOf(const Track& track, const FoundFrame& frame) const;
     bool IsAlien(size_t entry) const;
     bool HasOddSize(const Track& track, size_t place) const;
     bool Usual(const Track& track, size_t place) const;

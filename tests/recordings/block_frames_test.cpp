@@ -602,6 +602,19 @@ TEST_P(ChangedFrames, GetTheirChannelBack) {
     }
 }
 
+TEST_P(ChangedFrames, OfSoundInFramesOfAnySizeGetTheirChannelBack) {
+    Begin(3);
+    for (int64_t i = 0; i < 60; ++i) {
+        Record(At(i * 100), i % 10 == 0 ? kVideoI : kVideoP, 0, 100);
+        Record(At(i * 100 + 2), kAudio, 1, i % 3 == 0 ? 161 : 160);
+    }
+    Recorder().CutPower();
+    const RecordedFrame frame = Find(2502, 1, kAudio);
+    Change(frame, [](FrameHead_t& head) { head.chn = 0; });
+    EXPECT_TRUE(Same(Read(0), 0));
+    EXPECT_EQ(Read(0).Lines(), (Lines{Named(frame)}));
+}
+
 TEST_P(ChangedFrames, GetTheirTypeBackWhereTheIndexOrThePaceHasIt) {
     for (const bool closed : {true, false}) {
         RecordCameras(closed);
