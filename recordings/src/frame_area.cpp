@@ -24,6 +24,13 @@ constexpr uint32_t kLargestKept = 64 * 1024 * 1024;
 /// Memory that callers hold is looked at again for this many blocks: most give it back soon.
 constexpr size_t kMostLent = 3;
 
+/// Bytes of an area before the end of a source: a copy may have been cut off, and a forged head may state blocks that are
+/// larger than the disk.
+uint32_t BytesBeforeEnd(const Source& source, uint64_t start, uint32_t size) {
+    const uint64_t end = source.Size();
+    return static_cast<uint32_t>(std::min<uint64_t>(size, end > start ? end - start : 0));
+}
+
 } // namespace
 
 bool FrameBuffer::Serves(const Memory& memory, size_t size) {
@@ -68,6 +75,7 @@ FrameArea::FrameArea(const Disk& disk, uint32_t block, Want want, FrameBuffer& b
                      std::function<void()> breathe)
     : m_disk(disk), m_buffer(buffer), m_breathe(std::move(breathe)),
       m_start(disk.StartOf(block) + disk.Layout().frames), m_size(disk.Layout().frameBytes),
+      m_there(BytesBeforeEnd(disk.Bytes(), m_start, m_size)),
       m_kept(want == Want::Payloads && m_size <= kLargestKept), m_heads(!m_kept),
       m_piece(m_heads ? kPage : kPiece) {}
 
@@ -129,7 +137,7 @@ void FrameArea::Load(uint32_t offset, uint32_t size) {
         return;
     }
     if (m_to == 0) {
-        m_data = m_buffer.Room(m_size, 0);
+        m_data = m_buffer.Room(m_there, 0);
     }
     while (m_to < offset + size) {
         const uint32_t to = m_to + std::min(m_size - m_to, kPiece);
@@ -146,8 +154,11 @@ void FrameArea::MoveWindow(uint32_t offset, uint32_t size) {
     }
     const uint32_t to = WindowEnd(offset, size);
     const uint32_t held = offset >= m_from && offset < m_to ? m_to - offset : 0;
-    m_data = m_buffer.Room(to - offset, m_to - m_from);
-    std::memmove(m_data, m_data + (held == 0 ? 0 : offset - m_from), held);
+    m_data = m_buffer.Room(There(to) - There(offset), There(m_to) - There(m_from));
+    const uint32_t moved = There(offset + held) - There(offset);
+    if (moved != 0) {
+        std::memmove(m_data, m_data + (offset - m_from), moved);
+    }
     m_from = offset;
     m_to = offset + held;
     if (m_to < to) {
@@ -200,18 +211,17 @@ uint32_t FrameArea::FillPage(uint32_t from, uint32_t to) {
 
 /// @return how many bytes could be read
 uint32_t FrameArea::Read(uint32_t from, uint32_t to) {
-    const uint64_t end = m_disk.Bytes().Size();
     if (from >= to) {
         return 0;
     }
-    if (m_start + from >= end) {
-        NoteUnreadable(from, to); // a copy that was cut off: there is nothing to ask for
+    if (from >= m_there) {
+        NoteUnreadable(from, to); // there is nothing to ask for
         return to - from;
     }
     if (m_breathe) {
         m_breathe();
     }
-    const size_t got = m_disk.Bytes().Read(m_start + from, m_data + (from - m_from), to - from);
+    const size_t got = m_disk.Bytes().Read(m_start + from, m_data + (from - m_from), There(to) - from);
     m_bytesRead += got;
     return static_cast<uint32_t>(std::min<size_t>(got, to - from));
 }

@@ -1,6 +1,7 @@
 #ifndef RECORDINGS_FRAME_AREA_H
 #define RECORDINGS_FRAME_AREA_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -84,6 +85,8 @@ public:
 
 private:
     bool Holds(uint32_t offset, uint32_t size) const { return offset >= m_from && offset + size <= m_to; }
+    /// How much of the area's first @p offset bytes can be in memory: not what lies after the source's end.
+    uint32_t There(uint32_t offset) const { return std::min(offset, m_there); }
     bool Readable(uint32_t offset, uint32_t size) const;
     void Load(uint32_t offset, uint32_t size);
     uint32_t WindowEnd(uint32_t offset, uint32_t size) const;
@@ -99,6 +102,7 @@ private:
     std::function<void()> m_breathe;
     uint64_t m_start; ///< device offset of the area
     uint32_t m_size;
+    uint32_t m_there; ///< bytes of it before the source's end
     bool m_kept;
     bool m_heads; ///< payloads are skipped
     uint8_t* m_data = nullptr;

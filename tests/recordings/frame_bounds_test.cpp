@@ -9,6 +9,7 @@
 #include "frame_area.h"
 #include "recordings/block_frames.h"
 #include "recordings/recordings_fixture.h"
+#include "support/memory_use.h"
 
 namespace test_support {
 
@@ -304,6 +305,21 @@ TEST_F(Area, EndsWhereACopyWasCutOff) {
     EXPECT_EQ(area.AfterUnreadable(70000), 512u * 1024); // as far as was tried
     EXPECT_EQ(area.PieceAt(69990).size, 10u);
     EXPECT_EQ(area.PieceAt(70000).size, 0u);
+}
+
+TEST_F(Area, TakesMemoryForWhatTheSourceHoldsAlone) {
+    // The head states a block of a mebibyte; 70,000 bytes of it are there.
+    Image().Truncate(Device(70000));
+    const recordings::Disk& disk = Open();
+    for (const Want want : {Want::Payloads, Want::Heads}) {
+        FrameBuffer buffer;
+        FrameArea area(disk, 0, want, buffer);
+        const size_t before = HeapInUse();
+        EXPECT_EQ(area.At(10, 900000), nullptr);
+        EXPECT_LE(HeapInUse() - before, 80000u);
+        ASSERT_NE(area.At(69000, 1000), nullptr);
+        EXPECT_EQ(std::memcmp(area.At(69000, 1000), m_bytes.data() + 69000, 1000), 0);
+    }
 }
 
 TEST_F(Area, CallsBeforeEachRead) {
