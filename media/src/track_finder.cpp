@@ -1,6 +1,7 @@
 #include "track_finder.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace media {
@@ -93,20 +94,27 @@ void TrackFinder::FindIn(const Beginning& beginning, const recordings::FrameQuer
 
 void TrackFinder::TryLaterKeyFrames(const recordings::FrameQuery& query, const Sink& sink,
                                     const recordings::Watch& watch, Found& found) const {
+    recordings::FrameQuery cameras = query;
+    cameras.channels = {};
     for (const auto& [key, track] : found) {
-        if (key.isAudio || !track.refused) {
+        if (!key.isAudio && track.refused) {
+            cameras.channels.Add(key.channel);
+        }
+    }
+    if (cameras.channels.Empty()) {
+        return;
+    }
+    // All in one reading: each may go through the whole range.
+    std::array<int, recordings::kChannels> shown = {};
+    recordings::RangeFrames frames(m_disk, m_blocks, cameras, Ignore, watch);
+    for (Frame frame; !cameras.channels.Empty() && frames.Next(frame);) {
+        if (frame.type != recordings::kKeyFrame || !cameras.channels.Has(frame.channel)) {
             continue;
         }
-        recordings::FrameQuery camera = query;
-        camera.channels = {};
-        camera.channels.Add(key.channel);
-        recordings::RangeFrames frames(m_disk, m_blocks, camera, Ignore, watch);
-        int shown = 0;
-        for (Frame frame; track.refused && shown < kMostKeyFrames && frames.Next(frame);) {
-            if (frame.type == recordings::kKeyFrame) {
-                Show(frame, sink, found);
-                ++shown;
-            }
+        Show(frame, sink, found);
+        const bool isTaken = !found.at(TrackKey::Of(frame)).refused;
+        if (isTaken || ++shown.at(frame.channel) == kMostKeyFrames) {
+            cameras.channels = cameras.channels.Without({1u << frame.channel});
         }
     }
 }

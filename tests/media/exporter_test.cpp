@@ -249,6 +249,24 @@ TEST_F(Exports, TryLaterKeyFramesOfACamera) {
     EXPECT_EQ(result->tracks[0].frames, 300u);
 }
 
+TEST_F(Exports, LookForLaterKeyFramesOfAllCamerasAtOnce) {
+    // Eight cameras with fewer key frames than are tried, so that all of the range is looked at.
+    std::vector<Camera> cameras;
+    for (uint32_t channel = 0; channel < 8; ++channel) {
+        cameras.push_back({channel, 0, 20, false, {0, 0, 0, 1, 0x09}});
+    }
+    Record(cameras);
+    uint64_t recorded = 0;
+    for (const auto& [key, bytes] : m_bytes) {
+        recorded += bytes;
+    }
+    const auto result = Run(Request(Container::Matroska));
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->leftOut.size(), 8u);
+    // Survey, first key frames, later key frames, and the frames that are counted.
+    EXPECT_LT(Worn().BytesAsked(), 6 * recorded);
+}
+
 TEST_F(Exports, SayWhatAContainerCannotHold) {
     Record({{0, 0, 10, false, {0, 0, 0, 1, 0x09}}, {1, 0, 10, false, {0, 0, 0, 1, 0x09}}});
     const auto result = Run(Request(Container::Matroska));
