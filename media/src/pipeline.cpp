@@ -13,6 +13,14 @@ constexpr std::chrono::milliseconds kAskAgain(100);
 
 } // namespace
 
+std::unique_ptr<Chunk> Pipeline::Pool::Make() {
+    auto chunk = std::make_unique<Chunk>();
+    const std::lock_guard<std::mutex> lock(mutex);
+    spare.reserve(made + 1);
+    ++made;
+    return chunk;
+}
+
 void Pipeline::Pool::TakeBack(Chunk* chunk) {
     std::unique_ptr<Chunk> owned(chunk);
     {
@@ -49,7 +57,7 @@ std::shared_ptr<Chunk> Pipeline::TakeChunk() {
         }
     }
     if (!chunk) {
-        chunk = std::make_unique<Chunk>();
+        chunk = m_pool->Make();
     }
     return {chunk.release(), [pool = m_pool](Chunk* used) { pool->TakeBack(used); }};
 }

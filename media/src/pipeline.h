@@ -57,10 +57,13 @@ private:
     struct Pool {
         std::mutex mutex;
         std::condition_variable changed;
-        std::vector<std::unique_ptr<Chunk>> spare;
+        std::vector<std::unique_ptr<Chunk>> spare; ///< with room for all that were made
+        size_t made = 0;
         size_t underWay = 0;
         bool ending = false;
 
+        std::unique_ptr<Chunk> Make();
+        /// Takes no memory: it must not fail.
         void TakeBack(Chunk* chunk);
         bool HasRoom() const;
     };
