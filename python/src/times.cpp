@@ -22,7 +22,7 @@ bool PrepareTimes() {
 
 PyObject* ToDatetime(int64_t micros, PyObject* zone) {
     const int64_t rest = (micros % kMicros + kMicros) % kMicros;
-    const time_t seconds = (micros - rest) / kMicros;
+    const time_t seconds = micros / kMicros - (micros % kMicros < 0 ? 1 : 0); // any micros, also the least
     std::tm parts = {};
     if (seconds < kFirst || seconds > kLast || gmtime_r(&seconds, &parts) == nullptr) {
         PyErr_Format(PyExc_OverflowError, "the time stamp %lld lies outside the years 1 to 9999",
