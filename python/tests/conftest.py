@@ -5,10 +5,29 @@ import json
 import os
 import pathlib
 import subprocess
+import sys
 
 import pytest
 
 UTC = datetime.timezone.utc
+
+#: What the module takes into an interpreter when it was built with sanitizers. The programs bring their own.
+_PRELOADED = os.environ.pop("LD_PRELOAD", None)
+
+
+def run_python(code: str, *words: object) -> subprocess.Popen[str]:
+    """Starts an interpreter that can import the module."""
+    environment = os.environ if _PRELOADED is None else {**os.environ, "LD_PRELOAD": _PRELOADED}
+    return subprocess.Popen([sys.executable, "-c", code, *map(str, words)], stdout=subprocess.PIPE, text=True,
+                            env=environment)
+
+
+def resident() -> int:
+    """Bytes of memory that this process has."""
+    if _PRELOADED is not None:
+        pytest.skip("the sanitizer keeps what is freed")
+    with open("/proc/self/statm", encoding="ascii") as file:
+        return int(file.read().split()[1]) * 4096
 
 
 def required(name: str) -> pathlib.Path:

@@ -6,7 +6,7 @@ import pathlib
 import pytest
 
 import diskaccess
-from conftest import UTC, generate
+from conftest import UTC, generate, run_python
 
 START = datetime.datetime(2023, 11, 14, 22, 13, 20, tzinfo=UTC)  # 1,700,000,000: where generated recordings begin
 
@@ -184,11 +184,9 @@ def test_arrays_bear_times_in_utc(disk: pathlib.Path, sample: pathlib.Path) -> N
 
 
 def test_the_package_needs_no_numpy() -> None:
-    import subprocess
-    import sys
     code = "import sys; sys.modules['numpy'] = None; import diskaccess; print(diskaccess.open.__doc__[:5])"
-    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
-    assert done.stdout == "Opens\n"
+    process = run_python(code)
+    assert process.communicate(timeout=60)[0] == "Opens\n" and process.returncode == 0
 
 
 def test_everything_public_is_documented() -> None:

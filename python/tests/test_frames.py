@@ -4,7 +4,6 @@ import gc
 import pathlib
 import signal
 import subprocess
-import sys
 import threading
 import time
 import weakref
@@ -12,16 +11,10 @@ import weakref
 import pytest
 
 import diskaccess
-from conftest import UTC, generate, required
+from conftest import UTC, generate, required, resident, run_python
 
 SECOND = 1_000_000
 START = 1_700_000_000 * SECOND
-
-
-def resident() -> int:
-    """Bytes of memory that this process has."""
-    with open("/proc/self/statm", encoding="ascii") as file:
-        return int(file.read().split()[1]) * 4096
 
 
 def payload_on_disk(image: pathlib.Path, frame: diskaccess.Frame) -> bytes:
@@ -261,7 +254,7 @@ def test_an_interruption_does_not_wait_for_the_end(ring: pathlib.Path) -> None:
             except KeyboardInterrupt:
                 print("interrupted")
     """
-    process = subprocess.Popen([sys.executable, "-c", code, str(ring)], stdout=subprocess.PIPE, text=True)
+    process = run_python(code, ring)
     assert process.stdout is not None and process.stdout.readline() == "ready\n"
     time.sleep(0.1)
     process.send_signal(signal.SIGINT)

@@ -12,7 +12,7 @@ import time
 import pytest
 
 import diskaccess
-from conftest import UTC, record
+from conftest import UTC, record, resident
 
 numpy = pytest.importorskip("numpy", reason="python3-numpy is not installed")
 
@@ -191,10 +191,6 @@ def test_other_threads_run_and_take_stills_too(sample: pathlib.Path) -> None:
 
 
 def test_pictures_leak_nothing(camera: pathlib.Path) -> None:
-    def resident() -> int:
-        with open("/proc/self/statm", encoding="ascii") as file:
-            return int(file.read().split()[1]) * 4096
-
     with diskaccess.open(camera) as disk:
         start = disk.journeys()[0].start
         for _ in range(10):
