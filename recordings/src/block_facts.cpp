@@ -21,6 +21,9 @@ constexpr size_t kWrongBits = 4;
 /// The streams of one recording are no further apart than this.
 constexpr int64_t kSkewSeconds = 5;
 
+/// Places on each side of a block that tell whether blocks are closed here.
+constexpr uint32_t kBesideTail = 2;
+
 constexpr uint32_t kUnknownStart = 0xFFFFFFFF;
 
 /// Whether all bytes of a head are as on a disk that was never written.
@@ -128,6 +131,29 @@ std::optional<int64_t> BlockFacts::NextInRing() const {
 bool BlockFacts::IsFirstTurn() const {
     const std::optional<BlockHead_t> head = HeadOfNext();
     return head && head->ValidFlag == BLOCK_MAGIC && head->RecSeq == 0;
+}
+
+/// Whether nothing was ever written to a place's tail. A tail that cannot be read may have been erased.
+bool BlockFacts::TailIsErased(uint32_t number) const {
+    BlockTail_t tail = {};
+    const bool read =
+        m_disk.Bytes().ReadWhole(m_disk.StartOf(number) + m_disk.Layout().tail, &tail, sizeof tail);
+    return !read || (tail.RecSeq | tail.StartTime | tail.EndTime) == 0;
+}
+
+bool BlockFacts::LostItsTail() const {
+    const uint32_t count = m_disk.BlockCount();
+    if (m_block.closed || m_block.sequence <= count || !TailIsErased(m_block.number)) {
+        return false;
+    }
+    for (uint32_t distance = 1; distance <= std::min(kBesideTail, count - 1); ++distance) {
+        const uint32_t after = (m_block.number + distance) % count;
+        const uint32_t before = (m_block.number + count - distance) % count;
+        if (TailIsErased(after) || TailIsErased(before)) {
+            return false; // here the power is cut again and again
+        }
+    }
+    return true;
 }
 
 std::vector<uint32_t> BlockFacts::NamedHeads() const {

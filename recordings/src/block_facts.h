@@ -75,6 +75,8 @@ public:
     /// Whether nothing was recorded in the next place of the ring since the disk was formatted. What was recorded before
     /// may still lie there.
     bool IsFirstTurn() const;
+    /// Whether the block has no tail, not even that of an earlier turn of the ring, though the blocks beside it have one.
+    bool LostItsTail() const;
 
     /// Whether a place where frames are looked for may hold a head of this block. Sound heads pass but for odd times.
     bool SeemsHead(const FrameHead_t& head, const Reached& reached) const;
@@ -88,6 +90,7 @@ private:
     using Name = std::tuple<uint32_t, uint32_t, int64_t>;
 
     std::optional<BlockHead_t> HeadOfNext() const;
+    bool TailIsErased(uint32_t number) const;
     void TakeTimes();
     void TakeIndex();
     void TakeChannel(uint32_t channel);

@@ -232,6 +232,11 @@ void FrameWalk::EndOpen(uint32_t at, FoundFrame* last) {
     if (lastIsStale || (head && IsStale(*head))) {
         return;
     }
+    if (head && IsErasedFrom(at) && m_facts.LostItsTail()) {
+        NoteDamage(at, m_area.Size());
+        m_found.lostAtEnd = true;
+        return;
+    }
     // What cannot be read after the last frame may have held more of them.
     const auto unreadable = m_area.Unreadable().upper_bound(at);
     m_found.lostAtEnd = unreadable != m_area.Unreadable().end() || m_area.AfterUnreadable(at) != at;
@@ -241,6 +246,20 @@ void FrameWalk::EndOpen(uint32_t at, FoundFrame* last) {
     } else if ((head || !room) && last != nullptr && !MayEnd(*last)) {
         m_found.NoteDamaged(*last);
     }
+}
+
+/// Whether the area holds nothing but zeros from a place on.
+bool FrameWalk::IsErasedFrom(uint32_t at) {
+    while (at < m_area.Size()) {
+        const FrameArea::Piece piece = m_area.PieceAt(at);
+        const bool zeros =
+            std::all_of(piece.data, piece.data + piece.size, [](uint8_t byte) { return byte == 0; });
+        if (piece.size == 0 || !zeros) {
+            return false;
+        }
+        at += piece.size;
+    }
+    return true;
 }
 
 /// Notes the last frame of a block as lost: its head is damaged.

@@ -754,6 +754,27 @@ TEST_P(BlockFrames, LoseTheEndOfAClosedBlock) {
 
 // ---- what the disk does not deliver
 
+TEST_P(BlockFrames, AreMissingWhereACopyHasAHoleUpToTheEndOfABlock) {
+    // In a ring that has wrapped each place has a tail, if only that of an earlier turn. Without one, and with zeros up to
+    // it, a block that was closed looks like one that was cut off.
+    Begin(1);
+    for (int64_t hour = 0; hour < 14; ++hour) {
+        RecordSeconds(hour * 3600, 5);
+        Recorder().PowerOff();
+    }
+    const std::vector<RecordedFrame> frames = Of(2); // of both turns
+    const RecordedFrame& last = frames[frames.size() - 20];
+    Fill(HeadOf(last) + 24 + last.frame.payload.size(), Image().BlockStart(3), 0);
+    const ReadFrames read = Read(2);
+    EXPECT_EQ(read.frames.back().offset, last.offset);
+    EXPECT_EQ(read.Lines(), (Lines{"bytes_damaged loss block 2 at " + std::to_string(last.End()) + "+" +
+                                   std::to_string(Image().FrameAreaSize() - last.End())}));
+    EXPECT_TRUE(read.lossAtEnd);
+    // A place where the power is always cut has none.
+    Fill(Image().TailOffset(3), Image().BlockStart(4), 0);
+    EXPECT_EQ(Read(2).Lines(), kNone);
+}
+
 TEST_P(BlockFrames, DropAPayloadThatCannotBeRead) {
     Begin(1);
     RecordSeconds(0, 5);
