@@ -7,6 +7,7 @@
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
 #define FUZZING_WITH_ADDRESS_SANITIZER 1
+#include <sanitizer/allocator_interface.h>
 #include <sanitizer/asan_interface.h>
 #endif
 #endif
@@ -18,23 +19,11 @@ namespace {
 /// More than this is not to be had: the library must cope, and so must the host.
 constexpr size_t kLargestAllocation = 64 << 20;
 
-bool g_watching = false;
+thread_local bool t_watching = false; ///< whether this thread is watched
 size_t g_largest = 0;
 size_t g_count = 0;
 size_t g_first = AllocationWatch::kNone; ///< the first to be refused
 bool g_forever = false;
-
-/// Notes what is asked for.
-/// @return whether it is to be had
-bool Have(size_t size) {
-    if (!g_watching) {
-        return true;
-    }
-    g_largest = size > g_largest ? size : g_largest;
-    const size_t index = g_count++;
-    const bool refused = index == g_first || (g_forever && index > g_first);
-    return !refused && size <= kLargestAllocation;
-}
 
 } // namespace
 
@@ -53,15 +42,37 @@ AllocationWatch::AllocationWatch(size_t first, bool forever) {
     g_count = 0;
     g_first = first;
     g_forever = forever;
-    g_watching = true;
+    t_watching = true;
 }
 
 AllocationWatch::~AllocationWatch() {
-    g_watching = false;
+    End();
+}
+
+void AllocationWatch::End() {
+    t_watching = false;
 }
 
 size_t AllocationWatch::Largest() const {
     return g_largest;
+}
+
+bool AllocationWatch::Grants(size_t size) {
+    if (!t_watching) {
+        return true;
+    }
+    g_largest = size > g_largest ? size : g_largest;
+    const size_t index = g_count++;
+    const bool refused = index == g_first || (g_forever && index > g_first);
+    return !refused && size <= kLargestAllocation;
+}
+
+size_t Allocated() {
+#ifdef FUZZING_WITH_ADDRESS_SANITIZER
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    return 0;
+#endif
 }
 
 void RequireAddressable(const void* data, size_t size) {
@@ -86,17 +97,17 @@ void* __wrap_calloc(size_t count, size_t size);
 void* __wrap_realloc(void* memory, size_t size);
 
 void* __wrap_malloc(size_t size) {
-    return fuzzing::Have(size) ? __real_malloc(size) : nullptr;
+    return fuzzing::AllocationWatch::Grants(size) ? __real_malloc(size) : nullptr;
 }
 
 void* __wrap_calloc(size_t count, size_t size) {
     size_t bytes = 0;
     const bool wraps = __builtin_mul_overflow(count, size, &bytes);
-    return !wraps && fuzzing::Have(bytes) ? __real_calloc(count, size) : nullptr;
+    return !wraps && fuzzing::AllocationWatch::Grants(bytes) ? __real_calloc(count, size) : nullptr;
 }
 
 void* __wrap_realloc(void* memory, size_t size) {
-    return fuzzing::Have(size) ? __real_realloc(memory, size) : nullptr;
+    return fuzzing::AllocationWatch::Grants(size) ? __real_realloc(memory, size) : nullptr;
 }
 }
 

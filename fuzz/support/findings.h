@@ -32,7 +32,8 @@ void RequireSound(const CCommList<T>& list) {
     Require(list.m_nCount == count, "a list does not hold as many nodes as it says");
 }
 
-/// Watches what malloc(), calloc() and realloc() are asked for while it lives; only one at a time.
+/// Watches what malloc(), calloc() and realloc() are asked for while it lives, by the thread that made it; only one at a
+/// time. In programs with operator_new.cpp, also what operator new is asked for.
 class AllocationWatch {
 public:
     /// Never refuses a small one.
@@ -46,7 +47,17 @@ public:
 
     /// The largest asked for, in bytes. The largest ones are refused.
     size_t Largest() const;
+
+    /// Refuses no more from here on, and does not note it either.
+    static void End();
+
+    /// Notes what is asked for, if there is a watch.
+    /// @return whether it is to be had
+    static bool Grants(size_t size);
 };
+
+/// Bytes that are allocated now; 0 where nothing counts them.
+size_t Allocated();
 
 /// Requires that @p size bytes at @p data belong to the caller, to read and write.
 void RequireAddressable(const void* data, size_t size);

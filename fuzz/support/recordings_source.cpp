@@ -1,7 +1,5 @@
 #include "support/recordings_source.h"
 
-#include <algorithm>
-
 namespace fuzzing {
 
 RecordingsSource::RecordingsSource(const PartitionInput& input, const MemoryDevice& device, ReadCost& cost)
@@ -18,12 +16,13 @@ size_t RecordingsSource::Read(uint64_t offset, void* data, size_t size) const {
     if (size > 0) {
         RequireAddressable(data, size);
     }
-    const uint64_t index = m_cost.reads++;
+    ++m_cost.reads;
     m_cost.bytes += size;
-    if (m_strike.Hits(static_cast<size_t>(index))) {
+    const size_t index = std::this_thread::get_id() == m_owner ? m_own++ : m_others++;
+    if (m_strike.Hits(index)) {
         size = m_comesShort ? size / 2 : 0;
     }
-    const uint64_t left = offset < m_device.Size() ? m_device.Size() - offset : 0;
+    const uint64_t left = offset < Size() ? Size() - offset : 0;
     const auto delivered = static_cast<size_t>(std::min<uint64_t>(size, left));
     m_device.Copy(offset, static_cast<uint8_t*>(data), delivered);
     return delivered;

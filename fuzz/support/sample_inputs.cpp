@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "media/cameras.h"
 #include "sample_recorder/generated_source.h"
 #include "sample_recorder/indexed_ring.h"
 #include "sample_recorder/recorder.h"
@@ -43,7 +44,7 @@ private:
     std::filesystem::path m_path;
 };
 
-/// What a payload holds decides nothing, unless it is an event's.
+/// What a payload holds decides nothing to the recorder's library, unless it is an event's.
 void BlankPayloads(PartitionImage& image) {
     for (uint32_t block = 0; block < image.BlockCount(); ++block) {
         uint32_t pos = 0;
@@ -78,8 +79,7 @@ void AddExtents(const PartitionImage& image, uint64_t start, uint64_t end, std::
     }
 }
 
-PartitionInput Describe(PartitionImage& image) {
-    BlankPayloads(image);
+PartitionInput Describe(const PartitionImage& image) {
     PartitionInput input;
     const uint64_t size = image.BlockStart(image.BlockCount());
     input.head.deviceSize = static_cast<uint32_t>(size);
@@ -133,6 +133,16 @@ void RecordJourney(Recorder& recorder, uint32_t start, uint32_t seconds) {
             recorder.WriteEvent(frame.pts, uint64_t{1} << count % 5, 0, count % 2 == 0);
         }
     }
+}
+
+/// Records a frame with the payload that it has.
+void Write(Recorder& recorder, const media_test::OwnedFrame& owned) {
+    Frame frame;
+    frame.pts = owned.frame.time;
+    frame.type = owned.frame.type;
+    frame.channel = owned.frame.channel;
+    frame.payload = owned.payload;
+    recorder.Write(frame);
 }
 
 using Writer = std::function<void(PartitionImage&)>;
@@ -194,22 +204,54 @@ void IndexesOfManyDays(PartitionImage& image) {
     WriteIndexedRing(image, ring);
 }
 
+/// Cameras of which the encoding can be told: one changes its pictures' size on the way, one has sound.
+void EncodedPictures(PartitionImage& image) {
+    RecorderSettings settings = Settings();
+    settings.properties.at(1).AType = 1;
+    settings.properties.at(1).Sample = 8000;
+    Recorder recorder(image, settings);
+    for (uint32_t second = 0; second < 16; ++second) {
+        const int64_t time = (kSampleStart + second) * kMicrosPerSecond;
+        const bool larger = second >= 10;
+        Write(recorder, media_test::KeyFrame(0, time, 20,
+                                             larger ? media_test::kLargerH264Sets : media_test::kH264Sets));
+        Write(recorder, media_test::KeyFrame(1, time, 20, media_test::kH265Sets));
+        Write(recorder, media_test::Sound(1, time, 16));
+        Write(recorder, media_test::Picture(0, time + kMicrosPerSecond / 2, 20));
+        if (second % 5 == 0) {
+            recorder.WriteEvent(time, 1, 0);
+        }
+    }
+    recorder.PowerOff();
+}
+
+/// How a partition is made.
+struct Recipe {
+    Format format;
+    Writer write;
+    bool keepsPayloads = false;
+};
+
 } // namespace
 
 std::vector<PartitionInput> SampleInputs() {
     Format alternative = Small(3, 1);
     alternative.diskType = 52;
-    const std::pair<Format, Writer> recipes[] = {
-        {Small(3, 0), OneShortJourney},   {Small(4, 1), TwoJourneysRoundTheRing},
-        {Small(5, 0), WornAndCutOff},     {Small(4, 1), CutOffAfterIndex},
-        {Small(4, 0), [](auto&) {}},      {Small(3, 0), CutOffWithoutEndMarks},
-        {Small(6, 0), IndexesOfManyDays}, {alternative, OneShortJourney},
+    const Recipe recipes[] = {
+        {Small(3, 0), OneShortJourney},       {Small(4, 1), TwoJourneysRoundTheRing},
+        {Small(5, 0), WornAndCutOff},         {Small(4, 1), CutOffAfterIndex},
+        {Small(4, 0), [](auto&) {}},          {Small(3, 0), CutOffWithoutEndMarks},
+        {Small(6, 0), IndexesOfManyDays},     {alternative, OneShortJourney},
+        {Small(3, 0), EncodedPictures, true}, {Small(3, 1), EncodedPictures, true},
     };
     std::vector<PartitionInput> inputs;
-    for (const auto& [format, write] : recipes) {
+    for (const Recipe& recipe : recipes) {
         const TemporaryFile file;
-        PartitionImage image = PartitionImage::Create(file.Path(), format);
-        write(image);
+        PartitionImage image = PartitionImage::Create(file.Path(), recipe.format);
+        recipe.write(image);
+        if (!recipe.keepsPayloads) {
+            BlankPayloads(image);
+        }
         inputs.push_back(Describe(image));
     }
     return inputs;
