@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 
 #include "recordings/frames_fixture.h"
 #include "recordings/recordings_fixture.h"
@@ -180,18 +180,17 @@ TEST(Coverage, MergesALargeDiskInATenthOfASecond) {
             maker.Add(At(channel, 1700000000 + segment * 60 + channel, 1700000000 + segment * 60 + 50));
         }
     }
-    const auto begin = std::chrono::steady_clock::now();
+    const std::clock_t begin = std::clock(); // processor time: others may be busy
     const Coverage coverage = maker.Make();
-    const auto took = std::chrono::steady_clock::now() - begin;
-    RecordProperty("milliseconds",
-                   std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(took).count()));
+    const auto took = static_cast<int>((std::clock() - begin) * 1000 / CLOCKS_PER_SEC);
+    RecordProperty("milliseconds", took);
     ASSERT_EQ(coverage.journeys.size(), 1u);
     EXPECT_EQ(coverage.journeys[0].channels[31].recorded.size(), 10000u);
     EXPECT_EQ(coverage.journeys[0].channels[31].gaps.size(), 9999u);
 #ifdef NDEBUG
-    EXPECT_LT(took, std::chrono::milliseconds(100));
+    EXPECT_LT(took, 100);
 #else
-    EXPECT_LT(took, std::chrono::milliseconds(1000)); // such a build is not made to be quick
+    EXPECT_LT(took, 5000); // such a build is not made to be quick
 #endif
 }
 
