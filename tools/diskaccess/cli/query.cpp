@@ -84,8 +84,8 @@ std::optional<EventMask> ReadAlarms(const std::string& text) {
 std::pair<std::string, int64_t> WithoutFraction(const std::string& text) {
     constexpr size_t kMostDigits = 6;
     const size_t point = text.find('.');
-    // Seconds stand before it, and a colon before those.
-    if (point == std::string::npos || point < 3 || text[point - 3] != ':') {
+    // Seconds stand before it, and a colon before those, unless they are seconds since 1970.
+    if (point == std::string::npos || point < 3 || (text[point - 3] != ':' && text[0] != '@')) {
         return {text, 0};
     }
     const size_t end = std::min(text.find_first_not_of("0123456789", point + 1), text.size());
