@@ -944,6 +944,26 @@ TEST_F(Program, WrongPasswordSaysWhatStaysHidden) {
                   "--password-file FILE or DISKACCESS_PASSWORD\n");
 }
 
+TEST_F(Program, WrongPasswordMakesNoFile) {
+    Lock("right");
+    ProgramSetting setting;
+    setting.environment = {"DISKACCESS_PASSWORD=wrong"};
+    const std::vector<std::vector<std::string>> commands = {
+        {"export", File("disk"), "--raw", "-o", File("out")},
+        {"extract", File("disk"), "-o", File("out.img")},
+        {"still", File("disk"), "--at", "2026-11-20 14:00", "-o", File("out.png")},
+        {"timeline", File("disk"), "--svg", File("out.svg")}};
+    for (const std::vector<std::string>& command : commands) {
+        EXPECT_EQ(Refused(command, 1, setting),
+                  "diskaccess: " + File("disk") +
+                      ": wrong password: channels 3 stay hidden; give the right one with --ask-password, "
+                      "--password-file FILE or DISKACCESS_PASSWORD\n");
+        for (const auto& entry : std::filesystem::directory_iterator(File(""))) {
+            EXPECT_EQ(entry.path().filename().string().substr(0, 3), "dis") << command[0];
+        }
+    }
+}
+
 TEST_F(Program, RightPasswordFromEnvironmentOrFile) {
     Lock("right");
     ProgramSetting setting;

@@ -32,6 +32,10 @@ private:
     const recordings::Source& m_source;
 };
 
+bool WritesFiles(const Options& options) {
+    return !options.output.empty() || !options.svg.empty() || !options.html.empty();
+}
+
 } // namespace
 
 // What is wrong with the options is said before anything is read.
@@ -75,11 +79,16 @@ void Context::Unlock() {
     }
     problem.channels = m_disk->Hidden().bits;
     if (m_password) {
+        const std::string line = m_options.partition + ": wrong password: channels " +
+                                 ChannelSetText(m_disk->Hidden()) +
+                                 " stay hidden; give the right one with --ask-password, --password-file FILE "
+                                 "or DISKACCESS_PASSWORD";
+        if (WritesFiles(m_options)) {
+            throw Failure(line); // a file of what is not hidden would outlive the complaint
+        }
         m_wrongPassword = true;
         m_problems.Know(problem);
-        Complain(m_options.partition + ": wrong password: channels " + ChannelSetText(m_disk->Hidden()) +
-                 " stay hidden; give the right one with --ask-password, --password-file FILE or "
-                 "DISKACCESS_PASSWORD");
+        Complain(line);
         return;
     }
     m_problems.Print(problem);
