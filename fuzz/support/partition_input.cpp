@@ -1,6 +1,7 @@
 #include "support/partition_input.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 
@@ -93,12 +94,17 @@ PartAccess_t PartitionInput::Access(size_t device) const {
 }
 
 uint32_t PartitionInput::Word(uint32_t offset) const {
-    uint32_t word = 0;
+    std::array<uint8_t, sizeof(uint32_t)> bytes = {}; // extents may hold part of it
     for (const Extent& extent : extents) {
-        if (offset >= extent.offset && uint64_t{offset} + 4 <= extent.offset + extent.bytes.size()) {
-            std::memcpy(&word, extent.bytes.data() + (offset - extent.offset), sizeof word);
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            const uint64_t at = uint64_t{offset} + i;
+            if (at >= extent.offset && at - extent.offset < extent.bytes.size()) {
+                bytes[i] = extent.bytes[static_cast<size_t>(at - extent.offset)];
+            }
         }
     }
+    uint32_t word = 0;
+    std::memcpy(&word, bytes.data(), sizeof word);
     return word;
 }
 

@@ -79,6 +79,8 @@ void AddExtents(const PartitionImage& image, uint64_t start, uint64_t end, std::
     }
 }
 
+} // namespace
+
 PartitionInput Describe(const PartitionImage& image) {
     PartitionInput input;
     const uint64_t size = image.BlockStart(image.BlockCount());
@@ -93,6 +95,8 @@ PartitionInput Describe(const PartitionImage& image) {
     }
     return input;
 }
+
+namespace {
 
 Format Small(uint32_t blocks, uint32_t fmtVersion) {
     Format format;
