@@ -1,7 +1,9 @@
 #include <libpq-fe.h>
 
+#include <cstdlib>
 #include <map>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "catalog/error.h"
@@ -158,10 +160,44 @@ private:
     std::map<std::string, std::string> m_statements; ///< names of prepared ones
 };
 
+struct FreeOptions {
+    void operator()(PQconninfoOption* options) const { PQconninfoFree(options); }
+};
+using ConnectionOptions = std::unique_ptr<PQconninfoOption, FreeOptions>;
+
+/// The files that options of a connection name.
+void AddFiles(const ConnectionOptions& options, std::vector<std::string>& files) {
+    static const std::set<std::string> naming = {"passfile",    "sslcert", "sslkey",
+                                                 "sslrootcert", "sslcrl",  "sslcrldir"};
+    for (const PQconninfoOption* option = options.get(); option != nullptr && option->keyword != nullptr;
+         ++option) {
+        if (option->val != nullptr && naming.count(option->keyword) != 0) {
+            files.emplace_back(option->val);
+        }
+    }
+}
+
 } // namespace
 
 bool ServersSupported() {
     return true;
+}
+
+std::vector<std::string> FilesOfServer(const std::string& location) {
+    std::vector<std::string> files;
+    AddFiles(ConnectionOptions(PQconninfoParse(location.c_str(), nullptr)), files);
+    AddFiles(ConnectionOptions(PQconndefaults()), files); // the environment's
+    for (const char* const variable : {"PGSERVICEFILE", "PGSYSCONFDIR"}) {
+        if (const char* const path = std::getenv(variable)) {
+            files.emplace_back(path);
+        }
+    }
+    if (const char* const home = std::getenv("HOME")) {
+        for (const char* const name : {"/.pgpass", "/.pg_service.conf", "/.postgresql"}) {
+            files.push_back(std::string(home) + name);
+        }
+    }
+    return files;
 }
 
 std::unique_ptr<Database> OpenPostgres(const std::string& location) {

@@ -70,6 +70,8 @@ public:
         sqlite3_busy_timeout(database, kPatienceMillis);
         Database::Run("PRAGMA foreign_keys = ON");
         Database::Run("PRAGMA cache_size = -65536");
+        // Whoever uses this may be able to write beside the file alone.
+        Database::Run("PRAGMA temp_store = MEMORY");
     }
 
     using Database::Run;

@@ -172,6 +172,9 @@ TEST_F(Confined, IsSaidInASentence) {
     EXPECT_EQ((Confinement{true, true}.Text()), "the program reads no file but the source and the system's, "
                                                 "and writes none but its outputs; it starts no "
                                                 "program, and sends nothing anywhere");
+    EXPECT_EQ((Confinement{true, true, true}.Text()), "the program reads no file but the source and the "
+                                                      "system's, and writes none but its outputs; it starts "
+                                                      "no program");
     EXPECT_EQ((Confinement{false, false}.Text()), "the program is not kept from other files: this kernel has "
                                                   "no Landlock; it is not kept from system calls "
                                                   "that it does not need");

@@ -38,6 +38,7 @@ std::vector<Command> AllCommands() {
     return {
         Command("find", "Looks for the partitions of recorders, on all disks or on those named")
             .Takes(AddDisks)
+            .Takes(AddVerboseOption)
             .Takes(AddZoneOptions)
             .Takes(AddFormatOptions)
             .Takes(AddSkewOption)
@@ -114,6 +115,7 @@ std::vector<Command> AllCommands() {
             .Does(Asks(Extract)),
         Command("verify", "Whether files are still what was made from a disk, by their manifest")
             .Takes(AddVerifyOptions)
+            .Takes(AddVerboseOption)
             .Takes(AddZoneOptions)
             .Takes(AddFormatOptions)
             .Takes(AddDiskOptions)
@@ -122,10 +124,12 @@ std::vector<Command> AllCommands() {
         Command("catalog",
                 "What is on many disks, kept in a database: which vehicle was recorded when, and where")
             .Takes(AddCatalogOptions)
+            .Takes(AddVerboseOption)
             .Takes(AddZoneOptions)
             .Takes(AddFormatOptions)
             .Takes(AddDiskOptions)
             .Checks(CheckCatalog)
+            .Confined(NeedsOfCatalog)
             .Does(Catalogue),
         Command("dump", "The partition field by field, as it lies on the disk: for those who know the format")
             .Takes(AddPartition)

@@ -48,6 +48,10 @@ std::unique_ptr<Database> OpenDatabase(const std::string& location);
 /// Whether a location is that of a server, not of a file.
 bool IsServer(const std::string& location);
 
+/// The files that reaching a server takes: passwords, certificates and settings, where the user keeps them. Some may not be
+/// there.
+std::vector<std::string> FilesOfServer(const std::string& location);
+
 /// Whether the library was built with what it takes to reach PostgreSQL.
 bool ServersSupported();
 

@@ -106,8 +106,9 @@ std::string Confinement::Text() const {
     const std::string ofFiles =
         files ? "reads no file but the source and the system's, and writes none but its outputs"
               : "is not kept from other files: this kernel has no Landlock";
-    const std::string ofCalls = calls ? "starts no program, and sends nothing anywhere"
-                                      : "is not kept from system calls that it does not need";
+    const std::string ofCalls = !calls    ? "is not kept from system calls that it does not need"
+                                : network ? "starts no program"
+                                          : "starts no program, and sends nothing anywhere";
     return "the program " + ofFiles + "; it " + ofCalls;
 }
 
@@ -132,6 +133,7 @@ Confinement Confine(const Needs& needs) {
     Confinement confinement;
     confinement.files = rules.Obey();
     confinement.calls = RefuseCalls(needs.network);
+    confinement.network = needs.network;
     return confinement;
 }
 

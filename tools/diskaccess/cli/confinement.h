@@ -15,14 +15,15 @@ struct Needs {
     std::vector<std::string> readable; ///< files and folders that it opens for reading
     std::vector<std::string>
         writable;         ///< folders in which it makes files, and files that it opens for writing
-    bool network = false; ///< serves requests
+    bool network = false; ///< serves requests, or asks a server
     std::vector<std::string> listable = {}; ///< folders whose names it reads, to find what lies beside a file
 };
 
 /// What the kernel watches from now on.
 struct Confinement {
-    bool files = false; ///< nothing but what is needed can be opened
-    bool calls = false; ///< system calls that no reader of a disk needs are refused
+    bool files = false;   ///< nothing but what is needed can be opened
+    bool calls = false;   ///< system calls that no reader of a disk needs are refused
+    bool network = false; ///< but not those that send something
 
     /// In a sentence, for those who ask.
     std::string Text() const;

@@ -26,6 +26,10 @@ void AddPartition(CLI::App& command, Options& options) {
             "first part of a split or E01 image")
         ->type_name("FILE")
         ->required();
+    AddVerboseOption(command, options);
+}
+
+void AddVerboseOption(CLI::App& command, Options& options) {
     command.add_flag("--verbose", options.verbose,
                      "Say on standard error what the program keeps itself from");
 }

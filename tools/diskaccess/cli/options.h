@@ -101,6 +101,8 @@ extern const char* const kHelpFooter;
 // Each of these has a command accept options, and lead to @p options what is typed.
 
 void AddPartition(CLI::App& command, Options& options);
+/// To see what the program gave up. AddPartition() brings it along.
+void AddVerboseOption(CLI::App& command, Options& options);
 /// Which partition of a whole disk.
 void AddPartitionNumber(CLI::App& command, Options& options);
 /// Any number of disks.

@@ -22,6 +22,7 @@
 #include "cli/progress.h"
 #include "cli/query.h"
 #include "cli/source.h"
+#include "commands/catalog_location.h"
 #include "commands/commands.h"
 #include "recordings/error.h"
 #include "render/amounts.h"
@@ -36,33 +37,7 @@ namespace fs = std::filesystem;
 
 // ---- where the catalogue is
 
-/// The user's data folder, as the desktop's standard has it.
-fs::path DataFolder() {
-    const char* const data = std::getenv("XDG_DATA_HOME");
-    if (data != nullptr && *data == '/') {
-        return fs::path(data) / "diskaccess";
-    }
-    const char* const home = std::getenv("HOME");
-    if (home == nullptr || *home == '\0') {
-        throw Failure("there is no home folder to keep the catalogue in; give --database FILE");
-    }
-    return fs::path(home) / ".local" / "share" / "diskaccess";
-}
-
-std::string LocationOf(const Options& options) {
-    if (!options.database.empty()) {
-        return options.database;
-    }
-    const fs::path folder = DataFolder();
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error) {
-        throw Failure(folder.string() + ": cannot be made: " + error.message() + "; give --database FILE");
-    }
-    return folder / "catalog.db";
-}
-
-/// The same without a password.
+/// A location without its password.
 std::string Shown(const std::string& location) {
     const size_t user = location.find("://");
     const size_t host = location.find('@');
@@ -85,7 +60,7 @@ std::string HostName() {
 class Desk {
 public:
     Desk(const Options& typed, const std::string& command)
-        : options(typed), zone(ReadZone(typed)), location(LocationOf(typed)) {
+        : options(typed), zone(ReadZone(typed)), location(CatalogLocation(typed)) {
         answer =
             MakeRenderer(options.format, zone, [this](const std::string& text) { m_output.Write(text); });
         answer->Begin(command, Shown(location));
@@ -201,7 +176,13 @@ private:
                added.blocks,
                added.read,
                added.losses};
-        m_anyLoss = m_anyLoss || added.losses != 0;
+        if (added.losses != 0) {
+            const std::lock_guard lock(m_lock);
+            m_losses.push_back(
+                fmt::format("{}: not everything that was recorded is there: {} {}; catalog list "
+                            "says what is missing",
+                            source, added.losses, added.losses == 1 ? "loss" : "losses"));
+        }
     }
 
     void Fail(const std::string& line) {
@@ -231,7 +212,10 @@ private:
             }
         }
         answer.EndTable();
-        return m_desk.Finish(m_failed ? kFailed : m_anyLoss ? kDataLost : kDone);
+        for (const std::string& line : m_losses) {
+            Complain(line);
+        }
+        return m_desk.Finish(m_failed ? kFailed : m_losses.empty() ? kDone : kDataLost);
     }
 
     Desk& m_desk;
@@ -239,7 +223,7 @@ private:
     std::vector<Row> m_rows; ///< of each source, in the order they were named in
     std::atomic<size_t> m_next = 0;
     std::atomic<bool> m_failed = false;
-    std::atomic<bool> m_anyLoss = false;
+    std::vector<std::string> m_losses; ///< a line for each disk that has some
     std::mutex m_lock;
     size_t m_done = 0;
     Progress m_progress{"cataloguing"};

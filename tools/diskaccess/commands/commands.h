@@ -43,6 +43,8 @@ std::optional<Needs> NeedsOfExport(const Options& options);
 std::optional<Needs> NeedsOfView(const Options& options);
 std::optional<Needs> NeedsOfTimeline(const Options& options);
 std::optional<Needs> NeedsOfVerify(const Options& options);
+/// Makes the user's data folder if the catalogue is to lie there: once confined, no folder can be made.
+std::optional<Needs> NeedsOfCatalog(const Options& options);
 
 /// Looks for the partitions of recorders on disks: on all of this machine where none is named.
 ExitCode Find(const Options& options);

@@ -1,6 +1,8 @@
 #include <filesystem>
 
+#include "catalog/database.h"
 #include "cli/names.h"
+#include "commands/catalog_location.h"
 #include "commands/commands.h"
 #include "commands/export_options.h"
 
@@ -13,29 +15,43 @@ std::string FolderOf(const std::string& path) {
     return folder.empty() ? "." : folder;
 }
 
+void AddSource(Needs& needs, const std::string& source) {
+    const std::vector<std::string> parts = WithPartsBeside(source);
+    needs.readable.insert(needs.readable.end(), parts.begin(), parts.end());
+    needs.listable.push_back(FolderOf(source));
+}
+
+/// What tells how a disk is to be read.
+void AddSettings(Needs& needs, const Options& options) {
+    needs.readable.push_back(options.passwordFile);
+    needs.readable.push_back(options.namesFile.empty() ? UsualNamesFile() : options.namesFile);
+    if (options.askPassword) {
+        needs.writable.emplace_back("/dev/tty");
+    }
+}
+
+/// What it takes to find a server by its name, and to be known to it.
+std::vector<std::string> NetworkFiles() {
+    return {"/etc/hosts",  "/etc/host.conf", "/etc/resolv.conf", "/etc/nsswitch.conf", "/etc/gai.conf",
+            "/etc/passwd", "/etc/services",  "/etc/krb5.conf",   "/etc/krb5.conf.d"};
+}
+
 } // namespace
 
 std::optional<Needs> NeedsOfFind(const Options& options) {
     Needs needs;
     needs.readable = {"/dev"};
     for (const std::string& disk : options.disks) {
-        const std::vector<std::string> parts = WithPartsBeside(disk);
-        needs.readable.insert(needs.readable.end(), parts.begin(), parts.end());
-        needs.listable.push_back(FolderOf(disk));
+        AddSource(needs, disk);
     }
     return needs;
 }
 
 std::optional<Needs> NeedsOfReading(const Options& options) {
     Needs needs;
-    needs.readable = WithPartsBeside(options.partition);
-    needs.listable = {FolderOf(options.partition)};
-    needs.readable.push_back(options.passwordFile);
+    AddSource(needs, options.partition);
+    AddSettings(needs, options);
     needs.readable.push_back(options.signingKey);
-    needs.readable.push_back(options.namesFile.empty() ? UsualNamesFile() : options.namesFile);
-    if (options.askPassword) {
-        needs.writable.emplace_back("/dev/tty");
-    }
     return needs;
 }
 
@@ -70,6 +86,26 @@ std::optional<Needs> NeedsOfVerify(const Options& options) {
     std::optional<Needs> needs = NeedsOfReading(options);
     needs->readable.push_back(FolderOf(options.manifest)); // the files lie beside it
     needs->readable.push_back(options.publicKey);
+    return needs;
+}
+
+std::optional<Needs> NeedsOfCatalog(const Options& options) {
+    Needs needs;
+    AddSettings(needs, options);
+    if (options.action == "add") {
+        for (const std::string& source : options.subjects) {
+            AddSource(needs, source);
+        }
+    }
+    const std::string location = CatalogLocation(options);
+    if (!catalog::IsServer(location)) {
+        needs.writable.push_back(FolderOf(location)); // the journal lies beside the file
+        return needs;
+    }
+    needs.network = true;
+    for (const auto& files : {NetworkFiles(), catalog::FilesOfServer(location)}) {
+        needs.readable.insert(needs.readable.end(), files.begin(), files.end());
+    }
     return needs;
 }
 
