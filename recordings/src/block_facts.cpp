@@ -143,7 +143,8 @@ bool BlockFacts::TailIsErased(uint32_t number) const {
 
 bool BlockFacts::LostItsTail() const {
     const uint32_t count = m_disk.BlockCount();
-    if (m_block.closed || m_block.sequence <= count || !TailIsErased(m_block.number)) {
+    const bool newest = NextInRing().has_value();
+    if (newest || m_block.closed || m_block.sequence <= count || !TailIsErased(m_block.number)) {
         return false;
     }
     for (uint32_t distance = 1; distance <= std::min(kBesideTail, count - 1); ++distance) {

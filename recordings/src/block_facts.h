@@ -76,6 +76,7 @@ public:
     /// may still lie there.
     bool IsFirstTurn() const;
     /// Whether the block has no tail, not even that of an earlier turn of the ring, though the blocks beside it have one.
+    /// Never so for the newest block, which may never have been closed.
     bool LostItsTail() const;
 
     /// Whether a place where frames are looked for may hold a head of this block. Sound heads pass but for odd times.

@@ -13,6 +13,13 @@ constexpr uint32_t kMostSearches = 256;
 /// An end mark further than this from where a length leads is that of an earlier turn.
 constexpr uint32_t kMarkReach = 0x10000;
 
+/// A picture does not end in so many zeros.
+constexpr uint32_t kErasedBytes = 32;
+
+bool IsZero(const uint8_t* bytes, uint32_t size) {
+    return std::all_of(bytes, bytes + size, [](uint8_t byte) { return byte == 0; });
+}
+
 } // namespace
 
 FrameWalk::FrameWalk(FrameArea& area, const BlockFacts& facts)
@@ -232,7 +239,7 @@ void FrameWalk::EndOpen(uint32_t at, FoundFrame* last) {
     if (lastIsStale || (head && IsStale(*head))) {
         return;
     }
-    if (head && IsErasedFrom(at) && m_facts.LostItsTail()) {
+    if (head && last != nullptr && m_facts.LostItsTail() && IsErasedInside(*last) && IsErasedFrom(at)) {
         NoteDamage(at, m_area.Size());
         m_found.lostAtEnd = true;
         return;
@@ -248,13 +255,21 @@ void FrameWalk::EndOpen(uint32_t at, FoundFrame* last) {
     }
 }
 
+/// Whether the end of a picture is erased. Silence may be zeros.
+bool FrameWalk::IsErasedInside(const FoundFrame& frame) {
+    if (!frame.IsMedia() || frame.IsAudio() || frame.size < kErasedBytes) {
+        return false;
+    }
+    const auto end = static_cast<uint32_t>(frame.End());
+    const uint8_t* const bytes = m_area.At(end - kErasedBytes, kErasedBytes);
+    return bytes != nullptr && IsZero(bytes, kErasedBytes);
+}
+
 /// Whether the area holds nothing but zeros from a place on.
 bool FrameWalk::IsErasedFrom(uint32_t at) {
     while (at < m_area.Size()) {
         const FrameArea::Piece piece = m_area.PieceAt(at);
-        const bool zeros =
-            std::all_of(piece.data, piece.data + piece.size, [](uint8_t byte) { return byte == 0; });
-        if (piece.size == 0 || !zeros) {
+        if (piece.size == 0 || !IsZero(piece.data, piece.size)) {
             return false;
         }
         at += piece.size;

@@ -46,6 +46,7 @@ private:
     void EndIndexed(uint32_t at, FoundFrame* last);
     void EndTrailing(uint32_t at, FoundFrame* last);
     void EndOpen(uint32_t at, FoundFrame* last);
+    bool IsErasedInside(const FoundFrame& frame);
     bool IsErasedFrom(uint32_t at);
     void NoteDamagedLast(const FrameHead_t& head, uint32_t at);
     bool MayEnd(const FoundFrame& last);

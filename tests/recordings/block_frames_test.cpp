@@ -755,8 +755,8 @@ TEST_P(BlockFrames, LoseTheEndOfAClosedBlock) {
 // ---- what the disk does not deliver
 
 TEST_P(BlockFrames, AreMissingWhereACopyHasAHoleUpToTheEndOfABlock) {
-    // In a ring that has wrapped each place has a tail, if only that of an earlier turn. Without one, and with zeros up to
-    // it, a block that was closed looks like one that was cut off.
+    // In a ring that has wrapped each place has a tail, if only that of an earlier turn. Without one, and with zeros from
+    // inside a picture up to it, a block that was closed looks like one that was cut off.
     Begin(1);
     for (int64_t hour = 0; hour < 14; ++hour) {
         RecordSeconds(hour * 3600, 5);
@@ -764,7 +764,12 @@ TEST_P(BlockFrames, AreMissingWhereACopyHasAHoleUpToTheEndOfABlock) {
     }
     const std::vector<RecordedFrame> frames = Of(2); // of both turns
     const RecordedFrame& last = frames[frames.size() - 20];
+    ASSERT_GE(last.frame.payload.size(), 32U);
+    ASSERT_NE(last.frame.payload.back(), 0);
     Fill(HeadOf(last) + 24 + last.frame.payload.size(), Image().BlockStart(3), 0);
+    // A recorder that lost its power between two frames leaves this, too.
+    EXPECT_EQ(Read(2).Lines(), kNone);
+    Fill(HeadOf(last) + 24 + last.frame.payload.size() - 32, Image().BlockStart(3), 0);
     const ReadFrames read = Read(2);
     EXPECT_EQ(read.frames.back().offset, last.offset);
     EXPECT_EQ(read.Lines(), (Lines{"bytes_damaged loss block 2 at " + std::to_string(last.End()) + "+" +
