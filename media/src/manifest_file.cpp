@@ -56,6 +56,9 @@ public:
     bool end_array() override { return Close(); }
     bool key(string_t& key) override {
         if (m_passed == 0) {
+            if (m_open.back()->contains(key)) {
+                throw Unfit{"it says one thing twice"}; // other programs may read the other one
+            }
             m_passNext = std::find(kPassedBy.begin(), kPassedBy.end(), key) != kPassedBy.end();
             m_key = std::move(key);
         }
@@ -143,6 +146,7 @@ public:
             ReadLeftOut();
         }
         ReadBlocks();
+        RequireBlocks();
         return std::move(m_file);
     }
 
@@ -155,7 +159,9 @@ private:
     void Parse() {
         try {
             Builder builder;
-            if (!Json::sax_parse(m_file.text, &builder)) {
+            // For the parser, a zero byte is the end.
+            const bool ends = m_file.text.find('\0') != std::string::npos;
+            if (ends || !Json::sax_parse(m_file.text, &builder)) {
                 Refuse("it is no JSON document");
             }
             m_json = builder.Take();
@@ -196,6 +202,10 @@ private:
             Refuse(fmt::format("'{}' is no text", key));
         }
         return value.get<std::string>();
+    }
+
+    std::optional<std::string> TextIfIn(const char* key) const {
+        return m_json.contains(key) ? std::optional<std::string>(TextIn(m_json, key)) : std::nullopt;
     }
 
     const Json& ObjectIn(const Json& object, const char* key) const {
@@ -274,6 +284,11 @@ private:
     void ReadSource() {
         m_file.partition = TextIn(m_json, "partition");
         m_file.deviceSize = NumberIn(m_json, "device_size_bytes", std::numeric_limits<int64_t>::max());
+        m_file.description = TextIn(m_json, "description");
+        m_file.blockCount = Number32In(m_json, "block_count");
+        m_file.blockSize = Number32In(m_json, "block_size_bytes");
+        m_file.vehicleNumber = TextIfIn("vehicle_number");
+        m_file.vehicleId = TextIfIn("vehicle_id");
         m_file.head = AreaIn(ObjectIn(m_json, "partition_head"));
         const Json& digest = MemberOf(ObjectIn(m_json, "source"), "digest");
         if (!digest.is_null()) {
@@ -353,6 +368,14 @@ private:
     void ReadBlocks() {
         for (const Json& entry : ListIn("blocks", kMostBlocks)) {
             m_file.blocks.push_back({Number32In(entry, "block"), AreaIn(entry)});
+        }
+    }
+
+    void RequireBlocks() const {
+        const bool anyFrame = std::any_of(m_file.tracks.begin(), m_file.tracks.end(),
+                                          [](const NamedTrack& track) { return track.frames != 0; });
+        if (anyFrame && m_file.blocks.empty()) {
+            Refuse("its frames come from no block");
         }
     }
 

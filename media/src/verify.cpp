@@ -57,6 +57,7 @@ public:
             Report(Result::Unchecked, Subject::Source, "there is no source to hold the files against");
         } else {
             CheckSource();
+            CheckFacts();
             CheckBlocks();
             if (!m_manifest.isExtract) {
                 CheckFrames();
@@ -243,6 +244,34 @@ private:
             Judge(isWhole && Holds(Source(), whole), Subject::Source, name,
                   "its SHA-256 is that of the manifest", "its SHA-256 is not that of the manifest");
         }
+    }
+
+    /// What the manifest says of the disk, beside digests.
+    void CheckFacts() {
+        const recordings::DiskFacts& facts = m_request.disk->Facts();
+        const bool isRing = m_manifest.blockCount == facts.blockCount &&
+                            m_manifest.blockSize == facts.blockSize &&
+                            m_manifest.description == m_request.printable(facts.description);
+        if (!isRing) {
+            Report(Result::Bad, Subject::Source,
+                   Source().Name() + ": its blocks or its description are not those of the manifest");
+        }
+        if (!IsVehicle()) {
+            Report(Result::Bad, Subject::Source,
+                   Source().Name() + ": its vehicle is not that of the manifest");
+        }
+    }
+
+    bool IsVehicle() const {
+        const auto identity =
+            m_manifest.blocks.empty() || m_manifest.blocks.front().number >= m_request.disk->BlockCount()
+                ? std::nullopt
+                : recordings::ReadIdentity(*m_request.disk, m_manifest.blocks.front().number);
+        const auto is = [this](const std::optional<std::string>& named, const std::string& text) {
+            return !named || *named == m_request.printable(text);
+        };
+        return !identity || (is(m_manifest.vehicleNumber, identity->vehicleNumber) &&
+                             is(m_manifest.vehicleId, identity->vehicleId));
     }
 
     void CheckBlocks() {

@@ -290,6 +290,24 @@ TEST_F(Verification, FindsForgedManifests) {
                                                       ": its SHA-256 is not that of the manifest"}));
 }
 
+TEST_F(Verification, FindsAnotherVehicleOrRing) {
+    const std::string source = "bad source " + Image().Path();
+    for (const char* const key : {"vehicle_number", "vehicle_id"}) {
+        MakeExport(Container::Matroska);
+        Forge([key](Json& manifest) { manifest[key] = "another"; });
+        EXPECT_EQ(Complaints(),
+                  std::vector<std::string>{source + ": its vehicle is not that of the manifest"});
+    }
+    for (const auto& [key, value] : std::vector<std::pair<const char*, Json>>{
+             {"description", "another"}, {"block_count", 31}, {"block_size_bytes", 65537}}) {
+        MakeExport(Container::Matroska);
+        Forge([key = key, value = value](Json& manifest) { manifest[key] = value; });
+        EXPECT_EQ(Complaints(),
+                  std::vector<std::string>{source +
+                                           ": its blocks or its description are not those of the manifest"});
+    }
+}
+
 TEST_F(Verification, IsNotDeceivedByFilesThatAreNone) {
     MakeExport(Container::Matroska);
     // The manifest's digest fits, but the file is no container.
@@ -387,12 +405,16 @@ protected:
 TEST_F(HostileManifests, AreRefusedWhenTheyAreNoJson) {
     for (const std::string& text :
          {std::string(), std::string("{"), std::string("{\"a\": \xFF}"), std::string("{\"a\": \"\xFF\"}"),
-          std::string("{\"schema_version\": 1e999}"), std::string(3, '\0')}) {
+          std::string("{\"schema_version\": 1e999}"), std::string(3, '\0'),
+          std::string("{\"schema_version\": 2}\0", 22)}) {
         EXPECT_EQ(Refusal(text), "it is no JSON document");
     }
     EXPECT_EQ(Refusal("[1]"), "it is no JSON object");
     EXPECT_EQ(Refusal("{}"), "'schema_version' is missing");
     EXPECT_EQ(Refusal("{\"schema_version\": 2}"), "it is of another version");
+    EXPECT_EQ(Refusal("{\"a\": 1, \"b\": {\"a\": 1, \"a\": 1}}"), "it says one thing twice");
+    EXPECT_EQ(Refusal("{\"events\": [], \"schema_version\": 1, \"schema_version\": 1}"),
+              "it says one thing twice");
     EXPECT_EQ(Refusal(std::string(1000000, '[')), "its lists and objects lie too deep");
     std::string deep;
     for (int i = 0; i < 100000; ++i) {
@@ -436,6 +458,8 @@ TEST_F(HostileManifests, NameFilesBesideThemOnly) {
     }
     EXPECT_EQ(RefusalOf([](Json& manifest) { manifest["outputs"].push_back(manifest["outputs"][0]); }),
               "it names a file twice");
+    EXPECT_EQ(RefusalOf([](Json& manifest) { manifest["blocks"] = Json::array(); }),
+              "its frames come from no block");
 }
 
 TEST_F(HostileManifests, HaveMembersOfTheirTypes) {

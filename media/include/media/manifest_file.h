@@ -44,9 +44,13 @@ struct ManifestFile {
     std::string text;   ///< all of it
 
     bool isExtract = false;
-    Container container = Container::Raw; ///< of an export
-    std::string partition;                ///< as it was named
-    uint64_t deviceSize = 0;              ///< bytes
+    Container container = Container::Raw;                ///< of an export
+    std::string partition;                               ///< as it was named
+    uint64_t deviceSize = 0;                             ///< bytes
+    std::string description;                             ///< of the partition
+    uint32_t blockCount = 0;                             ///< of the ring
+    uint32_t blockSize = 0;                              ///< bytes
+    std::optional<std::string> vehicleNumber, vehicleId; ///< as the first of the blocks has them
     AreaDigest head;
     std::optional<AreaDigest> source;
     recordings::TimeRange range;

@@ -41,6 +41,8 @@ struct VerifyRequest {
     const PublicKey* key = nullptr; ///< that its signature must fit; null: the signature is not looked at
     const recordings::Disk* disk = nullptr;        ///< the source; null: only the files are looked at
     const recordings::BlockList* blocks = nullptr; ///< of the disk; not null when that is not
+    /// How text of the disk was written into the manifest.
+    std::function<std::string(const std::string&)> printable = [](const std::string& text) { return text; };
 };
 
 /// Holds a manifest against its signature, its files and the disk. Each check is reported as it is done; sound blocks make

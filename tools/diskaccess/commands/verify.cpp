@@ -34,6 +34,7 @@ public:
         const Interruption interruption;
         media::VerifyRequest request{m_manifest};
         request.key = m_key ? &*m_key : nullptr;
+        request.printable = [](const std::string& text) { return Printable(text); };
         if (m_context) {
             request.disk = &m_context->Disk();
             request.blocks = &m_context->Blocks();
