@@ -6,6 +6,7 @@
 
 #include "byte_stream.h"
 #include "chapter_places.h"
+#include "clock_text.h"
 #include "media/sink.h"
 #include "muxer.h"
 #include "predicted_head.h"
@@ -63,9 +64,13 @@ public:
         if (m_streamed) {
             AddChaptersToHead(facts);
         }
+        const size_t tracks = m_muxer.Streams();
+        if (facts.clockText) {
+            AddClockText(facts);
+        }
         m_muxer.Start(facts);
         m_timeline.emplace(facts.start, m_muxer.LargestGap());
-        for (size_t stream = 0; stream < m_muxer.Streams(); ++stream) {
+        for (size_t track = 0; track < tracks; ++track) {
             m_timeline->AddTrack();
         }
         m_file.CloseHead(estimate || m_streamed ? Predict(facts, estimate.value_or(Estimate()))
@@ -84,6 +89,9 @@ public:
         }
         const int64_t place = m_timeline->PlaceOf(index, frame.time);
         m_chapterPlaces.Note(frame, m_timeline->Segments().size());
+        if (m_clockText && m_timeline->IsInNewest(index)) {
+            WriteClockText(frame.time, place);
+        }
         // In MP4 each frame lasts until the next one. The last one must be told to last at all, or players leave it out.
         const int64_t duration = m_container == Container::Mp4 ? m_timeline->IntervalOf(index) : 0;
         m_muxer.Write(index, bytes.data, bytes.size, place, frame.type != recordings::kPictureFrame,
@@ -102,6 +110,29 @@ private:
     void AddChaptersToHead(const ContainerFacts& facts) {
         m_timeline.emplace(facts.start);
         m_muxer.AddChapters(Placed(facts.chapters));
+    }
+
+    /// Has a track of texts say when each second was recorded, of what vehicle and which channels.
+    void AddClockText(const ContainerFacts& facts) {
+        std::string channels;
+        std::optional<uint32_t> last;
+        for (size_t stream = 0; stream < m_muxer.Streams(); ++stream) {
+            const uint32_t channel = m_muxer.StreamChannel(stream);
+            channels += channel == last ? "" : (last ? ", " : "") + std::to_string(channel);
+            last = channel;
+        }
+        const bool isOne = channels.find(',') == std::string::npos;
+        m_clockText.emplace([words = facts.clockText,
+                             suffix = (isOne ? ", channel " : ", channels ") + channels](int64_t time) {
+            return words(time) + suffix;
+        });
+        m_muxer.AddStream(*TextParameters(m_container), 0);
+    }
+
+    void WriteClockText(int64_t time, int64_t place) {
+        if (const auto cue = m_clockText->Next(time, place, m_timeline->Segments().size())) {
+            m_muxer.WriteText(cue->text, cue->place, cue->end);
+        }
     }
 
     std::optional<LeftOutReason> Examine(const Track& track, const recordings::Frame& frame,
@@ -137,9 +168,25 @@ private:
                 last->time = m_timeline->PlaceOf(last->time);
             }
         }
+        AddClockTextTo(places, estimate);
         std::optional<Bytes> head = m_predictor->Predict(
             m_file.Head(), placed, places, [this](MuxTarget& target) { return Another(target); });
         return head && head->size() == m_file.Head().size() ? std::move(head) : std::nullopt;
+    }
+
+    /// @param places what is to come, with places as times
+    /// @param estimate the same, with time stamps
+    void AddClockTextTo(Estimate& places, const Estimate& estimate) const {
+        std::optional<int64_t> last;
+        for (const std::optional<LastFrame>& frame : estimate.lastFrames) {
+            last = frame ? std::max(last.value_or(frame->time), frame->time) : last;
+        }
+        if (m_clockText && last) {
+            constexpr size_t kAround = 20; // what containers put round a text
+            places.bytes += places.seconds * (m_clockText->TextOf(*last).size() + kAround);
+            places.keyFrames += places.seconds; // Matroska's index has the texts as well
+            places.textEnd = ClockText::EndOf(*last, m_timeline->PlaceOf(*last));
+        }
     }
 
     /// A muxer of the same streams.
@@ -163,6 +210,7 @@ private:
     std::vector<bool> m_wantsLengths; ///< of each track
     std::vector<Chapter> m_chapters;
     ChapterPlaces m_chapterPlaces;
+    std::optional<ClockText> m_clockText;
 };
 
 } // namespace

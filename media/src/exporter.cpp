@@ -144,6 +144,7 @@ private:
         }
         estimate.bytes = survey.BytesOf(taken);
         estimate.keyFrames = survey.keyFrames;
+        estimate.seconds = survey.seconds;
         m_started = true;
         m_sink->Start(Facts(FirstOf(tracks)), estimate);
         return true;
@@ -165,6 +166,13 @@ private:
         facts.start = StartOf(first, facts.chapters);
         facts.startTime = wording.utcTimestamp(facts.start);
         const auto identity = recordings::ReadIdentity(m_disk, first.block);
+        if (m_request.clockText) {
+            facts.clockText = [&wording, vehicle = identity
+                                                       ? ", " + wording.printable(identity->vehicleNumber)
+                                                       : std::string()](int64_t time) {
+                return wording.readableSecond(time) + vehicle;
+            };
+        }
         if (identity) {
             facts.title = wording.printable(identity->vehicleNumber) + " " + facts.title;
             facts.comment = fmt::format("vehicle {}, {}", wording.printable(identity->vehicleNumber),

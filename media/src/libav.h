@@ -16,6 +16,7 @@ extern "C" {
 namespace media {
 
 constexpr AVRational kMicroseconds = {1, 1000000};
+constexpr AVRational kMilliseconds = {1, 1000};
 
 struct FreePacket {
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }

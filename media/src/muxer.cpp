@@ -70,9 +70,10 @@ void Muxer::AddStream(const AVCodecParameters& parameters, uint32_t channel) {
     if (stream == nullptr || avcodec_parameters_copy(stream->codecpar, &parameters) < 0) {
         throw std::bad_alloc();
     }
-    stream->time_base = kMicroseconds;
+    const bool isText = parameters.codec_type == AVMEDIA_TYPE_SUBTITLE;
+    stream->time_base = isText ? kMilliseconds : kMicroseconds;
     stream->id = static_cast<int>(channel);
-    SetText(&stream->metadata, "title", fmt::format("channel {}", channel));
+    SetText(&stream->metadata, "title", isText ? "recorded time" : fmt::format("channel {}", channel));
     m_lastTime.push_back(-1);
 }
 
@@ -144,18 +145,38 @@ int64_t Muxer::LargestGap() const {
 
 void Muxer::Write(size_t stream, const uint8_t* data, size_t size, int64_t micros, bool key,
                   int64_t duration) {
-    // No memory of its own: the muxer copies what it must keep.
-    m_packet->data = const_cast<uint8_t*>(data);
-    m_packet->size = static_cast<int>(size);
-    m_packet->stream_index = static_cast<int>(stream);
-    m_packet->flags = key ? AV_PKT_FLAG_KEY : 0;
     const AVRational unit = m_context->streams[stream]->time_base;
     int64_t& last = m_lastTime[stream];
     last = std::max(av_rescale_q(micros, kMicroseconds, unit), last + 1);
     m_packet->duration =
         duration == 0 ? 0 : std::max<int64_t>(av_rescale_q(duration, kMicroseconds, unit), 1);
-    m_packet->pts = last;
-    m_packet->dts = last;
+    Send(stream, data, size, last, key);
+}
+
+void Muxer::WriteText(const std::string& text, int64_t micros, int64_t end) {
+    const size_t stream = Streams() - 1;
+    std::vector<uint8_t> bytes(text.begin(), text.end());
+    if (m_container == Container::Mp4) { // the length comes first, in two bytes
+        bytes.resize(std::min<size_t>(bytes.size(), UINT16_MAX));
+        bytes.insert(bytes.begin(),
+                     {static_cast<uint8_t>(bytes.size() >> 8), static_cast<uint8_t>(bytes.size())});
+    }
+    // Times are rounded, and then subtracted: where a text ends is the same wherever it begins.
+    const AVRational unit = m_context->streams[stream]->time_base;
+    int64_t& last = m_lastTime[stream];
+    last = std::max(av_rescale_q(micros, kMicroseconds, unit), last + 1);
+    m_packet->duration = std::max<int64_t>(av_rescale_q(end, kMicroseconds, unit) - last, 1);
+    Send(stream, bytes.data(), bytes.size(), last, true);
+}
+
+void Muxer::Send(size_t stream, const uint8_t* data, size_t size, int64_t time, bool key) {
+    // No memory of its own: the muxer copies what it must keep.
+    m_packet->data = const_cast<uint8_t*>(data);
+    m_packet->size = static_cast<int>(size);
+    m_packet->stream_index = static_cast<int>(stream);
+    m_packet->flags = key ? AV_PKT_FLAG_KEY : 0;
+    m_packet->pts = time;
+    m_packet->dts = time;
     const int written = av_write_frame(m_context.get(), m_packet.get());
     m_packet->data = nullptr;
     m_packet->size = 0;

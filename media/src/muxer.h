@@ -53,6 +53,10 @@ public:
     /// @param duration microseconds until the next frame, if that is known; else 0
     void Write(size_t stream, const uint8_t* data, size_t size, int64_t micros, bool key,
                int64_t duration = 0);
+    /// Writes a text to the last stream, which is one of texts.
+    /// @param micros place in time
+    /// @param end where it is shown no more
+    void WriteText(const std::string& text, int64_t micros, int64_t end);
     /// Writes what the muxer holds back of the frames.
     void WriteHeldBack();
     /// Where the next byte goes.
@@ -71,6 +75,7 @@ private:
 
     const char* StartKey(const ContainerFacts& facts) const;
     void AddChapter(const Chapter& chapter, int64_t start, int64_t end);
+    void Send(size_t stream, const uint8_t* data, size_t size, int64_t time, bool key);
     void Check(int result);
     static int WritePacket(void* muxer, uint8_t* data, int size);
     static int64_t Seek(void* muxer, int64_t offset, int whence);

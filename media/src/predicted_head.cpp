@@ -47,6 +47,7 @@ public:
         if (!m_box) {
             return std::nullopt;
         }
+        m_textEnd = estimate.textEnd ? kTextEndBytes : 0;
         m_end = head.size() + RoomFor(estimate) + SizeOfChapters(facts.chapters);
         Bytes predicted = head;
         SetSize(predicted);
@@ -54,7 +55,7 @@ public:
     }
 
     void Finish(Muxer& muxer, MuxedFile& file, const std::vector<Chapter>& chapters) override {
-        const uint64_t end = muxer.Position() + SizeOfChapters(chapters);
+        const uint64_t end = muxer.Position() + SizeOfChapters(chapters) + m_textEnd;
         const bool fill = m_box && WorthFilling(m_end, end);
         if (fill) {
             Fill(muxer, m_end - end);
@@ -117,8 +118,12 @@ private:
         }
     }
 
+    /// A text track ends with an empty text.
+    static constexpr uint64_t kTextEndBytes = 2;
+
     std::optional<size_t> m_box;
-    uint64_t m_end = 0; ///< of the box
+    uint64_t m_end = 0;     ///< of the box
+    uint64_t m_textEnd = 0; ///< bytes that the box ends with
 };
 
 // ---- Matroska
@@ -197,6 +202,9 @@ private:
             const LastFrame& last = *estimate.lastFrames[stream];
             const Bytes anything(std::max<size_t>(last.size, 1)); // how long audio lasts is told by its size
             muxer->Write(stream, anything.data(), anything.size(), last.time, true);
+        }
+        if (estimate.textEnd) {
+            muxer->WriteText("anything", *estimate.textEnd - 1000, *estimate.textEnd);
         }
         muxer->WriteHeldBack();
         muxer->SkipTo(m_cues);

@@ -1,6 +1,7 @@
 #include "stream_parameters.h"
 
 #include <algorithm>
+#include <array>
 #include <new>
 #include <utility>
 
@@ -19,6 +20,16 @@ Parameters NewParameters() {
     }
     return parameters;
 }
+
+/// How MP4 shows texts: at the bottom, in the middle, white; by a font named "Serif", which players replace by their own.
+constexpr std::array<uint8_t, 48> kTextStyle = {
+    0,    0,    0,    0,                              // display flags
+    1,    0xFF, 0,    0,    0,   0,                   // centred, at the bottom, on nothing
+    0,    0,    0,    0,    0,   0,   0,   0,         // box: all there is
+    0,    0,    0,    0,    0,   1,   0,   18,        // style: font 1, of 18 points
+    0xFF, 0xFF, 0xFF, 0xFF,                           // white
+    0,    0,    0,    18,   'f', 't', 'a', 'b', 0, 1, // one font
+    0,    1,    5,    'S',  'e', 'r', 'i', 'f'};
 
 /// A packet of its own memory, as parsers and filters want it.
 Packet PacketOf(const recordings::Frame& frame) {
@@ -138,6 +149,16 @@ Parameters AudioParameters(AVCodecID codec, const Track& track) {
     parameters->bits_per_coded_sample = av_get_bits_per_sample(codec);
     parameters->block_align = parameters->bits_per_coded_sample / 8;
     av_channel_layout_default(&parameters->ch_layout, 1);
+    return parameters;
+}
+
+Parameters TextParameters(Container container) {
+    Parameters parameters = NewParameters();
+    parameters->codec_type = AVMEDIA_TYPE_SUBTITLE;
+    parameters->codec_id = container == Container::Mp4 ? AV_CODEC_ID_MOV_TEXT : AV_CODEC_ID_SUBRIP;
+    if (container == Container::Mp4) {
+        SetExtradata(*parameters, kTextStyle.data(), kTextStyle.size());
+    }
     return parameters;
 }
 

@@ -2,6 +2,7 @@
 #define MEDIA_SRC_STREAM_PARAMETERS_H
 
 #include "libav.h"
+#include "media/sink.h"
 #include "media/track.h"
 #include "recordings/frame.h"
 
@@ -16,6 +17,9 @@ Parameters VideoParameters(AVCodecID codec, const recordings::Frame& keyFrame);
 
 /// The same of an audio track, whose encoding is known.
 Parameters AudioParameters(AVCodecID codec, const Track& track);
+
+/// The same of a track of texts.
+Parameters TextParameters(Container container);
 
 /// Whether a container with these parameters wants a length before each NAL unit; else libavformat turns start codes
 /// into lengths itself, slowly.

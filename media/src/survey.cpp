@@ -122,6 +122,7 @@ private:
         if (!index) {
             return LookAtHeads(block);
         }
+        CountSeconds(block.start, std::max(block.start, block.end));
         ChannelSet present;
         for (uint32_t channel = 0; channel < kChannels; ++channel) {
             if (!m_query.channels.Has(channel) || index->segments[channel].empty()) {
@@ -151,7 +152,15 @@ private:
     void Count(const Frame& frame) {
         m_survey.seenBytes[TrackKey::Of(frame)] += frame.size + kFrameHead;
         m_survey.keyFrames += frame.type == recordings::kKeyFrame ? 1 : 0;
+        CountSeconds(frame.Seconds(), frame.Seconds());
         NoteLast(frame);
+    }
+
+    /// Adds a stretch of seconds, without those that were counted before.
+    void CountSeconds(int64_t first, int64_t last) {
+        const int64_t from = m_counted && *m_counted >= first && *m_counted <= last ? *m_counted + 1 : first;
+        m_survey.seconds += m_counted == last || from > last ? 0 : static_cast<uint64_t>(last - from + 1);
+        m_counted = last;
     }
 
     void NoteLast(const Frame& frame) {
@@ -197,6 +206,7 @@ private:
     const recordings::Watch& m_watch;
     const std::vector<size_t> m_candidates;
     Survey m_survey;
+    std::optional<int64_t> m_counted; ///< second that was counted last
     ChannelSet m_seen;
     std::array<const Block*, kChannels> m_lastBlock =
         {}; ///< that an index has a channel in, and no frame was seen since

@@ -29,6 +29,7 @@ struct Survey {
 
     std::vector<Beginning> beginnings; ///< in recording order
     uint64_t keyFrames = 0;
+    uint64_t seconds = 0;                                          ///< in which there are frames
     std::map<TrackKey, LastFrame> lastFrames;                      ///< of tracks, by time
     std::map<TrackKey, uint64_t> seenBytes;                        ///< of frames whose heads were read
     std::array<uint64_t, recordings::kChannels> indexedBytes = {}; ///< of the others, by channel

@@ -45,6 +45,8 @@ bool ReadPacket(const Input& input, ContainerFile::Packet& packet) {
     }
     packet.stream = static_cast<size_t>(read->stream_index);
     packet.micros = av_rescale_q(read->pts, input->streams[read->stream_index]->time_base, kMicroseconds);
+    packet.duration =
+        av_rescale_q(read->duration, input->streams[read->stream_index]->time_base, kMicroseconds);
     packet.key = (read->flags & AV_PKT_FLAG_KEY) != 0;
     packet.data.assign(read->data, read->data + read->size);
     return true;

@@ -21,6 +21,7 @@ struct ContainerFile {
         size_t stream = 0;
         int64_t micros = 0;
         bool key = false;
+        int64_t duration = 0; ///< microseconds
         std::vector<uint8_t> data;
     };
     struct Chapter {

@@ -179,6 +179,74 @@ TEST_P(Containers, SayWhatTheyHold) {
     EXPECT_GE(file.duration, 3 * kSecond);
 }
 
+/// What the text track shows: "place-end text", in milliseconds.
+std::vector<std::string> TextsOf(const ContainerFile& file) {
+    std::vector<std::string> texts;
+    for (const ContainerFile::Packet& packet : file.packets) {
+        const std::string& codec = file.streams[packet.stream].codec;
+        if (codec != "subrip" && codec != "mov_text") {
+            continue;
+        }
+        // MP4 has the length first, and fills pauses with empty texts.
+        const std::ptrdiff_t head = codec == "mov_text" ? 2 : 0;
+        const std::string text(packet.data.begin() + head, packet.data.end());
+        if (!text.empty()) {
+            texts.push_back(std::to_string(packet.micros / 1000) + "-" +
+                            std::to_string((packet.micros + packet.duration) / 1000) + " " + text);
+        }
+    }
+    return texts;
+}
+using Lines = std::vector<std::string>;
+
+/// Says a second by its distance from the start.
+std::string SecondInWords(int64_t time) {
+    return "second " + std::to_string((time - kStart) / kSecond) + ", 4711";
+}
+
+TEST_P(Containers, SayWhenEachSecondWasRecorded) {
+    Sink& sink = Begin();
+    Track first = VideoTrack(0);
+    Track second = VideoTrack(5);
+    sink.Add(first, KeyFrame(0, kStart, 100).Get());
+    sink.Add(second, KeyFrame(5, kStart, 100).Get());
+    ContainerFacts facts = Facts();
+    facts.start = kStart + 300000; // the first second has 700 ms
+    facts.clockText = SecondInWords;
+    sink.Start(facts, std::nullopt);
+    const auto record = [&](int64_t millis) {
+        Write(0, KeyFrame(0, kStart + millis * 1000, 100));
+        Write(1, KeyFrame(5, kStart + millis * 1000, 100));
+    };
+    for (const int64_t millis : {300, 800, 1300, 1800, 2300}) {
+        record(millis);
+    }
+    record(100000); // after a gap
+    record(50000);  // the clock is set back: the file goes on a second later
+    record(51000);
+    End();
+    const ContainerFile file = ContainerFile::Read(m_path);
+    ASSERT_EQ(file.streams.size(), 3u);
+    EXPECT_EQ(file.streams[2].codec, GetParam() == Container::Mp4 ? "mov_text" : "subrip");
+    const std::string vehicle = ", 4711, channels 0, 5";
+    EXPECT_EQ(TextsOf(file),
+              (Lines{"0-700 second 0" + vehicle, "1000-1700 second 1" + vehicle,
+                     "2000-2700 second 2" + vehicle, "99700-100700 second 100" + vehicle,
+                     "100700-101700 second 50" + vehicle, "101700-102700 second 51" + vehicle}));
+}
+
+TEST_P(Containers, SayOfOneChannelThatItIsOne) {
+    Sink& sink = Begin();
+    Track video = VideoTrack(7);
+    sink.Add(video, KeyFrame(7, kStart, 100).Get());
+    ContainerFacts facts = Facts();
+    facts.clockText = SecondInWords;
+    sink.Start(facts, std::nullopt);
+    Write(0, KeyFrame(7, kStart, 100));
+    End();
+    EXPECT_EQ(TextsOf(ContainerFile::Read(m_path)), (Lines{"0-1000 second 0, 4711, channel 7"}));
+}
+
 TEST_P(Containers, CanBeSoughtIn) {
     for (const bool predicted : {false, true}) {
         WriteTwoCameras(30, predicted ? std::optional(RightEstimate(30)) : std::nullopt);

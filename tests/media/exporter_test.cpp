@@ -110,6 +110,7 @@ protected:
         request.wording.readableTime = request.wording.timestamp;
         request.wording.readableSecond = request.wording.timestamp;
         request.wording.printable = [](const std::string& text) { return text; };
+        request.clockText = false;
         return request;
     }
     ExportRequest Request(Container container) const { return Request(File("out"), container); }
@@ -857,6 +858,36 @@ TEST_F(Exports, AreForeseenByIndexesAndHeads) {
     // The share of a channel's video is estimated, from the first block and the last.
     between({{0, false}}, 0, 40, 300);
     EXPECT_EQ(survey.BytesOf({}), 0u);
+}
+
+TEST_F(Exports, SayInATextTrackWhenEachSecondWasRecorded) {
+    Record({{0, 0, 3, false}, {0, 20, 22, false}});
+    for (const Container container : {Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.replace = true;
+        request.clockText = true;
+        request.wording.readableSecond = [](int64_t time) { return std::to_string(time / kSecond - kStart); };
+        ASSERT_TRUE(Run(request));
+        EXPECT_EQ(Manifest()["text_track"], true);
+        const ContainerFile file = ContainerFile::Read(File("out"));
+        ASSERT_EQ(file.streams.size(), 2u);
+        std::vector<std::string> texts;
+        for (const ContainerFile::Packet& packet : file.packets) {
+            if (packet.stream == 1 && packet.data.size() > 2) { // MP4 has empty texts in pauses
+                const std::ptrdiff_t head = container == Container::Mp4 ? 2 : 0; // and their length first
+                texts.push_back(std::to_string(packet.micros / kSecond) + ": " +
+                                std::string(packet.data.begin() + head, packet.data.end()));
+            }
+        }
+        EXPECT_EQ(texts, (std::vector<std::string>{"0: 0, 4711, channel 0", "1: 1, 4711, channel 0",
+                                                   "2: 2, 4711, channel 0", "20: 20, 4711, channel 0",
+                                                   "21: 21, 4711, channel 0"}));
+        // Without it, the file is as it was.
+        request.clockText = false;
+        ASSERT_TRUE(Run(request));
+        EXPECT_EQ(Manifest()["text_track"], false);
+        EXPECT_EQ(ContainerFile::Read(File("out")).streams.size(), 1u);
+    }
 }
 
 } // namespace

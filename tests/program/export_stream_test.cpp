@@ -45,8 +45,8 @@ TEST_F(StreamedExport, HoldsThePacketsOfTheFile) {
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "");
     const ContainerFile piped = Container("piped.mkv");
-    ASSERT_EQ(piped.streams.size(), 3u);
-    ASSERT_EQ(piped.packets.size(), 180u); // two a second of each of three tracks
+    ASSERT_EQ(piped.streams.size(), 4u);
+    ASSERT_EQ(piped.packets.size(), 210u); // each second two of each of three tracks, and a text
     EXPECT_EQ(PacketsOf(piped), PacketsOf(Container("file.mkv")));
     // There is no file beside it.
     EXPECT_FALSE(std::filesystem::exists("-.json"));
@@ -58,7 +58,7 @@ TEST_F(StreamedExport, IsThereBeforeItsEnd) {
     // The first cluster is complete as soon as the next one begins: a player need not wait.
     Pipe("", "head -c 20000 > " + File("begun.mkv"));
     const ContainerFile begun = Container("begun.mkv");
-    EXPECT_EQ(begun.streams.size(), 3u);
+    EXPECT_EQ(begun.streams.size(), 4u);
     EXPECT_FALSE(begun.packets.empty());
 }
 
@@ -93,6 +93,13 @@ TEST_F(StreamedExport, TellsInAManifestWhatWentOut) {
     EXPECT_NE(verified.out.find("standard output: what went there is no file"), std::string::npos)
         << verified.out;
     EXPECT_NE(verified.out.find(text), std::string::npos);
+}
+
+TEST_F(StreamedExport, HasNoTextTrackWhenToldSo) {
+    RecordTwoCameras();
+    Pipe("--no-clock", "cat > " + File("piped.mkv"));
+    EXPECT_EQ(Container("piped.mkv").packets.size(), 180u);
+    EXPECT_EQ(Container("piped.mkv").streams.size(), 3u);
 }
 
 TEST_F(StreamedExport, IsTheSameEachTime) {
@@ -140,7 +147,7 @@ TEST_F(StreamedExport, NamesLossesOnStandardErrorAndEndsWithThree) {
     const ProgramResult result = Pipe("", "cat > " + File("piped.mkv"));
     EXPECT_EQ(result.exitCode, 3);
     EXPECT_NE(result.err, "");
-    EXPECT_LT(Container("piped.mkv").packets.size(), 180u);
+    EXPECT_LT(Container("piped.mkv").packets.size(), 210u);
 }
 
 TEST_F(StreamedExport, LeavesAnotherEncodingOutAndSaysSo) {
@@ -154,7 +161,7 @@ TEST_F(StreamedExport, LeavesAnotherEncodingOutAndSaysSo) {
                               "were laid down: export that time by itself, or use --raw\n"),
               std::string::npos)
         << result.err;
-    EXPECT_EQ(Container("piped.mkv").packets.size(), 20u);
+    EXPECT_EQ(Container("piped.mkv").packets.size(), 30u); // of ten seconds, with their texts
 }
 
 TEST_F(StreamedExport, IsRefusedAtATerminal) {

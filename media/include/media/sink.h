@@ -5,6 +5,7 @@
 /// Where exported frames go.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -52,6 +53,8 @@ struct Estimate {
     uint64_t bytes = 0;                               ///< of payload, with 20 bytes or more for each frame
     uint64_t keyFrames = 0;                           ///< of video
     std::vector<std::optional<LastFrame>> lastFrames; ///< of each track
+    uint64_t seconds = 0;                             ///< in which there are frames
+    std::optional<int64_t> textEnd = {};              ///< the sink's own: where a text track ends
 };
 
 /// An event, as containers show it.
@@ -71,6 +74,8 @@ struct ContainerFacts {
     std::string startTime;         ///< RFC 3339, true time
     int64_t start = 0;             ///< time stamp that becomes zero
     std::vector<Chapter> chapters; ///< the first kMostChapters are taken
+    /// What a text track says of a time stamp's second, beside the channels; empty: there is no such track.
+    std::function<std::string(int64_t)> clockText;
 };
 
 /// A stretch in which a container's time follows the recorder's clock: up to where that was set.

@@ -241,6 +241,8 @@ void AddExportOptions(CLI::App& command, Options& options) {
                     "matroska or mp4 (default: as FILE ends, else matroska)")
         ->transform(completion::OneOf({"matroska", "mkv", "mp4"}))
         ->option_text("KIND");
+    command.add_flag("--no-clock", options.noClock,
+                     "Leave out the text track with the recorded time, the vehicle and the channels");
     command
         .add_option(
             "--audio", options.audio,

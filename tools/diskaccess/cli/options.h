@@ -68,6 +68,7 @@ struct Options {
     std::string container;
     std::string audio;
     bool raw = false;
+    bool noClock = false;
     bool force = false;
 
     // view

@@ -155,6 +155,7 @@ media::ExportRequest RequestOf(Context& context) {
     media::ExportRequest request;
     request.container = WantedContainer(options);
     request.audio = ReadAudio(options.audio);
+    request.clockText = !options.noClock;
     FillRequest(context, request);
     Narrow(context, request);
     if (GoesToStandardOutput(options)) {

@@ -1,0 +1,31 @@
+#include "clock_text.h"
+
+namespace media {
+
+namespace {
+
+constexpr int64_t kSecond = 1000000;
+
+/// Time stamps may be anything that 64 bits hold.
+int64_t SecondOf(int64_t time) {
+    return time / kSecond - (time % kSecond < 0 ? 1 : 0);
+}
+
+} // namespace
+
+std::optional<ClockText::Cue> ClockText::Next(int64_t time, int64_t place, size_t segment) {
+    const int64_t second = SecondOf(time);
+    // The cameras' frames come a little out of order.
+    if (m_second && segment == m_segment && second <= *m_second) {
+        return std::nullopt;
+    }
+    m_second = second;
+    m_segment = segment;
+    return Cue{place, EndOf(time, place), m_words(time)};
+}
+
+int64_t ClockText::EndOf(int64_t time, int64_t place) {
+    return place + kSecond - (time - SecondOf(time) * kSecond);
+}
+
+} // namespace media
