@@ -77,6 +77,8 @@ public:
                                                 : std::nullopt);
     }
 
+    int64_t LargestGap() const override { return m_muxer.LargestGap(); }
+
     uint32_t LargestFrame() const override { return 0x40000000; } // libavformat counts with signed numbers
 
     void Write(size_t index, const recordings::Frame& frame) override {
@@ -101,7 +103,12 @@ public:
     const std::vector<ClockSegment>& Segments() const override { return m_timeline->Segments(); }
 
     void Finish() override {
-        m_predictor->Finish(m_muxer, m_file, Placed(m_chapters));
+        // After a pause that the file cannot show, another one goes on.
+        std::vector<Chapter> chapters = Placed(m_chapters);
+        while (!chapters.empty() && chapters.back().time - m_timeline->Latest() > m_muxer.LargestGap()) {
+            chapters.pop_back();
+        }
+        m_predictor->Finish(m_muxer, m_file, chapters);
         m_file.Finish();
     }
 

@@ -64,15 +64,20 @@ bool Copier::Belongs(const Place& place, const Track& now, const recordings::Fra
                : now.Codec() == place.track.Codec() && now.audio.sampleRate == place.track.audio.sampleRate;
 }
 
+// Not to places that were left before: a channel's tracks follow each other.
+
 bool Copier::Follow(const Track& now, const recordings::Frame& frame) {
+    return FollowFrom(m_places[TrackKey::Of(frame)].current, now, frame);
+}
+
+bool Copier::GoOn(const Track& now, const recordings::Frame& frame) {
+    return FollowFrom(m_places[TrackKey::Of(frame)].current + 1, now, frame);
+}
+
+bool Copier::FollowFrom(size_t first, const Track& now, const recordings::Frame& frame) {
     Places& places = m_places[TrackKey::Of(frame)];
-    const auto belongs = [&](const Place& place) { return Belongs(place, now, frame); };
-    if (belongs(places.all[places.current])) {
-        return true;
-    }
-    // Not those that were left before: a channel's tracks follow each other.
-    const auto next = places.all.begin() + static_cast<ptrdiff_t>(places.current) + 1;
-    const auto found = std::find_if(next, places.all.end(), belongs);
+    const auto found = std::find_if(places.all.begin() + static_cast<ptrdiff_t>(first), places.all.end(),
+                                    [&](const Place& place) { return Belongs(place, now, frame); });
     if (found == places.all.end()) {
         return false;
     }

@@ -33,6 +33,9 @@ public:
     /// @param now what the frame tells the track to be
     /// @return false when none of them is right
     bool Follow(const Track& now, const recordings::Frame& frame);
+    /// The same, but leaves the place where they go now: a frame comes too late for its file.
+    /// @return false when no other was prepared
+    bool GoOn(const Track& now, const recordings::Frame& frame);
     /// Whether a track has no place that Follow() would find.
     bool IsNew(const Track& track, const recordings::Frame& frame) const;
     bool Knows(const TrackKey& key) const { return m_places.count(key) != 0; }
@@ -69,6 +72,7 @@ private:
     };
 
     static void Compare(Places& places, const recordings::Frame& frame);
+    bool FollowFrom(size_t first, const Track& now, const recordings::Frame& frame);
     static bool Belongs(const Place& place, const Track& now, const recordings::Frame& frame);
     Place Add(const Track& track, const recordings::Frame& first, Sink& sink);
     void LeaveOut(const Track& track, LeftOutReason reason, uint64_t frames);

@@ -247,15 +247,55 @@ private:
         }
     }
 
+    /// Whether a frame tells how its track is encoded.
+    bool TellsTrack(const Frame& frame) const {
+        return frame.IsAudio() ? m_finder.TellsAudio(frame) : frame.type == recordings::kKeyFrame;
+    }
+
+    /// Whether a track has paused for longer than its file can show.
+    bool ComesTooLate(const TrackKey& track, int64_t time) const {
+        const auto last = m_lastTimes.find(track);
+        return m_started && !m_request.stream && last != m_lastTimes.end() &&
+               time - last->second > m_sink->LargestGap();
+    }
+
+    /// Has a track that has paused for so long go on in another container.
+    /// @return whether there is one for it
+    bool GoOn(const Track& track, const Frame& frame) {
+        if (m_sink->Refusal(track, frame)) {
+            return false;
+        }
+        if (!m_copier->GoOn(track, frame)) {
+            BeginPart(track, frame, ChaptersFrom(frame.block));
+        }
+        return true;
+    }
+
+    /// The events from a block on.
+    std::vector<Chapter> ChaptersFrom(uint32_t block) {
+        std::vector<Chapter> chapters = Chapters();
+        const auto first = m_blocks.Find(block);
+        const auto isEarlier = [&](const Chapter& chapter) {
+            const auto own = m_blocks.Find(chapter.block);
+            return !own || !first || *own < *first;
+        };
+        chapters.erase(std::remove_if(chapters.begin(), chapters.end(), isEarlier), chapters.end());
+        return chapters;
+    }
+
     /// Has the frame's track go where it belongs: one that begins, and one that is encoded otherwise from here on, gets a
     /// place of its own.
     void Follow(const Frame& frame) {
         const bool mayChange = m_encodings.MayChangeAt(frame);
         const bool isKnown = m_copier->Knows(TrackKey::Of(frame));
-        if (isKnown && (!mayChange || (frame.IsAudio() && !m_finder.TellsAudio(frame)))) {
+        const bool paused = isKnown && ComesTooLate(TrackKey::Of(frame), frame.time);
+        if (isKnown && ((!mayChange && !paused) || !TellsTrack(frame))) {
             return;
         }
         const Track track = m_finder.TrackOf(frame);
+        if (paused && GoOn(track, frame)) {
+            return;
+        }
         if (isKnown && m_copier->Follow(track, frame)) {
             return;
         }
@@ -269,12 +309,12 @@ private:
         } else if (!m_started || m_request.stream) {
             m_copier->Refuse(track, LeftOutReason::TrackBegunTooLate);
         } else {
-            BeginPart(track, frame);
+            BeginPart(track, frame, {});
         }
     }
 
     /// Begins another container, for a track and all others of the block that do not go on as they were.
-    void BeginPart(const Track& track, const Frame& frame) {
+    void BeginPart(const Track& track, const Frame& frame, std::vector<Chapter> chapters) {
         const size_t output = m_parts.size() + 1;
         m_parts.push_back(
             MakeContainerSink(PartName(m_request.name, output + 1), m_request.container, m_outputs, output));
@@ -283,12 +323,14 @@ private:
         for (const auto& [key, found] :
              m_finder.FindInBlock(m_query, frame.block, *m_sink, m_watcher.Silent())) {
             const bool isOther = key < TrackKey::Of(frame) || TrackKey::Of(frame) < key;
-            if (isOther && !found.refused && m_copier->IsNew(found.track, found.Whole())) {
+            const bool begins =
+                ComesTooLate(key, found.first.time) || m_copier->IsNew(found.track, found.Whole());
+            if (isOther && !found.refused && begins) {
                 m_copier->PrepareTrack(found.track, found.Whole(), part);
             }
         }
         ContainerFacts facts = Facts(frame);
-        facts.chapters.clear();
+        facts.chapters = std::move(chapters);
         facts.start = frame.time;
         facts.startTime = m_request.wording.utcTimestamp(frame.time);
         part.Start(facts, std::nullopt);

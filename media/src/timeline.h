@@ -24,6 +24,8 @@ public:
     size_t AddTrack();
     /// The place of a track's next frame, in microseconds.
     int64_t PlaceOf(size_t track, int64_t time);
+    /// The last place that was given, of all tracks.
+    int64_t Latest() const { return m_latest; }
     /// Whether a track has reached the newest of the stretches in which the file follows the clock.
     bool IsInNewest(size_t track) const { return m_tracks[track].segment + 1 == m_segments.size(); }
     /// How long the frame placed last may be taken to last, in microseconds: as long as the one before it did.

@@ -890,4 +890,73 @@ TEST_F(Exports, SayInATextTrackWhenEachSecondWasRecorded) {
     }
 }
 
+/// Journeys of two seconds, each so many seconds after the one before began.
+TEST_F(Exports, GoOnInAnotherFileAfterPausesThatMp4CannotShow) {
+    constexpr int64_t kDay = 86400;
+    const std::vector<int64_t> pauses = {0, 3, 3600, 10 * kDay, 24 * kDay, 25 * kDay, 60 * kDay};
+    m_settings.channels = 3;
+    m_settings.properties.at(1).AType = 0;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    std::vector<int64_t> starts;
+    int64_t start = int64_t{kStart} * kSecond;
+    for (const int64_t pause : pauses) {
+        start += pause * kSecond;
+        starts.push_back(start);
+        for (int64_t time = start; time < start + 2 * kSecond; time += kSecond) {
+            Write(recorder, KeyFrame(0, time, 1000));
+            Write(recorder, KeyFrame(1, time + 1000, 1000));
+        }
+        recorder.WriteEvent(start + kSecond, 4, 0);
+        recorder.PowerOff();
+    }
+    ExportRequest request = Request(Container::Mp4);
+    request.clockText = true;
+    const auto result = Run(request);
+    ASSERT_TRUE(result);
+    // 2^31 milliseconds, what MP4 can show, are 24 days, 20 hours and 31 minutes.
+    const std::vector<std::pair<std::string, std::vector<size_t>>> files = {
+        {"out", {0, 1, 2, 3, 4}}, {"out-2", {5}}, {"out-3", {6}}};
+    ASSERT_EQ(result->outputs.size(), files.size());
+    for (size_t i = 0; i < files.size(); ++i) {
+        const ContainerFile file = ContainerFile::Read(File(files[i].first));
+        ASSERT_EQ(file.streams.size(), 4u); // two cameras, their texts, and the chapters
+        const int64_t zero = starts[files[i].second.front()];
+        std::vector<int64_t> expected[2];
+        std::vector<int64_t> events;
+        for (const size_t journey : files[i].second) {
+            const int64_t place = starts[journey] - zero;
+            expected[0].insert(expected[0].end(), {place, place + kSecond});
+            expected[1].insert(expected[1].end(), {place + 1000, place + kSecond + 1000});
+            events.push_back(place + kSecond);
+        }
+        std::vector<int64_t> places[2];
+        for (const ContainerFile::Packet& packet : file.packets) {
+            if (packet.stream < 2) {
+                places[packet.stream].push_back(packet.micros);
+            }
+        }
+        EXPECT_EQ(places[0], expected[0]) << files[i].first;
+        EXPECT_EQ(places[1], expected[1]) << files[i].first;
+        std::vector<int64_t> chapters;
+        for (const ContainerFile::Chapter& chapter : file.chapters) {
+            if (chapter.title.rfind("event", 0) == 0) {
+                chapters.push_back(chapter.start);
+            }
+        }
+        EXPECT_EQ(chapters, events) << files[i].first;
+    }
+    // Each file follows the clock from its first frame on.
+    const Json segments = Manifest()["segments"];
+    ASSERT_EQ(segments.size(), 3u);
+    EXPECT_EQ(segments[1],
+              Json({{"output", 1}, {"position_seconds", 0.0}, {"time", "t" + std::to_string(starts[5])}}));
+    EXPECT_EQ(segments[2],
+              Json({{"output", 2}, {"position_seconds", 0.0}, {"time", "t" + std::to_string(starts[6])}}));
+    EXPECT_EQ(std::count_if(m_lines.begin(), m_lines.end(),
+                            [](const std::string& line) { return line.rfind("clock_jumps", 0) == 0; }),
+              0);
+    // Matroska shows any pause in one file.
+    EXPECT_EQ(Run(Request(File("whole"), Container::Matroska))->outputs.size(), 1u);
+}
+
 } // namespace

@@ -103,6 +103,9 @@ public:
     /// Called once, after the tracks that are known from the start were added.
     /// @throws Error
     virtual void Start(const ContainerFacts& /*facts*/, const std::optional<Estimate>& /*estimate*/) {}
+    /// The longest time from one frame of a track to the next that the file can show, in microseconds. Known when it is
+    /// started.
+    virtual int64_t LargestGap() const { return INT64_MAX; }
     /// Bytes that a frame may have at most.
     virtual uint32_t LargestFrame() const { return 0xFFFFFFFF; }
     /// @param index the track, counted in the order they were taken in
