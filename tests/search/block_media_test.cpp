@@ -211,6 +211,9 @@ TEST_F(BlockMedia, ChannelsThatDoNotExistAreRefused) {
     }
     OpenBlocks blocks(Disk());
     RecordList records;
+    // With events in memory, too: their table comes after those of the channels.
+    Disk().WriteBlock(2, BlockContents::Closed(2, 100, 900).Event(Pts(150), 0x1));
+    EXPECT_EQ(blocks->ReadBlockIndexList(2, 2), 1);
     EXPECT_EQ(blocks->GetSigleChnMediaList(1, 0, 1000, 32, 0, 0, 0, &records, nullptr), -1);
     EXPECT_EQ(blocks->GetSigleChnMediaList(1, 0, 1000, kAll, 0, 0, 0, &records, nullptr), -1);
 }

@@ -22,9 +22,11 @@ void Append(IndexTable<Entry>& table, uint32_t& count, const Entry& entry) {
 } // namespace
 
 void IndexTables::ReleaseTables() {
-    for (uint32_t chn = 0; chn < kChannels; ++chn) {
-        iframeTab[chn].Release();
-        recSegTab[chn].Release();
+    for (IndexTable<IFrameItem_t>& table : iframeTab) {
+        table.Release();
+    }
+    for (IndexTable<RecSegItem_t>& table : recSegTab) {
+        table.Release();
     }
     eventTab.Release();
 }
