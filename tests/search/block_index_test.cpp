@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include "search/search_fixture.h"
 
 namespace {
