@@ -1,4 +1,5 @@
 #include "media/error.h"
+#include "media/picture_series.h"
 #include "media/stills.h"
 
 namespace media {
@@ -19,6 +20,11 @@ bool StillsSupported() {
 std::vector<Still> TakeStills(const recordings::Disk& /*disk*/, const recordings::BlockList& /*blocks*/,
                               const StillQuery& /*query*/, const recordings::ProblemSink& /*problems*/,
                               const recordings::Watch& /*watch*/) {
+    NotBuilt();
+}
+
+std::optional<std::vector<SeriesPicture>> DecodeSeries(const std::vector<SeriesFrame>& /*frames*/,
+                                                       uint32_t /*height*/) {
     NotBuilt();
 }
 

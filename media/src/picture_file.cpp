@@ -1,13 +1,8 @@
-#include <algorithm>
 #include <new>
 
-#include "libav.h"
 #include "media/error.h"
 #include "media/stills.h"
-
-extern "C" {
-#include <libswscale/swscale.h>
-}
+#include "picture_codec.h"
 
 namespace media {
 
@@ -17,15 +12,6 @@ namespace {
 constexpr int kJpegQuality = 2;
 
 constexpr int kBytesAPixel = 3;
-
-struct FreeFrame {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-struct FreeScaler {
-    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
-using FramePointer = std::unique_ptr<AVFrame, FreeFrame>;
-using Scaler = std::unique_ptr<SwsContext, FreeScaler>;
 
 [[noreturn]] void CannotEncode() {
     throw Error(ErrorKind::CannotMake, "the picture cannot be encoded");
@@ -62,34 +48,17 @@ FramePointer FrameOf(const Picture& picture, AVPixelFormat format) {
     return frame;
 }
 
-Codec OpenEncoder(PictureFormat format, const AVFrame& frame) {
-    const AVCodec* const encoder =
-        avcodec_find_encoder(format == PictureFormat::Jpeg ? AV_CODEC_ID_MJPEG : AV_CODEC_ID_PNG);
-    Codec codec(encoder == nullptr ? nullptr : avcodec_alloc_context3(encoder));
-    if (!codec) {
-        CannotEncode();
-    }
-    codec->width = frame.width;
-    codec->height = frame.height;
-    codec->pix_fmt = static_cast<AVPixelFormat>(frame.format);
-    codec->color_range = AVCOL_RANGE_JPEG;
-    codec->time_base = {1, 1};
-    codec->thread_count = 1;
-    codec->flags |= AV_CODEC_FLAG_QSCALE | AV_CODEC_FLAG_BITEXACT;
-    codec->global_quality = FF_QP2LAMBDA * kJpegQuality;
-    if (avcodec_open2(codec.get(), encoder, nullptr) < 0) {
-        CannotEncode();
-    }
-    return codec;
-}
-
 } // namespace
 
 std::vector<uint8_t> EncodePicture(const Picture& picture, PictureFormat format) {
     const FramePointer frame =
         FrameOf(picture, format == PictureFormat::Jpeg ? AV_PIX_FMT_YUV444P : AV_PIX_FMT_RGB24);
     frame->quality = FF_QP2LAMBDA * kJpegQuality;
-    const Codec codec = OpenEncoder(format, *frame);
+    const AVCodecID id = format == PictureFormat::Jpeg ? AV_CODEC_ID_MJPEG : AV_CODEC_ID_PNG;
+    const Codec codec = OpenEncoder(id, *frame, kJpegQuality);
+    if (!codec) {
+        CannotEncode();
+    }
     const Packet packet(av_packet_alloc());
     if (!packet) {
         throw std::bad_alloc();

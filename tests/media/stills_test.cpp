@@ -19,6 +19,7 @@
 #include "child.h"
 #include "libav.h"
 #include "media/error.h"
+#include "media/picture_series.h"
 #include "recordings/error.h"
 #include "recordings/recordings_fixture.h"
 #include "sample_recorder/recorder.h"
@@ -221,6 +222,94 @@ TEST_F(Stills, EndWhenTheirWatchSaysSo) {
 }
 
 // ---- files
+
+class Series : public ::testing::Test {
+protected:
+    /// Ten pictures of a camera: a key frame, four after it, and the same again.
+    static std::vector<media::SeriesFrame> Frames(const char* encoder) {
+        GreyCamera camera(encoder);
+        std::vector<media::SeriesFrame> frames;
+        for (int number = 0; number < 10; ++number) {
+            frames.push_back({camera.Take(number).payload, true});
+        }
+        return frames;
+    }
+
+    /// The grey in the middle of a JPEG file, and its height.
+    static std::pair<int, int> Read(const Bytes& jpeg) {
+        const AVCodec* const decoder = avcodec_find_decoder(AV_CODEC_ID_MJPEG);
+        const media::Codec codec(avcodec_alloc_context3(decoder));
+        const media::Packet packet(av_packet_alloc());
+        AVFrame* frame = av_frame_alloc();
+        std::pair<int, int> read = {-1, -1};
+        if (avcodec_open2(codec.get(), decoder, nullptr) >= 0 &&
+            av_new_packet(packet.get(), static_cast<int>(jpeg.size())) >= 0) {
+            std::copy(jpeg.begin(), jpeg.end(), packet->data);
+            if (avcodec_send_packet(codec.get(), packet.get()) >= 0 &&
+                avcodec_receive_frame(codec.get(), frame) >= 0) {
+                const int value = frame->data[0][frame->linesize[0] * (frame->height / 2) + frame->width / 2];
+                read = {16 + (value * 219 + 127) / 255, frame->height};
+            }
+        }
+        av_frame_free(&frame);
+        return read;
+    }
+};
+
+TEST_F(Series, IsAPictureOfEveryWantedFrame) {
+    for (const char* const encoder : {"libx264", "libx265"}) {
+        std::vector<media::SeriesFrame> frames = Frames(encoder);
+        for (const int unwanted : {0, 1, 7}) {
+            frames[static_cast<size_t>(unwanted)].wanted = false;
+        }
+        const auto pictures = media::DecodeSeries(frames, 2160);
+        ASSERT_TRUE(pictures) << encoder;
+        ASSERT_EQ(pictures->size(), 7u);
+        size_t at = 0;
+        for (const int number : {2, 3, 4, 5, 6, 8, 9}) {
+            const auto [grey, height] = Read(pictures->at(at++));
+            EXPECT_NEAR(grey, GreyCamera::GreyOf(number), 2) << encoder << number;
+            EXPECT_EQ(height, kHeight);
+        }
+    }
+}
+
+TEST_F(Series, IsMadeSmaller) {
+    const auto pictures = media::DecodeSeries(Frames("libx265"), 32);
+    ASSERT_TRUE(pictures);
+    EXPECT_EQ(Read(pictures->at(9)).second, 32);
+    EXPECT_NEAR(Read(pictures->at(9)).first, GreyCamera::GreyOf(9), 2);
+}
+
+TEST_F(Series, HasNothingWhereNoPictureCanBeDecoded) {
+    std::vector<media::SeriesFrame> frames = Frames("libx265");
+    frames.erase(frames.begin()); // the key frame
+    const auto pictures = media::DecodeSeries(frames, 720);
+    ASSERT_TRUE(pictures);
+    ASSERT_EQ(pictures->size(), 9u);
+    EXPECT_TRUE(pictures->front().empty());
+    EXPECT_TRUE(media::DecodeSeries({}, 720)->empty());
+    EXPECT_TRUE(media::DecodeSeries({{Bytes(300, 0x37), true}}, 720)->front().empty());
+}
+
+TEST_F(Series, OfAHostileStreamEnds) {
+    for (const char* const encoder : {"libx264", "libx265"}) {
+        for (unsigned seed = 1; seed <= 20; ++seed) {
+            std::vector<media::SeriesFrame> frames = Frames(encoder);
+            unsigned random = seed;
+            for (media::SeriesFrame& frame : frames) {
+                for (size_t i = 60; i < frame.payload.size(); ++i) {
+                    random = random * 1664525 + 1013904223;
+                    if (random >> 28 == 0) {
+                        frame.payload[i] = static_cast<uint8_t>(random >> 16);
+                    }
+                }
+            }
+            const auto pictures = media::DecodeSeries(frames, 720);
+            EXPECT_TRUE(!pictures || pictures->size() == frames.size());
+        }
+    }
+}
 
 TEST(PictureFiles, PngKeepsEveryPixel) {
     media::Picture picture = {3, 2, {255, 0, 0, 0, 255, 0, 0, 0, 255, 1, 2, 3, 40, 50, 60, 255, 255, 255}};

@@ -1,0 +1,99 @@
+#include "picture_codec.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <limits>
+
+namespace media {
+
+namespace {
+
+/// Pictures from this height on are of high definition, which means other colours where the stream does not say.
+constexpr int kHighDefinition = 720;
+
+} // namespace
+
+void SilenceDecoders() {
+    av_log_set_callback([](void*, int, const char*, va_list) {});
+}
+
+Codec OpenDecoder(VideoCodec kind) {
+    const AVCodec* const decoder =
+        avcodec_find_decoder(kind == VideoCodec::H265 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264);
+    Codec codec(decoder == nullptr ? nullptr : avcodec_alloc_context3(decoder));
+    if (codec) {
+        codec->thread_count = 1;
+        codec->max_pixels = static_cast<int64_t>(kLargestPicture);
+        if (avcodec_open2(codec.get(), decoder, nullptr) < 0) {
+            codec.reset();
+        }
+    }
+    return codec;
+}
+
+bool SendPayload(AVCodecContext& codec, const std::vector<uint8_t>& payload, int64_t number) {
+    const Packet packet(av_packet_alloc());
+    if (!packet || payload.size() > static_cast<size_t>(std::numeric_limits<int>::max() / 2) ||
+        av_new_packet(packet.get(), static_cast<int>(payload.size())) < 0) {
+        return false;
+    }
+    std::copy(payload.begin(), payload.end(), packet->data);
+    packet->pts = packet->dts = number;
+    return avcodec_send_packet(&codec, packet.get()) >= 0;
+}
+
+bool IsDamaged(const AVFrame& picture) {
+    return picture.decode_error_flags != 0 || (picture.flags & AV_FRAME_FLAG_CORRUPT) != 0;
+}
+
+bool SizeAllowed(int64_t width, int64_t height) {
+    return width > 0 && height > 0 && width <= kLargestSide && height <= kLargestSide &&
+           static_cast<uint64_t>(width * height) <= kLargestPicture;
+}
+
+void SetColours(SwsContext& scaler, const AVFrame& from, int coefficients) {
+    const bool high = from.colorspace == AVCOL_SPC_BT709 ||
+                      (from.colorspace == AVCOL_SPC_UNSPECIFIED && from.height >= kHighDefinition);
+    const int* const colours = sws_getCoefficients(high ? SWS_CS_ITU709 : SWS_CS_ITU601);
+    const int full = from.color_range == AVCOL_RANGE_JPEG || from.format == AV_PIX_FMT_YUVJ420P ? 1 : 0;
+    sws_setColorspaceDetails(&scaler, colours, full, sws_getCoefficients(coefficients), 1, 0, 1 << 16,
+                             1 << 16);
+}
+
+Codec OpenEncoder(AVCodecID id, const AVFrame& frame, int quality) {
+    const AVCodec* const encoder = avcodec_find_encoder(id);
+    Codec codec(encoder == nullptr ? nullptr : avcodec_alloc_context3(encoder));
+    if (!codec) {
+        return codec;
+    }
+    codec->width = frame.width;
+    codec->height = frame.height;
+    codec->pix_fmt = static_cast<AVPixelFormat>(frame.format);
+    codec->color_range = AVCOL_RANGE_JPEG;
+    codec->time_base = {1, 1};
+    codec->thread_count = 1;
+    codec->flags |= AV_CODEC_FLAG_QSCALE | AV_CODEC_FLAG_BITEXACT;
+    codec->global_quality = FF_QP2LAMBDA * quality;
+    if (avcodec_open2(codec.get(), encoder, nullptr) < 0) {
+        codec.reset();
+    }
+    return codec;
+}
+
+bool WriteAll(int descriptor, const void* data, size_t size) {
+    const auto* at = static_cast<const uint8_t*>(data);
+    while (size != 0) {
+        const ssize_t put = write(descriptor, at, size);
+        if (put < 0 && errno != EINTR) {
+            return false;
+        }
+        at += std::max<ssize_t>(put, 0);
+        size -= static_cast<size_t>(std::max<ssize_t>(put, 0));
+    }
+    return true;
+}
+
+} // namespace media

@@ -1,0 +1,61 @@
+#ifndef MEDIA_SRC_PICTURE_CODEC_H
+#define MEDIA_SRC_PICTURE_CODEC_H
+
+/// @file picture_codec.h
+/// What decodes and encodes pictures.
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "libav.h"
+#include "media/track.h"
+
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+namespace media {
+
+struct FreeFrame {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+struct FreeScaler {
+    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
+};
+using FramePointer = std::unique_ptr<AVFrame, FreeFrame>;
+using Scaler = std::unique_ptr<SwsContext, FreeScaler>;
+
+/// Keeps what decoders say of a stream out of everything. For a child: the process may have had messages taken to a place
+/// of its own, which waits for threads that no child has.
+void SilenceDecoders();
+
+/// @return null when there is no such decoder
+Codec OpenDecoder(VideoCodec kind);
+
+/// Hands a payload to a decoder, with its number as its time.
+bool SendPayload(AVCodecContext& codec, const std::vector<uint8_t>& payload, int64_t number);
+
+/// Whether a decoded picture is not all that the camera sent.
+bool IsDamaged(const AVFrame& picture);
+
+bool SizeAllowed(int64_t width, int64_t height);
+
+/// Has a scaler take a picture's colours for what they are, and make those of JPEG files: all values are used.
+/// @param coefficients of the colours to make: SWS_CS_...
+void SetColours(SwsContext& scaler, const AVFrame& from, int coefficients);
+
+/// @param frame one of those that are to be encoded
+/// @return null when it cannot be opened
+Codec OpenEncoder(AVCodecID id, const AVFrame& frame, int quality);
+
+/// Writes to a descriptor until all is written.
+bool WriteAll(int descriptor, const void* data, size_t size);
+
+/// No camera makes larger pictures; sides of a multiple of it fit into the limits of everything that follows.
+constexpr uint32_t kLargestSide = 16384;
+constexpr uint64_t kLargestPicture = uint64_t{1} << 26; ///< pixels
+
+} // namespace media
+
+#endif // MEDIA_SRC_PICTURE_CODEC_H
