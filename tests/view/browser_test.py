@@ -10,6 +10,7 @@ on the page is known. Exits with 77 where there is no Chromium, no driver for it
 import datetime
 import json
 import os
+import random
 import re
 import shutil
 import signal
@@ -17,6 +18,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import unittest
 
@@ -65,14 +67,21 @@ def micros(seconds):
     return int(START.timestamp() * 1000000) + round(seconds * 1000000)
 
 
-def make_clip(path, rate, seconds=SECONDS):
+ENCODERS = {
+    "h264": ["-c:v", "libx264", "-preset", "ultrafast", "-threads", "1", "-qp", "20"],
+    "hevc": ["-c:v", "libx265", "-preset", "ultrafast", "-x265-params",
+             "log-level=none:pools=none:frame-threads=1:repeat-headers=1:qp=20:scenecut=0:open-gop=0:aud=0"],
+}
+
+
+def make_clip(path, rate, seconds=SECONDS, codec="h264"):
     field = WIDTH // BITS
     code = f"if(lt(Y,32),255*mod(floor(N/pow(2,floor(X/{field}))),2),100+50*lt(mod(X+8*N,64),32))"
     subprocess.run(
         ["ffmpeg", "-nostdin", "-y", "-loglevel", "error", "-f", "lavfi", "-i",
          f"color=size={WIDTH}x{HEIGHT}:rate={rate}:duration={seconds}", "-vf", f"geq=lum='{code}':cb=128:cr=128",
-         "-c:v", "libx264", "-preset", "ultrafast", "-threads", "1", "-bf", "0", "-g", str(rate * GOP), "-qp", "20",
-         "-f", "h264", path], check=True)
+         *ENCODERS[codec], "-bf", "0", "-g", str(rate * GOP), "-keyint_min", str(rate * GOP), "-f", codec, path],
+        check=True)
 
 
 def make_tone(path, seconds=SECONDS):
@@ -106,9 +115,9 @@ def rfc3339(seconds):
 class Viewer:
     """A running viewer."""
 
-    def __init__(self, image, folder):
+    def __init__(self, image, folder, *more):
         self.process = subprocess.Popen(
-            [PROGRAM, "view", image, "--utc", "--no-browser", "--export-dir", folder],
+            [PROGRAM, "view", image, "--utc", "--no-browser", "--export-dir", folder, *more],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self.address = self.process.stdout.readline().strip()
 
@@ -119,22 +128,13 @@ class Viewer:
         return status
 
 
-class ViewerTest(unittest.TestCase):
+class BrowserTest(unittest.TestCase):
+    """A browser, and a viewer of the disk that record_disk() makes."""
+
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp(prefix="diskaccess-view-")
-        for channel, rate in enumerate(RATES):
-            make_clip(os.path.join(cls.folder, f"c{channel}.h264"), rate)
-        make_clip(os.path.join(cls.folder, "small.h264"), 5, 4)
-        make_tone(os.path.join(cls.folder, "tone.wav"))
-        cameras = [{"channel": channel, "frame_rate": rate, "gop": rate * GOP, "bitrate": 300000}
-                   for channel, rate in enumerate(RATES)]
-        cameras[0]["audio_frame"] = 320
-        clips = [{"channel": channel, "video": f"c{channel}.h264"} for channel in range(len(RATES))]
-        clips[0]["audio"] = "tone.wav"
-        journeys = [{"start": rfc3339(at), "seconds": SECONDS, "clips": clips} for at in (0, AGAIN)]
-        events = [{"time": rfc3339(EVENT), "type": "0x1", "channel": 1}]
-        cls.image = record(cls.folder, "codes", cameras, journeys, events, HOSTILE)
+        cls.image = cls.record_disk()
         options = webdriver.ChromeOptions()
         for argument in ("--headless=new", "--no-sandbox", "--window-size=1400,900", "--disable-background-networking",
                          "--autoplay-policy=no-user-gesture-required"):
@@ -209,11 +209,6 @@ class ViewerTest(unittest.TestCase):
         self.wait(lambda: self.data("time") == str(micros(seconds)))
         self.settle()
 
-    def assert_shows(self, seconds, begun=0):
-        """Each camera shows its last frame at or before a time, of the journey that began at @p begun."""
-        inside = round((seconds - begun) * 1000000)
-        self.assert_codes({str(channel): inside * rate // 1000000 for channel, rate in enumerate(RATES)})
-
     def assert_codes(self, expected):
         """What is drawn comes to the screen a little later, on a busy machine."""
         end = time.monotonic() + 10
@@ -221,11 +216,48 @@ class ViewerTest(unittest.TestCase):
             time.sleep(0.1)
         self.assertEqual(self.codes(), expected)
 
+
+class ViewerTest(BrowserTest):
+    @classmethod
+    def record_disk(cls):
+        for channel, rate in enumerate(RATES):
+            make_clip(os.path.join(cls.folder, f"c{channel}.h264"), rate)
+        make_clip(os.path.join(cls.folder, "small.h264"), 5, 4)
+        make_tone(os.path.join(cls.folder, "tone.wav"))
+        cameras = [{"channel": channel, "frame_rate": rate, "gop": rate * GOP, "bitrate": 300000}
+                   for channel, rate in enumerate(RATES)]
+        cameras[0]["audio_frame"] = 320
+        clips = [{"channel": channel, "video": f"c{channel}.h264"} for channel in range(len(RATES))]
+        clips[0]["audio"] = "tone.wav"
+        journeys = [{"start": rfc3339(at), "seconds": SECONDS, "clips": clips} for at in (0, AGAIN)]
+        events = [{"time": rfc3339(EVENT), "type": "0x1", "channel": 1}]
+        return record(cls.folder, "codes", cameras, journeys, events, HOSTILE)
+
+    def assert_shows(self, seconds, begun=0):
+        """Each camera shows its last frame at or before a time, of the journey that began at @p begun."""
+        inside = round((seconds - begun) * 1000000)
+        self.assert_codes({str(channel): inside * rate // 1000000 for channel, rate in enumerate(RATES)})
+
     # The tests.
 
     def test_text_of_the_disk_is_text(self):
         self.assertIn(HOSTILE, self.text("vehicle"))
         self.assertEqual(self.browser.find_elements(By.CSS_SELECTOR, "h1 img"), [])
+
+    def test_calls_cameras_and_events_by_name(self):
+        names = os.path.join(self.folder, "names.json")
+        with open(names, "w", encoding="utf-8") as file:
+            json.dump({"channels": {"1": HOSTILE}, "event_types": {"0x1": "panic button"}}, file)
+        viewer = Viewer(self.image, self.folder, "--names", names)
+        try:
+            self.open(viewer.address)
+            captions = [text.text for text in self.browser.find_elements(By.CSS_SELECTOR, "figcaption")]
+            self.assertEqual(captions, ["channel 0", HOSTILE, "channel 2"])
+            self.assertIn("14:00:07.000 panic button", self.text("events"))
+        finally:
+            viewer.end()
+        self.open(self.viewer.address)
+        self.assertIn("14:00:07.000 type 0x1", self.text("events"))
 
     def test_begins_with_a_picture_of_every_camera(self):
         self.assertEqual(self.states(), ["picture"] * len(RATES))
@@ -434,6 +466,130 @@ class ViewerTest(unittest.TestCase):
             self.assert_codes({str(channel): 10 for channel in range(32)})
         finally:
             viewer.end()
+
+
+class ServerPicturesTest(BrowserTest):
+    """A camera that Chromium decodes, and one whose pictures the server has to decode."""
+
+    RATE = 10
+
+    @classmethod
+    def record_disk(cls):
+        make_clip(os.path.join(cls.folder, "own.h264"), cls.RATE)
+        make_clip(os.path.join(cls.folder, "other.h265"), cls.RATE, codec="hevc")
+        cameras = [{"channel": channel, "frame_rate": cls.RATE, "gop": cls.RATE * GOP, "bitrate": 300000}
+                   for channel in range(2)]
+        clips = [{"channel": 0, "video": "own.h264"}, {"channel": 1, "video": "other.h265"}]
+        return record(cls.folder, "hevc", cameras, [{"start": rfc3339(0), "seconds": SECONDS, "clips": clips}])
+
+    def assert_shows(self, seconds):
+        frame = int(seconds * self.RATE + 0.001)
+        self.assert_codes({"0": frame, "1": frame})
+
+    def captions(self):
+        return [text.text for text in self.browser.find_elements(By.CSS_SELECTOR, "figcaption")]
+
+    def test_says_whose_pictures_they_are(self):
+        self.assertEqual(self.captions(), ["channel 0", "channel 1, pictures from the server"])
+
+    def test_shows_the_frame_of_a_time(self):
+        for seconds in (5.05, 12.95, 3.0, 19.5, 0.0):
+            self.seek(seconds)
+            self.assert_shows(seconds)
+
+    def test_steps_frame_by_frame(self):
+        self.seek(7.5)
+        at = 75
+        for direction, count in ((1, 8), (-1, 14)):
+            for _ in range(count):
+                at += direction
+                self.key(Keys.ARROW_RIGHT if direction > 0 else Keys.ARROW_LEFT)
+                self.wait(lambda: abs(int(self.data("time")) - micros(at / self.RATE)) <= 1)
+                self.assert_shows(at / self.RATE)
+
+    def test_plays_in_step_with_the_others(self):
+        self.seek(2)
+        self.key(" ")
+        spreads = []
+        while int(self.data("time")) < micros(6):
+            codes = self.codes()
+            if len(codes) == 2:
+                spreads.append(abs(codes["0"] - codes["1"]))
+        self.key(" ")
+        self.settle()
+        # On a machine that is too slow key frames alone are shown.
+        self.assertLessEqual(statistics.median(spreads), 1)
+        self.assert_shows((int(self.data("time")) - micros(0)) / 1000000)
+
+    def test_shows_key_frames_at_16x(self):
+        self.seek(1)
+        self.browser.execute_script(
+            "const rate = document.getElementById('rate'); rate.value = '16'; rate.dispatchEvent(new Event('change'))")
+        self.key(" ")
+        self.wait(lambda: int(self.data("time")) > micros(12))
+        self.key(" ")
+        self.settle()
+
+    def test_goes_on_when_the_decoder_is_killed(self):
+        ended = threading.Event()
+        killed = []
+
+        def kill():
+            while not ended.is_set():
+                for child in subprocess.run(["pgrep", "-P", str(self.viewer.process.pid)], check=False,
+                                            stdout=subprocess.PIPE, text=True).stdout.split():
+                    killed.append(int(child))
+                    try:
+                        os.kill(int(child), signal.SIGKILL)
+                    except ProcessLookupError:
+                        pass
+
+        killer = threading.Thread(target=kill)
+        killer.start()
+        try:
+            for seconds in (4, 9, 14, 4, 9, 14):
+                self.seek(seconds)
+                self.assertEqual(self.codes().get("0"), seconds * self.RATE)
+                if killed:
+                    break
+        finally:
+            ended.set()
+            killer.join()
+        self.assertNotEqual(killed, [])
+        self.seek(17)
+        self.assert_shows(17)
+        self.seek(7)
+        self.assert_shows(7)
+
+    def test_takes_hostile_pictures(self):
+        with open(os.path.join(self.folder, "other.h265"), "rb") as file:
+            clip = file.read()
+        with open(self.image, "rb") as file:
+            whole = bytearray(file.read())
+        noise = random.Random(1)
+        spoilt = 0
+        place = 0
+        # Some bytes of each piece of the clip, but for its first and last parts: recorded one after the other.
+        for at in range(200, len(clip) * 2 // 3, 400):
+            piece = clip[at:at + 32]
+            place = max(place, whole.find(piece, place))
+            if at > len(clip) // 3 and whole[place:place + 32] == piece:
+                spoilt += 1
+                whole[place:place + 32] = noise.randbytes(32)
+        self.assertGreater(spoilt, 3)
+        hostile = os.path.join(self.folder, "hostile.img")
+        with open(hostile, "wb") as file:
+            file.write(whole)
+        viewer = Viewer(hostile, self.folder)
+        try:
+            self.open(viewer.address)
+            for seconds in (8, 9, 10, 11):
+                self.seek(seconds)
+                self.assertEqual(self.codes().get("0"), seconds * self.RATE)
+            self.seek(1)
+            self.assert_shows(1)
+        finally:
+            self.assertEqual(viewer.end(), 0)
 
 
 if __name__ == "__main__":

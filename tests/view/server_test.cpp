@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "commands/wording.h"
+#include "media/stills.h"
 #include "recordings/frames_fixture.h"
 #include "recordings/source.h"
 #include "view/api.h"
@@ -160,6 +161,11 @@ protected:
         Record(At(second), second % 5 == 0 ? 1 : 0, channel, 200 + static_cast<size_t>(second % 7));
     }
 
+    diskaccess::Names NamesOf(const std::string& document) const {
+        std::ofstream(File("names.json")) << document;
+        return diskaccess::Names(File("names.json"));
+    }
+
     void Serve() {
         m_server.reset();
         m_api.reset();
@@ -171,6 +177,7 @@ protected:
             "UTC",
             DiskClock(0),
             0,
+            m_names,
             File(""),
             *m_source,
             diskaccess::WordingOf(m_zone, DiskClock(0)),
@@ -225,6 +232,7 @@ protected:
 
 private:
     TimeZone m_zone{"UTC"};
+    diskaccess::Names m_names = NamesOf(R"({"channels": {"1": "<door>"}, "event_types": {"0x1": "panic"}})");
     int m_held = -1;
     std::optional<media::SourceIdentity> m_source;
     std::optional<Api> m_api;
@@ -275,7 +283,9 @@ TEST_F(ViewServer, RefusesQuestionsThatMakeNoSense) {
           "?from=1&to=5", "?from=1&to=5&channels=", "?from=1&to=5&channels=32", "?from=1&to=5&channels=0,,1",
           "?from=1&to=5&channels=0&kind=video", "?from=1&to=5&channels=0&start=here",
           "?from=0&to=20000001&channels=0", "?from=0&to=600000001&channels=0&kind=key",
-          "?from=1&to=99999999999999999999&channels=0"}) {
+          "?from=1&to=99999999999999999999&channels=0", "?from=1&to=5&channels=0&video=mpeg",
+          "?from=1&to=5&channels=0&video=jpeg", "?from=1&to=5&channels=0&video=jpeg&height=0",
+          "?from=1&to=5&channels=0&video=jpeg&height=2161"}) {
         const Answer answer = Get("/api/frames" + std::string(query));
         EXPECT_EQ(answer.status, 400) << query;
         EXPECT_TRUE(answer.Document().contains("error")) << query;
@@ -293,6 +303,7 @@ TEST_F(ViewServer, SaysWhatTheDiskIs) {
     EXPECT_EQ(info["channels"], (Json{0, 1}));
     EXPECT_EQ(info["first"], kBase);
     EXPECT_EQ(info["last"], kBase + 719);
+    EXPECT_EQ(info["channel_names"], Json::array({"0", "<door>"}));
     EXPECT_EQ(info["zone"], "UTC");
     EXPECT_EQ(info["zone_offsets"].size(), 1u);
     EXPECT_EQ(info["zone_offsets"][0][1], 0);
@@ -318,6 +329,7 @@ TEST_F(ViewServer, ListsEventsWithAllOfTheirBits) {
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0]["time"], At(30));
     EXPECT_EQ(events[0]["event_types"], "9223372036854775809"); // more than a page's numbers can hold
+    EXPECT_EQ(events[0]["event_names"], "panic, 0x8000000000000000");
     EXPECT_EQ(Get("/api/events?from=" + std::to_string(At(31)) + "&to=4294967295000000")
                   .Document()["events"]
                   .size(),
@@ -361,6 +373,26 @@ TEST_F(ViewServer, GivesKeyFramesAlone) {
     }
     EXPECT_EQ(times, (std::vector<int64_t>{100, 105, 110, 115}));
     EXPECT_EQ(records.size(), 5u);
+}
+
+TEST_F(ViewServer, SaysWhichFramesHaveNoPicture) {
+    if (!media::StillsSupported()) {
+        GTEST_SKIP() << "built without what decodes pictures";
+    }
+    const auto times = [this](const std::string& more) {
+        std::vector<int64_t> seconds;
+        for (const StreamRecord& record :
+             Frames(At(13) + 1, At(16), "&channels=0&video=jpeg&height=90" + more)) {
+            if (record.kind == 3) {
+                seconds.push_back((record.time - At(0)) / kSecond);
+                EXPECT_TRUE(record.payload.empty()); // the frames of this disk are no video
+            }
+        }
+        return seconds;
+    };
+    EXPECT_EQ(times("&start=key"), (std::vector<int64_t>{13, 14, 15, 16})); // 13: what stands there at first
+    EXPECT_EQ(times("&start=exact"), (std::vector<int64_t>{14, 15, 16}));
+    EXPECT_EQ(times("&start=key&kind=key"), (std::vector<int64_t>{10, 15}));
 }
 
 TEST_F(ViewServer, GivesSoundAlone) {

@@ -42,11 +42,17 @@ void OpenBrowser(const std::string& url) {
 
 view::Setting SettingOf(Context& context) {
     const Options& options = context.Typed();
-    return {options.partition,     context.Zone(),
-            options.zone,          context.Clock(),
-            options.skew,          options.exportFolder,
-            context.Source(),      WordingOf(context.Zone(), context.Clock()),
-            ProvenanceOf(context), [&context] { return context.OpenAnother(); }};
+    return {options.partition,
+            context.Zone(),
+            options.zone,
+            context.Clock(),
+            options.skew,
+            context.Names(),
+            options.exportFolder,
+            context.Source(),
+            WordingOf(context.Zone(), context.Clock()),
+            ProvenanceOf(context),
+            [&context] { return context.OpenAnother(); }};
 }
 
 void WaitForInterruption() {

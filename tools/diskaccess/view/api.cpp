@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "media/output_file.h"
+#include "media/stills.h"
 #include "recordings/problem.h"
 #include "render/printable.h"
 #include "view/frame_stream.h"
@@ -27,6 +28,7 @@ constexpr int64_t kMostFrames = 20 * kSecond;     ///< of one answer
 constexpr int64_t kMostKeyFrames = 600 * kSecond; ///< the same, of key frames alone
 constexpr int64_t kLastSecond = 0xFFFFFFFF;
 constexpr int64_t kMostColumns = 8192;
+constexpr int64_t kMostHeight = 2160; ///< of pictures, in pixels
 constexpr size_t kMostListed = 10000;
 
 Response JsonResponse(const json& document, unsigned status = 200) {
@@ -248,6 +250,7 @@ Response Api::Info() {
                      {"block_count", disk->Facts().blockCount},
                      {"skew_seconds", m_setting.skewSeconds},
                      {"zone", m_setting.zoneName},
+                     {"server_pictures", media::StillsSupported()},
                      {"export_folder", Printable(m_setting.exportFolder)},
                      {"complete", m_survey.Complete()}};
     for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
@@ -261,6 +264,7 @@ Response Api::Info() {
     document["vehicle_number"] = identity ? Printable(identity->vehicleNumber) : "";
     document["vehicle_id"] = identity ? Printable(identity->vehicleId) : "";
     document["channels"] = json::array();
+    document["channel_names"] = json::array(); // as many: the number where a channel has no name
     recordings::ChannelSet channels;
     for (const recordings::Block& block : blocks->All()) {
         channels.bits |= block.channels.bits;
@@ -268,6 +272,7 @@ Response Api::Info() {
     for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
         if (channels.Without(disk->Hidden()).Has(channel)) {
             document["channels"].push_back(channel);
+            document["channel_names"].push_back(m_setting.names.ChannelText(channel));
         }
     }
     const Span whole = WholeOf(*blocks, m_survey);
@@ -307,6 +312,7 @@ Response Api::Events(const Request& request) {
     for (const recordings::Event& event : m_survey.Events(RangeOf(StretchOf(request)), kMostListed)) {
         list.push_back({{"time", event.micros},
                         {"event_types", std::to_string(event.type)},
+                        {"event_names", m_setting.names.EventText(event.type)},
                         {"block", event.block},
                         {"entry", event.entry},
                         {"channel", event.channel ? json(*event.channel) : json(nullptr)}});
@@ -345,10 +351,16 @@ Response Api::Frames(const Request& request) {
     if (query.to - query.from > most) {
         throw HttpError(400, "to: at most " + std::to_string(most / kSecond) + " seconds after from");
     }
+    if (ChoiceOf<bool>(request, "video", {{"raw", false}, {"jpeg", true}})) {
+        if (!media::StillsSupported()) {
+            throw HttpError(501, "this program was built without what decodes pictures");
+        }
+        query.pictureHeight = static_cast<uint32_t>(NumberOf(request, "height", 1, kMostHeight));
+    }
     Response response;
     response.type = "application/octet-stream";
     response.stream =
-        std::make_unique<FrameStream>(m_disks.Borrow(), m_survey.Blocks(), m_survey, query,
+        std::make_unique<FrameStream>(m_disks.Borrow(), m_survey.Blocks(), m_survey, query, m_decoding,
                                       [this](const Problem& problem) { return TextOf(problem); });
     return response;
 }

@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "cli/disk_clock.h"
+#include "cli/names.h"
 #include "media/exporter.h"
 #include "recordings/disk.h"
 #include "render/time_zone.h"
@@ -25,6 +27,7 @@ struct Setting {
     std::string zoneName; ///< as typed; empty: this machine's
     DiskClock clock;
     int64_t skewSeconds = 0;
+    const Names& names; ///< of channels and event types
     std::string exportFolder;
     const media::SourceIdentity& source;
     media::Wording wording;
@@ -59,6 +62,7 @@ private:
     DiskPool m_disks;
     Survey m_survey;
     Exports m_exports;
+    std::mutex m_decoding; ///< held while pictures are decoded
 };
 
 } // namespace diskaccess::view

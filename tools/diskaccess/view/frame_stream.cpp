@@ -49,21 +49,34 @@ void AppendDocument(std::string& bytes, RecordKind kind, uint32_t channel, int64
 
 FrameStream::FrameStream(std::shared_ptr<const recordings::Disk> disk,
                          std::shared_ptr<const recordings::BlockList> blocks, const Survey& survey,
-                         const FramesQuery& query, std::function<std::string(const Problem&)> texts)
+                         const FramesQuery& query, std::mutex& decoding,
+                         std::function<std::string(const Problem&)> texts)
     : m_disk(std::move(disk)), m_blocks(std::move(blocks)), m_survey(survey), m_query(query),
       m_texts(std::move(texts)), m_lastTime(query.from) {
     recordings::FrameQuery frames;
     frames.range = RangeOf(query);
     frames.channels = query.channels.Without(m_disk->Hidden());
-    frames.decodable = query.fromKeyFrame;
+    frames.decodable = query.fromKeyFrame || query.pictureHeight != 0;
     // Of key frames alone, the payloads of all others need not be read.
     frames.want = query.kind == FramesQuery::Kind::All ? recordings::Want::Payloads : recordings::Want::Heads;
+    if (query.pictureHeight != 0) {
+        BeginPictures(decoding);
+    }
     m_frames =
         std::make_unique<recordings::RangeFrames>(*m_disk, *m_blocks, frames, [this](const Problem& problem) {
             if (problem.severity == recordings::Severity::Loss) {
                 m_losses.push_back(problem);
             }
         });
+}
+
+void FrameStream::BeginPictures(std::mutex& decoding) {
+    const ServerPictures::Wanted wanted = {m_query.from, m_query.fromKeyFrame, m_query.pictureHeight};
+    m_pictures = std::make_unique<ServerPictures>(wanted, decoding, [this](const ServerPicture& picture) {
+        AppendHead(m_decoded, RecordKind::Jpeg, picture.channel, picture.time, picture.bytes.size());
+        m_decoded.append(picture.bytes.begin(), picture.bytes.end());
+        m_sent += picture.bytes.size();
+    });
 }
 
 std::string FrameStream::Next() {
@@ -79,6 +92,10 @@ void FrameStream::AppendFrames(std::string& piece) {
     while (piece.size() < kPiece) {
         if (m_sent >= kMostBytes || !m_frames->Next(frame)) {
             AppendLosses(piece);
+            if (m_pictures) {
+                m_pictures->Finish();
+                AppendPictures(piece);
+            }
             AppendEnd(piece, m_sent < kMostBytes);
             m_ended = true;
             return;
@@ -92,7 +109,8 @@ void FrameStream::AppendFrames(std::string& piece) {
 
 bool FrameStream::Wanted(const Frame& frame) const {
     // Pictures from before the start are needed to decode what follows; sound is not.
-    const bool early = frame.time < m_query.from && (frame.IsAudio() || !m_query.fromKeyFrame);
+    const bool forPicture = frame.IsVideo() && (m_query.fromKeyFrame || m_pictures);
+    const bool early = frame.time < m_query.from && !forPicture;
     if (frame.time > m_query.to || early) {
         return false;
     }
@@ -102,7 +120,7 @@ bool FrameStream::Wanted(const Frame& frame) const {
     case FramesQuery::Kind::Audio:
         return frame.IsAudio();
     default:
-        return true;
+        return frame.IsVideo() || !m_pictures;
     }
 }
 
@@ -118,10 +136,20 @@ void FrameStream::AppendFrame(std::string& piece, const Frame& frame) {
         }
         payload = m_payload.data();
     }
+    m_lastTime = frame.time;
+    if (m_pictures) {
+        m_pictures->Add(frame, payload);
+        AppendPictures(piece);
+        return;
+    }
     AppendHead(piece, static_cast<RecordKind>(frame.type), frame.channel, frame.time, frame.size);
     piece.append(payload, frame.size);
     m_sent += frame.size;
-    m_lastTime = frame.time;
+}
+
+void FrameStream::AppendPictures(std::string& piece) {
+    piece += m_decoded;
+    m_decoded.clear();
 }
 
 void FrameStream::AppendCodec(std::string& piece, const Frame& frame) {

@@ -5,12 +5,14 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "media/track.h"
 #include "recordings/range_frames.h"
 #include "view/disk_pool.h"
 #include "view/http.h"
+#include "view/server_pictures.h"
 #include "view/survey.h"
 
 namespace diskaccess::view {
@@ -26,6 +28,8 @@ struct FramesQuery {
     /// Begin each camera with its last key frame at or before the start, so that its picture can be decoded; else exactly
     /// at the start.
     bool fromKeyFrame = true;
+    /// Pictures that the server has decoded, of at most this height, instead of frames; 0: frames.
+    uint32_t pictureHeight = 0;
 };
 
 /// The kinds of records that a stream of frames is made of. The first three are the recorder's frame types.
@@ -33,7 +37,8 @@ enum class RecordKind : uint8_t {
     Picture = 0,
     KeyFrame = 1,
     Audio = 2,
-    Loss = 16,  ///< something is missing here: a JSON document with a text
+    Jpeg = 3,  ///< a picture that the server has decoded: a JPEG file; empty when no picture comes of a frame
+    Loss = 16, ///< something is missing here: a JSON document with a text
     Codec = 17, ///< how the audio that follows is encoded: a JSON document
     End =
         18 ///< the last record: a JSON document that says whether all was sent. A stream without it was cut off
@@ -44,17 +49,21 @@ enum class RecordKind : uint8_t {
 /// payload.
 class FrameStream : public Stream {
 public:
+    /// @param decoding held while pictures are decoded
     /// @param texts makes a line of a problem
     FrameStream(std::shared_ptr<const recordings::Disk> disk,
                 std::shared_ptr<const recordings::BlockList> blocks, const Survey& survey,
-                const FramesQuery& query, std::function<std::string(const recordings::Problem&)> texts);
+                const FramesQuery& query, std::mutex& decoding,
+                std::function<std::string(const recordings::Problem&)> texts);
 
     std::string Next() override;
 
 private:
+    void BeginPictures(std::mutex& decoding);
     void AppendFrames(std::string& piece);
     bool Wanted(const recordings::Frame& frame) const;
     void AppendFrame(std::string& piece, const recordings::Frame& frame);
+    void AppendPictures(std::string& piece);
     void AppendCodec(std::string& piece, const recordings::Frame& frame);
     void AppendLosses(std::string& piece);
     void AppendEnd(std::string& piece, bool complete);
@@ -67,6 +76,8 @@ private:
     std::deque<recordings::Problem> m_losses; ///< met, but not sent yet
     std::unique_ptr<recordings::RangeFrames> m_frames;
     std::string m_payload;
+    std::unique_ptr<ServerPictures> m_pictures; ///< where the server decodes
+    std::string m_decoded;                      ///< records of pictures that were not sent yet
     uint64_t m_sent = 0;
     int64_t m_lastTime = 0;
     uint32_t m_codecBlock = 0xFFFFFFFF; ///< the block that m_codecs is of

@@ -41,7 +41,7 @@ export class Api {
   }
 }
 
-export const kRecord = { picture: 0, key: 1, audio: 2, loss: 16, codec: 17, end: 18 };
+export const kRecord = { picture: 0, key: 1, audio: 2, jpeg: 3, loss: 16, codec: 17, end: 18 };
 
 const kHeadBytes = 16;
 

@@ -37,6 +37,12 @@ function whole() {
   return { from: info.first * kSecond, to: (info.last + 1) * kSecond };
 }
 
+// What a camera is called.
+function nameOf(channel) {
+  const name = info.channel_names[info.channels.indexOf(channel)] ?? String(channel);
+  return name === String(channel) ? "channel " + channel : name;
+}
+
 function makeCameras() {
   const canvases = new Map();
   for (const channel of info.channels) {
@@ -45,10 +51,10 @@ function makeCameras() {
     figure.dataset.state = "loading";
     figure.tabIndex = 0;
     figure.draggable = true;
-    figure.setAttribute("aria-label", "Camera, channel " + channel);
+    figure.setAttribute("aria-label", "Camera, " + nameOf(channel));
     const canvas = document.createElement("canvas");
     const caption = document.createElement("figcaption");
-    caption.textContent = "channel " + channel;
+    caption.textContent = nameOf(channel);
     const text = document.createElement("p");
     figure.append(canvas, caption, text);
     figure.addEventListener("click", () => choose(chosen.length === 1 ? info.channels : [channel]));
@@ -66,7 +72,7 @@ function makeCameras() {
     canvases.set(channel, canvas.transferControlToOffscreen());
     const option = document.createElement("option");
     option.value = channel;
-    option.textContent = "channel " + channel;
+    option.textContent = nameOf(channel);
     find("sound").append(option);
   }
   return canvases;
@@ -127,10 +133,13 @@ function stateText(shown) {
 }
 
 function show(shown) {
-  for (const [channel, camera] of Object.entries(shown.cameras)) {
+  for (const channel of info.channels.filter((each) => each in shown.cameras)) {
+    const camera = shown.cameras[channel];
     const figure = figureOf(channel);
     figure.dataset.state = camera.state;
     figure.dataset.time = camera.time ?? "";
+    figure.querySelector("figcaption").textContent =
+      nameOf(channel) + (camera.remote ? ", pictures from the server" : "");
     figure.querySelector("p").textContent = camera.text || "";
   }
   document.body.dataset.playing = shown.playing;
@@ -317,8 +326,9 @@ function fillList(id, entries, textOf, timeOf, classOf = () => "") {
 }
 
 function eventText(event) {
-  const camera = event.channel === null ? "" : `, channel ${event.channel}`;
-  return `${clock.text(event.time)}  type ${event.event_types}${camera}`;
+  const camera = event.channel === null ? "" : ", " + nameOf(event.channel);
+  const unnamed = event.event_names.startsWith("0x") ? "type " : "";
+  return `${clock.text(event.time)}  ${unnamed}${event.event_names}${camera}`;
 }
 
 const stretchQuery = (from, to, more = {}) =>
@@ -521,12 +531,13 @@ async function start() {
   clock = new Clock(info.skew_seconds, info.zone_offsets, info.zone);
   timeline = new Timeline(find("timeline"), clock);
   timeline.channels = info.channels;
+  timeline.names = info.channels.map(nameOf);
   sound = new Sound(api);
   if (info.channels.length === 0) {
     throw new Error(info.locked_channels ? "All cameras are locked: start the viewer with the disk's password."
       : "The disk holds no recordings.");
   }
-  player = new Player(api.token, makeCameras());
+  player = new Player(api.token, makeCameras(), info.server_pictures);
   connect();
   address = new Address(clock, goTo);
   stepsToFirst = address.time === null ? kStepsToFirst : 0;

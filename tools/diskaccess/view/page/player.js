@@ -7,7 +7,8 @@ export class Player extends EventTarget {
   rate = 1;
   playing = false;
 
-  constructor(token, canvases) {
+  // serverPictures: whether the server can decode what this browser cannot.
+  constructor(token, canvases, serverPictures) {
     super();
     const policy = window.trustedTypes
       ? trustedTypes.createPolicy("worker", { createScriptURL: (url) => (url === "/worker.js" ? url : "") })
@@ -15,7 +16,7 @@ export class Player extends EventTarget {
     this.#worker = new Worker(policy.createScriptURL("/worker.js"), { type: "module" });
     this.#worker.onmessage = (event) => this.#take(event.data);
     this.#worker.onerror = () => this.#tell("failure", { text: "the page's decoder has ended; reload the page" });
-    this.#post({ type: "init", token, canvases }, [...canvases.values()]);
+    this.#post({ type: "init", token, canvases, serverPictures }, [...canvases.values()]);
   }
 
   // The worker does what is asked last, and leaves what it was at.

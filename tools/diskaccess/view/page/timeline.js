@@ -67,6 +67,7 @@ export class Timeline extends EventTarget {
   #context;
   #colors = {};
   channels = [];
+  names = []; // as many
   coverage = {}; // of each camera: [first, last] seconds
   events = [];
   damages = [];
@@ -240,7 +241,7 @@ export class Timeline extends EventTarget {
       if (row >= 11 || i % Math.ceil(11 / row) === 0) {
         draw.fillStyle = this.#colors.faint;
         draw.textBaseline = "middle";
-        draw.fillText("channel " + channel, 2, y + row / 2);
+        draw.fillText(this.#fitting(this.names[i]), 2, y + row / 2);
       }
       draw.fillStyle = this.#colors.accent;
       for (const [first, last] of this.coverage[channel] || []) {
@@ -253,6 +254,16 @@ export class Timeline extends EventTarget {
     });
     draw.restore();
     this.#drawFolds(width, height);
+  }
+
+  // As much of a name as there is room for.
+  #fitting(name) {
+    const fits = (text) => this.#context.measureText(text).width <= kLabel - 6;
+    let length = name.length;
+    while (length > 1 && !fits(name.slice(0, length) + (length < name.length ? "…" : ""))) {
+      --length;
+    }
+    return name.slice(0, length) + (length < name.length ? "…" : "");
   }
 
   #drawFolds(width, height) {

@@ -10,6 +10,7 @@ const kBehind = 12 * kSecond; // kept behind the time shown, for steps back
 const kKeyStretch = 120 * kSecond; // asked for at once of key frames alone
 const kMostDecoded = 256 << 20; // bytes of pictures that are kept
 const kFeedAhead = 0.5 * kSecond;
+const kHeight = 720; // pictures from the server are no higher
 const kKeyRate = 4; // from here on key frames alone
 
 // Frames of a stretch, fetched piece by piece.
@@ -55,25 +56,15 @@ class Store {
     const query = {
       from: Math.floor(from),
       to: Math.floor(to) - 1,
-      channels: channels.join(","),
       kind: this.kind,
       start: fromKeyFrame ? "key" : "exact",
     };
-    const taken = [];
-    let end = null;
-    this.loading = readFrames(this.api, query, (record) => {
-      if (record.kind === kRecord.end) {
-        end = record;
-      } else {
-        taken.push(record);
-      }
-    }, signal)
-      .then(() => {
+    this.loading = this.#read(channels, query, signal)
+      .then((ends) => {
         if (!signal.aborted) {
-          this.#take(taken);
-          this.#takeSpans(end.document.spans);
-          const complete = end.document.complete;
-          this.to = Math.max(this.to, complete ? to : Math.max(end.time, from + 1));
+          // What one answer lacks is lacking for all cameras.
+          const known = ends.map((end) => (end.document.complete ? to : Math.max(end.time, from + 1)));
+          this.to = Math.max(this.to, Math.min(...known));
           this.from = Math.min(this.from, from);
         }
       })
@@ -85,12 +76,68 @@ class Store {
     return this.loading;
   }
 
+  // Frames of the cameras that this browser decodes, pictures of the others. Gives the records that end the answers.
+  async #read(channels, query, signal) {
+    const remote = channels.filter((channel) => cameras.get(channel).remote);
+    const own = channels.filter((channel) => !remote.includes(channel));
+    const [ownEnd, remoteEnd] = await Promise.all([
+      own.length === 0 ? null : this.#readPart(own, query, signal),
+      remote.length === 0 ? null : this.#readPart(remote, { ...query, video: "jpeg", height: kHeight }, signal),
+    ]);
+    const ends = [ownEnd, remoteEnd].filter((end) => end !== null);
+    const found = await this.#judge(own);
+    if (found.length !== 0 && !signal.aborted) {
+      ends.push(...(await this.#read(found, query, signal)));
+    }
+    return ends;
+  }
+
+  async #readPart(channels, query, signal) {
+    const taken = [];
+    let end = null;
+    await readFrames(this.api, { ...query, channels: channels.join(",") }, (record) => {
+      if (record.kind === kRecord.end) {
+        end = record;
+      } else {
+        taken.push(record);
+      }
+    }, signal);
+    if (!signal.aborted) {
+      this.#take(taken);
+      this.#takeSpans(end.document.spans);
+    }
+    return end;
+  }
+
+  // Finds the cameras whose pictures this browser cannot decode. What is known of them is of no use then.
+  async #judge(channels) {
+    const found = [];
+    for (const channel of channels) {
+      const frames = this.frames.get(channel) || [];
+      const key = frames.findLast((frame) => frame.key);
+      const codec = key ? codecOf(key.data) : null;
+      if (serverPictures && codec && !(await decodable(codec))) {
+        cameras.get(channel).becomeRemote();
+        this.frames.delete(channel);
+        found.push(channel);
+      }
+    }
+    for (const other of found.length === 0 ? [] : [all, keys]) {
+      if (other !== this) {
+        other.reset(time); // it holds frames of them, too
+      }
+    }
+    return found;
+  }
+
   #take(records) {
     for (const record of records) {
       if (record.kind === kRecord.loss) {
         this.losses.push(record.document);
         postMessage({ type: "loss", loss: record.document });
       } else if (record.kind === kRecord.picture || record.kind === kRecord.key) {
+        this.#insert(record);
+      } else if (record.kind === kRecord.jpeg && cameras.get(record.channel)?.remote) {
         this.#insert(record);
       }
     }
@@ -108,7 +155,9 @@ class Store {
     if (at > 0 && frames[at - 1].time === record.time && frames[at - 1].data.length === record.data.length) {
       return; // the stretches overlap
     }
-    frames.splice(at, 0, { time: record.time, key: record.kind === kRecord.key, data: record.data, id: nextId++ });
+    frames.splice(at, 0, {
+      time: record.time, key: record.kind !== kRecord.picture, jpeg: record.kind === kRecord.jpeg, data: record.data, id: nextId++,
+    });
   }
 
   #takeSpans(spans) {
@@ -186,6 +235,18 @@ function codecOf(data) {
   return null;
 }
 
+// Whether this browser decodes a codec.
+const answers = new Map();
+function decodable(codec) {
+  if (!answers.has(codec)) {
+    const answer = self.VideoDecoder
+      ? VideoDecoder.isConfigSupported({ codec }).then(({ supported }) => supported === true, () => false)
+      : Promise.resolve(false);
+    answers.set(codec, answer);
+  }
+  return answers.get(codec);
+}
+
 // Decodes one camera and keeps pictures.
 class Camera {
   constructor(channel, canvas) {
@@ -198,9 +259,16 @@ class Camera {
     this.fed = null; // the frame given to the decoder last
     this.codec = null;
     this.unsupported = null;
+    this.remote = false; // whether the server decodes
     this.shown = null;
     this.most = 32;
     this.run = 0; // grows whenever the decoder begins anew
+  }
+
+  becomeRemote() {
+    this.forget();
+    this.remote = true;
+    this.unsupported = null;
   }
 
   has(frame) {
@@ -209,6 +277,10 @@ class Camera {
 
   // Gives the decoder what it takes to have the picture at a place, and up to @p ahead frames more.
   feed(frames, place, ahead) {
+    if (this.remote) {
+      this.#feedPictures(frames, place, ahead);
+      return;
+    }
     if (this.unsupported) {
       return;
     }
@@ -219,6 +291,33 @@ class Camera {
         break;
       }
       this.#decode(frames[next]);
+    }
+  }
+
+  #feedPictures(frames, place, ahead) {
+    const last = Math.min(frames.length - 1, place + ahead, place + this.most - 4);
+    for (let next = place; next <= last && this.waiting.size < 8; ++next) {
+      const frame = frames[next];
+      if (!this.has(frame) && !this.waiting.has(frame.id)) {
+        this.#takeJpeg(frame);
+      }
+    }
+  }
+
+  async #takeJpeg(frame) {
+    const { run } = this;
+    this.waiting.set(frame.id, frame);
+    const made = frame.jpeg && frame.data.length !== 0
+      ? await createImageBitmap(new Blob([frame.data], { type: "image/jpeg" })).catch(() => null)
+      : null;
+    if (run !== this.run) {
+      made?.close();
+    } else if (made) {
+      this.#keep(frame.id, made);
+    } else {
+      this.waiting.delete(frame.id);
+      this.failed.add(frame.id);
+      wake();
     }
   }
 
@@ -286,23 +385,24 @@ class Camera {
       return;
     }
     if (!this.decoder || this.decoder.state === "closed") {
-      this.decoder = new VideoDecoder({ output: (picture) => this.#take(picture), error: () => this.#fail() });
+      this.decoder = new VideoDecoder({ output: (picture) => this.#keep(picture.timestamp, picture), error: () => this.#fail() });
     }
     this.codec = codec;
     this.decoder.configure({ codec, optimizeForLatency: true, hardwareAcceleration: "prefer-software" });
-    VideoDecoder.isConfigSupported({ codec }).then((answer) => {
-      if (!answer.supported) {
+    decodable(codec).then((can) => {
+      if (!can) {
         this.unsupported = codec.startsWith("hev1") ? "this browser does not decode H.265" : "this browser does not decode " + codec;
       }
     });
   }
 
-  #take(picture) {
-    this.waiting.delete(picture.timestamp);
-    this.pictures.get(picture.timestamp)?.close();
-    this.pictures.set(picture.timestamp, picture);
+  // picture: a VideoFrame, or an ImageBitmap.
+  #keep(id, picture) {
+    this.waiting.delete(id);
+    this.pictures.get(id)?.close();
+    this.pictures.set(id, picture);
     if (this.pictures.size === 1 || this.pictures.size % 8 === 0) {
-      const bytes = picture.codedWidth * picture.codedHeight * 1.5;
+      const bytes = picture.codedWidth ? picture.codedWidth * picture.codedHeight * 1.5 : picture.width * picture.height * 4;
       this.most = Math.max(6, Math.min(120, Math.floor(kMostDecoded / cameras.size / bytes)));
     }
     while (this.pictures.size > this.most) {
@@ -334,6 +434,9 @@ class Camera {
 
   // Has the decoder give out what it holds back.
   async flush() {
+    if (this.remote) {
+      return; // every picture comes, or fails
+    }
     const { run } = this;
     if (this.decoder?.state === "configured") {
       await this.decoder.flush().catch(() => {});
@@ -354,9 +457,11 @@ class Camera {
     if (!picture) {
       return false;
     }
-    if (this.canvas.width !== picture.displayWidth || this.canvas.height !== picture.displayHeight) {
-      this.canvas.width = picture.displayWidth;
-      this.canvas.height = picture.displayHeight;
+    const width = picture.displayWidth ?? picture.width;
+    const height = picture.displayHeight ?? picture.height;
+    if (this.canvas.width !== width || this.canvas.height !== height) {
+      this.canvas.width = width;
+      this.canvas.height = height;
     }
     this.context.drawImage(picture, 0, 0, this.canvas.width, this.canvas.height);
     this.shown = frame;
@@ -375,6 +480,7 @@ class Camera {
 }
 
 let api;
+let serverPictures = false; // whether the server can decode what this browser cannot
 let all; // every frame
 let keys; // key frames alone
 const cameras = new Map();
@@ -459,7 +565,8 @@ function show(views, at) {
       state = "undecodable";
       text = view.camera.unsupported || "the picture cannot be decoded";
     }
-    shown[view.channel] = { state, text, time: state === "picture" ? view.frame.time : null };
+    const { remote } = view.camera;
+    shown[view.channel] = { state, text, remote, time: state === "picture" ? view.frame.time : null };
   }
   postMessage({
     type: "shown", time: at, cameras: shown, playing: playing !== null, keysOnly: playing?.keysOnly === true,
@@ -548,6 +655,11 @@ async function step(direction, mine) {
   }
 }
 
+// Whether the server decodes pictures: then it may be what is too slow.
+function anyRemote() {
+  return chosen.some((channel) => cameras.get(channel).remote);
+}
+
 function useKeysOnly(rate) {
   return rate < 0 || Math.abs(rate) >= kKeyRate;
 }
@@ -586,7 +698,7 @@ async function play(mine) {
     }
     if (now - meter.wall > 2000) {
       const achieved = (time - meter.time) / ((now - meter.wall) * 1000 * state.rate);
-      if (achieved < 0.7 && !state.keysOnly && store.loading === null && state.rate >= 1) {
+      if (achieved < 0.7 && !state.keysOnly && (store.loading === null || anyRemote()) && state.rate >= 1) {
         state.keysOnly = true;
         state.slow = true;
         store = keys;
@@ -628,6 +740,7 @@ async function still(channels) {
 const actions = {
   init(message) {
     api = new Api(message.token);
+    serverPictures = message.serverPictures;
     all = new Store(api, "all");
     keys = new Store(api, "key");
     for (const [channel, canvas] of message.canvases) {
