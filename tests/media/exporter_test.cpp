@@ -307,7 +307,8 @@ TEST_F(Exports, EndWhenToldToAndLeaveNothing) {
             } catch (const recordings::Error& error) {
                 EXPECT_EQ(error.Kind(), recordings::ErrorKind::Cancelled);
             }
-            EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+            EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s)
+                << "at once, but for what else the machine does";
             EXPECT_EQ(Files(), std::vector<std::string>()) << last;
         }
     }

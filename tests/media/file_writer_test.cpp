@@ -231,7 +231,7 @@ TEST_F(FileWriters, EndSoonThoughTheMediumTakesNothing) {
         FileWriter writer("name", ends[1], pipeline);
         EXPECT_NE(Fail(writer, ErrorKind::CannotWrite), "");
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s) << "at once, but for what else the machine does";
     close(ends[0]);
 }
 

@@ -83,7 +83,7 @@ TEST(Pipelines, LetOnlySoManyChunksSetOut) {
     const std::shared_ptr<Chunk> tooMany = pipeline.TakeChunk();
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_THROW(pipeline.Admit(*tooMany), std::runtime_error);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s) << "at once, but for what else the machine does";
     underWay.pop_back();
     pipeline.Admit(*tooMany);
 }
