@@ -7,6 +7,8 @@
    Makes renameat2() fail if $SHIM_NO_RENAMEAT2 is set, and linkat() if $SHIM_NO_LINKAT is, as on file systems without them.
    Runs the shell command $SHIM_AFTER_MAKE after the first openat() that makes a file, $SHIM_BEFORE_RENAME before the first
    renameat2(), and $SHIM_BEFORE_EXCHANGE before the first one that exchanges names; $SHIM_PROGRAM is the process.
+   Has the disk under the folder $SHIM_FULL_FOLDER be full from the call with number $SHIM_FULL_AT on, of those that take space
+   there: files that are made, named or grow, and writes that are sent to the medium.
    Writes each fsync() and renameat2() to $SHIM_LOG too if $SHIM_SYNCS is set: "sync PATH", "name NAME".
 
    The program may confine itself: the log is open, and what runs commands is started, before its main function begins. */
@@ -26,6 +28,11 @@ typedef int (*openat_function)(int, const char*, int, ...);
 typedef int (*linkat_function)(int, const char*, int, const char*, int);
 typedef int (*renameat2_function)(int, const char*, int, const char*, unsigned int);
 typedef int (*fsync_function)(int);
+typedef ssize_t (*write_function)(int, const void*, size_t);
+typedef ssize_t (*pwrite_function)(int, const void*, size_t, off_t);
+typedef ssize_t (*pwrite64_function)(int, const void*, size_t, off64_t);
+typedef int (*ftruncate_function)(int, off_t);
+typedef int (*ftruncate64_function)(int, off64_t);
 typedef ssize_t (*read_function)(int, void*, size_t);
 typedef ssize_t (*pread_function)(int, void*, size_t, off_t);
 typedef ssize_t (*pread64_function)(int, void*, size_t, off64_t);
@@ -77,7 +84,32 @@ static void start_runner(void) {
     from_runner = answers[0];
 }
 
+static dev_t full_device;
+static long full_at = -1;
+static long calls_for_space;
+
+/* Whether a call for space on a file system finds none. */
+static int is_full(dev_t device) {
+    return full_at >= 0 && device == full_device && __sync_fetch_and_add(&calls_for_space, 1) >= full_at;
+}
+
+/* The same of a file that is to end there or further. */
+static int is_full_at(int fd, long long end) {
+    struct stat status;
+    if (full_at < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) ||
+        end <= (long long)status.st_size || !is_full(status.st_dev)) {
+        return 0;
+    }
+    errno = ENOSPC;
+    return 1;
+}
+
 __attribute__((constructor)) static void begin(void) {
+    struct stat folder;
+    if (getenv("SHIM_FULL_AT") != NULL && stat(getenv("SHIM_FULL_FOLDER"), &folder) == 0) {
+        full_device = folder.st_dev;
+        full_at = atol(getenv("SHIM_FULL_AT"));
+    }
     const char* const log = getenv("SHIM_LOG");
     if (log != NULL) {
         const open_function real = (open_function)dlsym(RTLD_NEXT, "open");
@@ -117,12 +149,22 @@ int fsync(int fd) {
     if (readlink(link, path, sizeof path - 1) > 0) {
         note_step("sync", path);
     }
+    struct stat status;
+    if (fstat(fd, &status) == 0 && is_full(status.st_dev)) {
+        errno = ENOSPC;
+        return -1;
+    }
     return ((fsync_function)dlsym(RTLD_NEXT, "fsync"))(fd);
 }
 
 static int pass_on(const char* function, const char* path, int flags, va_list arguments) {
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     note(path, flags);
+    struct stat status;
+    if ((flags & O_CREAT) != 0 && stat(path, &status) != 0 && is_full(full_device)) {
+        errno = ENOSPC;
+        return -1;
+    }
     return ((open_function)dlsym(RTLD_NEXT, function))(path, flags, mode);
 }
 
@@ -167,6 +209,10 @@ static void run(const char* variable) {
 static int pass_on_at(const char* function, int folder, const char* path, int flags, va_list arguments) {
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     note(path, flags);
+    if ((flags & O_EXCL) != 0 && is_full(full_device)) {
+        errno = ENOSPC;
+        return -1;
+    }
     const int fd = ((openat_function)dlsym(RTLD_NEXT, function))(folder, path, flags, mode);
     if (fd >= 0 && (flags & O_EXCL) != 0) {
         run("SHIM_AFTER_MAKE");
@@ -195,6 +241,10 @@ int linkat(int from_folder, const char* from, int to_folder, const char* to, int
         errno = EPERM;
         return -1;
     }
+    if (is_full(full_device)) {
+        errno = ENOSPC;
+        return -1;
+    }
     return ((linkat_function)dlsym(RTLD_NEXT, "linkat"))(from_folder, from, to_folder, to, flags);
 }
 
@@ -203,6 +253,10 @@ int renameat2(int from_folder, const char* from, int to_folder, const char* to, 
     run("SHIM_BEFORE_RENAME");
     if (getenv("SHIM_NO_RENAMEAT2") != NULL) {
         errno = EINVAL;
+        return -1;
+    }
+    if ((flags & RENAME_EXCHANGE) == 0 && is_full(full_device)) {
+        errno = ENOSPC;
         return -1;
     }
     if ((flags & RENAME_EXCHANGE) != 0) {
@@ -248,4 +302,39 @@ ssize_t pread64(int fd, void* data, size_t size, off64_t offset) {
         return -1;
     }
     return ((pread64_function)dlsym(RTLD_NEXT, "pread64"))(fd, data, size, offset);
+}
+
+ssize_t write(int fd, const void* data, size_t size) {
+    if (is_full_at(fd, lseek(fd, 0, SEEK_CUR) + (long long)size)) {
+        return -1;
+    }
+    return ((write_function)dlsym(RTLD_NEXT, "write"))(fd, data, size);
+}
+
+ssize_t pwrite(int fd, const void* data, size_t size, off_t offset) {
+    if (is_full_at(fd, offset + (long long)size)) {
+        return -1;
+    }
+    return ((pwrite_function)dlsym(RTLD_NEXT, "pwrite"))(fd, data, size, offset);
+}
+
+ssize_t pwrite64(int fd, const void* data, size_t size, off64_t offset) {
+    if (is_full_at(fd, offset + (long long)size)) {
+        return -1;
+    }
+    return ((pwrite64_function)dlsym(RTLD_NEXT, "pwrite64"))(fd, data, size, offset);
+}
+
+int ftruncate(int fd, off_t size) {
+    if (is_full_at(fd, size)) {
+        return -1;
+    }
+    return ((ftruncate_function)dlsym(RTLD_NEXT, "ftruncate"))(fd, size);
+}
+
+int ftruncate64(int fd, off64_t size) {
+    if (is_full_at(fd, size)) {
+        return -1;
+    }
+    return ((ftruncate64_function)dlsym(RTLD_NEXT, "ftruncate64"))(fd, size);
 }
