@@ -198,8 +198,11 @@ int64_t BlockFacts::Latest(int64_t newest) const {
 
 bool BlockFacts::SeemsHead(const FrameHead_t& head, const Reached& reached) const {
     const int64_t time = head.pts / kMicros;
-    const int64_t earliest =
-        std::min(m_earliest, reached.last - kSkewSeconds); // the clock may have been set back
+    // The clock may have been set back; or forwards, from the 1970 that recorders without a battery begin with.
+    const bool wasSet =
+        !Headless() && !m_block.closed && reached.last > int64_t{m_block.start} + kClockSetSeconds;
+    const int64_t since = reached.last - kSkewSeconds;
+    const int64_t earliest = wasSet ? since : std::min(m_earliest, since);
     return head.sync == BLOCK_MAGIC && m_channels.Has(head.chn) && head.type < kFrameTypes &&
            time >= earliest && time <= Latest(reached.newest);
 }

@@ -307,6 +307,19 @@ TEST_P(BlockFrames, LeaveOutWhatLayThereBeforeTheDiskWasFormatted) {
     }
 }
 
+TEST_P(BlockFrames, LeaveOutWhatIsOlderThanAClockThatWasSet) {
+    // The block begins in 1970, until the clock is set. Everything that lay there before is newer than its start.
+    Begin(1, false);
+    for (int64_t i = 0; i < 20; ++i) {
+        Record(i * 100000, i % 10 == 0 ? kVideoI : kVideoP, 0, 100);
+    }
+    RecordSeconds(0, 5);
+    Recorder().CutPower();
+    Fill(EndOfLast(), EndOfLast() + 77, 0xA5);
+    PutOld(EndOfLast() + 77, 20);
+    ExpectSound(0);
+}
+
 TEST_P(BlockFrames, LeaveOutAnOldFrameThatLeadsOutOfTheBlock) {
     // Blocks were larger before the disk was formatted.
     Begin(1);
