@@ -4,7 +4,10 @@ import json
 import os
 import pathlib
 import shlex
+import shutil
 import subprocess
+
+import pytest
 
 from conftest import generate
 
@@ -55,6 +58,28 @@ def test_from_images_to_the_command_that_exports(sample: pathlib.Path, program: 
     assert [disk["source_path"] for disk in disks] == [str(moved), str(copy)]  # SAMPLE 1, SAMPLE 4711
     assert answer(program, "remove", added[0]["disk_number"], here)["removed"] == [{"disk_number": added[0]["disk_number"]}]
     assert len(answer(program, "list", here)["catalogued_disks"]) == 1
+
+
+@pytest.mark.parametrize("name, shells", [
+    ("it's \"a\" copy of $HOME `id` \\ ü!.img", ["bash", "zsh", "sh"]),
+    ("two\nlines and \x1b[1m.img", ["bash", "zsh"]),
+    (os.fsdecode(b"\xff'\xfe.img"), ["bash", "zsh"]),
+])
+def test_the_printed_command_can_be_pasted(sample: pathlib.Path, program: pathlib.Path, tmp_path: pathlib.Path,
+                                           name: str, shells: list[str]) -> None:
+    here = f"--database={tmp_path / 'catalog.db'}"
+    source = tmp_path / name
+    source.symlink_to(sample)
+    run(program, "add", source, here)
+    text = run(program, "find", here, "--utc", "--from", "2026-11-20 16:21", "--to", "2026-11-20 16:21:01", "--channel",
+               "3").stdout
+    command = text.splitlines()[1][text.splitlines()[0].index("COMMAND"):].strip()
+    for shell in filter(shutil.which, shells):
+        folder = tmp_path / f"in {shell}"
+        folder.mkdir()
+        subprocess.run([shell, "-c", command], check=True, capture_output=True, cwd=folder,
+                       env={**os.environ, "PATH": f"{program.parent}:{os.environ['PATH']}"})
+        assert (folder / "SAMPLE_4711-20261120-162100.mkv").stat().st_size > 10_000
 
 
 def test_what_fails_is_named_and_the_rest_is_done(program: pathlib.Path, tmp_path: pathlib.Path,

@@ -1071,14 +1071,19 @@ TEST_F(Program, WrongValuesEndWithTwoAndALine) {
          "@1700000000"},
         {{"--from", "2026-11-21", "--to", "2026-11-20"}, "--from lies after --to"},
         {{"--channel", "32"},
-         "--channel: '32' is not a list of channels; give numbers from 0 to 31, like 0,2-4"},
+         "--channel: '32' is not a list of channels; give numbers from 0 to 31, like 0,2-4, or names of "
+         "the names file"},
         {{"--channel", "1,,2"},
-         "--channel: '1,,2' is not a list of channels; give numbers from 0 to 31, like 0,2-4"},
+         "--channel: '1,,2' is not a list of channels; give numbers from 0 to 31, like 0,2-4, or names of "
+         "the names file"},
         {{"--channel", "4-2"}, "--channel: '4-2' runs backwards"},
-        {{"--alarm", "0"}, "--alarm: '0' is not a set of event types; give a mask like 0x5, or all"},
-        {{"--alarm", "0xg"}, "--alarm: '0xg' is not a set of event types; give a mask like 0x5, or all"},
+        {{"--alarm", "0"},
+         "--alarm: '0' is not a set of event types; give a mask like 0x5, names of the names file, or all"},
+        {{"--alarm", "0xg"},
+         "--alarm: '0xg' is not a set of event types; give a mask like 0x5, names of the names file, or all"},
         {{"--alarm", "99999999999999999999"},
-         "--alarm: '99999999999999999999' is not a set of event types; give a mask like 0x5, or all"},
+         "--alarm: '99999999999999999999' is not a set of event types; give a mask like 0x5, names of "
+         "the names file, or all"},
         {{"--tz", "Europe/Atlantis"},
          "--tz: no zone is called 'Europe/Atlantis'; give a name like Europe/Berlin or UTC"},
     };

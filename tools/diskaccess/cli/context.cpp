@@ -41,7 +41,7 @@ bool WritesFiles(const Options& options) {
 // What is wrong with the options is said before anything is read.
 Context::Context(const Options& options, std::string command)
     : m_options(options), m_command(std::move(command)), m_zone(ReadZone(options)), m_clock(SettleSkew()),
-      m_names(options.namesFile), m_query(ReadQuery(m_options, m_zone, std::time(nullptr))),
+      m_names(options.namesFile), m_query(ReadQuery(m_options, m_zone, m_names, std::time(nullptr))),
       m_problems(options.partition,
                  [this](int64_t time) { return m_zone.TextOfMicros(m_clock.TrueInstant(time).micros); }),
       m_source(options.partition, options.partitionNumber, m_output.Descriptor()) {

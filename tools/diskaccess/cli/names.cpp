@@ -121,6 +121,24 @@ std::string Names::EventText(uint64_t types) const {
     return types == 0 ? text : text + (text.empty() ? "" : ", ") + fmt::format("0x{:x}", types);
 }
 
+recordings::ChannelSet Names::ChannelsNamed(const std::string& name) const {
+    recordings::ChannelSet set;
+    for (const auto& [channel, each] : m_channels) {
+        if (each == name) {
+            set.Add(channel);
+        }
+    }
+    return set;
+}
+
+uint64_t Names::EventTypesNamed(const std::string& name) const {
+    uint64_t types = 0;
+    for (const auto& [bit, each] : m_eventTypes) {
+        types |= each == name ? bit : 0;
+    }
+    return types;
+}
+
 Value Names::Channel(uint32_t channel) const {
     const bool named = m_channels.count(channel) != 0;
     return named ? Value(Labelled{uint64_t{channel}, ChannelText(channel)}) : Value(uint64_t{channel});

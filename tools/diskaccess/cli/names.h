@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 
+#include "recordings/query.h"
 #include "render/report.h"
 
 namespace diskaccess {
@@ -31,6 +32,10 @@ public:
     /// The same as text alone: the number where there is no name.
     std::string ChannelText(uint32_t channel) const;
     std::string EventText(uint64_t types) const;
+
+    /// The channels, and the event types, that bear a name; none when nothing does.
+    recordings::ChannelSet ChannelsNamed(const std::string& name) const;
+    uint64_t EventTypesNamed(const std::string& name) const;
 
 private:
     std::map<uint32_t, std::string> m_channels;

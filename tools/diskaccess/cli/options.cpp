@@ -138,13 +138,15 @@ void AddRangeOptions(CLI::App& command, Options& options) {
 }
 
 void AddChannelOption(CLI::App& command, Options& options) {
-    command.add_option("--channel", options.channels, "Channels, like 0,2-4 (default: all)")
+    command
+        .add_option("--channel", options.channels,
+                    "Channels by number or name, like 0,2-4 or door (default: all)")
         ->option_text("LIST");
 }
 
 void AddAlarmOption(CLI::App& command, Options& options) {
-    command.add_option("--alarm", options.alarm, "Event types: the sum of their bits, like 0x5, or all")
-        ->option_text("MASK");
+    command.add_option("--alarm", options.alarm, "Event types by bits or name, like 0x5 or door, or all")
+        ->option_text("TYPES");
 }
 
 void AddSilenceOption(CLI::App& command, Options& options) {
@@ -334,8 +336,9 @@ void AddCatalogOptions(CLI::App& command, Options& options) {
     AddRangeOptions(command, options);
     AddChannelOption(command, options);
     command
-        .add_option("--event", options.alarm,
-                    "With find: around events of these types alone: the sum of their bits, like 0x5, or all")
+        .add_option(
+            "--event", options.alarm,
+            "With find: around events of these types alone, by bits or name, like 0x5 or door, or all")
         ->option_text("TYPES");
 }
 

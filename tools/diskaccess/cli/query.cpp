@@ -1,10 +1,10 @@
 #include "cli/query.h"
 
-#include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "cli/failure.h"
+#include "cli/typed_sets.h"
 #include "cli/typed_time.h"
 
 namespace diskaccess {
@@ -12,73 +12,6 @@ namespace diskaccess {
 namespace {
 
 constexpr int64_t kMicros = 1000000;
-
-using recordings::ChannelSet;
-using recordings::EventMask;
-
-bool HasOnly(const std::string& text, const char* allowed) {
-    return text.find_first_not_of(allowed) == std::string::npos;
-}
-
-/// A number from a list like "0,2-4".
-uint32_t ReadChannel(const std::string& text, const std::string& list) {
-    const bool digits = !text.empty() && text.size() <= 2 && HasOnly(text, "0123456789");
-    if (!digits || std::stoul(text) >= recordings::kChannels) {
-        throw WrongUse("--channel: '" + list +
-                       "' is not a list of channels; give numbers from 0 to 31, like 0,2-4");
-    }
-    return static_cast<uint32_t>(std::stoul(text));
-}
-
-ChannelSet ReadChannels(const std::string& list) {
-    if (list == "all") {
-        return ChannelSet::All();
-    }
-    ChannelSet set;
-    for (size_t begin = 0; begin <= list.size();) {
-        const size_t end = std::min(list.find(',', begin), list.size());
-        const std::string item = list.substr(begin, end - begin);
-        const size_t dash = item.find('-');
-        const uint32_t first = ReadChannel(item.substr(0, dash), list);
-        const uint32_t last = dash == std::string::npos ? first : ReadChannel(item.substr(dash + 1), list);
-        if (first > last) {
-            throw WrongUse("--channel: '" + item + "' runs backwards");
-        }
-        for (uint32_t channel = first; channel <= last; ++channel) {
-            set.Add(channel);
-        }
-        begin = end + 1;
-    }
-    return set;
-}
-
-/// @return nothing when the text is not a number, or too large
-std::optional<uint64_t> ReadMask(const std::string& text) {
-    const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-    const std::string digits = hexadecimal ? text.substr(2) : text;
-    if (!HasOnly(digits, hexadecimal ? "0123456789abcdefABCDEF" : "0123456789")) {
-        return std::nullopt;
-    }
-    try {
-        return std::stoull(digits, nullptr, hexadecimal ? 16 : 10);
-    } catch (const std::out_of_range&) {
-        return std::nullopt;
-    }
-}
-
-std::optional<EventMask> ReadAlarms(const std::string& text) {
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    if (text == "all") {
-        return recordings::kAllEvents;
-    }
-    const std::optional<uint64_t> mask = ReadMask(text);
-    if (mask.value_or(0) == 0) {
-        throw WrongUse("--alarm: '" + text + "' is not a set of event types; give a mask like 0x5, or all");
-    }
-    return mask;
-}
 
 /// A time of day in two parts: without the fraction of its last second, and that in microseconds.
 std::pair<std::string, int64_t> WithoutFraction(const std::string& text) {
@@ -133,11 +66,11 @@ TimeZone ReadZone(const Options& options) {
     }
 }
 
-Query ReadQuery(const Options& options, const TimeZone& zone, int64_t now) {
+Query ReadQuery(const Options& options, const TimeZone& zone, const Names& names, int64_t now) {
     Query query;
     ReadRange(query, options, zone, now);
-    query.channels = ReadChannels(options.channels);
-    query.alarms = ReadAlarms(options.alarm);
+    query.channels = ReadChannels(options.channels, names);
+    query.alarms = ReadEventTypes(options.alarm, "--alarm", names);
     return query;
 }
 

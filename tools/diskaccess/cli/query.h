@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "cli/disk_clock.h"
+#include "cli/names.h"
 #include "cli/options.h"
 #include "recordings/query.h"
 #include "render/time_zone.h"
@@ -31,9 +32,10 @@ struct Query {
 /// @throws WrongUse
 TimeZone ReadZone(const Options& options);
 
+/// @param names that channels and event types may be given by
 /// @param now the present, true time
 /// @throws WrongUse that says which option is wrong
-Query ReadQuery(const Options& options, const TimeZone& zone, int64_t now);
+Query ReadQuery(const Options& options, const TimeZone& zone, const Names& names, int64_t now);
 
 } // namespace diskaccess
 

@@ -16,12 +16,14 @@
 #include "catalog/error.h"
 #include "cli/failure.h"
 #include "cli/interruption.h"
+#include "cli/names.h"
 #include "cli/output.h"
 #include "cli/password.h"
 #include "cli/problems.h"
 #include "cli/progress.h"
 #include "cli/query.h"
 #include "cli/source.h"
+#include "cli/typed_sets.h"
 #include "commands/catalog_location.h"
 #include "commands/commands.h"
 #include "recordings/error.h"
@@ -60,7 +62,7 @@ std::string HostName() {
 class Desk {
 public:
     Desk(const Options& typed, const std::string& command)
-        : options(typed), zone(ReadZone(typed)), location(CatalogLocation(typed)) {
+        : options(typed), zone(ReadZone(typed)), names(typed.namesFile), location(CatalogLocation(typed)) {
         answer =
             MakeRenderer(options.format, zone, [this](const std::string& text) { m_output.Write(text); });
         answer->Begin(command, Shown(location));
@@ -76,6 +78,7 @@ public:
 
     const Options& options;
     TimeZone zone;
+    Names names;
     std::string location;
     std::unique_ptr<Renderer> answer;
 
@@ -279,10 +282,17 @@ ExitCode ListDisks(Desk& desk, catalog::Catalog& catalogue) {
 
 // ---- find
 
-/// A word that a shell takes as it is, and a terminal too: what is no plain letter is written as its code.
+/// Whether a terminal shows it as it is.
+bool IsPlain(const std::string& word) {
+    std::string visible = word;
+    visible.erase(std::remove(visible.begin(), visible.end(), '\\'), visible.end()); // shown doubled
+    return Printable(visible) == visible;
+}
+
+/// A word that a shell takes as it is, and a terminal too: of what is not plain, the codes are written, which bash and zsh
+/// read.
 std::string Quoted(const std::string& word) {
-    const bool plain =
-        std::all_of(word.begin(), word.end(), [](char letter) { return letter >= ' ' && letter <= '~'; });
+    const bool plain = IsPlain(word);
     std::string quoted = plain ? "'" : "$'";
     for (const char letter : word) {
         if (letter == '\'' && plain) {
@@ -330,11 +340,13 @@ catalog::Question QuestionOf(const Desk& desk) {
     if (!desk.options.vehicle.empty()) {
         question.vehicle = desk.options.vehicle;
     }
-    const Query query = ReadQuery(desk.options, desk.zone, std::time(nullptr));
+    Options ranged = desk.options;
+    ranged.alarm.clear(); // --event is read below
+    const Query query = ReadQuery(ranged, desk.zone, desk.names, std::time(nullptr));
     question.from = query.range.first;
     question.to = query.range.last;
     question.channels = query.channels;
-    question.events = query.alarms;
+    question.events = ReadEventTypes(desk.options.alarm, "--event", desk.names);
     return question;
 }
 
@@ -354,8 +366,9 @@ ExitCode Find(Desk& desk, catalog::Catalog& catalogue) {
                        {}});
     for (const catalog::Found& found : catalogue.Find(QuestionOf(desk))) {
         answer.ShowRow({found.vehicleNumber, found.vehicleId, Number(found.disk), Time{found.start},
-                        Time{found.end}, found.channels, Mask{found.events}, Printable(found.host),
-                        Printable(found.source), ExportCommand(desk, found)});
+                        Time{found.end}, desk.names.Channels(found.channels),
+                        desk.names.EventTypes(found.events), Printable(found.host), Printable(found.source),
+                        ExportCommand(desk, found)});
     }
     answer.EndTable();
     return desk.Finish(kDone);
