@@ -140,6 +140,50 @@ TEST_P(Catalogs, ReadOnlyWhatIsNew) {
     EXPECT_EQ(Find(0, 10000), (Lines{"bus 12 1 1000-1300 1", "bus 12 1 5000-5300 1"}));
 }
 
+TEST_P(Catalogs, AskTheDiskForNothingButHeadsAndTailsOfWhatIsKnown) {
+    WriteJourneys();
+    Add();
+    const uint64_t first = Worn().Reads();
+    for (uint32_t block = 0; block < 4; ++block) { // now a loss, if it were read
+        Fail(Image().BlockStart(block) + sizeof(BlockHead_t), Image().TailOffset(block));
+    }
+    const catalog::Added again = Add();
+    const uint64_t again4 = Worn().Reads();
+    EXPECT_EQ(again.read, 0u);
+    EXPECT_EQ(again.losses, 0u);
+    EXPECT_LE(again4 + 4, first); // an index a block, at the least
+    WriteBlock(4, 5, 5101, 5200);
+    const catalog::Added more = Add();
+    EXPECT_EQ(more.read, 1u);
+    EXPECT_EQ(more.losses, 0u);
+    // What one more block takes: its share of the first reading, and no more.
+    EXPECT_LE(Worn().Reads() - again4, first - again4);
+    EXPECT_EQ(Find(0, 10000), (Lines{"bus 12 1 1000-1300 1", "bus 12 1 5000-5200 1"}));
+}
+
+TEST_P(Catalogs, KnowADiskAgainWhoseRingWentOnElsewhere) {
+    Format format;
+    format.blockCount = 64;
+    MakeDisk(format);
+    const auto write = [this](uint32_t from, uint32_t to) { // in turn after turn, ten seconds a block
+        for (uint32_t sequence = from; sequence <= to; ++sequence) {
+            WriteBlock((sequence - 1) % 64, sequence, 10 * sequence, 10 * sequence + 9);
+        }
+    };
+    write(1, 64);
+    const int64_t disk = Add("/shelf/disk.img").disk;
+    write(65, 124); // all but four blocks
+    const catalog::Added later = Add("/vehicle/disk.img");
+    EXPECT_FALSE(later.isNew);
+    EXPECT_EQ(later.disk, disk);
+    EXPECT_EQ(later.read, 60u);
+    EXPECT_EQ(Find(0, 10000), Lines{"bus 12 1 610-1249 1"});
+    write(125, 188); // all
+    const catalog::Added other = Add("/vehicle/disk.img");
+    EXPECT_TRUE(other.isNew);
+    EXPECT_EQ(Find(0, 10000), (Lines{"bus 12 1 610-1249 1", "bus 12 2 1250-1889 1"}));
+}
+
 TEST_P(Catalogs, LetGoOfWhatWasOverwritten) {
     MakeDisk();
     for (uint32_t block = 0; block < 8; ++block) {
@@ -191,6 +235,21 @@ TEST_P(Catalogs, TellDisksApartThatWereFormattedAlike) {
     EXPECT_NE(second.disk, first);
     EXPECT_EQ(Catalog().List().size(), 2u);
     EXPECT_EQ(Find(5000, 5000).size(), 2u);
+}
+
+TEST_P(Catalogs, TellDisksOfOneVehicleApartThatWereFormattedAlike) {
+    WriteJourneys();
+    const int64_t first = Add("/shelf/1.img").disk;
+    WriteBlock(0, 1, 1000, 1101); // the same numbers, and all but the same times
+    WriteBlock(1, 2, 1102, 1200);
+    WriteBlock(2, 3, 1201, 1301);
+    WriteBlock(3, 4, 5000, 5101);
+    const catalog::Added second = Add("/shelf/2.img");
+    EXPECT_TRUE(second.isNew);
+    EXPECT_EQ(Find(1150, 1250), (Lines{"bus 12 1 1150-1250 1", "bus 12 2 1150-1250 1"}));
+    WriteJourneys();
+    EXPECT_EQ(Add("/shelf/1.img").disk, first);
+    EXPECT_EQ(Catalog().List().size(), 2u);
 }
 
 TEST_P(Catalogs, TakeADiskFormattedAnewForAnother) {
