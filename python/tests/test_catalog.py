@@ -95,6 +95,21 @@ def test_what_fails_is_named_and_the_rest_is_done(program: pathlib.Path, tmp_pat
     run(program, "remove", 99, here, code=1)
 
 
+def test_several_programs_add_to_one_new_file_at_once(program: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    images = [generate(tmp_path / f"{number}.img", blocks=4, seconds=5, seed=number, start=1_700_000_000 + 100 * number)
+              for number in range(12)]
+    here = f"--database={tmp_path / 'catalog.db'}"
+    # Each adds eight, and four of them are another one's too.
+    programs = [subprocess.Popen([str(program), "catalog", "add", *map(str, chosen), here, "--jobs", "4"],
+                                 stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+                for chosen in (images[:8], images[4:], images[:4] + images[8:])]
+    for each in programs:
+        assert each.communicate(timeout=200)[1] == "" and each.returncode == 0
+    disks = answer(program, "list", here)["catalogued_disks"]
+    assert sorted(str(disk["source_path"]) for disk in disks) == sorted(map(str, images))
+    assert len(answer(program, "find", here)["found"]) == 12
+
+
 def test_a_failing_disk_is_there_with_its_problems(program: pathlib.Path, tmp_path: pathlib.Path,
                                                    disk: pathlib.Path) -> None:
     here = f"--database={tmp_path / 'catalog.db'}"
