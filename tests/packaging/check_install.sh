@@ -7,6 +7,8 @@ set -euo pipefail
 build=$1 compiler=$2 with_aes=$3
 # shellcheck source=tests/packaging/check_consumers.sh
 source "$(dirname "$0")/check_consumers.sh"
+# shellcheck source=tests/packaging/check_python.sh
+source "$(dirname "$0")/check_python.sh"
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
@@ -30,6 +32,15 @@ if grep -w 'AES_[a-z_]*' "$scratch/symbols"; then exit 1; fi
 "$scratch/moved/bin/diskaccess" list "$scratch/disk" --format csv >/dev/null
 export CMAKE_PREFIX_PATH=$scratch/moved PKG_CONFIG_PATH=$libraries/pkgconfig LD_LIBRARY_PATH=$libraries
 check_consumers "$scratch" "$compiler" "$with_aes" "$scratch/disk"
+
+# The Python module finds its library beside it, wherever both are.
+if [ -e "$build/lib/python3/dist-packages/diskaccess" ]; then
+  for component in library python; do
+    cmake --install "$build" --prefix "$scratch/first" --component "$component" >/dev/null
+  done
+  mv "$scratch/first" "$scratch/python"
+  (unset LD_LIBRARY_PATH && check_python "$(dirname "$0")/../.." "$scratch/python/lib/python3/dist-packages" "$scratch/disk")
+fi
 
 # The examples build against the installed tree, as the page says, and the one that reads everything does so.
 cmake -S "$(dirname "$0")/../../examples" -B "$scratch/examples" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \

@@ -10,6 +10,8 @@ root=$1
 packages=(libdiskaccess1 libdiskaccess-dev libdiskrecordings1 libdiskrecordings-dev diskaccess python3-diskaccess)
 # shellcheck source=tests/packaging/check_consumers.sh
 source "$(dirname "$0")/check_consumers.sh"
+# shellcheck source=tests/packaging/check_python.sh
+source "$(dirname "$0")/check_python.sh"
 
 skip() {
   echo "skipped: $*"
@@ -51,6 +53,18 @@ export DEB_CXXFLAGS_STRIP=-g DEB_BUILD_OPTIONS="noautodbgsym noopt"
 "$root/scripts/package-deb" "$scratch/packages"
 lintian --allow-root --fail-on error "$scratch"/packages/*.changes
 
+# Unpacked into a folder, the module works from there too, if it is told where its library is.
+for package in diskaccess libdiskrecordings1 python3-diskaccess; do
+  dpkg-deb -x "$scratch/packages/${package}"_*.deb "$scratch/unpacked"
+done
+"$scratch/unpacked/usr/bin/diskaccess-sample" generate "$scratch/disk" --blocks 4 --block-size 1MiB --seconds 5
+(
+  LD_LIBRARY_PATH=$scratch/unpacked/usr/lib/$(dpkg-architecture -q DEB_HOST_MULTIARCH)
+  export LD_LIBRARY_PATH
+  check_python "$root" "$scratch/unpacked/usr/lib/python3/dist-packages" "$scratch/disk"
+)
+rm "$scratch/disk"
+
 trap 'apt purge --yes "${packages[@]}" || true; rm -rf "$scratch"' EXIT
 apt install --yes --no-install-recommends "$scratch"/packages/*.deb
 
@@ -70,7 +84,13 @@ dpkg --verify "${packages[@]}"
 
 diskaccess-sample generate "$scratch/disk" --blocks 4 --block-size 1MiB --seconds 5
 [ "$(diskaccess list "$scratch/disk" --format csv | wc -l)" = 5 ] # a line of headings, four records
-/usr/bin/python3 -c 'import diskaccess, sys; assert len(diskaccess.open(sys.argv[1]).records()) == 4' "$scratch/disk"
+check_python "$root" /usr/lib/python3/dist-packages "$scratch/disk"
+if /usr/bin/python3 -c 'import matplotlib' 2>/dev/null; then
+  mkdir "$scratch/disks"
+  ln -s ../disk "$scratch/disks"
+  /usr/bin/python3 -B /usr/share/doc/python3-diskaccess/examples/coverage_by_day.py "$scratch/disks" "$scratch/picture.png"
+  [ -s "$scratch/picture.png" ]
+fi
 check_consumers "$scratch" g++ ON "$scratch/disk"
 
 # There is no configuration: packages removed are packages gone, and there is nothing left to purge.
