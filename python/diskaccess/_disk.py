@@ -130,7 +130,8 @@ class Disk:
     def stills(self, time: Time, channels: Iterable[int] | None = None) -> list[_stills.Still]:
         """What channels showed at a time: of each the last frame at or before it, decoded in full size.
 
-        Channels of which no video was met are left out. A process without privileges decodes. Takes NumPy.
+        Channels of which no video was met are left out. A process without privileges decodes; it is a copy of this one,
+        so let no other thread decode meanwhile, with PyAV say. Takes NumPy.
         """
         return _stills.take(self._shared, self._clock, time, _channel_bits(channels))
 
