@@ -35,7 +35,8 @@ public:
     }
 
     std::optional<ExportResult> Run() {
-        CheckPlaces();
+        CheckPlaces(m_disk, m_rules.source, m_request);
+        m_result.manifest = m_request.WantsManifest() ? m_request.ManifestName() : "";
         for (const recordings::Problem& problem : m_disk.OpeningProblems()) {
             Problems()(problem);
         }
@@ -86,27 +87,6 @@ private:
         return m_request.container == Container::Raw
                    ? MakeRawSink(m_request.name, m_outputs)
                    : MakeContainerSink(m_request.name, m_request.container, m_outputs);
-    }
-
-    /// Looks at the places of all files that the export may make, before there is any work to be lost.
-    void CheckPlaces() {
-        if (m_request.stream) {
-            // It is open, and looked at when it is begun.
-        } else if (m_request.container == Container::Raw) {
-            // Which streams there are is not known yet: files of others may stay.
-            const OutputRules replacing = {m_rules.source, true};
-            for (const std::string& path :
-                 PossibleRawFiles(m_request.name, m_query.channels, m_request.audio)) {
-                OutputPlace(path).Check(replacing);
-            }
-        } else {
-            OutputPlace(m_request.name).Check(m_rules);
-        }
-        if (m_request.WantsManifest()) {
-            m_result.manifest = m_request.ManifestName();
-            OutputPlace(m_result.manifest).Check(m_rules);
-            CheckSignaturePlace(m_request, m_rules);
-        }
     }
 
     void ReportLocked() {
@@ -432,6 +412,26 @@ private:
 };
 
 } // namespace
+
+void CheckPlaces(const recordings::Disk& disk, const SourceIdentity& source, const ExportRequest& request) {
+    const OutputRules rules = {source, request.replace};
+    if (request.stream) {
+        // It is open, and looked at when it is begun.
+    } else if (request.container == Container::Raw) {
+        // Which streams there are is not known yet: files of others may stay.
+        const OutputRules replacing = {source, true};
+        for (const std::string& path :
+             PossibleRawFiles(request.name, request.channels.Without(disk.Hidden()), request.audio)) {
+            OutputPlace(path).Check(replacing);
+        }
+    } else {
+        OutputPlace(request.name).Check(rules);
+    }
+    if (request.WantsManifest()) {
+        OutputPlace(request.ManifestName()).Check(rules);
+        CheckSignaturePlace(request, rules);
+    }
+}
 
 std::optional<ExportResult> Export(const recordings::Disk& disk, const recordings::BlockList& blocks,
                                    const SourceIdentity& source, const ExportRequest& request,

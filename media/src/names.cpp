@@ -18,12 +18,16 @@ const char* NameOf(Container container) {
     }
 }
 
-std::string PartName(const std::string& path, size_t number) {
+std::string SuffixedName(const std::string& path, const std::string& suffix) {
     const std::filesystem::path whole(path);
     std::filesystem::path name = whole.stem();
-    name += fmt::format("-{}", number);
+    name += suffix;
     name += whole.extension();
     return (whole.parent_path() / name).string();
+}
+
+std::string PartName(const std::string& path, size_t number) {
+    return SuffixedName(path, fmt::format("-{}", number));
 }
 
 const char* NameOf(LeftOutReason reason) {

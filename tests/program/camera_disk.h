@@ -1,7 +1,11 @@
 #ifndef TESTS_PROGRAM_CAMERA_DISK_H
 #define TESTS_PROGRAM_CAMERA_DISK_H
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "media/cameras.h"
 #include "media/container_file.h"

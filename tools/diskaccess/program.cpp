@@ -93,6 +93,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddRangeOptions)
             .Takes(AddChannelOption)
             .Takes(AddExportOptions)
+            .Takes(AddSilenceOption)
             .Takes(AddEvidenceOptions)
             .Checks(CheckExport)
             .Confined(NeedsOfExport)

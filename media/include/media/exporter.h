@@ -24,7 +24,7 @@ namespace media {
 /// What is exported, and how. Of elementary streams, the name is what those of the files begin with.
 struct ExportRequest : Request {
     Container container = Container::Matroska;
-    AudioCodecs audio; ///< where it is known better than the disk does
+    AudioCodecs audio;     ///< where it is known better than the disk does
     bool clockText = true; ///< whether containers have a text track with the recorded time
     /// Where Matroska goes instead of to a file: open for writing, and the caller's. The name says what it is called, and
     /// there is a manifest only where one is named.
@@ -60,6 +60,10 @@ struct ExportResult {
     std::optional<AreaDigest> sourceDigest;      ///< of the whole source, if that is asked for
     std::vector<recordings::Problem> problems;
 };
+
+/// Looks at the places of the files that an export may make, as Export() does first.
+/// @throws Error when one is taken
+void CheckPlaces(const recordings::Disk& disk, const SourceIdentity& source, const ExportRequest& request);
 
 /// Exports a range: Matroska, MP4 or elementary streams, and a manifest beside them (NAME.json), with its signature
 /// (NAME.json.sig) if there is a key.

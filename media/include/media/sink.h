@@ -149,6 +149,9 @@ std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container conta
 /// @throws Error (NoContainers)
 std::unique_ptr<Sink> MakeStreamSink(const std::string& name, int stream, Outputs& outputs);
 
+/// A name with something before its ending: "journey-ch0.mkv" for "journey.mkv" and "-ch0".
+std::string SuffixedName(const std::string& path, const std::string& suffix);
+
 /// The name of another container of an export: "journey-2.mkv" beside "journey.mkv".
 std::string PartName(const std::string& path, size_t number);
 

@@ -243,6 +243,11 @@ void AddExportOptions(CLI::App& command, Options& options) {
                     "matroska or mp4 (default: as FILE ends, else matroska)")
         ->transform(completion::OneOf({"matroska", "mkv", "mp4"}))
         ->option_text("KIND");
+    command
+        .add_option("--split", options.split,
+                    "A file for each journey (FILE-j3.mkv, by its number) or channel (FILE-ch0.mkv)")
+        ->transform(completion::OneOf({"journey", "channel"}))
+        ->option_text("KIND");
     command.add_flag("--no-clock", options.noClock,
                      "Leave out the text track with the recorded time, the vehicle and the channels");
     command

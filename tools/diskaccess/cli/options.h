@@ -69,6 +69,7 @@ struct Options {
     std::string audio;
     bool raw = false;
     bool noClock = false;
+    std::string split;
     bool force = false;
 
     // view

@@ -4,6 +4,8 @@
 
 #include <ctime>
 #include <filesystem>
+#include <memory>
+#include <optional>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -74,9 +76,14 @@ media::Provenance ProvenanceOf(Context& context) {
                                                   context.Zone().Rfc3339(check->trueTime)};
     }
     if (options.hashSource) {
-        provenance.hashSource = [&context] {
+        // Once, however many exports there are.
+        provenance.hashSource = [&context, known = std::make_shared<std::optional<media::AreaDigest>>()] {
             const recordings::Source& bytes = context.Disk().Bytes();
-            return media::HashArea(bytes, 0, bytes.Size(), InterruptibleWatch(context, "hashing the source"));
+            if (!*known) {
+                *known = media::HashArea(bytes, 0, bytes.Size(),
+                                         InterruptibleWatch(context, "hashing the source"));
+            }
+            return **known;
         };
     }
     return provenance;

@@ -1,5 +1,8 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "cli/failure.h"
 #include "cli/interruption.h"
 #include "cli/output.h"
@@ -73,7 +76,14 @@ void SayThatNothingWasWritten(const Context& context) {
     Complain(fmt::format("{}: {}; nothing was written", context.Typed().partition, why));
 }
 
-void ShowTracks(Context& context, const media::ExportResult& result) {
+/// Exports one after the other, and what came of them.
+struct Exports {
+    std::vector<media::ExportResult> results;
+    bool lost = false;   ///< something is left out that the user expects to be there
+    bool failed = false; ///< of one, no file could be made
+};
+
+void ShowTracks(Context& context, const std::vector<media::ExportResult>& results) {
     Renderer& answer = context.Answer();
     answer.BeginTable({"tracks",
                        {{"channel", "CHANNEL"},
@@ -85,58 +95,141 @@ void ShowTracks(Context& context, const media::ExportResult& result) {
                         {"end", "END"},
                         {"file", "FILE"}},
                        {}});
-    for (const media::Track& track : result.tracks) {
-        answer.ShowRow(
-            {context.Names().Channel(track.channel), std::string(track.isVideo ? "video" : "audio"),
-             track.Codec(), track.frames, Bytes{track.bytes}, context.Clock().TrueInstant(track.first),
-             context.Clock().TrueInstant(track.last), Printable(result.outputs.at(track.output).path)});
+    for (const media::ExportResult& result : results) {
+        for (const media::Track& track : result.tracks) {
+            answer.ShowRow(
+                {context.Names().Channel(track.channel), std::string(track.isVideo ? "video" : "audio"),
+                 track.Codec(), track.frames, Bytes{track.bytes}, context.Clock().TrueInstant(track.first),
+                 context.Clock().TrueInstant(track.last), Printable(result.outputs.at(track.output).path)});
+        }
     }
     answer.EndTable();
 }
 
-void ShowSummary(Context& context, const media::ExportResult& result) {
+uint64_t SizeOf(const media::ExportResult& result) {
     uint64_t size = 0;
     for (const media::Exported& output : result.outputs) {
         size += output.size;
     }
-    uint64_t losses = 0;
-    for (const recordings::Problem& problem : result.problems) {
-        losses += problem.severity == recordings::Severity::Loss ? 1 : 0;
+    return size;
+}
+
+uint64_t LossesOf(const media::ExportResult& result) {
+    const auto losses =
+        std::count_if(result.problems.begin(), result.problems.end(), [](const recordings::Problem& problem) {
+            return problem.severity == recordings::Severity::Loss;
+        });
+    return static_cast<uint64_t>(losses);
+}
+
+Value PathOrNothing(const std::string& path) {
+    return path.empty() ? Value(Nothing()) : Value(Printable(path));
+}
+
+/// Each of several exports, which has a manifest of its own.
+void ShowExports(Context& context, const std::vector<media::ExportResult>& results) {
+    Renderer& answer = context.Answer();
+    answer.BeginTable({"exports",
+                       {{"size_bytes", "SIZE"},
+                        {"gap_count", "GAPS"},
+                        {"loss_count", "LOSSES"},
+                        {"manifest_file", "MANIFEST"},
+                        {"signature_file", ""}},
+                       {}});
+    for (const media::ExportResult& result : results) {
+        answer.ShowRow({Bytes{SizeOf(result)}, uint64_t{result.gaps.size()}, LossesOf(result),
+                        PathOrNothing(result.manifest), PathOrNothing(result.signature)});
     }
-    context.Answer().ShowFacts({{"size_bytes", "Written", Bytes{size}},
-                                {"gap_count", "Gaps", uint64_t{result.gaps.size()}},
-                                {"loss_count", "Losses", losses},
-                                {"manifest_file", "Manifest",
-                                 result.manifest.empty() ? Value(Nothing()) : Printable(result.manifest)},
-                                {"signature_file", result.signature.empty() ? "" : "Signature",
-                                 result.signature.empty() ? Value(Nothing()) : Printable(result.signature)}});
+    answer.EndTable();
+}
+
+void ShowSummary(Context& context, const std::vector<media::ExportResult>& results) {
+    uint64_t size = 0;
+    uint64_t gaps = 0;
+    uint64_t losses = 0;
+    for (const media::ExportResult& result : results) {
+        size += SizeOf(result);
+        gaps += result.gaps.size();
+        losses += LossesOf(result);
+    }
+    const bool isOne = results.size() < 2;
+    const std::string manifest = results.size() == 1 ? results.front().manifest : "";
+    const std::string signature = results.size() == 1 ? results.front().signature : "";
+    context.Answer().ShowFacts(
+        {{"size_bytes", "Written", Bytes{size}},
+         {"gap_count", "Gaps", gaps},
+         {"loss_count", "Losses", losses},
+         {"manifest_file", isOne ? "Manifest" : "", PathOrNothing(manifest)},
+         {"signature_file", signature.empty() ? "" : "Signature", PathOrNothing(signature)}});
+}
+
+/// Looks at the places of all files before the first is begun.
+void CheckAllPlaces(Context& context, const std::vector<media::ExportRequest>& requests) {
+    try {
+        for (const media::ExportRequest& request : requests) {
+            media::CheckPlaces(context.Disk(), context.Source(), request);
+        }
+    } catch (const media::Error& error) {
+        throw ToFailure(error);
+    }
+}
+
+std::string NothingFits(const Context& context, const media::ExportRequest& request,
+                        const media::ExportResult& result) {
+    const media::LeftOut& first = result.leftOut.front();
+    return fmt::format("{}: nothing of it can be put into a {} file: {}{}", context.Typed().partition,
+                       NameOf(request.container), first.description, HintFor(first));
+}
+
+Exports RunAll(Context& context, const std::vector<media::ExportRequest>& requests) {
+    Exports exports;
+    for (const media::ExportRequest& request : requests) {
+        const std::optional<media::ExportResult> result = Run(context, request);
+        if (!result) {
+            continue;
+        }
+        if (result->outputs.empty() && requests.size() == 1) {
+            throw Failure(NothingFits(context, request, *result));
+        }
+        if (result->outputs.empty()) {
+            Complain(request.name + ": " + NothingFits(context, request, *result));
+            exports.failed = true;
+            continue;
+        }
+        NoteSourceDigest(context, result->sourceDigest);
+        exports.lost = NoteLeftOut(*result) || exports.lost;
+        exports.results.push_back(*result);
+    }
+    return exports;
 }
 
 } // namespace
 
 ExitCode Export(Context& context) {
     media::QuietContainers();
-    media::ExportRequest request = RequestOf(context);
+    std::vector<media::ExportRequest> requests = RequestsOf(context);
     const std::optional<media::SigningKey> key = ReadSigningKey(context.Typed());
-    request.key = key ? &*key : nullptr;
-    const std::optional<media::ExportResult> result = Run(context, request);
-    if (!result) {
+    for (media::ExportRequest& request : requests) {
+        request.key = key ? &*key : nullptr;
+    }
+    CheckAllPlaces(context, requests);
+    const Exports exports = RunAll(context, requests);
+    if (exports.results.empty() && !exports.failed) {
         SayThatNothingWasWritten(context);
-    } else if (result->outputs.empty()) {
-        const media::LeftOut& first = result->leftOut.front();
-        throw Failure(fmt::format("{}: nothing of it can be put into a {} file: {}{}",
-                                  context.Typed().partition, NameOf(request.container), first.description,
-                                  HintFor(first)));
     }
-    const media::ExportResult shown = result.value_or(media::ExportResult());
-    NoteSourceDigest(context, shown.sourceDigest);
-    const bool lost = NoteLeftOut(shown);
-    if (!request.stream) {
-        ShowTracks(context, shown);
-        ShowSummary(context, shown);
+    const bool streamed = requests.front().stream.has_value();
+    if (!streamed) {
+        ShowTracks(context, exports.results);
+        if (requests.size() > 1) {
+            ShowExports(context, exports.results);
+        }
+        ShowSummary(context, exports.results);
     }
-    const ExitCode code = request.stream ? context.FinishWithoutAnswer() : context.Finish();
-    return code == kDone && lost ? kDataLost : code;
+    const ExitCode code = streamed ? context.FinishWithoutAnswer() : context.Finish();
+    if (exports.failed) {
+        return kFailed;
+    }
+    return code == kDone && exports.lost ? kDataLost : code;
 }
 
 } // namespace diskaccess

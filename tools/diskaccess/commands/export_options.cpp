@@ -11,6 +11,7 @@
 #include "cli/failure.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
+#include "commands/export_split.h"
 #include "commands/named.h"
 
 namespace diskaccess {
@@ -111,6 +112,9 @@ void CheckStandardOutput(const Options& options) {
         }
         return;
     }
+    if (!options.split.empty()) {
+        throw WrongUse("-o -: standard output is one file: leave --split out");
+    }
     if (options.raw || options.container == "mp4") {
         throw WrongUse("-o -: standard output takes Matroska alone: leave --raw and --container out");
     }
@@ -144,12 +148,6 @@ void CheckNames(const Options& options) {
     }
 }
 
-} // namespace
-
-bool GoesToStandardOutput(const Options& options) {
-    return options.output == "-";
-}
-
 media::ExportRequest RequestOf(Context& context) {
     const Options& options = context.Typed();
     media::ExportRequest request;
@@ -166,7 +164,26 @@ media::ExportRequest RequestOf(Context& context) {
     return request;
 }
 
+} // namespace
+
+std::vector<media::ExportRequest> RequestsOf(Context& context) {
+    media::ExportRequest request = RequestOf(context);
+    const std::string& kind = context.Typed().split;
+    return kind.empty() ? std::vector<media::ExportRequest>{std::move(request)}
+                        : Split(context, request, kind);
+}
+
+bool GoesToStandardOutput(const Options& options) {
+    return options.output == "-";
+}
+
 void CheckExport(const Options& options) {
+    if (options.raw && options.split == "channel") {
+        throw WrongUse("--raw makes a file of each channel anyway: leave --split out");
+    }
+    if (!options.split.empty()) {
+        CheckJourneys(options);
+    }
     CheckStandardOutput(options);
     WantedContainer(options);
     ReadAudio(options.audio);
