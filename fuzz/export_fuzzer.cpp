@@ -56,6 +56,21 @@ constexpr const char* kSource = "disk";
 constexpr const char* kSourceText = "the source";
 constexpr const char* kPlacedText = "what was there before";
 
+/// The file that an export to a stream goes to; it bears the name of the output from the start.
+class Stream {
+public:
+    explicit Stream(const std::string& path)
+        : m_descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)) {}
+    ~Stream() { close(m_descriptor); }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    int Descriptor() const { return m_descriptor; }
+
+private:
+    int m_descriptor;
+};
+
 /// The lowest number that the next descriptor gets.
 int NextDescriptor() {
     const int next = dup(STDERR_FILENO);
@@ -97,7 +112,9 @@ public:
         }
         CheckFiles(*result, before);
         CheckSizes(*result);
-        CheckManifest(*result);
+        if (!result->manifest.empty()) {
+            CheckManifest(*result);
+        }
         if (IsFaultless() && !m_fileFault) {
             CheckFrames(request, *result);
             MakeAgain(request, *result);
@@ -108,10 +125,16 @@ private:
     // ---- what is asked for
 
     ExportRequest MakeRequest() {
-        static constexpr Container kContainers[] = {Container::Raw, Container::Matroska, Container::Mp4};
+        static constexpr Container kContainers[] = {Container::Raw, Container::Matroska, Container::Mp4,
+                                                    Container::Matroska};
         ExportRequest request;
-        request.container = kContainers[Words().Below(std::size(kContainers))];
+        const uint32_t choice = Words().Below(std::size(kContainers));
+        request.container = kContainers[choice];
         request.name = m_folder.PathOf("out");
+        if (choice == 3) {
+            request.stream = m_stream.emplace(request.name).Descriptor();
+            request.manifest = Words().Flag() ? m_folder.PathOf("out.json") : "";
+        }
         request.range = Range();
         request.channels = Channels();
         request.replace = Words().Flag();
@@ -137,11 +160,12 @@ private:
 
     /// Puts something where the export wants to put a file.
     void PlaceSomething() {
-        static constexpr const char* kNames[] = {"out", "out.json", "out-ch0.h264", "out.json.sig"};
+        static constexpr const char* kNames[] = {"out.json", "out-ch0.h264", "out.json.sig", "out"};
         static constexpr Placed::Kind kKinds[] = {
             Placed::Nothing, Placed::Nothing,      Placed::Nothing,          Placed::Nothing, Placed::File,
             Placed::File,    Placed::LinkToSource, Placed::HardLinkToSource, Placed::Folder};
-        m_placed = {kKinds[Words().Below(std::size(kKinds))], kNames[Words().Below(std::size(kNames))]};
+        m_placed = {kKinds[Words().Below(std::size(kKinds))],
+                    kNames[Words().Below(std::size(kNames) - (m_stream ? 1 : 0))]};
         const std::string path = m_folder.PathOf(m_placed.name);
         const std::string source = m_folder.PathOf(kSource);
         switch (m_placed.kind) {
@@ -221,7 +245,9 @@ private:
             Require(SizeOf(output.path) == output.size, "a file is not as large as it is said to be");
             expected.insert(NameOfFile(output.path));
         }
-        expected.insert(NameOfFile(result.manifest));
+        if (!result.manifest.empty()) {
+            expected.insert(NameOfFile(result.manifest));
+        }
         Require(m_folder.Names() == expected, "there are other files than the export tells of");
     }
 
@@ -241,6 +267,9 @@ private:
                 "the files are larger than their frames allow");
         Require(m_calls <= kCallsOfAFile * (result.outputs.size() + 2) + size / kBytesOfACall,
                 "the export has made more system calls than its files allow");
+    }
+
+    void CheckManifest(const ExportResult& result) const {
         size_t segments = 0;
         for (const auto& each : result.segments) {
             segments += each.size();
@@ -250,9 +279,6 @@ private:
                                result.problems.size();
         Require(SizeOf(result.manifest) <= kManifestBytes + kManifestBytesOfAnEntry * entries,
                 "the manifest is larger than what it names allows");
-    }
-
-    void CheckManifest(const ExportResult& result) const {
         const ManifestFile manifest = ReadManifest(result.manifest);
         Require(manifest.files.size() == result.outputs.size(), "the manifest does not name all files");
         VerifyRequest request = {manifest};
@@ -289,7 +315,7 @@ private:
 
     /// The same range gives the same bytes.
     void MakeAgain(const ExportRequest& request, const ExportResult& result) {
-        if (Words().Below(4) != 1 || m_placed.kind != Placed::Nothing) {
+        if (Words().Below(4) != 1 || m_placed.kind != Placed::Nothing || m_stream) {
             return;
         }
         ExportRequest again = request;
@@ -307,6 +333,7 @@ private:
     }
 
     ScratchFolder m_folder;
+    std::optional<Stream> m_stream;
     Placed m_placed;
     bool m_fileFault = false;
     uint64_t m_calls = 0; ///< on files, of the last export

@@ -79,6 +79,7 @@ using fuzzing::FileCall;
 extern "C" {
 int __real_openat64(int folder, const char* path, int flags, mode_t mode);
 ssize_t __real_pwrite64(int fd, const void* data, size_t size, off64_t offset);
+ssize_t __real_write(int fd, const void* data, size_t size);
 ssize_t __real_pread64(int fd, void* data, size_t size, off64_t offset);
 int __real_ftruncate64(int fd, off64_t size);
 int __real_fsync(int fd);
@@ -86,6 +87,7 @@ int __real_renameat2(int from, const char* name, int to, const char* newName, un
 int __real_getentropy(void* data, size_t size);
 int __wrap_openat64(int folder, const char* path, int flags, ...);
 ssize_t __wrap_pwrite64(int fd, const void* data, size_t size, off64_t offset);
+ssize_t __wrap_write(int fd, const void* data, size_t size);
 ssize_t __wrap_pread64(int fd, void* data, size_t size, off64_t offset);
 int __wrap_ftruncate64(int fd, off64_t size);
 int __wrap_fsync(int fd);
@@ -109,6 +111,12 @@ ssize_t __wrap_pwrite64(int fd, const void* data, size_t size, off64_t offset) {
     return fate == Fate::Fail
                ? Failure(ENOSPC)
                : __real_pwrite64(fd, data, fate == Fate::Short ? (size + 1) / 2 : size, offset);
+}
+
+ssize_t __wrap_write(int fd, const void* data, size_t size) {
+    const Fate fate = Decide(FileCall::Write);
+    return fate == Fate::Fail ? Failure(ENOSPC)
+                              : __real_write(fd, data, fate == Fate::Short ? (size + 1) / 2 : size);
 }
 
 ssize_t __wrap_pread64(int fd, void* data, size_t size, off64_t offset) {

@@ -13,7 +13,7 @@ namespace fuzzing {
 
 enum class FileCall : uint8_t {
     Make,     ///< openat
-    Write,    ///< pwrite
+    Write,    ///< pwrite, write
     ReadBack, ///< pread
     Resize,   ///< ftruncate
     Sync,     ///< fsync
