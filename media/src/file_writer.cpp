@@ -44,9 +44,10 @@ enum class Fault { None, Writing, ReadingBack };
 
 /// What the threads know of the file.
 struct FileWriter::State {
-    explicit State(int file, bool isStream = false)
-        : descriptor(file), stream(isStream), piece(!isStream || IsFile(file) ? Chunk::kSize : kPipePiece) {}
-    ~State() { close(descriptor); }
+    explicit State(OwnedDescriptor file, bool isStream = false)
+        : owner(std::move(file)), descriptor(owner.Get()), stream(isStream),
+          piece(!isStream || IsFile(descriptor) ? Chunk::kSize : kPipePiece) {}
+    ~State() = default;
     State(const State&) = delete;
     State& operator=(const State&) = delete;
 
@@ -65,6 +66,7 @@ struct FileWriter::State {
     static void ReadBack(const std::shared_ptr<State>& state, Pipeline& pipeline);
     size_t Get(uint64_t offset, uint8_t* data);
 
+    const OwnedDescriptor owner;
     const int descriptor;
     const bool stream;  ///< written in order, and never read
     const size_t piece; ///< what is written at once
@@ -154,14 +156,15 @@ void FileWriter::State::ReadBack(const std::shared_ptr<State>& state, Pipeline& 
     state->Fail(Fault::ReadingBack, ENOMEM);
 }
 
-FileWriter::FileWriter(std::string path, int descriptor, Pipeline& pipeline)
-    : FileWriter(std::move(path), std::make_shared<State>(descriptor), pipeline) {}
+FileWriter::FileWriter(std::string path, OwnedDescriptor descriptor, Pipeline& pipeline)
+    : FileWriter(std::move(path), std::make_shared<State>(std::move(descriptor)), pipeline) {}
 
 FileWriter::FileWriter(std::string path, std::shared_ptr<State> state, Pipeline& pipeline)
     : m_path(std::move(path)), m_pipeline(pipeline), m_state(std::move(state)) {}
 
-std::unique_ptr<FileWriter> FileWriter::ToStream(std::string name, int stream, Pipeline& pipeline) {
-    auto state = std::make_shared<State>(stream, true);
+std::unique_ptr<FileWriter> FileWriter::ToStream(std::string name, OwnedDescriptor stream,
+                                                 Pipeline& pipeline) {
+    auto state = std::make_shared<State>(std::move(stream), true);
     return std::unique_ptr<FileWriter>(new FileWriter(std::move(name), std::move(state), pipeline));
 }
 

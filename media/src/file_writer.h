@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "owned_descriptor.h"
 #include "pipeline.h"
 
 namespace media {
@@ -18,10 +19,10 @@ public:
     /// @param path for messages
     /// @param descriptor an empty file, open for reading and writing; the writer closes it
     /// @param pipeline must outlive the writer
-    FileWriter(std::string path, int descriptor, Pipeline& pipeline);
+    FileWriter(std::string path, OwnedDescriptor descriptor, Pipeline& pipeline);
     /// Writes to what may be a pipe, from where it stands on: nothing can be rewritten there.
     /// @param stream the writer closes it
-    static std::unique_ptr<FileWriter> ToStream(std::string name, int stream, Pipeline& pipeline);
+    static std::unique_ptr<FileWriter> ToStream(std::string name, OwnedDescriptor stream, Pipeline& pipeline);
     /// What is not written yet is dropped.
     ~FileWriter();
     FileWriter(const FileWriter&) = delete;

@@ -48,7 +48,7 @@ public:
 
     /// Makes the file under a name that no other program can have put a link or a file of its own at.
     /// @return its descriptor
-    int Make();
+    OwnedDescriptor Make();
     void TakeName();
     void Keep();
     const std::string& Path() const { return m_place.Path(); }
@@ -93,7 +93,7 @@ OutputFile::Naming::~Naming() {
     }
 }
 
-int OutputFile::Naming::Make() {
+OwnedDescriptor OutputFile::Naming::Make() {
     int file = -1;
     for (int i = 0; i < kTries && file < 0; ++i) {
         m_temporary = TemporaryName();

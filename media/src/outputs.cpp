@@ -37,12 +37,12 @@ FileWriter& Outputs::MakeStream(const std::string& name, int stream) {
     if (fstat(stream, &status) == 0 && m_rules.source.Includes(status)) {
         throw Error(ErrorKind::OutputIsSource, name + ": leads into the source, which is never written");
     }
-    const int own = fcntl(stream, F_DUPFD_CLOEXEC, 0);
-    if (own < 0) {
+    OwnedDescriptor own = fcntl(stream, F_DUPFD_CLOEXEC, 0);
+    if (own.Get() < 0) {
         throw Error(ErrorKind::CannotMake, name + ": cannot be written: " + std::strerror(errno));
     }
     m_streamName = name;
-    m_stream = FileWriter::ToStream(name, own, *m_pipeline);
+    m_stream = FileWriter::ToStream(name, std::move(own), *m_pipeline);
     return *m_stream;
 }
 
