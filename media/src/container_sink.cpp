@@ -24,9 +24,9 @@ public:
           m_muxer(m_path, m_container, m_file), m_predictor(MakeHeadPredictor(container)) {}
 
     /// A stream's.
-    ContainerSink(const std::string& name, FileWriter& stream)
-        : m_path(name), m_output(0), m_container(Container::Matroska), m_streamed(true), m_file(&stream),
-          m_muxer(m_path, m_container, m_file, m_streamed), m_predictor(MakeStreamHead()) {}
+    ContainerSink(std::string name, FileWriter& stream)
+        : m_path(std::move(name)), m_output(0), m_container(Container::Matroska), m_streamed(true),
+          m_file(&stream), m_muxer(m_path, m_container, m_file, m_streamed), m_predictor(MakeStreamHead()) {}
 
     std::optional<LeftOutReason> Refusal(const Track& track, const recordings::Frame& frame) const override {
         Parameters unused;

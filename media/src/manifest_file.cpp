@@ -39,6 +39,7 @@ struct Unfit {
 };
 
 /// Makes values of what is parsed. What need not be looked at is not kept.
+// NOLINTNEXTLINE(bugprone-exception-escape): the check takes the JSON library's own assertions for exceptions
 class Builder : public nlohmann::json_sax<Json> {
 public:
     Json Take() { return std::move(m_root); }
