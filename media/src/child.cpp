@@ -21,6 +21,7 @@
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "media/error.h"
 
@@ -196,13 +197,14 @@ bool ReadAnswer(int pipe, const ChildLimits& limits, const std::function<void()>
                 std::vector<uint8_t>& answer) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point end = Clock::now() + std::chrono::seconds(limits.seconds);
+    Clock::time_point next = Clock::now() + std::chrono::seconds(limits.silence);
     std::array<uint8_t, 0x10000> piece;
     for (;;) {
         if (meanwhile) {
             meanwhile();
         }
         const int64_t left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::min(end, next) - Clock::now()).count();
         pollfd wait = {pipe, POLLIN, 0};
         const int ready = left <= 0 ? -1 : poll(&wait, 1, static_cast<int>(std::min(left, kLookMillis)));
         if (left > 0 && (ready == 0 || (ready < 0 && errno == EINTR))) {
@@ -216,6 +218,7 @@ bool ReadAnswer(int pipe, const ChildLimits& limits, const std::function<void()>
             return false;
         }
         answer.insert(answer.end(), piece.begin(), piece.begin() + got);
+        next = Clock::now() + std::chrono::seconds(limits.silence);
     }
 }
 
@@ -224,6 +227,12 @@ bool ReadAnswer(int pipe, const ChildLimits& limits, const std::function<void()>
 std::optional<std::vector<uint8_t>> InChild(const std::function<bool(int answer)>& work,
                                             const ChildLimits& limits,
                                             const std::function<void()>& meanwhile) {
+    ChildAnswer answer = HearChild(work, limits, meanwhile);
+    return answer.complete ? std::optional(std::move(answer.bytes)) : std::nullopt;
+}
+
+ChildAnswer HearChild(const std::function<bool(int answer)>& work, const ChildLimits& limits,
+                      const std::function<void()>& meanwhile) {
     std::array<int, 2> ends = {-1, -1};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         throw Error(ErrorKind::CannotMake,
@@ -242,12 +251,10 @@ std::optional<std::vector<uint8_t>> InChild(const std::function<bool(int answer)
                     std::string("cannot start a child process: ") + std::strerror(error));
     }
     Child child(id);
-    std::vector<uint8_t> answer;
-    const bool complete = ReadAnswer(end.Descriptor(), limits, meanwhile, answer);
-    if (complete && child.Succeeded()) {
-        return answer;
-    }
-    return std::nullopt;
+    ChildAnswer answer;
+    const bool heard = ReadAnswer(end.Descriptor(), limits, meanwhile, answer.bytes);
+    answer.complete = heard && child.Succeeded();
+    return answer;
 }
 
 } // namespace media

@@ -11,6 +11,7 @@ namespace media {
 /// What a child process may use.
 struct ChildLimits {
     uint32_t seconds = 20;               ///< of its processor, and of the clock on the wall
+    uint32_t silence = 20;               ///< seconds without a byte of the answer
     uint64_t memory = uint64_t{1} << 30; ///< bytes beyond what this process has
     uint64_t answer = uint64_t{1} << 28; ///< bytes that it may answer
 };
@@ -27,6 +28,16 @@ struct ChildLimits {
 std::optional<std::vector<uint8_t>> InChild(const std::function<bool(int answer)>& work,
                                             const ChildLimits& limits,
                                             const std::function<void()>& meanwhile = {});
+
+/// What a child has answered, also one that did not come to its end.
+struct ChildAnswer {
+    std::vector<uint8_t> bytes;
+    bool complete = false; ///< the work has succeeded
+};
+
+/// The same for work that answers as it goes.
+ChildAnswer HearChild(const std::function<bool(int answer)>& work, const ChildLimits& limits,
+                      const std::function<void()>& meanwhile = {});
 
 } // namespace media
 

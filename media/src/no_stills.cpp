@@ -1,4 +1,5 @@
 #include "media/error.h"
+#include "media/picture_check.h"
 #include "media/picture_series.h"
 #include "media/stills.h"
 
@@ -31,5 +32,12 @@ std::optional<std::vector<SeriesPicture>> DecodeSeries(const std::vector<SeriesF
 std::vector<uint8_t> EncodePicture(const Picture& /*picture*/, PictureFormat /*format*/) {
     NotBuilt();
 }
+
+void PictureCheck::Take(const recordings::Frame& /*frame*/, bool /*afterLoss*/,
+                        const recordings::ProblemSink& /*problems*/) {
+    NotBuilt();
+}
+
+void PictureCheck::Finish(const recordings::ProblemSink& /*problems*/) {}
 
 } // namespace media

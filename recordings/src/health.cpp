@@ -36,6 +36,9 @@ public:
         m_blocks.Report({}, [this](const Problem& problem) { TakeOfList(problem); });
         CheckMarks();
         CheckBlocks();
+        if (m_request.payloads != nullptr) {
+            m_request.payloads->Finish(TakeProblems());
+        }
         return m_checked;
     }
 
@@ -46,6 +49,10 @@ private:
         Finding finding;
         finding.problem = problem;
         return finding;
+    }
+
+    ProblemSink TakeProblems() {
+        return [this](const Problem& problem) { Take(FindingOf(problem)); };
     }
 
     /// What the list of blocks says of heads is said once more, with the fields, when the block itself is checked.
@@ -90,7 +97,7 @@ private:
                     {before ? &*before : nullptr, &*at, after ? &*after : nullptr, i + 1 == blocks.size()});
             }
             if (at && m_request.full) {
-                CheckFrames(blocks[i]);
+                CheckFrames(blocks[i], before && blocks[i - 1].sequence + 1 == blocks[i].sequence);
             }
             before = at;
             at = after;
@@ -103,16 +110,19 @@ private:
         return Known(block) ? std::optional(BlockParts::Read(m_disk, block)) : std::nullopt;
     }
 
-    void CheckFrames(const Block& block) {
-        BlockFrames frames(m_disk, block, Want::Payloads,
-                           [this](const Problem& problem) { Take(FindingOf(problem)); });
+    /// @param follows on the block that was checked last
+    void CheckFrames(const Block& block, bool follows) {
+        BlockFrames frames(m_disk, block, Want::Payloads, TakeProblems());
+        bool between = !follows || m_lostAtEnd; // lost before the frame that comes next
         StreamCheck streams;
         Ends ends = {};
         Frame frame;
-        for (bool lost = false; frames.Next(frame, lost);) {
+        for (m_lostAtEnd = false; frames.Next(frame, m_lostAtEnd);) {
             ++m_checked.frames;
             m_checked.bytes += frame.size;
             streams.Take(frame);
+            CheckPayload(frame, m_lostAtEnd || between);
+            between = false;
             if (frame.IsMedia()) {
                 ends.at(frame.channel) = uint64_t{frame.offset} + sizeof(FrameHead_t) + frame.size;
             }
@@ -122,6 +132,15 @@ private:
         }
         for (const Problem& problem : streams.Finish(block.number)) {
             Take(FindingOf(problem));
+        }
+    }
+
+    /// What is wrong with a payload tells nothing of the index.
+    void CheckPayload(const Frame& frame, bool afterLoss) {
+        if (m_request.payloads != nullptr) {
+            const bool anyLoss = m_anyLoss;
+            m_request.payloads->Take(frame, afterLoss, TakeProblems());
+            m_anyLoss = anyLoss;
         }
     }
 
@@ -203,6 +222,7 @@ private:
     std::set<uint32_t> m_markedBad; ///< blocks that hold a recording all the same
     const Block* m_block = nullptr; ///< that is being checked
     bool m_anyLoss = false;         ///< of that block
+    bool m_lostAtEnd = false;       ///< something of the block that was read last, after its last frame
     std::set<std::pair<std::optional<uint32_t>, Severity>>
         m_reported; ///< channels whose index was found damaged
 };

@@ -76,6 +76,10 @@ const char* MeaningOf(ProblemKind kind) {
                "not rightly.";
     case ProblemKind::ParametersMissing:
         return "A player that begins in this block shows nothing of the channel.";
+    case ProblemKind::PicturesDamaged:
+        return "What lies in these frames has changed since it was recorded, though their heads are whole. "
+               "The "
+               "pictures up to the next key frame build on them, and may show what was not there.";
     }
     return "";
 }
@@ -112,6 +116,7 @@ const char* AdviceFor(ProblemKind kind) {
     case ProblemKind::BlocksLost:
     case ProblemKind::BytesDamaged:
     case ProblemKind::FramesMissing:
+    case ProblemKind::PicturesDamaged:
         return kCompareCopy;
     case ProblemKind::BlockMarkedBad:
         return "Look at the block with the program's dump; what lies in it may be whole.";

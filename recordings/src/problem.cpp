@@ -122,6 +122,9 @@ public:
         case ProblemKind::ParametersMissing:
             return block + ChannelText(p) + ": none of " + Count(p.count, "key frame") +
                    " carries the parameters that it takes to decode it" + Between();
+        case ProblemKind::PicturesDamaged:
+            return block + ChannelText(p) + ": " + Count(p.count, "picture") +
+                   (p.count == 1 ? " does" : " do") + " not decode, or not whole" + Between();
         }
         return block;
     }
@@ -227,6 +230,8 @@ const char* NameOf(ProblemKind kind) {
         return "payloads_damaged";
     case ProblemKind::ParametersMissing:
         return "parameters_missing";
+    case ProblemKind::PicturesDamaged:
+        return "pictures_damaged";
     }
     return "unknown";
 }

@@ -122,6 +122,21 @@ TEST_F(CheckCommand, LinesForMachines) {
     EXPECT_EQ(csv.rfind("severity,problem,disk_offset,start,end,channels,text,fields,block,", 0), 0u) << csv;
 }
 
+TEST_F(CheckCommand, DecodesWhenAskedTo) {
+    EXPECT_EQ(Check({"--decode"}).exitCode, 2); // takes --full
+    if (HAVE_STILLS == 0) {
+        GTEST_SKIP() << "built without libavcodec and libswscale";
+    }
+    // The fifty pictures were made from a seed: no decoder knows them.
+    const ProgramResult result = Check({"--full", "--decode"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("Pictures decoded   0\nPictures left out  50\n"), std::string::npos)
+        << result.out;
+    const Json document = Json::parse(Check({"--full", "--decode", "--json"}).out);
+    EXPECT_EQ(SchemaErrors("check", document), "") << document.dump(1);
+    EXPECT_EQ(document["skipped_picture_count"], 50);
+}
+
 TEST_F(CheckCommand, LooksBehindTheLock) {
     Disk().EditHead([](PartHead_t& head) {
         head.Encrypt = 1;

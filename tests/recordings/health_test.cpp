@@ -300,7 +300,7 @@ TEST_F(Health, EndsWhenItsWatchSaysSo) {
 }
 
 TEST(HealthWords, EachKindHasAMeaningAndAdvice) {
-    for (int kind = 0; kind <= static_cast<int>(ProblemKind::ParametersMissing); ++kind) {
+    for (int kind = 0; kind <= static_cast<int>(ProblemKind::PicturesDamaged); ++kind) {
         EXPECT_STRNE(recordings::MeaningOf(static_cast<ProblemKind>(kind)), "") << kind;
         EXPECT_STRNE(recordings::AdviceFor(static_cast<ProblemKind>(kind)), "") << kind;
     }

@@ -76,6 +76,7 @@ std::vector<Command> AllCommands() {
         OnDisk("space", "How much of the ring was ever written").Does(Asks(Space)),
         OnDisk("check", "How healthy the disk is: what contradicts what, what that means and what to do")
             .Takes(AddCheckOptions)
+            .Checks(CheckCheck)
             .Does(Asks(Check)),
         OnDisk("play", "The frames of recordings, a line each")
             .Takes(AddRangeOptions)

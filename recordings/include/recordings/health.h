@@ -12,6 +12,7 @@
 #include "recordings/blocks.h"
 #include "recordings/disk.h"
 #include "recordings/export.h"
+#include "recordings/frame.h"
 #include "recordings/problem.h"
 #include "recordings/query.h"
 
@@ -27,10 +28,24 @@ struct Finding {
     ChannelSet channels; ///< that it concerns; empty: not known, or none
 };
 
+/// Looks at payloads further than this library does, which has no decoder. It gets the frames of a full check, as they are
+/// read: oldest block first.
+class PayloadCheck {
+public:
+    virtual ~PayloadCheck() = default;
+    /// @param frame with its payload
+    /// @param afterLoss whether something is lost between this frame and the one before
+    /// @param problems takes what is found: of this frame, or of one before it
+    virtual void Take(const Frame& frame, bool afterLoss, const ProblemSink& problems) = 0;
+    /// No frame follows.
+    virtual void Finish(const ProblemSink& problems) = 0;
+};
+
 /// What is checked.
 struct CheckRequest {
     /// Read every frame too: each is held against the index and its neighbours, and video against what it is said to be.
     bool full = false;
+    PayloadCheck* payloads = nullptr; ///< gets every frame of a full check
 };
 
 /// What a check went through.

@@ -52,7 +52,8 @@ enum class ProblemKind {
     BlockRetired,           ///< the recorder does not use the block any more; block
     ClockSetBack,           ///< a block begins before the one recorded before it ends; block, before, after
     PayloadsDamaged, ///< payloads are not what the channel's others are; block, channel, count, offset of the first
-    ParametersMissing ///< no key frame carries what it takes to decode it; block, channel, count
+    ParametersMissing, ///< no key frame carries what it takes to decode it; block, channel, count
+    PicturesDamaged ///< pictures in a row do not decode; block, channel, offset of the first, count, before, after
 };
 
 enum class Severity {

@@ -174,8 +174,10 @@ void AddListOptions(CLI::App& command, Options& options) {
 }
 
 void AddCheckOptions(CLI::App& command, Options& options) {
-    command.add_flag("--full", options.full,
-                     "Read every frame too, and hold it against the index, its neighbours and its type");
+    auto* const full =
+        command.add_flag("--full", options.full,
+                         "Read every frame too, and hold it against the index, its neighbours and its type");
+    command.add_flag("--decode", options.decode, "With --full: decode every picture too")->needs(full);
 }
 
 void AddPlayOptions(CLI::App& command, Options& options) {

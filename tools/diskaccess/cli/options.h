@@ -50,6 +50,7 @@ struct Options {
 
     // check
     bool full = false;
+    bool decode = false;
 
     // play
     bool iframes = false;

@@ -1,7 +1,12 @@
 #include <set>
 #include <string>
 
+#include "cli/failure.h"
 #include "commands/commands.h"
+#include "commands/evidence.h"
+#include "media/error.h"
+#include "media/picture_check.h"
+#include "media/stills.h"
 #include "recordings/health.h"
 
 namespace diskaccess {
@@ -43,8 +48,10 @@ public:
     explicit Checker(Context& context) : m_context(context) {}
 
     ExitCode Run() {
+        media::PictureCheck pictures;
         recordings::CheckRequest request;
         request.full = m_context.Typed().full;
+        request.payloads = m_context.Typed().decode ? &pictures : nullptr;
         const recordings::BlockList& blocks = m_context.Blocks();
         Renderer& answer = m_context.Answer();
         answer.BeginTable(FindingTable());
@@ -53,12 +60,15 @@ public:
             m_context.Watch("checking"));
         answer.EndTable();
         answer.ShowProse({Explanations()});
+        const bool decode = m_context.Typed().decode;
         answer.ShowFacts({{"finding_count", "Findings", m_losses + m_notes},
                           {"loss_count", "Of these, losses", m_losses},
                           {"checked_block_count", "Blocks checked", uint64_t{checked.blocks}},
                           {"full", "Every frame read", request.full},
                           {"frame_count", "Frames read", checked.frames},
-                          {"payload_bytes", "Bytes of them", Bytes{checked.bytes}}});
+                          {"payload_bytes", "Bytes of them", Bytes{checked.bytes}},
+                          {"decoded_picture_count", decode ? "Pictures decoded" : "", pictures.Decoded()},
+                          {"skipped_picture_count", decode ? "Pictures left out" : "", pictures.LeftOut()}});
         return m_context.FinishWith(m_losses != 0 ? kDataLost : kDone);
     }
 
@@ -92,9 +102,11 @@ private:
     /// What each kind of finding means and what to do, once; of a sound disk that it is sound.
     std::string Explanations() const {
         if (m_kinds.empty()) {
-            return m_context.Typed().full ? "The disk is sound: nothing on it contradicts anything else.\n"
-                                          : "Nothing was found in the tables, heads, tails and indexes. "
-                                            "--full reads every frame too.\n";
+            return m_context.Typed().decode ? "The disk is sound: nothing on it contradicts anything else, "
+                                              "and its pictures decode.\n"
+                   : m_context.Typed().full ? "The disk is sound: nothing on it contradicts anything else.\n"
+                                            : "Nothing was found in the tables, heads, tails and indexes. "
+                                              "--full reads every frame too.\n";
         }
         std::string text;
         for (const ProblemKind kind : m_kinds) {
@@ -111,8 +123,18 @@ private:
 
 } // namespace
 
+void CheckCheck(const Options& options) {
+    if (options.decode && !media::StillsSupported()) {
+        throw WrongUse("--decode: this program was built without libavcodec and libswscale");
+    }
+}
+
 ExitCode Check(Context& context) {
-    return Checker(context).Run();
+    try {
+        return Checker(context).Run();
+    } catch (const media::Error& error) {
+        throw ToFailure(error);
+    }
 }
 
 } // namespace diskaccess

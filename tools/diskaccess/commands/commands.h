@@ -30,6 +30,7 @@ ExitCode View(Context& context);
 void CheckTimeline(const Options& options);
 void CheckJourneys(const Options& options);
 void CheckPlay(const Options& options);
+void CheckCheck(const Options& options);
 void CheckStill(const Options& options);
 void CheckExport(const Options& options);
 void CheckExtract(const Options& options);

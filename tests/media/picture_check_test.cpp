@@ -1,0 +1,251 @@
+// A check that decodes: nothing on sound pictures, and the frame of each that does not decode.
+
+#include "media/picture_check.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "child.h"
+#include "libav.h"
+#include "picture_states.h"
+#include "recordings/recordings_fixture.h"
+#include "sample_recorder/recorder.h"
+#include "video_decoder.h"
+
+namespace {
+
+using media::VideoCodec;
+using recordings::Finding;
+using recordings::ProblemKind;
+using sample_recorder::Frame;
+using Bytes = std::vector<uint8_t>;
+
+constexpr int64_t kStart = 1795183200 * int64_t{1000000}; // 2026-11-20 14:00:00 UTC
+constexpr int64_t kStep = 200000;                         // five pictures a second
+constexpr int kPictures = 20;
+constexpr int kDistance = 5; ///< every fifth is a key frame
+
+/// Pictures full of detail that moves, as a camera encodes them.
+class BusyCamera {
+public:
+    explicit BusyCamera(VideoCodec codec) {
+        av_log_set_level(AV_LOG_ERROR);
+        const AVCodec* const encoder =
+            avcodec_find_encoder_by_name(codec == VideoCodec::H264 ? "libx264" : "libx265");
+        m_codec.reset(avcodec_alloc_context3(encoder));
+        m_codec->width = 192;
+        m_codec->height = 128;
+        m_codec->pix_fmt = AV_PIX_FMT_YUV420P;
+        m_codec->time_base = {1, 5};
+        m_codec->gop_size = kDistance;
+        m_codec->max_b_frames = 0;
+        m_codec->thread_count = 1;
+        av_opt_set(m_codec->priv_data, "tune", "zerolatency", 0);
+        av_opt_set(m_codec->priv_data, "x265-params",
+                   "log-level=none:pools=none:frame-threads=1:repeat-headers=1:scenecut=0", 0);
+        av_opt_set(m_codec->priv_data, "x264-params", "scenecut=0", 0);
+        if (avcodec_open2(m_codec.get(), encoder, nullptr) < 0) {
+            throw std::runtime_error(encoder->name);
+        }
+    }
+
+    Frame Take(int number) {
+        const media::FramePointer picture(av_frame_alloc());
+        picture->width = m_codec->width;
+        picture->height = m_codec->height;
+        picture->format = m_codec->pix_fmt;
+        picture->pts = number;
+        av_frame_get_buffer(picture.get(), 0);
+        for (int plane = 0; plane < 3; ++plane) {
+            const int rows = plane == 0 ? picture->height : picture->height / 2;
+            for (int at = 0; at < picture->linesize[plane] * rows; ++at) {
+                m_seed = m_seed * 1103515245 + 12345;
+                picture->data[plane][at] = static_cast<uint8_t>(
+                    (static_cast<uint32_t>(at / 3 + number * 7) + (m_seed >> 28)) & 0xFF);
+            }
+        }
+        avcodec_send_frame(m_codec.get(), picture.get());
+        const media::Packet packet(av_packet_alloc());
+        Frame taken;
+        if (avcodec_receive_packet(m_codec.get(), packet.get()) == 0) {
+            taken.payload.assign(packet->data, packet->data + packet->size);
+            taken.type = (packet->flags & AV_PKT_FLAG_KEY) != 0 ? 1 : 0;
+        }
+        taken.pts = kStart + number * kStep;
+        return taken;
+    }
+
+private:
+    media::Codec m_codec;
+    uint32_t m_seed = 1;
+};
+
+std::vector<Bytes> Payloads(VideoCodec codec) {
+    BusyCamera camera(codec);
+    std::vector<Bytes> payloads;
+    for (int number = 0; number < kDistance; ++number) {
+        payloads.push_back(camera.Take(number).payload);
+    }
+    return payloads;
+}
+
+class PictureCheck : public test_support::RecordingsFixture {
+protected:
+    /// Camera 3 sends H.264, camera 5 H.265.
+    void Record() {
+        sample_recorder::RecorderSettings settings;
+        settings.channels = 0x28;
+        sample_recorder::Format format;
+        format.blockSize = 4 << 20; // one holds all
+        sample_recorder::Recorder recorder(MakeDisk(format), settings);
+        BusyCamera h264(VideoCodec::H264);
+        BusyCamera h265(VideoCodec::H265);
+        uint32_t offset = 0;
+        for (int number = 0; number < kPictures; ++number) {
+            for (const uint32_t channel : {3u, 5u}) {
+                Frame frame = (channel == 3 ? h264 : h265).Take(number);
+                frame.channel = channel;
+                ASSERT_EQ(frame.type, number % kDistance == 0 ? 1u : 0u);
+                recorder.Write(frame);
+                m_offsets[channel].push_back(offset);
+                m_sizes[channel].push_back(static_cast<uint32_t>(frame.payload.size()));
+                offset += static_cast<uint32_t>(sizeof(FrameHead_t) + frame.payload.size());
+            }
+        }
+        recorder.PowerOff();
+    }
+
+    /// All but the first quarter of a payload is other bytes; its length stays.
+    void Damage(uint32_t channel, size_t number) {
+        const uint32_t size = m_sizes[channel].at(number);
+        const Bytes rubbish(size - size / 4, 0xFF);
+        Image().Write(Image().FrameOffset(0, m_offsets[channel].at(number)) + sizeof(FrameHead_t) + size / 4,
+                      rubbish.data(), rubbish.size());
+    }
+
+    std::vector<Finding> Check() {
+        m_check = {};
+        std::vector<Finding> findings;
+        const recordings::Disk& disk = Open();
+        recordings::CheckRequest request;
+        request.full = true;
+        request.payloads = &m_check;
+        CheckHealth(disk, recordings::BlockList::Read(disk), request,
+                    [&](const Finding& finding) { findings.push_back(finding); });
+        return findings;
+    }
+
+    std::map<uint32_t, std::vector<uint32_t>> m_offsets; ///< of each channel's frames
+    std::map<uint32_t, std::vector<uint32_t>> m_sizes;
+    media::PictureCheck m_check;
+};
+
+TEST_F(PictureCheck, FindsNothingOnASoundDisk) {
+    Record();
+    EXPECT_TRUE(Check().empty());
+    EXPECT_EQ(m_check.Decoded(), uint64_t{2 * kPictures});
+    EXPECT_EQ(m_check.LeftOut(), 0u);
+}
+
+TEST_F(PictureCheck, NamesTheFrameThatDoesNotDecode) {
+    for (const uint32_t channel : {3u, 5u}) {
+        for (const size_t number : {size_t{10}, size_t{17}}) { // a key frame, and one that builds on others
+            Record();
+            Damage(channel, number);
+            const std::vector<Finding> findings = Check();
+            ASSERT_FALSE(findings.empty()) << channel << " " << number;
+            const recordings::Problem& problem = findings.front().problem;
+            EXPECT_EQ(problem.kind, ProblemKind::PicturesDamaged);
+            EXPECT_EQ(problem.severity, recordings::Severity::Loss);
+            EXPECT_EQ(problem.block, 0u);
+            EXPECT_EQ(problem.offset, m_offsets[channel].at(number));
+            EXPECT_EQ(problem.channel, channel);
+            EXPECT_EQ(problem.before, kStart + static_cast<int64_t>(number) * kStep);
+            EXPECT_EQ(findings.front().place, Image().FrameOffset(0, m_offsets[channel].at(number)));
+            EXPECT_EQ(findings.front().channels.bits, 1u << channel);
+            EXPECT_EQ(m_check.Decoded(), uint64_t{2 * kPictures});
+            m_offsets.clear();
+            m_sizes.clear();
+        }
+    }
+}
+
+TEST_F(PictureCheck, PicturesInARowAreOneFinding) {
+    Record();
+    for (const size_t number : {size_t{6}, size_t{7}, size_t{8}}) {
+        Damage(3, number);
+    }
+    const std::vector<Finding> findings = Check();
+    ASSERT_FALSE(findings.empty());
+    EXPECT_EQ(findings.front().problem.offset, m_offsets[3].at(6));
+    EXPECT_GE(findings.front().problem.count, 3u);
+    EXPECT_EQ(findings.front().problem.before, kStart + 6 * kStep);
+    EXPECT_GE(findings.front().problem.after.value_or(0), kStart + 8 * kStep);
+}
+
+TEST_F(PictureCheck, WhatComesAfterALossIsLeftOut) {
+    Record();
+    // Nothing is left of picture 6 of camera 3: no picture of any camera up to its next key frame is judged.
+    const uint64_t start = Image().FrameOffset(0, m_offsets[3].at(6));
+    const Bytes rubbish(m_offsets[5].at(6) - m_offsets[3].at(6), 0x11);
+    Image().Write(start, rubbish.data(), rubbish.size());
+    for (const Finding& finding : Check()) {
+        EXPECT_NE(finding.problem.kind, ProblemKind::PicturesDamaged);
+    }
+    EXPECT_GE(m_check.LeftOut(), 6u);
+    EXPECT_GE(m_check.Decoded(), 20u);
+}
+
+TEST_F(PictureCheck, VideoThatIsNotKnownIsLeftOut) {
+    sample_recorder::RecorderSettings settings;
+    settings.channels = 0x1;
+    sample_recorder::Recorder recorder(MakeDisk(), settings);
+    for (int number = 0; number < 8; ++number) {
+        Frame frame;
+        frame.pts = kStart + number * kStep;
+        frame.type = number % 4 == 0 ? 1 : 0;
+        frame.payload = Bytes(300, 0x37);
+        recorder.Write(frame);
+    }
+    recorder.PowerOff();
+    EXPECT_TRUE(Check().empty());
+    EXPECT_EQ(m_check.LeftOut(), 8u);
+    EXPECT_EQ(m_check.Decoded(), 0u);
+}
+
+TEST(PictureStates, AnswerForEveryFrame) {
+    for (const VideoCodec codec : {VideoCodec::H264, VideoCodec::H265}) {
+        std::vector<Bytes> payloads = Payloads(codec);
+        EXPECT_EQ(media::DecodePictures(codec, payloads), std::vector<bool>(kDistance, true));
+        payloads[4].clear();
+        EXPECT_EQ(media::DecodePictures(codec, payloads), (std::vector<bool>{true, true, true, true, false}));
+        payloads.assign(3, Bytes(500, 0xFF));
+        EXPECT_EQ(media::DecodePictures(codec, payloads), std::vector<bool>(3, false));
+    }
+}
+
+TEST(ChildThatAnswers, IsHeardUpToItsEnd) {
+    const auto work = [](int answer) {
+        return media::WriteAll(answer, "half", 4) && media::WriteAll(-1, "x", 1);
+    };
+    const media::ChildAnswer answer = media::HearChild(work, {});
+    EXPECT_FALSE(answer.complete);
+    EXPECT_EQ(answer.bytes, (Bytes{'h', 'a', 'l', 'f'}));
+}
+
+TEST(ChildThatAnswers, IsEndedWhenItFallsSilent) {
+    media::ChildLimits limits;
+    limits.seconds = 600;
+    limits.silence = 1;
+    const auto work = [](int answer) {
+        for (volatile int i = media::WriteAll(answer, "a", 1) ? 0 : 1;; i = i + 1) {
+        }
+        return true;
+    };
+    const media::ChildAnswer answer = media::HearChild(work, limits);
+    EXPECT_FALSE(answer.complete);
+    EXPECT_EQ(answer.bytes, Bytes{'a'});
+}
+
+} // namespace
