@@ -1,6 +1,7 @@
 #include "media/error.h"
 #include "media/picture_check.h"
 #include "media/picture_series.h"
+#include "media/sheet.h"
 #include "media/stills.h"
 
 namespace media {
@@ -39,5 +40,17 @@ void PictureCheck::Take(const recordings::Frame& /*frame*/, bool /*afterLoss*/,
 }
 
 void PictureCheck::Finish(const recordings::ProblemSink& /*problems*/) {}
+
+uint32_t SheetCellWidth(size_t /*columns*/) {
+    NotBuilt();
+}
+
+Picture Shrink(const Picture& /*picture*/, uint32_t /*width*/) {
+    NotBuilt();
+}
+
+Picture DrawSheet(const Sheet& /*sheet*/) {
+    NotBuilt();
+}
 
 } // namespace media

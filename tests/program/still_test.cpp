@@ -125,6 +125,58 @@ TEST_F(StillCommand, ShowsWhatItMade) {
     EXPECT_EQ(still["file"], File("a.png"));
 }
 
+TEST_F(StillCommand, PutsARangeOnOneSheet) {
+    const auto sheet = [this](std::vector<std::string> options) {
+        options.insert(options.begin(),
+                       {DISKACCESS_PROGRAM, "still", File("disk"), "--utc", "--sheet", "-o", File("a.png")});
+        return RunProgram(options);
+    };
+    const ProgramResult result =
+        sheet({"--from", "2026-11-20 14:00:00", "--to", "2026-11-20 14:00:04", "--columns", "3", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const Json document = Json::parse(result.out);
+    EXPECT_EQ(SchemaErrors("still", document), "") << document.dump(1);
+    std::string stills;
+    for (const Json& still : document["stills"]) {
+        stills += std::to_string(still["channel"].get<int>()) + " " +
+                  still["time"].get<std::string>().substr(17, 4) + "\n";
+    }
+    EXPECT_EQ(stills, "0 00.0\n0 02.0\n0 03.6\n2 00.0\n2 02.0\n2 03.6\n"); // pictures 0.4 s apart, up to 3.6
+    // Three columns of 320 pixels with 8 between and round them. A line of text is 14 and 4 high: the title; then, for
+    // each of two channels, two lines and pictures of 48.
+    const std::string size = ReadFile(File("a.png")).substr(16, 8);
+    EXPECT_EQ(size, std::string("\0\0\x03\xE0\0\0\0\xDA", 8)); // 992 x 218
+    EXPECT_EQ(
+        sheet({"--every", "2s", "--from", "2026-11-20 14:00:00", "--to", "2026-11-20 14:00:19"}).exitCode,
+        1); // is there
+    const ProgramResult every = sheet({"--every", "10s", "--from", "2026-11-20 13:59:40", "--to",
+                                       "2026-11-20 14:00:19", "--channel", "2", "--json", "--force"});
+    const Json rows = Json::parse(every.out);
+    std::string states;
+    for (const Json& still : rows["stills"]) {
+        states += still["picture"].get<std::string>() + "\n";
+    }
+    EXPECT_EQ(states, "not recorded\nnot recorded\nwhole\nwhole\n");
+}
+
+TEST_F(StillCommand, RefusesSheetsThatMakeNoSense) {
+    const auto status = [this](std::vector<std::string> options) {
+        options.insert(options.begin(), {DISKACCESS_PROGRAM, "still", File("disk"), "--utc"});
+        return RunProgram(options).exitCode;
+    };
+    const std::string file = File("a.png");
+    EXPECT_EQ(status({"-o", file}), 2);
+    EXPECT_EQ(status({"--sheet", "--at", "2026-11-20 14:00:01", "-o", file}), 2);
+    EXPECT_EQ(status({"--at", "2026-11-20 14:00:01", "--from", "2026-11-20", "-o", file}), 2);
+    EXPECT_EQ(status({"--every", "10s", "--at", "2026-11-20 14:00:01", "-o", file}), 2);
+    EXPECT_EQ(status({"--sheet", "--every", "0", "-o", file}), 2);
+    EXPECT_EQ(status({"--sheet", "--every", "1s", "--from", "2026-11-20", "--to", "2026-11-21", "-o", file}),
+              2);
+    EXPECT_EQ(status({"--sheet", "--columns", "49", "-o", file}), 2);
+    EXPECT_EQ(status({"--sheet", "-o", File("")}), 2);
+    EXPECT_FALSE(fs::exists(file));
+}
+
 TEST_F(StillCommand, SaysWhenThereIsNone) {
     const ProgramResult result = Take("2026-11-20 18:00", File("a.png"));
     EXPECT_EQ(result.exitCode, 0);

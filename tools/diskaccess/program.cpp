@@ -85,6 +85,7 @@ std::vector<Command> AllCommands() {
             .Checks(CheckPlay)
             .Does(Asks(Play)),
         OnDisk("still", "The pictures that the channels showed at a moment, as JPEG or PNG files")
+            .Takes(AddRangeOptions)
             .Takes(AddChannelOption)
             .Takes(AddStillOptions)
             .Checks(CheckStill)
@@ -99,6 +100,18 @@ std::vector<Command> AllCommands() {
             .Checks(CheckExport)
             .Confined(NeedsOfExport)
             .Does(Asks(Export)),
+        Command("report", "One page to hand on: the disk, its journeys, events with pictures, and its health")
+            .Takes(AddPartition)
+            .Takes(AddZoneOptions)
+            .Takes(AddTextFormatOption)
+            .Takes(AddDiskOptions)
+            .Takes(AddRangeOptions)
+            .Takes(AddChannelOption)
+            .Takes(AddSilenceOption)
+            .Takes(AddReportOptions)
+            .Checks(CheckReport)
+            .Confined(NeedsOfWriting)
+            .Does(Asks(MakeReport)),
         Command("view", "Shows the recordings in the browser: all cameras in step, on a timeline")
             .Takes(AddPartition)
             .Takes(AddZoneOptions)

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "completion/values.h"
+#include "media/sheet.h"
 
 namespace diskaccess {
 
@@ -197,12 +198,30 @@ void AddPlayOptions(CLI::App& command, Options& options) {
 }
 
 void AddStillOptions(CLI::App& command, Options& options) {
+    auto* const at =
+        command
+            .add_option(
+                "--at", options.at,
+                "The moment: each channel's last picture at or before it; a fraction of a second may follow")
+            ->option_text("TIME");
+    auto* const sheet =
+        command
+            .add_flag("--sheet", options.sheet,
+                      "One page over a range instead: a row for each channel, a column for each time")
+            ->excludes(at);
+    auto* const every =
+        command
+            .add_option("--every", options.every, "With --sheet: time from one column to the next, like 10s")
+            ->option_text("TIME")
+            ->needs(sheet);
     command
-        .add_option(
-            "--at", options.at,
-            "The moment: each channel's last picture at or before it; a fraction of a second may follow")
-        ->option_text("TIME")
-        ->required();
+        .add_option("--columns", options.columns,
+                    "With --sheet: so many times, from the first of the range to the last")
+        ->check(completion::WholeNumber(1, static_cast<int64_t>(media::kMostSheetColumns)))
+        ->option_text("N")
+        ->default_str("8")
+        ->needs(sheet)
+        ->excludes(every);
     command
         .add_option(
             "-o,--output", options.output,
@@ -259,6 +278,25 @@ void AddExportOptions(CLI::App& command, Options& options) {
             "libavcodec's, and samples a second, like alaw:8000; of one channel: 2=pcm16:16000; several "
             "after commas")
         ->option_text("[CHANNEL=]CODEC:RATE");
+    command.add_flag("--force", options.force, "Replace files that exist; never the source");
+}
+
+void AddReportOptions(CLI::App& command, Options& options) {
+    constexpr int64_t kMostPictures = 1000;
+    command.add_option("-o,--output", options.output, "Page to write, FILE.html")
+        ->option_text("FILE")
+        ->type_name("FILE")
+        ->required();
+    command
+        .add_option("--pictures", options.pictures,
+                    "Events that are shown with a picture; of more of them, the first ones")
+        ->check(completion::WholeNumber(0, kMostPictures))
+        ->option_text("N")
+        ->default_str("12");
+    command.add_option("--case", options.caseName, "The case, for the page")->option_text("TEXT");
+    command.add_option("--operator", options.operatorName, "Who does this, for the page")
+        ->option_text("TEXT");
+    command.add_option("--note", options.note, "Anything else, for the page")->option_text("TEXT");
     command.add_flag("--force", options.force, "Replace files that exist; never the source");
 }
 

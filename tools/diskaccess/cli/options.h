@@ -61,6 +61,9 @@ struct Options {
 
     // still
     std::string at;
+    bool sheet = false;
+    std::string every;
+    uint32_t columns = 8;
 
     // export
     std::string event;
@@ -72,6 +75,9 @@ struct Options {
     bool noClock = false;
     std::string split;
     bool force = false;
+
+    // report
+    uint32_t pictures = 12; ///< of events
 
     // view
     uint16_t port = 0; ///< 0: any free one
@@ -129,6 +135,7 @@ void AddCheckOptions(CLI::App& command, Options& options);
 void AddPlayOptions(CLI::App& command, Options& options);
 void AddStillOptions(CLI::App& command, Options& options);
 void AddExportOptions(CLI::App& command, Options& options);
+void AddReportOptions(CLI::App& command, Options& options);
 void AddViewOptions(CLI::App& command, Options& options);
 void AddExtractOptions(CLI::App& command, Options& options);
 /// What the manifest is to tell, and who signs it.

@@ -23,6 +23,7 @@ ExitCode Play(Context& context);
 ExitCode TakeStill(Context& context);
 ExitCode Export(Context& context);
 ExitCode Extract(Context& context);
+ExitCode MakeReport(Context& context);
 ExitCode View(Context& context);
 
 // What is wrong with the options of a command alone, thrown before anything is read.
@@ -33,6 +34,7 @@ void CheckPlay(const Options& options);
 void CheckCheck(const Options& options);
 void CheckStill(const Options& options);
 void CheckExport(const Options& options);
+void CheckReport(const Options& options);
 void CheckExtract(const Options& options);
 
 // What commands need of the system. Those that only show something need nothing but the source.

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "commands/commands.h"
+#include "commands/identity.h"
 #include "recordings/journeys.h"
 #include "render/printable.h"
 
@@ -118,20 +119,26 @@ void Append(Facts& facts, const Facts& more) {
 
 } // namespace
 
-ExitCode Info(Context& context) {
+Identity IdentityOf(Context& context) {
     const Ends ends = EndsOf(context.Blocks());
     const auto identity =
         ends.newest == nullptr ? std::nullopt : ReadIdentity(context.Disk(), ends.newest->number);
-    context.ReportBlocks();
-    Facts facts = PlaceOf(context.Disk());
-    Append(facts, GeometryOf(context.Disk()));
-    Append(facts, SpanOf(context, ends));
+    Identity answer = {PlaceOf(context.Disk()), {}};
+    Append(answer.facts, GeometryOf(context.Disk()));
+    Append(answer.facts, SpanOf(context, ends));
     if (identity) {
-        Append(facts, VehicleOf(*identity));
+        Append(answer.facts, VehicleOf(*identity));
+        answer.channels = ChannelTable(context.Names(), *identity);
     }
-    context.Answer().ShowFacts(facts);
-    if (identity) {
-        ShowTable(context.Answer(), ChannelTable(context.Names(), *identity));
+    return answer;
+}
+
+ExitCode Info(Context& context) {
+    context.ReportBlocks();
+    const Identity identity = IdentityOf(context);
+    context.Answer().ShowFacts(identity.facts);
+    if (identity.channels) {
+        ShowTable(context.Answer(), *identity.channels);
     }
     return context.Finish();
 }

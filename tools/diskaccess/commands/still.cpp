@@ -10,64 +10,28 @@
 #include "cli/output.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
+#include "commands/pictures.h"
+#include "commands/sheet.h"
 #include "media/error.h"
 #include "media/stills.h"
 #include "recordings/error.h"
-#include "render/printable.h"
 
 namespace diskaccess {
 
 namespace {
 
 using media::Still;
-using media::StillState;
-
-bool EndsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
-/// A name in its parts: what lies before the ending, and the ending with its point.
-struct OutputName {
-    std::string stem;
-    std::string ending;
-    bool folder = false; ///< files in it are named by their time
-    media::PictureFormat format = media::PictureFormat::Jpeg;
-};
-
-OutputName ReadOutput(const std::string& output) {
-    if (EndsWith(output, "/")) {
-        return {output, ".jpg", true, media::PictureFormat::Jpeg};
-    }
-    for (const char* const ending : {".jpg", ".jpeg", ".png"}) {
-        const size_t size = std::string(ending).size();
-        if (EndsWith(output, ending) && output.size() > size && output[output.size() - size - 1] != '/') {
-            const bool png = std::string(ending) == ".png";
-            return {output.substr(0, output.size() - size), ending, false,
-                    png ? media::PictureFormat::Png : media::PictureFormat::Jpeg};
-        }
-    }
-    throw WrongUse("--output: '" + output +
-                   "' names no picture; give FILE.jpg, FILE.png, or a folder with / at its end");
-}
-
-bool HasPicture(const Still& still) {
-    return still.state == StillState::Whole || still.state == StillState::Damaged;
-}
 
 class StillTaker {
 public:
     explicit StillTaker(Context& context)
-        : m_context(context), m_output(ReadOutput(context.Typed().output)) {}
+        : m_context(context), m_output(ReadPictureOutput(context.Typed().output)) {}
 
     ExitCode Run() {
         Take();
         Save();
-        Show();
-        const bool lost = std::any_of(m_stills.begin(), m_stills.end(), [](const Still& still) {
-            return still.state == StillState::Damaged || still.state == StillState::NotDecodable;
-        });
-        const ExitCode code = m_context.Finish();
-        return code == kDone && lost ? kDataLost : code;
+        ShowStills(m_context, m_stills, m_files);
+        return FinishStills(m_context, m_stills);
     }
 
 private:
@@ -117,37 +81,8 @@ private:
         m_files = WriteFiles(files, {m_context.Source(), m_context.Typed().force});
     }
 
-    void Show() {
-        Renderer& answer = m_context.Answer();
-        answer.BeginTable({"stills",
-                           {{"channel", "CHANNEL"},
-                            {"time", "TIME"},
-                            {"picture", "PICTURE"},
-                            {"block", "BLOCK"},
-                            {"offset", ""},
-                            {"width", "WIDTH"},
-                            {"height", "HEIGHT"},
-                            {"size_bytes", "SIZE"},
-                            {"sha256", ""},
-                            {"file", "FILE"}},
-                           {}});
-        size_t file = 0;
-        for (const Still& still : m_stills) {
-            const bool has = HasPicture(still);
-            const bool found = still.state != StillState::NotRecorded;
-            const auto known = [](bool is, const Value& value) { return is ? value : Value(Nothing{}); };
-            const media::Exported saved = has ? m_files.at(file++) : media::Exported();
-            answer.ShowRow({uint64_t{still.channel}, known(found, m_context.Clock().TrueInstant(still.time)),
-                            std::string(NameOf(still.state)), known(found, uint64_t{still.block}),
-                            known(found, uint64_t{still.offset}), known(has, uint64_t{still.picture.width}),
-                            known(has, uint64_t{still.picture.height}), known(has, Bytes{saved.size}),
-                            known(has, saved.sha256), known(has, Printable(saved.path))});
-        }
-        answer.EndTable();
-    }
-
     Context& m_context;
-    OutputName m_output;
+    PictureOutput m_output;
     std::vector<Still> m_stills;
     std::vector<media::Exported> m_files; ///< of the stills that have a picture
 };
@@ -155,12 +90,22 @@ private:
 } // namespace
 
 void CheckStill(const Options& options) {
-    ReadOutput(options.output);
+    const PictureOutput output = ReadPictureOutput(options.output);
+    if (!options.sheet && options.at.empty()) {
+        throw WrongUse("--at or --sheet is needed: say when the pictures were recorded");
+    }
+    if (!options.sheet && !(options.from + options.to).empty()) {
+        throw WrongUse("--from and --to go with --sheet");
+    }
+    if (options.sheet && output.folder) {
+        throw WrongUse("--output: a sheet is one picture; give FILE.jpg or FILE.png");
+    }
+    CheckSheet(options);
 }
 
 ExitCode TakeStill(Context& context) {
     try {
-        return StillTaker(context).Run();
+        return context.Typed().sheet ? TakeSheet(context) : StillTaker(context).Run();
     } catch (const media::Error& error) {
         throw ToFailure(error);
     } catch (const recordings::Error& error) {

@@ -5,9 +5,9 @@
 
 #include "cli/duration.h"
 #include "commands/commands.h"
+#include "commands/coverage.h"
 #include "media/error.h"
 #include "media/output_file.h"
-#include "recordings/coverage.h"
 #include "render/printable.h"
 #include "render/timeline/html.h"
 #include "render/timeline/svg.h"
@@ -54,6 +54,25 @@ timeline::TextStyle StyleOfTerminal() {
     return style;
 }
 
+void WriteFiles(const Context& context, const std::vector<media::FileContents>& files) {
+    try {
+        const media::OutputRules rules = {context.Source(), context.Typed().force};
+        media::WriteFiles(files, rules);
+    } catch (const media::Error& error) {
+        const bool exists = error.Kind() == media::ErrorKind::OutputExists;
+        throw Failure(error.what() +
+                      std::string(exists ? "; give another name, or --force to replace it" : ""));
+    }
+}
+
+void RequireFileName(const std::string& option, const std::string& path) {
+    if (!path.empty() && path.back() == '/') {
+        throw WrongUse(option + ": '" + path + "' names no file; give a file's name");
+    }
+}
+
+} // namespace
+
 timeline::Labels LabelsOf(const Context& context) {
     timeline::Labels labels;
     labels.title = Printable(context.Typed().partition);
@@ -74,7 +93,6 @@ timeline::Labels LabelsOf(const Context& context) {
     return labels;
 }
 
-/// The journeys that are asked for, with the channel of each event.
 recordings::Coverage CoverageOf(Context& context) {
     recordings::JourneyQuery query;
     query.channels = context.Asked().channels;
@@ -95,25 +113,6 @@ recordings::Coverage CoverageOf(Context& context) {
     }
     return coverage;
 }
-
-void WriteFiles(const Context& context, const std::vector<media::FileContents>& files) {
-    try {
-        const media::OutputRules rules = {context.Source(), context.Typed().force};
-        media::WriteFiles(files, rules);
-    } catch (const media::Error& error) {
-        const bool exists = error.Kind() == media::ErrorKind::OutputExists;
-        throw Failure(error.what() +
-                      std::string(exists ? "; give another name, or --force to replace it" : ""));
-    }
-}
-
-void RequireFileName(const std::string& option, const std::string& path) {
-    if (!path.empty() && path.back() == '/') {
-        throw WrongUse(option + ": '" + path + "' names no file; give a file's name");
-    }
-}
-
-} // namespace
 
 void CheckTimeline(const Options& options) {
     CheckJourneys(options);

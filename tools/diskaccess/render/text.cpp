@@ -14,6 +14,8 @@ namespace {
 /// Rows that decide how wide the columns of a table are. Later ones may stick out.
 constexpr size_t kMeasuredRows = 1000;
 
+} // namespace
+
 std::string CellText(const Value& value, const TimeZone& zone) {
     return std::visit(Overloaded{
                           [](Nothing) { return std::string("-"); },
@@ -36,8 +38,6 @@ bool RightAligned(const Value& value) {
     return std::holds_alternative<uint64_t>(value) || std::holds_alternative<Duration>(value) ||
            std::holds_alternative<Bytes>(value) || std::holds_alternative<Mask>(value);
 }
-
-} // namespace
 
 /// Writes a part, or its beginning, apart from the one before it.
 void TextRenderer::WritePart(const std::string& text) {

@@ -1,11 +1,17 @@
 #ifndef DISKACCESS_TEXT_H
 #define DISKACCESS_TEXT_H
 
+#include <string>
 #include <utility>
 
 #include "render/renderer.h"
 
 namespace diskaccess {
+
+/// A value as people read it.
+std::string CellText(const Value& value, const TimeZone& zone);
+/// Whether it stands to the right of its column: numbers do, words do not.
+bool RightAligned(const Value& value);
 
 /// Tables, facts and prose for people, with a blank line between. What is empty is not there.
 class TextRenderer : public Renderer {

@@ -1,11 +1,9 @@
 #include "render/timeline/html.h"
 
-#include <array>
-
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-#include <openssl/evp.h>
 
+#include "render/html_text.h"
 #include "render/timeline/page.h"
 
 namespace diskaccess::timeline {
@@ -14,16 +12,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using recordings::JourneyCoverage;
-
-/// "sha256-..." of a script or style, as a content security policy names it.
-std::string HashOf(const std::string& text) {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> digest = {};
-    unsigned int size = 0;
-    EVP_Digest(text.data(), text.size(), digest.data(), &size, EVP_sha256(), nullptr);
-    std::array<unsigned char, 4 * ((EVP_MAX_MD_SIZE + 2) / 3) + 1> encoded = {};
-    const int length = EVP_EncodeBlock(encoded.data(), digest.data(), static_cast<int>(size));
-    return "sha256-" + std::string(encoded.begin(), encoded.begin() + length);
-}
 
 /// JSON that can stand in an element of a page: nothing in it begins a tag, or ends the element.
 std::string Embedded(const Json& json) {
@@ -36,15 +24,6 @@ std::string Embedded(const Json& json) {
         }
     }
     return embedded;
-}
-
-/// The title is the only text of the disk that stands in the page itself.
-std::string Escaped(const std::string& text) {
-    std::string escaped;
-    for (const char c : text) {
-        escaped += c == '&' ? "&amp;" : c == '<' ? "&lt;" : c == '>' ? "&gt;" : std::string(1, c);
-    }
-    return escaped;
 }
 
 Json ChannelsOf(const JourneyCoverage& journey, const Labels& labels) {
@@ -110,7 +89,7 @@ std::string Html(const recordings::Coverage& coverage, const Labels& labels) {
         "<header><h1 id=\"title\"></h1><p id=\"help\"></p></header>\n<main id=\"main\"></main>\n"
         "<div id=\"tip\" role=\"status\" aria-live=\"polite\" hidden></div>\n"
         "<script type=\"application/json\" id=\"data\">{}</script>\n<script>{}</script>\n</body>\n</html>\n",
-        HashOf(script), HashOf(style), Escaped(labels.title), style, Embedded(data), script);
+        PolicyHash(script), PolicyHash(style), HtmlText(labels.title), style, Embedded(data), script);
 }
 
 } // namespace diskaccess::timeline

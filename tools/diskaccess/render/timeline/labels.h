@@ -12,7 +12,7 @@ namespace diskaccess::timeline {
 
 /// How a timeline writes what it shows. All texts are printable; that they are no markup, each rendering sees to itself.
 struct Labels {
-    std::string title;                            ///< of the whole: the disk
+    std::string title;                            ///< of the whole: the disk; empty: none
     std::function<std::string(uint32_t)> time;    ///< a second of the disk: "2026-11-20 14:30:00"
     std::function<int64_t(uint32_t)> shift;       ///< seconds from the disk's clock to the clock on the wall
     std::function<std::string(uint32_t)> channel; ///< its name or number

@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include "render/html_text.h"
+
 namespace diskaccess::timeline {
 
 namespace {
@@ -36,41 +38,17 @@ const char* const kStyle =
     ".row{fill:#24292e}.rec{fill:#4caf7a}.event{fill:#ffc14d}.loss{fill:#ff6b60}"
     ".tick{stroke:#444}}";
 
-/// Text as XML has it.
-std::string Escaped(const std::string& text) {
-    std::string escaped;
-    for (const char c : text) {
-        switch (c) {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        case '"':
-            escaped += "&quot;";
-            break;
-        case '\'':
-            escaped += "&#39;";
-            break;
-        default:
-            escaped += c;
-        }
-    }
-    return escaped;
-}
-
 class Picture {
 public:
     Picture(const recordings::Coverage& coverage, const Labels& labels)
         : m_coverage(coverage), m_labels(labels) {}
 
     std::string Text() {
-        m_y = kMargin + kHead;
-        AddText("t", kMargin, m_y - 8, m_labels.title);
+        m_y = kMargin;
+        if (!m_labels.title.empty()) {
+            m_y += kHead;
+            AddText("t", kMargin, m_y - 8, m_labels.title);
+        }
         for (const JourneyCoverage& journey : m_coverage.journeys) {
             AddJourney(journey);
         }
@@ -78,20 +56,20 @@ public:
             "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0:g}\" height=\"{1:g}\" viewBox=\"0 0 "
             "{0:g} {1:g}\" role=\"img\"><title>{2}</title><style>{3}</style><rect class=\"bg\" "
             "width=\"100%\" height=\"100%\"/>\n{4}</svg>\n",
-            kWidth, m_y + kMargin, Escaped(m_labels.title), kStyle, m_body);
+            kWidth, m_y + kMargin, HtmlText(m_labels.title), kStyle, m_body);
     }
 
 private:
     void AddText(const char* kind, double x, double y, const std::string& text) {
         m_body += fmt::format("<text class=\"{}\" x=\"{:.1f}\" y=\"{:.1f}\">{}</text>\n", kind, x, y,
-                              Escaped(text));
+                              HtmlText(text));
     }
 
     void AddBox(const char* kind, double x, double width, double y, double height, const std::string& title) {
         m_body +=
             fmt::format("<rect class=\"{}\" x=\"{:.2f}\" y=\"{:.1f}\" width=\"{:.2f}\" height=\"{:.1f}\"",
                         kind, x, y, std::max(width, kThinnest), height);
-        m_body += title.empty() ? "/>\n" : "><title>" + Escaped(title) + "</title></rect>\n";
+        m_body += title.empty() ? "/>\n" : "><title>" + HtmlText(title) + "</title></rect>\n";
     }
 
     double PlaceOf(const recordings::Journey& journey, int64_t second) const {
@@ -163,7 +141,7 @@ private:
             const double x = PlaceOf(each.journey, event.time);
             m_body += fmt::format(
                 "<path class=\"event\" d=\"M{:.1f} {:.1f}l4 -7h-8z\"><title>{}</title></path>\n", x, top,
-                Escaped(m_labels.eventTypes(event.type) + ": " + m_labels.time(event.time)));
+                HtmlText(m_labels.eventTypes(event.type) + ": " + m_labels.time(event.time)));
         }
     }
 

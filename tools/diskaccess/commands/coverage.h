@@ -1,0 +1,19 @@
+#ifndef DISKACCESS_COVERAGE_H
+#define DISKACCESS_COVERAGE_H
+
+#include "cli/context.h"
+#include "recordings/coverage.h"
+#include "render/timeline/labels.h"
+
+namespace diskaccess {
+
+/// The journeys that are asked for, with the channel of each event.
+recordings::Coverage CoverageOf(Context& context);
+
+/// How a timeline of a disk writes what it shows.
+/// @param context must outlive it
+timeline::Labels LabelsOf(const Context& context);
+
+} // namespace diskaccess
+
+#endif // DISKACCESS_COVERAGE_H

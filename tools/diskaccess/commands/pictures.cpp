@@ -1,0 +1,80 @@
+#include "commands/pictures.h"
+
+#include <algorithm>
+
+#include "cli/failure.h"
+#include "render/printable.h"
+
+namespace diskaccess {
+
+namespace {
+
+using media::Still;
+using media::StillState;
+
+bool EndsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+} // namespace
+
+PictureOutput ReadPictureOutput(const std::string& output) {
+    if (EndsWith(output, "/")) {
+        return {output, ".jpg", true, media::PictureFormat::Jpeg};
+    }
+    for (const char* const ending : {".jpg", ".jpeg", ".png"}) {
+        const size_t size = std::string(ending).size();
+        if (EndsWith(output, ending) && output.size() > size && output[output.size() - size - 1] != '/') {
+            const bool png = std::string(ending) == ".png";
+            return {output.substr(0, output.size() - size), ending, false,
+                    png ? media::PictureFormat::Png : media::PictureFormat::Jpeg};
+        }
+    }
+    throw WrongUse("--output: '" + output +
+                   "' names no picture; give FILE.jpg, FILE.png, or a folder with / at its end");
+}
+
+bool HasPicture(const Still& still) {
+    return still.state == StillState::Whole || still.state == StillState::Damaged;
+}
+
+void ShowStills(Context& context, const std::vector<Still>& stills,
+                const std::vector<media::Exported>& files) {
+    Renderer& answer = context.Answer();
+    answer.BeginTable({"stills",
+                       {{"channel", "CHANNEL"},
+                        {"time", "TIME"},
+                        {"picture", "PICTURE"},
+                        {"block", "BLOCK"},
+                        {"offset", ""},
+                        {"width", "WIDTH"},
+                        {"height", "HEIGHT"},
+                        {"size_bytes", "SIZE"},
+                        {"sha256", ""},
+                        {"file", "FILE"}},
+                       {}});
+    size_t file = 0;
+    for (const Still& still : stills) {
+        const bool has = HasPicture(still);
+        const bool found = still.state != StillState::NotRecorded;
+        const auto known = [](bool is, const Value& value) { return is ? value : Value(Nothing{}); };
+        // Of a sheet there is one file with all pictures.
+        const media::Exported saved = has ? files.at(std::min(file++, files.size() - 1)) : media::Exported();
+        answer.ShowRow({uint64_t{still.channel}, known(found, context.Clock().TrueInstant(still.time)),
+                        std::string(NameOf(still.state)), known(found, uint64_t{still.block}),
+                        known(found, uint64_t{still.offset}), known(has, uint64_t{still.picture.width}),
+                        known(has, uint64_t{still.picture.height}), known(has, Bytes{saved.size}),
+                        known(has, saved.sha256), known(has, Printable(saved.path))});
+    }
+    answer.EndTable();
+}
+
+ExitCode FinishStills(Context& context, const std::vector<Still>& stills) {
+    const bool lost = std::any_of(stills.begin(), stills.end(), [](const Still& still) {
+        return still.state == StillState::Damaged || still.state == StillState::NotDecodable;
+    });
+    const ExitCode code = context.Finish();
+    return code == kDone && lost ? kDataLost : code;
+}
+
+} // namespace diskaccess
