@@ -303,6 +303,7 @@
     for (const entry of entries) if (entry.isIntersecting) strips.find(each => each.canvas === entry.target).draw();
   }, { rootMargin: "400px" });
   for (const strip of strips) seen.observe(strip.canvas);
+  for (const strip of strips.slice(0, 4)) strip.draw(); // at once, before the observer is asked
   const drawAll = () => { for (const strip of strips) strip.draw(); };
   addEventListener("resize", drawAll);
   addEventListener("beforeprint", drawAll);
