@@ -163,7 +163,7 @@ private:
             // For the parser, a zero byte is the end.
             const bool ends = m_file.text.find('\0') != std::string::npos;
             if (ends || !Json::sax_parse(m_file.text, &builder)) {
-                Refuse("it is no JSON document");
+                Refuse("it is no JSON document; give the .json file beside what was made");
             }
             m_json = builder.Take();
         } catch (const Unfit& unfit) {

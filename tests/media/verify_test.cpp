@@ -407,7 +407,7 @@ TEST_F(HostileManifests, AreRefusedWhenTheyAreNoJson) {
          {std::string(), std::string("{"), std::string("{\"a\": \xFF}"), std::string("{\"a\": \"\xFF\"}"),
           std::string("{\"schema_version\": 1e999}"), std::string(3, '\0'),
           std::string("{\"schema_version\": 2}\0", 22)}) {
-        EXPECT_EQ(Refusal(text), "it is no JSON document");
+        EXPECT_EQ(Refusal(text), "it is no JSON document; give the .json file beside what was made");
     }
     EXPECT_EQ(Refusal("[1]"), "it is no JSON object");
     EXPECT_EQ(Refusal("{}"), "'schema_version' is missing");

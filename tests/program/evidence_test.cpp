@@ -93,8 +93,11 @@ TEST_F(Evidence, IsRefusedInOneLine) {
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
         return result.err;
     };
-    EXPECT_EQ(line({"verify", m_sample}),
-              "diskaccess: " + m_sample + ": is no manifest that can be verified: it is no JSON document\n");
+    EXPECT_EQ(
+        line({"verify", m_sample}),
+        "diskaccess: " + m_sample +
+            ": is no manifest that can be verified: it is no JSON document; give the .json file beside what "
+            "was made\n");
     EXPECT_EQ(line({"export", m_sample, "-o", File("a.mkv"), "--sign", m_sample}),
               "diskaccess: " + m_sample +
                   ": is larger than 65536 bytes; make one with openssl genpkey -algorithm ed25519\n");

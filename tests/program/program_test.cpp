@@ -1069,7 +1069,7 @@ TEST_F(Program, WrongValuesEndWithTwoAndALine) {
         {{"--from", "soon"},
          "'soon' is not a time; give one like '2026-11-20 14:30:00', 2026-11-20, 14:30, yesterday, -2h or "
          "@1700000000"},
-        {{"--from", "2026-11-21", "--to", "2026-11-20"}, "--from lies after --to"},
+        {{"--from", "2026-11-21", "--to", "2026-11-20"}, "--from lies after --to; exchange them"},
         {{"--channel", "32"},
          "--channel: '32' is not a list of channels; give numbers from 0 to 31, like 0,2-4, or names of "
          "the names file"},

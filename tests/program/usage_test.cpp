@@ -75,6 +75,15 @@ TEST_F(Usage, AnOptionThatIsLikeNoneNamesAll) {
     EXPECT_TRUE(Contains(Refused({"space", Image(), "-x"}), "space has no option -x; it has --"));
 }
 
+TEST_F(Usage, NamesMayBeginWithADashAfterTwo) {
+    EXPECT_EQ(Run({"info", "--", "-no"}).err,
+              "diskaccess: ./-no: cannot be opened: No such file or directory; check the name\n");
+    EXPECT_EQ(Run({"info", "--json", "--", "/no"}).err,
+              "diskaccess: /no: cannot be opened: No such file or directory; check the name\n");
+    EXPECT_EQ(Refused({"info", Image(), "--", "-no"}),
+              "info: './-no' is one argument too many; `diskaccess info --help` says more\n");
+}
+
 TEST_F(Usage, WhatIsMissingOrTooMuchIsNamed) {
     EXPECT_EQ(Refused({"list"}), "list: PARTITION is required; `diskaccess list --help` says more\n");
     EXPECT_EQ(Refused({"export", Image()}),

@@ -33,10 +33,24 @@ ExitCode Execute(const Command& command, const CLI::App& typed, const Options& o
     }
 }
 
+/// Makes names of files of what follows "--", whatever it begins with: the parser knows no "--" after a command.
+void TakeNamesAfterDashes(std::vector<std::string>& arguments) {
+    const auto dashes = std::find(arguments.begin(), arguments.end(), "--");
+    if (dashes == arguments.end()) {
+        return;
+    }
+    for (auto name = arguments.erase(dashes); name != arguments.end(); ++name) {
+        if (name->compare(0, 1, "-") == 0) {
+            name->insert(0, "./");
+        }
+    }
+}
+
 /// The arguments, last first, as the parser takes them; with the default command before a file.
 std::vector<std::string> ArgumentsOf(const CLI::App& app, const std::string& defaultCommand, int argc,
                                      char** argv) {
     std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+    TakeNamesAfterDashes(arguments);
     const std::vector<const CLI::App*> commands = app.get_subcommands({});
     const bool named = !arguments.empty() && arguments.front().compare(0, 1, "-") != 0;
     const bool isCommand =

@@ -45,7 +45,7 @@ void ReadRange(Query& query, const Options& options, const TimeZone& zone, int64
         query.cutAt = clock.DiskSeconds(to.first == to.last ? to.last : to.last + 1);
     }
     if (query.range.first > query.range.last) {
-        throw WrongUse("--from lies after --to");
+        throw WrongUse("--from lies after --to; exchange them");
     }
     if (!options.at.empty()) {
         const auto [text, micros] = WithoutFraction(options.at);
