@@ -34,6 +34,7 @@ struct IndexedEvent {
 };
 
 /// The tables of a block's index.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is in the copy constructor that the compiler makes
 struct BlockIndex {
     std::vector<IndexedKeyFrame> keyFrames[kChannels];
     std::vector<IndexedSegment> segments[kChannels];
