@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <ifaddrs.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -38,14 +39,17 @@ constexpr int64_t kSecond = 1000000;
 /// A connection to the server.
 class Client {
 public:
-    explicit Client(uint16_t port) : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    /// @param host one of this machine's addresses
+    explicit Client(uint16_t port, uint32_t host = INADDR_LOOPBACK)
+        : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_addr.s_addr = htonl(host);
         m_connected = connect(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
         const timeval patience = {20, 0};
         setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        setsockopt(m_socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     }
     ~Client() { close(m_socket); }
     Client(const Client&) = delete;
@@ -77,6 +81,14 @@ struct Answer {
 
     Json Document() const { return Json::parse(body, nullptr, false); }
 };
+
+/// The memory of this process that is in use.
+int64_t ResidentKib() {
+    int64_t all = 0;
+    int64_t resident = 0;
+    std::ifstream("/proc/self/statm") >> all >> resident;
+    return resident * sysconf(_SC_PAGESIZE) / 1024;
+}
 
 std::string WithoutChunks(const std::string& body) {
     std::string whole;
@@ -243,14 +255,54 @@ TEST_F(ViewServer, GivesThePageToEverybodyOnThisMachine) {
     const Answer page = Send(Head("GET", "/") + "\r\n");
     EXPECT_EQ(page.status, 200);
     EXPECT_NE(page.body.find("<!doctype html>"), std::string::npos);
-    for (const char* guard :
-         {"Content-Security-Policy: default-src 'none'; script-src 'self';",
-          "Cross-Origin-Resource-Policy: same-origin", "Cross-Origin-Opener-Policy: same-origin",
-          "X-Content-Type-Options: nosniff", "Referrer-Policy: no-referrer", "Cache-Control: no-store"}) {
-        EXPECT_NE(page.head.find(guard), std::string::npos) << guard;
-    }
-    EXPECT_EQ(page.head.find("Set-Cookie"), std::string::npos);
     EXPECT_NE(Send(Head("GET", "/worker.js") + "\r\n").head.find("text/javascript"), std::string::npos);
+}
+
+TEST_F(ViewServer, GuardsEveryAnswer) {
+    const std::vector<Answer> answers = {
+        Send(Head("GET", "/") + "\r\n"),
+        Get("/api/info"),
+        Get("/api/frames?from=" + std::to_string(At(0)) + "&to=" + std::to_string(At(1)) + "&channels=0"),
+        Get("/nothing"),
+        Get("/api/frames"),
+        Send(Head("GET", "/api/info") + "\r\n"),
+        Send(Head("OPTIONS", "/api/info", "Origin: http://evil.example\r\n") + "\r\n"),
+        Post("/api/exports", std::string(5000, 'x')),
+    };
+    const std::vector<int> statuses = {200, 200, 200, 404, 400, 401, 401, 413};
+    for (size_t i = 0; i < answers.size(); ++i) {
+        const std::string& head = answers[i].head;
+        EXPECT_EQ(answers[i].status, statuses[i]) << head;
+        for (const char* guard :
+             {"Content-Security-Policy: default-src 'none'; script-src 'self'; style-src 'self'; connect-src "
+              "'self'; "
+              "img-src 'self' blob: data:; media-src blob:; worker-src 'self'; base-uri 'none'; form-action "
+              "'none'; "
+              "frame-ancestors 'none'; require-trusted-types-for 'script'; trusted-types worker\r\n",
+              "Cross-Origin-Resource-Policy: same-origin\r\n", "Cross-Origin-Opener-Policy: same-origin\r\n",
+              "X-Content-Type-Options: nosniff\r\n", "Referrer-Policy: no-referrer\r\n",
+              "Cache-Control: no-store\r\n"}) {
+            EXPECT_NE((head + "\r\n").find(guard), std::string::npos) << head;
+        }
+        EXPECT_EQ(head.find("Set-Cookie"), std::string::npos) << head;
+        EXPECT_EQ(head.find("Access-Control-"), std::string::npos) << head;
+    }
+}
+
+TEST_F(ViewServer, IsReachedFromThisMachineAlone) {
+    EXPECT_TRUE(Client(Port()).Connected());
+    EXPECT_FALSE(Client(Port(), INADDR_LOOPBACK + 1).Connected()); // 127.0.0.2
+    ifaddrs* all = nullptr;
+    ASSERT_EQ(getifaddrs(&all), 0);
+    for (const ifaddrs* each = all; each != nullptr; each = each->ifa_next) {
+        if (each->ifa_addr != nullptr && each->ifa_addr->sa_family == AF_INET) {
+            sockaddr_in address{};
+            std::memcpy(&address, each->ifa_addr, sizeof address);
+            const uint32_t host = ntohl(address.sin_addr.s_addr);
+            EXPECT_EQ(Client(Port(), host).Connected(), host == INADDR_LOOPBACK) << each->ifa_name;
+        }
+    }
+    freeifaddrs(all);
 }
 
 TEST_F(ViewServer, RefusesOthers) {
@@ -438,6 +490,64 @@ TEST_F(ViewServer, ServesWhileSlowClientsWait) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Get("/api/info").status, 200);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+}
+
+TEST_F(ViewServer, HasFewConnectionsAtATime) {
+    std::vector<std::unique_ptr<Client>> many;
+    for (int i = 0; i < 40; ++i) {
+        many.push_back(std::make_unique<Client>(Port()));
+        many.back()->Send(Head("GET", "/api/info", Trusted()));
+    }
+    const Client late(Port());
+    late.Send(Head("GET", "/api/info", Trusted()) + "\r\n");
+    EXPECT_EQ(late.Rest(), "") << "more than 32 are served";
+    many.clear();
+    int status = 0;
+    for (int i = 0; i < 100 && status != 200; ++i) { // until the server has seen that they are gone
+        status = Get("/api/info").status;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_EQ(status, 200);
+}
+
+TEST_F(ViewServer, NamesTheFileOfAnExportItself) {
+    WaitUntilAllIsRead();
+    const Answer answer =
+        Post("/api/exports", R"({"from":)" + std::to_string(kBase) + R"(,"to":)" + std::to_string(kBase + 1) +
+                                 R"(,"channels":"0","file":"/tmp/x.mkv","name":"../x"})");
+    ASSERT_EQ(answer.status, 202) << answer.body;
+    EXPECT_EQ(answer.Document()["file"], File("") + "/recording_2026-11-20_14-00-00_2s.mkv");
+}
+
+TEST_F(ViewServer, KeepsItsMemoryWhateverIsSent) {
+    WaitUntilAllIsRead();
+    const std::string line(16 << 20, 'x');
+    const std::string header = "X: " + std::string(1000, 'x') + "\r\n";
+    const std::string piece(10000, 'x');
+    const auto sendAgain = [](const Client& client, const std::string& text, int times) {
+        for (int i = 0; i < times && client.Send(text); ++i) {
+        }
+    };
+    const int64_t before = ResidentKib();
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 16; ++i) {
+        clients.push_back(std::make_unique<Client>(Port()));
+        const Client& client = *clients.back();
+        if (i % 4 == 0) {
+            client.Send("GET /");
+            client.Send(line);
+        } else if (i % 4 == 1) {
+            client.Send("GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n");
+            sendAgain(client, header, 16000);
+        } else if (i % 4 == 2) {
+            client.Send(Head("POST", "/api/exports", Trusted() + "Content-Length: 1000000000\r\n") + "\r\n");
+            sendAgain(client, piece, 1600);
+        } else { // and never reads
+            client.Send(Head("GET", "/api/info", Trusted()) + "\r\n");
+        }
+    }
+    EXPECT_LT(ResidentKib() - before, 32 << 10); // of 192 MiB sent
+    EXPECT_EQ(Get("/api/info").status, 200);
 }
 
 TEST_F(ViewServer, EndsRequestsWithoutEnd) {

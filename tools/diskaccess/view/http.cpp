@@ -21,6 +21,20 @@ constexpr size_t kMemoryOfConnection = size_t{32} << 10;
 constexpr unsigned kSilenceSeconds = 30;
 constexpr size_t kPiece = size_t{64} << 10;
 
+/// Everything that keeps a page from reaching out, and others from reaching in.
+constexpr const char* kGuards[][2] = {
+    {"Content-Security-Policy",
+     "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self' blob: "
+     "data:; "
+     "media-src blob:; worker-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'; "
+     "require-trusted-types-for 'script'; trusted-types worker"},
+    {"Cross-Origin-Resource-Policy", "same-origin"},
+    {"Cross-Origin-Opener-Policy", "same-origin"},
+    {"X-Content-Type-Options", "nosniff"},
+    {"Referrer-Policy", "no-referrer"},
+    {"Cache-Control", "no-store"},
+};
+
 /// A request while its parts come in.
 struct Incoming {
     std::string body;
@@ -95,8 +109,8 @@ MHD_Result Send(MHD_Connection* connection, Response response) {
         return MHD_NO;
     }
     MHD_add_response_header(message, MHD_HTTP_HEADER_CONTENT_TYPE, response.type.c_str());
-    for (const auto& [name, value] : response.headers) {
-        MHD_add_response_header(message, name.c_str(), value.c_str());
+    for (const auto& [name, value] : kGuards) {
+        MHD_add_response_header(message, name, value);
     }
     const MHD_Result queued = MHD_queue_response(connection, response.status, message);
     MHD_destroy_response(message);

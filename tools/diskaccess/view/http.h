@@ -42,7 +42,6 @@ struct Response {
     unsigned status = 200;
     std::string type = "application/json";
     std::string body;
-    std::map<std::string, std::string> headers;
     std::unique_ptr<Stream> stream; ///< if there is one, instead of the body
 };
 
