@@ -25,6 +25,7 @@ import unittest
 try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.action_chains import ActionChains
     from selenium.webdriver.common.by import By
     from selenium.webdriver.common.keys import Keys
 except ImportError:
@@ -139,6 +140,10 @@ class BrowserTest(unittest.TestCase):
         for argument in ("--headless=new", "--no-sandbox", "--window-size=1400,900", "--disable-background-networking",
                          "--autoplay-policy=no-user-gesture-required"):
             options.add_argument(argument)
+        options.add_experimental_option("prefs", {
+            "download.default_directory": cls.folder,
+            "profile.default_content_setting_values.automatic_downloads": 1,
+        })
         options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
         cls.browser = webdriver.Chrome(service=Service(shutil.which("chromedriver")), options=options)
         cls.viewer = Viewer(cls.image, cls.folder)
@@ -293,6 +298,88 @@ class ViewerTest(BrowserTest):
         self.settle()
         self.assert_shows(EVENT)
         self.assertIn("14:00:07.000", self.text("events"))
+
+    def test_goes_to_an_event_that_is_clicked(self):
+        self.browser.find_element(By.CSS_SELECTOR, "#events button").click()
+        self.wait(lambda: self.data("time") == str(micros(EVENT)))
+        self.settle()
+        self.assert_shows(EVENT)
+
+    def test_says_what_lies_under_the_pointer(self):
+        self.key("a")
+        line = self.browser.find_element(By.ID, "timeline")
+        title = self.browser.execute_script(
+            "const line = arguments[0];"
+            "for (let x = 60; x < line.clientWidth; ++x) {"
+            "  line.dispatchEvent(new PointerEvent('pointermove',"
+            "    {clientX: x + line.getBoundingClientRect().left, clientY: line.getBoundingClientRect().top + 40}));"
+            "  if (line.title.includes('\\n')) { return line.title; }"
+            "} return line.title;", line)
+        self.assertRegex(title, r"^2026-11-20 14:00:0[67].*\n2026-11-20 14:00:07.000  type 0x1$")
+
+    def test_shows_pictures_while_the_timeline_is_dragged(self):
+        line = self.browser.find_element(By.ID, "timeline")
+        width = line.size["width"]
+        ActionChains(self.browser).move_to_element_with_offset(line, -width // 4, 60).click_and_hold().perform()
+        self.wait(lambda: self.data("busy") == "false")
+        first = int(self.data("time"))
+        ActionChains(self.browser).move_by_offset(60, 0).perform()
+        self.wait(lambda: self.data("busy") == "false" and int(self.data("time")) > first)
+        self.assertEqual(self.states(), ["picture"] * len(RATES))
+        ActionChains(self.browser).release().perform()
+        self.settle()
+        self.assert_shows((int(self.data("time")) - micros(0)) / 1000000)
+
+    def order(self):
+        return self.browser.execute_script(
+            "return [...document.querySelectorAll('figure')].map((figure) => figure.dataset.channel)")
+
+    def test_orders_cameras(self):
+        self.browser.execute_script(
+            "const [first, , last] = document.querySelectorAll('figure');"
+            "const dataTransfer = new DataTransfer();"
+            "first.dispatchEvent(new DragEvent('dragstart', {dataTransfer, bubbles: true}));"
+            "last.dispatchEvent(new DragEvent('dragover', {dataTransfer, bubbles: true, cancelable: true}));"
+            "last.dispatchEvent(new DragEvent('drop', {dataTransfer, bubbles: true, cancelable: true}));")
+        self.assertEqual(self.order(), ["1", "2", "0"])
+        self.browser.execute_script("document.querySelector('figure[data-channel=\"0\"]').focus()")
+        self.browser.switch_to.active_element.send_keys("[")
+        self.assertEqual(self.order(), ["1", "0", "2"])
+        self.browser.switch_to.active_element.send_keys("]]")
+        self.assertEqual(self.order(), ["1", "2", "0"])
+        self.settle()
+        self.assertEqual(self.states(), ["picture"] * len(RATES))
+
+    def test_saves_stills(self):
+        self.seek(6.3)
+        self.key("s")
+        names = [f"channel_{channel}_2026-11-20_14-00-06.{code}.png"
+                 for channel, code in ((0, "300"), (1, "280"), (2, "266"))]
+        self.wait(lambda: all(os.path.exists(os.path.join(self.folder, name)) for name in names))
+        for name in names:
+            with open(os.path.join(self.folder, name), "rb") as file:
+                head = file.read(24)
+            self.assertEqual(head[:8], b"\x89PNG\r\n\x1a\n")
+            self.assertEqual((int.from_bytes(head[16:20], "big"), int.from_bytes(head[20:24], "big")), (WIDTH, HEIGHT))
+
+    def test_plays_what_is_marked(self):
+        self.seek(4)
+        self.key("i")
+        self.seek(5)
+        self.key("o")
+        self.seek(12)
+        self.key("v")
+        self.wait(lambda: self.data("playing") == "true")
+        self.wait(lambda: self.data("playing") == "false")
+        self.assertEqual(self.data("time"), str(micros(5)))
+
+    def test_has_a_label_for_everything(self):
+        unnamed = self.browser.execute_script(
+            "return [...document.querySelectorAll('button, select, canvas[role], figure, progress')]"
+            "  .filter((each) => !each.hidden && !each.getAttribute('aria-label') && !each.textContent.trim())"
+            "  .map((each) => each.outerHTML)")
+        self.assertEqual(unnamed, [])
+        self.assertEqual(self.browser.find_element(By.ID, "timeline").get_attribute("role"), "slider")
 
     def test_plays_all_cameras_in_step(self):
         for rate, spread, span in (("1", 0.25, 2.5), ("4", GOP + 0.1, 8), ("16", GOP + 0.1, 12)):

@@ -65,7 +65,7 @@ function makeCameras() {
       event.preventDefault();
       const other = document.querySelector(`figure[data-channel="${CSS.escape(event.dataTransfer.getData("text/plain"))}"]`);
       if (other && other !== figure) {
-        figure.before(other);
+        putBefore(other, figure);
       }
     });
     find("cameras").append(figure);
@@ -76,6 +76,35 @@ function makeCameras() {
     find("sound").append(option);
   }
   return canvases;
+}
+
+// Puts one camera where another stands.
+function putBefore(figure, place) {
+  const after = figure.compareDocumentPosition(place) & Node.DOCUMENT_POSITION_FOLLOWING;
+  place[after ? "after" : "before"](figure);
+}
+
+// Moves the camera that has the focus, among those shown.
+function moveCamera(direction) {
+  const shown = [...document.querySelectorAll("figure")].filter((figure) => !figure.hidden);
+  const at = shown.indexOf(document.activeElement);
+  const place = shown[at + direction];
+  if (at >= 0 && place) {
+    const figure = shown[at];
+    putBefore(figure, place);
+    figure.focus();
+  }
+}
+
+function cancelExport() {
+  if (exportNumber !== null) {
+    api.json("/api/exports/" + exportNumber, { method: "DELETE" }).catch(complain);
+  }
+}
+
+function nextContainer() {
+  const select = find("container");
+  select.selectedIndex = (select.selectedIndex + 1) % select.options.length;
 }
 
 function figureOf(channel) {
@@ -244,11 +273,9 @@ function mark(which, time) {
 function preview() {
   const { from, to } = timeline.marks;
   if (from !== null && to !== null && from < to) {
-    player.pause();
-    player.seek(from);
     player.rate = 1;
     find("rate").value = "1";
-    player.play(1, to);
+    player.play(1, from, to);
   }
 }
 
@@ -421,10 +448,14 @@ const keys = [
   ["o", "O", "mark the end", () => mark("to", player.time)],
   ["v", "V", "play the marked range", preview],
   ["e", "E", "export the marked range", startExport],
+  ["c", "C", "cancel the export", cancelExport],
+  ["x", "X", "the type of file that is exported", nextContainer],
   ["s", "S", "save pictures of the cameras shown", () => player.still(chosen)],
   ["m", "M", "sound of the next channel, or none", nextSound],
   ["0", "0", "all cameras", () => choose(info.channels)],
   ["digit", "1 to 9", "one camera", null],
+  ["[", "[", "the chosen camera one place back (Tab chooses)", () => moveCamera(-1)],
+  ["]", "]", "the chosen camera one place on", () => moveCamera(1)],
   ["g", "G", "fold long gaps, or not", toggleFold],
   ["ArrowUp", "Up", "zoom the timeline in", () => timeline.zoom(0.5)],
   ["ArrowDown", "Down", "zoom the timeline out", () => timeline.zoom(2)],
@@ -493,10 +524,10 @@ function connect() {
     play: togglePlay, reverse, "step-back": () => player.step(-1), "step-forward": () => player.step(1),
     "previous-alarm": () => goToNext(eventTimes(), -1), "next-alarm": () => goToNext(eventTimes(), 1),
     "previous-journey": () => goToNext(journeyTimes(), -1), "next-journey": () => goToNext(journeyTimes(), 1),
-    "next-loss": () => goToNext(lossTimes(), 1), "mark-in": () => mark("from", player.time),
+    "previous-loss": () => goToNext(lossTimes(), -1), "next-loss": () => goToNext(lossTimes(), 1), "mark-in": () => mark("from", player.time),
     "mark-out": () => mark("to", player.time), preview, export: startExport, fold: toggleFold, help: showKeys,
     still: () => player.still(chosen),
-    cancel: () => api.json("/api/exports/" + exportNumber, { method: "DELETE" }).catch(complain),
+    cancel: cancelExport,
   };
   for (const [id, action] of Object.entries(press)) {
     find(id).addEventListener("click", action);
@@ -532,6 +563,7 @@ async function start() {
   timeline = new Timeline(find("timeline"), clock);
   timeline.channels = info.channels;
   timeline.names = info.channels.map(nameOf);
+  timeline.eventText = eventText;
   sound = new Sound(api);
   if (info.channels.length === 0) {
     throw new Error(info.locked_channels ? "All cameras are locked: start the viewer with the disk's password."

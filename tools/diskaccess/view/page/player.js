@@ -51,9 +51,10 @@ export class Player extends EventTarget {
     this.#post({ type: "scrub", time });
   }
 
-  play(rate = this.rate, until = Infinity) {
+  // from: where it begins; null: where it is. until: where it ends.
+  play(rate = this.rate, from = null, until = Infinity) {
     this.playing = true;
-    this.#post({ type: "play", rate, until });
+    this.#post({ type: "play", rate, from, until });
   }
 
   pause() {

@@ -3,7 +3,8 @@
 import { kSecond, lengthText } from "/clock.js";
 
 const kFolded = 8 * kSecond; // what a folded gap takes of the line, at least
-const kHeader = 34; // pixels: days, hours and events
+const kHeader = 46; // pixels: days, hours and events
+const kNear = 5; // pixels from an event within which it is meant
 const kTickPixels = 90;
 const kTicks = [1, 2, 5, 10, 30, 60, 120, 300, 600, 1800, 3600, 7200, 14400, 43200, 86400, 604800]; // seconds
 const kLabel = 58; // pixels: the cameras' names
@@ -68,6 +69,7 @@ export class Timeline extends EventTarget {
   #colors = {};
   channels = [];
   names = []; // as many
+  eventText = () => ""; // of an event
   coverage = {}; // of each camera: [first, last] seconds
   events = [];
   damages = [];
@@ -180,6 +182,7 @@ export class Timeline extends EventTarget {
   #move(event) {
     const before = this.#pointers.get(event.pointerId);
     if (before === undefined) {
+      this.#hint(event.offsetX);
       return;
     }
     const others = [...this.#pointers].filter(([id]) => id !== event.pointerId);
@@ -193,6 +196,17 @@ export class Timeline extends EventTarget {
       this.#tell("scrub", event);
     }
     this.#pointers.set(event.pointerId, event.offsetX);
+  }
+
+  // Says what lies under the pointer.
+  #hint(x) {
+    const time = this.timeAt(Math.max(kLabel, x));
+    const events = this.events.filter((event) => Math.abs(this.#x(event.time) - x) <= kNear);
+    const damages = this.damages.filter(
+      ({ loss, first, last }) => loss && last !== 0xffffffff && first * kSecond <= time && time < (last + 1) * kSecond);
+    const most = 8;
+    const lines = [...events.map(this.eventText), ...damages.map((damage) => damage.text)].slice(0, most);
+    this.#canvas.title = [this.clock.text(time), ...lines].join("\n");
   }
 
   #up(event) {
@@ -354,7 +368,9 @@ export class Timeline extends EventTarget {
   #drawEvents() {
     const draw = this.#context;
     draw.fillStyle = this.#colors.bad;
+    draw.textBaseline = "middle";
     let free = -10;
+    let freeText = -10; // where a name has room again
     for (const event of this.events) {
       const x = this.#x(event.time);
       if (x < kLabel || x > this.#canvas.clientWidth || x < free) {
@@ -366,6 +382,11 @@ export class Timeline extends EventTarget {
       draw.lineTo(x + 4, kHeader - 8);
       draw.fill();
       free = x + 2;
+      if (x >= freeText) {
+        const name = event.event_names;
+        draw.fillText(name, x + 6, kHeader - 5);
+        freeText = x + 10 + draw.measureText(name).width;
+      }
     }
   }
 

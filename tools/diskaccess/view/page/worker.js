@@ -757,6 +757,7 @@ const actions = {
   play(message, mine) {
     const keysOnly = useKeysOnly(message.rate);
     playing = { rate: message.rate, until: message.until, keysOnly, slow: false };
+    time = message.from ?? time;
     return play(mine);
   },
   async pause(message, mine) {
