@@ -7,7 +7,7 @@ const kHeader = 46; // pixels: days, hours and events
 const kNear = 5; // pixels from an event within which it is meant
 const kTickPixels = 90;
 const kTicks = [1, 2, 5, 10, 30, 60, 120, 300, 600, 1800, 3600, 7200, 14400, 43200, 86400, 604800]; // seconds
-const kLabel = 58; // pixels: the cameras' names
+const kLabel = 84; // pixels: the cameras' names
 
 // Turns times into places on a line on which long gaps are short.
 export class Fold {
