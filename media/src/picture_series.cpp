@@ -150,7 +150,7 @@ std::optional<std::vector<SeriesPicture>> PicturesOf(const std::vector<uint8_t>&
             return std::nullopt;
         }
         const auto begin = answer.begin() + static_cast<std::ptrdiff_t>(at);
-        all[head.frame].assign(begin, begin + head.size);
+        all[head.frame].assign(begin, begin + static_cast<std::ptrdiff_t>(head.size));
         at += head.size;
     }
     std::vector<SeriesPicture> wanted;
