@@ -31,7 +31,7 @@ namespace {
 
 using namespace media;
 
-constexpr CostLimits kLimits = {40, 160, 64, 6 << 20};
+constexpr CostLimits kLimits = {80, 160, 64, 6 << 20};
 /// What a block lacks at the source's end is hashed as zeros. To do so for gigabytes takes seconds and teaches nothing.
 constexpr uint32_t kLargestBlock = 1 << 20;
 /// System calls on files that an export makes: for each file, for each piece of bytes, and before it knows its files.

@@ -24,7 +24,7 @@ namespace {
 using namespace recordings;
 
 constexpr int kMostOperations = 4;
-constexpr CostLimits kLimits = {8, 40, 4, 256 << 10};
+constexpr CostLimits kLimits = {24, 40, 4, 256 << 10};
 
 class RecordingsRun : private DiskRun {
 public:

@@ -21,8 +21,8 @@
 
 namespace fuzzing {
 
-/// What one operation may cost. To each of these comes what any disk costs, however small. They are about three times what
-/// the corpus needs, so that what grows faster than the disk is found.
+/// What one operation may cost. To each of these comes what any disk costs, however small. They are a few times what the
+/// corpus needs, so that what grows faster than the disk is found.
 struct CostLimits {
     uint64_t bytes;     ///< that are read, for each byte of the ring
     uint64_t reads;     ///< for each block of the ring
