@@ -51,7 +51,7 @@ std::vector<std::string> PartNames(const std::string& first) {
         throw Error(ErrorKind::CannotOpen,
                     first + ": the parts of the E01 image cannot be found: " + error.Text());
     }
-    const std::vector<std::string> parts(names, names + count);
+    std::vector<std::string> parts(names, names + count);
     libewf_glob_free(names, count, nullptr);
     return parts;
 }
@@ -138,6 +138,8 @@ private:
     void Open() {
         std::vector<std::string> paths;
         std::vector<char*> names;
+        paths.reserve(m_parts.size());
+        names.reserve(m_parts.size());
         for (const auto& part : m_parts) {
             paths.push_back("/proc/self/fd/" + std::to_string(part->Descriptor()));
         }

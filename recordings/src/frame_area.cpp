@@ -46,7 +46,7 @@ FrameBuffer::Memory FrameBuffer::Take(size_t size) {
     const auto spare = std::find_if(m_lent.begin(), m_lent.end(),
                                     [size](const Memory& memory) { return Serves(memory, size); });
     if (spare != m_lent.end()) {
-        const Memory memory = *spare;
+        Memory memory = *spare;
         m_lent.erase(spare);
         return memory;
     }
