@@ -1,6 +1,7 @@
 #include "media/exporter.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <utility>
 
@@ -105,10 +106,15 @@ private:
                                                  Problems(), m_watcher.Silent());
     }
 
+    bool IsWanted(const TrackKey& track) const { return m_request.withAudio || !track.isAudio; }
+
     /// @return false when there are no tracks that it could hold
     bool StartContainer() {
         const Survey survey = MakeSurvey(m_disk, m_blocks, m_query, m_watcher.Silent());
-        const auto tracks = m_finder.FindAll(m_query, survey, *m_sink, m_watcher.Silent());
+        auto tracks = m_finder.FindAll(m_query, survey, *m_sink, m_watcher.Silent());
+        for (auto track = tracks.begin(); track != tracks.end();) {
+            track = IsWanted(track->first) ? std::next(track) : tracks.erase(track);
+        }
         Estimate estimate;
         std::set<TrackKey> taken;
         for (const auto& [key, found] : tracks) {
@@ -201,6 +207,9 @@ private:
                 m_hasher.Add(*block);
             }
             block = frame.block;
+            if (!IsWanted(TrackKey::Of(frame))) {
+                continue;
+            }
             Follow(frame);
             m_copier->Copy(frame);
             NoteClock(frame);
@@ -212,7 +221,11 @@ private:
         for (const auto& sink : m_parts) {
             m_result.segments.push_back(sink->Segments());
         }
-        m_result.gaps = frames.Gaps();
+        for (const recordings::Gap& gap : frames.Gaps()) {
+            if (IsWanted({gap.channel, !gap.video})) {
+                m_result.gaps.push_back(gap);
+            }
+        }
         m_result.blocks = frames.BlocksUsed();
     }
 
@@ -305,7 +318,7 @@ private:
             const bool isOther = key < TrackKey::Of(frame) || TrackKey::Of(frame) < key;
             const bool begins =
                 ComesTooLate(key, found.first.time) || m_copier->IsNew(found.track, found.Whole());
-            if (isOther && !found.refused && begins) {
+            if (isOther && IsWanted(key) && !found.refused && begins) {
                 m_copier->PrepareTrack(found.track, found.Whole(), part);
             }
         }

@@ -31,6 +31,7 @@ public:
         m_writer.AskedFor();
         WriteSpan();
         m_writer.Member("container", NameOf(m_request.container));
+        m_writer.Member("with_audio", m_request.withAudio);
         m_writer.Member("text_track", m_request.clockText && m_request.container != Container::Raw);
         m_writer.List("outputs", m_result.outputs,
                       [this](const Exported& output) { return OutputOf(output); });

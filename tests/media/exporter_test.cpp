@@ -960,4 +960,35 @@ TEST_F(Exports, GoOnInAnotherFileAfterPausesThatMp4CannotShow) {
     EXPECT_EQ(Run(Request(File("whole"), Container::Matroska))->outputs.size(), 1u);
 }
 
+TEST_F(Exports, LeaveTheSoundOutWhenToldTo) {
+    Record({{0, 0, 20, true}, {1, 0, 20, true}});
+    for (const Container container : {Container::Raw, Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.replace = true;
+        request.withAudio = false;
+        const auto result = Run(request);
+        ASSERT_TRUE(result);
+        ASSERT_EQ(result->tracks.size(), 2u);
+        EXPECT_EQ(result->tracks[0].frames + result->tracks[1].frames, 200u); // five a second of each
+        EXPECT_TRUE(result->leftOut.empty());                                 // nobody misses it
+        EXPECT_EQ(result->outputs.size(), container == Container::Raw ? 2u : 1u);
+        EXPECT_EQ(Manifest()["with_audio"], false);
+        if (container != Container::Raw) {
+            EXPECT_EQ(ContainerFile::Read(File("out")).streams.size(), 2u);
+        }
+    }
+    ASSERT_TRUE(Run(Request(File("whole"), Container::Matroska)));
+    EXPECT_EQ(Json::parse(ReadFile(File("whole.json")))["with_audio"], true);
+}
+
+/// The sound pauses, the picture does not: without it there is no gap.
+TEST_F(Exports, TellOfNoPausesOfSoundThatIsLeftOut) {
+    Record({{0, 0, 10, true}, {0, 10, 40, false}, {0, 40, 50, true}});
+    ExportRequest request = Request(Container::Matroska);
+    EXPECT_EQ(Run(request)->gaps.size(), 1u);
+    request.replace = true;
+    request.withAudio = false;
+    EXPECT_TRUE(Run(request)->gaps.empty());
+}
+
 } // namespace

@@ -269,6 +269,7 @@ void AddExportOptions(CLI::App& command, Options& options) {
                     "A file for each journey (FILE-j3.mkv, by its number) or channel (FILE-ch0.mkv)")
         ->transform(completion::OneOf({"journey", "channel"}))
         ->option_text("KIND");
+    command.add_flag("--no-audio", options.noAudio, "Leave the sound out");
     command.add_flag("--no-clock", options.noClock,
                      "Leave out the text track with the recorded time, the vehicle and the channels");
     command

@@ -73,6 +73,7 @@ struct Options {
     std::string audio;
     bool raw = false;
     bool noClock = false;
+    bool noAudio = false;
     std::string split;
     bool force = false;
 

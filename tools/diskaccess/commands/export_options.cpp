@@ -154,6 +154,7 @@ media::ExportRequest RequestOf(Context& context) {
     request.container = WantedContainer(options);
     request.audio = ReadAudio(options.audio);
     request.clockText = !options.noClock;
+    request.withAudio = !options.noAudio;
     FillRequest(context, request);
     Narrow(context, request);
     if (GoesToStandardOutput(options)) {
@@ -178,6 +179,9 @@ bool GoesToStandardOutput(const Options& options) {
 }
 
 void CheckExport(const Options& options) {
+    if (options.noAudio && !options.audio.empty()) {
+        throw WrongUse("--no-audio leaves the sound out: leave --audio out");
+    }
     if (options.raw && options.split == "channel") {
         throw WrongUse("--raw makes a file of each channel anyway: leave --split out");
     }
