@@ -127,7 +127,7 @@ std::vector<Partition> Probe(const Source& disk, int descriptor, unsigned int se
         blkid_probe_set_sectorsize(probe.get(), sectorSize) != 0) {
         return partitions;
     }
-    blkid_partlist const list = blkid_probe_get_partitions(probe.get());
+    blkid_partlist list = blkid_probe_get_partitions(probe.get());
     const int count = list == nullptr ? 0 : blkid_partlist_numof_partitions(list);
     for (int i = 0; i < count; ++i) {
         const Partition partition = PartitionOf(disk, blkid_partlist_get_partition(list, i));

@@ -42,7 +42,7 @@ public:
 
     std::string Text() const {
         const Problem& p = m_problem;
-        const std::string block = BlockText(p);
+        std::string block = BlockText(p);
         switch (p.kind) {
         case ProblemKind::TablesUnreadable:
             return "the tables of bad blocks cannot be read: every block is looked at";

@@ -167,7 +167,7 @@ std::string FirstPartOf(const std::string& path) {
     for (const uint32_t number : {0u, 1u}) {
         Ending first = *ending;
         first.number = number;
-        const std::string name = PartName(path, first, number);
+        std::string name = PartName(path, first, number);
         if (first.IsFirst() && fs::is_regular_file(name, none)) {
             return name;
         }
