@@ -11,7 +11,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build pkg-config
 SAMPLE_PACKAGES=(ffmpeg fonts-dejavu-core)
 # What the tests take besides.
 TEST_PACKAGES=(clang libclang-rt-14-dev libgtest-dev libvalijson-dev openssl tzdata python3 git util-linux
-  ewf-tools postgresql-15 mandoc bsdextrautils bash-completion zsh fish)
+  ewf-tools postgresql-15 strace mandoc bsdextrautils bash-completion zsh fish)
 # What the 32-bit targets take. g++-multilib would drive the ARM compiler out; g++-12-multilib does not.
 TARGET_PACKAGES=(g++-12-multilib g++-arm-linux-gnueabihf qemu-user)
 # What the Python module takes, and its tests.

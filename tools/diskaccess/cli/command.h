@@ -33,6 +33,7 @@ public:
     Command& Confined(NeedsOf needs);
     Command& Does(Run run);
 
+    const std::string& Name() const { return m_name; }
     ExitCode Execute(const Options& options, Confiner confine) const;
     /// Makes the command known to the command line.
     /// @param chosen called when the user types it, with the command line's part that is the command's
