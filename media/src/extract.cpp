@@ -191,7 +191,7 @@ private:
         writer.Begin("extract", m_result.blocks.front().number, m_result.headDigest, m_result.sourceDigest);
         writer.AskedFor();
         writer.Member("image", {{"file", std::filesystem::path(m_result.image).filename().string()},
-                                {"size_bytes", m_result.imageSize}});
+                                {"size_bytes", ManifestWriter::NumberOf(m_result.imageSize)}});
         writer.List("areas", m_result.areas,
                     [](const AreaDigest& area) { return ManifestWriter::AreaOf(area); });
         writer.List("blocks", m_result.blocks, [this, &writer](const CopiedBlock& copied) {

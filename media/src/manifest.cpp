@@ -68,7 +68,7 @@ private:
     Json OutputOf(const Exported& output) const {
         const std::string name = std::filesystem::path(output.path).filename().string();
         return {{"file", m_request.stream ? Json(nullptr) : Json(name)},
-                {"size_bytes", output.size},
+                {"size_bytes", ManifestWriter::NumberOf(output.size)},
                 {"sha256", output.sha256}};
     }
 
@@ -78,12 +78,12 @@ private:
                      {"media", MediaOf(track.isVideo)},
                      {"codec", track.Codec()},
                      {"output", track.output},
-                     {"frame_count", track.frames},
-                     {"payload_bytes", track.bytes},
+                     {"frame_count", ManifestWriter::NumberOf(track.frames)},
+                     {"payload_bytes", ManifestWriter::NumberOf(track.bytes)},
                      {"start", any ? TimeOf(track.first) : Json(nullptr)},
                      {"end", any ? TimeOf(track.last) : Json(nullptr)}};
         if (track.isVideo) {
-            json["key_frame_count"] = track.keyFrames;
+            json["key_frame_count"] = ManifestWriter::NumberOf(track.keyFrames);
         } else {
             json["sample_rate"] = track.audio.sampleRate;
         }
@@ -158,7 +158,7 @@ private:
     static Json LeftOutOf(const LeftOut& item) {
         return {{"channel", item.channel},
                 {"media", MediaOf(item.isVideo)},
-                {"frame_count", item.frames},
+                {"frame_count", ManifestWriter::NumberOf(item.frames)},
                 {"reason", NameOf(item.reason)},
                 {"text", item.description}};
     }

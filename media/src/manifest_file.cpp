@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <limits>
 #include <utility>
 
@@ -184,13 +185,25 @@ private:
         return *found;
     }
 
+    /// A large one is text: many programs would not read it exactly.
+    static std::optional<uint64_t> NumberOf(const Json& value) {
+        if (value.is_number_unsigned()) {
+            return value.get<uint64_t>();
+        }
+        const std::string text = value.is_string() ? value.get<std::string>() : "";
+        uint64_t number = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        const bool whole = !text.empty() && error == std::errc() && end == text.data() + text.size();
+        return whole ? std::optional(number) : std::nullopt;
+    }
+
     uint64_t NumberIn(const Json& object, const char* key,
                       uint64_t most = std::numeric_limits<uint64_t>::max()) const {
-        const Json& value = MemberOf(object, key);
-        if (!value.is_number_unsigned() || value.get<uint64_t>() > most) {
+        const std::optional<uint64_t> number = NumberOf(MemberOf(object, key));
+        if (!number || *number > most) {
             Refuse(fmt::format("'{}' is no number that it can be", key));
         }
-        return value.get<uint64_t>();
+        return *number;
     }
 
     uint32_t Number32In(const Json& object, const char* key, uint32_t most = 0xFFFFFFFF) const {

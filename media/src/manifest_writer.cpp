@@ -70,14 +70,14 @@ void ManifestWriter::WriteSource(const std::optional<AreaDigest>& digest) {
                       {"model", known(provenance.device.model)},
                       {"serial", known(provenance.device.serial)},
                       {"partition_number", part ? Json(part->number) : Json(nullptr)},
-                      {"partition_offset", part ? Json(part->start) : Json(nullptr)},
+                      {"partition_offset", part ? NumberOf(part->start) : Json(nullptr)},
                       {"digest", digest ? AreaOf(*digest) : Json(nullptr)}});
 }
 
 void ManifestWriter::WritePartition(std::optional<uint32_t> firstBlock, const AreaDigest& head) {
     const recordings::DiskFacts& facts = m_disk.Facts();
     Member("partition", Printable(m_disk.Bytes().Name()));
-    Member("device_size_bytes", m_disk.Bytes().Size());
+    Member("device_size_bytes", NumberOf(m_disk.Bytes().Size()));
     Member("partition_head", AreaOf(head));
     Member("description", Printable(facts.description));
     Member("block_count", facts.blockCount);
@@ -124,35 +124,22 @@ void ManifestWriter::ProblemsOf(const char* key, Severity severity,
     EndList();
 }
 
-/// What applies to the kind of problem, and nothing else.
+/// As in the answers of commands: null for what a kind of problem does not have.
 Json ManifestWriter::ProblemOf(const recordings::Problem& problem) const {
-    Json json = {{"problem", recordings::NameOf(problem.kind)},
-                 {"text", recordings::Describe(problem, m_request.wording.readableTime)}};
-    const auto set = [&json](const char* key, const std::optional<uint32_t>& value) {
-        if (value) {
-            json[key] = *value;
-        }
+    const auto number = [](const std::optional<uint32_t>& value) {
+        return value ? Json(*value) : Json(nullptr);
     };
-    set("block", problem.block);
-    set("next_block", problem.blockAfter);
-    set("channel", problem.channel);
-    set("offset", problem.offset);
-    if (problem.bytes != 0) {
-        json["size_bytes"] = problem.bytes;
-    }
-    if (problem.count != 0) {
-        json["count"] = problem.count;
-    }
-    if (problem.before) {
-        json["start"] = TimeOf(*problem.before);
-    }
-    if (problem.after) {
-        json["end"] = TimeOf(*problem.after);
-    }
-    if (problem.channels != 0) {
-        json["channels"] = ChannelsOf({problem.channels});
-    }
-    return json;
+    return {{"problem", recordings::NameOf(problem.kind)},
+            {"text", recordings::Describe(problem, m_request.wording.readableTime)},
+            {"block", number(problem.block)},
+            {"block_after", number(problem.blockAfter)},
+            {"channel", number(problem.channel)},
+            {"channels", ChannelsOf({problem.channels})},
+            {"offset", number(problem.offset)},
+            {"bytes", NumberOf(problem.bytes)},
+            {"count", NumberOf(problem.count)},
+            {"before", TimeOf(problem.before)},
+            {"after", TimeOf(problem.after)}};
 }
 
 void ManifestWriter::Key(const char* key) {
@@ -187,10 +174,10 @@ Json ManifestWriter::NumberOf(uint64_t number) {
 }
 
 Json ManifestWriter::AreaOf(const AreaDigest& area) {
-    return {{"device_offset", area.offset},
-            {"size_bytes", area.size},
+    return {{"device_offset", NumberOf(area.offset)},
+            {"size_bytes", NumberOf(area.size)},
             {"sha256", area.sha256},
-            {"unreadable_bytes", area.unreadable}};
+            {"unreadable_bytes", NumberOf(area.unreadable)}};
 }
 
 } // namespace media

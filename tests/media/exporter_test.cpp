@@ -530,7 +530,7 @@ TEST_F(Exports, NameWhatIsLost) {
     ASSERT_FALSE(losses.empty());
     EXPECT_EQ(losses[0]["problem"], "bytes_damaged");
     EXPECT_EQ(losses[0]["block"], 2);
-    EXPECT_GE(losses[0]["size_bytes"], 2000);
+    EXPECT_GE(losses[0]["bytes"], 2000);
     EXPECT_NE(losses[0]["text"].get<std::string>().find("block 2"), std::string::npos);
     EXPECT_EQ(result->problems.size(), losses.size() + Manifest()["notes"].size());
 }
