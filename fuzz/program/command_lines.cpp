@@ -35,6 +35,7 @@ const std::map<std::string, Values>& AllValues() {
         {"--format", {"json", "ndjson", "csv", "text"}},
         {"timeline --format", {"text"}},
         {"dump --format", {"text"}},
+        {"report --format", {"text"}},
         {"--partition", {"1", "2", "4294967295"}},
         {"--skew", {"3600", "-3600", "4294967295", "-4294967295"}},
         {"--clock-check", {"2023-11-14 22:13:20=2023-11-14 22:13:10"}},
@@ -49,6 +50,7 @@ const std::map<std::string, Values>& AllValues() {
         {"--silence", {"1s", "5m", "1h", "100d"}},
         {"--mix", {}},
         {"--full", {}},
+        {"--decode", {}},
         {"--svg", {"{out}/timeline.svg"}},
         {"--html", {"{out}/timeline.html"}},
         {"--force", {}},
@@ -61,6 +63,14 @@ const std::map<std::string, Values>& AllValues() {
         {"still --output", {"{out}/picture.jpg", "{out}/picture.png", "{out}/"}},
         {"export --output", {"{out}/film.mkv", "{out}/film.mp4", "{out}/film"}},
         {"extract --output", {"{out}/part.img"}},
+        {"report --output", {"{out}/report.html"}},
+        {"--pictures", {"12", "0", "1"}},
+        {"--sheet", {}},
+        {"--every", {"1s", "10s", "100d"}},
+        {"--columns", {"1", "8"}},
+        {"--manifest", {"{out}/film.json"}},
+        {"--split", {"journey", "channel"}},
+        {"--no-clock", {}},
         {"--event", {"0/0", "1/0", "0/1", "3/0", "4294967295/4294967295"}},
         {"catalog --event", kMasks},
         {"--around", {"30s", "1s", "100d"}},
@@ -117,6 +127,17 @@ std::vector<std::string> NamesOf(const std::set<CLI::Option*>& options) {
 
 bool Has(const std::vector<std::string>& names, const std::string& name) {
     return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+/// What one option or another is to say, though none of them is needed by itself.
+void Complete(CommandLine& line) {
+    if (line.front() == "still" && !Has(line, "--at") && !Has(line, "--sheet")) {
+        line.insert(line.end(), {"--at", "@1700000004.5"});
+    }
+    const auto output = std::find(line.begin(), line.end(), "--output");
+    if (Has(line, "--manifest") && output != line.end()) {
+        *(output + 1) = "-"; // it stands beside any other output
+    }
 }
 
 } // namespace
@@ -199,6 +220,7 @@ std::vector<CommandLine> CommandLines::Of(uint64_t number) const {
     if (command.name == "journeys" && random() % 4 == 0) {
         line.erase(line.begin()); // it is also meant without its name
     }
+    Complete(line);
     if (command.name != "catalog") {
         return {line};
     }

@@ -223,7 +223,8 @@ void Runs::CheckComplaints(const CommandLine& line, const ProgramEnd& end) const
 }
 
 void Runs::CheckAnswer(const CommandLine& line, const ProgramEnd& end) const {
-    if (end.exitCode == 1 || end.exitCode == 2) {
+    const bool isStream = std::find(line.begin(), line.end(), "-") != line.end();
+    if (Failed(end.exitCode) || isStream) {
         return;
     }
     if (AsksFor(line, "json")) {

@@ -71,6 +71,7 @@ protected:
               {"find", "--database", database},
               {"remove", "1", "--database", database}}},
             {"dump", {{m_source}}},
+            {"report", {{m_source, "-o", File("report.html")}}},
         };
     }
 
