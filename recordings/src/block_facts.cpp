@@ -188,6 +188,13 @@ bool BlockFacts::ListsEnd(uint32_t channel, uint64_t end, int64_t seconds) const
     return lists(end) || (end >= kRebuiltEndBefore && lists(end - kRebuiltEndBefore));
 }
 
+bool BlockFacts::InOneSegment(uint32_t channel, uint32_t first, uint32_t second) const {
+    const auto has = [=](const IndexedSegment& segment) {
+        return segment.startOffset <= first && second < segment.endOffset;
+    };
+    return m_index && std::any_of(m_index->segments[channel].begin(), m_index->segments[channel].end(), has);
+}
+
 bool BlockFacts::ListsEvent(uint32_t offset, int64_t time) const {
     return std::binary_search(m_events.begin(), m_events.end(), Name{offset, 0, time});
 }

@@ -79,6 +79,9 @@ public:
     /// Never so for the newest block, which may never have been closed.
     bool LostItsTail() const;
 
+    /// Whether the index has two frames of a channel in one record segment.
+    bool InOneSegment(uint32_t channel, uint32_t first, uint32_t second) const;
+
     /// Whether a place where frames are looked for may hold a head of this block. Sound heads pass but for odd times.
     bool SeemsHead(const FrameHead_t& head, const Reached& reached) const;
     /// Whether a place holds a head from before the block was begun. Other channels may have been recorded then.

@@ -23,6 +23,9 @@ constexpr size_t kFewestSteps = 6;
 /// written some time after they happened.
 constexpr int64_t kOtherReach = 3600 * kMicros;
 
+/// Between two frames further apart than this, the recorder begins another record segment.
+constexpr int64_t kSegmentGap = 16 * kMicros;
+
 /// Finds what the ring's previous turn has left at the end of a block.
 class LeftOver {
 public:
@@ -213,6 +216,10 @@ int64_t TimeCheck::OutOfOrder(const Track& track, size_t place) const {
     const int64_t away = time < before ? TimeBetween(time, before) : TimeBetween(after, time);
     const int64_t both = TimeBetween(before, after);
     if (track.steady && TimeApart(both, 2 * track.pace) <= track.pace / 4) {
+        return away;
+    }
+    if (away > kSegmentGap && m_facts.InOneSegment(At(track, place - 1).channel, At(track, place - 1).offset,
+                                                   At(track, place + 1).offset)) {
         return away;
     }
     const int64_t leap = std::max(TimeBetween(before, time), TimeBetween(time, after));

@@ -526,6 +526,21 @@ TEST_P(BlockFrames, GiveADamagedTimeStampOneBetweenItsNeighbours) {
     }
 }
 
+TEST_P(BlockFrames, OfOneSegmentAreNoFurtherApartThanItsFramesMayBe) {
+    // Five frames are too few to tell their pace, but the index has them in one segment.
+    for (const int64_t time : {int64_t{0}, At(-20000), At(20000)}) {
+        Begin(1);
+        for (int64_t i = 0; i < 5; ++i) {
+            Record(At(i * 200), i == 0 ? kVideoI : kVideoP, 0, 100);
+        }
+        Recorder().PowerOff();
+        Change(Recorded()[2], [&](FrameHead_t& head) { head.pts = time; });
+        const ReadFrames read = Read(0);
+        EXPECT_TRUE(Same(read, 0)); // half-way between its neighbours
+        EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded()[2])}));
+    }
+}
+
 TEST_P(BlockFrames, TakeTheTimeOfAKeyFrameFromTheIndex) {
     Begin(1);
     RecordSeconds(0, 5);
