@@ -21,6 +21,9 @@ constexpr size_t kWrongBits = 4;
 /// The streams of one recording are no further apart than this.
 constexpr int64_t kSkewSeconds = 5;
 
+/// Turns of the ring after which each place was hardly cut off every time.
+constexpr uint32_t kTurnsToTell = 4;
+
 /// Places on each side of a block that tell whether blocks are closed here.
 constexpr uint32_t kBesideTail = 2;
 
@@ -144,7 +147,8 @@ bool BlockFacts::TailIsErased(uint32_t number) const {
 bool BlockFacts::LostItsTail() const {
     const uint32_t count = m_disk.BlockCount();
     const bool newest = NextInRing().has_value();
-    if (newest || m_block.closed || m_block.sequence <= count || !TailIsErased(m_block.number)) {
+    if (newest || m_block.closed || m_block.sequence / kTurnsToTell < count ||
+        !TailIsErased(m_block.number)) {
         return false;
     }
     for (uint32_t distance = 1; distance <= std::min(kBesideTail, count - 1); ++distance) {

@@ -786,11 +786,11 @@ TEST_P(BlockFrames, AreMissingWhereACopyHasAHoleUpToTheEndOfABlock) {
     // In a ring that has wrapped each place has a tail, if only that of an earlier turn. Without one, and with zeros from
     // inside a picture up to it, a block that was closed looks like one that was cut off.
     Begin(1);
-    for (int64_t hour = 0; hour < 14; ++hour) {
+    for (int64_t hour = 0; hour < 40; ++hour) {
         RecordSeconds(hour * 3600, 5);
         Recorder().PowerOff();
     }
-    const std::vector<RecordedFrame> frames = Of(2); // of both turns
+    const std::vector<RecordedFrame> frames = Of(2); // of all turns
     const RecordedFrame& last = frames[frames.size() - 20];
     ASSERT_GE(last.frame.payload.size(), 32U);
     ASSERT_NE(last.frame.payload.back(), 0);
