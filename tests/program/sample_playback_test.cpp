@@ -217,7 +217,9 @@ TEST_F(SampleExport, MatroskaDecodesWithoutAWord) {
     EXPECT_EQ(manifest["container"], "matroska");
     EXPECT_EQ(DecoderComplaints("out.mkv"), "");
     const Json probe = Probe("out.mkv");
-    ASSERT_EQ(probe["streams"].size(), 6u);
+    ASSERT_EQ(probe["streams"].size(), 7u);
+    EXPECT_EQ(probe["streams"][6]["codec_name"], "subrip");
+    EXPECT_EQ(probe["streams"][6]["nb_read_packets"], "160"); // one text a second
     std::vector<std::string> streams;
     for (size_t i = 0; i < 6; ++i) {
         const Json& stream = probe["streams"][i];
