@@ -79,7 +79,9 @@ done
 for file in docs/api-guide.md docs/timeline.svg docs/viewer.png examples/player_loop.cpp; do
   [ -e "/usr/share/doc/libdiskaccess-dev/$file" ]
 done
-[ -e /usr/share/diskaccess/schema/list.schema.json ]
+for file in list.schema.json list.ndjson.schema.json list.csv-metadata.json; do
+  [ -e "/usr/share/diskaccess/schema/$file" ]
+done
 dpkg --verify "${packages[@]}"
 
 diskaccess-sample generate "$scratch/disk" --blocks 4 --block-size 1MiB --seconds 5

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -86,6 +87,64 @@ TEST(Schemas, EveryKeyIsExplained) {
         used.insert(key);
     }
     EXPECT_EQ(explained, used);
+}
+
+/// Whether a line has the keys and forms of a row of one of the document's tables, or those that the document begins with.
+bool IsPartOf(const Json& line, const Json& document) {
+    const auto isRow = [&line](const Json& table) {
+        return table.contains("items") && table["items"].contains("properties") &&
+               table["items"]["properties"] == line["properties"] &&
+               table["items"]["required"] == line["required"];
+    };
+    const Json& parts = document["properties"];
+    if (std::any_of(parts.begin(), parts.end(), isRow)) {
+        return true;
+    }
+    for (const auto& [key, value] : line["properties"].items()) {
+        if (!parts.contains(key) || parts[key] != value) {
+            return false;
+        }
+    }
+    return line["properties"].contains("schema_version");
+}
+
+TEST(Schemas, LinesAreRowsOfTheDocuments) {
+    size_t lines = 0;
+    for (const auto& file : std::filesystem::directory_iterator(SchemaDirectory())) {
+        const std::string name = file.path().filename();
+        if (name.find(".ndjson.") == std::string::npos) {
+            continue;
+        }
+        const std::string command = name.substr(0, name.find_first_of(".-"));
+        const Json line = Json::parse(ReadFile(file.path()));
+        const Json document = Json::parse(ReadFile(SchemaDirectory() + "/" + command + ".schema.json"));
+        EXPECT_TRUE(IsPartOf(line, document)) << name;
+        EXPECT_EQ(line["additionalProperties"], false) << name;
+        ++lines;
+    }
+    EXPECT_GT(lines, 10u);
+}
+
+TEST(Schemas, ColumnsHaveTheKeysOfTheLines) {
+    size_t columns = 0;
+    for (const auto& file : std::filesystem::directory_iterator(SchemaDirectory())) {
+        const std::string name = file.path().filename();
+        const size_t end = name.find(".csv-metadata.json");
+        if (end == std::string::npos) {
+            continue;
+        }
+        const std::string lines = name.rfind("info-empty", 0) == 0 ? "info" : name.substr(0, end);
+        const Json line = Json::parse(ReadFile(SchemaDirectory() + "/" + lines + ".ndjson.schema.json"));
+        const Json table = Json::parse(ReadFile(file.path()));
+        EXPECT_EQ(table["url"], name.substr(0, end) + ".csv");
+        for (const Json& column : table["tableSchema"]["columns"]) {
+            EXPECT_TRUE(line["properties"].contains(column["name"])) << name << ": " << column["name"];
+            EXPECT_EQ(column["titles"], column["name"]);
+            EXPECT_NE(column["dc:description"], "") << name << ": " << column["name"];
+            ++columns;
+        }
+    }
+    EXPECT_GT(columns, 100u);
 }
 
 } // namespace
