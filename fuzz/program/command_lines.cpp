@@ -70,6 +70,7 @@ const std::map<std::string, Values>& AllValues() {
         {"--columns", {"1", "8"}},
         {"--manifest", {"{out}/film.json"}},
         {"--split", {"journey", "channel"}},
+        {"--no-audio", {}},
         {"--no-clock", {}},
         {"--event", {"0/0", "1/0", "0/1", "3/0", "4294967295/4294967295"}},
         {"catalog --event", kMasks},
