@@ -104,7 +104,10 @@ TEST_F(ReportCommand, TextOfTheDiskIsNoMarkup) {
 
 TEST_F(ReportCommand, ALossEndsItWith3) {
     Disk().Put(Disk().FrameOffset(0, 0), FrameHead_t{});
-    EXPECT_EQ(Report().exitCode, 3);
+    const ProgramResult result = Report();
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_NE(result.err.find("findings that are losses: "), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("report.html names them under Health\n"), std::string::npos) << result.err;
     EXPECT_NE(ReadFile(File("report.html")).find("<td>loss</td>"), std::string::npos);
 }
 

@@ -7,6 +7,7 @@
 
 #include "cli/failure.h"
 #include "cli/interruption.h"
+#include "cli/output.h"
 #include "commands/commands.h"
 #include "commands/coverage.h"
 #include "commands/evidence.h"
@@ -64,11 +65,25 @@ public:
                                       {"event_count", "Events", m_events},
                                       {"finding_count", "Findings", m_findings},
                                       {"loss_count", "Of these, losses", m_losses}});
+        TellLosses(files.front().path);
         const ExitCode code = m_context.Finish();
         return code == kDone && (m_losses != 0 || m_lostPicture) ? kDataLost : code;
     }
 
 private:
+    /// The page names what is lost. Those who do not open it at once are told here.
+    void TellLosses(const std::string& page) const {
+        const std::string& source = m_context.Typed().partition;
+        if (m_losses != 0) {
+            Complain(fmt::format("{}: findings that are losses: {}; {} names them under Health", source,
+                                 m_losses, page));
+        }
+        if (m_lostPicture) {
+            Complain(fmt::format("{}: pictures of events are missing or damaged; {} names them under Events",
+                                 source, page));
+        }
+    }
+
     /// Who made the page, when, with what, and of what.
     ReportSection Origin() {
         const media::Provenance origin = ProvenanceOf(m_context);
