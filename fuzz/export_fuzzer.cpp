@@ -71,6 +71,14 @@ private:
     int m_descriptor;
 };
 
+/// A text of a disk, which may hold any byte, for a manifest, which holds characters alone.
+std::string Printable(const std::string& text) {
+    std::string printable = text;
+    std::replace_if(
+        printable.begin(), printable.end(), [](char byte) { return byte < ' ' || byte > '~'; }, '?');
+    return printable;
+}
+
 /// The lowest number that the next descriptor gets.
 int NextDescriptor() {
     const int next = dup(STDERR_FILENO);
@@ -154,7 +162,7 @@ private:
         request.wording.utcTimestamp = [](int64_t) { return "2026-11-20T14:00:00.000000Z"; };
         request.wording.readableTime = [](int64_t time) { return std::to_string(time); };
         request.wording.readableSecond = request.wording.readableTime;
-        request.wording.printable = [](const std::string& text) { return text; };
+        request.wording.printable = Printable;
         return request;
     }
 
@@ -282,6 +290,7 @@ private:
         const ManifestFile manifest = ReadManifest(result.manifest);
         Require(manifest.files.size() == result.outputs.size(), "the manifest does not name all files");
         VerifyRequest request = {manifest};
+        request.printable = Printable;
         if (IsFaultless()) {
             request.disk = &Disk();
             request.blocks = &Blocks();
