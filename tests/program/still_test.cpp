@@ -195,6 +195,9 @@ TEST_F(StillCommand, APictureThatCannotBeDecodedIsALoss) {
     Disk().Write(Disk().FrameOffset(0, 24 + 41), rubbish.data(), rubbish.size());
     const ProgramResult result = Take("2026-11-20 14:00:00", File("a.png"), {"--channel", "0", "--json"});
     EXPECT_EQ(result.exitCode, 3) << result.out;
+    EXPECT_NE(result.err.find("block 0, channel 0: the picture of 2026-11-20 14:00:00.000 "),
+              std::string::npos)
+        << result.err;
     const Json document = Json::parse(result.out);
     EXPECT_EQ(SchemaErrors("still", document), "") << document.dump(1);
     EXPECT_NE(document["stills"][0]["picture"], "whole");

@@ -1,8 +1,11 @@
 #include "commands/pictures.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "cli/failure.h"
+#include "cli/output.h"
 #include "render/printable.h"
 
 namespace diskaccess {
@@ -70,9 +73,17 @@ void ShowStills(Context& context, const std::vector<Still>& stills,
 }
 
 ExitCode FinishStills(Context& context, const std::vector<Still>& stills) {
-    const bool lost = std::any_of(stills.begin(), stills.end(), [](const Still& still) {
-        return still.state == StillState::Damaged || still.state == StillState::NotDecodable;
-    });
+    bool lost = false;
+    for (const Still& still : stills) {
+        const bool damaged = still.state == StillState::Damaged;
+        if (damaged || still.state == StillState::NotDecodable) {
+            Complain(fmt::format("block {}, channel {}: the picture of {} {}; export keeps its bytes",
+                                 still.block, still.channel,
+                                 context.Zone().TextOfMicros(context.Clock().TrueInstant(still.time).micros),
+                                 damaged ? "is damaged" : "does not decode"));
+            lost = true;
+        }
+    }
     const ExitCode code = context.Finish();
     return code == kDone && lost ? kDataLost : code;
 }
