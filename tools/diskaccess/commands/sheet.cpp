@@ -83,7 +83,7 @@ public:
         if (std::any_of(stills.begin(), stills.end(), HasPicture)) {
             const std::vector<uint8_t> bytes = EncodePicture(DrawSheet(Drawn()), output.format);
             files = media::WriteFiles({{m_context.Typed().output, std::string(bytes.begin(), bytes.end())}},
-                               {m_context.Source(), m_context.Typed().force});
+                                      {m_context.Source(), m_context.Typed().force});
         } else {
             Complain(m_context.Typed().partition +
                      ": no picture of that range and these channels; nothing was written");
