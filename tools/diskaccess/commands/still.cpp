@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <utility>
 #include <vector>
 
@@ -12,6 +11,7 @@
 #include "commands/evidence.h"
 #include "commands/pictures.h"
 #include "commands/sheet.h"
+#include "commands/wording.h"
 #include "media/error.h"
 #include "media/stills.h"
 #include "recordings/error.h"
@@ -47,22 +47,13 @@ private:
     /// Where the picture of a channel goes. Several of one time have the channel in their names.
     std::string PathOf(const Still& still) const {
         if (m_output.folder) {
-            return fmt::format("{}{}-channel-{}{}", m_output.stem, FileTime(still.time), still.channel,
+            return fmt::format("{}{}-channel-{}{}", m_output.stem,
+                               FileTime(m_context.Zone(), m_context.Clock(), still.time), still.channel,
                                m_output.ending);
         }
         const auto pictures = std::count_if(m_stills.begin(), m_stills.end(), HasPicture);
         return pictures == 1 ? m_output.stem + m_output.ending
                              : fmt::format("{}-channel-{}{}", m_output.stem, still.channel, m_output.ending);
-    }
-
-    /// "2026-11-20-140005.200": a time that file systems take.
-    std::string FileTime(int64_t time) const {
-        std::string text = m_context.Zone().TextOfMicros(m_context.Clock().TrueInstant(time).micros);
-        text.erase(std::remove(text.begin(), text.end(), ':'), text.end());
-        std::replace_if(
-            text.begin(), text.end(),
-            [](unsigned char c) { return std::isalnum(c) == 0 && c != '.' && c != '+'; }, '-');
-        return text;
     }
 
     void Save() {

@@ -1,5 +1,8 @@
 #include "commands/wording.h"
 
+#include <algorithm>
+#include <cctype>
+
 #include "render/printable.h"
 
 namespace diskaccess {
@@ -20,6 +23,15 @@ media::Wording WordingOf(const TimeZone& zone, const DiskClock& clock) {
     };
     wording.printable = Printable;
     return wording;
+}
+
+std::string FileTime(const TimeZone& zone, const DiskClock& clock, int64_t time) {
+    std::string text = zone.TextOfMicros(clock.TrueInstant(time).micros);
+    text.erase(std::remove(text.begin(), text.end(), ':'), text.end());
+    std::replace_if(
+        text.begin(), text.end(),
+        [](unsigned char c) { return std::isalnum(c) == 0 && c != '.' && c != '+'; }, '-');
+    return text;
 }
 
 } // namespace diskaccess
