@@ -71,6 +71,7 @@ const std::map<std::string, Values>& AllValues() {
         {"--manifest", {"{out}/film.json"}},
         {"--split", {"journey", "channel"}},
         {"--no-audio", {}},
+        {"--list", {"{list}"}},
         {"--no-clock", {}},
         {"--event", {"0/0", "1/0", "0/1", "3/0", "4294967295/4294967295"}},
         {"catalog --event", kMasks},
@@ -136,6 +137,10 @@ void Complete(CommandLine& line) {
         line.insert(line.end(), {"--at", "@1700000004.5"});
     }
     const auto output = std::find(line.begin(), line.end(), "--output");
+    if (Has(line, "--list") && output != line.end()) {
+        *(output + 1) =
+            (output + 1)->substr(0, (output + 1)->rfind('/') + 1); // its files are named by their times
+    }
     if (Has(line, "--manifest") && output != line.end()) {
         *(output + 1) = "-"; // it stands beside any other output
     }

@@ -91,6 +91,7 @@ std::map<std::string, std::string> PlacesIn(const test_support::TempDir& folder)
             {"whole", folder.File("whole.img")},
             {"out", folder.File("out")},
             {"names", folder.File("names.json")},
+            {"list", folder.File("list.csv")},
             {"password", folder.File("password")},
             {"wrong password", folder.File("wrong-password")},
             {"key", folder.File("key.pem")},
@@ -132,6 +133,8 @@ void Runs::MakeFiles() {
     setenv("TZ", "UTC", 1);
     std::ofstream(m_folder.File("names.json"))
         << R"({"schema_version":1,"channels":{"0":"front","31":"rear"},"event_types":{"0x1":"door"}})";
+    // One row: of several, those before one that fails leave their files.
+    std::ofstream(m_folder.File("list.csv")) << "from,to,channels\n@1700000000,@1700000012,\"0,31\"\n";
     std::ofstream(m_folder.File("password")) << "k\n";
     std::ofstream(m_folder.File("wrong-password")) << "wrong\n";
     MakeKeys(m_folder.File("key.pem"), m_folder.File("public.pem"));

@@ -1,6 +1,6 @@
 // The README and the page about the program show what it prints: every "$ diskaccess ..." in them is run on the sample
 // partition, and its output compared. A line of "..." in a page stands for any lines. The commands of a page run in one
-// directory, in its order, so that one may read what another has made.
+// directory, in its order, so that one may read what another has made. What "$ cat FILE" shows is put into that file.
 
 #include <gtest/gtest.h>
 
@@ -80,6 +80,13 @@ public:
         return test_support::RunProgram({"sh", "-c", command}, setting);
     }
 
+    void Write(const std::string& file, const std::vector<std::string>& lines) const {
+        std::ofstream output(m_directory.File(file));
+        for (const std::string& line : lines) {
+            output << line << "\n";
+        }
+    }
+
     std::string Contents(const std::string& file) const { return ReadFile(m_directory.File(file)); }
 
     static std::string ReadFile(const std::string& path) {
@@ -97,7 +104,11 @@ size_t CheckExamples(const std::string& page) {
     const std::string prompt = "diskaccess ";
     const SampleDirectory directory;
     size_t run = 0;
+    const std::string show = "cat ";
     for (Example example : ReadExamples(page)) {
+        if (example.command.rfind(show, 0) == 0) {
+            directory.Write(example.command.substr(show.size()), example.output);
+        }
         if (example.command.rfind(prompt, 0) != 0) {
             continue;
         }

@@ -247,10 +247,11 @@ void AddExportOptions(CLI::App& command, Options& options) {
         ->default_str("30s")
         ->needs(event);
     command
-        .add_option("-o,--output", options.output,
-                    "File to write; with --raw, what the files' names begin with. FILE.json says what is in "
-                    "it. - for "
-                    "standard output: Matroska for a player, without a manifest")
+        .add_option(
+            "-o,--output", options.output,
+            "File to write; with --raw, what the files' names begin with; with --list, a folder with / "
+            "at its end. FILE.json says what is in it. - for standard output: Matroska for a player, "
+            "without a manifest")
         ->option_text("FILE")
         ->type_name("FILE")
         ->required();
@@ -269,6 +270,13 @@ void AddExportOptions(CLI::App& command, Options& options) {
                     "A file for each journey (FILE-j3.mkv, by its number) or channel (FILE-ch0.mkv)")
         ->transform(completion::OneOf({"journey", "channel"}))
         ->option_text("KIND");
+    command
+        .add_option(
+            "--list", options.rangeList,
+            "A file for each row of a CSV file, in the folder DIR/ of --output; its first row names the "
+            "columns: from, to, channels, file, case, note. Rows whose files are there are skipped")
+        ->option_text("FILE.csv")
+        ->type_name("FILE");
     command.add_flag("--no-audio", options.noAudio, "Leave the sound out");
     command.add_flag("--no-clock", options.noClock,
                      "Leave out the text track with the recorded time, the vehicle and the channels");

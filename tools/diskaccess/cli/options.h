@@ -75,6 +75,7 @@ struct Options {
     bool noClock = false;
     bool noAudio = false;
     std::string split;
+    std::string rangeList;
     bool force = false;
 
     // report

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <stdexcept>
 #include <vector>
 
 #include "cli/failure.h"
@@ -8,6 +9,7 @@
 #include "cli/output.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
+#include "commands/export_list.h"
 #include "commands/export_options.h"
 #include "media/error.h"
 #include "media/exporter.h"
@@ -33,11 +35,12 @@ std::string HintFor(const media::LeftOut& item) {
     }
 }
 
-std::optional<media::ExportResult> Run(Context& context, const media::ExportRequest& request) {
+std::optional<media::ExportResult> Run(Context& context, const media::ExportRequest& request,
+                                       const std::string& doing = "exporting") {
     const recordings::BlockList& blocks =
         context.Blocks(); // a signal may end that: there is nothing to clean up
     const Interruption interruption;
-    const recordings::Watch watch = InterruptibleWatch(context, "exporting");
+    const recordings::Watch watch = InterruptibleWatch(context, doing);
     try {
         return media::Export(context.Disk(), blocks, context.Source(), request, context.Problems(), watch);
     } catch (const media::Error& error) {
@@ -68,12 +71,13 @@ bool NoteLeftOut(const media::ExportResult& result) {
     return lost;
 }
 
-void SayThatNothingWasWritten(const Context& context) {
-    const bool allLocked = context.Asked().channels.Without(context.Disk().Hidden()).Empty();
+void SayThatNothingWasWritten(const Context& context, const std::string& subject,
+                              recordings::ChannelSet channels) {
+    const bool allLocked = channels.Without(context.Disk().Hidden()).Empty();
     const char* const why = allLocked           ? "these channels are locked"
                             : context.AnyLoss() ? "no frames of that time and these channels could be read"
                                                 : "holds no frames of that time and these channels";
-    Complain(fmt::format("{}: {}; nothing was written", context.Typed().partition, why));
+    Complain(fmt::format("{}: {}; nothing was written", subject, why));
 }
 
 /// Exports one after the other, and what came of them.
@@ -81,6 +85,7 @@ struct Exports {
     std::vector<media::ExportResult> results;
     bool lost = false;   ///< something is left out that the user expects to be there
     bool failed = false; ///< of one, no file could be made
+    bool interrupted = false;
 };
 
 void ShowTracks(Context& context, const std::vector<media::ExportResult>& results) {
@@ -181,6 +186,12 @@ std::string NothingFits(const Context& context, const media::ExportRequest& requ
                        NameOf(request.container), first.description, HintFor(first));
 }
 
+void Take(const Context& context, const media::ExportResult& result, Exports& exports) {
+    NoteSourceDigest(context, result.sourceDigest);
+    exports.lost = NoteLeftOut(result) || exports.lost;
+    exports.results.push_back(result);
+}
+
 Exports RunAll(Context& context, const std::vector<media::ExportRequest>& requests) {
     Exports exports;
     for (const media::ExportRequest& request : requests) {
@@ -196,17 +207,72 @@ Exports RunAll(Context& context, const std::vector<media::ExportRequest>& reques
             exports.failed = true;
             continue;
         }
-        NoteSourceDigest(context, result->sourceDigest);
-        exports.lost = NoteLeftOut(*result) || exports.lost;
-        exports.results.push_back(*result);
+        Take(context, *result, exports);
     }
     return exports;
+}
+
+void RunRow(Context& context, const ListedExport& each, const std::string& doing, Exports& exports) {
+    const std::optional<media::ExportResult> result = Run(context, each.request, doing);
+    if (!result) {
+        SayThatNothingWasWritten(context, each.row + ": " + context.Typed().partition, each.request.channels);
+    } else if (result->outputs.empty()) {
+        throw Failure(NothingFits(context, each.request, *result));
+    } else {
+        Take(context, *result, exports);
+    }
+}
+
+/// Runs the rows of a list. One that fails does not stop the others, and is named in the end.
+Exports RunRows(Context& context, ListedWork& work) {
+    Exports exports;
+    exports.lost = work.lost;
+    for (size_t i = 0; i < work.open.size() && !exports.interrupted; ++i) {
+        const ListedExport& each = work.open[i];
+        try {
+            RunRow(context, each, fmt::format("exporting {} of {}", i + 1, work.open.size()), exports);
+        } catch (const std::runtime_error& error) {
+            exports.interrupted = Interruption::Asked();
+            work.failures.push_back(each.row + ": " + error.what());
+        }
+    }
+    for (const std::string& failure : work.failures) {
+        Complain(failure);
+    }
+    exports.failed = !work.failures.empty();
+    return exports;
+}
+
+/// @param code as the problems of the disk have it
+ExitCode CodeOf(const Exports& exports, ExitCode code) {
+    if (exports.failed) {
+        return kFailed;
+    }
+    return code == kDone && exports.lost ? kDataLost : code;
+}
+
+ExitCode ExportList(Context& context) {
+    const std::optional<media::SigningKey> key = ReadSigningKey(context.Typed());
+    media::ExportRequest whole = RequestOf(context);
+    whole.key = key ? &*key : nullptr;
+    ListedWork work = LookAtPlaces(context, ReadListedExports(context, whole));
+    const Exports exports = RunRows(context, work);
+    if (exports.interrupted) {
+        throw Failure("interrupted; the files of earlier rows are kept, and the same command goes on there");
+    }
+    ShowTracks(context, exports.results);
+    ShowExports(context, exports.results);
+    ShowSummary(context, exports.results);
+    return CodeOf(exports, context.Finish());
 }
 
 } // namespace
 
 ExitCode Export(Context& context) {
     media::QuietContainers();
+    if (!context.Typed().rangeList.empty()) {
+        return ExportList(context);
+    }
     std::vector<media::ExportRequest> requests = RequestsOf(context);
     const std::optional<media::SigningKey> key = ReadSigningKey(context.Typed());
     for (media::ExportRequest& request : requests) {
@@ -215,21 +281,17 @@ ExitCode Export(Context& context) {
     CheckAllPlaces(context, requests);
     const Exports exports = RunAll(context, requests);
     if (exports.results.empty() && !exports.failed) {
-        SayThatNothingWasWritten(context);
+        SayThatNothingWasWritten(context, context.Typed().partition, context.Asked().channels);
     }
-    const bool streamed = requests.front().stream.has_value();
-    if (!streamed) {
-        ShowTracks(context, exports.results);
-        if (requests.size() > 1) {
-            ShowExports(context, exports.results);
-        }
-        ShowSummary(context, exports.results);
+    if (requests.front().stream) {
+        return CodeOf(exports, context.FinishWithoutAnswer());
     }
-    const ExitCode code = streamed ? context.FinishWithoutAnswer() : context.Finish();
-    if (exports.failed) {
-        return kFailed;
+    ShowTracks(context, exports.results);
+    if (requests.size() > 1) {
+        ShowExports(context, exports.results);
     }
-    return code == kDone && exports.lost ? kDataLost : code;
+    ShowSummary(context, exports.results);
+    return CodeOf(exports, context.Finish());
 }
 
 } // namespace diskaccess

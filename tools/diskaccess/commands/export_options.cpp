@@ -23,7 +23,9 @@ bool EndsWith(const std::string& text, const std::string& end) {
 }
 
 media::Container WantedContainer(const Options& options) {
-    CheckOutputName(options);
+    if (options.rangeList.empty()) {
+        CheckOutputName(options);
+    }
     if (options.raw && !options.container.empty()) {
         throw WrongUse("--raw makes no container: leave --container out");
     }
@@ -33,9 +35,7 @@ media::Container WantedContainer(const Options& options) {
     if (!media::ContainersSupported()) {
         throw Failure("this program was built without libavformat and writes no containers; use --raw");
     }
-    const bool mp4 =
-        options.container.empty() ? EndsWith(options.output, ".mp4") : options.container == "mp4";
-    return mp4 ? media::Container::Mp4 : media::Container::Matroska;
+    return ContainerOf(options, options.output);
 }
 
 /// Reads "CODEC:RATE" (alaw, mulaw, pcm16, or a name of libavcodec's; samples a second).
@@ -133,6 +133,22 @@ void CheckStandardOutput(const Options& options) {
     }
 }
 
+/// A list names the times, and a folder for its files.
+void CheckList(const Options& options) {
+    if (options.rangeList.empty()) {
+        return;
+    }
+    const std::string others = options.from + options.to + options.event + options.record + options.split;
+    if (options.raw || !others.empty()) {
+        throw WrongUse(
+            "--list names the times itself, and makes one file of each: leave --from, --to, --event, "
+            "--record, --split and --raw out");
+    }
+    if (!EndsWith(options.output, "/")) {
+        throw WrongUse("--list makes a file of each row: give a folder with / at its end, like -o DIR/");
+    }
+}
+
 /// What names a record or an event names a time: no other goes with it.
 void CheckNames(const Options& options) {
     if (!options.record.empty()) {
@@ -146,6 +162,13 @@ void CheckNames(const Options& options) {
     if (named && (!options.from.empty() || !options.to.empty())) {
         throw WrongUse("--record and --event name a time themselves: leave --from and --to out");
     }
+}
+
+} // namespace
+
+media::Container ContainerOf(const Options& options, const std::string& name) {
+    const bool mp4 = options.container.empty() ? EndsWith(name, ".mp4") : options.container == "mp4";
+    return mp4 ? media::Container::Mp4 : media::Container::Matroska;
 }
 
 media::ExportRequest RequestOf(Context& context) {
@@ -164,8 +187,6 @@ media::ExportRequest RequestOf(Context& context) {
     }
     return request;
 }
-
-} // namespace
 
 std::vector<media::ExportRequest> RequestsOf(Context& context) {
     media::ExportRequest request = RequestOf(context);
@@ -188,6 +209,7 @@ void CheckExport(const Options& options) {
     if (!options.split.empty()) {
         CheckJourneys(options);
     }
+    CheckList(options);
     CheckStandardOutput(options);
     WantedContainer(options);
     ReadAudio(options.audio);

@@ -1,6 +1,7 @@
 #ifndef DISKACCESS_EXPORT_OPTIONS_H
 #define DISKACCESS_EXPORT_OPTIONS_H
 
+#include <string>
 #include <vector>
 
 #include "cli/context.h"
@@ -11,7 +12,12 @@ namespace diskaccess {
 /// Whether an export goes to standard output, and to no file.
 bool GoesToStandardOutput(const Options& options);
 
-/// What the options ask exports for: one, or several with --split.
+/// The container of a file: as it was asked for, else as the file's name ends.
+media::Container ContainerOf(const Options& options, const std::string& name);
+
+/// What the options ask an export for.
+media::ExportRequest RequestOf(Context& context);
+/// What they ask exports for: one, or several with --split.
 std::vector<media::ExportRequest> RequestsOf(Context& context);
 
 } // namespace diskaccess

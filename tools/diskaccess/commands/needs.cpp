@@ -63,7 +63,9 @@ std::optional<Needs> NeedsOfWriting(const Options& options) {
 
 std::optional<Needs> NeedsOfExport(const Options& options) {
     if (!GoesToStandardOutput(options)) {
-        return NeedsOfWriting(options);
+        std::optional<Needs> needs = NeedsOfWriting(options);
+        needs->readable.push_back(options.rangeList);
+        return needs;
     }
     std::optional<Needs> needs = NeedsOfReading(options);
     if (!options.manifest.empty()) {

@@ -1,0 +1,226 @@
+#include "commands/export_list.h"
+
+#include <algorithm>
+#include <cctype>
+#include <ctime>
+#include <filesystem>
+#include <map>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "cli/failure.h"
+#include "cli/output.h"
+#include "cli/query.h"
+#include "cli/range_list.h"
+#include "commands/evidence.h"
+#include "commands/export_options.h"
+#include "commands/wording.h"
+#include "media/earlier.h"
+#include "media/error.h"
+
+namespace diskaccess {
+
+namespace {
+
+using media::ExportRequest;
+
+constexpr int64_t kMicros = 1000000;
+
+/// Reads the rows of one list.
+class Reader {
+public:
+    Reader(Context& context, const ExportRequest& whole)
+        : m_context(context), m_whole(whole), m_now(std::time(nullptr)) {}
+
+    ListedExport Read(const ListedRange& range) {
+        const std::string row = RowText(File(), range.row);
+        try {
+            ExportRequest request = RequestOf(range);
+            Claim(request, range.row);
+            return {row, std::move(request)};
+        } catch (const Failure& failure) {
+            throw Failure(row + ": " + failure.what());
+        }
+    }
+
+private:
+    const std::string& File() const { return m_context.Typed().rangeList; }
+
+    ExportRequest RequestOf(const ListedRange& range) const {
+        const Options options = OptionsOf(range);
+        const Query query = ReadQuery(options, m_context.Zone(), m_context.Names(), m_now);
+        ExportRequest request = m_whole;
+        request.range = query.range;
+        request.fromGiven = true;
+        request.toGiven = true;
+        request.channels = query.channels;
+        request.name = m_context.Typed().output + NameOf(range, request);
+        request.container = ContainerOf(options, request.name);
+        CheckName(request.name);
+        if (!range.caseName.empty()) {
+            request.provenance.caseName = range.caseName;
+        }
+        if (!range.note.empty()) {
+            request.provenance.note = range.note;
+        }
+        return request;
+    }
+
+    /// What would be typed for this range alone.
+    Options OptionsOf(const ListedRange& range) const {
+        Options options = m_context.Typed();
+        options.from = range.from;
+        options.to = range.to;
+        if (!range.channels.empty()) {
+            options.channels = range.channels;
+        }
+        return options;
+    }
+
+    /// The first second names a file that is not named, and its channel does where there is one.
+    std::string NameOf(const ListedRange& range, const ExportRequest& request) const {
+        if (!range.file.empty()) {
+            return range.file;
+        }
+        std::string name =
+            FileTime(m_context.Zone(), m_context.Clock(), int64_t{request.range.first} * kMicros);
+        for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
+            if (request.channels.bits == 1u << channel) {
+                name += fmt::format("-channel-{}", channel);
+            }
+        }
+        return name + (m_context.Typed().container == "mp4" ? ".mp4" : ".mkv");
+    }
+
+    void CheckName(const std::string& path) const {
+        const std::string name = path.substr(m_context.Typed().output.size());
+        if (name.find_first_of("/\\") != std::string::npos || name == "." || name == "..") {
+            throw Failure("'" + name + "' is no file's name; give a name without a folder");
+        }
+    }
+
+    /// Takes a row's names, which no other may have. Some file systems do not tell large letters from small ones.
+    void Claim(const ExportRequest& request, size_t row) {
+        for (const std::string& name : {request.name, request.ManifestName(), request.SignatureName()}) {
+            std::string small = name;
+            std::transform(small.begin(), small.end(), small.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+            const auto [claim, isFree] = m_rows.emplace(small, row);
+            if (!isFree) {
+                throw Failure(fmt::format("{}: is the name of a file of row {} too; give each row another",
+                                          name, claim->second));
+            }
+            std::error_code none;
+            if (std::filesystem::equivalent(name, File(), none)) {
+                throw Failure(name + ": is the list itself; give another name");
+            }
+        }
+    }
+
+    Context& m_context;
+    const ExportRequest& m_whole;
+    int64_t m_now;
+    std::map<std::string, size_t> m_rows; ///< by names that they take
+};
+
+/// A change of encoding goes on in a file NAME-2: no other row may replace that.
+void CheckPartNames(const std::vector<ListedExport>& exports) {
+    std::map<std::string, const std::string*> rows;
+    for (const ListedExport& each : exports) {
+        rows.emplace(each.request.name, &each.row);
+    }
+    for (const ListedExport& each : exports) {
+        const std::string& name = each.request.name;
+        const std::string ending = std::filesystem::path(name).extension().string();
+        const std::string stem = name.substr(0, name.size() - ending.size());
+        const size_t digits = stem.find_last_not_of("0123456789") + 1; // of none: 0
+        const bool numbered = digits != 0 && digits < stem.size() && stem[digits - 1] == '-';
+        const auto whole = numbered ? rows.find(stem.substr(0, digits - 1) + ending) : rows.end();
+        if (whole != rows.end()) {
+            throw Failure(fmt::format("{}: {}: with --force it could replace a part of the file of {}; name "
+                                      "it otherwise, or leave --force out",
+                                      each.row, name, *whole->second));
+        }
+    }
+}
+
+/// The value that an option was typed with, as a manifest has it.
+std::string ValueOf(const std::string& option, const std::vector<std::string>& arguments) {
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        if (arguments[i] == option) {
+            return i + 1 < arguments.size() ? arguments[i + 1] : "";
+        }
+        if (arguments[i].rfind(option + "=", 0) == 0) {
+            return arguments[i].substr(option.size() + 1);
+        }
+    }
+    return "";
+}
+
+/// What bears the name of an export already, held against all that was asked for.
+media::Earlier EarlierOf(Context& context, const ExportRequest& request) {
+    media::Earlier earlier = LookForEarlier(context.Disk(), context.Blocks(), request,
+                                            context.Watch("looking at the files that are there"));
+    if (earlier.isThere && earlier.difference.empty() &&
+        ValueOf("--audio", earlier.arguments) != context.Typed().audio) {
+        earlier.difference = "it was made with another --audio";
+    }
+    return earlier;
+}
+
+/// @return why it cannot be made; empty when it can
+std::string WhyNot(Context& context, const ExportRequest& request, const media::Earlier& earlier) {
+    if (earlier.isThere && !request.replace) {
+        return fmt::format("{}: is there, and is not what this row makes: {}; move it away, or give --force",
+                           request.name, earlier.difference);
+    }
+    try {
+        media::CheckPlaces(context.Disk(), context.Source(), request);
+        return "";
+    } catch (const media::Error& error) {
+        return ToFailure(error).what();
+    }
+}
+
+} // namespace
+
+std::vector<ListedExport> ReadListedExports(Context& context, const ExportRequest& whole) {
+    const Options& options = context.Typed();
+    std::error_code none;
+    if (!std::filesystem::is_directory(options.output, none)) {
+        throw Failure(options.output + ": is no folder; make it first");
+    }
+    Reader reader(context, whole);
+    std::vector<ListedExport> exports;
+    for (const ListedRange& range : ReadRangeList(options.rangeList)) {
+        exports.push_back(reader.Read(range));
+    }
+    if (options.force) {
+        CheckPartNames(exports);
+    }
+    return exports;
+}
+
+ListedWork LookAtPlaces(Context& context, std::vector<ListedExport> exports) {
+    ListedWork work;
+    for (ListedExport& each : exports) {
+        const media::Earlier earlier = EarlierOf(context, each.request);
+        if (earlier.isThere && earlier.difference.empty()) {
+            Complain(each.request.name + ": is there already" +
+                     (earlier.lost ? ", and its manifest names what is missing in it" : ""));
+            work.lost = work.lost || earlier.lost;
+            continue;
+        }
+        const std::string why = WhyNot(context, each.request, earlier);
+        if (why.empty()) {
+            work.open.push_back(std::move(each));
+        } else {
+            work.failures.push_back(each.row + ": " + why);
+        }
+    }
+    return work;
+}
+
+} // namespace diskaccess
