@@ -64,7 +64,7 @@ private:
     std::string Cell() {
         if (AtEnd() || m_text[m_at] != '"') {
             const size_t end = std::min(m_text.find_first_of(",\"\r\n", m_at), m_text.size());
-            const std::string cell = m_text.substr(m_at, end - m_at);
+            std::string cell = m_text.substr(m_at, end - m_at);
             m_at = end;
             return cell;
         }
