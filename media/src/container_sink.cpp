@@ -7,6 +7,7 @@
 #include "byte_stream.h"
 #include "chapter_places.h"
 #include "clock_text.h"
+#include "container_rules.h"
 #include "media/sink.h"
 #include "muxer.h"
 #include "predicted_head.h"
@@ -29,8 +30,7 @@ public:
           m_file(&stream), m_muxer(m_path, m_container, m_file, m_streamed), m_predictor(MakeStreamHead()) {}
 
     std::optional<LeftOutReason> Refusal(const Track& track, const recordings::Frame& frame) const override {
-        Parameters unused;
-        return Examine(track, frame, unused);
+        return RefusalOf(m_container, track, frame);
     }
 
     std::optional<LeftOutReason> Add(Track& track, const recordings::Frame& first) override {
@@ -38,7 +38,7 @@ public:
             return LeftOutReason::TrackBegunTooLate;
         }
         Parameters parameters;
-        const std::optional<LeftOutReason> refusal = Examine(track, first, parameters);
+        const std::optional<LeftOutReason> refusal = Examine(m_container, track, first, parameters);
         if (!refusal) {
             track.output = m_output;
             m_muxer.AddStream(*parameters, track.channel);
@@ -54,7 +54,7 @@ public:
                    static_cast<int>(now.audio.sampleRate) == before.sample_rate;
         }
         Parameters parameters;
-        return Examine(now, frame, parameters) ||
+        return Examine(m_container, now, frame, parameters) ||
                (parameters->codec_id == before.codec_id && parameters->width == before.width &&
                 parameters->height == before.height);
     }
@@ -140,19 +140,6 @@ private:
         if (const auto cue = m_clockText->Next(time, place, m_timeline->Segments().size())) {
             m_muxer.WriteText(cue->text, cue->place, cue->end);
         }
-    }
-
-    std::optional<LeftOutReason> Examine(const Track& track, const recordings::Frame& frame,
-                                         Parameters& parameters) const {
-        const AVCodecID codec = CodecOf(track);
-        if (codec == AV_CODEC_ID_NONE) {
-            return LeftOutReason::EncodingUnknown;
-        }
-        if (!m_muxer.Holds(codec)) {
-            return LeftOutReason::NotForContainer;
-        }
-        parameters = track.isVideo ? VideoParameters(codec, frame) : AudioParameters(codec, track);
-        return parameters ? std::nullopt : std::optional(LeftOutReason::NoPictureSize);
     }
 
     /// The chapters with places as times.

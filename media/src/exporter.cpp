@@ -106,12 +106,18 @@ private:
                                                  Problems(), m_watcher.Silent());
     }
 
+    Refuses Refusing() const {
+        return [this](const Track& track, const Frame& frame) {
+            return m_sink->Refusal(track, frame).has_value();
+        };
+    }
+
     bool IsWanted(const TrackKey& track) const { return m_request.withAudio || !track.isAudio; }
 
     /// @return false when there are no tracks that it could hold
     bool StartContainer() {
         const Survey survey = MakeSurvey(m_disk, m_blocks, m_query, m_watcher.Silent());
-        auto tracks = m_finder.FindAll(m_query, survey, *m_sink, m_watcher.Silent());
+        auto tracks = m_finder.FindAll(m_query, survey, Refusing(), m_watcher.Silent());
         for (auto track = tracks.begin(); track != tracks.end();) {
             track = IsWanted(track->first) ? std::next(track) : tracks.erase(track);
         }
@@ -134,13 +140,6 @@ private:
         m_started = true;
         m_sink->Start(Facts(FirstOf(tracks)), estimate);
         return true;
-    }
-
-    static const Frame& FirstOf(const std::map<TrackKey, FoundTrack>& tracks) {
-        return std::min_element(
-                   tracks.begin(), tracks.end(),
-                   [](const auto& a, const auto& b) { return a.second.first.time < b.second.first.time; })
-            ->second.first;
     }
 
     ContainerFacts Facts(const Frame& first) {
@@ -314,7 +313,7 @@ private:
         Sink& part = *m_parts.back();
         m_copier->AddTrack(track, frame, part);
         for (const auto& [key, found] :
-             m_finder.FindInBlock(m_query, frame.block, *m_sink, m_watcher.Silent())) {
+             m_finder.FindInBlock(m_query, frame.block, Refusing(), m_watcher.Silent())) {
             const bool isOther = key < TrackKey::Of(frame) || TrackKey::Of(frame) < key;
             const bool begins =
                 ComesTooLate(key, found.first.time) || m_copier->IsNew(found.track, found.Whole());

@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "container_rules.h"
 #include "media/error.h"
 
 namespace media {
@@ -27,6 +28,10 @@ void SetText(AVDictionary** texts, const char* key, const std::string& value) {
     if (av_dict_set(texts, key, value.c_str(), 0) < 0) {
         throw std::bad_alloc();
     }
+}
+
+ClockUnit UnitOf(AVRational unit) {
+    return {unit.num, unit.den};
 }
 
 /// MP4 counts the seconds of a creation time in 32 bits from 1904 on; a date is text.
@@ -59,11 +64,6 @@ Muxer::Muxer(std::string path, Container container, MuxTarget& target, bool stre
 }
 
 Muxer::~Muxer() = default;
-
-bool Muxer::Holds(AVCodecID codec) const {
-    // A-law in Matroska goes by the name it has in WAV files; every player knows it.
-    return avformat_query_codec(m_context->oformat, codec, FF_COMPLIANCE_UNOFFICIAL) == 1;
-}
 
 void Muxer::AddStream(const AVCodecParameters& parameters, uint32_t channel) {
     AVStream* const stream = avformat_new_stream(m_context.get(), nullptr);
@@ -136,9 +136,8 @@ void Muxer::Start(const ContainerFacts& facts) {
 
 int64_t Muxer::LargestGap() const {
     int64_t largest = std::numeric_limits<int64_t>::max();
-    for (size_t stream = 0; m_container == Container::Mp4 && stream < Streams(); ++stream) {
-        const AVRational unit = m_context->streams[stream]->time_base;
-        largest = std::min(largest, av_rescale_q(std::numeric_limits<int32_t>::max(), unit, kMicroseconds));
+    for (size_t stream = 0; stream < Streams(); ++stream) {
+        largest = std::min(largest, LargestGapOf(m_container, UnitOf(m_context->streams[stream]->time_base)));
     }
     return largest;
 }
@@ -147,7 +146,7 @@ void Muxer::Write(size_t stream, const uint8_t* data, size_t size, int64_t micro
                   int64_t duration) {
     const AVRational unit = m_context->streams[stream]->time_base;
     int64_t& last = m_lastTime[stream];
-    last = std::max(av_rescale_q(micros, kMicroseconds, unit), last + 1);
+    last = NextTime(UnitOf(unit), last, micros);
     m_packet->duration =
         duration == 0 ? 0 : std::max<int64_t>(av_rescale_q(duration, kMicroseconds, unit), 1);
     Send(stream, data, size, last, key);
@@ -164,7 +163,7 @@ void Muxer::WriteText(const std::string& text, int64_t micros, int64_t end) {
     // Times are rounded, and then subtracted: where a text ends is the same wherever it begins.
     const AVRational unit = m_context->streams[stream]->time_base;
     int64_t& last = m_lastTime[stream];
-    last = std::max(av_rescale_q(micros, kMicroseconds, unit), last + 1);
+    last = NextTime(UnitOf(unit), last, micros);
     m_packet->duration = std::max<int64_t>(av_rescale_q(end, kMicroseconds, unit) - last, 1);
     Send(stream, bytes.data(), bytes.size(), last, true);
 }

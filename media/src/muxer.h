@@ -33,7 +33,6 @@ public:
     Muxer& operator=(const Muxer&) = delete;
     ~Muxer();
 
-    bool Holds(AVCodecID codec) const;
     const char* FormatName() const { return m_context->oformat->name; }
     void AddStream(const AVCodecParameters& parameters, uint32_t channel);
     size_t Streams() const { return m_context->nb_streams; }

@@ -1,5 +1,6 @@
-// Stands in for container_sink.cpp and packet_reader.cpp where there is no libavformat.
+// Stands in for container_rules.cpp, container_sink.cpp and packet_reader.cpp where there is no libavformat.
 
+#include "container_rules.h"
 #include "media/error.h"
 #include "media/sink.h"
 #include "media/track.h"
@@ -26,6 +27,19 @@ bool CanDecodeAudio(const std::string& /*name*/) {
 }
 
 void QuietContainers() {}
+
+int64_t NextTime(ClockUnit /*unit*/, int64_t last, int64_t /*micros*/) {
+    return last + 1;
+}
+
+int64_t LargestGapOf(Container /*container*/, ClockUnit /*unit*/) {
+    return INT64_MAX;
+}
+
+std::optional<LeftOutReason> RefusalOf(Container /*container*/, const Track& /*track*/,
+                                       const recordings::Frame& /*frame*/) {
+    return LeftOutReason::NotForContainer;
+}
 
 class PacketReader::Impl {};
 

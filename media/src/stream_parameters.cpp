@@ -162,6 +162,21 @@ Parameters TextParameters(Container container) {
     return parameters;
 }
 
+std::optional<LeftOutReason> Examine(Container container, const Track& track, const recordings::Frame& frame,
+                                     Parameters& parameters) {
+    const AVCodecID codec = CodecOf(track);
+    if (codec == AV_CODEC_ID_NONE) {
+        return LeftOutReason::EncodingUnknown;
+    }
+    // A-law in Matroska goes by the name it has in WAV files; every player knows it.
+    const AVOutputFormat* const format = av_guess_format(NameOf(container), nullptr, nullptr);
+    if (format == nullptr || avformat_query_codec(format, codec, FF_COMPLIANCE_UNOFFICIAL) != 1) {
+        return LeftOutReason::NotForContainer;
+    }
+    parameters = track.isVideo ? VideoParameters(codec, frame) : AudioParameters(codec, track);
+    return parameters ? std::nullopt : std::optional(LeftOutReason::NoPictureSize);
+}
+
 bool WantsLengths(const AVCodecParameters& parameters) {
     return parameters.codec_type == AVMEDIA_TYPE_VIDEO && parameters.extradata_size > 0 &&
            parameters.extradata[0] == 1;

@@ -1,6 +1,8 @@
 #ifndef MEDIA_SRC_STREAM_PARAMETERS_H
 #define MEDIA_SRC_STREAM_PARAMETERS_H
 
+#include <optional>
+
 #include "libav.h"
 #include "media/sink.h"
 #include "media/track.h"
@@ -20,6 +22,12 @@ Parameters AudioParameters(AVCodecID codec, const Track& track);
 
 /// The same of a track of texts.
 Parameters TextParameters(Container container);
+
+/// What a container must know of a track.
+/// @param parameters set when it can take the track
+/// @return why it cannot; see Sink::Refusal()
+std::optional<LeftOutReason> Examine(Container container, const Track& track, const recordings::Frame& frame,
+                                     Parameters& parameters);
 
 /// Whether a container with these parameters wants a length before each NAL unit; else libavformat turns start codes
 /// into lengths itself, slowly.

@@ -28,6 +28,13 @@ Frame FoundTrack::Whole() const {
     return frame;
 }
 
+const Frame& FirstOf(const std::map<TrackKey, FoundTrack>& tracks) {
+    return std::min_element(
+               tracks.begin(), tracks.end(),
+               [](const auto& a, const auto& b) { return a.second.first.time < b.second.first.time; })
+        ->second.first;
+}
+
 TrackFinder::TrackFinder(const recordings::Disk& disk, const recordings::BlockList& blocks,
                          AudioCodecs givenAudio)
     : m_disk(disk), m_blocks(blocks), m_givenAudio(std::move(givenAudio)) {}
@@ -53,17 +60,17 @@ bool TrackFinder::TellsAudio(const Frame& frame) const {
 }
 
 TrackFinder::Found TrackFinder::FindAll(const recordings::FrameQuery& query, const Survey& survey,
-                                        const Sink& sink, const recordings::Watch& watch) const {
+                                        const Refuses& refuses, const recordings::Watch& watch) const {
     Found found;
     for (const Beginning& beginning : survey.beginnings) {
-        FindIn(beginning, query, sink, watch, found);
+        FindIn(beginning, query, refuses, watch, found);
     }
-    TryLaterKeyFrames(query, sink, watch, found);
+    TryLaterKeyFrames(query, refuses, watch, found);
     return found;
 }
 
 TrackFinder::Found TrackFinder::FindInBlock(const recordings::FrameQuery& query, uint32_t block,
-                                            const Sink& sink, const recordings::Watch& watch) const {
+                                            const Refuses& refuses, const recordings::Watch& watch) const {
     Found found;
     const auto entry = m_blocks.Find(block);
     if (entry) {
@@ -71,13 +78,13 @@ TrackFinder::Found TrackFinder::FindInBlock(const recordings::FrameQuery& query,
         recordings::TimeRange range = query.range;
         range.first = std::clamp(at.start, range.first, range.last);
         range.last = at.closed ? std::clamp(at.end, range.first, range.last) : range.last;
-        FindIn({block, range, query.channels}, query, sink, watch, found);
+        FindIn({block, range, query.channels}, query, refuses, watch, found);
     }
     return found;
 }
 
-void TrackFinder::FindIn(const Beginning& beginning, const recordings::FrameQuery& query, const Sink& sink,
-                         const recordings::Watch& watch, Found& found) const {
+void TrackFinder::FindIn(const Beginning& beginning, const recordings::FrameQuery& query,
+                         const Refuses& refuses, const recordings::Watch& watch, Found& found) const {
     recordings::FrameQuery first = query;
     first.range = beginning.range;
     first.channels = beginning.channels;
@@ -88,11 +95,11 @@ void TrackFinder::FindIn(const Beginning& beginning, const recordings::FrameQuer
         if (begun && frame.block != beginning.block) {
             return;
         }
-        Show(frame, sink, found);
+        Show(frame, refuses, found);
     }
 }
 
-void TrackFinder::TryLaterKeyFrames(const recordings::FrameQuery& query, const Sink& sink,
+void TrackFinder::TryLaterKeyFrames(const recordings::FrameQuery& query, const Refuses& refuses,
                                     const recordings::Watch& watch, Found& found) const {
     recordings::FrameQuery cameras = query;
     cameras.channels = {};
@@ -111,7 +118,7 @@ void TrackFinder::TryLaterKeyFrames(const recordings::FrameQuery& query, const S
         if (frame.type != recordings::kKeyFrame || !cameras.channels.Has(frame.channel)) {
             continue;
         }
-        Show(frame, sink, found);
+        Show(frame, refuses, found);
         const bool isTaken = !found.at(TrackKey::Of(frame)).refused;
         if (isTaken || ++shown.at(frame.channel) == kMostKeyFrames) {
             cameras.channels = cameras.channels.Without({1u << frame.channel});
@@ -120,7 +127,7 @@ void TrackFinder::TryLaterKeyFrames(const recordings::FrameQuery& query, const S
 }
 
 /// Takes a frame for a track's first, if there was none yet, or none that the sink could do with.
-void TrackFinder::Show(const Frame& frame, const Sink& sink, Found& found) const {
+void TrackFinder::Show(const Frame& frame, const Refuses& refuses, Found& found) const {
     if (!ShowsTrack(frame)) {
         return;
     }
@@ -130,7 +137,7 @@ void TrackFinder::Show(const Frame& frame, const Sink& sink, Found& found) const
         return;
     }
     const Track track = TrackOf(frame);
-    const bool refused = sink.Refusal(track, frame).has_value();
+    const bool refused = refuses(track, frame);
     if (known == found.end() || !refused) {
         found[key] = {track, frame, std::vector<uint8_t>(frame.data, frame.data + frame.size), refused};
     }

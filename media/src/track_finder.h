@@ -1,6 +1,7 @@
 #ifndef MEDIA_SRC_TRACK_FINDER_H
 #define MEDIA_SRC_TRACK_FINDER_H
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <vector>
@@ -16,11 +17,18 @@ struct FoundTrack {
     Track track;
     recordings::Frame first;
     std::vector<uint8_t> payload; ///< of that frame
-    bool refused = false;         ///< by the sink
+    bool refused = false;         ///< by the container
 
     /// The frame with its payload.
     recordings::Frame Whole() const;
 };
+
+/// Whether a container cannot take a track, by a frame that shows what it is.
+using Refuses = std::function<bool(const Track& track, const recordings::Frame& frame)>;
+
+/// The first frame of all tracks, by time.
+/// @param tracks one or more
+const recordings::Frame& FirstOf(const std::map<TrackKey, FoundTrack>& tracks);
 
 /// Finds out what streams are.
 class TrackFinder {
@@ -33,23 +41,23 @@ public:
     /// Whether it is known how a block's audio is encoded: a head that is damaged does not tell.
     bool TellsAudio(const recordings::Frame& frame) const;
 
-    /// All tracks of a range: a container must know them before it begins. Where a sink refuses a camera's first key
-    /// frame, it is shown later ones, in case the first one is damaged.
+    /// All tracks of a range: a container must know them before it begins. Where a camera's first key frame is refused,
+    /// later ones are tried, in case the first one is damaged.
     std::map<TrackKey, FoundTrack> FindAll(const recordings::FrameQuery& query, const Survey& survey,
-                                           const Sink& sink, const recordings::Watch& watch) const;
+                                           const Refuses& refuses, const recordings::Watch& watch) const;
 
     /// The tracks of one block.
     std::map<TrackKey, FoundTrack> FindInBlock(const recordings::FrameQuery& query, uint32_t block,
-                                               const Sink& sink, const recordings::Watch& watch) const;
+                                               const Refuses& refuses, const recordings::Watch& watch) const;
 
 private:
     using Found = std::map<TrackKey, FoundTrack>;
 
-    void FindIn(const Beginning& beginning, const recordings::FrameQuery& query, const Sink& sink,
+    void FindIn(const Beginning& beginning, const recordings::FrameQuery& query, const Refuses& refuses,
                 const recordings::Watch& watch, Found& found) const;
-    void TryLaterKeyFrames(const recordings::FrameQuery& query, const Sink& sink,
+    void TryLaterKeyFrames(const recordings::FrameQuery& query, const Refuses& refuses,
                            const recordings::Watch& watch, Found& found) const;
-    void Show(const recordings::Frame& frame, const Sink& sink, Found& found) const;
+    void Show(const recordings::Frame& frame, const Refuses& refuses, Found& found) const;
 
     const recordings::Disk& m_disk;
     const recordings::BlockList& m_blocks;
