@@ -158,7 +158,7 @@ private:
             };
         }
         request.made = "2026-11-22T08:00:00Z";
-        request.wording.timestamp = [](int64_t) { return "2026-11-20T14:00:00Z"; };
+        request.wording.timestamp = [](int64_t time) { return std::to_string(time); };
         request.wording.utcTimestamp = [](int64_t) { return "2026-11-20T14:00:00.000000Z"; };
         request.wording.readableTime = [](int64_t time) { return std::to_string(time); };
         request.wording.readableSecond = request.wording.readableTime;
@@ -291,6 +291,7 @@ private:
         Require(manifest.files.size() == result.outputs.size(), "the manifest does not name all files");
         VerifyRequest request = {manifest};
         request.printable = Printable;
+        request.timeOf = [](const std::string& text) { return std::optional<int64_t>(std::stoll(text)); };
         if (IsFaultless()) {
             request.disk = &Disk();
             request.blocks = &Blocks();

@@ -6,6 +6,7 @@
 
 #include "manifest_writer.h"
 #include "recordings/block_index.h"
+#include "time_check.h"
 
 namespace media {
 
@@ -148,7 +149,7 @@ private:
         for (size_t output = 0; output < m_result.segments.size(); ++output) {
             for (const ClockSegment& segment : m_result.segments[output]) {
                 all.push_back({{"output", output},
-                               {"position_seconds", static_cast<double>(segment.place) / 1e6},
+                               {"position_seconds", SecondsOf(segment.place)},
                                {"time", TimeOf(segment.time)}});
             }
         }

@@ -145,6 +145,7 @@ public:
         } else {
             ReadOutputs();
             ReadTracks();
+            ReadTimes();
             ReadLeftOut();
         }
         ReadBlocks();
@@ -220,6 +221,19 @@ private:
 
     std::optional<std::string> TextIfIn(const char* key) const {
         return m_json.contains(key) ? std::optional<std::string>(TextIn(m_json, key)) : std::nullopt;
+    }
+
+    /// Empty for null.
+    std::string TimeIn(const Json& object, const char* key) const {
+        return MemberOf(object, key).is_null() ? std::string() : TextIn(object, key);
+    }
+
+    bool FlagIn(const char* key) const {
+        const Json& value = MemberOf(m_json, key);
+        if (!value.is_boolean()) {
+            Refuse(fmt::format("'{}' is neither true nor false", key));
+        }
+        return value.get<bool>();
     }
 
     const Json& ObjectIn(const Json& object, const char* key) const {
@@ -359,10 +373,35 @@ private:
             track.isVideo = IsVideoIn(entry);
             track.output = static_cast<size_t>(NumberIn(entry, "output", kMostFiles));
             track.frames = NumberIn(entry, "frame_count");
+            track.start = TimeIn(entry, "start");
+            track.end = TimeIn(entry, "end");
             if (track.output >= m_file.files.size()) {
                 Refuse("a track lies in none of its outputs");
             }
             m_file.tracks.push_back(track);
+        }
+    }
+
+    void ReadTimes() {
+        m_file.withAudio = FlagIn("with_audio");
+        m_file.textTrack = FlagIn("text_track");
+        const Json& skew = MemberOf(m_json, "skew_seconds");
+        if (!skew.is_number_integer()) {
+            Refuse("'skew_seconds' is no number that it can be");
+        }
+        m_file.skewSeconds = skew.get<int64_t>();
+        m_file.start = TimeIn(m_json, "start");
+        m_file.end = TimeIn(m_json, "end");
+        for (const Json& entry : ListIn("segments", kMostValues)) {
+            NamedSegment segment;
+            segment.output = static_cast<size_t>(NumberIn(entry, "output", kMostFiles));
+            const Json& position = MemberOf(entry, "position_seconds");
+            if (!position.is_number()) {
+                Refuse("'position_seconds' is no number");
+            }
+            segment.seconds = position.get<double>();
+            segment.time = TextIn(entry, "time");
+            m_file.segments.push_back(std::move(segment));
         }
     }
 

@@ -58,6 +58,10 @@ bool PacketReader::HasLengths(size_t /*stream*/) const {
     return false;
 }
 
+ClockUnit PacketReader::Unit(size_t /*stream*/) const {
+    return {};
+}
+
 bool PacketReader::Next(Packet& /*packet*/) {
     return false;
 }

@@ -59,12 +59,12 @@ public:
         return count;
     }
     bool HasLengths(size_t stream) const {
-        for (unsigned int i = 0; i < m_context->nb_streams; ++i) {
-            if (IsMedia(i) && stream-- == 0) {
-                return WantsLengths(*m_context->streams[i]->codecpar);
-            }
-        }
-        return false;
+        const AVStream* const found = Find(stream);
+        return found != nullptr && WantsLengths(*found->codecpar);
+    }
+    ClockUnit Unit(size_t stream) const {
+        const AVStream* const found = Find(stream);
+        return found == nullptr ? ClockUnit() : ClockUnit{found->time_base.num, found->time_base.den};
     }
 
     bool Next(PacketReader::Packet& packet) {
@@ -78,11 +78,21 @@ public:
                 throw Error(ErrorKind::CannotReadBack, m_file.Name() + ": cannot be read to its end");
             }
         } while (!IsMedia(static_cast<unsigned int>(m_packet->stream_index)));
-        packet = {Place(), m_packet->data, static_cast<size_t>(m_packet->size)};
+        packet = {Place(), m_packet->data, static_cast<size_t>(m_packet->size), m_packet->pts};
         return true;
     }
 
 private:
+    /// @param place among the streams of media
+    const AVStream* Find(size_t place) const {
+        for (unsigned int i = 0; i < m_context->nb_streams; ++i) {
+            if (IsMedia(i) && place-- == 0) {
+                return m_context->streams[i];
+            }
+        }
+        return nullptr;
+    }
+
     /// Whether it is video or audio. MP4 has its chapters in a stream as well.
     bool IsMedia(unsigned int stream) const {
         const AVMediaType type = stream < m_context->nb_streams
@@ -147,6 +157,10 @@ size_t PacketReader::Streams() const {
 
 bool PacketReader::HasLengths(size_t stream) const {
     return m_impl->HasLengths(stream);
+}
+
+ClockUnit PacketReader::Unit(size_t stream) const {
+    return m_impl->Unit(stream);
 }
 
 bool PacketReader::Next(Packet& packet) {

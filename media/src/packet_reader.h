@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "container_rules.h"
 #include "media/sink.h"
 #include "recordings/source.h"
 
@@ -25,11 +26,14 @@ public:
     size_t Streams() const;
     /// Whether the stream has a length before each NAL unit, in place of a start code.
     bool HasLengths(size_t stream) const;
+    /// In which the times of a stream's packets are counted.
+    ClockUnit Unit(size_t stream) const;
 
     struct Packet {
         size_t stream = 0;
         const uint8_t* data = nullptr; ///< valid until the next one is read
         size_t size = 0;
+        int64_t time = 0; ///< in units; INT64_MIN where the file tells none
     };
     /// @return false at the end
     /// @throws Error (CannotReadBack)

@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "digest.h"
 #include "media/cameras.h"
 #include "media/error.h"
 #include "media/exporter.h"
@@ -101,6 +102,10 @@ protected:
         const ManifestFile manifest = ReadManifest(File("out.json"));
         VerifyRequest request{manifest};
         request.key = key;
+        request.timeOf = [](const std::string& text) {
+            const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+            return isNumber ? std::optional<int64_t>(std::stoll(text)) : std::nullopt;
+        };
         std::optional<recordings::BlockList> blocks;
         if (withSource) {
             recordings::Disk& disk = Open();
@@ -369,6 +374,134 @@ TEST_F(Verification, LooksAtTheSignature) {
     EXPECT_EQ(Lines(false, &publicKey)[0], bad);
     fs::resize_file(File("out.json.sig"), uint64_t{1} << 40);
     EXPECT_EQ(Lines(false, &publicKey)[0], bad);
+}
+
+/// Where a text begins in another, from a place on.
+size_t After(const std::string& text, const std::string& what, size_t from = 0) {
+    const size_t at = text.find(what, from);
+    EXPECT_NE(at, std::string::npos);
+    return at + what.size();
+}
+
+/// Files that were changed, whose digests in the manifest were changed as well.
+class ForgedFiles : public Verification {
+protected:
+    void Change(const std::function<void(std::string&)>& change) {
+        std::string bytes = ReadFile(File("out"));
+        change(bytes);
+        std::ofstream(File("out"), std::ios::binary) << bytes;
+        Digest digest;
+        digest.Add(bytes.data(), bytes.size());
+        const std::string sha256 = digest.Text();
+        Forge([&sha256](Json& manifest) { manifest["outputs"][0]["sha256"] = sha256; });
+    }
+
+    /// Adds to the last byte of the times of Matroska's clusters: at most so many.
+    void MoveClusters(size_t first, size_t most, int milliseconds) {
+        Change([=](std::string& bytes) {
+            size_t at = 0;
+            for (size_t cluster = 0; cluster < first + most; ++cluster) {
+                const size_t next = bytes.find("\x1F\x43\xB6\x75", at);
+                if (next == std::string::npos) {
+                    break;
+                }
+                at = After(bytes, "\xE7", next); // the first element of the cluster
+                const auto length = static_cast<size_t>(bytes[at] & 0x7F);
+                if (cluster >= first) {
+                    char& last = bytes[at + length];
+                    last = static_cast<char>(last + milliseconds);
+                }
+            }
+        });
+    }
+
+    std::vector<std::string> WrongTimes(const std::vector<std::string>& tracks) const {
+        std::vector<std::string> lines;
+        for (const std::string& track : tracks) {
+            lines.push_back("bad frames out: channel " + track + ": its times are not those of the source");
+        }
+        return lines;
+    }
+};
+
+TEST_F(ForgedFiles, WithOtherTimesAreFoundInMatroska) {
+    const std::vector<std::string> all = {"0 video", "1 video", "1 audio"};
+    MakeExport(Container::Matroska);
+    // Thirty seconds are more than one cluster. A later one, by a millisecond.
+    MoveClusters(1, 1, 1);
+    EXPECT_EQ(Complaints(), WrongTimes(all));
+    MoveClusters(1, 1, -1);
+    EXPECT_EQ(Complaints(), std::vector<std::string>());
+    // All of them, by more than a track's start is rounded by.
+    MoveClusters(0, 1000, 2);
+    EXPECT_EQ(Complaints(), WrongTimes(all));
+    // The clock's unit: two milliseconds in place of one.
+    MakeExport(Container::Matroska);
+    Change([](std::string& bytes) {
+        const size_t at = After(bytes, std::string("\x2A\xD7\xB1\x83", 4));
+        ASSERT_EQ(bytes.substr(at, 3), "\x0F\x42\x40"); // 1,000,000 ns
+        bytes.replace(at, 3, "\x1E\x84\x80");
+    });
+    EXPECT_EQ(Complaints(), WrongTimes(all));
+}
+
+TEST_F(ForgedFiles, WithOtherTimesAreFoundInMp4) {
+    MakeExport(Container::Mp4);
+    const std::string steady("stts\0\0\0\0\0\0\0\1\0\0\0\x96\0\0\0\xC8", 20); // 150 frames of 200 ms
+    Change([&steady](std::string& bytes) { bytes[After(bytes, steady) - 1] = '\xC9'; });
+    EXPECT_EQ(Complaints(), WrongTimes({"0 video"}));
+    // The clock's unit, in the media header: version and flags, two times, and units a second.
+    MakeExport(Container::Mp4);
+    Change([](std::string& bytes) {
+        const size_t at = After(bytes, "mdhd") + 12;
+        ASSERT_EQ(bytes.substr(at, 4), std::string("\0\0\x03\xE8", 4));
+        bytes[at + 3] = '\xE9';
+    });
+    EXPECT_EQ(Complaints(), WrongTimes({"0 video"}));
+}
+
+TEST_F(ForgedFiles, BeginEarlierOnlyIfSomethingIsThere) {
+    MakeExport(Container::Matroska);
+    // Both the file and the manifest say that it begins five milliseconds before the first frame: all times are right.
+    MoveClusters(0, 1000, 5);
+    Forge([](Json& manifest) {
+        manifest["segments"][0]["time"] = std::to_string((kStart + 10) * kSecond - 5000);
+    });
+    EXPECT_EQ(Complaints(), (std::vector<std::string>{"unchecked frames out: begins before its first frame, "
+                                                      "with nothing that is on the source"}));
+}
+
+TEST_F(Verification, FindsOtherTimesInTheManifest) {
+    const std::string span = ": its start and end are not those of the source";
+    const std::string segments = "bad frames out: the segments of its clock are not those of the source";
+    const std::string other = std::to_string((kStart + 11) * kSecond);
+    const auto complaints = [this](const std::function<void(Json&)>& change) {
+        MakeExport(Container::Matroska);
+        Forge(change);
+        return Complaints();
+    };
+    using Lines = std::vector<std::string>;
+    for (const char* const key : {"start", "end"}) {
+        EXPECT_EQ(complaints([&](Json& manifest) { manifest["tracks"][1][key] = other; }),
+                  Lines{"bad frames out.json: channel 1 video" + span});
+        EXPECT_EQ(complaints([&](Json& manifest) { manifest["tracks"][1][key] = nullptr; }),
+                  Lines{"bad frames out.json: channel 1 video" + span});
+        EXPECT_EQ(complaints([&](Json& manifest) { manifest[key] = other; }),
+                  Lines{"bad frames out.json" + span});
+    }
+    EXPECT_EQ(complaints([&](Json& manifest) { manifest["segments"][0]["time"] = other; }), Lines{segments});
+    EXPECT_EQ(complaints([](Json& manifest) { manifest["segments"][0]["time"] = "noon"; }), Lines{segments});
+    EXPECT_EQ(complaints([](Json& manifest) { manifest["segments"][0]["position_seconds"] = 0.001; }),
+              Lines{segments});
+    EXPECT_EQ(complaints([](Json& manifest) { manifest["segments"] = Json::array(); }), Lines{segments});
+    EXPECT_EQ(complaints([](Json& manifest) { manifest["segments"].push_back(manifest["segments"][0]); }),
+              Lines{segments});
+    // Every time is wrong by the hour that the clock is said to have been ahead.
+    EXPECT_EQ(complaints([](Json& manifest) { manifest["skew_seconds"] = 3600; }).size(), 5u);
+    // Elementary streams have no times, but the manifest has.
+    MakeExport(Container::Raw);
+    Forge([&](Json& manifest) { manifest["tracks"][0]["start"] = other; });
+    EXPECT_EQ(Complaints(), Lines{"bad frames out.json: channel 0 video" + span});
 }
 
 // ---- what anybody may have written

@@ -2,6 +2,8 @@
 
 #include "program/camera_disk.h"
 
+#include <fstream>
+
 namespace {
 
 using namespace test_support;
@@ -58,6 +60,32 @@ TEST_F(SplitExport, MakesAFileOfEachChannel) {
     EXPECT_EQ(Files(), (Names{"bus-ch0.mp4", "bus-ch0.mp4.json", "bus-ch1.mp4", "bus-ch1.mp4.json"}));
     EXPECT_EQ(Manifest("bus-ch1.mp4.json")["channels"], Json::array({1}));
     EXPECT_EQ(Manifest("bus-ch0.mp4.json")["tracks"][0]["frame_count"], 60);
+    for (const char* const name : {"bus-ch0.mp4.json", "bus-ch1.mp4.json"}) {
+        const ProgramResult verified =
+            RunProgram({DISKACCESS_PROGRAM, "verify", File(name), "--source", File("disk")});
+        EXPECT_EQ(verified.exitCode, 0) << verified.out;
+    }
+}
+
+/// The manifest has true time in a zone, the disk the recorder's.
+TEST_F(SplitExport, IsVerifiedInAnyZoneAndWithAnySkew) {
+    ProgramSetting berlin;
+    berlin.environment = {"TZ=Europe/Berlin"};
+    const std::string name = File("bus.mkv");
+    for (const std::vector<std::string>& clock :
+         {std::vector<std::string>{"--skew", "3600"}, {"--skew", "-90", "--tz", "Asia/Kathmandu"}}) {
+        std::vector<std::string> words = {DISKACCESS_PROGRAM, "export", File("disk"), "-o", name, "--force"};
+        words.insert(words.end(), clock.begin(), clock.end());
+        ASSERT_EQ(RunProgram(words, berlin).exitCode, 0);
+        const std::vector<std::string> verify = {DISKACCESS_PROGRAM, "verify", name + ".json", "--source",
+                                                 File("disk")};
+        const ProgramResult verified = RunProgram(verify);
+        EXPECT_EQ(verified.exitCode, 0) << verified.out;
+        Json manifest = Manifest("bus.mkv.json");
+        manifest["skew_seconds"] = 0; // so that all times are those of another moment
+        std::ofstream(name + ".json") << manifest.dump();
+        EXPECT_EQ(RunProgram(verify).exitCode, 1);
+    }
 }
 
 TEST_F(SplitExport, TakesWhatTheRangeMeets) {

@@ -30,6 +30,15 @@ struct NamedTrack {
     bool isVideo = true;
     size_t output = 0; ///< entry of the files
     uint64_t frames = 0;
+    std::string start,
+        end; ///< times of its first and last frame, as they are written; empty: it has no frames
+};
+
+/// A stretch in which a file's time follows the recorder's clock, as a manifest has it.
+struct NamedSegment {
+    size_t output = 0;  ///< entry of the files
+    double seconds = 0; ///< where it begins in the file
+    std::string time;   ///< that lies there, as it is written
 };
 
 struct NamedBlock {
@@ -57,7 +66,12 @@ struct ManifestFile {
     recordings::ChannelSet channels;
     recordings::ChannelSet locked; ///< that the access lock hid
     std::vector<NamedFile> files;
+    bool withAudio = true;   ///< whether audio was wanted
+    bool textTrack = false;  ///< whether containers have a text track
+    int64_t skewSeconds = 0; ///< how far the recorder's clock was ahead of the times of the manifest
+    std::string start, end;  ///< as of tracks, of all of them
     std::vector<NamedTrack> tracks;
+    std::vector<NamedSegment> segments; ///< in the order of the outputs, and of their time
     std::set<std::pair<uint32_t, bool>>
         leftOut;                   ///< channels and whether video, of which frames are in no file
     std::vector<AreaDigest> areas; ///< of an extract: what lies before the blocks

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "media/manifest_file.h"
@@ -43,6 +44,8 @@ struct VerifyRequest {
     const recordings::BlockList* blocks = nullptr; ///< of the disk; not null when that is not
     /// How text of the disk was written into the manifest.
     std::function<std::string(const std::string&)> printable = [](const std::string& text) { return text; };
+    /// Reads a time of the manifest, in microseconds since 1970; nothing when it is none. Null: times are not compared.
+    std::function<std::optional<int64_t>(const std::string&)> timeOf = {};
 };
 
 /// Holds a manifest against its signature, its files and the disk. Each check is reported as it is done; sound blocks make

@@ -142,4 +142,20 @@ TypedTime ReadTime(const std::string& text, const TimeZone& zone, const Present&
     return *time;
 }
 
+std::optional<int64_t> MicrosOfRfc3339(const std::string& text) {
+    static const std::regex form("([0-9]{4})-([0-9]{2})-([0-9]{2})T([0-9]{2}):([0-9]{2}):([0-9]{2})"
+                                 "\\.([0-9]{6})(Z|[-+][0-9]{2}:[0-9]{2})");
+    constexpr size_t kLongest = 64; // a manifest may hold any text
+    std::smatch match;
+    if (text.size() > kLongest || !std::regex_match(text, match, form)) {
+        return std::nullopt;
+    }
+    const CivilTime civil = {Number(match[1], 0), Number(match[2], 0), Number(match[3], 0),
+                             Number(match[4], 0), Number(match[5], 0), Number(match[6], 0)};
+    constexpr int64_t kMicros = 1000000;
+    return Exists(civil)
+               ? std::optional((UtcTime(civil) - OffsetOf(match[8].str())) * kMicros + Number(match[7], 0))
+               : std::nullopt;
+}
+
 } // namespace diskaccess

@@ -2,6 +2,7 @@
 #define DISKACCESS_TIME_TEXT_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "render/time_zone.h"
@@ -26,6 +27,10 @@ struct Present {
 /// @param twice which instant a time means that comes twice
 /// @throws WrongUse for anything else
 TypedTime ReadTime(const std::string& text, const TimeZone& zone, const Present& present, Twice twice);
+
+/// Reads a time as documents have it: "2026-11-20T14:30:00.040000+01:00".
+/// @return microseconds since 1970; nothing for anything else
+std::optional<int64_t> MicrosOfRfc3339(const std::string& text);
 
 } // namespace diskaccess
 

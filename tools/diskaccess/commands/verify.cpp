@@ -1,6 +1,7 @@
 #include "media/verify.h"
 #include "cli/interruption.h"
 #include "cli/output.h"
+#include "cli/typed_time.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
 #include "media/manifest_file.h"
@@ -35,6 +36,7 @@ public:
         media::VerifyRequest request{m_manifest};
         request.key = m_key ? &*m_key : nullptr;
         request.printable = [](const std::string& text) { return Printable(text); };
+        request.timeOf = MicrosOfRfc3339;
         if (m_context) {
             request.disk = &m_context->Disk();
             request.blocks = &m_context->Blocks();
