@@ -191,12 +191,14 @@ std::vector<ListedRange> ReadRangeList(const std::string& file) {
     if (!std::filesystem::is_regular_file(file, error)) {
         throw Failure(file + ": is no file that could be read; give a list of ranges with --list");
     }
-    if (std::filesystem::file_size(file, error) > kLargestFile) {
+    const uintmax_t size = std::filesystem::file_size(file, error);
+    if (!error && size > kLargestFile) {
         throw Failure(file + ": is no list of ranges: it is larger than 64 MiB");
     }
+    std::string bytes(error ? 0 : static_cast<size_t>(size), '\0');
     std::ifstream input(file, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(input)), {});
-    if (!input) {
+    input.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (error || !input) {
         throw Failure(file + ": cannot be read; give a list of ranges with --list");
     }
     return ParseRangeList(file, bytes);
