@@ -91,6 +91,20 @@ bool TakePictureSize(const recordings::Frame& keyFrame, AVCodecParameters& param
     return parser->width > 0 && parser->height > 0;
 }
 
+/// Whether a file can begin with such a track. A forged head may state what no container can, as a sample rate of four
+/// thousand million; libavformat says so only when it writes a file.
+bool CanBegin(Container container, const AVCodecParameters& parameters) {
+    MemoryFile file;
+    Muxer muxer("a track", container, file);
+    muxer.AddStream(parameters, 0);
+    try {
+        muxer.Start({});
+        return true;
+    } catch (const Error&) {
+        return false;
+    }
+}
+
 /// Puts the parameter sets into the form that containers keep them in. libavformat knows how, but does it only while it
 /// writes a file: so it writes one, and reads it.
 /// @return false when the sets are not such that a file can be made of them
@@ -174,7 +188,10 @@ std::optional<LeftOutReason> Examine(Container container, const Track& track, co
         return LeftOutReason::NotForContainer;
     }
     parameters = track.isVideo ? VideoParameters(codec, frame) : AudioParameters(codec, track);
-    return parameters ? std::nullopt : std::optional(LeftOutReason::NoPictureSize);
+    if (!parameters) {
+        return LeftOutReason::NoPictureSize;
+    }
+    return CanBegin(container, *parameters) ? std::nullopt : std::optional(LeftOutReason::NotForContainer);
 }
 
 bool WantsLengths(const AVCodecParameters& parameters) {

@@ -325,6 +325,17 @@ TEST_P(Containers, HoldH265) {
               (Bytes{0, 0, 0, 24, 0x40}));
 }
 
+TEST_P(Containers, RefuseASampleRateThatNoFileCanState) {
+    Sink& sink = Begin();
+    Track forged = AudioTrack(0, "aac");
+    forged.audio.sampleRate = 0xFFFFFFFF;
+    EXPECT_EQ(sink.Add(forged, Sound(0, kStart, 320).Get()), LeftOutReason::NotForContainer);
+    // What can be recorded goes into the file all the same.
+    Track video = VideoTrack(1);
+    EXPECT_EQ(sink.Add(video, KeyFrame(1, kStart, 100).Get()), std::nullopt);
+    sink.Start(Facts(), std::nullopt);
+}
+
 TEST_P(Containers, HoldAudioThatTheyKnow) {
     Sink& sink = Begin();
     Track video = VideoTrack(0);
