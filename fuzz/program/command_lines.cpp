@@ -11,6 +11,10 @@
 
 namespace fuzzing {
 
+bool Has(const std::vector<std::string>& names, const std::string& name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 namespace {
 
 using Values = std::vector<std::string>;
@@ -125,10 +129,6 @@ std::vector<std::string> NamesOf(const std::set<CLI::Option*>& options) {
         names.push_back(NameOf(*option));
     }
     return names;
-}
-
-bool Has(const std::vector<std::string>& names, const std::string& name) {
-    return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 /// What one option or another is to say, though none of them is needed by itself.

@@ -12,6 +12,9 @@ namespace fuzzing {
 /// What follows the program's name.
 using CommandLine = std::vector<std::string>;
 
+/// Whether a name is one of several, as an option of a command line.
+bool Has(const std::vector<std::string>& names, const std::string& name);
+
 /// The command lines of runs: each command in turn, and of each command each option in turn, with some others. They are made
 /// from the program's own table, so that none is left out.
 class CommandLines {

@@ -38,7 +38,7 @@ private:
     int RunLine(const CommandLine& line);
     void CheckComplaints(const CommandLine& line, const ProgramEnd& end) const;
     void CheckAnswer(const CommandLine& line, const ProgramEnd& end) const;
-    void CheckFolders(const ProgramEnd& end) const;
+    void CheckFolders(const CommandLine& line, const ProgramEnd& end) const;
 
     test_support::TempDir m_folder;
     HostileDisks m_disks;
