@@ -24,6 +24,18 @@ Command OnDisk(const char* name, const char* description) {
         .Confined(NeedsOfReading);
 }
 
+/// A command that shows the recordings of a disk to people alone.
+Command Shown(const char* name, const char* description) {
+    Command command(name, description);
+    return command.Takes(AddPartition)
+        .Takes(AddZoneOptions)
+        .Takes(AddTextFormatOption)
+        .Takes(AddDiskOptions)
+        .Takes(AddRangeOptions)
+        .Takes(AddChannelOption)
+        .Takes(AddSilenceOption);
+}
+
 /// Opens the disk, and has it answer.
 Command::Run Asks(ExitCode (*answer)(Context& context)) {
     return [answer](const Options& options, const std::string& name) {
@@ -50,14 +62,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddSilenceOption)
             .Checks(CheckJourneys)
             .Does(Asks(Journeys)),
-        Command("timeline", "What was recorded when, drawn: in the terminal, as a picture or as a page")
-            .Takes(AddPartition)
-            .Takes(AddZoneOptions)
-            .Takes(AddTextFormatOption)
-            .Takes(AddDiskOptions)
-            .Takes(AddRangeOptions)
-            .Takes(AddChannelOption)
-            .Takes(AddSilenceOption)
+        Shown("timeline", "What was recorded when, drawn: in the terminal, as a picture or as a page")
             .Takes(AddTimelineOptions)
             .Checks(CheckTimeline)
             .Confined(NeedsOfTimeline)
@@ -100,14 +105,7 @@ std::vector<Command> AllCommands() {
             .Checks(CheckExport)
             .Confined(NeedsOfExport)
             .Does(Asks(Export)),
-        Command("report", "One page to hand on: the disk, its journeys, events with pictures, and its health")
-            .Takes(AddPartition)
-            .Takes(AddZoneOptions)
-            .Takes(AddTextFormatOption)
-            .Takes(AddDiskOptions)
-            .Takes(AddRangeOptions)
-            .Takes(AddChannelOption)
-            .Takes(AddSilenceOption)
+        Shown("report", "One page to hand on: the disk, its journeys, events with pictures, and its health")
             .Takes(AddReportOptions)
             .Checks(CheckReport)
             .Confined(NeedsOfWriting)
