@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "cli/duration.h"
+#include "cli/ending.h"
 #include "cli/failure.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
@@ -17,10 +18,6 @@
 namespace diskaccess {
 
 namespace {
-
-bool EndsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
 
 media::Container WantedContainer(const Options& options) {
     if (options.rangeList.empty()) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "cli/ending.h"
 #include "cli/failure.h"
 #include "cli/output.h"
 #include "render/printable.h"
@@ -14,10 +15,6 @@ namespace {
 
 using media::Still;
 using media::StillState;
-
-bool EndsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
 
 } // namespace
 
