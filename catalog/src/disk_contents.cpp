@@ -4,6 +4,7 @@
 
 #include "recordings/block_index.h"
 #include "recordings/error.h"
+#include "recordings/query.h"
 #include "recordings/records.h"
 
 namespace catalog {
@@ -12,7 +13,7 @@ namespace {
 
 using recordings::Block;
 
-constexpr int64_t kMicros = 1000000;
+using recordings::kMicros;
 /// Blocks that the system is asked for in advance.
 constexpr size_t kAhead = 16;
 

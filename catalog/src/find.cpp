@@ -3,13 +3,14 @@
 #include <tuple>
 
 #include "catalog/catalog.h"
+#include "recordings/query.h"
 #include "spans.h"
 
 namespace catalog {
 
 namespace {
 
-constexpr int64_t kMicros = 1000000;
+using recordings::kMicros;
 /// Spans this far from an event may be what was recorded around it.
 constexpr int64_t kSurroundings = 3600;
 

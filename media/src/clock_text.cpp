@@ -1,14 +1,16 @@
 #include "clock_text.h"
 
+#include "recordings/query.h"
+
 namespace media {
 
 namespace {
 
-constexpr int64_t kSecond = 1000000;
+using recordings::kMicros;
 
 /// Time stamps may be anything that 64 bits hold.
 int64_t SecondOf(int64_t time) {
-    return time / kSecond - (time % kSecond < 0 ? 1 : 0);
+    return time / kMicros - (time % kMicros < 0 ? 1 : 0);
 }
 
 } // namespace
@@ -25,7 +27,7 @@ std::optional<ClockText::Cue> ClockText::Next(int64_t time, int64_t place, size_
 }
 
 int64_t ClockText::EndOf(int64_t time, int64_t place) {
-    return place + kSecond - (time - SecondOf(time) * kSecond);
+    return place + kMicros - (time - SecondOf(time) * kMicros);
 }
 
 } // namespace media

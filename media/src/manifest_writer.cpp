@@ -1,6 +1,7 @@
 #include "manifest_writer.h"
 
 #include "recordings/blocks.h"
+#include "recordings/query.h"
 
 namespace media {
 
@@ -9,7 +10,7 @@ namespace {
 using Json = ManifestWriter::Json;
 using recordings::Severity;
 
-constexpr int64_t kMicros = 1000000;
+using recordings::kMicros;
 constexpr int kSchemaVersion = 1;
 /// The largest number up to which a double, which is what many programs read numbers into, holds every whole one.
 constexpr uint64_t kLargestExact = uint64_t{1} << 53;

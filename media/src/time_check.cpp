@@ -2,11 +2,13 @@
 
 #include <cstdlib>
 
+#include "recordings/query.h"
+
 namespace media {
 
 namespace {
 
-constexpr int64_t kMicros = 1000000;
+using recordings::kMicros;
 
 /// MP4 counts in milliseconds where a track begins, whatever the track's own unit is.
 constexpr int kUnitsOfStart = 1000;

@@ -4,11 +4,13 @@
 
 #include <ctime>
 
+#include "recordings/query.h"
+
 namespace python {
 
 namespace {
 
-constexpr int64_t kMicros = 1000000;
+using recordings::kMicros;
 /// The years 1 to 9999, which datetimes can hold, in seconds since 1970.
 constexpr int64_t kFirst = -62135596800;
 constexpr int64_t kLast = 253402300799;

@@ -129,7 +129,7 @@ public:
             CheckChannel(channel, channels);
         }
         for (const IndexedEvent& event : m_index.events) {
-            m_events = m_events || event.offset >= m_area || !OfTime(event.time / 1000000);
+            m_events = m_events || event.offset >= m_area || !OfTime(event.time / kMicros);
         }
         Fields fields;
         fields.AddIf(m_segments, "segments");
@@ -147,7 +147,7 @@ private:
         const IndexedKeyFrame* before = nullptr;
         for (const IndexedKeyFrame& key : m_index.keyFrames[channel]) {
             oddKey = oddKey || (before != nullptr && key.offset <= before->offset) ||
-                     !OfTime(key.time / 1000000) || !InSegment(segments, key.offset);
+                     !OfTime(key.time / kMicros) || !InSegment(segments, key.offset);
             before = &key;
         }
         m_segments = m_segments || oddSegment;
@@ -277,8 +277,8 @@ void BlockCheck::CheckClock(const Neighbourhood& place) const {
     finding.problem.kind = ProblemKind::ClockSetBack;
     finding.problem.severity = Severity::Note;
     finding.problem.block = block.number;
-    finding.problem.before = int64_t{block.previousEnd} * 1000000;
-    finding.problem.after = int64_t{block.start} * 1000000;
+    finding.problem.before = int64_t{block.previousEnd} * kMicros;
+    finding.problem.after = int64_t{block.start} * kMicros;
     m_findings(finding);
 }
 
@@ -308,7 +308,7 @@ void BlockCheck::CheckFirstFrames(const Block& block, const BlockIndex& index) c
         const bool read = m_disk.Bytes().ReadWhole(
             m_disk.StartOf(block.number) + m_disk.Layout().frames + segment.startOffset, &head, sizeof head);
         if (read && head.sync == BLOCK_MAGIC && head.chn == channel && disk_access::IsMedia(head.type) &&
-            head.pts / 1000000 == segment.start) {
+            head.pts / kMicros == segment.start) {
             continue;
         }
         Finding finding;
@@ -317,7 +317,7 @@ void BlockCheck::CheckFirstFrames(const Block& block, const BlockIndex& index) c
         finding.problem.channel = channel;
         finding.problem.offset = segment.startOffset;
         finding.problem.bytes = sizeof head;
-        finding.start = int64_t{segment.start} * 1000000;
+        finding.start = int64_t{segment.start} * kMicros;
         m_findings(finding);
     }
 }

@@ -370,7 +370,7 @@ private:
         const uint64_t at = m_disk.StartOf(place) + m_disk.Layout().frames;
         const bool begins = m_disk.Bytes().ReadWhole(at, &frame, sizeof frame) && frame.sync == BLOCK_MAGIC &&
                             frame.chn < kChannels;
-        return begins ? std::optional<int64_t>(frame.pts / 1000000) : std::nullopt;
+        return begins ? std::optional<int64_t>(frame.pts / kMicros) : std::nullopt;
     }
 
     // ---- times
@@ -512,10 +512,10 @@ private:
         problem.severity = severity;
         problem.block = block.number;
         if (severity == Severity::Loss && block.previousEnd != 0) {
-            problem.before = int64_t{block.previousEnd} * 1000000;
+            problem.before = int64_t{block.previousEnd} * kMicros;
         }
         if (severity == Severity::Loss && block.nextStart != kUnknownEnd) {
-            problem.after = int64_t{block.nextStart} * 1000000;
+            problem.after = int64_t{block.nextStart} * kMicros;
         }
         m_list.m_problems.push_back({m_list.m_spans[entry], problem});
     }

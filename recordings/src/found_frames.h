@@ -17,7 +17,6 @@
 
 namespace recordings {
 
-constexpr int64_t kMicros = 1000000;
 constexpr auto kHeadBytes = static_cast<uint32_t>(sizeof(FrameHead_t));
 
 /// Frame types that recorders are known to use lie below this.

@@ -15,8 +15,6 @@ namespace recordings {
 
 namespace {
 
-constexpr int64_t kMicros = 1000000;
-
 /// A time further than this outside its block's time is damaged. Recorders' clocks are set now and then, over hours at
 /// most.
 constexpr int64_t kClockSetSeconds = 86400;

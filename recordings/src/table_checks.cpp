@@ -147,7 +147,7 @@ void CheckEndOfRing(const Disk& disk, const BlockList& blocks, const FindingSink
     finding.problem.kind = ProblemKind::BlocksOutsideRing;
     finding.problem.block = count;
     finding.place = disk.StartOf(count);
-    finding.start = int64_t{head.RecTime} * 1000000;
+    finding.start = int64_t{head.RecTime} * kMicros;
     findings(finding);
 }
 

@@ -38,9 +38,11 @@ struct TimeRange {
     constexpr bool Meets(int64_t from, int64_t to) const { return from <= last && first <= to; }
 };
 
+constexpr int64_t kMicros = 1000000; ///< microseconds in a second
+
 /// The second that a time lies in: microseconds of the recorder's clock, which a forged disk may have set to anything.
 constexpr uint32_t SecondOf(int64_t micros) {
-    const int64_t second = micros / 1000000;
+    const int64_t second = micros / kMicros;
     return second < 0 ? 0 : static_cast<uint32_t>(second < 0xFFFFFFFF ? second : 0xFFFFFFFF);
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "recordings/query.h"
 #include "render/report.h"
 
 namespace diskaccess {
@@ -18,8 +19,8 @@ public:
     Time TrueTime(uint32_t seconds) const { return {int64_t{seconds} - m_skew}; }
     /// @param micros a time stamp. A damaged disk may hold any.
     Instant TrueInstant(int64_t micros) const {
-        return {
-            static_cast<int64_t>(static_cast<uint64_t>(micros) - static_cast<uint64_t>(m_skew * kMicros))};
+        return {static_cast<int64_t>(static_cast<uint64_t>(micros) -
+                                     static_cast<uint64_t>(m_skew * recordings::kMicros))};
     }
     /// The second that the disk's clock showed, or the nearest that it can show.
     uint32_t DiskSeconds(int64_t trueTime) const {
@@ -28,7 +29,6 @@ public:
     }
 
 private:
-    static constexpr int64_t kMicros = 1000000;
     int64_t m_skew;
 };
 

@@ -6,12 +6,13 @@
 #include "cli/failure.h"
 #include "cli/typed_sets.h"
 #include "cli/typed_time.h"
+#include "recordings/query.h"
 
 namespace diskaccess {
 
 namespace {
 
-constexpr int64_t kMicros = 1000000;
+using recordings::kMicros;
 
 /// A time of day in two parts: without the fraction of its last second, and that in microseconds.
 std::pair<std::string, int64_t> WithoutFraction(const std::string& text) {

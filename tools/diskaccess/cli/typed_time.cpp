@@ -4,6 +4,7 @@
 #include <regex>
 
 #include "cli/failure.h"
+#include "recordings/query.h"
 
 namespace diskaccess {
 
@@ -152,7 +153,7 @@ std::optional<int64_t> MicrosOfRfc3339(const std::string& text) {
     }
     const CivilTime civil = {Number(match[1], 0), Number(match[2], 0), Number(match[3], 0),
                              Number(match[4], 0), Number(match[5], 0), Number(match[6], 0)};
-    constexpr int64_t kMicros = 1000000;
+    using recordings::kMicros;
     return Exists(civil)
                ? std::optional((UtcTime(civil) - OffsetOf(match[8].str())) * kMicros + Number(match[7], 0))
                : std::nullopt;

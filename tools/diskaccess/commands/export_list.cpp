@@ -19,6 +19,7 @@
 #include "commands/wording.h"
 #include "media/earlier.h"
 #include "media/error.h"
+#include "recordings/query.h"
 
 namespace diskaccess {
 
@@ -26,7 +27,7 @@ namespace {
 
 using media::ExportRequest;
 
-constexpr int64_t kMicros = 1000000;
+using recordings::kMicros;
 
 /// Reads the rows of one list.
 class Reader {

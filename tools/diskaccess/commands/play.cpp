@@ -57,7 +57,7 @@ struct Selection {
     /// Whether what a problem is about may be among them.
     bool Concerns(const Problem& problem) const {
         const auto second = [](const std::optional<int64_t>& time, int64_t otherwise) {
-            return time ? *time / 1000000 : otherwise;
+            return time ? *time / recordings::kMicros : otherwise;
         };
         constexpr int64_t kForever = std::numeric_limits<int64_t>::max();
         return (!problem.channel || channels.Has(*problem.channel)) &&

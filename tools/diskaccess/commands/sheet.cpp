@@ -13,6 +13,7 @@
 #include "commands/evidence.h"
 #include "commands/pictures.h"
 #include "media/sheet.h"
+#include "recordings/query.h"
 #include "render/printable.h"
 
 namespace diskaccess {
@@ -22,7 +23,7 @@ namespace {
 using media::Still;
 using media::StillState;
 
-constexpr int64_t kMicros = 1000000;
+using recordings::kMicros;
 
 /// The seconds of the disk that a sheet is about: those that were typed, and what is recorded where they were not.
 recordings::TimeRange RangeOf(Context& context) {

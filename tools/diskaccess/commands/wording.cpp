@@ -19,7 +19,7 @@ media::Wording WordingOf(const TimeZone& zone, const DiskClock& clock) {
         return zone.TextOfMicros(clock.TrueInstant(time).micros);
     };
     wording.readableSecond = [&zone, clock](int64_t time) {
-        return zone.Text(clock.TrueInstant(time).micros / 1000000);
+        return zone.Text(clock.TrueInstant(time).micros / recordings::kMicros);
     };
     wording.printable = Printable;
     return wording;

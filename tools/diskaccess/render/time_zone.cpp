@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <regex>
 
+#include "recordings/query.h"
+
 namespace diskaccess {
 
 namespace {
@@ -118,7 +120,7 @@ std::string TimeZone::Rfc3339(int64_t time) const {
 
 namespace {
 
-constexpr int64_t kMicros = 1000000;
+using recordings::kMicros;
 /// Where the seconds end in both texts.
 constexpr size_t kEndOfSeconds = 19;
 

@@ -23,7 +23,7 @@ using recordings::Problem;
 using recordings::Span;
 using recordings::TimeRange;
 
-constexpr int64_t kSecond = 1000000;              ///< microseconds
+constexpr int64_t kSecond = recordings::kMicros;  ///< microseconds
 constexpr int64_t kMostFrames = 20 * kSecond;     ///< of one answer
 constexpr int64_t kMostKeyFrames = 600 * kSecond; ///< the same, of key frames alone
 constexpr int64_t kLastSecond = 0xFFFFFFFF;

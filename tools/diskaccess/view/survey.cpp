@@ -131,7 +131,7 @@ Survey::Picture Survey::Recorded(const TimeRange& range, uint32_t silence) const
 std::vector<Event> Survey::Events(const TimeRange& range, size_t most) const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     Event begin;
-    begin.micros = int64_t{range.first} * 1000000;
+    begin.micros = int64_t{range.first} * recordings::kMicros;
     std::vector<Event> found;
     for (auto event = std::lower_bound(m_events.begin(), m_events.end(), begin, Earlier);
          event != m_events.end() && event->time <= range.last && found.size() < most; ++event) {
