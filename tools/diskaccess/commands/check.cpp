@@ -4,7 +4,6 @@
 #include "cli/failure.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
-#include "media/error.h"
 #include "media/picture_check.h"
 #include "media/stills.h"
 #include "recordings/health.h"
@@ -96,7 +95,8 @@ private:
     }
 
     Value TimeOrNothing(const std::optional<int64_t>& stamp) const {
-        return stamp ? Value(Time{m_context.Clock().TrueInstant(*stamp).micros / 1000000}) : Value(Nothing{});
+        return stamp ? Value(Time{m_context.Clock().TrueInstant(*stamp).micros / recordings::kMicros})
+                     : Value(Nothing{});
     }
 
     /// What each kind of finding means and what to do, once; of a sound disk that it is sound.
@@ -130,11 +130,8 @@ void CheckCheck(const Options& options) {
 }
 
 ExitCode Check(Context& context) {
-    try {
-        return Checker(context).Run();
-    } catch (const media::Error& error) {
-        throw ToFailure(error);
-    }
+    return ReportingErrors("interrupted; not everything was looked at",
+                           [&context] { return Checker(context).Run(); });
 }
 
 } // namespace diskaccess

@@ -129,6 +129,10 @@ Failure ToFailure(const media::Error& error) {
     return Failure(error.what() + std::string(HintFor(error.Kind())));
 }
 
+Value PathOrNothing(const std::string& path) {
+    return path.empty() ? Value(Nothing()) : Value(Printable(path));
+}
+
 recordings::Watch InterruptibleWatch(Context& context, const std::string& doing) {
     return [show = context.Watch(doing)](const recordings::Progress& progress) {
         return show(progress) && !Interruption::Asked();

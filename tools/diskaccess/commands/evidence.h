@@ -6,8 +6,11 @@
 #include <string>
 
 #include "cli/context.h"
+#include "cli/failure.h"
 #include "media/error.h"
 #include "media/request.h"
+#include "recordings/error.h"
+#include "render/report.h"
 
 namespace diskaccess {
 
@@ -26,6 +29,30 @@ std::optional<media::SigningKey> ReadSigningKey(const Options& options);
 
 /// A failure of media/ as the program reports it: with what to do about it.
 Failure ToFailure(const media::Error& error);
+
+/// Does work of media/, and reports its errors as the program does.
+/// @param interrupted what is said when the user has ended it
+/// @return what @p work returns
+/// @throws Failure
+template <typename Work>
+auto ReportingErrors(const char* interrupted, const Work& work) {
+    try {
+        return work();
+    } catch (const media::Error& error) {
+        throw ToFailure(error);
+    } catch (const recordings::Error& error) {
+        if (error.Kind() == recordings::ErrorKind::Cancelled) {
+            throw Failure(interrupted);
+        }
+        throw;
+    }
+}
+
+/// What is said where an end leaves nothing.
+constexpr const char* kNothingKept = "interrupted; nothing was kept";
+
+/// The path of a file that was made; nothing where there is none.
+Value PathOrNothing(const std::string& path);
 
 /// Asks whether to go on, and shows how far work has come.
 /// @param doing "exporting"

@@ -41,20 +41,19 @@ std::optional<media::ExportResult> Run(Context& context, const media::ExportRequ
         context.Blocks(); // a signal may end that: there is nothing to clean up
     const Interruption interruption;
     const recordings::Watch watch = InterruptibleWatch(context, doing);
-    try {
-        return media::Export(context.Disk(), blocks, context.Source(), request, context.Problems(), watch);
-    } catch (const media::Error& error) {
-        if (error.Kind() == media::ErrorKind::NobodyReads) {
-            throw NobodyReads();
+    const char* const interrupted =
+        request.stream ? "interrupted; what was written is not whole" : kNothingKept;
+    return ReportingErrors(interrupted, [&] {
+        try {
+            return media::Export(context.Disk(), blocks, context.Source(), request, context.Problems(),
+                                 watch);
+        } catch (const media::Error& error) {
+            if (error.Kind() == media::ErrorKind::NobodyReads) {
+                throw NobodyReads();
+            }
+            throw;
         }
-        throw ToFailure(error);
-    } catch (const recordings::Error& error) {
-        if (error.Kind() == recordings::ErrorKind::Cancelled) {
-            throw Failure(request.stream ? "interrupted; what was written is not whole"
-                                         : "interrupted; nothing was kept");
-        }
-        throw;
-    }
+    });
 }
 
 /// @return whether something is left out that the user expects to be there
@@ -127,10 +126,6 @@ uint64_t LossesOf(const media::ExportResult& result) {
     return static_cast<uint64_t>(losses);
 }
 
-Value PathOrNothing(const std::string& path) {
-    return path.empty() ? Value(Nothing()) : Value(Printable(path));
-}
-
 /// Each of several exports, which has a manifest of its own.
 void ShowExports(Context& context, const std::vector<media::ExportResult>& results) {
     Renderer& answer = context.Answer();
@@ -170,13 +165,11 @@ void ShowSummary(Context& context, const std::vector<media::ExportResult>& resul
 
 /// Looks at the places of all files before the first is begun.
 void CheckAllPlaces(Context& context, const std::vector<media::ExportRequest>& requests) {
-    try {
+    ReportingErrors(kNothingKept, [&] {
         for (const media::ExportRequest& request : requests) {
             media::CheckPlaces(context.Disk(), context.Source(), request);
         }
-    } catch (const media::Error& error) {
-        throw ToFailure(error);
-    }
+    });
 }
 
 std::string NothingFits(const Context& context, const media::ExportRequest& request,

@@ -4,7 +4,6 @@
 #include "cli/output.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
-#include "recordings/error.h"
 #include "render/printable.h"
 
 namespace diskaccess {
@@ -14,21 +13,10 @@ namespace {
 std::optional<media::ExtractResult> Run(Context& context, const media::Request& request) {
     const Interruption interruption;
     const recordings::BlockList& blocks = context.Blocks();
-    try {
+    return ReportingErrors(kNothingKept, [&] {
         return media::Extract(context.Disk(), blocks, context.Source(), request, context.Problems(),
                               InterruptibleWatch(context, "copying"));
-    } catch (const media::Error& error) {
-        throw ToFailure(error);
-    } catch (const recordings::Error& error) {
-        if (error.Kind() == recordings::ErrorKind::Cancelled) {
-            throw Failure("interrupted; nothing was kept");
-        }
-        throw;
-    }
-}
-
-Value PathOrNothing(const std::string& path) {
-    return path.empty() ? Value(Nothing()) : Value(Printable(path));
+    });
 }
 
 } // namespace

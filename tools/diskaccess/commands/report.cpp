@@ -13,10 +13,8 @@
 #include "commands/evidence.h"
 #include "commands/identity.h"
 #include "commands/pictures.h"
-#include "media/error.h"
 #include "media/output_file.h"
 #include "media/sheet.h"
-#include "recordings/error.h"
 #include "recordings/health.h"
 #include "render/printable.h"
 #include "render/report_page.h"
@@ -293,7 +291,7 @@ private:
 
     Row RowOf(const Finding& finding) const {
         const auto time = [this](const std::optional<int64_t>& stamp) {
-            return stamp ? Value(Time{m_context.Clock().TrueInstant(*stamp).micros / 1000000})
+            return stamp ? Value(Time{m_context.Clock().TrueInstant(*stamp).micros / recordings::kMicros})
                          : Value(Nothing{});
         };
         const std::string text = Describe(finding.problem, [this](int64_t micros) { return TextOf(micros); });
@@ -344,16 +342,7 @@ void CheckReport(const Options& options) {
 }
 
 ExitCode MakeReport(Context& context) {
-    try {
-        return Reporter(context).Run();
-    } catch (const media::Error& error) {
-        throw ToFailure(error);
-    } catch (const recordings::Error& error) {
-        if (error.Kind() == recordings::ErrorKind::Cancelled) {
-            throw Failure("interrupted; nothing was kept");
-        }
-        throw;
-    }
+    return ReportingErrors(kNothingKept, [&context] { return Reporter(context).Run(); });
 }
 
 } // namespace diskaccess

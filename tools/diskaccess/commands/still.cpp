@@ -12,9 +12,7 @@
 #include "commands/pictures.h"
 #include "commands/sheet.h"
 #include "commands/wording.h"
-#include "media/error.h"
 #include "media/stills.h"
-#include "recordings/error.h"
 
 namespace diskaccess {
 
@@ -95,16 +93,9 @@ void CheckStill(const Options& options) {
 }
 
 ExitCode TakeStill(Context& context) {
-    try {
+    return ReportingErrors(kNothingKept, [&context] {
         return context.Typed().sheet ? TakeSheet(context) : StillTaker(context).Run();
-    } catch (const media::Error& error) {
-        throw ToFailure(error);
-    } catch (const recordings::Error& error) {
-        if (error.Kind() == recordings::ErrorKind::Cancelled) {
-            throw Failure("interrupted; nothing was kept");
-        }
-        throw;
-    }
+    });
 }
 
 } // namespace diskaccess

@@ -6,7 +6,6 @@
 #include "commands/evidence.h"
 #include "media/manifest_file.h"
 #include "media/sink.h"
-#include "recordings/error.h"
 #include "render/printable.h"
 
 #include <memory>
@@ -94,16 +93,8 @@ private:
 
 ExitCode Verify(const Options& options) {
     media::QuietContainers();
-    try {
-        return Verification(options).Run();
-    } catch (const media::Error& error) {
-        throw ToFailure(error);
-    } catch (const recordings::Error& error) {
-        if (error.Kind() == recordings::ErrorKind::Cancelled) {
-            throw Failure("interrupted; not everything was looked at");
-        }
-        throw;
-    }
+    return ReportingErrors("interrupted; not everything was looked at",
+                           [&options] { return Verification(options).Run(); });
 }
 
 } // namespace diskaccess
