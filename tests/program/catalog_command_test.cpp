@@ -9,9 +9,7 @@
 
 #include "catalog/database.h"
 #include "commands/commands.h"
-#include "sample_recorder/generated_source.h"
-#include "sample_recorder/recorder.h"
-#include "search/search_fixture.h"
+#include "program/one_camera.h"
 #include "support/run_program.h"
 #include "support/schema.h"
 
@@ -19,24 +17,17 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace test_support;
-using namespace sample_recorder;
 using Json = nlohmann::json;
 
-constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
-
 /// A disk of one camera.
-class CatalogCommand : public SearchFixture {
+class CatalogCommand : public OneCamera {
 protected:
     void SetUp() override {
-        MakeDisk(sample_recorder::Format());
-        RecorderSettings settings;
-        settings.channels = 1;
-        Recorder recorder(Disk(), settings);
-        GeneratedSource source(GeneratedCamera{0, 5, 5, 800, 200, 32, 40}, 1, kStart, 60);
-        for (Frame frame; source.Next(frame);) {
-            recorder.Write(frame);
-        }
-        recorder.PowerOff();
+        OneCameraRecording recording;
+        recording.blocks = 8;
+        recording.audio = true;
+        recording.seconds = 60;
+        Record(recording);
     }
 
     ProgramResult Run(std::vector<std::string> arguments) const {

@@ -2,36 +2,19 @@
 
 #include <nlohmann/json.hpp>
 
-#include "sample_recorder/generated_source.h"
-#include "sample_recorder/recorder.h"
-#include "search/search_fixture.h"
+#include "program/one_camera.h"
 #include "support/run_program.h"
 #include "support/schema.h"
 
 namespace {
 
 using namespace test_support;
-using namespace sample_recorder;
 using Json = nlohmann::json;
 
-constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
-
 /// One camera, recorded for ten seconds into the first of four blocks.
-class CheckCommand : public SearchFixture {
+class CheckCommand : public OneCamera {
 protected:
-    void SetUp() override {
-        Format format;
-        format.blockCount = 4;
-        MakeDisk(format);
-        RecorderSettings settings;
-        settings.channels = 1;
-        Recorder recorder(Disk(), settings);
-        GeneratedSource source(GeneratedCamera{0, 5, 5, 800, 200, 0, 0}, 1, kStart, 10);
-        for (Frame frame; source.Next(frame);) {
-            recorder.Write(frame);
-        }
-        recorder.PowerOff();
-    }
+    void SetUp() override { Record(); }
 
     ProgramResult Check(std::vector<std::string> options = {}) const {
         options.insert(options.begin(), {DISKACCESS_PROGRAM, "check", File("disk"), "--utc"});

@@ -5,20 +5,16 @@
 #include <filesystem>
 #include <regex>
 
+#include "program/one_camera.h"
 #include "render/html_text.h"
 #include "render/report_page.h"
-#include "sample_recorder/generated_source.h"
-#include "sample_recorder/recorder.h"
-#include "search/search_fixture.h"
 #include "support/files.h"
 #include "support/run_program.h"
 
 namespace {
 
 using namespace test_support;
-using namespace sample_recorder;
 
-constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
 const std::string kHostile = "</title><script>alert(1)</script><img src=x>&\"'";
 
 TEST(HtmlText, IsNeverMarkup) {
@@ -45,22 +41,13 @@ TEST(PolicyHash, IsTheSha256InBase64) {
     EXPECT_EQ(diskaccess::PolicyHash(""), "sha256-47DEQpj8HBSa+/TImW+5JCeuQeRkm5NMpJWZG3hSuFU=");
 }
 
-/// One camera, recorded for ten seconds, with an event, on a disk whose texts try to be markup.
-class ReportCommand : public SearchFixture {
+/// One camera, recorded for ten seconds, on a disk whose texts try to be markup.
+class ReportCommand : public OneCamera {
 protected:
     void SetUp() override {
-        Format format;
-        format.blockCount = 4;
-        format.description = kHostile;
-        MakeDisk(format);
-        RecorderSettings settings;
-        settings.channels = 1;
-        Recorder recorder(Disk(), settings);
-        GeneratedSource source(GeneratedCamera{0, 5, 5, 800, 200, 0, 0}, 1, kStart, 10);
-        for (Frame frame; source.Next(frame);) {
-            recorder.Write(frame);
-        }
-        recorder.PowerOff();
+        OneCameraRecording recording;
+        recording.description = kHostile;
+        Record(recording);
     }
 
     ProgramResult Report(std::vector<std::string> options = {}) const {

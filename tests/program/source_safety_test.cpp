@@ -15,9 +15,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "sample_recorder/generated_source.h"
-#include "sample_recorder/recorder.h"
-#include "search/search_fixture.h"
+#include "program/one_camera.h"
 #include "support/files.h"
 #include "support/loop_device.h"
 #include "support/run_program.h"
@@ -27,8 +25,6 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test_support;
 using namespace sample_recorder;
-
-constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
 
 /// Parameter sets and a slice's beginning as a camera sends them: H.264, baseline, 64 x 48 pixels.
 constexpr uint8_t kKeyFrameStart[] = {0,    0, 0, 1,    0x67, 0x42, 0x00, 0x0A, 0xDC, 0x47,
@@ -57,25 +53,19 @@ struct Untouched {
 };
 
 /// One camera with audio, recorded for ten seconds.
-class SourceSafety : public SearchFixture {
+class SourceSafety : public OneCamera {
 protected:
     void SetUp() override {
-        sample_recorder::Format format;
-        format.blockCount = 4;
-        MakeDisk(format);
-        RecorderSettings settings;
-        settings.channels = 1;
-        settings.properties[0].AType = 1;
-        settings.properties[0].Sample = 8000;
-        Recorder recorder(Disk(), settings);
-        GeneratedSource source(GeneratedCamera{0, 5, 5, 800, 200, 32, 40}, 1, kStart, 10);
-        for (Frame frame; source.Next(frame);) {
+        OneCameraRecording recording;
+        recording.audio = true;
+        recording.properties.AType = 1;
+        recording.properties.Sample = 8000;
+        recording.alter = [](Frame& frame) {
             if (frame.type == kVideoI) {
                 std::copy(std::begin(kKeyFrameStart), std::end(kKeyFrameStart), frame.payload.begin());
             }
-            recorder.Write(frame);
-        }
-        recorder.PowerOff();
+        };
+        Record(recording);
     }
 
     /// Gives the disk another name.

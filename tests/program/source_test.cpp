@@ -5,9 +5,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "sample_recorder/generated_source.h"
-#include "sample_recorder/recorder.h"
-#include "search/search_fixture.h"
+#include "program/one_camera.h"
 #include "support/files.h"
 #include "support/partition_tables.h"
 #include "support/run_program.h"
@@ -17,29 +15,19 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace test_support;
-using namespace sample_recorder;
 using Json = nlohmann::json;
 
-constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
 constexpr uint64_t kMiB = 0x100000;
 /// Where the partition begins on whole disks.
 constexpr uint64_t kBegin = 6 * kMiB;
 
 /// One camera, recorded for ten seconds.
-class Sources : public SearchFixture {
+class Sources : public OneCamera {
 protected:
     void SetUp() override {
-        sample_recorder::Format format;
-        format.blockCount = 4;
-        MakeDisk(format);
-        RecorderSettings settings;
-        settings.channels = 1;
-        Recorder recorder(Disk(), settings);
-        GeneratedSource source(GeneratedCamera{0, 5, 5, 800, 200, 32, 40}, 1, kStart, 10);
-        for (Frame frame; source.Next(frame);) {
-            recorder.Write(frame);
-        }
-        recorder.PowerOff();
+        OneCameraRecording recording;
+        recording.audio = true;
+        Record(recording);
         m_bytes = ReadFile(File("disk"));
     }
 
