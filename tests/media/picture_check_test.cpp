@@ -7,82 +7,43 @@
 #include <map>
 
 #include "child.h"
-#include "libav.h"
+#include "media/encoding_camera.h"
 #include "picture_states.h"
 #include "recordings/recordings_fixture.h"
 #include "sample_recorder/recorder.h"
-#include "video_decoder.h"
 
 namespace {
 
 using media::VideoCodec;
+using media_test::kDistance;
+using media_test::kStart;
+using media_test::kStep;
 using recordings::Finding;
 using recordings::ProblemKind;
 using sample_recorder::Frame;
 using Bytes = std::vector<uint8_t>;
 
-constexpr int64_t kStart = 1795183200 * int64_t{1000000}; // 2026-11-20 14:00:00 UTC
-constexpr int64_t kStep = 200000;                         // five pictures a second
 constexpr int kPictures = 20;
-constexpr int kDistance = 5; ///< every fifth is a key frame
 
-/// Pictures full of detail that moves, as a camera encodes them.
-class BusyCamera {
+/// Pictures full of detail that moves.
+class BusyCamera : public media_test::EncodingCamera {
 public:
-    explicit BusyCamera(VideoCodec codec) {
-        av_log_set_level(AV_LOG_ERROR);
-        const AVCodec* const encoder =
-            avcodec_find_encoder_by_name(codec == VideoCodec::H264 ? "libx264" : "libx265");
-        m_codec.reset(avcodec_alloc_context3(encoder));
-        m_codec->width = 192;
-        m_codec->height = 128;
-        m_codec->pix_fmt = AV_PIX_FMT_YUV420P;
-        m_codec->time_base = {1, 5};
-        m_codec->gop_size = kDistance;
-        m_codec->max_b_frames = 0;
-        m_codec->thread_count = 1;
-        av_opt_set(m_codec->priv_data, "tune", "zerolatency", 0);
-        av_opt_set(m_codec->priv_data, "x265-params",
-                   "log-level=none:pools=none:frame-threads=1:repeat-headers=1:scenecut=0", 0);
-        av_opt_set(m_codec->priv_data, "x264-params", "scenecut=0", 0);
-        if (avcodec_open2(m_codec.get(), encoder, nullptr) < 0) {
-            throw std::runtime_error(encoder->name);
-        }
-    }
-
-    Frame Take(int number) {
-        const media::FramePointer picture(av_frame_alloc());
-        picture->width = m_codec->width;
-        picture->height = m_codec->height;
-        picture->format = m_codec->pix_fmt;
-        picture->pts = number;
-        av_frame_get_buffer(picture.get(), 0);
-        for (int plane = 0; plane < 3; ++plane) {
-            const int rows = plane == 0 ? picture->height : picture->height / 2;
-            for (int at = 0; at < picture->linesize[plane] * rows; ++at) {
-                m_seed = m_seed * 1103515245 + 12345;
-                picture->data[plane][at] = static_cast<uint8_t>(
-                    (static_cast<uint32_t>(at / 3 + number * 7) + (m_seed >> 28)) & 0xFF);
-            }
-        }
-        avcodec_send_frame(m_codec.get(), picture.get());
-        const media::Packet packet(av_packet_alloc());
-        Frame taken;
-        if (avcodec_receive_packet(m_codec.get(), packet.get()) == 0) {
-            taken.payload.assign(packet->data, packet->data + packet->size);
-            taken.type = (packet->flags & AV_PKT_FLAG_KEY) != 0 ? 1 : 0;
-        }
-        taken.pts = kStart + number * kStep;
-        return taken;
-    }
+    using EncodingCamera::EncodingCamera;
 
 private:
-    media::Codec m_codec;
+    void Draw(int number, int /*plane*/, uint8_t* bytes, int count) override {
+        for (int at = 0; at < count; ++at) {
+            m_seed = m_seed * 1103515245 + 12345;
+            bytes[at] =
+                static_cast<uint8_t>((static_cast<uint32_t>(at / 3 + number * 7) + (m_seed >> 28)) & 0xFF);
+        }
+    }
+
     uint32_t m_seed = 1;
 };
 
 std::vector<Bytes> Payloads(VideoCodec codec) {
-    BusyCamera camera(codec);
+    BusyCamera camera(codec == VideoCodec::H264 ? "libx264" : "libx265");
     std::vector<Bytes> payloads;
     for (int number = 0; number < kDistance; ++number) {
         payloads.push_back(camera.Take(number).payload);
@@ -99,8 +60,8 @@ protected:
         sample_recorder::Format format;
         format.blockSize = 4 << 20; // one holds all
         sample_recorder::Recorder recorder(MakeDisk(format), settings);
-        BusyCamera h264(VideoCodec::H264);
-        BusyCamera h265(VideoCodec::H265);
+        BusyCamera h264("libx264");
+        BusyCamera h265("libx265");
         uint32_t offset = 0;
         for (int number = 0; number < kPictures; ++number) {
             for (const uint32_t channel : {3u, 5u}) {

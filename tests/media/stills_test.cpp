@@ -18,6 +18,7 @@
 
 #include "child.h"
 #include "libav.h"
+#include "media/encoding_camera.h"
 #include "media/error.h"
 #include "media/picture_series.h"
 #include "recordings/error.h"
@@ -28,64 +29,24 @@ namespace {
 
 using media::Still;
 using media::StillState;
+using media_test::kHeight;
+using media_test::kStart;
+using media_test::kStep;
+using media_test::kWidth;
 using Bytes = std::vector<uint8_t>;
 
-constexpr int64_t kStart = 1795183200 * int64_t{1000000}; // 2026-11-20 14:00:00 UTC
-constexpr int64_t kStep = 200000;                         // five pictures a second
-constexpr int kWidth = 192;
-constexpr int kHeight = 128;
-
-/// Pictures of one grey each, brighter from picture to picture, as a camera encodes them; every fifth is a key frame.
-class GreyCamera {
+/// Pictures of one grey each, brighter from picture to picture.
+class GreyCamera : public media_test::EncodingCamera {
 public:
-    explicit GreyCamera(const char* encoder) {
-        av_log_set_level(AV_LOG_ERROR);
-        const AVCodec* const codec = avcodec_find_encoder_by_name(encoder);
-        m_codec.reset(avcodec_alloc_context3(codec));
-        m_codec->width = kWidth;
-        m_codec->height = kHeight;
-        m_codec->pix_fmt = AV_PIX_FMT_YUV420P;
-        m_codec->time_base = {1, 5};
-        m_codec->gop_size = 5;
-        m_codec->max_b_frames = 0;
-        m_codec->thread_count = 1;
-        av_opt_set(m_codec->priv_data, "tune", "zerolatency", 0);
-        av_opt_set(m_codec->priv_data, "x265-params",
-                   "log-level=none:pools=none:frame-threads=1:repeat-headers=1", 0);
-        if (avcodec_open2(m_codec.get(), codec, nullptr) < 0) {
-            throw std::runtime_error(encoder);
-        }
-    }
+    using EncodingCamera::EncodingCamera;
 
     /// The grey of picture @p number, between black (16) and white (235).
     static int GreyOf(int number) { return 30 + 6 * number; }
 
-    sample_recorder::Frame Take(int number) {
-        AVFrame* frame = av_frame_alloc();
-        frame->width = kWidth;
-        frame->height = kHeight;
-        frame->format = AV_PIX_FMT_YUV420P;
-        frame->pts = number;
-        av_frame_get_buffer(frame, 0);
-        for (int plane = 0; plane < 3; ++plane) {
-            const int rows = plane == 0 ? kHeight : kHeight / 2;
-            const int grey = plane == 0 ? GreyOf(number) : 128;
-            std::fill_n(frame->data[plane], frame->linesize[plane] * rows, static_cast<uint8_t>(grey));
-        }
-        avcodec_send_frame(m_codec.get(), frame);
-        av_frame_free(&frame);
-        const media::Packet packet(av_packet_alloc());
-        sample_recorder::Frame taken;
-        if (avcodec_receive_packet(m_codec.get(), packet.get()) == 0) {
-            taken.payload.assign(packet->data, packet->data + packet->size);
-            taken.type = (packet->flags & AV_PKT_FLAG_KEY) != 0 ? 1 : 0;
-        }
-        taken.pts = kStart + number * kStep;
-        return taken;
-    }
-
 private:
-    media::Codec m_codec;
+    void Draw(int number, int plane, uint8_t* bytes, int count) override {
+        std::fill_n(bytes, count, static_cast<uint8_t>(plane == 0 ? GreyOf(number) : 128));
+    }
 };
 
 class Stills : public test_support::RecordingsFixture {
