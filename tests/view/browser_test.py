@@ -16,31 +16,18 @@ import shutil
 import signal
 import statistics
 import subprocess
-import sys
 import tempfile
 import threading
 import time
-import unittest
 
-try:
-    from selenium import webdriver
-    from selenium.webdriver.chrome.service import Service
-    from selenium.webdriver.common.action_chains import ActionChains
-    from selenium.webdriver.common.by import By
-    from selenium.webdriver.common.keys import Keys
-except ImportError:
-    webdriver = None
+from browser_support import (
+    GOP, HEIGHT, HOSTILE, PROGRAM, START, WIDTH, ActionChains, By, Keys, PageTest, make_clip, record, rfc3339, run,
+    start_browser)
 
-PROGRAM, RECORDER = sys.argv[1:3]
-NEEDED = ["chromium", "chromedriver", "ffmpeg"]
-START = datetime.datetime(2026, 11, 20, 14, 0, 0, tzinfo=datetime.timezone.utc)
 SECONDS = 20
 AGAIN = 600  # seconds after START: the second journey
 RATES = [10, 25, 15]  # of the cameras
-GOP = 2  # seconds
 EVENT = 7  # seconds after START
-HOSTILE = "<img src=x onerror=alert(1)>"
-WIDTH, HEIGHT, BITS = 320, 240, 16
 
 # Reads the frame number of each camera from its picture; null where the picture is dark.
 READ_CODES = """
@@ -68,49 +55,11 @@ def micros(seconds):
     return int(START.timestamp() * 1000000) + round(seconds * 1000000)
 
 
-ENCODERS = {
-    "h264": ["-c:v", "libx264", "-preset", "ultrafast", "-threads", "1", "-qp", "20"],
-    "hevc": ["-c:v", "libx265", "-preset", "ultrafast", "-x265-params",
-             "log-level=none:pools=none:frame-threads=1:repeat-headers=1:qp=20:scenecut=0:open-gop=0:aud=0"],
-}
-
-
-def make_clip(path, rate, seconds=SECONDS, codec="h264"):
-    field = WIDTH // BITS
-    code = f"if(lt(Y,32),255*mod(floor(N/pow(2,floor(X/{field}))),2),100+50*lt(mod(X+8*N,64),32))"
-    subprocess.run(
-        ["ffmpeg", "-nostdin", "-y", "-loglevel", "error", "-f", "lavfi", "-i",
-         f"color=size={WIDTH}x{HEIGHT}:rate={rate}:duration={seconds}", "-vf", f"geq=lum='{code}':cb=128:cr=128",
-         *ENCODERS[codec], "-bf", "0", "-g", str(rate * GOP), "-keyint_min", str(rate * GOP), "-f", codec, path],
-        check=True)
-
-
 def make_tone(path, seconds=SECONDS):
     subprocess.run(
         ["ffmpeg", "-nostdin", "-y", "-loglevel", "error", "-f", "lavfi", "-i",
          f"sine=frequency=440:duration={seconds}:sample_rate=8000", "-af", "volume=4", "-ac", "1", "-c:a", "pcm_alaw",
          "-f", "wav", path], check=True)
-
-
-def record(folder, name, cameras, recordings, events=(), description="Bar codes"):
-    """Has the recorder write a disk; returns its path."""
-    scenario = {
-        "partition": {"block_count": 8, "block_size": 4194304, "layout": "extended", "description": description},
-        "vehicle": {"number": "BUS 7", "id": "bus-7"},
-        "cameras": cameras,
-        "recordings": recordings,
-        "events": list(events),
-    }
-    path = os.path.join(folder, name + ".json")
-    with open(path, "w", encoding="utf-8") as file:
-        json.dump(scenario, file)
-    image = os.path.join(folder, name + ".img")
-    subprocess.run([RECORDER, "record", path, image, "--media", folder], check=True, stdout=subprocess.DEVNULL)
-    return image
-
-
-def rfc3339(seconds):
-    return (START + datetime.timedelta(seconds=seconds)).strftime("%Y-%m-%dT%H:%M:%SZ")
 
 
 class Viewer:
@@ -129,23 +78,19 @@ class Viewer:
         return status
 
 
-class BrowserTest(unittest.TestCase):
+class BrowserTest(PageTest):
     """A browser, and a viewer of the disk that record_disk() makes."""
 
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp(prefix="diskaccess-view-")
         cls.image = cls.record_disk()
-        options = webdriver.ChromeOptions()
-        for argument in ("--headless=new", "--no-sandbox", "--window-size=1400,900", "--disable-background-networking",
-                         "--autoplay-policy=no-user-gesture-required"):
-            options.add_argument(argument)
-        options.add_experimental_option("prefs", {
-            "download.default_directory": cls.folder,
-            "profile.default_content_setting_values.automatic_downloads": 1,
-        })
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
-        cls.browser = webdriver.Chrome(service=Service(shutil.which("chromedriver")), options=options)
+        cls.browser = start_browser(
+            ["--window-size=1400,900", "--autoplay-policy=no-user-gesture-required"], ["browser", "performance"],
+            {
+                "download.default_directory": cls.folder,
+                "profile.default_content_setting_values.automatic_downloads": 1,
+            })
         cls.viewer = Viewer(cls.image, cls.folder)
 
     @classmethod
@@ -161,8 +106,7 @@ class BrowserTest(unittest.TestCase):
         self.open(self.viewer.address)
 
     def tearDown(self):
-        severe = [entry["message"] for entry in self.browser.get_log("browser")]
-        self.assertEqual(severe, [], "the console is empty")
+        self.assert_console_is_empty()
 
     # What the page is asked and told.
 
@@ -174,12 +118,6 @@ class BrowserTest(unittest.TestCase):
 
     def data(self, name):
         return self.browser.execute_script("return document.body.dataset[arguments[0]] || ''", name)
-
-    def wait(self, holds, seconds=60):
-        end = time.monotonic() + seconds
-        while not holds():
-            self.assertLess(time.monotonic(), end, "nothing came of it")
-            time.sleep(0.03)
 
     def settle(self):
         """Waits until the page has done what it was asked, and what was drawn is on the screen."""
@@ -226,7 +164,7 @@ class ViewerTest(BrowserTest):
     @classmethod
     def record_disk(cls):
         for channel, rate in enumerate(RATES):
-            make_clip(os.path.join(cls.folder, f"c{channel}.h264"), rate)
+            make_clip(os.path.join(cls.folder, f"c{channel}.h264"), rate, SECONDS)
         make_clip(os.path.join(cls.folder, "small.h264"), 5, 4)
         make_tone(os.path.join(cls.folder, "tone.wav"))
         cameras = [{"channel": channel, "frame_rate": rate, "gop": rate * GOP, "bitrate": 300000}
@@ -562,8 +500,8 @@ class ServerPicturesTest(BrowserTest):
 
     @classmethod
     def record_disk(cls):
-        make_clip(os.path.join(cls.folder, "own.h264"), cls.RATE)
-        make_clip(os.path.join(cls.folder, "other.h265"), cls.RATE, codec="hevc")
+        make_clip(os.path.join(cls.folder, "own.h264"), cls.RATE, SECONDS)
+        make_clip(os.path.join(cls.folder, "other.h265"), cls.RATE, SECONDS, "hevc")
         cameras = [{"channel": channel, "frame_rate": cls.RATE, "gop": cls.RATE * GOP, "bitrate": 300000}
                    for channel in range(2)]
         clips = [{"channel": 0, "video": "own.h264"}, {"channel": 1, "video": "other.h265"}]
@@ -680,8 +618,4 @@ class ServerPicturesTest(BrowserTest):
 
 
 if __name__ == "__main__":
-    missing = [name for name in NEEDED if shutil.which(name) is None]
-    if webdriver is None or missing:
-        print("not run for want of:", ", ".join(missing or ["python3-selenium"]))
-        sys.exit(77)
-    unittest.main(argv=[sys.argv[0], "-v", *sys.argv[3:]])
+    run()

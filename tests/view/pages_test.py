@@ -12,21 +12,11 @@ import os
 import re
 import shutil
 import subprocess
-import sys
 import tempfile
 import time
-import unittest
 
-from browser_test import HOSTILE, NEEDED, PROGRAM, START, make_clip, record, rfc3339
-
-try:
-    from selenium import webdriver
-    from selenium.webdriver.chrome.service import Service
-    from selenium.webdriver.common.action_chains import ActionChains
-    from selenium.webdriver.common.by import By
-    from selenium.webdriver.common.keys import Keys
-except ImportError:
-    webdriver = None
+from browser_support import (
+    HOSTILE, PROGRAM, START, ActionChains, By, Keys, PageTest, make_clip, record, rfc3339, run, start_browser)
 
 SECONDS = 40
 EVENT = 15  # seconds after START
@@ -36,7 +26,7 @@ LIGHT, DARK = "rgb(255, 255, 255)", "rgb(21, 24, 27)"
 LABELS, AXIS, ROW = 130, 22, 20  # pixels of a strip: its labels, its axis, a row
 
 
-class Pages(unittest.TestCase):
+class Pages(PageTest):
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp(prefix="diskaccess-pages-")
@@ -54,12 +44,7 @@ class Pages(unittest.TestCase):
         for command in (["timeline", image, "--html", cls.timeline],
                         ["report", image, "-o", cls.report, "--case", HOSTILE, "--note", HOSTILE]):
             subprocess.run([PROGRAM, *command, "--utc", "--names", names], check=True, stdout=subprocess.DEVNULL)
-        options = webdriver.ChromeOptions()
-        for argument in ("--headless=new", "--no-sandbox", "--window-size=1200,900", "--hide-scrollbars",
-                         "--disable-background-networking"):
-            options.add_argument(argument)
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-        cls.browser = webdriver.Chrome(service=Service(shutil.which("chromedriver")), options=options)
+        cls.browser = start_browser(["--window-size=1200,900", "--hide-scrollbars"], ["browser"])
 
     @classmethod
     def tearDownClass(cls):
@@ -70,19 +55,13 @@ class Pages(unittest.TestCase):
         for feature, value in (("setEmulatedMedia", {"media": "", "features": []}),
                                ("clearDeviceMetricsOverride", {})):
             self.browser.execute_cdp_cmd("Emulation." + feature, value)
-        self.assertEqual([entry["message"] for entry in self.browser.get_log("browser")], [], "the console is empty")
+        self.assert_console_is_empty()
 
     def open(self, page):
         self.browser.get("file://" + page)
 
     def script(self, text, *arguments):
         return self.browser.execute_script(text, *arguments)
-
-    def wait(self, holds):
-        end = time.monotonic() + 60
-        while not holds():
-            self.assertLess(time.monotonic(), end, "nothing came of it")
-            time.sleep(0.05)
 
     def scheme(self, name):
         self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia",
@@ -313,8 +292,4 @@ class Report(Pages):
 del Pages  # has no tests itself
 
 if __name__ == "__main__":
-    missing = [name for name in NEEDED if shutil.which(name) is None]
-    if webdriver is None or missing:
-        print("not run for want of:", ", ".join(missing or ["python3-selenium"]))
-        sys.exit(77)
-    unittest.main(argv=[sys.argv[0], "-v", *sys.argv[3:]])
+    run()
