@@ -52,6 +52,18 @@ protected:
         Disk().Change<BlockHead_t>(Disk().HeadOffset(block), [](auto& head) { head.ValidFlag = 1; });
     }
 
+    /// Makes @p blocks invalid while they are searched: before read @p number, counted from 1.
+    auto SpoilBeforeRead(int number, std::vector<uint32_t> blocks) {
+        return [this, number, blocks = std::move(blocks), reads = 0](const Call& call, size_t) mutable {
+            if (call.kind == CallKind::Read && ++reads == number) {
+                for (const uint32_t block : blocks) {
+                    Spoil(block);
+                }
+            }
+            return Fate();
+        };
+    }
+
     OutputTime_t m_region = {7, 8};
 };
 
@@ -226,13 +238,7 @@ TEST_F(PartRing, BlockOverwrittenDuringTheSearchEndsIt) {
     OpenPart part(Disk());
     EXPECT_EQ(part->GetBadBlockTab(), 0);
     // Block 2 is valid when the upper end is looked for, and not when the walk comes back to it.
-    int reads = 0;
-    const SystemCallLog log([&](const Call& call, size_t) {
-        if (call.kind == CallKind::Read && ++reads == 4) {
-            Spoil(2);
-        }
-        return Fate();
-    });
+    const SystemCallLog log(SpoilBeforeRead(4, {2}));
     EXPECT_EQ(LastBlock(part, 2),
               "IsValidBlock: invalid block 2\nGetLastBlock LastBlockNum = 2, RecordNum = 3\n");
 }
@@ -243,15 +249,7 @@ TEST_F(PartRing, RingOverwrittenDuringTheSearchEndsIt) {
     OpenPart part(Disk());
     EXPECT_EQ(part->GetBadBlockTab(), 0);
     // Blocks 0, 7 and 3 are valid when they are read. Then no block is any more: the upper half has none.
-    int reads = 0;
-    const SystemCallLog log([&](const Call& call, size_t) {
-        if (call.kind == CallKind::Read && ++reads == 4) {
-            for (uint32_t block = 0; block < 8; ++block) {
-                Spoil(block);
-            }
-        }
-        return Fate();
-    });
+    const SystemCallLog log(SpoilBeforeRead(4, {0, 1, 2, 3, 4, 5, 6, 7}));
     EXPECT_EQ(LastBlock(part, 7), "IsValidBlock: invalid block 4\nIsValidBlock: invalid block 5\n"
                                   "IsValidBlock: invalid block 6\nIsValidBlock: invalid block 7\n"
                                   "GetLastBlock LastBlockNum = 7, RecordNum = 8\n");
