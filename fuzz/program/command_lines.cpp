@@ -77,6 +77,7 @@ const std::map<std::string, Values>& AllValues() {
         {"--no-audio", {}},
         {"--list", {"{list}"}},
         {"--no-clock", {}},
+        {"--journey", {"1", "2", "4294967295"}},
         {"--event", {"0/0", "1/0", "0/1", "3/0", "4294967295/4294967295"}},
         {"catalog --event", kMasks},
         {"--around", {"30s", "1s", "100d"}},

@@ -238,6 +238,7 @@ TEST_F(ListExport, IsRefusedWhereItMeansNothing) {
                                                {"--to", At(1)},
                                                {"--event", "0/0"},
                                                {"--record", "0/0"},
+                                               {"--journey", "1"},
                                                {"--split", "journey"},
                                                {"--raw"},
                                                {"--manifest", File("m.json")}}) {

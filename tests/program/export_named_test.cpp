@@ -1,4 +1,4 @@
-// Exports of a record, and of what lies around an event: the time that they name, and no other.
+// Exports of a record, of a journey, and of what lies around an event: the time that they name, and no other.
 
 #include <nlohmann/json.hpp>
 
@@ -16,7 +16,7 @@ using Json = nlohmann::json;
 
 constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
 
-/// Channels 0 and 1, two minutes each; an event in the second minute.
+/// Channels 0 and 1, two minutes each; an event in the second minute. After twenty minutes, ten seconds of channel 1.
 class NamedExport : public SearchFixture {
 protected:
     void SetUp() override {
@@ -38,6 +38,11 @@ protected:
                 recorder.WriteEvent(Pts(kStart + 70), 0x4, 0);
                 told = true;
             }
+            recorder.Write(frame);
+        }
+        recorder.PowerOff();
+        GeneratedSource later(GeneratedCamera{1, 5, 5, 400, 100, 0, 0}, 3, kStart + 1200, 10);
+        for (Frame frame; later.Next(frame);) {
             recorder.Write(frame);
         }
         recorder.PowerOff();
@@ -81,10 +86,19 @@ TEST_F(NamedExport, OfARecord) {
     EXPECT_EQ(Exported({"--record", "0/0/0"}), "14:00:00-14:01:59 0");
 }
 
+TEST_F(NamedExport, OfAJourney) {
+    EXPECT_EQ(Exported({"--journey", "1"}), "14:00:00-14:01:59 0 1");
+    EXPECT_EQ(Exported({"--journey", "1", "--channel", "0"}), "14:00:00-14:01:59 0");
+    EXPECT_EQ(Exported({"--journey", "2"}), "14:20:00-14:20:09 1");
+    EXPECT_EQ(Exported({"--journey", "1", "--silence", "1h"}), "14:00:00-14:20:09 0 1");
+}
+
 TEST_F(NamedExport, OfWhatIsNotThere) {
     EXPECT_NE(Refused({"--event", "0/1"}, 1).find("holds no event 0/1"), std::string::npos);
     EXPECT_NE(Refused({"--event", "3/0"}, 1).find("holds no event 3/0"), std::string::npos);
     EXPECT_NE(Refused({"--record", "0/7"}, 1).find("holds no record 0/7"), std::string::npos);
+    EXPECT_NE(Refused({"--journey", "3"}, 1).find("holds no journey 3; journeys shows those there are"),
+              std::string::npos);
 }
 
 TEST_F(NamedExport, WrongUse) {
@@ -92,7 +106,13 @@ TEST_F(NamedExport, WrongUse) {
     EXPECT_NE(Refused({"--record", "x"}, 2).find("is not a record"), std::string::npos);
     EXPECT_NE(Refused({"--event", "0/0", "--from", "14:00"}, 2).find("leave --from and --to out"),
               std::string::npos);
+    EXPECT_NE(Refused({"--journey", "1", "--to", "14:00"}, 2).find("leave --from and --to out"),
+              std::string::npos);
     Refused({"--event", "0/0", "--record", "0/0"}, 2);
+    Refused({"--journey", "1", "--record", "0/0"}, 2);
+    Refused({"--journey", "1", "--event", "0/0"}, 2);
+    Refused({"--journey", "0"}, 2);
+    Refused({"--journey", "1", "--silence", "soon"}, 2);
     Refused({"--around", "5s"}, 2);
     Refused({"--event", "0/0", "--around", "soon"}, 2);
 }

@@ -242,6 +242,12 @@ void AddExportOptions(CLI::App& command, Options& options) {
         command.add_option("--event", options.event, "Export what lies around one event, as events shows it")
             ->option_text("BLOCK/ENTRY")
             ->excludes(record);
+    command
+        .add_option("--journey", options.journey, "Export one journey, by its number as journeys shows it")
+        ->check(completion::WholeNumber(1, std::numeric_limits<uint32_t>::max()))
+        ->option_text("N")
+        ->excludes(record)
+        ->excludes(event);
     command.add_option("--around", options.around, "With --event: so much before it and after it, like 30s")
         ->option_text("TIME")
         ->default_str("30s")

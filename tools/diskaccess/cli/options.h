@@ -68,6 +68,7 @@ struct Options {
     // export
     std::string event;
     std::string around = "30s";
+    std::optional<uint32_t> journey;
     std::string output;
     std::string container;
     std::string audio;

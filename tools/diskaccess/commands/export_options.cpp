@@ -82,14 +82,24 @@ media::AudioCodecs ReadAudio(const std::string& list) {
     return codecs;
 }
 
-/// Has a request ask for the record, or for what lies around the event, that the options name.
+/// Whether the options name something that has a time of its own.
+bool NameATime(const Options& options) {
+    return !options.record.empty() || !options.event.empty() || options.journey;
+}
+
+/// Has a request ask for the record, the journey, or what lies around the event, that the options name.
 void Narrow(Context& context, media::ExportRequest& request) {
     const Options& options = context.Typed();
-    if (options.record.empty() && options.event.empty()) {
+    if (!NameATime(options)) {
         return;
     }
     request.fromGiven = true;
     request.toGiven = true;
+    if (options.journey) {
+        const recordings::Journey journey = NamedJourney(context);
+        request.range = {journey.start, journey.end};
+        return;
+    }
     if (!options.record.empty()) {
         const recordings::Record record = NamedRecord(context);
         request.range = {record.start, record.end};
@@ -135,18 +145,18 @@ void CheckList(const Options& options) {
     if (options.rangeList.empty()) {
         return;
     }
-    const std::string others = options.from + options.to + options.event + options.record + options.split;
-    if (options.raw || !others.empty()) {
+    const bool timed = NameATime(options) || !(options.from + options.to).empty();
+    if (options.raw || timed || !options.split.empty()) {
         throw WrongUse(
             "--list names the times itself, and makes one file of each: leave --from, --to, --event, "
-            "--record, --split and --raw out");
+            "--record, --journey, --split and --raw out");
     }
     if (!EndsWith(options.output, "/")) {
         throw WrongUse("--list makes a file of each row: give a folder with / at its end, like -o DIR/");
     }
 }
 
-/// What names a record or an event names a time: no other goes with it.
+/// What names a record, an event or a journey names a time: no other goes with it.
 void CheckNames(const Options& options) {
     if (!options.record.empty()) {
         ReadRecordName(options.record);
@@ -155,9 +165,8 @@ void CheckNames(const Options& options) {
         ReadEventName(options.event);
         ReadDuration(options.around, "--around");
     }
-    const bool named = !options.record.empty() || !options.event.empty();
-    if (named && (!options.from.empty() || !options.to.empty())) {
-        throw WrongUse("--record and --event name a time themselves: leave --from and --to out");
+    if (NameATime(options) && !(options.from + options.to).empty()) {
+        throw WrongUse("--record, --event and --journey name a time themselves: leave --from and --to out");
     }
 }
 
@@ -203,7 +212,7 @@ void CheckExport(const Options& options) {
     if (options.raw && options.split == "channel") {
         throw WrongUse("--raw makes a file of each channel anyway: leave --split out");
     }
-    if (!options.split.empty()) {
+    if (!options.split.empty() || options.journey) {
         CheckJourneys(options);
     }
     CheckList(options);

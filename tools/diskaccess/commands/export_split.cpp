@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "cli/duration.h"
-#include "recordings/journeys.h"
+#include "commands/named.h"
 
 namespace diskaccess {
 
@@ -13,11 +12,7 @@ using media::ExportRequest;
 using recordings::Journey;
 
 std::vector<Journey> JourneysOf(Context& context, const ExportRequest& whole) {
-    recordings::JourneyQuery query;
-    query.channels = context.Asked().channels; // as the command that shows their numbers
-    query.silence = ReadDuration(context.Typed().silence, "--silence");
-    std::vector<Journey> journeys = FindJourneys(context.Disk(), context.Blocks(), query, context.Problems(),
-                                                 context.Watch("looking for journeys"));
+    std::vector<Journey> journeys = AskedJourneys(context);
     const auto isOutside = [&whole](const Journey& journey) {
         return !whole.range.Meets(journey.start, journey.end);
     };

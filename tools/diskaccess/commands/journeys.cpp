@@ -1,7 +1,6 @@
-#include "recordings/journeys.h"
-
 #include "cli/duration.h"
 #include "commands/commands.h"
+#include "commands/named.h"
 
 namespace diskaccess {
 
@@ -10,11 +9,7 @@ void CheckJourneys(const Options& options) {
 }
 
 ExitCode Journeys(Context& context) {
-    recordings::JourneyQuery query;
-    query.channels = context.Asked().channels;
-    query.silence = ReadDuration(context.Typed().silence, "--silence");
-    const std::vector<recordings::Journey> journeys = FindJourneys(
-        context.Disk(), context.Blocks(), query, context.Problems(), context.Watch("reading indexes"));
+    const std::vector<recordings::Journey> journeys = AskedJourneys(context);
     Renderer& answer = context.Answer();
     answer.BeginTable({"journeys",
                        {{"journey", "JOURNEY"},

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <regex>
 
+#include "cli/duration.h"
 #include "cli/failure.h"
 
 namespace diskaccess {
@@ -11,6 +12,7 @@ namespace {
 
 using recordings::Block;
 using recordings::Event;
+using recordings::Journey;
 using recordings::Record;
 
 uint32_t NumberIn(const std::ssub_match& part) {
@@ -89,6 +91,25 @@ Event NamedEvent(Context& context) {
                       "; events shows those there are");
     }
     return *event;
+}
+
+std::vector<Journey> AskedJourneys(Context& context) {
+    recordings::JourneyQuery query;
+    query.channels = context.Asked().channels;
+    query.silence = ReadDuration(context.Typed().silence, "--silence");
+    return FindJourneys(context.Disk(), context.Blocks(), query, context.Problems(),
+                        context.Watch("looking for journeys"));
+}
+
+Journey NamedJourney(Context& context) {
+    const uint32_t number = context.Typed().journey.value_or(0);
+    for (const Journey& journey : AskedJourneys(context)) {
+        if (journey.number == number) {
+            return journey;
+        }
+    }
+    throw Failure(context.Typed().partition + ": holds no journey " + std::to_string(number) +
+                  "; journeys shows those there are");
 }
 
 } // namespace diskaccess

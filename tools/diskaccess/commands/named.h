@@ -2,12 +2,14 @@
 #define DISKACCESS_NAMED_H
 
 /// @file named.h
-/// Records and events by the names that list and events show them under.
+/// Records, events and journeys by the names that list, events and journeys show them under.
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "cli/context.h"
+#include "recordings/journeys.h"
 #include "recordings/records.h"
 
 namespace diskaccess {
@@ -40,6 +42,12 @@ recordings::Record NamedRecord(Context& context);
 /// The event that --event names.
 /// @throws Failure when there is none
 recordings::Event NamedEvent(Context& context);
+
+/// All journeys of the channels that are asked for, parted by --silence. Their numbers are those that journeys shows.
+std::vector<recordings::Journey> AskedJourneys(Context& context);
+/// The journey that --journey names.
+/// @throws Failure when there is none
+recordings::Journey NamedJourney(Context& context);
 
 } // namespace diskaccess
 
