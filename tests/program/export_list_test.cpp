@@ -22,9 +22,16 @@ protected:
 
     void List(const std::string& text) const { std::ofstream(File("list.csv"), std::ios::binary) << text; }
 
-    ProgramResult Run(std::vector<std::string> options = {}) const {
+    ProgramResult Run(std::vector<std::string> options = {}, const ProgramSetting& setting = {}) const {
         options.insert(options.begin(), {"--list", File("list.csv"), "-o", File("out/")});
-        return Export(options);
+        return Export(options, setting);
+    }
+
+    /// A run that gets a signal: with the first file that it makes, or just before the first one gets its name.
+    ProgramResult RunInterrupted(const std::string& when) const {
+        ProgramSetting setting;
+        setting.environment = {"LD_PRELOAD=" DEVICE_SHIM, when + "=kill -INT $SHIM_PROGRAM"};
+        return Run({}, setting);
     }
 
     Names Files() const {
@@ -113,6 +120,53 @@ TEST_F(ListExport, SkipsWhatIsThere) {
     EXPECT_EQ(std::filesystem::last_write_time(File("out/b.mp4")), before);
     EXPECT_EQ(SchemaErrors("export", Json::parse(again.out)), "");
     EXPECT_EQ(Json::parse(again.out)["exports"].size(), 0u);
+}
+
+TEST_F(ListExport, SaysThatAllIsThereAlready) {
+    ListTwo();
+    const ProgramResult first = Run();
+    EXPECT_EQ(first.out.find("there already"), std::string::npos) << first.out;
+    const ProgramResult again = Run();
+    EXPECT_EQ(again.exitCode, 0);
+    EXPECT_EQ(again.out, "All files of the list are there already; nothing was written.\n\n"
+                         "Written  0 B\nGaps     0\nLosses   0\n");
+    std::filesystem::remove(File("out/a.mkv"));
+    std::filesystem::remove(File("out/a.mkv.json"));
+    const ProgramResult part = Run();
+    EXPECT_EQ(part.out.find("Files of the list that are there already: 1 of 2.\n"), 0u) << part.out;
+}
+
+constexpr const char* kStopped =
+    "diskaccess: interrupted; the files that are finished are kept, and the same "
+    "command makes the others\n";
+
+TEST_F(ListExport, KeepsWholeFilesAndNoOthersWhenItIsInterrupted) {
+    ListTwo();
+    const ProgramResult atFirst = RunInterrupted("SHIM_AFTER_MAKE");
+    EXPECT_EQ(atFirst.exitCode, 1);
+    EXPECT_EQ(atFirst.err, kStopped);
+    EXPECT_EQ(Files(), Names{});
+
+    // One that comes while a file is finished ends the run after it.
+    const ProgramResult between = RunInterrupted("SHIM_BEFORE_RENAME");
+    EXPECT_EQ(between.exitCode, 1);
+    EXPECT_EQ(between.err, kStopped);
+    EXPECT_EQ(Files(), (Names{"a.mkv", "a.mkv.json"}));
+    const auto made = std::filesystem::last_write_time(File("out/a.mkv"));
+
+    const ProgramResult inTheSecond = RunInterrupted("SHIM_AFTER_MAKE");
+    EXPECT_EQ(inTheSecond.exitCode, 1);
+    EXPECT_EQ(inTheSecond.err, "diskaccess: " + File("out/a.mkv") + ": is there already\n" + kStopped);
+    EXPECT_EQ(Files(), (Names{"a.mkv", "a.mkv.json"}));
+
+    const ProgramResult atLast = RunInterrupted("SHIM_BEFORE_RENAME"); // nothing is left to stop
+    EXPECT_EQ(atLast.exitCode, 0);
+    EXPECT_EQ(Files(), (Names{"a.mkv", "a.mkv.json", "b.mp4", "b.mp4.json"}));
+    EXPECT_EQ(std::filesystem::last_write_time(File("out/a.mkv")), made);
+    for (const char* const name : {"out/a.mkv.json", "out/b.mp4.json"}) {
+        EXPECT_EQ(RunProgram({DISKACCESS_PROGRAM, "verify", File(name), "--source", File("disk")}).exitCode,
+                  0);
+    }
 }
 
 TEST_F(ListExport, RefusesWhatIsThereAndIsSomethingElse) {

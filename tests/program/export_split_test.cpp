@@ -116,6 +116,15 @@ TEST_F(SplitExport, LooksAtAllNamesBeforeItBegins) {
     EXPECT_EQ(Files(), Names{"bus-j2.mkv.json"});
 }
 
+TEST_F(SplitExport, KeepsFilesThatAreFinishedWhenItIsInterrupted) {
+    ProgramSetting setting;
+    setting.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_BEFORE_RENAME=kill -INT $SHIM_PROGRAM"};
+    const ProgramResult result = Export({"--split", "journey", "-o", File("bus.mkv")}, setting);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, "diskaccess: interrupted; the files that are finished are kept\n");
+    EXPECT_EQ(Files(), (Names{"bus-j1.mkv", "bus-j1.mkv.json"}));
+}
+
 TEST_F(SplitExport, OfNothingMakesNothing) {
     const ProgramResult result = Export({"--split", "journey", "--from", At(5000), "-o", File("bus.mkv")});
     EXPECT_EQ(result.exitCode, 0);

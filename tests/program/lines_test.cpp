@@ -53,6 +53,12 @@ protected:
         EXPECT_EQ(RunProgram({"cp", "--sparse=always", m_disk, m_empty}).exitCode, 0);
         fs::resize_file(m_empty, kFirstBlock);
         fs::resize_file(m_empty, fs::file_size(m_disk));
+        // The last row can be no file.
+        std::ofstream(m_list) << "from,to,channels,file\n"
+                                 "2026-11-20 16:20:10,2026-11-20 16:20:15,0,whole.mkv\n"
+                                 "2026-11-18 08:00:30,2026-11-18 08:00:36,1,damaged.mp4\n"
+                                 "2026-11-20 16:20:10,2026-11-20 16:20:15,0,"
+                              << std::string(300, 'x') << ".mkv\n";
     }
 
     std::string File(const std::string& name) const { return m_dir.File(name); }
@@ -85,7 +91,9 @@ protected:
              {{"export", "export", with({m_disk, "-o", File(out + ".mkv")}, damaged), 4, 3},
               {"export", "export",
                with({m_disk, "-o", File(out + ".mp4"), "--split", "channel", "--channel", "0,1"}, damaged), 2,
-               3}}},
+               3},
+              {"export", "export", {m_disk, "--list", m_list, "-o", File(out + "/")}, 3, 1},
+              {"export", "export", {m_disk, "--list", m_list, "-o", File(out + "/")}, 0, 1}}},
             {"extract",
              {{"extract", "extract", with({m_disk, "-o", File(out + ".img")}, damaged), 1, 3},
               {"extract",
@@ -113,6 +121,7 @@ protected:
     TempDir m_dir;
     std::string m_disk = m_dir.File("disk.img");
     std::string m_empty = m_dir.File("empty.img");
+    std::string m_list = m_dir.File("list.csv");
 };
 
 /// The commands of the program that print for programs.

@@ -35,18 +35,20 @@ std::string HintFor(const media::LeftOut& item) {
     }
 }
 
+/// What is said when a signal ends a run, or would have it end after a file that was being finished.
+const char* const kSomeKept = "interrupted; the files that are finished are kept";
+const char* const kListStopped =
+    "interrupted; the files that are finished are kept, and the same command makes the others";
+
+/// Makes one export. The caller keeps signals from ending the program.
+/// @param interrupted what is said when one has come
 std::optional<media::ExportResult> Run(Context& context, const media::ExportRequest& request,
-                                       const std::string& doing = "exporting") {
-    const recordings::BlockList& blocks =
-        context.Blocks(); // a signal may end that: there is nothing to clean up
-    const Interruption interruption;
+                                       const char* interrupted, const std::string& doing = "exporting") {
     const recordings::Watch watch = InterruptibleWatch(context, doing);
-    const char* const interrupted =
-        request.stream ? "interrupted; what was written is not whole" : kNothingKept;
     return ReportingErrors(interrupted, [&] {
         try {
-            return media::Export(context.Disk(), blocks, context.Source(), request, context.Problems(),
-                                 watch);
+            return media::Export(context.Disk(), context.Blocks(), context.Source(), request,
+                                 context.Problems(), watch);
         } catch (const media::Error& error) {
             if (error.Kind() == media::ErrorKind::NobodyReads) {
                 throw NobodyReads();
@@ -84,7 +86,6 @@ struct Exports {
     std::vector<media::ExportResult> results;
     bool lost = false;   ///< something is left out that the user expects to be there
     bool failed = false; ///< of one, no file could be made
-    bool interrupted = false;
 };
 
 void ShowTracks(Context& context, const std::vector<media::ExportResult>& results) {
@@ -143,7 +144,8 @@ void ShowExports(Context& context, const std::vector<media::ExportResult>& resul
     answer.EndTable();
 }
 
-void ShowSummary(Context& context, const std::vector<media::ExportResult>& results) {
+/// @param single whether it is of one export, whose manifest no table names
+void ShowSummary(Context& context, const std::vector<media::ExportResult>& results, bool single) {
     uint64_t size = 0;
     uint64_t gaps = 0;
     uint64_t losses = 0;
@@ -152,14 +154,13 @@ void ShowSummary(Context& context, const std::vector<media::ExportResult>& resul
         gaps += result.gaps.size();
         losses += LossesOf(result);
     }
-    const bool isOne = results.size() < 2;
     const std::string manifest = results.size() == 1 ? results.front().manifest : "";
     const std::string signature = results.size() == 1 ? results.front().signature : "";
     context.Answer().ShowFacts(
         {{"size_bytes", "Written", Bytes{size}},
          {"gap_count", "Gaps", gaps},
          {"loss_count", "Losses", losses},
-         {"manifest_file", isOne ? "Manifest" : "", PathOrNothing(manifest)},
+         {"manifest_file", single ? "Manifest" : "", PathOrNothing(manifest)},
          {"signature_file", signature.empty() ? "" : "Signature", PathOrNothing(signature)}});
 }
 
@@ -185,10 +186,23 @@ void Take(const Context& context, const media::ExportResult& result, Exports& ex
     exports.results.push_back(result);
 }
 
+/// A signal that comes while one file is finished does not undo that: it ends the run before the next.
+void StopBeforeNext(const char* interrupted) {
+    if (Interruption::Asked()) {
+        throw Failure(interrupted);
+    }
+}
+
 Exports RunAll(Context& context, const std::vector<media::ExportRequest>& requests) {
+    context.Blocks(); // a signal may end that: there is nothing to clean up
+    const Interruption interruption;
+    const char* const interrupted = requests.front().stream ? "interrupted; what was written is not whole"
+                                    : requests.size() == 1  ? kNothingKept
+                                                            : kSomeKept;
     Exports exports;
     for (const media::ExportRequest& request : requests) {
-        const std::optional<media::ExportResult> result = Run(context, request);
+        StopBeforeNext(interrupted);
+        const std::optional<media::ExportResult> result = Run(context, request, interrupted);
         if (!result) {
             continue;
         }
@@ -206,7 +220,7 @@ Exports RunAll(Context& context, const std::vector<media::ExportRequest>& reques
 }
 
 void RunRow(Context& context, const ListedExport& each, const std::string& doing, Exports& exports) {
-    const std::optional<media::ExportResult> result = Run(context, each.request, doing);
+    const std::optional<media::ExportResult> result = Run(context, each.request, kListStopped, doing);
     if (!result) {
         SayThatNothingWasWritten(context, each.row + ": " + context.Typed().partition, each.request.channels);
     } else if (result->outputs.empty()) {
@@ -216,21 +230,35 @@ void RunRow(Context& context, const ListedExport& each, const std::string& doing
     }
 }
 
-/// Runs the rows of a list. One that fails does not stop the others, and is named in the end.
-Exports RunRows(Context& context, ListedWork& work) {
-    Exports exports;
-    exports.lost = work.lost;
-    for (size_t i = 0; i < work.open.size() && !exports.interrupted; ++i) {
+/// Runs the rows of a list until a signal comes. One that fails does not stop the others.
+/// @return whether a signal has left rows undone
+bool RunOpenRows(Context& context, ListedWork& work, Exports& exports) {
+    const Interruption interruption;
+    for (size_t i = 0; i < work.open.size(); ++i) {
         const ListedExport& each = work.open[i];
         try {
+            StopBeforeNext(kListStopped);
             RunRow(context, each, fmt::format("exporting {} of {}", i + 1, work.open.size()), exports);
         } catch (const std::runtime_error& error) {
-            exports.interrupted = Interruption::Asked();
+            if (Interruption::Asked()) {
+                return true;
+            }
             work.failures.push_back(each.row + ": " + error.what());
         }
     }
+    return false;
+}
+
+/// Runs the rows of a list. Those that fail are named in the end.
+Exports RunRows(Context& context, ListedWork& work) {
+    Exports exports;
+    exports.lost = work.lost;
+    const bool stopped = RunOpenRows(context, work, exports);
     for (const std::string& failure : work.failures) {
         Complain(failure);
+    }
+    if (stopped) {
+        throw Failure(kListStopped);
     }
     exports.failed = !work.failures.empty();
     return exports;
@@ -244,18 +272,25 @@ ExitCode CodeOf(const Exports& exports, ExitCode code) {
     return code == kDone && exports.lost ? kDataLost : code;
 }
 
+void ShowSkipped(Context& context, const ListedWork& work) {
+    if (work.skipped == work.rows) {
+        context.Answer().ShowProse({"All files of the list are there already; nothing was written.\n"});
+    } else if (work.skipped != 0) {
+        context.Answer().ShowProse(
+            {fmt::format("Files of the list that are there already: {} of {}.\n", work.skipped, work.rows)});
+    }
+}
+
 ExitCode ExportList(Context& context) {
     const std::optional<media::SigningKey> key = ReadSigningKey(context.Typed());
     media::ExportRequest whole = RequestOf(context);
     whole.key = key ? &*key : nullptr;
     ListedWork work = LookAtPlaces(context, ReadListedExports(context, whole));
     const Exports exports = RunRows(context, work);
-    if (exports.interrupted) {
-        throw Failure("interrupted; the files of earlier rows are kept, and the same command goes on there");
-    }
+    ShowSkipped(context, work);
     ShowTracks(context, exports.results);
     ShowExports(context, exports.results);
-    ShowSummary(context, exports.results);
+    ShowSummary(context, exports.results, false);
     return CodeOf(exports, context.Finish());
 }
 
@@ -283,7 +318,7 @@ ExitCode Export(Context& context) {
     if (requests.size() > 1) {
         ShowExports(context, exports.results);
     }
-    ShowSummary(context, exports.results);
+    ShowSummary(context, exports.results, requests.size() == 1);
     return CodeOf(exports, context.Finish());
 }
 

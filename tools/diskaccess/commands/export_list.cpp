@@ -206,12 +206,14 @@ std::vector<ListedExport> ReadListedExports(Context& context, const ExportReques
 
 ListedWork LookAtPlaces(Context& context, std::vector<ListedExport> exports) {
     ListedWork work;
+    work.rows = exports.size();
     for (ListedExport& each : exports) {
         const media::Earlier earlier = EarlierOf(context, each.request);
         if (earlier.isThere && earlier.difference.empty()) {
             Complain(each.request.name + ": is there already" +
                      (earlier.lost ? ", and its manifest names what is missing in it" : ""));
             work.lost = work.lost || earlier.lost;
+            ++work.skipped;
             continue;
         }
         const std::string why = WhyNot(context, each.request, earlier);

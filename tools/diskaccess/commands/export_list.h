@@ -24,6 +24,8 @@ std::vector<ListedExport> ReadListedExports(Context& context, const media::Expor
 struct ListedWork {
     std::vector<ListedExport> open;    ///< what is to be made
     std::vector<std::string> failures; ///< a line for each row that cannot be
+    size_t rows = 0;                   ///< of the list
+    size_t skipped = 0;                ///< rows whose files are there already
     bool lost = false;                 ///< of what is there already, something is missing
 };
 
