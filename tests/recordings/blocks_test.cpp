@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "recordings/error.h"
 #include "recordings/recordings_fixture.h"
 
@@ -188,6 +190,33 @@ TEST_F(Blocks, AnUnreadableBlockIsNamedAtTheStartInTheMiddleAndAtTheEnd) {
         EXPECT_EQ(Problems(), Lines{"block_unreadable loss block " + std::to_string(block)});
         Forgive();
     }
+}
+
+TEST_F(Blocks, AnUnreadableBlockIsNamedThoughNothingElseWasRecorded) {
+    MakeDisk();
+    FailBlock(3);
+    EXPECT_EQ((RecordingsFixture::Blocks()), Lines{"3:4 0-0 ohu"});
+    EXPECT_EQ(Problems(), Lines{"block_unreadable loss block 3"});
+}
+
+TEST_F(Blocks, TheIdentityInAHeadIsReadUnlessTheDiskFails) {
+    ChangeHead(2, [](BlockHead_t& head) {
+        std::memcpy(head.VehicleNum, "AB-C 123", 9);
+        std::memset(head.VehicleID, 'x', sizeof head.VehicleID); // without an end
+        head.pre_RecTime = 12;
+        head.AlmDelayTime = 34;
+        head.prop[7].gop = 50;
+    });
+    const auto identity = ReadIdentity(Open(), 2);
+    ASSERT_TRUE(identity);
+    EXPECT_EQ(identity->vehicleNumber, "AB-C 123");
+    EXPECT_EQ(identity->vehicleId, std::string(32, 'x'));
+    EXPECT_EQ(identity->preRecordSeconds, 12u);
+    EXPECT_EQ(identity->alarmDelaySeconds, 34u);
+    EXPECT_EQ(identity->channels.bits, 1u);
+    EXPECT_EQ(identity->properties[7].keyFrameDistance, 50u);
+    FailBlock(2);
+    EXPECT_FALSE(ReadIdentity(Open(), 2));
 }
 
 TEST_F(Blocks, AnUnreadableHeadAloneLosesNothing) {

@@ -14,6 +14,7 @@ namespace {
 
 using recordings::Finding;
 using recordings::ProblemKind;
+using sample_recorder::BlockContents;
 using sample_recorder::Frame;
 using sample_recorder::GeneratedCamera;
 using sample_recorder::GeneratedSource;
@@ -207,6 +208,38 @@ TEST_F(Health, ATailThatLostItsNumber) {
     EXPECT_EQ(Check(false), Lines{"tail_damaged note block 2 (number)"});
 }
 
+TEST_F(Health, ATailThatOnlyItsExtensionAnswersFor) {
+    RecordFour(1);
+    Image().Change<BlockTail_t>(Image().TailOffset(1), [](BlockTail_t& tail) { tail.RecSeq = 77; });
+    EXPECT_EQ(Check(false), Lines{"tail_damaged note block 1 (number)"});
+}
+
+TEST_F(Health, ABlockThatWasClosedWithoutRecords) {
+    MakeDisk();
+    Image().WriteBlock(0, BlockContents::Closed(1, 1000, 1900));
+    EXPECT_EQ(Check(false), Lines());
+    // With no record to hold it against, the tail's start is held against the head's: five seconds are nothing.
+    Image().Change<BlockTail_t>(Image().TailOffset(0), [](BlockTail_t& tail) { tail.StartTime = 1005; });
+    EXPECT_EQ(Check(false), Lines());
+    Image().Change<BlockTail_t>(Image().TailOffset(0), [](BlockTail_t& tail) { tail.StartTime = 1006; });
+    EXPECT_EQ(Check(false), Lines{"head_damaged note block 0 (start time)"});
+}
+
+TEST_F(Health, BlocksThatAreGone) {
+    RecordFour();
+    const std::vector<uint8_t> zeros(Image().BlockSize());
+    Image().Write(Image().BlockStart(1), zeros.data(), zeros.size());
+    Fail(Image().BlockStart(2), Image().BlockStart(3));
+    EXPECT_EQ(Check(), (Lines{"block_wiped loss block 1", "block_unreadable loss block 2"}));
+    EXPECT_EQ(m_checked.blocks, 4u);
+}
+
+TEST_F(Health, ABlockThatIsMarkedBadThoughItHoldsARecording) {
+    RecordFour();
+    Image().SetBad(1);
+    EXPECT_EQ(Check(), Lines{"block_marked_bad loss block 1"});
+}
+
 TEST_F(Health, AClockThatWasSetBack) {
     Start(0, 1, 0x8000);
     RecordCamera(5, 7200);
@@ -227,6 +260,61 @@ TEST_F(Health, AnIndexThatMakesNoSense) {
     Image().Change<BlkIndexHead_t>(Image().IndexOffset(1),
                                    [](BlkIndexHead_t& counts) { counts.iframeCount[9] = 1; });
     EXPECT_EQ(Check(false), Lines{"index_damaged note block 1 (counts)"});
+}
+
+TEST_F(Health, EventsThatAnIndexHasWhereNoneCanBe) {
+    Start(0, 1, 0x8000);
+    RecordCamera(5);
+    RecordEvent((kStart + 5) * int64_t{1000000}, 4, 0);
+    RecordCamera(5, 6);
+    Recorder().PowerOff();
+    const auto counts = Image().Get<BlkIndexHead_t>(Image().IndexOffset(0));
+    ASSERT_EQ(counts.eventCount, 1u);
+    const uint64_t place = Image().IndexOffset(0) + sizeof counts +
+                           counts.iframeCount[0] * sizeof(IFrameItem_t) +
+                           counts.recSegCount[0] * sizeof(RecSegItem_t);
+    const auto event = Image().Get<EventIndexItem_t>(place);
+    ASSERT_EQ(event.type, 4u);
+    const Lines odd = {"index_damaged note block 0 (events)"};
+
+    Image().Change<EventIndexItem_t>(place,
+                                     [&](EventIndexItem_t& item) { item.pos = Image().FrameAreaSize(); });
+    EXPECT_EQ(Check(false), odd) << "after the end of the frame area";
+    Image().Put(place, event);
+    // The block goes from second 0 to second 10: a day before its start, and a day after its end.
+    for (const int64_t second : {-86400 - 1, 10 + 86400 + 1}) {
+        Image().Change<EventIndexItem_t>(
+            place, [&](EventIndexItem_t& item) { item.pts = (kStart + second) * 1000000; });
+        EXPECT_EQ(Check(false), odd) << second;
+    }
+    for (const int64_t second : {-86400, 10 + 86400}) {
+        Image().Change<EventIndexItem_t>(
+            place, [&](EventIndexItem_t& item) { item.pts = (kStart + second) * 1000000; });
+        EXPECT_EQ(Check(false), Lines()) << second;
+    }
+}
+
+TEST_F(Health, AnIndexThatHasAChannelEndElsewhere) {
+    Start(0, 3, 0x8000);
+    for (int64_t i = 0; i < 40; ++i) {
+        Record(kStart * int64_t{1000000} + i * 200000, i % 5 == 0 ? 1 : 0, 0, 100);
+        Record(kStart * int64_t{1000000} + i * 200000 + 1000, i % 5 == 0 ? 1 : 0, 1, 100);
+    }
+    Recorder().PowerOff();
+    const uint64_t counts = Image().IndexOffset(0);
+    const auto head = Image().Get<BlkIndexHead_t>(counts);
+    const uint64_t segment =
+        counts + sizeof head + (head.iframeCount[0] + head.iframeCount[1]) * sizeof(IFrameItem_t);
+    ASSERT_EQ(Image().Get<RecSegItem_t>(segment).epos, Of(0).at(78).End());
+    const auto endAt = [&](uint32_t end) {
+        Image().Change<RecSegItem_t>(segment, [end](RecSegItem_t& item) { item.epos = end; });
+        return Check();
+    };
+    const uint32_t end = Of(0).at(78).End();
+    EXPECT_EQ(endAt(end - 4), Lines()) << "as a rebuilt index has it";
+    for (const uint32_t wrong : {end - 124, end - 1, end + 1, end + 124}) {
+        EXPECT_EQ(endAt(wrong), Lines{"index_damaged note block 0 channel 0"}) << wrong;
+    }
 }
 
 TEST_F(Health, FramesThatAreNotWhereTheIndexHasThem) {
