@@ -211,6 +211,19 @@ private:
         return static_cast<uint32_t>(NumberIn(object, key, most));
     }
 
+    /// Clocks of recorders show 32 bits of seconds.
+    int64_t SkewIn(const char* key) const {
+        constexpr uint64_t kMost = 0xFFFFFFFF;
+        const Json& skew = MemberOf(m_json, key);
+        const bool fits = skew.is_number_unsigned() ? skew.get<uint64_t>() <= kMost
+                                                    : skew.is_number_integer() &&
+                                                          skew.get<int64_t>() >= -static_cast<int64_t>(kMost);
+        if (!fits) {
+            Refuse(fmt::format("'{}' is no number that it can be", key));
+        }
+        return skew.get<int64_t>();
+    }
+
     std::string TextIn(const Json& object, const char* key) const {
         const Json& value = MemberOf(object, key);
         if (!value.is_string()) {
@@ -385,11 +398,7 @@ private:
     void ReadTimes() {
         m_file.withAudio = FlagIn("with_audio");
         m_file.textTrack = FlagIn("text_track");
-        const Json& skew = MemberOf(m_json, "skew_seconds");
-        if (!skew.is_number_integer()) {
-            Refuse("'skew_seconds' is no number that it can be");
-        }
-        m_file.skewSeconds = skew.get<int64_t>();
+        m_file.skewSeconds = SkewIn("skew_seconds");
         m_file.start = TimeIn(m_json, "start");
         m_file.end = TimeIn(m_json, "end");
         for (const Json& entry : ListIn("segments", kMostValues)) {

@@ -50,6 +50,15 @@ std::string NameOf(const NamedTrack& track) {
     return fmt::format("channel {} {}", track.channel, track.isVideo ? "video" : "audio");
 }
 
+/// What the files of a manifest hold.
+struct FileDigests {
+    std::vector<TrackDigest> tracks; ///< those of files that cannot be compared are empty
+    std::vector<bool> comparable;    ///< of each file
+
+    bool Any() const { return std::count(comparable.begin(), comparable.end(), true) != 0; }
+    bool All() const { return std::count(comparable.begin(), comparable.end(), false) == 0; }
+};
+
 class Verifier {
 public:
     Verifier(const VerifyRequest& request, const std::function<void(const Check&)>& report,
@@ -313,15 +322,18 @@ private:
                 return;
             }
         }
-        const std::optional<std::vector<TrackDigest>> inFiles = DigestFiles();
-        if (!inFiles) {
+        const FileDigests inFiles = DigestFiles();
+        if (!inFiles.Any()) {
             return;
         }
-        const DiskDigests onDisk =
-            DigestFrames(*m_request.disk, *m_request.blocks, m_manifest, *inFiles, FindStarts(), m_watch);
-        bool good = true;
+        const DiskDigests onDisk = DigestFrames(*m_request.disk, *m_request.blocks, m_manifest,
+                                                inFiles.tracks, FindStarts(), m_watch);
+        bool good = inFiles.All();
         for (size_t i = 0; i < m_manifest.tracks.size(); ++i) {
-            good &= CompareTrack(m_manifest.tracks[i], (*inFiles)[i], onDisk.tracks[i]);
+            const NamedTrack& track = m_manifest.tracks[i];
+            if (inFiles.comparable[track.output]) {
+                good &= CompareTrack(track, inFiles.tracks[i], onDisk.tracks[i]);
+            }
         }
         if (good && m_request.timeOf) {
             CompareClock(onDisk);
@@ -444,32 +456,36 @@ private:
 
     // ---- the files' side
 
-    /// What the files hold, track by track; nothing when they cannot be compared, which is reported.
-    std::optional<std::vector<TrackDigest>> DigestFiles() {
-        std::vector<TrackDigest> digests(m_manifest.tracks.size());
+    /// What the files hold. Each of those that cannot be compared is reported.
+    FileDigests DigestFiles() {
+        FileDigests digests{std::vector<TrackDigest>(m_manifest.tracks.size()), {}};
         for (size_t file = 0; file < m_manifest.files.size(); ++file) {
-            std::vector<size_t> tracks;
-            for (size_t i = 0; i < m_manifest.tracks.size(); ++i) {
-                if (m_manifest.tracks[i].output == file) {
-                    tracks.push_back(i);
-                }
-            }
+            digests.comparable.push_back(m_good[file] && DigestFile(file, digests.tracks));
             if (!m_good[file]) {
                 Report(Result::Unchecked, Subject::Frames,
                        m_manifest.files[file].name + ": its frames are not compared: " +
                            (m_manifest.files[file].streamed ? "they are in no file"
                                                             : "it is not the file that was made"));
-                return std::nullopt;
-            }
-            if (!DigestFile(m_manifest.files[file], tracks, digests)) {
-                return std::nullopt;
             }
         }
         return digests;
     }
 
-    bool DigestFile(const NamedFile& named, const std::vector<size_t>& tracks,
-                    std::vector<TrackDigest>& digests) {
+    /// Entries of the manifest's tracks.
+    std::vector<size_t> TracksOf(size_t file) const {
+        std::vector<size_t> tracks;
+        for (size_t i = 0; i < m_manifest.tracks.size(); ++i) {
+            if (m_manifest.tracks[i].output == file) {
+                tracks.push_back(i);
+            }
+        }
+        return tracks;
+    }
+
+    /// @return false when it cannot be read, which is reported
+    bool DigestFile(size_t number, std::vector<TrackDigest>& digests) {
+        const NamedFile& named = m_manifest.files[number];
+        const std::vector<size_t> tracks = TracksOf(number);
         if (m_manifest.container == Container::Raw) {
             // The file has nothing but payloads: its digest, which was checked, is theirs.
             for (const size_t track : tracks) {

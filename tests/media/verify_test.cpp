@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -215,6 +216,20 @@ TEST_F(Verification, FindsAFlippedByteInAFile) {
     fs::remove(File("out"));
     fs::create_symlink(Image().Path(), File("out"));
     EXPECT_EQ(Complaints(false)[0], "bad file out: cannot be opened: it is a symbolic link");
+}
+
+TEST_F(Verification, LooksAtAllFiles) {
+    MakeExport(Container::Raw);
+    Flip(File("out-ch0.h264"), 100);
+    fs::remove(File("out-ch1.alaw"));
+    const std::string notCompared = ": its frames are not compared: it is not the file that was made";
+    EXPECT_EQ(Complaints(),
+              (std::vector<std::string>{"bad file out-ch0.h264: its SHA-256 is not that of the manifest",
+                                        "bad file out-ch1.alaw: cannot be opened: No such file or directory",
+                                        "unchecked frames out-ch0.h264" + notCompared,
+                                        "unchecked frames out-ch1.alaw" + notCompared}));
+    EXPECT_EQ(Lines().back(),
+              "good frames out-ch1.h264: channel 1 video: 150 frames, those of the source, byte for byte");
 }
 
 TEST_F(Verification, FindsAFlippedByteInTheSource) {
@@ -595,6 +610,58 @@ TEST_F(HostileManifests, NameFilesBesideThemOnly) {
               "its frames come from no block");
 }
 
+TEST_F(HostileManifests, AreTakenAtTheirExactNumbers) {
+    MakeExport(Container::Raw);
+    const uint64_t limit = uint64_t{1} << 53; // from here on, a double has no odd numbers
+    // The same number as a number and as text, whole and exact.
+    for (const uint64_t number : {limit - 1, limit, limit + 1, limit + 2, (uint64_t{1} << 63) - 1}) {
+        for (const Json& value : {Json(number), Json(std::to_string(number))}) {
+            Forge([&value](Json& manifest) {
+                manifest["outputs"][0]["size_bytes"] = value;
+                manifest["blocks"][0]["device_offset"] = value;
+            });
+            const ManifestFile read = ReadManifest(File("out.json"));
+            EXPECT_EQ(read.files[0].size, number) << value;
+            EXPECT_EQ(read.blocks[0].area.offset, number) << value;
+        }
+    }
+    const auto size = [this](const std::string& value) {
+        const std::string before = ReadFile(File("out.json"));
+        Forge([](Json& manifest) { manifest["outputs"][0]["size_bytes"] = "@"; });
+        std::string text = ReadFile(File("out.json"));
+        text.replace(text.find("\"@\""), 3, value);
+        const std::string refusal = Refusal(text);
+        std::ofstream(File("out.json"), std::ios::binary) << before;
+        return refusal;
+    };
+    EXPECT_EQ(size("7"), "taken");
+    EXPECT_EQ(size("\"7\""), "taken");
+    for (const char* const value : {"-7",
+                                    "-0",
+                                    "7.0",
+                                    "7e0",
+                                    "9007199254740993.0",
+                                    "18446744073709551616",
+                                    "9223372036854775808",
+                                    "1e400",
+                                    "\"9223372036854775808\"",
+                                    "\"18446744073709551617\"",
+                                    "\"-7\"",
+                                    "\"+7\"",
+                                    "\" 7\"",
+                                    "\"7 \"",
+                                    "\"7.0\"",
+                                    "\"0x7\"",
+                                    "\"7\\u0000\"",
+                                    "\"\"",
+                                    "[7]",
+                                    "{\"7\": 7}",
+                                    "true",
+                                    "null"}) {
+        EXPECT_NE(size(value), "taken") << value;
+    }
+}
+
 TEST_F(HostileManifests, HaveMembersOfTheirTypes) {
     MakeExport(Container::Matroska);
     const std::vector<Json> values = {nullptr, -1, 1e300, "text", Json::array(), Json{{"a", 1}}};
@@ -636,6 +703,12 @@ TEST_F(HostileManifests, HaveMembersOfTheirTypes) {
               "'blocks' is no list that it can be");
     EXPECT_EQ(RefusalOf([](Json& forged) { forged["channels"] = {32}; }),
               "'channels' has what is no channel");
+    for (const Json& skew : {Json(4294967296), Json(-4294967296), Json(18446744073709551615u),
+                             Json(std::numeric_limits<int64_t>::min()), Json(1.0), Json("1")}) {
+        EXPECT_EQ(RefusalOf([&skew](Json& forged) { forged["skew_seconds"] = skew; }),
+                  "'skew_seconds' is no number that it can be");
+    }
+    EXPECT_EQ(RefusalOf([](Json& forged) { forged["skew_seconds"] = -4294967295; }), "taken");
     EXPECT_EQ(RefusalOf([](Json& forged) { forged["command"] = "list"; }),
               "'command' is neither export nor extract");
     EXPECT_EQ(RefusalOf([](Json& forged) { forged["container"] = "avi"; }),
