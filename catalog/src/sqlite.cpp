@@ -1,8 +1,13 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <utility>
+#include <vector>
 
 #include "catalog/error.h"
 #include "engines.h"
@@ -13,6 +18,99 @@ namespace {
 
 /// How long a writer waits for another one.
 constexpr int kPatienceMillis = 60000;
+/// Bytes at the start of a file beside the database that tell whether it is the database's.
+constexpr size_t kCompanionHead = 28;
+
+/// The start of a file; shorter than asked for where the file is.
+std::string StartOf(const std::string& path, size_t size) {
+    std::string start(size, '\0');
+    std::ifstream file(path, std::ios::binary);
+    file.read(start.data(), static_cast<std::streamsize>(size));
+    start.resize(static_cast<size_t>(file.gcount()));
+    return start;
+}
+
+bool BeginsWith(const std::string& bytes, const std::string& magic) {
+    return bytes.compare(0, magic.size(), magic) == 0;
+}
+
+bool IsPowerOfTwo(uint32_t number) {
+    return number != 0 && (number & (number - 1)) == 0;
+}
+
+uint32_t BigEndianAt(const std::string& bytes, size_t at) {
+    uint32_t number = 0;
+    for (size_t i = 0; i < sizeof number; ++i) {
+        number = number << 8 | static_cast<uint8_t>(bytes[at + i]);
+    }
+    return number;
+}
+
+/// How a journal begins while another program writes: its first bytes and the count of its pages come last, when the rest
+/// is on the disk.
+bool IsUnfinishedJournal(const std::string& start) {
+    constexpr size_t kSectorSize = 20;
+    constexpr size_t kPageSize = 24;
+    return start.size() == kCompanionHead && BeginsWith(start, std::string(12, '\0')) &&
+           IsPowerOfTwo(BigEndianAt(start, kSectorSize)) && IsPowerOfTwo(BigEndianAt(start, kPageSize));
+}
+
+/// A file that SQLite keeps beside its own while it writes, and how it begins.
+struct Companion {
+    const char* ending;
+    std::vector<std::string> starts;
+};
+
+const std::array<Companion, 3>& Companions() {
+    static const std::array<Companion, 3> companions = {
+        {{"-journal", {"\xD9\xD5\x05\xF9"}},
+         {"-wal", {"\x37\x7F\x06\x82", "\x37\x7F\x06\x83"}},
+         {"-shm",
+          {std::string("\x18\xE2\x2D\x00", 4), std::string("\x00\x2D\xE2\x18", 4), std::string(4, '\0')}}}};
+    return companions;
+}
+
+bool IsCompanion(const std::string& path, const std::vector<std::string>& starts) {
+    const std::string start = StartOf(path, kCompanionHead);
+    return start.empty() || IsUnfinishedJournal(start) ||
+           std::any_of(starts.begin(), starts.end(),
+                       [&start](const std::string& known) { return BeginsWith(start, known); });
+}
+
+/// SQLite removes or overwrites whatever has the names of the files beside its own: it may be a disk's image.
+void ExpectNothingElseBeside(const std::string& path) {
+    for (const Companion& companion : Companions()) {
+        const std::string beside = path + companion.ending;
+        if (!IsCompanion(beside, companion.starts)) {
+            throw Error(beside +
+                        ": is in the way: the database would overwrite a file of this name, and this "
+                        "is another program's; move it, or give another --database");
+        }
+    }
+}
+
+bool IsLink(const std::filesystem::path& path) {
+    std::error_code error; // a file that is not there is no link
+    return std::filesystem::is_symlink(path, error);
+}
+
+/// The file itself, with all links followed, also those to what is not there yet: the files beside it are beside that. Names
+/// that mean no file to SQLite, like ":memory:", are files' names here.
+std::string FileOf(const std::string& path) {
+    constexpr int kMostLinks = 40; // as the system has it
+    std::error_code error;
+    std::filesystem::path file = std::filesystem::absolute(path, error);
+    for (int links = 0; !error && links < kMostLinks && IsLink(file); ++links) {
+        file = file.parent_path() / std::filesystem::read_symlink(file, error);
+    }
+    if (!error) {
+        file = std::filesystem::weakly_canonical(file, error);
+    }
+    if (error) {
+        throw Error(path + ": " + error.message());
+    }
+    return file;
+}
 
 struct CloseDatabase {
     void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
@@ -61,9 +159,11 @@ public:
         if (stat(m_path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
             throw Error(m_path + ": is no file; give the catalogue another one");
         }
+        const std::string file = FileOf(m_path);
+        ExpectNothingElseBeside(file);
         sqlite3* database = nullptr;
         const int result =
-            sqlite3_open_v2(m_path.c_str(), &database,
+            sqlite3_open_v2(file.c_str(), &database,
                             SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
         m_database.reset(database);
         Check(result);
@@ -72,6 +172,7 @@ public:
         Database::Run("PRAGMA cache_size = -65536");
         // Whoever uses this may be able to write beside the file alone.
         Database::Run("PRAGMA temp_store = MEMORY");
+        ExpectNoOthersTables();
     }
 
     using Database::Run;
@@ -104,6 +205,21 @@ private:
         if (result != SQLITE_OK) {
             const char* const why = m_database ? sqlite3_errmsg(m_database.get()) : sqlite3_errstr(result);
             throw Error(m_path + ": " + why);
+        }
+    }
+
+    /// A database without tables is a new catalogue; one with tables but without a catalogue's belongs to another
+    /// program.
+    void ExpectNoOthersTables() {
+        int64_t tables = 0;
+        int64_t ours = 0;
+        Sqlite::Run("SELECT count(*), coalesce(sum(name = 'catalog_version'), 0) FROM sqlite_master", {},
+                    [&](const Row& row) {
+                        tables = NumberIn(row.at(0));
+                        ours = NumberIn(row.at(1));
+                    });
+        if (tables != 0 && ours == 0) {
+            throw Error(m_path + ": is a database of another program; give the catalogue a file of its own");
         }
     }
 

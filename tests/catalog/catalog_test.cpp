@@ -490,6 +490,69 @@ TEST(CatalogFiles, AreNoOtherFiles) {
     EXPECT_THROW(catalog::OpenDatabase(dir.File("none/catalog.db")), catalog::Error);
 }
 
+std::string ContentsOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// SQLite removes what lies under the names of its journals beside a file that is not there yet.
+TEST(CatalogFiles, RemoveNoFileThatBearsAJournalsName) {
+    for (const char* const ending : {"-journal", "-wal", "-shm"}) {
+        const TempDir dir;
+        const std::string beside = dir.File("catalog.db") + ending;
+        std::ofstream(beside) << "an image";
+        EXPECT_THROW(catalog::OpenDatabase(dir.File("catalog.db")), catalog::Error) << ending;
+        std::filesystem::create_symlink("catalog.db", dir.File("link.db"));
+        EXPECT_THROW(catalog::OpenDatabase(dir.File("link.db")), catalog::Error) << ending;
+        EXPECT_EQ(ContentsOf(beside), "an image");
+    }
+}
+
+TEST(CatalogFiles, AreKeptWhateverTheirNames) {
+    const TempDir dir;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(dir.File(""));
+    catalog::OpenDatabase(":memory:")->Run("CREATE TABLE catalog_version (one BIGINT)");
+    std::filesystem::current_path(before);
+    EXPECT_TRUE(std::filesystem::exists(dir.File(":memory:")));
+}
+
+TEST(CatalogFiles, AreRolledBackFromTheirJournals) {
+    const TempDir dir;
+    catalog::Catalog(catalog::OpenDatabase(dir.File("catalog.db")));
+    std::ofstream(dir.File("catalog.db-journal"), std::ios::binary)
+        << std::string("\xD9\xD5\x05\xF9\x20\xA1\x63\xD7", 8) << std::string(504, '\0');
+    EXPECT_TRUE(catalog::Catalog(catalog::OpenDatabase(dir.File("catalog.db"))).List().empty());
+    EXPECT_FALSE(std::filesystem::exists(dir.File("catalog.db-journal")));
+}
+
+// Until it is written out, a journal begins with zeros.
+TEST(CatalogFiles, AreOpenedWhileAnotherProgramWrites) {
+    const TempDir dir;
+    catalog::Catalog(catalog::OpenDatabase(dir.File("catalog.db")));
+    const auto writer = catalog::OpenDatabase(dir.File("catalog.db"));
+    catalog::Transaction transaction(*writer);
+    writer->Run("INSERT INTO vehicle (number, identity) VALUES ('bus', '12')");
+    ASSERT_EQ(ContentsOf(dir.File("catalog.db-journal")).substr(0, 8), std::string(8, '\0'));
+    EXPECT_TRUE(catalog::Catalog(catalog::OpenDatabase(dir.File("catalog.db"))).List().empty());
+}
+
+TEST(CatalogFiles, AreNoOtherProgramsDatabases) {
+    const TempDir dir;
+    const auto other = catalog::OpenDatabase(dir.File("notes.db"));
+    other->Run("CREATE TABLE note (text TEXT)");
+    const std::string before = ContentsOf(dir.File("notes.db"));
+    try {
+        catalog::OpenDatabase(dir.File("notes.db"));
+        FAIL();
+    } catch (const catalog::Error& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  dir.File("notes.db") +
+                      ": is a database of another program; give the catalogue a file of its own");
+    }
+    EXPECT_EQ(ContentsOf(dir.File("notes.db")), before);
+}
+
 TEST(CatalogServers, ThatCannotBeReachedAreNamed) {
     EXPECT_THROW(catalog::OpenDatabase("postgresql:///x?host=/nowhere"), catalog::Error);
     EXPECT_TRUE(catalog::IsServer("postgres://host/x"));
