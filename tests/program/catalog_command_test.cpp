@@ -79,6 +79,28 @@ TEST_F(CatalogCommand, NamesTheDiskThatHasLosses) {
                              (losses == 1 ? " loss" : " losses") + "; catalog list says what is missing\n");
 }
 
+TEST_F(CatalogCommand, AsksNoCatalogueThatIsNotThere) {
+    for (const char* const action : {"list", "find"}) {
+        const ProgramResult asked = Run({action, "--database", File("typo.db")});
+        EXPECT_EQ(asked.exitCode, 1);
+        EXPECT_EQ(asked.err, "diskaccess: " + File("typo.db") +
+                                 ": there is no catalogue; 'catalog add' makes it, or give another "
+                                 "--database\n");
+        EXPECT_FALSE(fs::exists(File("typo.db")));
+    }
+}
+
+TEST_F(CatalogCommand, LeavesASourceAloneThatBearsItsJournalsName) {
+    fs::rename(File("disk"), File("catalog.db-journal"));
+    const ProgramResult added = Run({"add", File("catalog.db-journal"), "--database", File("catalog.db")});
+    EXPECT_EQ(added.exitCode, 1);
+    EXPECT_EQ(added.err,
+              "diskaccess: " + File("catalog.db-journal") +
+                  ": the catalogue lies in it, and it is never written; give another --database\n");
+    EXPECT_TRUE(fs::exists(File("catalog.db-journal")));
+    EXPECT_FALSE(fs::exists(File("catalog.db")));
+}
+
 TEST_F(CatalogCommand, SaysWhatItIsKeptFrom) {
     fs::create_directory(File("shelf"));
     const ProgramResult added = Run({"add", File("disk"), "--verbose", "--database", Database()});

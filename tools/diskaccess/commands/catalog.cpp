@@ -1,5 +1,6 @@
 #include "catalog/catalog.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -101,11 +102,25 @@ void KeepFrom(const std::string& location, const std::string& name, const media:
     if (catalog::IsServer(location)) {
         return;
     }
-    for (const char* const ending : {"", "-journal", "-wal", "-shm"}) {
+    const std::string folder = fs::path(location).parent_path();
+    for (const std::string& path : {location, location + "-journal", location + "-wal", location + "-shm",
+                                    folder.empty() ? std::string(".") : folder}) {
         struct stat status = {};
-        if (stat((location + ending).c_str(), &status) == 0 && source.Includes(status)) {
+        if (stat(path.c_str(), &status) == 0 && source.Includes(status)) {
             throw Failure(name +
                           ": the catalogue lies in it, and it is never written; give another --database");
+        }
+    }
+}
+
+/// The same for all sources, before the catalogue is opened: that writes already.
+void KeepFromAll(const Options& options, const std::string& location) {
+    for (const std::string& source : options.subjects) {
+        const int opened = open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+        if (opened >= 0) {
+            const media::SourceIdentity identity(opened);
+            close(opened);
+            KeepFrom(location, source, identity);
         }
     }
 }
@@ -116,6 +131,7 @@ public:
     Adder(Desk& desk, const std::optional<std::string>& password) : m_desk(desk), m_password(password) {}
 
     ExitCode Run() {
+        KeepFromAll(m_desk.options, m_desk.location);
         catalog::Catalog(catalog::OpenDatabase(m_desk.location)); // makes the tables, before all come at once
         const uint32_t processors = std::max(1u, std::thread::hardware_concurrency());
         const size_t jobs = std::min<size_t>(m_desk.options.jobs == 0 ? processors : m_desk.options.jobs,
@@ -239,6 +255,16 @@ ExitCode Add(Desk& desk) {
     return Adder(desk,
                  wanted ? GivenPassword(desk.options.passwordFile, desk.options.askPassword) : std::nullopt)
         .Run();
+}
+
+// ---- questions
+
+/// A question to a catalogue that is not there would be answered with nothing.
+void ExpectCatalogue(const std::string& location) {
+    if (!catalog::IsServer(location) && !fs::exists(location)) {
+        throw Failure(Printable(location) +
+                      ": there is no catalogue; 'catalog add' makes it, or give another --database");
+    }
 }
 
 // ---- list
@@ -428,6 +454,7 @@ ExitCode Catalogue(const Options& options, const std::string& command) {
         if (options.action == "add") {
             return Add(desk);
         }
+        ExpectCatalogue(desk.location);
         catalog::Catalog catalogue(catalog::OpenDatabase(desk.location));
         if (options.action == "list") {
             return ListDisks(desk, catalogue);
