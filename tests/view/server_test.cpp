@@ -28,6 +28,7 @@ using namespace test_support;
 using diskaccess::DiskClock;
 using diskaccess::TimeZone;
 using diskaccess::view::Api;
+using diskaccess::view::HttpLimits;
 using diskaccess::view::HttpServer;
 using diskaccess::view::Setting;
 using Json = nlohmann::json;
@@ -35,6 +36,7 @@ using Json = nlohmann::json;
 constexpr const char* kToken = "0123456789abcdef0123456789abcdef";
 constexpr int64_t kBase = 1795183200; // 2026-11-20 14:00:00 UTC
 constexpr int64_t kSecond = 1000000;
+constexpr size_t kMebibyte = size_t{1} << 20;
 
 /// A connection to the server.
 class Client {
@@ -178,7 +180,7 @@ protected:
         return diskaccess::Names(File("names.json"));
     }
 
-    void Serve() {
+    void Serve(HttpLimits limits = HttpLimits()) {
         m_server.reset();
         m_api.reset();
         m_held = open(Image().Path().c_str(), O_RDONLY | O_CLOEXEC);
@@ -196,8 +198,9 @@ protected:
             {},
             [this] { return std::make_unique<recordings::Disk>(recordings::OpenSource(Image().Path())); }};
         m_api.emplace(setting, kToken);
-        m_server.emplace(uint16_t{0},
-                         [this](const diskaccess::view::Request& request) { return m_api->Answer(request); });
+        m_server.emplace(
+            uint16_t{0}, [this](const diskaccess::view::Request& request) { return m_api->Answer(request); },
+            limits);
     }
 
     ~ViewServer() override {
@@ -234,6 +237,15 @@ protected:
             Get("/api/frames?from=" + std::to_string(from) + "&to=" + std::to_string(to) + more);
         EXPECT_EQ(answer.status, 200) << answer.body;
         return RecordsOf(answer.body);
+    }
+
+    /// A disk of one channel: ten key frames of a mebibyte a second, for ten seconds.
+    void RecordLargeFrames() {
+        Start(1, 0x1, 16 * kMebibyte);
+        for (int64_t i = 0; i < 100; ++i) {
+            Record(At(0) + i * kSecond / 10, 1, 0, kMebibyte);
+        }
+        Recorder().PowerOff();
     }
 
     void WaitUntilAllIsRead() const {
@@ -559,6 +571,54 @@ TEST_F(ViewServer, EndsRequestsWithoutEnd) {
         ++sent;
     }
     EXPECT_LT(sent, 1000) << "eight megabytes of headers were taken";
+}
+
+TEST_F(ViewServer, SendsNoMoreThanTheMostBytesOfAnAnswer) {
+    RecordLargeFrames();
+    Serve();
+    const auto records = Frames(At(0), At(10), "&channels=0&kind=all&start=key");
+    ASSERT_EQ(records.size(), 64u + 1); // 64 MiB, and the end
+    EXPECT_EQ(records[63].payload.size(), kMebibyte);
+    EXPECT_EQ(records[63].time, At(6) + 300000);
+    EXPECT_EQ(records[64].kind, 18u);
+    EXPECT_EQ(records[64].time, At(6) + 300000); // what lies after it is asked for anew
+    EXPECT_EQ(Json::parse(records[64].payload)["complete"], false);
+    const auto rest = Frames(At(6) + 300001, At(10), "&channels=0&kind=all&start=exact");
+    ASSERT_EQ(rest.size(), 36u + 1);
+    EXPECT_EQ(rest[0].time, At(6) + 400000);
+    EXPECT_EQ(Json::parse(rest[36].payload)["complete"], true);
+}
+
+TEST_F(ViewServer, EndsConnectionsThatAreSilent) {
+    Serve({2});
+    const auto begin = std::chrono::steady_clock::now();
+    const Client silent(Port());
+    silent.Send("GET /api/info HTTP/1.1\r\nHo");
+    const Client slow(Port()); // takes longer than that for its request, but never pauses for as long
+    for (const char letter : Head("GET", "/api/info", Trusted()).substr(0, 30)) {
+        ASSERT_TRUE(slow.Send(std::string(1, letter)));
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    slow.Send(Head("GET", "/api/info", Trusted()).substr(30) + "\r\n");
+    EXPECT_EQ(ToAnswer(slow.Rest()).status, 200);
+    EXPECT_EQ(silent.Rest(), "");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15)); // else the client gave up
+}
+
+TEST_F(ViewServer, EndsConnectionsThatTakeNothing) {
+    RecordLargeFrames();
+    Serve({1});
+    WaitUntilAllIsRead();
+    const int64_t before = ResidentKib();
+    const Client client(Port());
+    client.Send(
+        Head("GET",
+             "/api/frames?from=" + std::to_string(At(0)) + "&to=" + std::to_string(At(10)) + "&channels=0",
+             Trusted()) +
+        "\r\n");
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    EXPECT_LT(ResidentKib() - before, 32 << 10);     // of 64 MiB asked for
+    EXPECT_LT(client.Rest().size(), 32 * kMebibyte); // what was on its way
 }
 
 TEST_F(ViewServer, EndsWhileClientsAreConnected) {

@@ -18,7 +18,6 @@ namespace {
 
 constexpr unsigned kMostConnections = 32;
 constexpr size_t kMemoryOfConnection = size_t{32} << 10;
-constexpr unsigned kSilenceSeconds = 30;
 constexpr size_t kPiece = size_t{64} << 10;
 
 /// Everything that keeps a page from reaching out, and others from reaching in.
@@ -162,7 +161,7 @@ Response Refusal(unsigned status, const std::string& line) {
 
 } // namespace
 
-HttpServer::HttpServer(uint16_t port, Handler handler) : m_handler(std::move(handler)) {
+HttpServer::HttpServer(uint16_t port, Handler handler, HttpLimits limits) : m_handler(std::move(handler)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
@@ -171,8 +170,8 @@ HttpServer::HttpServer(uint16_t port, Handler handler) : m_handler(std::move(han
         MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_POLL, port, nullptr,
         nullptr, TakeRequest, this, MHD_OPTION_SOCK_ADDR, reinterpret_cast<sockaddr*>(&address),
         MHD_OPTION_CONNECTION_LIMIT, kMostConnections, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-        kMemoryOfConnection, MHD_OPTION_CONNECTION_TIMEOUT, kSilenceSeconds, MHD_OPTION_NOTIFY_COMPLETED,
-        ForgetRequest, nullptr, MHD_OPTION_END);
+        kMemoryOfConnection, MHD_OPTION_CONNECTION_TIMEOUT, limits.silenceSeconds,
+        MHD_OPTION_NOTIFY_COMPLETED, ForgetRequest, nullptr, MHD_OPTION_END);
     if (m_daemon == nullptr) {
         throw Failure(
             fmt::format("port {} of this machine cannot be had; give another --port, or none", port));

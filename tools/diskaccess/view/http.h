@@ -55,6 +55,11 @@ private:
     unsigned m_status;
 };
 
+/// What one client may take of the server.
+struct HttpLimits {
+    unsigned silenceSeconds = 30; ///< a connection on which nothing moves for longer is ended
+};
+
 /// Answers requests on 127.0.0.1, each connection in a thread of its own. The number of connections, the memory of each
 /// and the time that one may be silent are bounded.
 class HttpServer {
@@ -64,7 +69,7 @@ public:
     /// @param port 0: any free one
     /// @param handler called on several threads at once. HttpError becomes the status that it bears, other exceptions 500
     /// @throws Failure when the port cannot be had
-    HttpServer(uint16_t port, Handler handler);
+    HttpServer(uint16_t port, Handler handler, HttpLimits limits = HttpLimits());
     /// Ends all connections.
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
