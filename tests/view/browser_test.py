@@ -19,6 +19,8 @@ import subprocess
 import tempfile
 import threading
 import time
+import unittest
+import urllib.request
 
 from browser_support import (
     GOP, HEIGHT, HOSTILE, PROGRAM, START, WIDTH, ActionChains, By, Keys, PageTest, make_clip, record, rfc3339, run,
@@ -615,6 +617,46 @@ class ServerPicturesTest(BrowserTest):
             self.assert_shows(1)
         finally:
             self.assertEqual(viewer.end(), 0)
+
+
+class MemoryTest(unittest.TestCase):
+    """What the program keeps when many have read at once."""
+
+    CLIENTS, QUESTIONS = 6, 20
+    MOST_KIB = 12 << 10  # more than before; a block is 4 MiB
+
+    def own_memory(self):
+        with open(f"/proc/{self.viewer.process.pid}/smaps_rollup", encoding="ascii") as file:
+            return int(re.search(r"^Anonymous:\s+(\d+) kB$", file.read(), re.MULTILINE).group(1))
+
+    def read(self):
+        site, token = self.viewer.address.split("/#token=")
+        for number in range(self.QUESTIONS):
+            at = micros(number * SECONDS // self.QUESTIONS)
+            question = urllib.request.Request(
+                f"{site}/api/frames?from={at}&to={at + 4000000}&channels=0&kind=all&start=key",
+                headers={"Authorization": "Bearer " + token})
+            with urllib.request.urlopen(question, timeout=60) as answer:
+                self.assertGreater(len(answer.read()), 1000)
+
+    def test_gives_its_memory_back(self):
+        with tempfile.TemporaryDirectory(prefix="diskaccess-view-") as folder:
+            make_clip(os.path.join(folder, "c0.h264"), 25)
+            cameras = [{"channel": channel, "frame_rate": 25, "gop": 50, "bitrate": 300000} for channel in range(32)]
+            clips = [{"channel": channel, "video": "c0.h264"} for channel in range(32)]
+            image = record(folder, "memory", cameras, [{"start": rfc3339(0), "seconds": SECONDS, "clips": clips}])
+            self.viewer = Viewer(image, folder)
+            before = self.own_memory()
+            clients = [threading.Thread(target=self.read) for _ in range(self.CLIENTS)]
+            for client in clients:
+                client.start()
+            for client in clients:
+                client.join()
+            end = time.monotonic() + 30
+            while self.own_memory() - before > self.MOST_KIB and time.monotonic() < end:
+                time.sleep(0.1)
+            self.assertLess(self.own_memory() - before, self.MOST_KIB)
+            self.viewer.end()
 
 
 if __name__ == "__main__":

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <malloc.h>
 #include <media/sink.h>
 #include <poll.h>
 #include <spawn.h>
@@ -55,6 +56,15 @@ view::Setting SettingOf(Context& context) {
             [&context] { return context.OpenAnother(); }};
 }
 
+/// The viewer stays for hours, and reads whole blocks on many threads: the memory of each goes back to the system when an
+/// answer has been sent. Key frames stay below this size, and in the heap.
+void GiveMemoryBack() {
+    constexpr int kLarge = 1 << 20;
+    mallopt(M_MMAP_THRESHOLD, kLarge);
+    mallopt(M_TRIM_THRESHOLD, kLarge);
+    mallopt(M_ARENA_MAX, 2); // else each thread may keep a heap of its own
+}
+
 void WaitForInterruption() {
     constexpr int kTenthOfSecond = 100;
     while (!Interruption::Asked()) {
@@ -76,6 +86,7 @@ std::optional<Needs> NeedsOfView(const Options& options) {
 }
 
 ExitCode View(Context& context) {
+    GiveMemoryBack();
     media::QuietContainers();
     const Options& options = context.Typed();
     const Interruption interruption;
