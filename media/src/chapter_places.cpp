@@ -7,7 +7,18 @@ namespace media {
 namespace {
 
 /// An event may lie a little before the first frame of its block.
-constexpr int64_t kBefore = 1000000;
+constexpr int64_t kBefore = recordings::kMicros;
+
+/// The place of a time stamp in a segment, or the nearest number there is: time stamps on a disk may be any.
+int64_t PlaceIn(const ClockSegment& segment, int64_t time) {
+    int64_t since = 0;
+    int64_t place = 0;
+    if (__builtin_sub_overflow(time, segment.time, &since) ||
+        __builtin_add_overflow(segment.place, since, &place)) {
+        return time < segment.time ? 0 : INT64_MAX;
+    }
+    return std::max<int64_t>(place, 0);
+}
 
 } // namespace
 
@@ -43,8 +54,7 @@ std::vector<Chapter> ChapterPlaces::Place(const std::vector<Chapter>& chapters,
                                           const std::vector<ClockSegment>& segments) const {
     std::vector<Chapter> placed = chapters;
     for (Chapter& chapter : placed) {
-        const ClockSegment& segment = segments[SegmentOf(chapter)];
-        chapter.time = std::max<int64_t>(segment.place + chapter.time - segment.time, 0);
+        chapter.time = PlaceIn(segments[SegmentOf(chapter)], chapter.time);
     }
     std::stable_sort(placed.begin(), placed.end(),
                      [](const Chapter& a, const Chapter& b) { return a.time < b.time; });

@@ -8,8 +8,13 @@
 
 #include "media/sink.h"
 #include "recordings/frame.h"
+#include "recordings/query.h"
 
 namespace media {
+
+/// Events may be written some time after they happened, and clocks are set over hours. The time of one that lies further
+/// than this from the frames is damaged, and is no place in a file, in microseconds.
+constexpr int64_t kChapterReach = 86400 * recordings::kMicros;
 
 /// Finds the places of chapters in a container whose time follows the recorder's clock in segments. Where the clock was
 /// set back, one time comes twice: the block that an event lies in tells which it is.

@@ -62,7 +62,7 @@ public:
     void Start(const ContainerFacts& facts, const std::optional<Estimate>& estimate) override {
         m_chapters = facts.chapters;
         if (m_streamed) {
-            AddChaptersToHead(facts);
+            AddChaptersToHead(facts, estimate);
         }
         const size_t tracks = m_muxer.Streams();
         if (facts.clockText) {
@@ -103,20 +103,24 @@ public:
     const std::vector<ClockSegment>& Segments() const override { return m_timeline->Segments(); }
 
     void Finish() override {
-        // After a pause that the file cannot show, another one goes on.
-        std::vector<Chapter> chapters = Placed(m_chapters);
-        while (!chapters.empty() && chapters.back().time - m_timeline->Latest() > m_muxer.LargestGap()) {
-            chapters.pop_back();
-        }
-        m_predictor->Finish(m_muxer, m_file, chapters);
+        m_predictor->Finish(m_muxer, m_file, Placed(m_chapters, m_timeline->Latest()));
         m_file.Finish();
     }
 
 private:
     /// Whether the clock was set will be known when they are long gone.
-    void AddChaptersToHead(const ContainerFacts& facts) {
+    void AddChaptersToHead(const ContainerFacts& facts, const std::optional<Estimate>& estimate) {
         m_timeline.emplace(facts.start);
-        m_muxer.AddChapters(Placed(facts.chapters));
+        m_muxer.AddChapters(Placed(facts.chapters, LatestOf(estimate.value_or(Estimate()))));
+    }
+
+    /// The place of the last frame that is to come, if the clock is not set.
+    int64_t LatestOf(const Estimate& estimate) const {
+        int64_t latest = 0;
+        for (const std::optional<LastFrame>& last : estimate.lastFrames) {
+            latest = std::max(latest, last ? m_timeline->PlaceOf(last->time) : 0);
+        }
+        return latest;
     }
 
     /// Has a track of texts say when each second was recorded, of what vehicle and which channels.
@@ -143,8 +147,13 @@ private:
     }
 
     /// The chapters with places as times.
-    std::vector<Chapter> Placed(const std::vector<Chapter>& chapters) const {
+    /// @param latest place of the last frame. After a pause that the file cannot show, another one goes on.
+    std::vector<Chapter> Placed(const std::vector<Chapter>& chapters, int64_t latest) const {
         std::vector<Chapter> placed = m_chapterPlaces.Place(chapters, m_timeline->Segments());
+        const int64_t reach = std::min(kChapterReach, m_muxer.LargestGap());
+        while (!placed.empty() && placed.back().time - latest > reach) {
+            placed.pop_back();
+        }
         placed.resize(std::min(placed.size(), kMostChapters));
         if (m_container == Container::Mp4 && !placed.empty() && placed.front().time > 0) {
             // Many players of MP4 take the first chapter for one that begins with the file.
@@ -155,7 +164,7 @@ private:
 
     std::optional<Bytes> Predict(const ContainerFacts& facts, const Estimate& estimate) {
         ContainerFacts placed = facts;
-        placed.chapters = Placed(facts.chapters);
+        placed.chapters = Placed(facts.chapters, LatestOf(estimate));
         Estimate places = estimate;
         for (std::optional<LastFrame>& last : places.lastFrames) {
             if (last) {

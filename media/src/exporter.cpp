@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "block_hasher.h"
+#include "chapter_places.h"
 #include "copier.h"
 #include "encoding_watch.h"
 #include "media/error.h"
@@ -166,6 +167,12 @@ private:
         return facts;
     }
 
+    /// Whether an event may have happened so long before a frame.
+    static bool ReachesTo(int64_t frame, int64_t event) {
+        const uint64_t between = static_cast<uint64_t>(frame) - static_cast<uint64_t>(event);
+        return event < frame && between <= static_cast<uint64_t>(kChapterReach);
+    }
+
     /// The time stamp that becomes zero: that of the first frame, or of an event before it in the same block or an earlier
     /// one.
     int64_t StartOf(const Frame& first, const std::vector<Chapter>& chapters) const {
@@ -173,7 +180,8 @@ private:
         const auto block = m_blocks.Find(first.block);
         for (const Chapter& chapter : chapters) {
             const auto own = m_blocks.Find(chapter.block);
-            start = own && block && *own <= *block ? std::min(start, chapter.time) : start;
+            const bool isBefore = ReachesTo(first.time, chapter.time);
+            start = isBefore && own && block && *own <= *block ? std::min(start, chapter.time) : start;
         }
         return start;
     }

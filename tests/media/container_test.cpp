@@ -516,6 +516,35 @@ TEST_P(Containers, HaveChaptersWhereTheyBelongWhenTheClockIsSet) {
                                             7202, 7203, 7204, 7205, 7206, 7207, 7208, 7209, 7210}));
 }
 
+// Time stamps of a damaged disk may be any.
+TEST_P(Containers, HaveNoChaptersADayAfterTheirEnd) {
+    Sink& sink = Begin();
+    Track track = VideoTrack(0);
+    const OwnedFrame last = KeyFrame(0, kStart + 10 * kSecond, 100);
+    sink.Add(track, KeyFrame(0, kStart, 100).Get());
+    ContainerFacts facts = Facts();
+    facts.chapters = {{INT64_MIN, "least"},
+                      {kStart + 5 * kSecond, "within"},
+                      {kStart + (10 + 86400) * kSecond, "a day after"},
+                      {kStart + (11 + 86400) * kSecond, "more than a day after"},
+                      {INT64_MAX - 1, "largest"},
+                      {INT64_MAX, "largest"}};
+    Estimate estimate;
+    estimate.bytes = 200;
+    estimate.keyFrames = 2;
+    estimate.lastFrames = {LastFrame{last.frame.time, last.frame.size}};
+    sink.Start(facts, estimate);
+    Write(0, KeyFrame(0, kStart, 100));
+    Write(0, last);
+    End();
+    std::map<std::string, int64_t> starts;
+    for (const ContainerFile::Chapter& chapter : ContainerFile::Read(m_path).chapters) {
+        starts[chapter.title] = chapter.start / kSecond;
+    }
+    EXPECT_EQ(starts,
+              (std::map<std::string, int64_t>{{"least", 0}, {"within", 5}, {"a day after", 10 + 86400}}));
+}
+
 TEST_P(Containers, HaveSoManyChaptersAtMost) {
     Sink& sink = Begin();
     Track track = VideoTrack(0);

@@ -643,6 +643,26 @@ TEST_F(Exports, KeepTheTimeOfEventsBeforeTheFirstFrame) {
     }
 }
 
+// A damaged time of an event must not move everything by years.
+TEST_F(Exports, StartWithTheirFramesWhereAnEventIsOld) {
+    m_settings.channels = 1;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    recorder.WriteEvent((kStart - 2 * 86400) * kSecond, 1, 0);
+    for (int64_t second = 5; second < 15; ++second) {
+        Write(recorder, KeyFrame(0, (kStart + second) * kSecond, 300));
+    }
+    recorder.PowerOff();
+    for (const Container container : {Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.replace = true;
+        ASSERT_TRUE(Run(request));
+        const ContainerFile file = ContainerFile::Read(File("out"));
+        ASSERT_EQ(file.packets.size(), 10u);
+        EXPECT_EQ(file.packets[0].micros, 0);
+        EXPECT_EQ(file.packets[9].micros, 9 * kSecond);
+    }
+}
+
 TEST_F(Exports, GiveAnotherEncodingAFileOfItsOwn) {
     // Between the journeys, camera 0 and its sound are replaced; camera 1 stays.
     m_settings.channels = 3;
