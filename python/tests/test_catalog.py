@@ -137,7 +137,7 @@ def test_the_catalogue_is_never_written_into_a_source(program: pathlib.Path, tmp
 def test_it_lies_in_the_users_data_folder(program: pathlib.Path, tmp_path: pathlib.Path, disk: pathlib.Path) -> None:
     run(program, "add", disk, env={"XDG_DATA_HOME": str(tmp_path / "data")})
     assert (tmp_path / "data/diskaccess/catalog.db").exists()
-    run(program, "list", env={"XDG_DATA_HOME": "", "HOME": str(tmp_path / "home")})
+    run(program, "add", disk, env={"XDG_DATA_HOME": "", "HOME": str(tmp_path / "home")})
     assert (tmp_path / "home/.local/share/diskaccess/catalog.db").exists()
 
 

@@ -125,12 +125,15 @@ TEST_F(FullDisk, LeavesNothingOfAPage) {
 
 /// A catalogue's file stays, and holds what it held.
 TEST_F(FullDisk, LeavesTheCatalogueAsItWas) {
-    const auto list = [this] {
-        return RunProgram({DISKACCESS_PROGRAM, "catalog", "list", "--utc", "--json", "--database",
-                           File("out/catalog.db")})
-            .out;
+    const auto run = [this](std::vector<std::string> words) {
+        words.insert(words.begin(), {DISKACCESS_PROGRAM, "catalog"});
+        words.insert(words.end(), {"--utc", "--json", "--database", File("out/catalog.db")});
+        return RunProgram(words);
     };
-    const std::string before = list(); // makes the file
+    const auto list = [&run] { return run({"list"}).out; };
+    ASSERT_EQ(run({"add", File("disk")}).exitCode, 0);
+    ASSERT_EQ(run({"remove", "1"}).exitCode, 0); // leaves a catalogue of no disks
+    const std::string before = list();
     int place = 0;
     for (; place < 300; ++place) {
         const ProgramResult result = RunFullAt(

@@ -376,7 +376,7 @@ catalog::Question QuestionOf(const Desk& desk) {
     return question;
 }
 
-ExitCode Find(Desk& desk, catalog::Catalog& catalogue) {
+ExitCode Find(Desk& desk, catalog::Catalog& catalogue, const catalog::Question& question) {
     Renderer& answer = *desk.answer;
     answer.BeginTable({"found",
                        {{"vehicle_number", "VEHICLE"},
@@ -390,7 +390,7 @@ ExitCode Find(Desk& desk, catalog::Catalog& catalogue) {
                         {"source_path", ""},
                         {"export_command", "COMMAND"}},
                        {}});
-    for (const catalog::Found& found : catalogue.Find(QuestionOf(desk))) {
+    for (const catalog::Found& found : catalogue.Find(question)) {
         answer.ShowRow({found.vehicleNumber, found.vehicleId, Number(found.disk), Time{found.start},
                         Time{found.end}, desk.names.Channels(found.channels),
                         desk.names.EventTypes(found.events), Printable(found.host), Printable(found.source),
@@ -454,12 +454,13 @@ ExitCode Catalogue(const Options& options, const std::string& command) {
         if (options.action == "add") {
             return Add(desk);
         }
+        const catalog::Question question = options.action == "find" ? QuestionOf(desk) : catalog::Question();
         ExpectCatalogue(desk.location);
         catalog::Catalog catalogue(catalog::OpenDatabase(desk.location));
         if (options.action == "list") {
             return ListDisks(desk, catalogue);
         }
-        return options.action == "find" ? Find(desk, catalogue) : Remove(desk, catalogue);
+        return options.action == "find" ? Find(desk, catalogue, question) : Remove(desk, catalogue);
     } catch (const catalog::Error& error) {
         throw Failure(error.what());
     }
