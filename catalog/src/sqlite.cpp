@@ -152,6 +152,25 @@ Cell CellOf(sqlite3_stmt* statement, int column) {
     }
 }
 
+/// What can be done about an error, after what SQLite says of it.
+std::string Advice(int result) {
+    switch (result) {
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        return "; give the catalogue another file, and add the disks again";
+    case SQLITE_CANTOPEN:
+        return "; give the catalogue a file in a folder that can be written";
+    case SQLITE_READONLY:
+        return "; allow writing the file and its folder, or give the catalogue another one";
+    case SQLITE_FULL:
+        return "; make room there";
+    case SQLITE_BUSY:
+        return ": another program writes; try again when it has ended";
+    default:
+        return "";
+    }
+}
+
 class Sqlite : public Database {
 public:
     explicit Sqlite(std::string path) : m_path(std::move(path)) {
@@ -204,7 +223,7 @@ private:
     void Check(int result) const {
         if (result != SQLITE_OK) {
             const char* const why = m_database ? sqlite3_errmsg(m_database.get()) : sqlite3_errstr(result);
-            throw Error(m_path + ": " + why);
+            throw Error(m_path + ": " + why + Advice(result));
         }
     }
 

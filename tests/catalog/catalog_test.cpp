@@ -553,6 +553,32 @@ TEST(CatalogFiles, AreNoOtherProgramsDatabases) {
     EXPECT_EQ(ContentsOf(dir.File("notes.db")), before);
 }
 
+std::string WhatOpeningSays(const std::string& path) {
+    try {
+        catalog::Catalog(catalog::OpenDatabase(path));
+    } catch (const catalog::Error& error) {
+        return error.what();
+    }
+    return "opened";
+}
+
+TEST(CatalogFiles, SayWhatCanBeDone) {
+    const TempDir dir;
+    std::ofstream(dir.File("text")) << std::string(1000, 'x');
+    EXPECT_EQ(WhatOpeningSays(dir.File("text")),
+              dir.File("text") +
+                  ": file is not a database; give the catalogue another file, and add the disks again");
+    EXPECT_EQ(
+        WhatOpeningSays(dir.File("none/catalog.db")),
+        dir.File("none/catalog.db") +
+            ": unable to open database file; give the catalogue a file in a folder that can be written");
+    catalog::Catalog(catalog::OpenDatabase(dir.File("catalog.db")));
+    std::filesystem::resize_file(dir.File("catalog.db"), 4096); // its first page of many
+    EXPECT_EQ(WhatOpeningSays(dir.File("catalog.db")),
+              dir.File("catalog.db") + ": database disk image is malformed; give the catalogue another file, "
+                                       "and add the disks again");
+}
+
 TEST(CatalogServers, ThatCannotBeReachedAreNamed) {
     EXPECT_THROW(catalog::OpenDatabase("postgresql:///x?host=/nowhere"), catalog::Error);
     EXPECT_TRUE(catalog::IsServer("postgres://host/x"));
