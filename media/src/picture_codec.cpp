@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
-#include <limits>
 
 namespace media {
 
@@ -15,39 +13,6 @@ namespace {
 constexpr int kHighDefinition = 720;
 
 } // namespace
-
-void SilenceDecoders() {
-    av_log_set_callback([](void*, int, const char*, va_list) {});
-}
-
-Codec OpenDecoder(VideoCodec kind) {
-    const AVCodec* const decoder =
-        avcodec_find_decoder(kind == VideoCodec::H265 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264);
-    Codec codec(decoder == nullptr ? nullptr : avcodec_alloc_context3(decoder));
-    if (codec) {
-        codec->thread_count = 1;
-        codec->max_pixels = static_cast<int64_t>(kLargestPicture);
-        if (avcodec_open2(codec.get(), decoder, nullptr) < 0) {
-            codec.reset();
-        }
-    }
-    return codec;
-}
-
-bool SendPayload(AVCodecContext& codec, const std::vector<uint8_t>& payload, int64_t number) {
-    const Packet packet(av_packet_alloc());
-    if (!packet || payload.size() > static_cast<size_t>(std::numeric_limits<int>::max() / 2) ||
-        av_new_packet(packet.get(), static_cast<int>(payload.size())) < 0) {
-        return false;
-    }
-    std::copy(payload.begin(), payload.end(), packet->data);
-    packet->pts = packet->dts = number;
-    return avcodec_send_packet(&codec, packet.get()) >= 0;
-}
-
-bool IsDamaged(const AVFrame& picture) {
-    return picture.decode_error_flags != 0 || (picture.flags & AV_FRAME_FLAG_CORRUPT) != 0;
-}
 
 bool SizeAllowed(int64_t width, int64_t height) {
     return width > 0 && height > 0 && width <= kLargestSide && height <= kLargestSide &&

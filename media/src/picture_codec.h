@@ -2,7 +2,7 @@
 #define MEDIA_SRC_PICTURE_CODEC_H
 
 /// @file picture_codec.h
-/// What decodes and encodes pictures.
+/// What decoding and encoding pictures have in common.
 
 #include <cstddef>
 #include <cstdint>
@@ -25,19 +25,6 @@ struct FreeScaler {
 };
 using FramePointer = std::unique_ptr<AVFrame, FreeFrame>;
 using Scaler = std::unique_ptr<SwsContext, FreeScaler>;
-
-/// Keeps what decoders say of a stream out of everything. For a child: the process may have had messages taken to a place
-/// of its own, which waits for threads that no child has.
-void SilenceDecoders();
-
-/// @return null when there is no such decoder
-Codec OpenDecoder(VideoCodec kind);
-
-/// Hands a payload to a decoder, with its number as its time.
-bool SendPayload(AVCodecContext& codec, const std::vector<uint8_t>& payload, int64_t number);
-
-/// Whether a decoded picture is not all that the camera sent.
-bool IsDamaged(const AVFrame& picture);
 
 bool SizeAllowed(int64_t width, int64_t height);
 

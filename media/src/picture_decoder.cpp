@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "child.h"
-#include "picture_codec.h"
+#include "video_decoder.h"
 
 namespace media {
 
@@ -24,23 +24,18 @@ struct AnswerHead {
 /// Decodes all frames.
 /// @param damaged set when one of them is
 /// @return the picture of the last one; null when none comes of it
-FramePointer Decode(AVCodecContext& codec, const std::vector<std::vector<uint8_t>>& frames, bool& damaged) {
-    FramePointer picture(av_frame_alloc());
+FramePointer Decode(VideoDecoder& decoder, const std::vector<std::vector<uint8_t>>& frames, bool& damaged) {
     FramePointer last;
-    const auto receive = [&] {
-        while (picture && avcodec_receive_frame(&codec, picture.get()) >= 0) {
-            damaged = damaged || IsDamaged(*picture);
-            if (picture->pts == static_cast<int64_t>(frames.size()) - 1) {
-                last.reset(av_frame_clone(picture.get()));
-            }
+    const auto take = [&](const AVFrame& picture, int64_t number) {
+        damaged = damaged || VideoDecoder::Damaged(picture);
+        if (number == static_cast<int64_t>(frames.size()) - 1) {
+            last.reset(av_frame_clone(&picture));
         }
     };
-    for (size_t i = 0; i < frames.size(); ++i) {
-        damaged = !SendPayload(codec, frames[i], static_cast<int64_t>(i)) || damaged;
-        receive();
+    for (const std::vector<uint8_t>& frame : frames) {
+        damaged = !decoder.Take(frame, take) || damaged;
     }
-    avcodec_send_packet(&codec, nullptr);
-    receive();
+    decoder.Finish(take);
     return last;
 }
 
@@ -71,10 +66,9 @@ bool Convert(const AVFrame& frame, std::vector<uint8_t>& pixels) {
 }
 
 bool DecodeInto(int answer, VideoCodec kind, const std::vector<std::vector<uint8_t>>& frames) {
-    SilenceDecoders();
-    const Codec codec = OpenDecoder(kind);
+    VideoDecoder decoder(kind);
     bool damaged = false;
-    const FramePointer picture = codec ? Decode(*codec, frames, damaged) : nullptr;
+    const FramePointer picture = decoder.Ready() ? Decode(decoder, frames, damaged) : nullptr;
     std::vector<uint8_t> pixels;
     if (!picture || !SizeAllowed(picture->width, picture->height) || !Convert(*picture, pixels)) {
         return false;

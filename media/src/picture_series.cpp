@@ -5,6 +5,7 @@
 
 #include "child.h"
 #include "picture_codec.h"
+#include "video_decoder.h"
 
 namespace media {
 
@@ -87,50 +88,40 @@ private:
 class SeriesDecoder {
 public:
     SeriesDecoder(int answer, const std::vector<SeriesFrame>& frames, uint32_t height)
-        : m_answer(answer), m_frames(frames), m_maker(height), m_picture(av_frame_alloc()) {}
+        : m_answer(answer), m_frames(frames), m_maker(height) {}
 
     bool Run(VideoCodec kind) {
-        m_codec = OpenDecoder(kind);
-        if (!m_codec || !m_picture) {
-            return false;
-        }
-        bool written = true;
+        VideoDecoder decoder(kind);
+        bool written = decoder.Ready();
+        const auto take = [&](const AVFrame& picture, int64_t number) {
+            written = written && Write(picture, number);
+        };
         for (size_t i = 0; written && i < m_frames.size(); ++i) {
-            SendPayload(*m_codec, m_frames[i].payload, static_cast<int64_t>(i));
-            written = Receive();
+            decoder.Take(m_frames[i].payload, take);
         }
-        avcodec_send_packet(m_codec.get(), nullptr);
-        return written && Receive();
+        if (written) {
+            decoder.Finish(take);
+        }
+        return written;
     }
 
 private:
-    bool Receive() {
-        while (avcodec_receive_frame(m_codec.get(), m_picture.get()) >= 0) {
-            if (!Write(*m_picture)) {
-                return false;
-            }
-        }
-        return true;
-    }
-
-    bool Write(const AVFrame& picture) {
-        const bool known = picture.pts >= 0 && picture.pts < static_cast<int64_t>(m_frames.size());
-        if (!known || !m_frames[static_cast<size_t>(picture.pts)].wanted || IsDamaged(picture)) {
+    bool Write(const AVFrame& picture, int64_t number) {
+        const bool known = number >= 0 && number < static_cast<int64_t>(m_frames.size());
+        if (!known || !m_frames[static_cast<size_t>(number)].wanted || VideoDecoder::Damaged(picture)) {
             return true;
         }
         const Packet jpeg = m_maker.Make(picture);
         if (!jpeg) {
             return true;
         }
-        const PictureHead head = {static_cast<uint32_t>(picture.pts), static_cast<uint32_t>(jpeg->size)};
+        const PictureHead head = {static_cast<uint32_t>(number), static_cast<uint32_t>(jpeg->size)};
         return WriteAll(m_answer, &head, sizeof head) && WriteAll(m_answer, jpeg->data, head.size);
     }
 
     int m_answer;
     const std::vector<SeriesFrame>& m_frames;
     JpegMaker m_maker;
-    FramePointer m_picture;
-    Codec m_codec;
 };
 
 // ---- in the parent
@@ -175,10 +166,7 @@ std::optional<std::vector<SeriesPicture>> DecodeSeries(const std::vector<SeriesF
     ChildLimits limits;
     limits.seconds = kSeconds;
     limits.answer = kMostBytes;
-    const auto work = [&](int answer) {
-        SilenceDecoders();
-        return SeriesDecoder(answer, frames, height).Run(kind);
-    };
+    const auto work = [&](int answer) { return SeriesDecoder(answer, frames, height).Run(kind); };
     const auto answer = InChild(work, limits);
     return answer ? PicturesOf(*answer, frames) : std::nullopt;
 }

@@ -1,7 +1,9 @@
 #include "video_decoder.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstddef>
+#include <limits>
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -52,10 +54,38 @@ bool IsEmpty(const uint8_t* row, int x) {
     return row[x] != row[x + 1];
 }
 
+/// @return null when there is no such decoder
+Codec OpenDecoder(VideoCodec kind) {
+    const AVCodec* const decoder =
+        avcodec_find_decoder(kind == VideoCodec::H265 ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264);
+    Codec codec(decoder == nullptr ? nullptr : avcodec_alloc_context3(decoder));
+    if (codec) {
+        codec->thread_count = 1;
+        codec->max_pixels = static_cast<int64_t>(kLargestPicture);
+        codec->get_buffer2 = GetEmptyPicture;
+        if (avcodec_open2(codec.get(), decoder, nullptr) < 0) {
+            codec.reset();
+        }
+    }
+    return codec;
+}
+
+/// Hands a payload to a decoder, with its number as its time.
+bool SendPayload(AVCodecContext& codec, const std::vector<uint8_t>& payload, int64_t number) {
+    const Packet packet(av_packet_alloc());
+    if (!packet || payload.size() > static_cast<size_t>(std::numeric_limits<int>::max() / 2) ||
+        av_new_packet(packet.get(), static_cast<int>(payload.size())) < 0) {
+        return false;
+    }
+    std::copy(payload.begin(), payload.end(), packet->data);
+    packet->pts = packet->dts = number;
+    return avcodec_send_packet(&codec, packet.get()) >= 0;
+}
+
 } // namespace
 
 bool VideoDecoder::Damaged(const AVFrame& picture) {
-    if (IsDamaged(picture)) {
+    if (picture.decode_error_flags != 0 || (picture.flags & AV_FRAME_FLAG_CORRUPT) != 0) {
         return true;
     }
     for (int y = kPart / 2; y + kPart / 2 <= picture.height; y += kPart) {
@@ -69,11 +99,9 @@ bool VideoDecoder::Damaged(const AVFrame& picture) {
     return false;
 }
 
-VideoDecoder::VideoDecoder(VideoCodec codec) : m_codec(OpenDecoder(codec)) {
-    av_log_set_callback(CountErrors);
-    if (m_codec) {
-        m_codec->get_buffer2 = GetEmptyPicture;
-    }
+VideoDecoder::VideoDecoder(VideoCodec codec) {
+    av_log_set_callback(CountErrors); // opening a decoder has messages already
+    m_codec = OpenDecoder(codec);
 }
 
 bool VideoDecoder::Take(const std::vector<uint8_t>& payload, const Taker& take) {

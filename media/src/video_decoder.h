@@ -9,7 +9,8 @@
 
 namespace media {
 
-/// Decodes the frames of one camera, the first of them a key frame. For a child process: what it is given may break it.
+/// Decodes the frames of one camera, the first of them a key frame. For a child process: what it is given may break it, and
+/// it takes all messages of libav to itself.
 class VideoDecoder {
 public:
     /// A picture that has come out: of which frame, counted from 0.
