@@ -61,7 +61,7 @@ void PictureCheck::Decode(uint32_t channel, const ProblemSink& problems) {
     if (group.frames.empty()) {
         return;
     }
-    const std::vector<bool> whole = DecodePictures(group.codec, group.frames);
+    const std::vector<bool> whole = DecodePictures(group.codec, group.frames, m_meanwhile);
     recordings::Problem row;
     const auto report = [&] {
         if (row.count != 0) {

@@ -96,11 +96,13 @@ std::optional<size_t> TakeAnswer(const std::vector<uint8_t>& answer, std::vector
 
 } // namespace
 
-std::vector<bool> DecodePictures(VideoCodec codec, const std::vector<std::vector<uint8_t>>& frames) {
+std::vector<bool> DecodePictures(VideoCodec codec, const std::vector<std::vector<uint8_t>>& frames,
+                                 const std::function<void()>& meanwhile) {
     std::vector<State> states(frames.size());
     for (int child = 0; child < kMostChildren; ++child) {
-        const ChildAnswer answer = HearChild(
-            [&](int pipe) { return DecodeAndTell(pipe, codec, frames, states); }, LimitsFor(frames.size()));
+        const ChildAnswer answer =
+            HearChild([&](int pipe) { return DecodeAndTell(pipe, codec, frames, states); },
+                      LimitsFor(frames.size()), meanwhile);
         const std::optional<size_t> at = TakeAnswer(answer.bytes, states);
         if (answer.complete) {
             break;

@@ -84,9 +84,7 @@ private:
         std::optional<BlockParts> before;
         std::optional<BlockParts> at = blocks.empty() ? std::nullopt : PartsOf(blocks.front());
         for (size_t i = 0; i < blocks.size(); ++i) {
-            if (m_watch && !m_watch({i, blocks.size(), m_checked.bytes})) {
-                throw Error(ErrorKind::Cancelled, m_disk.Bytes().Name() + ": interrupted");
-            }
+            Ask(0);
             const std::optional<BlockParts> after =
                 i + 1 < blocks.size() ? PartsOf(blocks[i + 1]) : std::nullopt;
             m_block = &blocks[i];
@@ -106,6 +104,16 @@ private:
         m_block = nullptr;
     }
 
+    /// Asks whether to go on.
+    /// @param read bytes of the block that is checked
+    void Ask(uint64_t read) const {
+        const uint64_t size = m_disk.Facts().blockSize;
+        if (m_watch &&
+            !m_watch({m_checked.blocks * size + read, m_blocks.All().size() * size, m_checked.bytes})) {
+            throw Error(ErrorKind::Cancelled, m_disk.Bytes().Name() + ": interrupted");
+        }
+    }
+
     std::optional<BlockParts> PartsOf(const Block& block) const {
         return Known(block) ? std::optional(BlockParts::Read(m_disk, block)) : std::nullopt;
     }
@@ -120,6 +128,7 @@ private:
         for (m_lostAtEnd = false; frames.Next(frame, m_lostAtEnd);) {
             ++m_checked.frames;
             m_checked.bytes += frame.size;
+            Ask(frame.offset);
             streams.Take(frame);
             CheckPayload(frame, m_lostAtEnd || between);
             between = false;

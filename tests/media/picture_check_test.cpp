@@ -86,7 +86,7 @@ protected:
     }
 
     std::vector<Finding> Check() {
-        m_check = {};
+        m_check = media::PictureCheck();
         std::vector<Finding> findings;
         const recordings::Disk& disk = Open();
         recordings::CheckRequest request;
@@ -156,6 +156,18 @@ TEST_F(PictureCheck, WhatComesAfterALossIsLeftOut) {
     }
     EXPECT_GE(m_check.LeftOut(), 6u);
     EXPECT_GE(m_check.Decoded(), 20u);
+}
+
+TEST_F(PictureCheck, IsEndedByWhatIsCalledMeanwhile) {
+    Record();
+    m_check = media::PictureCheck([] { throw std::runtime_error("enough"); });
+    const recordings::Disk& disk = Open();
+    recordings::CheckRequest request;
+    request.full = true;
+    request.payloads = &m_check;
+    EXPECT_THROW(CheckHealth(disk, recordings::BlockList::Read(disk), request, [](const Finding&) {}),
+                 std::runtime_error);
+    EXPECT_EQ(m_check.Decoded(), 0u);
 }
 
 TEST_F(PictureCheck, VideoThatIsNotKnownIsLeftOut) {

@@ -57,6 +57,21 @@ TEST(SamplePartition, HoldsWhatTheScenarioSays) {
     EXPECT_LT(std::filesystem::file_size(kSample), 200u << 20);
 }
 
+/// The signal comes while a child decodes.
+TEST(SamplePartition, ACheckThatDecodesIsEndedByASignal) {
+    const ProgramResult result = RunProgram(
+        {"bash", "-c",
+         DISKACCESS_PROGRAM " check " + kSample +
+             " --utc --full --decode & check=$!\n"
+             "until grep -q . /proc/$check/task/$check/children; do sleep 0.01; done\n"
+             "kill -TERM $check; begin=$SECONDS; wait $check; code=$?\n"
+             "test $((SECONDS - begin)) -lt 15 || echo late >&2\n" // of some seconds on a busy machine
+             "exit $code"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, "diskaccess: interrupted; not everything was looked at\n");
+    EXPECT_NE(result.out.find("block 6: is marked bad"), std::string::npos) << result.out; // found before
+}
+
 // ---- the program
 
 class SampleProgram : public SearchFixture {

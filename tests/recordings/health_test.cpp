@@ -387,6 +387,26 @@ TEST_F(Health, EndsWhenItsWatchSaysSo) {
         recordings::Error);
 }
 
+TEST_F(Health, AsksItsWatchBetweenTheFramesOfABlock) {
+    RecordFour();
+    const recordings::Disk& disk = Open();
+    const recordings::BlockList blocks = recordings::BlockList::Read(disk);
+    const uint64_t size = disk.Facts().blockSize;
+    uint64_t before = 0;
+    uint64_t within = 0;
+    CheckHealth(
+        disk, blocks, {true}, [](const Finding&) {},
+        [&](const recordings::Progress& progress) {
+            EXPECT_GE(progress.done, before);
+            EXPECT_LT(progress.done, progress.total);
+            EXPECT_EQ(progress.total, blocks.All().size() * size);
+            before = progress.done;
+            within += progress.done % size != 0 ? 1 : 0;
+            return true;
+        });
+    EXPECT_GE(within, blocks.All().size());
+}
+
 TEST(HealthWords, EachKindHasAMeaningAndAdvice) {
     for (int kind = 0; kind <= static_cast<int>(ProblemKind::PicturesDamaged); ++kind) {
         EXPECT_STRNE(recordings::MeaningOf(static_cast<ProblemKind>(kind)), "") << kind;

@@ -7,6 +7,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "media/track.h"
@@ -24,6 +26,9 @@ namespace media {
 /// @throws Error from its functions when no child can be started
 class PictureCheck : public recordings::PayloadCheck {
 public:
+    /// @param meanwhile called several times a second while pictures are decoded; what it throws ends the check
+    explicit PictureCheck(std::function<void()> meanwhile = {}) : m_meanwhile(std::move(meanwhile)) {}
+
     void Take(const recordings::Frame& frame, bool afterLoss,
               const recordings::ProblemSink& problems) override;
     void Finish(const recordings::ProblemSink& problems) override;
@@ -49,6 +54,7 @@ private:
     void Begin(Group& group, const recordings::Frame& frame);
     void Decode(uint32_t channel, const recordings::ProblemSink& problems);
 
+    std::function<void()> m_meanwhile;
     std::array<Group, recordings::kChannels> m_groups;
     size_t m_bytes = 0; ///< of all groups
     uint64_t m_decoded = 0;

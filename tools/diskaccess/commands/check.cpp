@@ -2,6 +2,7 @@
 #include <string>
 
 #include "cli/failure.h"
+#include "cli/interruption.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
 #include "media/picture_check.h"
@@ -47,31 +48,58 @@ public:
     explicit Checker(Context& context) : m_context(context) {}
 
     ExitCode Run() {
-        media::PictureCheck pictures;
-        recordings::CheckRequest request;
-        request.full = m_context.Typed().full;
-        request.payloads = m_context.Typed().decode ? &pictures : nullptr;
-        const recordings::BlockList& blocks = m_context.Blocks();
-        Renderer& answer = m_context.Answer();
-        answer.BeginTable(FindingTable());
-        const recordings::Checked checked = CheckHealth(
-            m_context.Disk(), blocks, request, [this](const Finding& finding) { Show(finding); },
-            m_context.Watch("checking"));
-        answer.EndTable();
-        answer.ShowProse({Explanations()});
-        const bool decode = m_context.Typed().decode;
-        answer.ShowFacts({{"finding_count", "Findings", m_losses + m_notes},
-                          {"loss_count", "Of these, losses", m_losses},
-                          {"checked_block_count", "Blocks checked", uint64_t{checked.blocks}},
-                          {"full", "Every frame read", request.full},
-                          {"frame_count", "Frames read", checked.frames},
-                          {"payload_bytes", "Bytes of them", Bytes{checked.bytes}},
-                          {"decoded_picture_count", decode ? "Pictures decoded" : "", pictures.Decoded()},
-                          {"skipped_picture_count", decode ? "Pictures left out" : "", pictures.LeftOut()}});
+        m_context.Blocks(); // a signal may end that by itself
+        const Interruption interruption;
+        const recordings::Watch watch = InterruptibleWatch(m_context, "checking");
+        recordings::Progress last;
+        media::PictureCheck pictures([&] { Ask(watch, last); });
+        m_context.Answer().BeginTable(FindingTable());
+        const recordings::Checked checked = Check(pictures, [&](const recordings::Progress& progress) {
+            last = progress;
+            return watch(progress);
+        });
+        m_context.Answer().EndTable();
+        m_context.Answer().ShowProse({Explanations()});
+        ShowFacts(checked, pictures);
         return m_context.FinishWith(m_losses != 0 ? kDataLost : kDone);
     }
 
 private:
+    /// What was found before the user ended the check is shown too.
+    recordings::Checked Check(media::PictureCheck& pictures, const recordings::Watch& watch) {
+        recordings::CheckRequest request;
+        request.full = m_context.Typed().full;
+        request.payloads = m_context.Typed().decode ? &pictures : nullptr;
+        try {
+            return CheckHealth(
+                m_context.Disk(), m_context.Blocks(), request,
+                [this](const Finding& finding) { Show(finding); }, watch);
+        } catch (const recordings::Error&) {
+            m_context.Answer().EndTable();
+            throw;
+        }
+    }
+
+    void ShowFacts(const recordings::Checked& checked, const media::PictureCheck& pictures) {
+        const bool decode = m_context.Typed().decode;
+        m_context.Answer().ShowFacts(
+            {{"finding_count", "Findings", m_losses + m_notes},
+             {"loss_count", "Of these, losses", m_losses},
+             {"checked_block_count", "Blocks checked", uint64_t{checked.blocks}},
+             {"full", "Every frame read", m_context.Typed().full},
+             {"frame_count", "Frames read", checked.frames},
+             {"payload_bytes", "Bytes of them", Bytes{checked.bytes}},
+             {"decoded_picture_count", decode ? "Pictures decoded" : "", pictures.Decoded()},
+             {"skipped_picture_count", decode ? "Pictures left out" : "", pictures.LeftOut()}});
+    }
+
+    /// Keeps the progress shown while pictures are decoded, and ends that when the user wants it.
+    static void Ask(const recordings::Watch& watch, const recordings::Progress& last) {
+        if (!watch(last)) {
+            throw recordings::Error(recordings::ErrorKind::Cancelled, "interrupted");
+        }
+    }
+
     void Show(const Finding& finding) {
         const Problem& problem = finding.problem;
         const bool loss = problem.severity == Severity::Loss;
