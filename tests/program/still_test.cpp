@@ -141,6 +141,11 @@ TEST_F(StillCommand, PutsARangeOnOneSheet) {
         stills += std::to_string(still["channel"].get<int>()) + " " +
                   still["time"].get<std::string>().substr(17, 4) + "\n";
     }
+    EXPECT_EQ(document["file"], File("a.png")); // once, and not as the size of each picture
+    EXPECT_EQ(document["size_bytes"], fs::file_size(File("a.png")));
+    EXPECT_EQ(document["stills"][5]["file"], File("a.png"));
+    EXPECT_TRUE(document["stills"][5]["size_bytes"].is_null());
+    EXPECT_TRUE(document["stills"][5]["sha256"].is_null());
     EXPECT_EQ(stills, "0 00.0\n0 02.0\n0 03.6\n2 00.0\n2 02.0\n2 03.6\n"); // pictures 0.4 s apart, up to 3.6
     // Three columns of 320 pixels with 8 between and round them. A line of text is 14 and 4 high: the title; then, for
     // each of two channels, two lines and pictures of 48.
@@ -157,6 +162,17 @@ TEST_F(StillCommand, PutsARangeOnOneSheet) {
         states += still["picture"].get<std::string>() + "\n";
     }
     EXPECT_EQ(states, "not recorded\nnot recorded\nwhole\nwhole\n");
+}
+
+TEST_F(StillCommand, SaysOnceWhereASheetIs) {
+    const ProgramResult result = RunProgram({DISKACCESS_PROGRAM, "still", File("disk"), "--utc", "--sheet",
+                                             "--from", "2026-11-20 14:00:00", "--to", "2026-11-20 14:00:00",
+                                             "--channel", "2", "--columns", "1", "-o", File("a.png")});
+    const std::string start = "CHANNEL  TIME                     PICTURE  BLOCK  WIDTH  HEIGHT\n"
+                              "      2  2026-11-20 14:00:00.000  whole        0     64      48\n\n"
+                              "Sheet  " +
+                              File("a.png") + "\nSize   ";
+    EXPECT_EQ(result.out.substr(0, start.size()), start);
 }
 
 TEST_F(StillCommand, RefusesSheetsThatMakeNoSense) {

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-
 #include "cli/ending.h"
 #include "cli/failure.h"
 #include "cli/output.h"
@@ -15,6 +13,40 @@ namespace {
 
 using media::Still;
 using media::StillState;
+
+/// @param size, file headings of these columns; empty for those that text leaves out
+Table StillTable(const std::string& size, const std::string& file) {
+    return {"stills",
+            {{"channel", "CHANNEL"},
+             {"time", "TIME"},
+             {"picture", "PICTURE"},
+             {"block", "BLOCK"},
+             {"offset", ""},
+             {"width", "WIDTH"},
+             {"height", "HEIGHT"},
+             {"size_bytes", size},
+             {"sha256", ""},
+             {"file", file}},
+            {}};
+}
+
+/// @param saved where the picture is; without a digest it is not the only one there
+Row StillRow(const Context& context, const Still& still, const media::Exported& saved) {
+    const bool has = HasPicture(still);
+    const bool found = still.state != StillState::NotRecorded;
+    const bool alone = has && !saved.sha256.empty();
+    const auto known = [](bool is, const Value& value) { return is ? value : Value(Nothing{}); };
+    return {uint64_t{still.channel},
+            known(found, context.Clock().TrueInstant(still.time)),
+            std::string(NameOf(still.state)),
+            known(found, uint64_t{still.block}),
+            known(found, uint64_t{still.offset}),
+            known(has, uint64_t{still.picture.width}),
+            known(has, uint64_t{still.picture.height}),
+            known(alone, Bytes{saved.size}),
+            known(alone, saved.sha256),
+            known(has, Printable(saved.path))};
+}
 
 } // namespace
 
@@ -41,32 +73,30 @@ bool HasPicture(const Still& still) {
 void ShowStills(Context& context, const std::vector<Still>& stills,
                 const std::vector<media::Exported>& files) {
     Renderer& answer = context.Answer();
-    answer.BeginTable({"stills",
-                       {{"channel", "CHANNEL"},
-                        {"time", "TIME"},
-                        {"picture", "PICTURE"},
-                        {"block", "BLOCK"},
-                        {"offset", ""},
-                        {"width", "WIDTH"},
-                        {"height", "HEIGHT"},
-                        {"size_bytes", "SIZE"},
-                        {"sha256", ""},
-                        {"file", "FILE"}},
-                       {}});
+    answer.BeginTable(StillTable("SIZE", "FILE"));
     size_t file = 0;
     for (const Still& still : stills) {
-        const bool has = HasPicture(still);
-        const bool found = still.state != StillState::NotRecorded;
-        const auto known = [](bool is, const Value& value) { return is ? value : Value(Nothing{}); };
-        // Of a sheet there is one file with all pictures.
-        const media::Exported saved = has ? files.at(std::min(file++, files.size() - 1)) : media::Exported();
-        answer.ShowRow({uint64_t{still.channel}, known(found, context.Clock().TrueInstant(still.time)),
-                        std::string(NameOf(still.state)), known(found, uint64_t{still.block}),
-                        known(found, uint64_t{still.offset}), known(has, uint64_t{still.picture.width}),
-                        known(has, uint64_t{still.picture.height}), known(has, Bytes{saved.size}),
-                        known(has, saved.sha256), known(has, Printable(saved.path))});
+        const media::Exported saved = HasPicture(still) ? files.at(file++) : media::Exported();
+        answer.ShowRow(StillRow(context, still, saved));
     }
     answer.EndTable();
+}
+
+void ShowSheet(Context& context, const std::vector<Still>& stills,
+               const std::optional<media::Exported>& sheet) {
+    Renderer& answer = context.Answer();
+    answer.BeginTable(StillTable("", ""));
+    media::Exported place; // size and digest are the page's, not those of each picture on it
+    place.path = sheet ? sheet->path : "";
+    for (const Still& still : stills) {
+        answer.ShowRow(StillRow(context, still, place));
+    }
+    answer.EndTable();
+    if (sheet) {
+        answer.ShowFacts({{"file", "Sheet", Printable(sheet->path)},
+                          {"size_bytes", "Size", Bytes{sheet->size}},
+                          {"sha256", "", sheet->sha256}});
+    }
 }
 
 ExitCode FinishStills(Context& context, const std::vector<Still>& stills) {

@@ -1,6 +1,7 @@
 #ifndef DISKACCESS_PICTURES_H
 #define DISKACCESS_PICTURES_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,9 +25,14 @@ PictureOutput ReadPictureOutput(const std::string& output);
 bool HasPicture(const media::Still& still);
 
 /// Shows what was made.
-/// @param files of the stills that have a picture, in their order; or one, which has all of them
+/// @param files of the stills that have a picture, in their order
 void ShowStills(Context& context, const std::vector<media::Still>& stills,
                 const std::vector<media::Exported>& files);
+
+/// Shows what a page has on it, and the page.
+/// @param sheet nothing when it was not made, for want of a picture
+void ShowSheet(Context& context, const std::vector<media::Still>& stills,
+               const std::optional<media::Exported>& sheet);
 
 /// Ends the answer: with a loss when a picture could not be had, or not whole.
 ExitCode FinishStills(Context& context, const std::vector<media::Still>& stills);
