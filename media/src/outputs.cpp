@@ -13,6 +13,7 @@
 #include "file_writer.h"
 #include "media/error.h"
 #include "media/output_file.h"
+#include "output_place.h"
 #include "pipeline.h"
 
 namespace media {
@@ -119,6 +120,12 @@ void Outputs::Publish() {
     folder.Sync();
     for (const auto& file : m_files) {
         file->Keep();
+    }
+}
+
+void CheckPlaces(const std::vector<std::string>& paths, const OutputRules& rules) {
+    for (const std::string& path : paths) {
+        OutputPlace(path).Check(rules);
     }
 }
 

@@ -75,6 +75,33 @@ TEST_F(ReportCommand, HasEverySection) {
     }
 }
 
+/// Those who read the page do it on another machine.
+TEST_F(ReportCommand, NamesTheZoneOfItsTimes) {
+    ProgramSetting kathmandu;
+    kathmandu.environment = {"TZ=Asia/Kathmandu"}; // without summer time
+    const ProgramResult result =
+        RunProgram({DISKACCESS_PROGRAM, "report", File("disk"), "-o", File("report.html")}, kathmandu);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const std::string page = ReadFile(File("report.html"));
+    EXPECT_NE(page.find("<td>that of the machine it was made on: +0545 (UTC+05:45)</td>"), std::string::npos);
+    EXPECT_NE(page.find("<td class=\"time\">2026-11-20 19:45:00</td>"), std::string::npos);
+    EXPECT_EQ(Report({"--force"}).exitCode, 0);
+    EXPECT_NE(ReadFile(File("report.html")).find("<td>UTC</td>"), std::string::npos);
+}
+
+TEST_F(ReportCommand, SaysWhatItsColoursMean) {
+    EXPECT_EQ(Report().exitCode, 0);
+    EXPECT_NE(ReadFile(File("report.html")).find("Green: recorded."), std::string::npos);
+}
+
+/// The place of a digest is exact: others are to read the same bytes.
+TEST_F(ReportCommand, HasPlacesInBytes) {
+    EXPECT_EQ(Report().exitCode, 0);
+    EXPECT_NE(ReadFile(File("report.html"))
+                  .find("<td>partition head</td><td class=\"number\">0</td><td class=\"number\">200</td>"),
+              std::string::npos);
+}
+
 TEST_F(ReportCommand, TextOfTheDiskIsNoMarkup) {
     EXPECT_EQ(Report({"--case", kHostile}).exitCode, 0);
     const std::string page = ReadFile(File("report.html"));

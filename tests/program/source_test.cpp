@@ -220,6 +220,17 @@ TEST_F(Sources, FindOfNothingSaysSo) {
     EXPECT_TRUE(found["partitions"].empty());
 }
 
+TEST_F(Sources, FindSaysThatADiskDoesNotDeliver) {
+    ProgramSetting worn;
+    worn.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_BAD_FILE=" + File("disk"), "SHIM_BAD_FROM=0",
+                        "SHIM_BAD_TO=512"};
+    const ProgramResult result = RunProgram({DISKACCESS_PROGRAM, "find", File("disk")}, worn);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err,
+              "diskaccess: " + File("disk") + ": its first sector cannot be read; the disk may be failing\n");
+    EXPECT_NE(result.out.find("not readable\n"), std::string::npos) << result.out;
+}
+
 TEST_F(Sources, FindLooksAtThisMachinesDisks) {
     const ProgramResult result = Run({"find", "--json"});
     EXPECT_LE(result.exitCode, 1); // where disks may not be read
@@ -336,6 +347,9 @@ TEST_F(Sources, TheTimelineIsWrittenAsFiles) {
     EXPECT_EQ(Run({"timeline", File("disk"), "--html", File("a.html"), "--force"}).exitCode, 0);
     const ProgramResult onto = Run({"timeline", File("disk"), "--force", "--svg", File("disk")});
     EXPECT_EQ(onto.exitCode, 1);
+    EXPECT_EQ(onto.err, "diskaccess: " + File("disk") +
+                            ": is the source, or what the source is stored in, and is never written; give "
+                            "another name\n");
     EXPECT_TRUE(ReadFile(File("disk")) == m_bytes);
 }
 

@@ -113,6 +113,10 @@ private:
     std::vector<std::unique_ptr<OutputFile>> m_files;
 };
 
+/// Looks at the places of files, before the work for them begins.
+/// @throws Error when one of them cannot be made, or may not
+void CheckPlaces(const std::vector<std::string>& paths, const OutputRules& rules);
+
 /// A file as it is to be.
 struct FileContents {
     std::string path;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 
 #include "cli/disk_clock.h"
@@ -80,6 +81,7 @@ private:
         try {
             const auto disk = recordings::OpenWhole(each.path);
             size = disk->Size();
+            RequireReadable(*disk);
             for (const Partition& partition : RecordersOn(*disk)) {
                 Describe(each.path, *disk, partition);
             }
@@ -92,6 +94,17 @@ private:
             }
         }
         m_disks.push_back({Printable(each.path), size == 0 ? Value(Nothing{}) : Value(Bytes{size}), holds});
+    }
+
+    /// A disk that does not deliver its first sector may well be a recorder's.
+    static void RequireReadable(const recordings::Source& disk) {
+        uint8_t sector[512];
+        const auto size = static_cast<size_t>(std::min<uint64_t>(disk.Size(), sizeof sector));
+        if (!disk.ReadWhole(0, sector, size)) {
+            throw recordings::Error(recordings::ErrorKind::HeadUnreadable,
+                                    disk.Name() +
+                                        ": its first sector cannot be read; the disk may be failing");
+        }
     }
 
     /// The partitions of recorders; the disk itself as number 0, if it is one.

@@ -34,7 +34,7 @@ constexpr size_t kMostRows = 500; ///< of a table
 constexpr uint32_t kPictureWidth = 480; ///< pixels
 
 Row KeyRow(const std::string& what, const media::AreaDigest& digest) {
-    return {what, Bytes{digest.offset}, Bytes{digest.size}, Bytes{digest.unreadable}, digest.sha256};
+    return {what, digest.offset, digest.size, digest.unreadable, digest.sha256};
 }
 
 class Reporter {
@@ -42,6 +42,7 @@ public:
     explicit Reporter(Context& context) : m_context(context) {}
 
     ExitCode Run() {
+        media::CheckPlaces({m_context.Typed().output}, {m_context.Source(), m_context.Typed().force});
         m_context.ReportBlocks();
         m_coverage = CoverageOf(m_context);
         std::vector<ReportSection> sections;
@@ -114,7 +115,9 @@ private:
 
     std::string ZoneText() const {
         const std::string& zone = m_context.Typed().zone;
-        return zone.empty() ? std::string("that of the machine it was made on") : Printable(zone);
+        return zone.empty()
+                   ? "that of the machine it was made on: " + m_context.Zone().NameAt(std::time(nullptr))
+                   : Printable(zone);
     }
 
     ReportSection Disk() {
@@ -169,6 +172,9 @@ private:
         ReportSection section = {"Timeline", {}, {}, true};
         timeline::Labels labels = LabelsOf(m_context);
         labels.title.clear();
+        if (!m_coverage.journeys.empty()) {
+            section.parts.emplace_back(Prose{timeline::kLegend});
+        }
         for (const JourneyCoverage& journey : m_coverage.journeys) {
             if (section.pictures.size() < kMostDrawn) {
                 recordings::Coverage one;
@@ -310,7 +316,7 @@ private:
         const Interruption interruption;
         const recordings::Watch watch = InterruptibleWatch(m_context, "hashing");
         Table table = {
-            "digests", {{"", "What"}, {"", "From"}, {"", "Size"}, {"", "Unreadable"}, {"", "SHA-256"}}, {}};
+            "digests", {{"", "What"}, {"", "Byte"}, {"", "Bytes"}, {"", "Unreadable"}, {"", "SHA-256"}}, {}};
         table.rows.push_back(KeyRow(
             "partition head", media::HashArea(disk.Bytes(), 0, recordings::kPartitionHeadBytes, watch)));
         for (const uint32_t block : m_used) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "cli/duration.h"
@@ -75,21 +76,23 @@ public:
         : m_context(context), m_range(RangeOf(context)), m_times(TimesOf(context.Typed(), m_range)) {}
 
     ExitCode Run() {
+        media::CheckPlaces({m_context.Typed().output}, {m_context.Source(), m_context.Typed().force});
         const PictureOutput output = ReadPictureOutput(m_context.Typed().output);
         for (const int64_t time : m_times) {
             Take(time);
         }
         const std::vector<Still> stills = Sorted();
-        std::vector<media::Exported> files;
+        std::optional<media::Exported> file;
         if (std::any_of(stills.begin(), stills.end(), HasPicture)) {
             const std::vector<uint8_t> bytes = EncodePicture(DrawSheet(Drawn()), output.format);
-            files = media::WriteFiles({{m_context.Typed().output, std::string(bytes.begin(), bytes.end())}},
-                                      {m_context.Source(), m_context.Typed().force});
+            file = media::WriteFiles({{m_context.Typed().output, std::string(bytes.begin(), bytes.end())}},
+                                     {m_context.Source(), m_context.Typed().force})
+                       .front();
         } else {
             Complain(m_context.Typed().partition +
                      ": no picture of that range and these channels; nothing was written");
         }
-        ShowStills(m_context, stills, files);
+        ShowSheet(m_context, stills, file);
         return FinishStills(m_context, stills);
     }
 

@@ -54,14 +54,26 @@ timeline::TextStyle StyleOfTerminal() {
     return style;
 }
 
-void WriteFiles(const Context& context, const std::vector<media::FileContents>& files) {
+/// The files that are asked for.
+std::vector<std::string> PathsOf(const Options& options) {
+    std::vector<std::string> paths;
+    for (const std::string& path : {options.svg, options.html}) {
+        if (!path.empty()) {
+            paths.push_back(path);
+        }
+    }
+    return paths;
+}
+
+/// Does something with files, and says what to do where it cannot be done.
+template <typename Work>
+void WithFiles(const Context& context, const Work& work) {
     try {
-        const media::OutputRules rules = {context.Source(), context.Typed().force};
-        media::WriteFiles(files, rules);
+        work(media::OutputRules{context.Source(), context.Typed().force});
     } catch (const media::Error& error) {
         const bool exists = error.Kind() == media::ErrorKind::OutputExists;
-        throw Failure(error.what() +
-                      std::string(exists ? "; give another name, or --force to replace it" : ""));
+        throw Failure(error.what() + std::string(exists ? "; give another name, or --force to replace it"
+                                                        : "; give another name"));
     }
 }
 
@@ -121,6 +133,8 @@ void CheckTimeline(const Options& options) {
 }
 
 ExitCode Timeline(Context& context) {
+    WithFiles(context,
+              [&](const media::OutputRules& rules) { media::CheckPlaces(PathsOf(context.Typed()), rules); });
     const recordings::Coverage coverage = CoverageOf(context);
     const timeline::Labels labels = LabelsOf(context);
     std::vector<media::FileContents> files;
@@ -134,7 +148,7 @@ ExitCode Timeline(Context& context) {
         const std::string text = timeline::Text(coverage, labels, StyleOfTerminal());
         context.Answer().ShowProse({text.empty() ? "Nothing is recorded.\n" : text});
     } else {
-        WriteFiles(context, files);
+        WithFiles(context, [&](const media::OutputRules& rules) { media::WriteFiles(files, rules); });
     }
     return context.Finish();
 }

@@ -68,6 +68,12 @@ long TimeZone::OffsetAt(int64_t time) const {
     return Local(time).tm_gmtoff;
 }
 
+std::string TimeZone::NameAt(int64_t time) const {
+    const std::tm parts = Local(time);
+    const std::string name = parts.tm_zone == nullptr ? "" : parts.tm_zone;
+    return name == "UTC" ? name : fmt::format("{} (UTC{})", name, OffsetText(parts.tm_gmtoff));
+}
+
 CivilTime TimeZone::ToCivil(int64_t time) const {
     const std::tm parts = Local(time);
     return {parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec};

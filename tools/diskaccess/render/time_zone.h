@@ -36,6 +36,8 @@ public:
 
     /// Seconds east of UTC at an instant.
     long OffsetAt(int64_t time) const;
+    /// The zone as people name it at an instant: "CET (UTC+01:00)", "UTC".
+    std::string NameAt(int64_t time) const;
     CivilTime ToCivil(int64_t time) const;
     /// The date of an instant, as days since 1970-01-01.
     int64_t DayOf(int64_t time) const;

@@ -86,10 +86,12 @@ std::string Html(const recordings::Coverage& coverage, const Labels& labels) {
         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
         "<meta name=\"color-scheme\" content=\"light "
         "dark\">\n<title>{}</title>\n<style>{}</style>\n</head>\n<body>\n"
-        "<header><h1 id=\"title\"></h1><p id=\"help\"></p></header>\n<main id=\"main\"></main>\n"
+        "<header><h1 id=\"title\"></h1><p id=\"help\"></p><p class=\"legend\">{}</p></header>\n<main "
+        "id=\"main\"></main>\n"
         "<div id=\"tip\" role=\"status\" aria-live=\"polite\" hidden></div>\n"
         "<script type=\"application/json\" id=\"data\">{}</script>\n<script>{}</script>\n</body>\n</html>\n",
-        PolicyHash(script), PolicyHash(style), HtmlText(labels.title), style, Embedded(data), script);
+        PolicyHash(script), PolicyHash(style), HtmlText(labels.title), style, HtmlText(kLegend),
+        Embedded(data), script);
 }
 
 } // namespace diskaccess::timeline

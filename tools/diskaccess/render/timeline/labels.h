@@ -10,6 +10,11 @@
 
 namespace diskaccess::timeline {
 
+/// What the colours of pictures and pages mean.
+constexpr const char* kLegend = "Green: recorded. Yellow: the time around an event; the triangle is the "
+                                "event. In the row \"damage\" red: "
+                                "something is missing; grey: damaged, but nothing is missing.";
+
 /// How a timeline writes what it shows. All texts are printable; that they are no markup, each rendering sees to itself.
 struct Labels {
     std::string title;                            ///< of the whole: the disk; empty: none
