@@ -73,7 +73,7 @@ private:
     // ---- which blocks
 
     /// The blocks of the range's frames and events, those with the key frames that it begins with, and those in which
-    /// something of it may lie that cannot be read.
+    /// something of it may lie that cannot be read, or is locked.
     std::set<uint32_t> ChooseBlocks() {
         std::set<uint32_t> chosen;
         const auto note = [this, &chosen](const Problem& problem) {
@@ -97,6 +97,7 @@ private:
                  m_disk, m_blocks, m_request.range, recordings::kAllEvents, note, m_watcher.Silent())) {
             chosen.insert(event.block);
         }
+        ChooseLocked(chosen);
         // Neighbours of what is lost are named too, and those that the device does not reach any more.
         std::set<uint32_t> known;
         for (const recordings::Block& block : m_blocks.All()) {
@@ -106,6 +107,20 @@ private:
             block = known.count(*block) != 0 ? std::next(block) : chosen.erase(block);
         }
         return chosen;
+    }
+
+    /// The frames of locked channels tell nothing; those who know the password are to find them in the image.
+    void ChooseLocked(std::set<uint32_t>& chosen) const {
+        const recordings::ChannelSet locked = m_request.channels.And(m_disk.Hidden());
+        if (locked.Empty()) {
+            return;
+        }
+        for (const size_t entry : m_blocks.Candidates(m_request.range)) {
+            const recordings::Block& block = m_blocks.All()[entry];
+            if (!block.headSound || !block.channels.And(locked).Empty()) {
+                chosen.insert(block.number);
+            }
+        }
     }
 
     // ---- copying

@@ -139,6 +139,26 @@ TEST_F(Extracts, HoldTheBlocksOfTheRangeAndNothingElse) {
     EXPECT_LT(static_cast<uint64_t>(status.st_blocks) * 512, (blocks.size() + 24) * kBlock);
 }
 
+TEST_F(Extracts, HoldTheBlocksOfLockedChannels) {
+    const uint32_t lock[] = {1, 1}; // active, and channel 0 is hidden
+    static_assert(offsetof(PartHead_t, EncryptMap) == offsetof(PartHead_t, Encrypt) + sizeof lock[0]);
+    Image().Write(offsetof(PartHead_t, Encrypt), lock, sizeof lock);
+    const auto result = Run(RequestOf(20, 29));
+    ASSERT_TRUE(result);
+    const std::set<uint32_t> blocks(m_blockOf.begin() + 100, m_blockOf.begin() + 150);
+    std::set<uint32_t> copied;
+    for (const auto& block : result->blocks) {
+        copied.insert(block.number);
+    }
+    EXPECT_TRUE(std::includes(copied.begin(), copied.end(), blocks.begin(), blocks.end()));
+    EXPECT_LE(copied.size(), blocks.size() + 2); // its neighbours at most
+    EXPECT_TRUE(ReadFile(File("out")) == PartOfDisk(copied));
+    Request other = RequestOf(20, 29);
+    other.name = File("none");
+    other.channels = {2};
+    EXPECT_FALSE(Run(other));
+}
+
 TEST_F(Extracts, BeginWithTheKeyFrameThatTheRangeNeeds) {
     // The range begins a fifth of a second after a block does; its key frame lies in the block before.
     size_t fifth = 100;
