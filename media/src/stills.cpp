@@ -26,6 +26,7 @@ struct Pictures {
     std::vector<std::vector<uint8_t>> frames;
     size_t bytes = 0;
     bool any = false; ///< video of the channel was met, whether or not it is needed
+    int64_t keyTime = 0;
     int64_t time = 0;
     uint32_t block = 0;
     uint32_t offset = 0;
@@ -34,6 +35,7 @@ struct Pictures {
         if (frame.type == recordings::kKeyFrame) {
             frames.clear();
             bytes = 0;
+            keyTime = frame.time;
         }
         if ((frames.empty() && frame.type != recordings::kKeyFrame) || frames.size() == kMostFrames ||
             bytes + frame.size > kMostBytes) {
@@ -47,15 +49,34 @@ struct Pictures {
     }
 };
 
+using Channels = std::array<Pictures, recordings::kChannels>;
+
+/// Whether a problem ends before the key frames that the pictures begin with: it takes nothing from them.
+bool LiesBefore(const recordings::Problem& problem, const Channels& channels) {
+    if (!problem.after) {
+        return false;
+    }
+    for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
+        const Pictures& pictures = channels.at(channel);
+        const bool concerned = pictures.any && problem.channel.value_or(channel) == channel;
+        if (concerned && (pictures.frames.empty() || pictures.keyTime < *problem.after)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// Reads what it takes to show each channel at a time.
-std::array<Pictures, recordings::kChannels>
-ReadPictures(const recordings::Disk& disk, const recordings::BlockList& blocks, const StillQuery& query,
-             const recordings::ProblemSink& problems, const recordings::Watch& watch) {
+Channels ReadPictures(const recordings::Disk& disk, const recordings::BlockList& blocks,
+                      const StillQuery& query, const recordings::ProblemSink& problems,
+                      const recordings::Watch& watch) {
     recordings::FrameQuery wanted;
     wanted.range = {SecondOf(query.time - kLongestShown), SecondOf(query.time)};
     wanted.channels = query.channels;
-    std::array<Pictures, recordings::kChannels> channels;
-    recordings::RangeFrames frames(disk, blocks, wanted, problems, watch);
+    Channels channels;
+    std::vector<recordings::Problem> met; // which of them matter is known in the end
+    recordings::RangeFrames frames(
+        disk, blocks, wanted, [&met](const recordings::Problem& problem) { met.push_back(problem); }, watch);
     for (Frame frame; frames.Next(frame);) {
         if (frame.IsVideo()) {
             Pictures& pictures = channels.at(frame.channel);
@@ -63,6 +84,11 @@ ReadPictures(const recordings::Disk& disk, const recordings::BlockList& blocks, 
             if (frame.time <= query.time) {
                 pictures.Take(frame);
             }
+        }
+    }
+    for (const recordings::Problem& problem : met) {
+        if (problems && !LiesBefore(problem, channels)) {
+            problems(problem);
         }
     }
     return channels;

@@ -158,6 +158,19 @@ TEST_F(Stills, OfADamagedPictureAreNotTakenForWhole) {
         << static_cast<int>(still.state);
 }
 
+TEST_F(Stills, AreNotTouchedByWhatIsLostBeforeTheirKeyFrames) {
+    Record();
+    m_recorder->PowerOff();
+    const Still lost = Take(kStart + 2 * kStep, kFirst).at(0);
+    Image().Put(Image().FrameOffset(lost.block, lost.offset), FrameHead_t{});
+    const std::vector<Still> later = Take(kStart + 29 * kStep);
+    EXPECT_EQ(later.at(0).state, StillState::Whole);
+    EXPECT_EQ(later.at(1).state, StillState::Whole);
+    EXPECT_TRUE(m_problems.empty());
+    EXPECT_NE(Take(kStart + 2 * kStep, kFirst).at(0).time, kStart + 2 * kStep);
+    EXPECT_FALSE(m_problems.empty());
+}
+
 TEST_F(Stills, LeaveTheMessagesOfTheProcessAlone) {
     Record();
     m_recorder->PowerOff();
