@@ -31,14 +31,19 @@ AreaReader::Piece AreaReader::Next() {
 
 void AreaReader::Fill(size_t size) {
     const uint64_t sourceSize = m_source.Size();
+    // Some sources deliver nothing of a stretch in which there is anything bad: the rest of it is read by the sector.
+    bool bySector = false;
     for (size_t done = 0; done < size;) {
         const uint64_t at = m_at + done;
-        const size_t got = at < sourceSize ? m_source.Read(at, m_bytes.get() + done, size - done) : 0;
+        const uint64_t sectorEnd = std::min((at / kSector + 1) * kSector, m_at + size);
+        const size_t wanted = bySector ? static_cast<size_t>(sectorEnd - at) : size - done;
+        const size_t got = at < sourceSize ? m_source.Read(at, m_bytes.get() + done, wanted) : 0;
         done += got;
-        if (done < size) {
+        if (got < wanted && !bySector && at < sourceSize) {
+            bySector = true;
+        } else if (got < wanted) {
             const uint64_t from = m_at + done;
-            const uint64_t sectorEnd = (from / kSector + 1) * kSector;
-            const uint64_t to = from < sourceSize ? std::min(sectorEnd, m_at + size) : m_at + size;
+            const uint64_t to = from < sourceSize ? sectorEnd : m_at + size;
             std::memset(m_bytes.get() + done, 0, static_cast<size_t>(to - from));
             Miss(from, to);
             done += static_cast<size_t>(to - from);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "recordings/recordings_fixture.h"
@@ -45,6 +46,28 @@ TEST_F(BlockHashes, CountWhatIsUnreadable) {
     const auto digests = hasher.Finish();
     EXPECT_EQ(digests.at(0).unreadable, 0u);
     EXPECT_EQ(digests.at(1).unreadable, 512u);
+}
+
+/// Of a source that fails wholly wherever it is asked for a bad byte, no more is lost than the sectors that are bad.
+TEST(AreaDigest, TakesWhatLiesBesideBadBytes) {
+    class AllOrNothing : public recordings::Source {
+    public:
+        const std::string& Name() const override { return m_name; }
+        uint64_t Size() const override { return uint64_t{1} << 20; }
+        size_t Read(uint64_t offset, void* data, size_t size) const override {
+            if (offset < 401000 && offset + size > 400000) {
+                return 0;
+            }
+            std::fill_n(static_cast<uint8_t*>(data), size, uint8_t{7});
+            return size;
+        }
+
+    private:
+        std::string m_name = "all or nothing";
+    };
+    // Sectors 781 to 783, bytes 399872 to 401407, have bad bytes.
+    const AreaDigest digest = HashArea(AllOrNothing(), 0, uint64_t{1} << 20);
+    EXPECT_EQ(digest.unreadable, 3 * 512u);
 }
 
 TEST_F(BlockHashes, AreGivenUpWhenTheCallerEnds) {
