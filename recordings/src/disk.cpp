@@ -48,10 +48,15 @@ PartHead_t ReadHead(const Source& source) {
 
 void RequirePartition(const Source& source, const PartHead_t& head, int diskType) {
     if (head.FormatFlag != PART_MAGIC && head.FormatFlag != PART_MAGIC_ALT) {
+        const std::string what = "bears no partition head (it begins " + Hex(head.FormatFlag) + ")";
+        if (const std::optional<Partition> part = source.PartOfDisk()) {
+            throw Error(ErrorKind::NoSuchPartition,
+                        source.Name() + ": partition " + std::to_string(part->number) + " " + what);
+        }
         throw Error(
             ErrorKind::NotAPartition,
-            source.Name() + ": bears no partition head (it begins " + Hex(head.FormatFlag) +
-                "); give the recorder's partition, the disk that it lies on, or an image of one of them");
+            source.Name() + ": " + what +
+                "; give the recorder's partition, the disk that it lies on, or an image of one of them");
     }
     if (head.FormatFlag != disk_access::ExpectedMagic(diskType)) {
         throw Error(ErrorKind::WrongDiskType, source.Name() + ": its head, " + Hex(head.FormatFlag) +

@@ -149,7 +149,8 @@ private:
         EwfError error;
         if (libewf_handle_open(m_handle, names.data(), static_cast<int>(names.size()), LIBEWF_OPEN_READ,
                                error.Out()) != 1) {
-            throw Error(ErrorKind::CannotOpen, m_name + ": cannot be read as an E01 image: " + error.Text());
+            throw Error(ErrorKind::CannotOpen, m_name + ": cannot be read as an E01 image (" + error.Text() +
+                                                   "); give its first part, or copy it again");
         }
         size64_t size = 0;
         if (libewf_handle_get_media_size(m_handle, &size, nullptr) != 1 ||

@@ -162,6 +162,9 @@ TEST_F(SourceTest, OfSeveralRecordersOneIsChosen) {
                              std::string("holds no partition 4, but 1 (10 MiB), 2 (1 MiB), 3 (12 MiB)")));
     // One that bears no head can be named too: what is wrong with it is said by who opens the disk.
     EXPECT_EQ(OpenSource(path, 2)->Size(), kMiB);
+    EXPECT_EQ(RefusalOf("whole", [&] { recordings::Disk(OpenSource(path, 2)); }),
+              std::make_pair(ErrorKind::NoSuchPartition,
+                             std::string("partition 2 bears no partition head (it begins 0x00000000)")));
 }
 
 TEST_F(SourceTest, APartitionIsNotLookedForOnAPartition) {
@@ -350,6 +353,10 @@ TEST_F(ExpertImageTest, OfSeveralParts) {
     const auto source = OpenSource(File("disk.E01"));
     EXPECT_TRUE(Bytes(*source, 0, noise.size()) == noise);
     EXPECT_GE(source->Descriptors().size(), 3u);
+    const std::string later = Refusal("disk.E02").second;
+    const std::string advice = "); give its first part, or copy it again";
+    EXPECT_EQ(later.rfind("cannot be read as an E01 image (", 0), 0u) << later;
+    EXPECT_EQ(later.substr(later.size() - std::min(later.size(), advice.size())), advice) << later;
     fs::remove(File("disk.E03"));
     EXPECT_EQ(Refusal("disk.E01"),
               std::make_pair(ErrorKind::PartMissing, "the part of the E01 image after " + File("disk.E02") +

@@ -14,7 +14,7 @@ enum class ErrorKind {
     PartMissing,  ///< a part of a split image is not there
     NotSupported, ///< this library was built without what it takes to read it
     SeveralPartitions, ///< the disk holds several partitions of recorders
-    NoSuchPartition,   ///< the disk's partition table does not hold the partition that was asked for
+    NoSuchPartition,   ///< the disk does not hold the partition that was asked for, or it is no recorder's
     Empty,             ///< the source holds no byte
     CutOff,            ///< the source ends inside the partition head
     HeadUnreadable,    ///< the partition head cannot be read
