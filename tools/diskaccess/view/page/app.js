@@ -28,6 +28,13 @@ let damages = [];
 let exportNumber = null;
 let stepsToFirst = 0; // may be made until a picture is shown
 
+// Writes a text that most often stands there already: what does not change is not laid out anew.
+function put(element, text) {
+  if (element.textContent !== text) {
+    element.textContent = text;
+  }
+}
+
 function complain(error) {
   find("message").textContent = error.message || String(error);
   find("message").hidden = false;
@@ -137,9 +144,9 @@ function layOut() {
 }
 
 function showTime(time) {
-  find("time").textContent = clock.text(time);
-  find("zone").textContent = (info.zone || "local time") + " " + clock.offsetText(time) +
-    (info.skew_seconds ? `, recorder's clock ${info.skew_seconds} s ahead` : "");
+  put(find("time"), clock.text(time));
+  put(find("zone"), (info.zone || "local time") + " " + clock.offsetText(time) +
+    (info.skew_seconds ? `, recorder's clock ${info.skew_seconds} s ahead` : ""));
   document.body.dataset.time = time;
   timeline.follow(time);
   const { from, to } = whole();
@@ -167,16 +174,15 @@ function show(shown) {
     const figure = figureOf(channel);
     figure.dataset.state = camera.state;
     figure.dataset.time = camera.time ?? "";
-    figure.querySelector("figcaption").textContent =
-      nameOf(channel) + (camera.remote ? ", pictures from the server" : "");
-    figure.querySelector("p").textContent = camera.text || "";
+    put(figure.querySelector("figcaption"), nameOf(channel) + (camera.remote ? ", pictures from the server" : ""));
+    put(figure.querySelector("p"), camera.text || "");
   }
   document.body.dataset.playing = shown.playing;
   document.body.dataset.mode = shown.keysOnly ? "key" : "all";
   document.body.dataset.ready = "true";
-  find("play").textContent = shown.playing ? "❚❚" : "▶";
+  put(find("play"), shown.playing ? "❚❚" : "▶");
   find("play").setAttribute("aria-label", shown.playing ? "Pause" : "Play");
-  find("state").textContent = stateText(shown);
+  put(find("state"), stateText(shown));
   showTime(shown.time);
   address.keep(shown.time);
   sound.follow(shown.time, shown.playing, player.rate);

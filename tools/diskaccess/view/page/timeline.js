@@ -67,6 +67,7 @@ export class Timeline extends EventTarget {
   #canvas;
   #context;
   #colors = {};
+  #drawnAt = null; // pixel of the time that was drawn last
   channels = [];
   names = []; // as many
   eventText = () => ""; // of an event
@@ -129,7 +130,7 @@ export class Timeline extends EventTarget {
     const length = this.view.to - this.view.from;
     if (place < this.view.from || place > this.view.to) {
       this.#look(place - length * 0.1, length);
-    } else {
+    } else if (Math.round(this.#x(time) * devicePixelRatio) !== this.#drawnAt) {
       this.draw();
     }
   }
@@ -412,5 +413,6 @@ export class Timeline extends EventTarget {
     const x = this.#x(this.time);
     draw.fillStyle = this.#colors.front;
     draw.fillRect(x - 1, 12, 2, height - 12);
+    this.#drawnAt = Math.round(x * devicePixelRatio);
   }
 }

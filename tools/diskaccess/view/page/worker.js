@@ -12,6 +12,7 @@ const kMostDecoded = 256 << 20; // bytes of pictures that are kept
 const kFeedAhead = 0.5 * kSecond;
 const kHeight = 720; // pictures from the server are no higher
 const kKeyRate = 4; // from here on key frames alone
+const kTell = 100; // milliseconds: the page hears of the time as often while no picture changes
 
 // Frames of a stretch, fetched piece by piece.
 class Store {
@@ -452,10 +453,11 @@ class Camera {
     this.waiting.clear();
   }
 
+  // Whether a frame's picture is what stands there afterwards. What stands there already is not drawn again.
   draw(frame) {
     const picture = this.pictures.get(frame.id);
-    if (!picture) {
-      return false;
+    if (!picture || this.shown === frame) {
+      return picture !== undefined;
     }
     const width = picture.displayWidth ?? picture.width;
     const height = picture.displayHeight ?? picture.height;
@@ -556,6 +558,8 @@ async function decodeAll(views, mine) {
   }
 }
 
+let told = { what: "", at: -Infinity }; // what the page heard last, but for the time
+
 function show(views, at) {
   time = at;
   const shown = {};
@@ -568,6 +572,12 @@ function show(views, at) {
     const { remote } = view.camera;
     shown[view.channel] = { state, text, remote, time: state === "picture" ? view.frame.time : null };
   }
+  const what = JSON.stringify([shown, playing, work]);
+  const now = performance.now();
+  if (playing && what === told.what && now - told.at < kTell) {
+    return;
+  }
+  told = { what, at: now };
   postMessage({
     type: "shown", time: at, cameras: shown, playing: playing !== null, keysOnly: playing?.keysOnly === true,
     slow: playing?.slow === true, work,
