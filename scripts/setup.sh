@@ -20,6 +20,8 @@ PYTHON_TEST_PACKAGES=(python3-pytest python3-numpy python3-av python3-pil python
   python3-distributed mypy)
 # What the tests of the viewer take: a browser, and what drives it.
 VIEW_TEST_PACKAGES=(chromium chromium-driver python3-selenium)
+# What the viewer is timed beside.
+VIEW_BENCH_PACKAGES=(mpv xvfb)
 # What fuzzing takes.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 LINT_PACKAGES=(clang-format clang-tidy shellcheck)
