@@ -432,6 +432,7 @@ class ViewerTest(BrowserTest):
     def test_lists_its_keys(self):
         self.key("?")
         self.assertIn("one frame on", self.text("key-table"))
+        self.assertEqual(self.browser.execute_script("return document.getElementById('keys').scrollTop"), 0)
         self.key(Keys.ESCAPE)
 
     def test_comes_back_to_its_time(self):
@@ -481,6 +482,75 @@ class ViewerTest(BrowserTest):
             self.settle()
         finally:
             viewer.end()
+
+    def touch(self, kind, *points):
+        self.browser.execute_cdp_cmd("Input.dispatchTouchEvent", {
+            "type": kind, "touchPoints": [{"x": x, "y": y, "id": i} for i, (x, y) in enumerate(points)]})
+
+    def tap(self, element):
+        box = element.rect
+        self.touch("touchStart", (box["x"] + box["width"] / 2, box["y"] + box["height"] / 2))
+        self.touch("touchEnd")
+
+    def seconds_in_sight(self):
+        """The first and the last second that the timeline shows."""
+        line = self.browser.find_element(By.ID, "timeline")
+        texts = self.browser.execute_script(
+            "const line = arguments[0], box = line.getBoundingClientRect();"
+            "return [84, line.clientWidth - 1].map((x) => {"
+            "  line.dispatchEvent(new PointerEvent('pointermove', {clientX: x + box.left, clientY: box.top + 100}));"
+            "  return line.title.slice(0, 23); });", line)
+        return [datetime.datetime.fromisoformat(text + "+00:00").timestamp() - START.timestamp() for text in texts]
+
+    def move_fingers(self, begin, end):
+        """Moves two fingers on the timeline: each pair are places from its left edge to its right, 0 to 1."""
+        box = self.browser.find_element(By.ID, "timeline").rect
+        at = [[(box["x"] + 84 + place * (box["width"] - 84), box["y"] + 100) for place in pair] for pair in (begin, end)]
+        self.touch("touchStart", at[0][0])
+        self.touch("touchStart", *at[0])
+        for share in range(1, 11):
+            self.touch("touchMove", *[(a[0] + (b[0] - a[0]) * share / 10, a[1]) for a, b in zip(*at)])
+        self.touch("touchEnd", at[1][0])
+        self.touch("touchEnd")
+        self.settle()
+
+    def test_two_fingers_zoom_and_move_the_timeline(self):
+        self.seek(5)
+        self.key("a")
+        whole = self.seconds_in_sight()
+        self.move_fingers((0.45, 0.55), (0.3, 0.7))
+        near = self.seconds_in_sight()
+        self.assertGreater(near[0], whole[0])
+        self.assertLess(near[1], whole[1])
+        self.move_fingers((0.4, 0.6), (0.5, 0.7))
+        moved = self.seconds_in_sight()
+        self.assertLess(moved[0], near[0])
+        self.assertLess(moved[1], near[1])
+        self.assertEqual(self.data("time"), str(micros(5)), "and choose no time")
+        self.assert_shows(5)
+
+    def test_one_finger_shows_pictures_while_it_drags(self):
+        self.key("a")
+        box = self.browser.find_element(By.ID, "timeline").rect
+        y = box["y"] + 100
+        self.touch("touchStart", (box["x"] + 150, y))
+        self.wait(lambda: self.data("busy") == "false")
+        first = int(self.data("time"))
+        self.touch("touchMove", (box["x"] + 250, y))
+        self.wait(lambda: self.data("busy") == "false" and int(self.data("time")) > first)
+        self.assertEqual(self.states(), ["picture"] * len(RATES))
+        self.touch("touchEnd")
+        self.settle()
+        self.assert_shows((int(self.data("time")) - micros(0)) / 1000000)
+
+    def test_taps_play_and_choose_a_camera(self):
+        self.seek(3)
+        self.tap(self.browser.find_element(By.ID, "play"))
+        self.wait(lambda: self.data("playing") == "true" and int(self.data("time")) > micros(3.5))
+        self.tap(self.browser.find_element(By.ID, "play"))
+        self.wait(lambda: self.data("playing") == "false")
+        self.tap(self.browser.find_element(By.CSS_SELECTOR, "figure[data-channel='1']"))
+        self.wait(lambda: list(self.codes()) == ["1"])
 
     def test_shows_32_cameras(self):
         cameras = [{"channel": channel, "frame_rate": 5, "gop": 10, "bitrate": 100000} for channel in range(32)]

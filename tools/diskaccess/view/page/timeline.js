@@ -90,7 +90,7 @@ export class Timeline extends EventTarget {
     canvas.addEventListener("pointerdown", (event) => this.#down(event));
     canvas.addEventListener("pointermove", (event) => this.#move(event));
     canvas.addEventListener("pointerup", (event) => this.#up(event));
-    canvas.addEventListener("pointercancel", () => (this.#pointers = new Map()));
+    canvas.addEventListener("pointercancel", (event) => this.#lift(event));
   }
 
   setJourneys(journeys, folded) {
@@ -167,18 +167,30 @@ export class Timeline extends EventTarget {
     this.zoom(Math.exp(event.deltaY / 300), place);
   }
 
-  #pointers = new Map();
+  #pointers = new Map(); // that are down: where they are
+  #panning = false;
+  #pinching = false; // until no finger is down any more
+  #before = 0; // the time that was shown when the first finger came down
 
   #down(event) {
     this.#canvas.setPointerCapture(event.pointerId);
     this.#pointers.set(event.pointerId, event.offsetX);
     this.#panning = event.button === 1 || event.altKey;
-    if (!this.#panning && this.#pointers.size === 1) {
-      this.#tell("scrub", event);
+    if (this.#pointers.size > 1) {
+      this.#beginPinch();
+    } else if (!this.#panning) {
+      this.#before = this.time;
+      this.#tell("scrub", this.#timeOf(event));
     }
   }
 
-  #panning = false;
+  // A second finger: the first was not meant to choose a time.
+  #beginPinch() {
+    if (!this.#pinching) {
+      this.#pinching = true;
+      this.#tell("seek", this.#before);
+    }
+  }
 
   #move(event) {
     const before = this.#pointers.get(event.pointerId);
@@ -193,8 +205,8 @@ export class Timeline extends EventTarget {
       this.zoom(factor, this.fold.place(this.timeAt(still)));
     } else if (this.#panning) {
       this.pan((before - event.offsetX) / this.columns);
-    } else {
-      this.#tell("scrub", event);
+    } else if (!this.#pinching) {
+      this.#tell("scrub", this.#timeOf(event));
     }
     this.#pointers.set(event.pointerId, event.offsetX);
   }
@@ -211,15 +223,23 @@ export class Timeline extends EventTarget {
   }
 
   #up(event) {
-    const alone = this.#pointers.size === 1;
-    this.#pointers.delete(event.pointerId);
-    if (alone && !this.#panning) {
-      this.#tell("seek", event);
+    const chosen = this.#pointers.size === 1 && !this.#panning && !this.#pinching;
+    this.#lift(event);
+    if (chosen) {
+      this.#tell("seek", this.#timeOf(event));
     }
   }
 
-  #tell(type, event) {
-    const time = Math.max(0, Math.round(this.timeAt(Math.max(kLabel, event.offsetX))));
+  #lift(event) {
+    this.#pointers.delete(event.pointerId);
+    this.#pinching = this.#pinching && this.#pointers.size > 0;
+  }
+
+  #timeOf(event) {
+    return Math.max(0, Math.round(this.timeAt(Math.max(kLabel, event.offsetX))));
+  }
+
+  #tell(type, time) {
     this.dispatchEvent(new CustomEvent(type, { detail: { time } }));
   }
 
