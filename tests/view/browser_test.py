@@ -476,6 +476,12 @@ class ViewerTest(BrowserTest):
             texts = [text.text for text in self.browser.find_elements(By.CSS_SELECTOR, "figure p")]
             self.assertTrue(any("here video is missing" in text for text in texts), texts)
             self.assertNotEqual(self.browser.find_elements(By.CSS_SELECTOR, "#damages .loss"), [])
+            explained = set()
+            for seconds in (2.1, 2.7, 3.3, 3.9):
+                self.seek(15)  # what is asked for there begins behind the loss, which took the key frame
+                self.seek(seconds)
+                explained.update(text.text[:21] for text in self.browser.find_elements(By.CSS_SELECTOR, "figure p"))
+            self.assertEqual(explained - {""}, {"here video is missing"})
             self.seek(0.1)
             self.key("l")
             self.wait(lambda: int(self.data("time")) > micros(0.1))

@@ -239,6 +239,13 @@ protected:
         return RecordsOf(answer.body);
     }
 
+    void WaitForExport(int number) const {
+        const std::string path = "/api/exports/" + std::to_string(number);
+        for (int i = 0; i < 1000 && Get(path).Document().value("state", "") == "running"; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+
     /// A disk of one channel: ten key frames of a mebibyte a second, for ten seconds.
     void RecordLargeFrames() {
         Start(1, 0x1, 16 * kMebibyte);
@@ -524,11 +531,19 @@ TEST_F(ViewServer, HasFewConnectionsAtATime) {
 
 TEST_F(ViewServer, NamesTheFileOfAnExportItself) {
     WaitUntilAllIsRead();
-    const Answer answer =
-        Post("/api/exports", R"({"from":)" + std::to_string(kBase) + R"(,"to":)" + std::to_string(kBase + 1) +
-                                 R"(,"channels":"0","file":"/tmp/x.mkv","name":"../x"})");
-    ASSERT_EQ(answer.status, 202) << answer.body;
-    EXPECT_EQ(answer.Document()["file"], File("") + "/recording_2026-11-20_14-00-00_2s.mkv");
+    const auto nameOfExport = [this] {
+        const Answer answer = Post(
+            "/api/exports", R"({"from":)" + std::to_string(kBase) + R"(,"to":)" + std::to_string(kBase + 1) +
+                                R"(,"channels":"0","file":"/tmp/x.mkv","name":"../x"})");
+        EXPECT_EQ(answer.status, 202) << answer.body;
+        return answer.Document().value("file", "");
+    };
+    const std::string name = File("") + "/recording_2026-11-20_14-00-00_2s";
+    EXPECT_EQ(nameOfExport(), name + ".mkv");
+    WaitForExport(1);
+    std::ofstream(name + ".mkv")
+        << "of another camera"; // frames of this disk are no video: nothing was exported
+    EXPECT_EQ(nameOfExport(), name + "_2.mkv");
 }
 
 TEST_F(ViewServer, KeepsItsMemoryWhateverIsSent) {

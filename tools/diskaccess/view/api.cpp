@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
@@ -168,6 +169,17 @@ json ToJson(const ExportState& state) {
         std::count_if(state.result->problems.begin(), state.result->problems.end(),
                       [](const Problem& problem) { return problem.severity == recordings::Severity::Loss; });
     return document;
+}
+
+/// A name that no file has yet: other cameras of the same seconds may have been exported before.
+std::string FreeName(const std::string& path, const std::string& ending) {
+    constexpr int kMostTries = 1000;
+    std::string name = path + ending;
+    std::error_code ignored;
+    for (int number = 2; number < kMostTries && std::filesystem::exists(name, ignored); ++number) {
+        name = path + "_" + std::to_string(number) + ending;
+    }
+    return name;
 }
 
 } // namespace
@@ -351,8 +363,9 @@ std::string Api::FileNameOf(const TimeRange& range, const std::string& ending) c
     std::string name = "recording " + m_setting.wording.readableSecond(range.first * kSecond);
     std::replace(name.begin(), name.end(), ' ', '_');
     std::replace(name.begin(), name.end(), ':', '-');
-    return m_setting.exportFolder + "/" + name + "_" + std::to_string(range.last - range.first + 1) + "s" +
-           ending;
+    const std::string path =
+        m_setting.exportFolder + "/" + name + "_" + std::to_string(range.last - range.first + 1) + "s";
+    return FreeName(path, ending);
 }
 
 Response Api::BeginExport(const Request& request) {

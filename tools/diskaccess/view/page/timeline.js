@@ -6,7 +6,8 @@ const kFolded = 8 * kSecond; // what a folded gap takes of the line, at least
 const kHeader = 46; // pixels: days, hours and events
 const kNear = 5; // pixels from an event within which it is meant
 const kTickPixels = 90;
-const kTicks = [1, 2, 5, 10, 30, 60, 120, 300, 600, 1800, 3600, 7200, 14400, 43200, 86400, 604800]; // seconds
+const kTicks = [1, 2, 5, 10, 30, 60, 120, 300, 600, 1800, 3600, 7200, 14400, 43200, 86400, 604800,
+  1209600, 2419200, 4838400, 9676800, 31449600]; // seconds; above a day, weeks
 const kLabel = 84; // pixels: the cameras' names
 
 // Turns times into places on a line on which long gaps are short.

@@ -191,14 +191,14 @@ class Store {
     return (this.spans.get(channel) || []).some((span) => span[0] * kSecond <= time && time < (span[1] + 1) * kSecond);
   }
 
-  // The loss that has taken the picture of a camera at a time, when its last frame is that of @p frameTime.
+  // The loss that has taken the picture of a camera at a time, when its last frame is that of @p frameTime: -Infinity when
+  // there is none. A loss may begin before anything that was asked for, and end after it.
   lossAt(channel, time, frameTime) {
-    return this.losses.find(
-      (loss) =>
-        (loss.channel === null || loss.channel === channel) &&
-        loss.before !== null && loss.after !== null &&
-        frameTime <= loss.before && loss.before < time && time < loss.after,
-    );
+    return this.losses.find((loss) => {
+      const before = loss.before ?? -Infinity;
+      const ofCamera = loss.channel === null || loss.channel === channel;
+      return ofCamera && frameTime <= before && before < time && time < (loss.after ?? Infinity);
+    });
   }
 }
 
