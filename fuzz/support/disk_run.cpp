@@ -21,8 +21,12 @@ constexpr uint64_t kBytesOfABlock = 4 << 10;
 constexpr uint64_t kMemoryOfABlock = 500;
 /// Problems of a block as a whole.
 constexpr uint64_t kProblemsOfABlock = 8;
-/// What fails is asked for in sectors.
+/// What fails is asked for in sectors, and each may be a problem of its own.
 constexpr uint64_t kSector = 512;
+/// Of a block above this no more than a window is kept: a search after damage begins with reading that again. There are
+/// 256 such searches at most in a block, in each of its readings, and a window has 8 KiB where damage lies close.
+constexpr uint64_t kLargestKept = 64 << 20;
+constexpr uint64_t kBytesOfSearches = 4 * 256 * (8 << 10);
 /// Bytes of the input that a frame takes, of which something may be wrong.
 constexpr uint64_t kFrame = 24;
 
@@ -55,7 +59,9 @@ uint64_t DiskRun::RingBytes() const {
 void DiskRun::CheckCost() const {
     const uint64_t blocks = m_disk.BlockCount();
     const uint64_t bytes = m_cost.bytes - m_bytesBefore;
-    if (bytes > kAnyBytes + kBytesOfABlock * blocks + m_limits.bytes * RingBytes()) {
+    const bool isKept = m_disk.Facts().blockSize <= kLargestKept;
+    const uint64_t ofABlock = kBytesOfABlock + (isKept ? 0 : kBytesOfSearches);
+    if (bytes > kAnyBytes + ofABlock * blocks + m_limits.bytes * RingBytes()) {
         Report("an operation reads more bytes than the disk's size allows: %llu of a ring of %llu in %llu "
                "blocks",
                static_cast<unsigned long long>(bytes), static_cast<unsigned long long>(RingBytes()),
@@ -84,8 +90,9 @@ void DiskRun::Take(const recordings::Problem& problem) {
     Require(!recordings::Describe(problem, {}).empty(), "a problem has no words");
     Require(!problem.channel || *problem.channel < recordings::kChannels,
             "a problem has a channel that there is not");
+    const uint64_t sectors = m_input.ReadsFail() ? RingBytes() / kSector : 0;
     Require(++m_problems <=
-                kAnyProblems + kProblemsOfABlock * m_disk.BlockCount() + m_input.Weight() / kFrame,
+                kAnyProblems + kProblemsOfABlock * m_disk.BlockCount() + m_input.Weight() / kFrame + sectors,
             "there are more problems than bytes that could cause them");
     CheckCost();
 }

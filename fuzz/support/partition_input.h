@@ -51,6 +51,8 @@ struct PartitionInput {
     PartAccess_t Access(size_t device) const;
 
     FaultKind Fault() const { return static_cast<FaultKind>(head.fault % kFaultKinds); }
+    /// Whether reads fail or come short.
+    bool ReadsFail() const { return Fault() >= FaultKind::FailOnce && Fault() <= FaultKind::ShortForever; }
     /// The allocation that is refused, or AllocationWatch::kNone.
     size_t FirstRefused() const {
         const bool refused = Fault() == FaultKind::NoMemoryOnce || Fault() == FaultKind::NoMemoryForever;
