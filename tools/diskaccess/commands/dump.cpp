@@ -28,7 +28,6 @@ public:
     }
 
 private:
-    // NOLINTNEXTLINE(cert-dcl50-cpp): what the library calls
     __attribute__((format(printf, 2, 3))) static int Print(void* ctx, const char* format, ...) {
         va_list values;
         va_start(values, format);

@@ -84,7 +84,6 @@ int HostControl(int fd, unsigned long request, void* answer) {
     return t_calls->control(t_calls->context, fd, request, answer);
 }
 
-// NOLINTNEXTLINE(cert-dcl50-cpp): callers pass arguments as they would to printf, and the compiler checks them
 void Message(const char* format, ...) {
     va_list values;
     va_start(values, format);

@@ -111,7 +111,6 @@ int CReadPart::CheckEncrypt(unsigned char* password) {
     return right ? 0 : -1;
 }
 
-// NOLINTNEXTLINE(cert-dcl50-cpp): callers pass arguments as to printf
 int DebugLog(const char* /*format*/, ...) {
     return 0;
 }
