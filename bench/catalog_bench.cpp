@@ -91,7 +91,7 @@ void Run(const std::string& location, int64_t disks) {
         });
     }
     catalog::Question question;
-    question.from = kStart + 3 * 86400 + 5 * 3600 + 600;
+    question.from = kStart + int64_t{3} * 86400 + int64_t{5} * 3600 + 600;
     question.to = question.from + 600;
     Ask(catalogue, "every vehicle, ten minutes", question);
     question.vehicle = "bus " + std::to_string(disks / 2);

@@ -24,7 +24,7 @@ struct Wish {
 
 /// Here a decoder would get the frame.
 void Show(const Wish& wish, const FrameInfo_t& frame, const void* payload) {
-    const unsigned char* const bytes = static_cast<const unsigned char*>(payload);
+    const auto* const bytes = static_cast<const unsigned char*>(payload);
     const uint64_t pts = frame.pts; // records are packed: copy before you take a reference
     std::fprintf(wish.out, "%llu.%06llu  type %u  %u bytes  first %02x\n",
                  static_cast<unsigned long long>(pts / 1000000),

@@ -22,7 +22,7 @@ FILE* TakeStandardOutput() {
 }
 
 std::string TimeText(unsigned int seconds) {
-    const std::time_t time = static_cast<std::time_t>(seconds);
+    const auto time = static_cast<std::time_t>(seconds);
     std::tm parts = {};
     char text[32];
     gmtime_r(&time, &parts);

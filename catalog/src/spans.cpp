@@ -68,7 +68,7 @@ Span* Spans::Before(const Span& record) {
 void Spans::Add(const Span& record) {
     Span* const before = Before(record);
     if (before != nullptr) {
-        const size_t index = static_cast<size_t>(before - m_spans.data());
+        const auto index = static_cast<size_t>(before - m_spans.data());
         before->end = std::max(before->end, record.end);
         before->lastSequence = record.lastSequence;
         before->changed = true;

@@ -21,6 +21,7 @@ FrameReader::FrameReader(std::shared_ptr<SharedDisk> shared, const recordings::F
     });
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): taking a turn throws only in one's own turn, where Remove() takes none
 FrameReader::~FrameReader() {
     m_shared->Remove(*this);
 }

@@ -17,6 +17,7 @@ class FrameReader : public Reading {
 public:
     FrameReader(std::shared_ptr<SharedDisk> shared, const recordings::FrameQuery& query, int64_t skewMicros,
                 pybind11::object zone);
+    // NOLINTNEXTLINE(bugprone-exception-escape): as where it is defined
     ~FrameReader() override;
     FrameReader(const FrameReader&) = delete;
     FrameReader& operator=(const FrameReader&) = delete;

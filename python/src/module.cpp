@@ -72,7 +72,7 @@ py::object Export(SharedDisk& shared, const py::dict& asked, const py::object& w
 py::object AddException(const py::module_& module, const char* name, const char* doc,
                         const py::object& bases) {
     const std::string full = std::string("diskaccess.") + name;
-    const auto made =
+    auto made =
         py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(full.c_str(), doc, bases.ptr(), nullptr));
     if (!made) {
         throw py::error_already_set();
@@ -126,7 +126,7 @@ void Translate(std::exception_ptr thrown) {
 }
 
 void AddExceptions(const py::module_& module) {
-    const py::object exception = py::reinterpret_borrow<py::object>(PyExc_Exception);
+    const auto exception = py::reinterpret_borrow<py::object>(PyExc_Exception);
     const py::object base =
         AddException(module, "Error", "What this package raises. The text says what, and where.", exception);
     base.attr("errno") = py::none();

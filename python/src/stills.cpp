@@ -29,7 +29,7 @@ py::object ArrayOf(media::Picture picture) {
     uint8_t* const first = pixels->data();
     const py::capsule owner(pixels.get(),
                             [](void* memory) { delete static_cast<std::vector<uint8_t>*>(memory); });
-    pixels.release(); // the capsule's now
+    static_cast<void>(pixels.release()); // the capsule's now
     return py::array_t<uint8_t>({py::ssize_t{picture.height}, py::ssize_t{picture.width}, py::ssize_t{3}},
                                 first, owner);
 }

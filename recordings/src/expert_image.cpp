@@ -108,7 +108,7 @@ public:
         const std::lock_guard<std::mutex> lock(m_mutex);
         size_t done = 0;
         while (done < size && offset + done < m_size) {
-            const size_t most = static_cast<size_t>(std::min<uint64_t>(size - done, m_size - offset - done));
+            const auto most = static_cast<size_t>(std::min<uint64_t>(size - done, m_size - offset - done));
             const ssize_t got = libewf_handle_read_random(m_handle, static_cast<uint8_t*>(data) + done, most,
                                                           static_cast<off64_t>(offset + done), nullptr);
             if (got <= 0) {

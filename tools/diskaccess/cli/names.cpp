@@ -31,7 +31,7 @@ Json ReadDocument(const std::string& file) {
     if (error || !input) {
         throw Failure(file + ": cannot be read; give a file of names with --names, or leave it out");
     }
-    const Json document = Json::parse(input, nullptr, false);
+    Json document = Json::parse(input, nullptr, false);
     if (!document.is_object()) {
         throw Failure(file + ": is no JSON document of names; names.schema.json says what it looks like");
     }

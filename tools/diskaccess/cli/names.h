@@ -18,10 +18,10 @@ std::string UsualNamesFile();
 class Names {
 public:
     Names() = default;
-    /// @param file a JSON document as names.schema.json describes it; empty: names.json in the user's configuration folder,
+    /// @param given a JSON document as names.schema.json describes it; empty: names.json in the user's configuration folder,
     ///        if it is there
     /// @throws Failure when it cannot be read, or is no such document
-    explicit Names(const std::string& file);
+    explicit Names(const std::string& given);
 
     /// A channel, with its name in text.
     Value Channel(uint32_t channel) const;

@@ -128,11 +128,11 @@ void KeepFromAll(const Options& options, const std::string& location) {
 /// Reads several disks at once. Each thread has a connection of its own.
 class Adder {
 public:
-    Adder(Desk& desk, const std::optional<std::string>& password) : m_desk(desk), m_password(password) {}
+    Adder(Desk& desk, std::optional<std::string> password) : m_desk(desk), m_password(std::move(password)) {}
 
     ExitCode Run() {
         KeepFromAll(m_desk.options, m_desk.location);
-        catalog::Catalog(catalog::OpenDatabase(m_desk.location)); // makes the tables, before all come at once
+        MakeTables();
         const uint32_t processors = std::max(1u, std::thread::hardware_concurrency());
         const size_t jobs = std::min<size_t>(m_desk.options.jobs == 0 ? processors : m_desk.options.jobs,
                                              m_desk.options.subjects.size());
@@ -149,6 +149,9 @@ public:
     }
 
 private:
+    /// Before all threads come at once.
+    void MakeTables() const { const catalog::Catalog made(catalog::OpenDatabase(m_desk.location)); }
+
     void Work() {
         std::unique_ptr<catalog::Catalog> mine;
         for (size_t i = m_next++; i < m_rows.size() && !Interruption::Asked(); i = m_next++) {

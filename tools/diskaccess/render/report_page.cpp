@@ -87,7 +87,7 @@ private:
         if (picture.type.empty()) {
             m_text += "<div class=\"none\">" + HtmlText(picture.instead) + "</div>";
         } else {
-            m_text += fmt::format("<img alt=\"{}\" src=\"data:{};base64,{}\">", HtmlText(picture.caption),
+            m_text += fmt::format(R"(<img alt="{}" src="data:{};base64,{}">)", HtmlText(picture.caption),
                                   picture.type, Base64(picture.bytes));
         }
         if (!picture.caption.empty()) {

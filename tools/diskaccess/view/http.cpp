@@ -5,8 +5,6 @@
 #include <microhttpd.h>
 #include <netinet/in.h>
 
-#include <algorithm>
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -82,8 +80,7 @@ ssize_t ReadStream(void* context, uint64_t /*position*/, char* buffer, size_t si
     if (out.piece.empty()) {
         return MHD_CONTENT_READER_END_OF_STREAM;
     }
-    const size_t count = std::min(size, out.piece.size() - out.taken);
-    std::memcpy(buffer, out.piece.data() + out.taken, count);
+    const size_t count = out.piece.copy(buffer, size, out.taken);
     out.taken += count;
     return static_cast<ssize_t>(count);
 }

@@ -99,7 +99,7 @@ void Survey::Keep(const Problem& problem) {
 
 recordings::Watch Survey::WatchFrom(double begin, double share) {
     return [this, begin, share](const recordings::Progress& progress) {
-        const double total = static_cast<double>(std::max<uint64_t>(progress.total, 1));
+        const auto total = static_cast<double>(std::max<uint64_t>(progress.total, 1));
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_progress = begin + share * static_cast<double>(progress.done) / total;
         return !m_ended;

@@ -66,14 +66,13 @@ private:
     }
 
     void AddBox(const char* kind, double x, double width, double y, double height, const std::string& title) {
-        m_body +=
-            fmt::format("<rect class=\"{}\" x=\"{:.2f}\" y=\"{:.1f}\" width=\"{:.2f}\" height=\"{:.1f}\"",
-                        kind, x, y, std::max(width, kThinnest), height);
+        m_body += fmt::format(R"(<rect class="{}" x="{:.2f}" y="{:.1f}" width="{:.2f}" height="{:.1f}")",
+                              kind, x, y, std::max(width, kThinnest), height);
         m_body += title.empty() ? "/>\n" : "><title>" + HtmlText(title) + "</title></rect>\n";
     }
 
     double PlaceOf(const recordings::Journey& journey, int64_t second) const {
-        const double seconds = static_cast<double>(uint64_t{journey.end} - journey.start + 1);
+        const auto seconds = static_cast<double>(uint64_t{journey.end} - journey.start + 1);
         const double at = static_cast<double>(second - journey.start) / seconds;
         return kMargin + kLabels + std::clamp(at, 0.0, 1.0) * kStrip;
     }

@@ -1,6 +1,7 @@
 #include "render/timeline/text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include <fmt/format.h>
@@ -129,7 +130,7 @@ size_t EighthsOf(double covered) {
     if (covered >= 1 - kAlmost) {
         return kEighths;
     }
-    return std::clamp<size_t>(static_cast<size_t>(covered * kEighths + 0.5), 1, kEighths - 1);
+    return std::clamp<size_t>(static_cast<size_t>(std::lround(covered * kEighths)), 1, kEighths - 1);
 }
 
 Row ChannelRow(const ChannelCoverage& channel, const Scale& scale) {
