@@ -80,8 +80,8 @@ public:
         LaySecondDisk();
         const AllocationWatch watch(m_input.FirstRefused(), m_input.Fault() == FaultKind::NoMemoryForever);
         Search();
-        m_disks[0].Init(&m_access[0]);
-        m_part.Init(&m_access[0]);
+        m_disks[0].Init(m_access.data());
+        m_part.Init(m_access.data());
         for (int i = 0; i < kMostOperations && !m_script.Done(); ++i) {
             if (Machine::The().Calls() > kEnoughCalls) {
                 break;
@@ -123,7 +123,7 @@ private:
         }
         CCommList<RecordItem_t> records;
         CSearchDisk search;
-        search.Init(&m_access[0]);
+        search.Init(m_access.data());
         SearchParam_t request = {0, 0, 0x7FFFFFFF, 0xFFFFFFFF};
         search.SearchMedia(&request, &records);
         for (const auto* node = records.m_pHead; node != nullptr && m_found < m_records.size();
@@ -325,7 +325,7 @@ private:
         const uint32_t version = m_script.Byte() < 0xE0 ? m_input.head.fmtVersion : m_script.Number(3);
         const uint32_t block = Block();
         m_largestBlock = std::max(m_largestBlock, size);
-        m_block.OpenBlock(block, size, &m_access[0], version, static_cast<int>(m_script.Below(3)));
+        m_block.OpenBlock(block, size, m_access.data(), version, static_cast<int>(m_script.Below(3)));
     }
     void BlockReopen() {
         m_block.CloseBlock();

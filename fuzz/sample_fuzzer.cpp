@@ -88,7 +88,7 @@ struct Input {
     }
 
 private:
-    void Add(std::string argument) {
+    void Add(const std::string& argument) {
         // Files elsewhere, which may be devices or addresses in a network, stay out of it.
         if (argument.compare(0, 3, "--m") != 0) {
             arguments.push_back(argument == "SCENARIO" ? kScenarioPath
@@ -277,6 +277,6 @@ size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t maxSize, unsig
     std::string text(reinterpret_cast<const char*>(data), size);
     fuzzing::TextMutation(text, seed).Apply();
     const size_t length = std::min(text.size(), maxSize);
-    std::memcpy(data, text.data(), length);
+    std::copy_n(text.begin(), length, data);
     return length;
 }

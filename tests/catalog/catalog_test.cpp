@@ -294,7 +294,7 @@ TEST_P(Catalogs, HoldAFailingDiskWithItsProblems) {
     ASSERT_FALSE(problems.empty());
     EXPECT_EQ(problems[0].kind, "block_unreadable");
     EXPECT_TRUE(problems[0].isLoss);
-    EXPECT_NE(problems[0].text.find("1"), std::string::npos);
+    EXPECT_NE(problems[0].text.find('1'), std::string::npos);
     EXPECT_EQ(Catalog().List()[0].losses, added.losses);
 
     Forgive(); // a better copy of the same disk

@@ -49,7 +49,7 @@ void CallClosedSearch() {
     EventList events;
     UnitList units;
     DayList days;
-    DiskSpaceInfo_t space = Blank<DiskSpaceInfo_t>();
+    auto space = Blank<DiskSpaceInfo_t>();
     unsigned int number = 7;
     unsigned char password[] = "x";
     CSearchDisk disk;
@@ -74,8 +74,8 @@ void CallClosedSearch() {
 }
 
 void CallClosedPart() {
-    OutputTime_t region = Blank<OutputTime_t>();
-    BlockHead_t head = Blank<BlockHead_t>();
+    auto region = Blank<OutputTime_t>();
+    auto head = Blank<BlockHead_t>();
     SearchParam_t param = {0, 0, 100, 0};
     unsigned int number = 7;
     unsigned int other = 8;
@@ -83,7 +83,7 @@ void CallClosedPart() {
     EventList events;
     UnitList units;
     DayList days;
-    DiskSpaceInfo_t space = Blank<DiskSpaceInfo_t>();
+    auto space = Blank<DiskSpaceInfo_t>();
     CSearchPart part;
     Result(part.Init(nullptr), "Init");
     Result(part.GetBadBlockTab(), "GetBadBlockTab");
@@ -118,8 +118,8 @@ void CallClosedPart() {
 void CallClosedPlayback() {
     CReadDisk disk;
     RecordItem_t record = {};
-    EncodeParam_t parameters = Blank<EncodeParam_t>();
-    FrameInfo_t frame = Blank<FrameInfo_t>();
+    auto parameters = Blank<EncodeParam_t>();
+    auto frame = Blank<FrameInfo_t>();
     unsigned char password[] = "x";
     Payload payload;
     long time = 5;
@@ -141,8 +141,8 @@ void CallClosedPlayback() {
     Result(disk.Quit(), "Quit");
 
     CReadBlock block;
-    FrameHead_t head = Blank<FrameHead_t>();
-    RecSegItem_t segment = Blank<RecSegItem_t>();
+    auto head = Blank<FrameHead_t>();
+    auto segment = Blank<RecSegItem_t>();
     Result(block.CloseBlock(), "CloseBlock");
     Result(block.GetBlockInfo(nullptr, nullptr), "GetBlockInfo");
     Result(block.GetRecSegInfo(&record, &segment), "GetRecSegInfo");
@@ -172,7 +172,7 @@ void CallArithmetic(const std::string& seed) {
         unsigned int o1 = 0xA5A5A5A5;
         const int found = IntervalIntersection(a0, a1, b0, b1, &o0, &o1);
         Result(found, "IntervalIntersection(%u, %u, %u, %u, %u, %u)", a0, a1, b0, b1, o0, o1);
-        OutputTime_t region = Blank<OutputTime_t>();
+        auto region = Blank<OutputTime_t>();
         Result(part.GetSearchRegion({a0, a1, b0, b1}, &region), "GetSearchRegion(%u, %u, %u, %u)", a0, a1, b0,
                b1);
         Show(region);
@@ -182,7 +182,7 @@ void CallArithmetic(const std::string& seed) {
         Result(part.AddDate2List(&days, time), "AddDate2List(%u)", time);
     }
     Show(days);
-    Result(DebugLog("%s %lld", "text", 5ll), "DebugLog");
+    Result(DebugLog("%s %lld", "text", 5LL), "DebugLog");
 }
 
 } // namespace

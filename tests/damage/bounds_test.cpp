@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <functional>
 #include <new>
 #include <random>
@@ -183,11 +184,10 @@ TEST_F(HungryDisk, ReaderHoldsOneIndexAndOnePayload) {
 
 /// Bytes of address space that this process has taken.
 rlim_t AddressSpace() {
-    unsigned long pages = 0;
-    std::FILE* const account = std::fopen("/proc/self/statm", "r");
-    EXPECT_EQ(std::fscanf(account, "%lu", &pages), 1);
-    std::fclose(account);
-    return static_cast<rlim_t>(pages) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    EXPECT_GT(pages, 0u);
+    return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
 /// Runs a check in a child that may take @p bytes of address space more than it has.

@@ -894,7 +894,7 @@ TEST_F(Exports, AreForeseenByIndexesAndHeads) {
             bytes += m_bytes[key];
         }
         const auto found = static_cast<double>(survey.BytesOf(tracks));
-        const double count = static_cast<double>(frames);
+        const auto count = static_cast<double>(frames);
         EXPECT_GE(found, static_cast<double>(bytes) + leastHead * count);
         EXPECT_LE(found, static_cast<double>(bytes) + mostHead * count);
     };
@@ -962,13 +962,13 @@ TEST_F(Exports, GoOnInAnotherFileAfterPausesThatMp4CannotShow) {
     const std::vector<std::pair<std::string, std::vector<size_t>>> files = {
         {"out", {0, 1, 2, 3, 4}}, {"out-2", {5}}, {"out-3", {6}}};
     ASSERT_EQ(result->outputs.size(), files.size());
-    for (size_t i = 0; i < files.size(); ++i) {
-        const ContainerFile file = ContainerFile::Read(File(files[i].first));
+    for (const auto& [name, journeys] : files) {
+        const ContainerFile file = ContainerFile::Read(File(name));
         ASSERT_EQ(file.streams.size(), 4u); // two cameras, their texts, and the chapters
-        const int64_t zero = starts[files[i].second.front()];
+        const int64_t zero = starts[journeys.front()];
         std::vector<int64_t> expected[2];
         std::vector<int64_t> events;
-        for (const size_t journey : files[i].second) {
+        for (const size_t journey : journeys) {
             const int64_t place = starts[journey] - zero;
             expected[0].insert(expected[0].end(), {place, place + kSecond});
             expected[1].insert(expected[1].end(), {place + 1000, place + kSecond + 1000});
@@ -980,15 +980,15 @@ TEST_F(Exports, GoOnInAnotherFileAfterPausesThatMp4CannotShow) {
                 places[packet.stream].push_back(packet.micros);
             }
         }
-        EXPECT_EQ(places[0], expected[0]) << files[i].first;
-        EXPECT_EQ(places[1], expected[1]) << files[i].first;
+        EXPECT_EQ(places[0], expected[0]) << name;
+        EXPECT_EQ(places[1], expected[1]) << name;
         std::vector<int64_t> chapters;
         for (const ContainerFile::Chapter& chapter : file.chapters) {
             if (chapter.title.rfind("event", 0) == 0) {
                 chapters.push_back(chapter.start);
             }
         }
-        EXPECT_EQ(chapters, events) << files[i].first;
+        EXPECT_EQ(chapters, events) << name;
     }
     // Each file follows the clock from its first frame on.
     const Json segments = Manifest()["segments"];

@@ -62,10 +62,10 @@ TEST(Timelines, GoOnWhenTheClockIsSetBack) {
     timeline.PlaceOf(video, kStart + 100 * kSecond + 50000);
     timeline.PlaceOf(audio, kStart + 100 * kSecond + 60000);
     // An hour back: the video goes on at its own pace after the latest frame of all, the audio in step with it.
-    const int64_t back = kStart + 100 * kSecond - 3600 * kSecond;
-    EXPECT_EQ(timeline.PlaceOf(video, back), 100 * kSecond + 60000 + 50000);
-    EXPECT_EQ(timeline.PlaceOf(video, back + 50000), 100 * kSecond + 60000 + 100000);
-    EXPECT_EQ(timeline.PlaceOf(audio, back + 10000), 100 * kSecond + 60000 + 60000);
+    const int64_t earlier = kStart + 100 * kSecond - 3600 * kSecond;
+    EXPECT_EQ(timeline.PlaceOf(video, earlier), 100 * kSecond + 60000 + 50000);
+    EXPECT_EQ(timeline.PlaceOf(video, earlier + 50000), 100 * kSecond + 60000 + 100000);
+    EXPECT_EQ(timeline.PlaceOf(audio, earlier + 10000), 100 * kSecond + 60000 + 60000);
 }
 
 /// The places and times of segments, in seconds after the start.

@@ -175,7 +175,7 @@ protected:
     bool m_pathGoes = false;
 
 private:
-    void Prepare(OpenReadPart& part) {
+    void Prepare(OpenReadPart& part) const {
         if (m_loadTable) {
             EXPECT_EQ(part->GetBadBlockTab(), 0);
         }

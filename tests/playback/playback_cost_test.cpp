@@ -107,7 +107,7 @@ protected:
     int NextFrame() { return Next(&CReadDisk::ReadFrame); }
 
     int SeekTime(uint32_t second) {
-        long time = static_cast<long>(kStart + second);
+        long time = static_cast<long>(kStart) + static_cast<long>(second);
         int result = -1;
         Quietly([&] { result = m_disk.SeekTime(m_reader, &time); });
         return result;

@@ -658,7 +658,7 @@ TEST_F(Program, NamesOnTheDiskAreShownEscaped) {
 
 TEST_F(Program, NamesInMessagesAreShownEscaped) {
     const std::string name = File("a\n\x1b[2J\\\xe2\x80\xae\xff");
-    const std::string escaped = File("a") + "\\x0a\\x1b[2J\\\\\\xe2\\x80\\xae\\xff";
+    const std::string escaped = File("a") + R"(\x0a\x1b[2J\\\xe2\x80\xae\xff)";
     EXPECT_EQ(Refused({"list", name}),
               "diskaccess: " + escaped + ": cannot be opened: No such file or directory; check the name\n");
     std::ofstream(name) << "no partition";
@@ -779,7 +779,7 @@ TEST_F(Program, NeitherFileNorDevice) {
 }
 
 TEST_F(Program, EmptyFile) {
-    std::ofstream(File("empty"));
+    std::ofstream(File("empty")).close();
     EXPECT_EQ(Refused({"info", File("empty")}),
               "diskaccess: " + File("empty") + ": is empty; copy the partition again\n");
 }
@@ -1001,7 +1001,7 @@ TEST_F(Program, PasswordFilesAreReadNoFurtherThanAPasswordGoes) {
         Contains(Refused({"list", File("disk"), "--password-file", File("")}), "no password can be read"));
     std::ofstream(File("without-newline")) << "right";
     EXPECT_EQ(Run({"list", File("disk"), "--password-file", File("without-newline")}).exitCode, 0);
-    std::ofstream(File("nothing"));
+    std::ofstream(File("nothing")).close();
     EXPECT_TRUE(Contains(Refused({"list", File("disk"), "--password-file", File("nothing")}),
                          "no password can be read"));
 }

@@ -133,8 +133,8 @@ TEST_F(SampleProgram, MakesALargeRingInLittleSpace) {
     EXPECT_EQ(made.exitCode, 0) << made.err;
     struct stat status = {};
     ASSERT_EQ(stat(File("made").c_str(), &status), 0);
-    EXPECT_EQ(status.st_size, (2000ll + 1) * 0x800000);
-    EXPECT_LT(status.st_blocks * 512ll, 64ll << 20);
+    EXPECT_EQ(status.st_size, (2000LL + 1) * 0x800000);
+    EXPECT_LT(status.st_blocks * 512LL, 64LL << 20);
     EXPECT_EQ(Show("list", File("made"))["record_count"], 4000);
     EXPECT_EQ(Show("space", File("made"))["wrapped"], true);
 }

@@ -39,7 +39,7 @@ protected:
     /// file and @p others.
     /// @param before what it says until then
     void ExpectRefused(const std::string& taken, const std::vector<std::string>& options,
-                       const std::string& before, Names others = {}) {
+                       const std::string& before, const Names& others = {}) {
         std::ofstream(File(taken)) << "mine";
         const ProgramResult result = Export(options);
         EXPECT_EQ(result.exitCode, 1) << taken;

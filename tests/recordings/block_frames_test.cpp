@@ -840,10 +840,11 @@ TEST_P(BlockFrames, EndWhenTheWatchSaysSo) {
     const recordings::BlockList blocks = recordings::BlockList::Read(disk);
     int calls = 0;
     try {
-        recordings::BlockFrames(disk, blocks.All().at(0), Want::Heads, {}, [&](const recordings::Progress&) {
-            ++calls;
-            return false;
-        });
+        const recordings::BlockFrames stopped(disk, blocks.All().at(0), Want::Heads, {},
+                                              [&](const recordings::Progress&) {
+                                                  ++calls;
+                                                  return false;
+                                              });
         ADD_FAILURE();
     } catch (const recordings::Error& error) {
         EXPECT_EQ(error.Kind(), recordings::ErrorKind::Cancelled);

@@ -73,7 +73,7 @@ TEST_F(OpenedDisk, SaysWhatItsHeadSays) {
 }
 
 TEST_F(OpenedDisk, RefusesWhatIsNoPartition) {
-    std::ofstream(File("empty"));
+    std::ofstream(File("empty")).close();
     EXPECT_EQ(Refusal(File("empty")),
               std::make_pair(ErrorKind::Empty, std::string("is empty; copy the partition again")));
     std::ofstream(File("short")) << std::string(199, 'x');

@@ -28,7 +28,7 @@ using Clock = std::chrono::steady_clock;
 /// What a test may take. On a busy machine, under an emulator, the longest takes a tenth of it.
 std::chrono::seconds TimeLimit() {
     const char* const setting = std::getenv("TEST_TIME_LIMIT");
-    return std::chrono::seconds(setting == nullptr ? 300 : std::atoi(setting));
+    return std::chrono::seconds(setting == nullptr ? 300 : std::strtol(setting, nullptr, 10));
 }
 
 /// How often the watcher looks whether the tests' process is still there.

@@ -362,7 +362,7 @@ TEST_F(BlockIndex, CountsOfAFailedLoadBelongToTheTablesLoadedBefore) {
 TEST_F(BlockIndex, TableThatWouldNotEndWithinTheBlockIsNotLoaded) {
     MakeDisk();
     WriteFullBlock();
-    const BlkIndexHead_t good = Disk().Get<BlkIndexHead_t>(Disk().IndexOffset(1));
+    const auto good = Disk().Get<BlkIndexHead_t>(Disk().IndexOffset(1));
     // Counts that are just too many, that wrap in 32 bits to a few bytes, and that ask for gigabytes. The
     // index area takes 4096 bytes, 260 of them its head.
     const uint32_t hostile[] = {300, 0x10000001, 0x0CCCCCCD, 0x0AAAAAAB, 0x20000000, 0xFFFFFFFF};
@@ -407,7 +407,7 @@ TEST_F(BlockIndex, HostileCountsOfTablesNotAskedForDoNoHarm) {
 TEST_F(BlockIndex, TablesAreJudgedOneByOneAsTheyAreAskedFor) {
     MakeDisk();
     WriteFullBlock();
-    const BlkIndexHead_t good = Disk().Get<BlkIndexHead_t>(Disk().IndexOffset(1));
+    const auto good = Disk().Get<BlkIndexHead_t>(Disk().IndexOffset(1));
     struct Case {
         BlkIndexHead_t index;
         const char* results; ///< of flags 0 to 7: 1, or - for -1

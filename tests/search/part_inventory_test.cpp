@@ -345,7 +345,7 @@ TEST_F(PartInventory, EveryDayOfARisingRingIsFound) {
     MakeDisk(64);
     std::mt19937 random(11);
     for (int round = 0; round < 40; ++round) {
-        const uint32_t oldest = static_cast<uint32_t>(random() % 64);
+        const auto oldest = static_cast<uint32_t>(random() % 64);
         uint32_t time = 1000 * kDay;
         std::vector<unsigned int> expected;
         std::set<unsigned int> seen;

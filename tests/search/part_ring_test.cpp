@@ -113,7 +113,7 @@ TEST_F(PartRing, NewestIsFoundAmongBadAndInvalidBlocks) {
     MakeDisk(61);
     std::mt19937 random(4);
     for (int round = 0; round < 60; ++round) {
-        const uint32_t newest = static_cast<uint32_t>(random() % 61);
+        const auto newest = static_cast<uint32_t>(random() % 61);
         std::vector<uint32_t> sequence(61);
         uint32_t highest = 0;
         uint32_t expected = 0;

@@ -88,9 +88,10 @@ void PlayRecord(std::ostringstream& out, CReadDisk& disk, RecordItem_t record, i
     void* const reader = disk.StartRead(chnType, &record);
     Delivery all;
     all.Print(out, all.ToTheEnd(disk, &CReadDisk::ReadFrame, reader));
-    long middle = static_cast<long>(record.startTime + (record.endTime - record.startTime) / 2);
+    const unsigned int middle = record.startTime + (record.endTime - record.startTime) / 2;
+    long time = static_cast<long>(middle);
     unsigned int position = 500;
-    out << "  seek " << disk.SeekTime(reader, &middle) << ": ";
+    out << "  seek " << disk.SeekTime(reader, &time) << ": ";
     Delivery steps;
     steps.One(disk, &CReadDisk::ReadNextIFrame, reader);
     steps.Print(out, steps.One(disk, &CReadDisk::ReadPrevIFrame, reader));

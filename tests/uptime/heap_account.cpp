@@ -24,6 +24,7 @@ struct OffTheAccount {
     explicit OffTheAccount(const OffTheAccount<Other>& /*other*/) {}
 
     T* allocate(size_t count) {
+        // NOLINTNEXTLINE(bugprone-sizeof-expression): what is allocated may be pointers
         void* const memory = __real_malloc(count * sizeof(T));
         if (memory == nullptr) {
             throw std::bad_alloc();
