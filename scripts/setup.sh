@@ -24,7 +24,7 @@ VIEW_TEST_PACKAGES=(chromium chromium-driver python3-selenium)
 VIEW_BENCH_PACKAGES=(mpv xvfb)
 # What fuzzing takes.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
-LINT_PACKAGES=(clang-format clang-tidy shellcheck)
+LINT_PACKAGES=(clang-format clang-tidy jq shellcheck)
 # What the HTML reference takes, and the test that nothing public goes undocumented.
 DOCS_PACKAGES=(doxygen)
 # What the Debian packages take besides.
