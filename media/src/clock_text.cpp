@@ -30,4 +30,18 @@ int64_t ClockText::EndOf(int64_t time, int64_t place) {
     return place + kMicros - (time - SecondOf(time) * kMicros);
 }
 
+std::function<std::string(int64_t)> WithChannels(std::function<std::string(int64_t)> words,
+                                                 const std::vector<uint32_t>& channels) {
+    std::string list;
+    std::optional<uint32_t> last;
+    for (const uint32_t channel : channels) {
+        list += channel == last ? "" : (last ? ", " : "") + std::to_string(channel);
+        last = channel;
+    }
+    const bool isOne = list.find(',') == std::string::npos;
+    return [words = std::move(words), suffix = (isOne ? ", channel " : ", channels ") + list](int64_t time) {
+        return words(time) + suffix;
+    };
+}
+
 } // namespace media

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace media {
 
@@ -37,6 +38,12 @@ private:
     std::optional<int64_t> m_second; ///< that was shown last, in the segment
     size_t m_segment = 0;
 };
+
+/// What a container's text track says of a time stamp.
+/// @param words beside the channels
+/// @param channels of its tracks, in order; a channel may have two
+std::function<std::string(int64_t)> WithChannels(std::function<std::string(int64_t)> words,
+                                                 const std::vector<uint32_t>& channels);
 
 } // namespace media
 

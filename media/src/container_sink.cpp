@@ -1,18 +1,17 @@
 // Matroska and MP4 files, by libavformat. Payloads are copied, never transcoded.
 
 #include <algorithm>
-#include <limits>
+#include <functional>
 #include <utility>
 
 #include "byte_stream.h"
-#include "chapter_places.h"
 #include "clock_text.h"
+#include "container_clock.h"
 #include "container_rules.h"
 #include "media/sink.h"
 #include "muxer.h"
 #include "predicted_head.h"
 #include "stream_parameters.h"
-#include "timeline.h"
 
 namespace media {
 
@@ -34,7 +33,7 @@ public:
     }
 
     std::optional<LeftOutReason> Add(Track& track, const recordings::Frame& first) override {
-        if (m_timeline) {
+        if (m_clock) {
             return LeftOutReason::TrackBegunTooLate;
         }
         Parameters parameters;
@@ -65,14 +64,9 @@ public:
             AddChaptersToHead(facts, estimate);
         }
         const size_t tracks = m_muxer.Streams();
-        if (facts.clockText) {
-            AddClockText(facts);
-        }
+        const std::function<std::string(int64_t)> words = AddClockText(facts);
         m_muxer.Start(facts);
-        m_timeline.emplace(facts.start, m_muxer.LargestGap());
-        for (size_t track = 0; track < tracks; ++track) {
-            m_timeline->AddTrack();
-        }
+        m_clock.emplace(m_container, facts.start, m_muxer.LargestGap(), tracks, words);
         m_file.CloseHead(estimate || m_streamed ? Predict(facts, estimate.value_or(Estimate()))
                                                 : std::nullopt);
     }
@@ -89,86 +83,60 @@ public:
         if (m_wantsLengths[index]) {
             bytes = m_prefixer.Convert(frame.data, frame.size);
         }
-        const int64_t place = m_timeline->PlaceOf(index, frame.time);
-        m_chapterPlaces.Note(frame, m_timeline->Segments().size());
-        if (m_clockText && m_timeline->IsInNewest(index)) {
-            WriteClockText(frame.time, place);
+        const ContainerClock::Spot spot = m_clock->Take(index, frame);
+        if (spot.text) {
+            m_muxer.WriteText(spot.text->text, spot.text->place, spot.text->end);
         }
         // In MP4 each frame lasts until the next one. The last one must be told to last at all, or players leave it out.
-        const int64_t duration = m_container == Container::Mp4 ? m_timeline->IntervalOf(index) : 0;
-        m_muxer.Write(index, bytes.data, bytes.size, place, frame.type != recordings::kPictureFrame,
+        const int64_t duration = m_container == Container::Mp4 ? m_clock->Time().IntervalOf(index) : 0;
+        m_muxer.Write(index, bytes.data, bytes.size, spot.place, frame.type != recordings::kPictureFrame,
                       duration);
     }
 
-    const std::vector<ClockSegment>& Segments() const override { return m_timeline->Segments(); }
+    const std::vector<ClockSegment>& Segments() const override { return m_clock->Time().Segments(); }
 
     void Finish() override {
-        m_predictor->Finish(m_muxer, m_file, Placed(m_chapters, m_timeline->Latest()));
+        m_predictor->Finish(m_muxer, m_file, m_clock->Place(m_chapters, m_clock->Time().Latest()));
         m_file.Finish();
     }
 
 private:
     /// Whether the clock was set will be known when they are long gone.
     void AddChaptersToHead(const ContainerFacts& facts, const std::optional<Estimate>& estimate) {
-        m_timeline.emplace(facts.start);
-        m_muxer.AddChapters(Placed(facts.chapters, LatestOf(estimate.value_or(Estimate()))));
+        m_clock.emplace(m_container, facts.start, INT64_MAX, 0, nullptr);
+        m_muxer.AddChapters(m_clock->Place(facts.chapters, LatestOf(estimate.value_or(Estimate()))));
     }
 
     /// The place of the last frame that is to come, if the clock is not set.
     int64_t LatestOf(const Estimate& estimate) const {
         int64_t latest = 0;
         for (const std::optional<LastFrame>& last : estimate.lastFrames) {
-            latest = std::max(latest, last ? m_timeline->PlaceOf(last->time) : 0);
+            latest = std::max(latest, last ? m_clock->Time().PlaceOf(last->time) : 0);
         }
         return latest;
     }
 
     /// Has a track of texts say when each second was recorded, of what vehicle and which channels.
-    void AddClockText(const ContainerFacts& facts) {
-        std::string channels;
-        std::optional<uint32_t> last;
+    /// @return what it says of a time stamp; nothing when there is none
+    std::function<std::string(int64_t)> AddClockText(const ContainerFacts& facts) {
+        if (!facts.clockText) {
+            return nullptr;
+        }
+        std::vector<uint32_t> channels;
         for (size_t stream = 0; stream < m_muxer.Streams(); ++stream) {
-            const uint32_t channel = m_muxer.StreamChannel(stream);
-            channels += channel == last ? "" : (last ? ", " : "") + std::to_string(channel);
-            last = channel;
+            channels.push_back(m_muxer.StreamChannel(stream));
         }
-        const bool isOne = channels.find(',') == std::string::npos;
-        m_clockText.emplace([words = facts.clockText,
-                             suffix = (isOne ? ", channel " : ", channels ") + channels](int64_t time) {
-            return words(time) + suffix;
-        });
         m_muxer.AddStream(*TextParameters(m_container), 0);
-    }
-
-    void WriteClockText(int64_t time, int64_t place) {
-        if (const auto cue = m_clockText->Next(time, place, m_timeline->Segments().size())) {
-            m_muxer.WriteText(cue->text, cue->place, cue->end);
-        }
-    }
-
-    /// The chapters with places as times.
-    /// @param latest place of the last frame. After a pause that the file cannot show, another one goes on.
-    std::vector<Chapter> Placed(const std::vector<Chapter>& chapters, int64_t latest) const {
-        std::vector<Chapter> placed = m_chapterPlaces.Place(chapters, m_timeline->Segments());
-        const int64_t reach = std::min(kChapterReach, m_muxer.LargestGap());
-        while (!placed.empty() && placed.back().time - latest > reach) {
-            placed.pop_back();
-        }
-        placed.resize(std::min(placed.size(), kMostChapters));
-        if (m_container == Container::Mp4 && !placed.empty() && placed.front().time > 0) {
-            // Many players of MP4 take the first chapter for one that begins with the file.
-            placed.insert(placed.begin(), Chapter{0, "beginning"});
-        }
-        return placed;
+        return WithChannels(facts.clockText, channels);
     }
 
     std::optional<Bytes> Predict(const ContainerFacts& facts, const Estimate& estimate) {
         ContainerFacts placed = facts;
-        placed.chapters = Placed(facts.chapters, LatestOf(estimate));
+        placed.chapters = m_clock->Place(facts.chapters, LatestOf(estimate));
         Estimate places = estimate;
         for (std::optional<LastFrame>& last : places.lastFrames) {
             if (last) {
-                last->time = m_timeline->PlaceOf(last->time);
+                last->time = m_clock->Time().PlaceOf(last->time);
             }
         }
         AddClockTextTo(places, estimate);
@@ -184,11 +152,12 @@ private:
         for (const std::optional<LastFrame>& frame : estimate.lastFrames) {
             last = frame ? std::max(last.value_or(frame->time), frame->time) : last;
         }
-        if (m_clockText && last) {
+        const std::optional<std::string> text = last ? m_clock->TextOf(*last) : std::nullopt;
+        if (text) {
             constexpr size_t kAround = 20; // what containers put round a text
-            places.bytes += places.seconds * (m_clockText->TextOf(*last).size() + kAround);
+            places.bytes += places.seconds * (text->size() + kAround);
             places.keyFrames += places.seconds; // Matroska's index has the texts as well
-            places.textEnd = ClockText::EndOf(*last, m_timeline->PlaceOf(*last));
+            places.textEnd = ClockText::EndOf(*last, m_clock->Time().PlaceOf(*last));
         }
     }
 
@@ -205,15 +174,13 @@ private:
     size_t m_output;
     Container m_container;
     bool m_streamed = false;
-    std::optional<Timeline> m_timeline; ///< once it is started
+    std::optional<ContainerClock> m_clock; ///< once it is started
     MuxedFile m_file;
     Muxer m_muxer;
     std::unique_ptr<HeadPredictor> m_predictor;
     LengthPrefixer m_prefixer;
     std::vector<bool> m_wantsLengths; ///< of each track
     std::vector<Chapter> m_chapters;
-    ChapterPlaces m_chapterPlaces;
-    std::optional<ClockText> m_clockText;
 };
 
 } // namespace

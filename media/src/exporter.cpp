@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 
 #include "block_hasher.h"
-#include "chapter_places.h"
+#include "container_facts.h"
 #include "copier.h"
 #include "encoding_watch.h"
 #include "media/error.h"
@@ -31,6 +31,7 @@ public:
              const ExportRequest& request, const recordings::ProblemSink& problems, Watcher& watcher)
         : m_disk(disk), m_blocks(blocks), m_rules({source, request.replace}), m_request(request),
           m_report(problems), m_watcher(watcher), m_finder(disk, blocks, request.audio),
+          m_describer(disk, blocks, request.wording, m_result.events, request.clockText),
           m_outputs(m_rules, [&watcher] { watcher.Ask(); }), m_hasher(disk, [&watcher] { watcher.Ask(); }) {
         m_query.range = request.range;
         m_query.channels = request.channels.Without(disk.Hidden());
@@ -139,71 +140,9 @@ private:
         estimate.keyFrames = survey.keyFrames;
         estimate.seconds = survey.seconds;
         m_started = true;
-        m_sink->Start(Facts(FirstOf(tracks)), estimate);
+        m_result.eventsWithoutChapter = m_describer.EventsWithoutChapter();
+        m_sink->Start(m_describer.OfFirst(FirstOf(tracks)), estimate);
         return true;
-    }
-
-    ContainerFacts Facts(const Frame& first) {
-        const Wording& wording = m_request.wording;
-        ContainerFacts facts;
-        facts.title =
-            wording.readableSecond(first.time); // not the file's name: one range gives the same bytes
-        facts.chapters = Chapters();
-        facts.start = StartOf(first, facts.chapters);
-        facts.startTime = wording.utcTimestamp(facts.start);
-        const auto identity = recordings::ReadIdentity(m_disk, first.block);
-        if (m_request.clockText) {
-            facts.clockText = [&wording, vehicle = identity
-                                                       ? ", " + wording.printable(identity->vehicleNumber)
-                                                       : std::string()](int64_t time) {
-                return wording.readableSecond(time) + vehicle;
-            };
-        }
-        if (identity) {
-            facts.title = wording.printable(identity->vehicleNumber) + " " + facts.title;
-            facts.comment = fmt::format("vehicle {}, {}", wording.printable(identity->vehicleNumber),
-                                        wording.printable(identity->vehicleId));
-        }
-        return facts;
-    }
-
-    /// Whether an event may have happened so long before a frame.
-    static bool ReachesTo(int64_t frame, int64_t event) {
-        const uint64_t between = static_cast<uint64_t>(frame) - static_cast<uint64_t>(event);
-        return event < frame && between <= static_cast<uint64_t>(kChapterReach);
-    }
-
-    /// The time stamp that becomes zero: that of the first frame, or of an event before it in the same block or an earlier
-    /// one.
-    int64_t StartOf(const Frame& first, const std::vector<Chapter>& chapters) const {
-        int64_t start = first.time;
-        const auto block = m_blocks.Find(first.block);
-        for (const Chapter& chapter : chapters) {
-            const auto own = m_blocks.Find(chapter.block);
-            const bool isBefore = ReachesTo(first.time, chapter.time);
-            start = isBefore && own && block && *own <= *block ? std::min(start, chapter.time) : start;
-        }
-        return start;
-    }
-
-    /// The events, in order of time, up to as many as players can show.
-    std::vector<Chapter> Chapters() {
-        std::vector<const recordings::Event*> events;
-        for (const recordings::Event& event : m_result.events) {
-            events.push_back(&event);
-        }
-        std::stable_sort(events.begin(), events.end(),
-                         [](const auto* a, const auto* b) { return a->micros < b->micros; });
-        const size_t count = std::min(events.size(), kMostChapters);
-        m_result.eventsWithoutChapter = events.size() - count;
-        std::vector<Chapter> chapters;
-        for (size_t i = 0; i < count; ++i) {
-            chapters.push_back({events[i]->micros,
-                                fmt::format("event 0x{:x}, {}", events[i]->type,
-                                            m_request.wording.readableSecond(events[i]->micros)),
-                                events[i]->block});
-        }
-        return chapters;
     }
 
     void Copy() {
@@ -266,21 +205,9 @@ private:
             return false;
         }
         if (!m_copier->GoOn(track, frame)) {
-            BeginPart(track, frame, ChaptersFrom(frame.block));
+            BeginPart(track, frame, true);
         }
         return true;
-    }
-
-    /// The events from a block on.
-    std::vector<Chapter> ChaptersFrom(uint32_t block) {
-        std::vector<Chapter> chapters = Chapters();
-        const auto first = m_blocks.Find(block);
-        const auto isEarlier = [&](const Chapter& chapter) {
-            const auto own = m_blocks.Find(chapter.block);
-            return !own || !first || *own < *first;
-        };
-        chapters.erase(std::remove_if(chapters.begin(), chapters.end(), isEarlier), chapters.end());
-        return chapters;
     }
 
     /// Has the frame's track go where it belongs: one that begins, and one that is encoded otherwise from here on, gets a
@@ -309,12 +236,13 @@ private:
         } else if (!m_started || m_request.stream) {
             m_copier->Refuse(track, LeftOutReason::TrackBegunTooLate);
         } else {
-            BeginPart(track, frame, {});
+            BeginPart(track, frame, false);
         }
     }
 
     /// Begins another container, for a track and all others of the block that do not go on as they were.
-    void BeginPart(const Track& track, const Frame& frame, std::vector<Chapter> chapters) {
+    /// @param goesOn after a pause
+    void BeginPart(const Track& track, const Frame& frame, bool goesOn) {
         const size_t output = m_parts.size() + 1;
         m_parts.push_back(
             MakeContainerSink(PartName(m_request.name, output + 1), m_request.container, m_outputs, output));
@@ -329,11 +257,7 @@ private:
                 m_copier->PrepareTrack(found.track, found.Whole(), part);
             }
         }
-        ContainerFacts facts = Facts(frame);
-        facts.chapters = std::move(chapters);
-        facts.start = frame.time;
-        facts.startTime = m_request.wording.utcTimestamp(frame.time);
-        part.Start(facts, std::nullopt);
+        part.Start(m_describer.OfPart(frame, goesOn), std::nullopt);
     }
 
     void NoteChange(const Frame& frame) {
@@ -419,6 +343,8 @@ private:
     recordings::FrameQuery m_query;
     recordings::ProblemList m_problems;
     TrackFinder m_finder;
+    ExportResult m_result;
+    ContainerDescriber m_describer;
     Outputs m_outputs;
     BlockHasher m_hasher;
     std::unique_ptr<Sink> m_sink;
@@ -428,7 +354,6 @@ private:
     std::map<TrackKey, int64_t> m_lastTimes; ///< time stamps
     bool m_started = false;                  ///< files are written
     size_t m_segments = 0;                   ///< that are known
-    ExportResult m_result;
 };
 
 } // namespace
