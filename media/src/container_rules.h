@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "media/sink.h"
 #include "media/track.h"
@@ -27,6 +29,23 @@ int64_t NextTime(ClockUnit unit, int64_t last, int64_t micros);
 /// The longest time from one frame to the next that a container can tell of a track, in microseconds. Where the unit is
 /// not known, there is none.
 int64_t LargestGapOf(Container container, ClockUnit unit);
+
+/// How long a text lasts, in units, at the least one. Times are rounded, and then subtracted: where a text ends is the same
+/// wherever it begins.
+/// @param time of the text, in units
+/// @param end its end, microseconds
+int64_t DurationUntil(ClockUnit unit, int64_t time, int64_t end);
+
+/// A text as a container has it.
+std::vector<uint8_t> TextPayload(Container container, const std::string& text);
+
+/// What Matroska calls a channel's tracks, and a text track.
+std::string TitleOfTracks(uint32_t channel);
+constexpr const char* kTitleOfTexts = "recorded time";
+
+/// The name under which a container has its start. MP4 counts the seconds of a creation time in 32 bits from 1904 on; a date
+/// is text.
+const char* KeyOfStart(Container container, const std::string& startTime);
 
 /// Why a container cannot take a track at any time, by a frame of it with its payload; of video a key frame.
 std::optional<LeftOutReason> RefusalOf(Container container, const Track& track,

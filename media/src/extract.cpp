@@ -2,18 +2,16 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <set>
 #include <utility>
 
 #include "area_reader.h"
+#include "blocks_of_range.h"
 #include "digest.h"
 #include "file_writer.h"
 #include "manifest_writer.h"
 #include "output_place.h"
 #include "recordings/error.h"
-#include "recordings/range_frames.h"
-#include "recordings/records.h"
 #include "signed_file.h"
 #include "watcher.h"
 
@@ -44,7 +42,9 @@ public:
         for (const Problem& problem : m_disk.OpeningProblems()) {
             Take(problem);
         }
-        const std::set<uint32_t> chosen = ChooseBlocks();
+        const std::set<uint32_t> chosen = BlocksOfRange(
+            m_disk, m_blocks, m_request.range, m_request.channels,
+            [this](const Problem& problem) { Take(problem); }, m_watcher.Silent());
         if (chosen.empty()) {
             return std::nullopt;
         }
@@ -67,59 +67,6 @@ private:
         m_problems.Add(problem);
         if (m_report) {
             m_report(problem);
-        }
-    }
-
-    // ---- which blocks
-
-    /// The blocks of the range's frames and events, those with the key frames that it begins with, and those in which
-    /// something of it may lie that cannot be read, or is locked.
-    std::set<uint32_t> ChooseBlocks() {
-        std::set<uint32_t> chosen;
-        const auto note = [this, &chosen](const Problem& problem) {
-            Take(problem);
-            if (problem.severity == recordings::Severity::Loss && problem.block) {
-                chosen.insert(*problem.block);
-            }
-        };
-        for (const bool decodable : {true, false}) {
-            recordings::FrameQuery query;
-            query.range = m_request.range;
-            query.channels = m_request.channels;
-            query.decodable = decodable;
-            query.want = recordings::Want::Heads;
-            recordings::RangeFrames frames(m_disk, m_blocks, query, note, m_watcher.Silent());
-            for (recordings::Frame frame; frames.Next(frame);) {
-                chosen.insert(frame.block);
-            }
-        }
-        for (const recordings::Event& event : recordings::FindEvents(
-                 m_disk, m_blocks, m_request.range, recordings::kAllEvents, note, m_watcher.Silent())) {
-            chosen.insert(event.block);
-        }
-        ChooseLocked(chosen);
-        // Neighbours of what is lost are named too, and those that the device does not reach any more.
-        std::set<uint32_t> known;
-        for (const recordings::Block& block : m_blocks.All()) {
-            known.insert(block.number);
-        }
-        for (auto block = chosen.begin(); block != chosen.end();) {
-            block = known.count(*block) != 0 ? std::next(block) : chosen.erase(block);
-        }
-        return chosen;
-    }
-
-    /// The frames of locked channels tell nothing; those who know the password are to find them in the image.
-    void ChooseLocked(std::set<uint32_t>& chosen) const {
-        const recordings::ChannelSet locked = m_request.channels.And(m_disk.Hidden());
-        if (locked.Empty()) {
-            return;
-        }
-        for (const size_t entry : m_blocks.Candidates(m_request.range)) {
-            const recordings::Block& block = m_blocks.All()[entry];
-            if (!block.headSound || !block.channels.And(locked).Empty()) {
-                chosen.insert(block.number);
-            }
         }
     }
 

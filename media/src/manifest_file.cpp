@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <functional>
 #include <limits>
 #include <utility>
 
@@ -32,7 +33,14 @@ constexpr size_t kMostValues = 2000000;
 constexpr size_t kDigestDigits = 64;
 
 /// Members that may be long, and say nothing that can be verified by itself.
-constexpr std::array<const char*, 5> kPassedBy = {"events", "gaps", "losses", "notes", "records"};
+constexpr std::array<const char*, 3> kPassedBy = {"losses", "notes", "records"};
+/// Lists that may be long: each row is taken as it is met, and not kept.
+constexpr std::array<const char*, 2> kListsOfRows = {"events", "gaps"};
+
+template <typename List>
+bool Has(const List& list, const std::string& key) {
+    return std::find(list.begin(), list.end(), key) != list.end();
+}
 
 /// Thrown to end the parsing: what is wrong.
 struct Unfit {
@@ -43,6 +51,11 @@ struct Unfit {
 // NOLINTNEXTLINE(bugprone-exception-escape): the check takes the JSON library's own assertions for exceptions
 class Builder : public nlohmann::json_sax<Json> {
 public:
+    /// Takes a row of the list of a name.
+    using TakeRow = std::function<void(const std::string& list, const Json& row)>;
+
+    explicit Builder(TakeRow takeRow) : m_takeRow(std::move(takeRow)) {}
+
     Json Take() { return std::move(m_root); }
 
     bool null() override { return Put(nullptr); }
@@ -61,7 +74,8 @@ public:
             if (m_open.back()->contains(key)) {
                 throw Unfit{"it says one thing twice"}; // other programs may read the other one
             }
-            m_passNext = std::find(kPassedBy.begin(), kPassedBy.end(), key) != kPassedBy.end();
+            m_passNext = Has(kPassedBy, key);
+            m_list = m_open.size() == 1 && Has(kListsOfRows, key) ? key : m_open.size() == 1 ? "" : m_list;
             m_key = std::move(key);
         }
         return true;
@@ -97,7 +111,11 @@ private:
         return &(parent[m_key] = std::move(value));
     }
 
+    /// Whether the open value in which the next one goes is a list of rows.
+    bool IsInRows() const { return !m_list.empty() && m_open.size() == 2 && m_open.back()->is_array(); }
+
     bool Open(Json value) {
+        m_valuesBeforeRow = IsInRows() ? m_values : m_valuesBeforeRow;
         if (m_open.size() + m_passed >= kDeepest) {
             throw Unfit{"its lists and objects lie too deep"};
         }
@@ -115,8 +133,17 @@ private:
             --m_passed;
         } else {
             m_open.pop_back();
+            EndRow();
         }
         return true;
+    }
+
+    void EndRow() {
+        if (IsInRows()) {
+            m_takeRow(m_list, m_open.back()->back());
+            m_open.back()->erase(m_open.back()->size() - 1);
+            m_values = m_valuesBeforeRow;
+        }
     }
 
     Json m_root;
@@ -125,6 +152,9 @@ private:
     bool m_passNext = false;
     std::string m_key;
     size_t m_values = 0;
+    TakeRow m_takeRow;
+    std::string m_list; ///< of rows, that goes on; empty: none
+    size_t m_valuesBeforeRow = 0;
 };
 
 class Reader {
@@ -146,6 +176,7 @@ public:
             ReadOutputs();
             ReadTracks();
             ReadTimes();
+            RequireRows();
             ReadLeftOut();
         }
         ReadBlocks();
@@ -161,7 +192,7 @@ private:
 
     void Parse() {
         try {
-            Builder builder;
+            Builder builder([this](const std::string& list, const Json& row) { TakeRow(list, row); });
             // For the parser, a zero byte is the end.
             const bool ends = m_file.text.find('\0') != std::string::npos;
             if (ends || !Json::sax_parse(m_file.text, &builder)) {
@@ -173,6 +204,16 @@ private:
         }
         if (!m_json.is_object()) {
             Refuse("it is no JSON object");
+        }
+    }
+
+    void TakeRow(const std::string& list, const Json& row) {
+        if (!row.is_object()) {
+            Refuse(fmt::format("'{}' is no list that it can be", list));
+        } else if (list == "gaps") {
+            TakeGap(row);
+        } else {
+            TakeEvent(row);
         }
     }
 
@@ -241,12 +282,16 @@ private:
         return MemberOf(object, key).is_null() ? std::string() : TextIn(object, key);
     }
 
-    bool FlagIn(const char* key) const {
-        const Json& value = MemberOf(m_json, key);
-        if (!value.is_boolean()) {
+    /// Nothing when it is not there.
+    std::optional<bool> FlagIn(const char* key) const {
+        const auto found = m_json.find(key);
+        if (found == m_json.end()) {
+            return std::nullopt;
+        }
+        if (!found->is_boolean()) {
             Refuse(fmt::format("'{}' is neither true nor false", key));
         }
-        return value.get<bool>();
+        return found->get<bool>();
     }
 
     const Json& ObjectIn(const Json& object, const char* key) const {
@@ -396,8 +441,10 @@ private:
     }
 
     void ReadTimes() {
-        m_file.withAudio = FlagIn("with_audio");
+        m_file.withAudio = FlagIn("with_audio").value_or(true);
         m_file.textTrack = FlagIn("text_track");
+        const Json& zone = MemberOf(m_json, "zone");
+        m_file.zone = zone.is_null() ? std::nullopt : std::optional(TextIn(m_json, "zone"));
         m_file.skewSeconds = SkewIn("skew_seconds");
         m_file.start = TimeIn(m_json, "start");
         m_file.end = TimeIn(m_json, "end");
@@ -412,6 +459,32 @@ private:
             segment.time = TextIn(entry, "time");
             m_file.segments.push_back(std::move(segment));
         }
+    }
+
+    /// Rows were taken while the document was read: what is left was none.
+    void RequireRows() const {
+        for (const char* const key : kListsOfRows) {
+            ListIn(key, 0);
+        }
+    }
+
+    void TakeGap(const Json& row) {
+        NamedGap gap;
+        gap.channel = Number32In(row, "channel", recordings::kChannels - 1);
+        gap.isVideo = IsVideoIn(row);
+        gap.block = Number32In(row, "block");
+        gap.start = TextIn(row, "start");
+        gap.end = TextIn(row, "end");
+        m_file.gaps.push_back(std::move(gap));
+    }
+
+    void TakeEvent(const Json& row) {
+        NamedEvent event;
+        event.time = TextIn(row, "time");
+        event.types = NumberIn(row, "event_types");
+        event.block = Number32In(row, "block");
+        event.entry = Number32In(row, "entry");
+        m_file.events.push_back(std::move(event));
     }
 
     void ReadLeftOut() {

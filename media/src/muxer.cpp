@@ -34,9 +34,6 @@ ClockUnit UnitOf(AVRational unit) {
     return {unit.num, unit.den};
 }
 
-/// MP4 counts the seconds of a creation time in 32 bits from 1904 on; a date is text.
-constexpr const char* kMp4CountsUpTo = "2040-02-06T06:28:16";
-
 } // namespace
 
 void Muxer::FreeContext::operator()(AVFormatContext* context) const {
@@ -73,7 +70,7 @@ void Muxer::AddStream(const AVCodecParameters& parameters, uint32_t channel) {
     const bool isText = parameters.codec_type == AVMEDIA_TYPE_SUBTITLE;
     stream->time_base = isText ? kMilliseconds : kMicroseconds;
     stream->id = static_cast<int>(channel);
-    SetText(&stream->metadata, "title", isText ? "recorded time" : fmt::format("channel {}", channel));
+    SetText(&stream->metadata, "title", isText ? kTitleOfTexts : TitleOfTracks(channel));
     m_lastTime.push_back(-1);
 }
 
@@ -112,14 +109,10 @@ void Muxer::AddChapter(const Chapter& chapter, int64_t start, int64_t end) {
     SetText(&made->metadata, "title", chapter.title);
 }
 
-const char* Muxer::StartKey(const ContainerFacts& facts) const {
-    return m_container == Container::Mp4 && facts.startTime >= kMp4CountsUpTo ? "date" : "creation_time";
-}
-
 void Muxer::Start(const ContainerFacts& facts) {
     SetText(&m_context->metadata, "title", facts.title);
     SetText(&m_context->metadata, "comment", facts.comment);
-    SetText(&m_context->metadata, StartKey(facts), facts.startTime);
+    SetText(&m_context->metadata, KeyOfStart(m_container, facts.startTime), facts.startTime);
     AVDictionary* options = nullptr;
     // Checksums of every cluster take longer than everything else, and the whole file has a better one.
     SetText(&options, "write_crc32", "0");
@@ -154,17 +147,11 @@ void Muxer::Write(size_t stream, const uint8_t* data, size_t size, int64_t micro
 
 void Muxer::WriteText(const std::string& text, int64_t micros, int64_t end) {
     const size_t stream = Streams() - 1;
-    std::vector<uint8_t> bytes(text.begin(), text.end());
-    if (m_container == Container::Mp4) { // the length comes first, in two bytes
-        bytes.resize(std::min<size_t>(bytes.size(), UINT16_MAX));
-        bytes.insert(bytes.begin(),
-                     {static_cast<uint8_t>(bytes.size() >> 8), static_cast<uint8_t>(bytes.size())});
-    }
-    // Times are rounded, and then subtracted: where a text ends is the same wherever it begins.
-    const AVRational unit = m_context->streams[stream]->time_base;
+    std::vector<uint8_t> bytes = TextPayload(m_container, text);
+    const ClockUnit unit = UnitOf(m_context->streams[stream]->time_base);
     int64_t& last = m_lastTime[stream];
-    last = NextTime(UnitOf(unit), last, micros);
-    m_packet->duration = std::max<int64_t>(av_rescale_q(end, kMicroseconds, unit) - last, 1);
+    last = NextTime(unit, last, micros);
+    m_packet->duration = DurationUntil(unit, last, end);
     Send(stream, bytes.data(), bytes.size(), last, true);
 }
 

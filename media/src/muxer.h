@@ -72,7 +72,6 @@ private:
         void operator()(AVFormatContext* context) const;
     };
 
-    const char* StartKey(const ContainerFacts& facts) const;
     void AddChapter(const Chapter& chapter, int64_t start, int64_t end);
     void Send(size_t stream, const uint8_t* data, size_t size, int64_t time, bool key);
     void Check(int result);

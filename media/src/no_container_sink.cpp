@@ -36,6 +36,22 @@ int64_t LargestGapOf(Container /*container*/, ClockUnit /*unit*/) {
     return INT64_MAX;
 }
 
+int64_t DurationUntil(ClockUnit /*unit*/, int64_t /*time*/, int64_t /*end*/) {
+    return 1;
+}
+
+std::vector<uint8_t> TextPayload(Container /*container*/, const std::string& /*text*/) {
+    return {};
+}
+
+std::string TitleOfTracks(uint32_t /*channel*/) {
+    return {};
+}
+
+const char* KeyOfStart(Container /*container*/, const std::string& /*startTime*/) {
+    return "";
+}
+
 std::optional<LeftOutReason> RefusalOf(Container /*container*/, const Track& /*track*/,
                                        const recordings::Frame& /*frame*/) {
     return LeftOutReason::NotForContainer;
@@ -59,6 +75,14 @@ bool PacketReader::HasLengths(size_t /*stream*/) const {
 }
 
 ClockUnit PacketReader::Unit(size_t /*stream*/) const {
+    return {};
+}
+
+ClockUnit PacketReader::TextUnit() const {
+    return {};
+}
+
+FileFacts PacketReader::Facts() const {
     return {};
 }
 

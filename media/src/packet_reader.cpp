@@ -4,6 +4,7 @@
 #include <limits>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "libav.h"
 #include "media/error.h"
@@ -26,7 +27,8 @@ int RefuseToOpen(AVFormatContext* /*context*/, AVIOContext** /*io*/, const char*
 class PacketReader::Impl {
 public:
     Impl(const recordings::Source& file, Container container)
-        : m_file(file), m_packet(av_packet_alloc()), m_context(avformat_alloc_context()) {
+        : m_file(file), m_isMp4(container == Container::Mp4), m_packet(av_packet_alloc()),
+          m_context(avformat_alloc_context()) {
         auto* const buffer = static_cast<unsigned char*>(av_malloc(kIoBufferSize));
         m_io = avio_alloc_context(buffer, kIoBufferSize, 0, this, ReadBytes, nullptr, Seek);
         if (!m_packet || m_context == nullptr || buffer == nullptr || m_io == nullptr) {
@@ -36,8 +38,7 @@ public:
         m_context->io_open = RefuseToOpen;
         // Packets as they lie in the file.
         m_context->flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
-        const AVInputFormat* const format =
-            av_find_input_format(container == Container::Mp4 ? "mov" : "matroska");
+        const AVInputFormat* const format = av_find_input_format(m_isMp4 ? "mov" : "matroska");
         if (avformat_open_input(&m_context, nullptr, format, nullptr) < 0) { // it frees the context then
             FreeIo();
             throw Error(ErrorKind::CannotReadBack,
@@ -77,9 +78,46 @@ public:
             if (result < 0 || m_packet->size < 0) {
                 throw Error(ErrorKind::CannotReadBack, m_file.Name() + ": cannot be read to its end");
             }
-        } while (!IsMedia(static_cast<unsigned int>(m_packet->stream_index)));
-        packet = {Place(), m_packet->data, static_cast<size_t>(m_packet->size), m_packet->pts};
+        } while (!IsMedia(Stream()) && !IsText(Stream()));
+        packet = {IsText(Stream()), Place(),           m_packet->data, static_cast<size_t>(m_packet->size),
+                  m_packet->pts,    m_packet->duration};
         return true;
+    }
+
+    ClockUnit TextUnit() const {
+        for (unsigned int i = 0; i < m_context->nb_streams; ++i) {
+            if (IsText(i)) {
+                return {m_context->streams[i]->time_base.num, m_context->streams[i]->time_base.den};
+            }
+        }
+        return {};
+    }
+
+    FileFacts Facts() const {
+        FileFacts facts;
+        facts.title = TextOf(m_context->metadata, "title");
+        facts.comment = TextOf(m_context->metadata, "comment");
+        facts.startTime = TextOf(m_context->metadata, "creation_time");
+        if (facts.startTime.empty()) {
+            facts.startTime = TextOf(m_context->metadata, "date");
+        }
+        bool anyText = false;
+        for (unsigned int i = 0; i < m_context->nb_streams; ++i) {
+            const std::string title = TextOf(m_context->streams[i]->metadata, "title");
+            if (IsMedia(i)) {
+                facts.trackTitles.push_back(title);
+            } else if (IsText(i) && !std::exchange(anyText, true)) {
+                facts.textTitle = title;
+            } else if (!HoldsChapters(i)) {
+                ++facts.others;
+            }
+        }
+        for (unsigned int i = 0; i < m_context->nb_chapters; ++i) {
+            const AVChapter& chapter = *m_context->chapters[i];
+            facts.chapters.push_back({av_rescale_q(chapter.start, chapter.time_base, kMicroseconds),
+                                      TextOf(chapter.metadata, "title")});
+        }
+        return facts;
     }
 
 private:
@@ -93,18 +131,31 @@ private:
         return nullptr;
     }
 
-    /// Whether it is video or audio. MP4 has its chapters in a stream as well.
-    bool IsMedia(unsigned int stream) const {
-        const AVMediaType type = stream < m_context->nb_streams
-                                     ? m_context->streams[stream]->codecpar->codec_type
-                                     : AVMEDIA_TYPE_UNKNOWN;
-        return type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO;
+    AVMediaType TypeOf(unsigned int stream) const {
+        return stream < m_context->nb_streams ? m_context->streams[stream]->codecpar->codec_type
+                                              : AVMEDIA_TYPE_UNKNOWN;
     }
+    /// Whether it is video or audio.
+    bool IsMedia(unsigned int stream) const {
+        return TypeOf(stream) == AVMEDIA_TYPE_VIDEO || TypeOf(stream) == AVMEDIA_TYPE_AUDIO;
+    }
+    bool IsText(unsigned int stream) const { return TypeOf(stream) == AVMEDIA_TYPE_SUBTITLE; }
+    /// MP4 has its chapters in a stream as well, the last one.
+    bool HoldsChapters(unsigned int stream) const {
+        return m_isMp4 && TypeOf(stream) == AVMEDIA_TYPE_DATA && stream + 1 == m_context->nb_streams;
+    }
+
+    static std::string TextOf(const AVDictionary* texts, const char* key) {
+        const AVDictionaryEntry* const entry = av_dict_get(texts, key, nullptr, 0);
+        return entry == nullptr ? "" : entry->value;
+    }
+
+    unsigned int Stream() const { return static_cast<unsigned int>(m_packet->stream_index); }
 
     /// The place of the packet's stream among those of media.
     size_t Place() const {
         size_t place = 0;
-        for (unsigned int i = 0; i < static_cast<unsigned int>(m_packet->stream_index); ++i) {
+        for (unsigned int i = 0; i < Stream(); ++i) {
             place += IsMedia(i) ? 1u : 0u;
         }
         return place;
@@ -140,6 +191,7 @@ private:
     }
 
     const recordings::Source& m_file;
+    bool m_isMp4;
     uint64_t m_at = 0;
     media::Packet m_packet;
     AVFormatContext* m_context;
@@ -161,6 +213,14 @@ bool PacketReader::HasLengths(size_t stream) const {
 
 ClockUnit PacketReader::Unit(size_t stream) const {
     return m_impl->Unit(stream);
+}
+
+ClockUnit PacketReader::TextUnit() const {
+    return m_impl->TextUnit();
+}
+
+FileFacts PacketReader::Facts() const {
+    return m_impl->Facts();
 }
 
 bool PacketReader::Next(Packet& packet) {

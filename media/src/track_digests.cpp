@@ -3,15 +3,21 @@
 #include <algorithm>
 #include <array>
 #include <deque>
+#include <limits>
 #include <map>
 #include <optional>
+#include <utility>
+
+#include <fmt/format.h>
 
 #include "byte_stream.h"
+#include "chapter_box.h"
+#include "clock_text.h"
+#include "container_clock.h"
 #include "digest.h"
 #include "media/error.h"
 #include "packet_reader.h"
 #include "recordings/error.h"
-#include "timeline.h"
 #include "track_key.h"
 
 namespace media {
@@ -23,9 +29,6 @@ constexpr uint64_t kPacketsAWatch = 64;
 
 /// Frames above this are in no container; libavformat counts with signed numbers.
 constexpr uint32_t kLargestPacket = 0x40000000;
-
-/// Of the clock of a text track.
-constexpr ClockUnit kTextUnit = {1, 1000};
 
 void AddNumber(Digest& digest, uint64_t number) {
     std::array<uint8_t, sizeof(number)> bytes = {};
@@ -87,56 +90,118 @@ bool IsSized(const ManifestFile& manifest, const NamedTrack& track) {
     return manifest.container != Container::Raw && track.isVideo;
 }
 
-/// Says where a file's frames lie in its time, in the same way as when it was made.
-class FileTimes {
+/// A running digest of a text track.
+class TextRunner {
 public:
-    FileTimes(FileStart start, int64_t largestGap) : m_start(start), m_largestGap(largestGap) {}
+    TextRunner(Container container, ClockUnit unit) : m_container(container), m_times(unit) {}
 
-    /// @return the number of the track in the file
-    size_t AddTrack() { return m_tracks++; }
-
-    /// Takes the time of a frame that is counted, also if it is in no container.
-    void Begin(int64_t time) {
-        if (m_timeline) {
+    /// Takes what a file has.
+    void Add(int64_t time, int64_t duration, const uint8_t* data, size_t size) {
+        End(time);
+        m_times.Add(time);
+        AddNumber(m_digest, size);
+        m_digest.Add(data, size);
+        m_time = time;
+        m_duration = duration;
+    }
+    /// Takes what a file should have.
+    void Add(const ClockText::Cue& cue) {
+        if (m_times.Unit().numerator <= 0) {
+            m_times.Add(0); // nothing of it is in the file
             return;
         }
-        m_start.expected = m_start.expected.value_or(time);
-        m_timeline.emplace(IsEarlier() ? *m_start.claimed : *m_start.expected, m_largestGap);
-        for (size_t track = 0; track < m_tracks; ++track) {
-            m_timeline->AddTrack();
+        const int64_t time = NextTime(m_times.Unit(), m_time.value_or(-1), cue.place);
+        const std::vector<uint8_t> bytes = TextPayload(m_container, cue.text);
+        Add(time, DurationUntil(m_times.Unit(), time, cue.end), bytes.data(), bytes.size());
+    }
+    TextDigest Finish() {
+        End(std::numeric_limits<int64_t>::max());
+        return {m_digest.Text(), m_times.Finish()};
+    }
+
+private:
+    /// In MP4 a text ends with the next one.
+    void End(int64_t next) {
+        if (m_time) {
+            const bool isCut = m_container == Container::Mp4 && next - *m_time < m_duration;
+            AddNumber(m_digest, static_cast<uint64_t>(isCut ? next - *m_time : m_duration));
         }
     }
-    int64_t PlaceOf(size_t track, int64_t time) { return m_timeline->PlaceOf(track, time); }
 
-    const FileStart& Start() const { return m_start; }
-    std::vector<ClockSegment> Segments() const {
-        return m_timeline ? m_timeline->Segments() : std::vector<ClockSegment>();
+    Container m_container;
+    TimeRunner m_times;
+    Digest m_digest;
+    std::optional<int64_t> m_time; ///< of the text that goes on
+    int64_t m_duration = 0;
+};
+
+/// Says where a file's frames, texts and chapters lie in its time, in the same way as when it was made.
+class FileTimes {
+public:
+    FileTimes(Container container, std::optional<int64_t> claimed, int64_t largestGap, ClockUnit textUnit)
+        : m_container(container), m_claimed(claimed), m_largestGap(largestGap), m_text(container, textUnit) {}
+
+    /// @return the number of the track in the file
+    size_t AddTrack(uint32_t channel) {
+        m_channels.push_back(channel);
+        return m_channels.size() - 1;
+    }
+    int64_t LargestGap() const { return m_largestGap; }
+
+    bool HasBegun() const { return m_clock.has_value(); }
+    /// With the first frame that is counted, also if it is in no container.
+    void Begin(ContainerFacts facts) {
+        m_facts = std::move(facts);
+        m_clock.emplace(m_container, IsEarlier() ? *m_claimed : m_facts.start, m_largestGap,
+                        m_channels.size(),
+                        m_facts.clockText ? WithChannels(m_facts.clockText, m_channels) : nullptr);
+    }
+    int64_t PlaceOf(size_t track, const recordings::Frame& frame) {
+        const ContainerClock::Spot spot = m_clock->Take(track, frame);
+        if (spot.text) {
+            m_text.Add(*spot.text);
+        }
+        return spot.place;
+    }
+
+    DiskFile Finish() {
+        DiskFile file;
+        if (m_clock) {
+            file.start = m_facts.start;
+            file.segments = m_clock->Time().Segments();
+            file.facts = m_facts;
+            file.facts.chapters = m_clock->Place(m_facts.chapters, m_clock->Time().Latest());
+        }
+        file.text = m_text.Finish();
+        return file;
     }
 
 private:
     /// Whether the manifest's start is an earlier one that a recorder's clock can show.
-    bool IsEarlier() const {
-        return m_start.claimed && *m_start.claimed < *m_start.expected && *m_start.claimed >= 0;
-    }
+    bool IsEarlier() const { return m_claimed && *m_claimed < m_facts.start && *m_claimed >= 0; }
 
-    FileStart m_start;
+    Container m_container;
+    std::optional<int64_t> m_claimed;
     int64_t m_largestGap;
-    size_t m_tracks = 0;
-    std::optional<Timeline> m_timeline;
+    TextRunner m_text;
+    std::vector<uint32_t> m_channels;
+    ContainerFacts m_facts;
+    std::optional<ContainerClock> m_clock;
 };
 
 /// Sends the frames of a disk to the tracks of a manifest. A channel's tracks follow each other.
 class Distributor {
 public:
-    Distributor(const ManifestFile& manifest, const std::vector<TrackDigest>& files,
-                const std::vector<FileStart>& starts)
-        : m_manifest(manifest), m_contained(manifest.container != Container::Raw) {
-        for (size_t file = 0; file < starts.size(); ++file) {
-            m_fileTimes.emplace_back(starts[file], LargestGap(file, files));
+    Distributor(const ManifestFile& manifest, const FileDigests& files, const Beginnings& beginnings)
+        : m_manifest(manifest), m_beginnings(beginnings), m_contained(manifest.container != Container::Raw) {
+        for (size_t file = 0; file < manifest.files.size(); ++file) {
+            m_fileTimes.emplace_back(manifest.container, beginnings.claimed[file], LargestGap(file, files),
+                                     files.texts[file].times.unit);
         }
         for (size_t i = 0; i < manifest.tracks.size(); ++i) {
             const NamedTrack& track = manifest.tracks[i];
-            m_entries.emplace_back(IsSized(manifest, track), files[i], m_fileTimes[track.output].AddTrack());
+            m_entries.emplace_back(IsSized(manifest, track), files.tracks[i],
+                                   m_fileTimes[track.output].AddTrack(track.channel));
             m_tracks[{track.channel, !track.isVideo}].entries.push_back(i);
         }
     }
@@ -147,6 +212,7 @@ public:
             return;
         }
         Sequence& sequence = found->second;
+        const std::optional<int64_t> before = std::exchange(sequence.lastTime, frame.time);
         while (sequence.at + 1 < sequence.entries.size() && IsFull(sequence.entries[sequence.at])) {
             ++sequence.at;
         }
@@ -159,7 +225,7 @@ public:
         CountTime(m_entries[entry], frame.time);
         AddPayload(m_entries[entry], frame);
         if (m_contained) {
-            AddTime(entry, frame);
+            AddTime(entry, frame, before);
         }
     }
 
@@ -173,9 +239,8 @@ public:
             digest.latest = entry.latest;
             digests.tracks.push_back(std::move(digest));
         }
-        for (const FileTimes& file : m_fileTimes) {
-            digests.starts.push_back(file.Start());
-            digests.segments.push_back(file.Segments());
+        for (FileTimes& file : m_fileTimes) {
+            digests.files.push_back(file.Finish());
         }
         return digests;
     }
@@ -184,6 +249,7 @@ private:
     struct Sequence {
         std::vector<size_t> entries;
         size_t at = 0;
+        std::optional<int64_t> lastTime = {}; ///< time stamp of the frame before
     };
     /// What the disk has of a track.
     struct Entry {
@@ -201,14 +267,22 @@ private:
     };
 
     /// As the muxer has it: of all tracks of a file.
-    int64_t LargestGap(size_t file, const std::vector<TrackDigest>& files) const {
-        int64_t largest = LargestGapOf(m_manifest.container, m_manifest.textTrack ? kTextUnit : ClockUnit());
-        for (size_t i = 0; i < files.size(); ++i) {
-            if (m_manifest.tracks[i].output == file) {
-                largest = std::min(largest, LargestGapOf(m_manifest.container, files[i].times.unit));
-            }
+    int64_t LargestGap(size_t file, const FileDigests& files) const {
+        int64_t largest = LargestGapOf(m_manifest.container, files.texts[file].times.unit);
+        for (const size_t track : TracksOf(m_manifest, file)) {
+            largest = std::min(largest, LargestGapOf(m_manifest.container, files.tracks[track].times.unit));
         }
         return largest;
+    }
+
+    /// What the file that begins with a frame says of itself.
+    /// @param before time stamp of the frame of this track before it
+    ContainerFacts FactsOf(size_t file, const recordings::Frame& frame, std::optional<int64_t> before) const {
+        if (file == 0) {
+            return m_beginnings.describer.OfFirst(m_beginnings.first.value_or(frame));
+        }
+        const bool goesOn = before && frame.time - *before > m_fileTimes.front().LargestGap();
+        return m_beginnings.describer.OfPart(frame, goesOn);
     }
 
     bool IsFull(size_t entry) const {
@@ -232,19 +306,23 @@ private:
         }
     }
 
-    void AddTime(size_t number, const recordings::Frame& frame) {
-        FileTimes& file = m_fileTimes[m_manifest.tracks[number].output];
-        file.Begin(frame.time);
+    void AddTime(size_t number, const recordings::Frame& frame, std::optional<int64_t> before) {
+        const size_t output = m_manifest.tracks[number].output;
+        FileTimes& file = m_fileTimes[output];
+        if (!file.HasBegun()) {
+            file.Begin(FactsOf(output, frame, before));
+        }
         if (frame.size == 0) {
             return;
         }
         Entry& entry = m_entries[number];
         entry.lastTime =
-            NextTime(entry.times.Unit(), entry.lastTime, file.PlaceOf(entry.numberInFile, frame.time));
+            NextTime(entry.times.Unit(), entry.lastTime, file.PlaceOf(entry.numberInFile, frame));
         entry.times.Add(entry.lastTime);
     }
 
     const ManifestFile& m_manifest;
+    const Beginnings& m_beginnings;
     bool m_contained;
     std::deque<FileTimes> m_fileTimes;
     std::deque<Entry> m_entries;
@@ -254,38 +332,105 @@ private:
 
 } // namespace
 
-std::vector<TrackDigest> DigestContainer(const recordings::Source& file, const ManifestFile& manifest,
-                                         const std::vector<size_t>& tracks, const recordings::Watch& watch) {
-    PacketReader reader(file, manifest.container);
-    if (reader.Streams() != tracks.size()) {
-        throw Error(ErrorKind::CannotReadBack, file.Name() + ": has not as many tracks as the manifest says");
-    }
-    std::deque<Runner> runners;
-    std::deque<TimeRunner> times;
-    for (const size_t track : tracks) {
-        times.emplace_back(reader.Unit(runners.size()));
-        runners.emplace_back(IsSized(manifest, manifest.tracks[track]));
-    }
-    uint64_t bytes = 0;
-    uint64_t packets = 0;
-    for (PacketReader::Packet packet; reader.Next(packet);) {
-        if (packet.stream >= runners.size()) {
-            throw Error(ErrorKind::CannotReadBack, file.Name() + ": has more tracks than the manifest says");
-        }
-        runners[packet.stream].Add(packet.data, packet.size);
-        times[packet.stream].Add(packet.time);
-        bytes += packet.size;
-        if (++packets % kPacketsAWatch == 0 && watch && !watch({bytes, file.Size(), bytes})) {
-            throw recordings::Error(recordings::ErrorKind::Cancelled, file.Name() + ": interrupted");
+std::string WordsOf(const NamedTrack& track) {
+    return fmt::format("channel {} {}", track.channel, track.isVideo ? "video" : "audio");
+}
+
+std::vector<size_t> TracksOf(const ManifestFile& manifest, size_t file) {
+    std::vector<size_t> tracks;
+    for (size_t i = 0; i < manifest.tracks.size(); ++i) {
+        if (manifest.tracks[i].output == file) {
+            tracks.push_back(i);
         }
     }
-    std::vector<TrackDigest> digests;
-    for (size_t i = 0; i < runners.size(); ++i) {
-        digests.push_back(runners[i].Finish());
-        digests.back().hasLengths = reader.HasLengths(i);
-        digests.back().times = times[i].Finish();
+    return tracks;
+}
+
+namespace {
+
+/// Whether a packet of a text track shows nothing: MP4 has such packets where no text lasts.
+bool IsEmptyText(Container container, const PacketReader::Packet& packet) {
+    return container == Container::Mp4 && packet.size == 2 && packet.data[0] == 0 && packet.data[1] == 0;
+}
+
+/// Runs through a container.
+class ContainerRun {
+public:
+    ContainerRun(const recordings::Source& file, const ManifestFile& manifest,
+                 const std::vector<size_t>& tracks, const recordings::Watch& watch)
+        : m_file(file), m_container(manifest.container), m_watch(watch), m_reader(file, m_container),
+          m_text(m_container, m_reader.TextUnit()) {
+        if (m_reader.Streams() != tracks.size()) {
+            throw Error(ErrorKind::CannotReadBack,
+                        file.Name() + ": has not as many tracks as the manifest says");
+        }
+        for (const size_t track : tracks) {
+            m_times.emplace_back(m_reader.Unit(m_runners.size()));
+            m_runners.emplace_back(IsSized(manifest, manifest.tracks[track]));
+        }
     }
-    return digests;
+
+    void Run() {
+        uint64_t packets = 0;
+        for (PacketReader::Packet packet; m_reader.Next(packet);) {
+            Take(packet);
+            m_bytes += packet.size;
+            if (++packets % kPacketsAWatch == 0 && m_watch && !m_watch({m_bytes, m_file.Size(), m_bytes})) {
+                throw recordings::Error(recordings::ErrorKind::Cancelled, m_file.Name() + ": interrupted");
+            }
+        }
+    }
+
+    TrackDigest Track(size_t number) {
+        TrackDigest digest = m_runners[number].Finish();
+        digest.hasLengths = m_reader.HasLengths(number);
+        digest.times = m_times[number].Finish();
+        return digest;
+    }
+    TextDigest Text() { return m_text.Finish(); }
+    FileFacts Facts() const { return m_reader.Facts(); }
+
+private:
+    void Take(const PacketReader::Packet& packet) {
+        if (packet.isText) {
+            if (!IsEmptyText(m_container, packet)) {
+                m_text.Add(packet.time, packet.duration, packet.data, packet.size);
+            }
+            return;
+        }
+        if (packet.stream >= m_runners.size()) {
+            throw Error(ErrorKind::CannotReadBack,
+                        m_file.Name() + ": has more tracks than the manifest says");
+        }
+        m_runners[packet.stream].Add(packet.data, packet.size);
+        m_times[packet.stream].Add(packet.time);
+    }
+
+    const recordings::Source& m_file;
+    Container m_container;
+    const recordings::Watch& m_watch;
+    PacketReader m_reader;
+    std::deque<Runner> m_runners;
+    std::deque<TimeRunner> m_times;
+    TextRunner m_text;
+    uint64_t m_bytes = 0;
+};
+
+} // namespace
+
+void DigestContainer(const recordings::Source& file, const ManifestFile& manifest, size_t number,
+                     FileDigests& digests, const recordings::Watch& watch) {
+    const std::vector<size_t> tracks = TracksOf(manifest, number);
+    ContainerRun run(file, manifest, tracks, watch);
+    run.Run();
+    for (size_t i = 0; i < tracks.size(); ++i) {
+        digests.tracks[tracks[i]] = run.Track(i);
+    }
+    digests.texts[number] = run.Text();
+    digests.facts[number] = run.Facts();
+    if (manifest.container == Container::Mp4) {
+        digests.facts[number].listedChapters = ReadChapterBox(file);
+    }
 }
 
 recordings::FrameQuery QueryOf(const ManifestFile& manifest) {
@@ -296,14 +441,20 @@ recordings::FrameQuery QueryOf(const ManifestFile& manifest) {
 }
 
 DiskDigests DigestFrames(const recordings::Disk& disk, const recordings::BlockList& blocks,
-                         const ManifestFile& manifest, const std::vector<TrackDigest>& files,
-                         const std::vector<FileStart>& starts, const recordings::Watch& watch) {
+                         const ManifestFile& manifest, const FileDigests& files, const Beginnings& beginnings,
+                         const recordings::Watch& watch) {
     recordings::RangeFrames frames(disk, blocks, QueryOf(manifest), {}, watch);
-    Distributor distributor(manifest, files, starts);
+    Distributor distributor(manifest, files, beginnings);
     for (recordings::Frame frame; frames.Next(frame);) {
         distributor.Take(frame);
     }
-    return distributor.Finish();
+    DiskDigests digests = distributor.Finish();
+    for (const recordings::Gap& gap : frames.Gaps()) {
+        if (gap.video || manifest.withAudio) {
+            digests.gaps.push_back(gap);
+        }
+    }
+    return digests;
 }
 
 } // namespace media

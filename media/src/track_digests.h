@@ -1,13 +1,16 @@
 #ifndef MEDIA_SRC_TRACK_DIGESTS_H
 #define MEDIA_SRC_TRACK_DIGESTS_H
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "container_facts.h"
 #include "container_rules.h"
 #include "media/manifest_file.h"
+#include "packet_reader.h"
 #include "recordings/blocks.h"
 #include "recordings/disk.h"
 #include "recordings/range_frames.h"
@@ -35,31 +38,64 @@ struct TrackDigest {
     int64_t latest = 0;
 };
 
-/// Where the time of a container begins on the recorder's clock, as time stamps.
-struct FileStart {
-    std::optional<int64_t> expected; ///< nothing: with its first frame
-    std::optional<int64_t> claimed;  ///< by the manifest; taken when it is earlier
+/// "channel 0 video"
+std::string WordsOf(const NamedTrack& track);
+
+/// What a text track holds.
+struct TextDigest {
+    std::string sha256; ///< of the texts, and of how long each lasts
+    TimeDigest times;
+};
+
+/// What the files of a manifest hold.
+struct FileDigests {
+    std::vector<TrackDigest> tracks; ///< those of files that cannot be compared are empty
+    std::vector<bool> comparable;    ///< of each file
+    std::vector<FileFacts> facts;    ///< of each container
+    std::vector<TextDigest> texts;   ///< the same
+
+    bool Any() const { return std::count(comparable.begin(), comparable.end(), true) != 0; }
+    bool All() const { return std::count(comparable.begin(), comparable.end(), false) == 0; }
+};
+
+/// What the disk has of one of the files.
+struct DiskFile {
+    std::optional<int64_t> start; ///< time stamp at which its time should begin; nothing: it has no times
+    std::vector<ClockSegment> segments;
+    ContainerFacts facts; ///< its chapters have places in the file as times
+    TextDigest text;
 };
 
 /// What the disk has of the files of a manifest.
 struct DiskDigests {
     std::vector<TrackDigest> tracks;
-    std::vector<FileStart> starts;                   ///< as they were found
-    std::vector<std::vector<ClockSegment>> segments; ///< of each file; none of those without times
+    std::vector<DiskFile> files;
+    std::vector<recordings::Gap> gaps; ///< of the tracks that were wanted
 };
 
-/// The tracks of a container, in the order of the manifest's.
-/// @param count how many there must be
-/// @throws Error (CannotReadBack) when it is not such a file
-std::vector<TrackDigest> DigestContainer(const recordings::Source& file, const ManifestFile& manifest,
-                                         const std::vector<size_t>& tracks, const recordings::Watch& watch);
+/// How files of a manifest begin.
+struct Beginnings {
+    const ContainerDescriber& describer;
+    std::optional<recordings::Frame>
+        first; ///< that the first container begins with; nothing: it has no frames
+    /// Time stamps that the manifest says the containers' times begin at; taken when they are earlier.
+    std::vector<std::optional<int64_t>> claimed;
+};
 
-/// The tracks of a manifest, as the disk has them.
-/// @param files what is known of the tracks' files, to bring frames and times into the same form
-/// @param starts of each file
+/// Takes what a container holds. Its tracks are in the order of the manifest's.
+/// @param number of the file
+/// @throws Error (CannotReadBack) when it is not such a file
+void DigestContainer(const recordings::Source& file, const ManifestFile& manifest, size_t number,
+                     FileDigests& digests, const recordings::Watch& watch);
+
+/// Entries of a file's tracks in the manifest.
+std::vector<size_t> TracksOf(const ManifestFile& manifest, size_t file);
+
+/// What the disk has of a manifest's files.
+/// @param files what is known of them, to bring frames and times into the same form
 DiskDigests DigestFrames(const recordings::Disk& disk, const recordings::BlockList& blocks,
-                         const ManifestFile& manifest, const std::vector<TrackDigest>& files,
-                         const std::vector<FileStart>& starts, const recordings::Watch& watch);
+                         const ManifestFile& manifest, const FileDigests& files, const Beginnings& beginnings,
+                         const recordings::Watch& watch);
 
 /// The frames that an export with this manifest reads.
 recordings::FrameQuery QueryOf(const ManifestFile& manifest);

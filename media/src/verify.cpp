@@ -5,22 +5,20 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
-#include <iterator>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "area_reader.h"
+#include "blocks_of_range.h"
+#include "content_check.h"
 #include "media/error.h"
 #include "opened_file.h"
 #include "recordings/records.h"
 #include "small_file.h"
-#include "survey.h"
-#include "time_check.h"
 #include "track_digests.h"
-#include "track_finder.h"
 
 namespace media {
 
@@ -41,22 +39,6 @@ public:
 
 private:
     int m_descriptor;
-};
-
-/// Places are whole microseconds; a fraction of seconds may be off by what 32-bit x86 computes more exactly.
-constexpr double kHalfAMicrosecond = 5e-7;
-
-std::string NameOf(const NamedTrack& track) {
-    return fmt::format("channel {} {}", track.channel, track.isVideo ? "video" : "audio");
-}
-
-/// What the files of a manifest hold.
-struct FileDigests {
-    std::vector<TrackDigest> tracks; ///< those of files that cannot be compared are empty
-    std::vector<bool> comparable;    ///< of each file
-
-    bool Any() const { return std::count(comparable.begin(), comparable.end(), true) != 0; }
-    bool All() const { return std::count(comparable.begin(), comparable.end(), false) == 0; }
 };
 
 class Verifier {
@@ -306,9 +288,25 @@ private:
         }
         if (m_manifest.isExtract) {
             CheckParts(Source(), Source().Name(), Subject::Block);
+            CheckExtent();
         } else {
             HashBlocks(Source(), Source().Name(), Subject::Block);
         }
+    }
+
+    /// An extract has all of its range, as far as that is not locked: nobody took a block out of it.
+    void CheckExtent() {
+        const recordings::ChannelSet seen =
+            m_manifest.channels.Without(m_manifest.locked).Without(m_request.disk->Hidden());
+        std::set<uint32_t> missing =
+            BlocksOfRange(*m_request.disk, *m_request.blocks, m_manifest.range, seen, {}, m_watch);
+        const size_t expected = missing.size();
+        for (const NamedBlock& block : m_manifest.blocks) {
+            missing.erase(block.number);
+        }
+        Judge(
+            missing.empty(), Subject::Block, m_manifest.name, "it has all blocks of its range",
+            fmt::format("{} of the {} blocks of its range are not in it", missing.size(), expected).c_str());
     }
 
     // ---- the frames
@@ -318,149 +316,30 @@ private:
         for (const NamedTrack& track : m_manifest.tracks) {
             if (hidden.Has(track.channel)) {
                 Report(Result::Bad, Subject::Frames,
-                       NameOf(track) + ": is locked on the source; give its password to compare it");
+                       WordsOf(track) + ": is locked on the source; give its password to compare it");
                 return;
             }
         }
         const FileDigests inFiles = DigestFiles();
-        if (!inFiles.Any()) {
-            return;
-        }
-        const DiskDigests onDisk = DigestFrames(*m_request.disk, *m_request.blocks, m_manifest,
-                                                inFiles.tracks, FindStarts(), m_watch);
-        bool good = inFiles.All();
-        for (size_t i = 0; i < m_manifest.tracks.size(); ++i) {
-            const NamedTrack& track = m_manifest.tracks[i];
-            if (inFiles.comparable[track.output]) {
-                good &= CompareTrack(track, inFiles.tracks[i], onDisk.tracks[i]);
-            }
-        }
-        if (good && m_request.timeOf) {
-            CompareClock(onDisk);
-        }
-    }
-
-    // ---- times
-
-    std::optional<int64_t> StampOf(const std::string& text) const {
-        return TimeStampOf(m_manifest, m_request.timeOf, text);
-    }
-
-    /// Where the times of the files begin: the first one's with the first frame that shows a track, each other's with its
-    /// own first frame. One may begin earlier, with an event.
-    std::vector<FileStart> FindStarts() const {
-        std::vector<FileStart> starts(m_manifest.files.size());
-        if (m_manifest.container == Container::Raw || !m_request.timeOf || starts.empty()) {
-            return starts;
-        }
-        for (auto segment = m_manifest.segments.rbegin(); segment != m_manifest.segments.rend(); ++segment) {
-            if (segment->output < starts.size()) { // the first of each file comes last
-                starts[segment->output].claimed = StampOf(segment->time);
-            }
-        }
-        starts.front().expected = FindFirst();
-        return starts;
-    }
-
-    /// The time of the frame that an export begins with, found as it was then.
-    std::optional<int64_t> FindFirst() const {
-        const recordings::FrameQuery query = QueryOf(m_manifest);
-        const auto refuses = [this](const Track& track, const recordings::Frame& frame) {
-            return RefusalOf(m_manifest.container, track, frame).has_value();
-        };
-        const TrackFinder finder(*m_request.disk, *m_request.blocks, {});
-        const Survey survey = MakeSurvey(*m_request.disk, *m_request.blocks, query, m_watch);
-        auto tracks = finder.FindAll(query, survey, refuses, m_watch);
-        for (auto track = tracks.begin(); track != tracks.end();) {
-            const bool wanted = m_manifest.withAudio || !track->first.isAudio;
-            track = wanted ? std::next(track) : tracks.erase(track);
-        }
-        return tracks.empty() ? std::nullopt : std::optional(FirstOf(tracks).time);
-    }
-
-    /// Holds what the manifest says of times against the disk.
-    void CompareClock(const DiskDigests& onDisk) {
-        for (size_t i = 0; i < m_manifest.tracks.size(); ++i) {
-            const NamedTrack& track = m_manifest.tracks[i];
-            const TrackDigest& found = onDisk.tracks[i];
-            if (!IsSpan(track.start, track.end, found.frames, found.earliest, found.latest)) {
-                Report(Result::Bad, Subject::Frames,
-                       fmt::format("{}: {}: its start and end are not those of the source", m_manifest.name,
-                                   NameOf(track)));
-            }
-        }
-        CompareWholeSpan(onDisk);
-        for (size_t file = 0; file < m_manifest.files.size(); ++file) {
-            CompareSegments(file, onDisk);
-        }
-    }
-
-    bool IsSpan(const std::string& start, const std::string& end, uint64_t frames, int64_t earliest,
-                int64_t latest) const {
-        return frames == 0 ? start.empty() && end.empty()
-                           : StampOf(start) == earliest && StampOf(end) == latest;
-    }
-
-    void CompareWholeSpan(const DiskDigests& onDisk) {
-        TrackDigest all;
-        for (const TrackDigest& track : onDisk.tracks) {
-            if (track.frames != 0) {
-                all.earliest = all.frames == 0 ? track.earliest : std::min(all.earliest, track.earliest);
-                all.latest = all.frames == 0 ? track.latest : std::max(all.latest, track.latest);
-                all.frames += track.frames;
-            }
-        }
-        if (!IsSpan(m_manifest.start, m_manifest.end, all.frames, all.earliest, all.latest)) {
-            Report(Result::Bad, Subject::Frames,
-                   m_manifest.name + ": its start and end are not those of the source");
-        }
-    }
-
-    void CompareSegments(size_t file, const DiskDigests& onDisk) {
-        const std::vector<ClockSegment>& segments = onDisk.segments[file];
-        if (!AreSegments(file, segments)) {
-            Report(Result::Bad, Subject::Frames,
-                   m_manifest.files[file].name + ": the segments of its clock are not those of the source");
-        } else if (!segments.empty() && segments.front().time != onDisk.starts[file].expected &&
-                   !IsTimeOfEvent(segments.front().time)) {
-            Report(Result::Unchecked, Subject::Frames,
-                   m_manifest.files[file].name +
-                       ": begins before its first frame, with nothing that is on the source");
-        }
-    }
-
-    bool AreSegments(size_t file, const std::vector<ClockSegment>& expected) const {
-        size_t found = 0;
-        for (const NamedSegment& segment : m_manifest.segments) {
-            if (segment.output != file) {
-                continue;
-            }
-            const bool fits =
-                found < expected.size() &&
-                std::abs(segment.seconds - SecondsOf(expected[found].place)) < kHalfAMicrosecond &&
-                StampOf(segment.time) == expected[found].time;
-            if (!fits) {
-                return false;
-            }
-            ++found;
-        }
-        return found == expected.size();
-    }
-
-    bool IsTimeOfEvent(int64_t time) const {
-        const std::vector<recordings::Event> events = recordings::FindEvents(
-            *m_request.disk, *m_request.blocks, m_manifest.range, recordings::kAllEvents, {}, m_watch);
-        return std::any_of(events.begin(), events.end(),
-                           [time](const recordings::Event& event) { return event.micros == time; });
+        ContentCheck(
+            m_request, inFiles,
+            [this](Result result, Subject subject, const std::string& text) {
+                Report(result, subject, text);
+            },
+            m_watch)
+            .Run();
     }
 
     // ---- the files' side
 
     /// What the files hold. Each of those that cannot be compared is reported.
     FileDigests DigestFiles() {
-        FileDigests digests{std::vector<TrackDigest>(m_manifest.tracks.size()), {}};
+        FileDigests digests;
+        digests.tracks.resize(m_manifest.tracks.size());
+        digests.facts.resize(m_manifest.files.size());
+        digests.texts.resize(m_manifest.files.size());
         for (size_t file = 0; file < m_manifest.files.size(); ++file) {
-            digests.comparable.push_back(m_good[file] && DigestFile(file, digests.tracks));
+            digests.comparable.push_back(m_good[file] && DigestFile(file, digests));
             if (!m_good[file]) {
                 Report(Result::Unchecked, Subject::Frames,
                        m_manifest.files[file].name + ": its frames are not compared: " +
@@ -471,77 +350,24 @@ private:
         return digests;
     }
 
-    /// Entries of the manifest's tracks.
-    std::vector<size_t> TracksOf(size_t file) const {
-        std::vector<size_t> tracks;
-        for (size_t i = 0; i < m_manifest.tracks.size(); ++i) {
-            if (m_manifest.tracks[i].output == file) {
-                tracks.push_back(i);
-            }
-        }
-        return tracks;
-    }
-
     /// @return false when it cannot be read, which is reported
-    bool DigestFile(size_t number, std::vector<TrackDigest>& digests) {
+    bool DigestFile(size_t number, FileDigests& digests) {
         const NamedFile& named = m_manifest.files[number];
-        const std::vector<size_t> tracks = TracksOf(number);
         if (m_manifest.container == Container::Raw) {
             // The file has nothing but payloads: its digest, which was checked, is theirs.
-            for (const size_t track : tracks) {
-                digests[track].sha256 = named.sha256;
-                digests[track].frames = m_manifest.tracks[track].frames;
+            for (const size_t track : TracksOf(m_manifest, number)) {
+                digests.tracks[track].sha256 = named.sha256;
+                digests.tracks[track].frames = m_manifest.tracks[track].frames;
             }
             return true;
         }
         try {
             const OpenedFile file(m_folder.Descriptor(), named.name);
-            const std::vector<TrackDigest> found = DigestContainer(file, m_manifest, tracks, m_watch);
-            for (size_t i = 0; i < tracks.size(); ++i) {
-                digests[tracks[i]] = found[i];
-            }
+            DigestContainer(file, m_manifest, number, digests, m_watch);
             return true;
         } catch (const Error& error) {
             Report(Result::Bad, Subject::Frames, error.what());
             return false;
-        }
-    }
-
-    /// @return whether it is that of the source
-    bool CompareTrack(const NamedTrack& track, const TrackDigest& inFile, const TrackDigest& onDisk) {
-        const std::string& file = m_manifest.files[track.output].name;
-        if (onDisk.frames != track.frames || onDisk.tooMany != 0) {
-            Report(Result::Bad, Subject::Frames,
-                   fmt::format("{}: {}: the source has {} frames, the manifest {}", file, NameOf(track),
-                               onDisk.frames + onDisk.tooMany, track.frames));
-            return false;
-        }
-        if (onDisk.sha256 != inFile.sha256) {
-            Report(Result::Bad, Subject::Frames,
-                   fmt::format("{}: {}: its frames are not those of the source", file, NameOf(track)));
-            return false;
-        }
-        if (m_request.timeOf && m_manifest.container != Container::Raw &&
-            !CompareTimes(track, inFile.times, onDisk.times)) {
-            return false;
-        }
-        Report(Result::Good, Subject::Frames,
-               fmt::format("{}: {}: {} frame{} of the source, byte for byte", file, NameOf(track),
-                           track.frames, track.frames == 1 ? ", that" : "s, those"));
-        return true;
-    }
-
-    bool CompareTimes(const NamedTrack& track, const TimeDigest& inFile, const TimeDigest& onDisk) {
-        const std::string name = fmt::format("{}: {}: ", m_manifest.files[track.output].name, NameOf(track));
-        switch (Compare(m_manifest.container, track.isVideo, inFile, onDisk)) {
-        case Result::Bad:
-            Report(Result::Bad, Subject::Frames, name + "its times are not those of the source");
-            return false;
-        case Result::Unchecked:
-            Report(Result::Unchecked, Subject::Frames, name + "its times are not compared");
-            return true;
-        default:
-            return true;
         }
     }
 
@@ -577,8 +403,18 @@ const char* NameOf(Check::Subject subject) {
         return "source";
     case Subject::Block:
         return "block";
-    default:
+    case Subject::Frames:
         return "frames";
+    case Subject::Gaps:
+        return "gaps";
+    case Subject::Events:
+        return "events";
+    case Subject::Text:
+        return "text";
+    case Subject::Chapters:
+        return "chapters";
+    default:
+        return "facts";
     }
 }
 

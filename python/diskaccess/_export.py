@@ -111,7 +111,18 @@ class _Words:
         return time.strftime("%Y-%m-%d %H:%M:%S") + f".{time.microsecond // 1000:03}"
 
     def readable_second(self, micros: int) -> str:
-        return self.readable_time(micros // MICROS * MICROS).removesuffix(".000")
+        return self.readable_time(micros // MICROS * MICROS).removesuffix(".000") + self._offset_if_twice(micros)
+
+    def _offset_if_twice(self, micros: int) -> str:
+        """The distance from UTC of a time that comes twice because clocks are turned back, as the program writes it."""
+        try:
+            time = self._clock.time(micros)
+        except OverflowError:
+            return ""
+        twin = time.replace(fold=1 - time.fold)
+        if twin.utcoffset() == time.utcoffset():
+            return ""
+        return time.isoformat(timespec="seconds")[19:]
 
     @staticmethod
     def printable(text: bytes) -> str:

@@ -129,7 +129,8 @@ protected:
             auto result = Export(disk, blocks, identity, request, problems, watch);
             close(source);
             if (result && !result->manifest.empty() && !request.provenance.hashSource) {
-                EXPECT_EQ(Complaints(disk, blocks, result->manifest), std::vector<std::string>());
+                EXPECT_EQ(Complaints(disk, blocks, result->manifest, request.wording),
+                          std::vector<std::string>());
             }
             return result;
         } catch (...) {
@@ -138,11 +139,13 @@ protected:
         }
     }
 
-    /// What verifying says of frames and their times, but for what is good.
+    /// What verifying says of what the files hold, but for what is good.
     static std::vector<std::string> Complaints(const recordings::Disk& disk,
-                                               const recordings::BlockList& blocks, const std::string& path) {
+                                               const recordings::BlockList& blocks, const std::string& path,
+                                               const Wording& wording) {
         const ManifestFile manifest = ReadManifest(path);
         VerifyRequest request{manifest};
+        request.wording = &wording;
         request.disk = &disk;
         request.blocks = &blocks;
         // The manifests have time stamps as the recorder's clock showed them.
@@ -151,7 +154,7 @@ protected:
         };
         std::vector<std::string> lines;
         Verify(request, [&lines](const Check& check) {
-            if (check.subject == Check::Subject::Frames && check.result != Check::Result::Good) {
+            if (check.subject >= Check::Subject::Frames && check.result != Check::Result::Good) {
                 lines.push_back(check.text);
             }
         });

@@ -223,6 +223,21 @@ TEST_F(Extracts, AreVerified) {
     EXPECT_FALSE(Verified());
 }
 
+/// Somebody takes a block out of the image and out of the manifest.
+TEST_F(Extracts, LackNoBlockOfTheirRange) {
+    const auto result = Run(RequestOf(20, 29));
+    ASSERT_TRUE(result);
+    auto manifest = nlohmann::json::parse(ReadFile(File("out.json")));
+    const uint64_t offset = result->blocks[1].area.offset;
+    manifest["blocks"].erase(1);
+    std::ofstream(File("out.json")) << manifest;
+    std::string image = ReadFile(File("out"));
+    image.replace(offset, kBlock, kBlock, '\0');
+    std::ofstream(File("out"), std::ios::binary) << image;
+    EXPECT_TRUE(Verified()); // the image is what the manifest says
+    EXPECT_FALSE(Verified(&Open()));
+}
+
 TEST_F(Extracts, NameWhatTheDiskDoesNotDeliver) {
     const uint32_t block = m_blockOf[125];
     const uint64_t from = (Image().FrameOffset(block, 20000) + 511) / 512 * 512;

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -42,7 +43,8 @@ protected:
 
     void SetUp() override { Record({}); }
 
-    void Record(const std::string& password) {
+    /// @param pause fifths of a second in which nothing is recorded, from one to before another
+    void Record(const std::string& password, std::pair<uint32_t, uint32_t> pause = {}) {
         sample_recorder::Format format;
         format.blockCount = 32;
         if (!password.empty()) {
@@ -53,16 +55,24 @@ protected:
         MakeDisk(format);
         sample_recorder::RecorderSettings settings;
         settings.channels = 3;
+        settings.vehicleNum = "4711";
         settings.properties.at(1).AType = 1;
         settings.properties.at(1).Sample = 8000;
         sample_recorder::Recorder recorder(Image(), settings);
         for (uint32_t fifth = 0; fifth < 300; ++fifth) {
             const int64_t time = kStart * kSecond + fifth * kSecond / 5;
+            const bool isPaused = pause.first <= fifth && fifth < pause.second;
+            if (isPaused) {
+                continue;
+            }
             for (const uint32_t channel : {0u, 1u}) {
                 Write(recorder, fifth % 5 == 0 ? KeyFrame(channel, time, 3000 + fifth)
                                                : Picture(channel, time, 500 + channel));
             }
             Write(recorder, Sound(1, time, 1600));
+            if (fifth == 60 || fifth == 110) { // within what is exported
+                recorder.WriteEvent(time, 4, 0);
+            }
         }
         recorder.PowerOff();
     }
@@ -76,6 +86,18 @@ protected:
         recorder.Write(frame);
     }
 
+    static Wording Words() {
+        Wording wording;
+        wording.timestamp = [](int64_t time) { return std::to_string(time); };
+        wording.utcTimestamp = [](int64_t) { return "2026-11-20T14:00:00.000000Z"; };
+        wording.readableTime = wording.timestamp;
+        wording.readableSecond = [](int64_t time) {
+            return "second " + std::to_string(time / kSecond - kStart);
+        };
+        wording.printable = [](const std::string& text) { return text; };
+        return wording;
+    }
+
     void MakeExport(Container container, const SigningKey* key = nullptr) {
         ExportRequest request;
         request.name = File("out");
@@ -83,11 +105,8 @@ protected:
         request.range = {kStart + 10, kStart + 39};
         request.replace = true;
         request.key = key;
-        request.wording.timestamp = [](int64_t time) { return std::to_string(time); };
-        request.wording.utcTimestamp = [](int64_t) { return "2026-11-20T14:00:00.000000Z"; };
-        request.wording.readableTime = request.wording.timestamp;
-        request.wording.readableSecond = request.wording.timestamp;
-        request.wording.printable = [](const std::string& text) { return text; };
+        request.wording = Words();
+        request.clockText = m_clockText;
         const recordings::Disk& disk = Open();
         const recordings::BlockList blocks = recordings::BlockList::Read(disk);
         const int source = open(Image().Path().c_str(), O_RDONLY | O_CLOEXEC);
@@ -102,7 +121,9 @@ protected:
     std::vector<std::string> Lines(bool withSource = true, const PublicKey* key = nullptr) {
         const ManifestFile manifest = ReadManifest(File("out.json"));
         VerifyRequest request{manifest};
+        const Wording wording = Words();
         request.key = key;
+        request.wording = m_knowsWords ? &wording : nullptr;
         request.timeOf = [](const std::string& text) {
             const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
             return isNumber ? std::optional<int64_t>(std::stoll(text)) : std::nullopt;
@@ -153,6 +174,8 @@ protected:
     }
 
     std::string m_password;
+    bool m_knowsWords = true;
+    bool m_clockText = true;
 };
 
 TEST_F(Verification, FindsAllAsItWas) {
@@ -181,6 +204,15 @@ TEST_F(Verification, FindsAllAsItWas) {
         expected.push_back(file + (raw ? "-ch1.h264" : "") + ": channel 1 video" + same);
         if (audio) {
             expected.push_back(file + (raw ? "-ch1.alaw" : "") + ": channel 1 audio" + same);
+        }
+        expected.emplace_back("good gaps out.json: no gaps, as on the source");
+        expected.emplace_back("good events out.json: 2 events, as on the source");
+        if (!raw) {
+            expected.emplace_back("good text out: 30 texts in its text track, as the source has them");
+            expected.push_back(
+                "good chapters out: " + std::string(audio ? "2" : "3") + // MP4 has the beginning
+                " chapters, as the source has them");
+            expected.emplace_back("good facts out: its title, vehicle and start are those of the source");
         }
         EXPECT_EQ(Lines(), expected) << NameOf(container);
         EXPECT_EQ(Complaints(false), (std::vector<std::string>{
@@ -228,8 +260,12 @@ TEST_F(Verification, LooksAtAllFiles) {
                                         "bad file out-ch1.alaw: cannot be opened: No such file or directory",
                                         "unchecked frames out-ch0.h264" + notCompared,
                                         "unchecked frames out-ch1.alaw" + notCompared}));
-    EXPECT_EQ(Lines().back(),
-              "good frames out-ch1.h264: channel 1 video: 150 frames, those of the source, byte for byte");
+    const std::vector<std::string> lines = Lines();
+    EXPECT_EQ(
+        std::count(lines.begin(), lines.end(),
+                   "good frames out-ch1.h264: channel 1 video: 150 frames, those of the source, byte for "
+                   "byte"),
+        1);
 }
 
 TEST_F(Verification, FindsAFlippedByteInTheSource) {
@@ -420,7 +456,12 @@ protected:
                 if (next == std::string::npos) {
                     break;
                 }
-                at = After(bytes, "\xE7", next); // the first element of the cluster
+                // After its name lies its size, whose first bits say how many bytes that has, and then its time.
+                size_t sizeBytes = 1;
+                while ((static_cast<uint8_t>(bytes[next + 4]) & (0x100u >> sizeBytes)) == 0) {
+                    ++sizeBytes;
+                }
+                at = After(bytes, "\xE7", next + 4 + sizeBytes);
                 const auto length = static_cast<size_t>(bytes[at] & 0x7F);
                 if (cluster >= first) {
                     char& last = bytes[at + length];
@@ -482,8 +523,10 @@ TEST_F(ForgedFiles, BeginEarlierOnlyIfSomethingIsThere) {
     Forge([](Json& manifest) {
         manifest["segments"][0]["time"] = std::to_string((kStart + 10) * kSecond - 5000);
     });
-    EXPECT_EQ(Complaints(), (std::vector<std::string>{"unchecked frames out: begins before its first frame, "
-                                                      "with nothing that is on the source"}));
+    EXPECT_EQ(Complaints(),
+              (std::vector<std::string>{
+                  "unchecked frames out: begins before its first frame, with nothing that is on the source",
+                  "bad chapters out: its chapters are not those of the source"})); // they stayed
 }
 
 TEST_F(Verification, FindsOtherTimesInTheManifest) {
@@ -512,11 +555,174 @@ TEST_F(Verification, FindsOtherTimesInTheManifest) {
     EXPECT_EQ(complaints([](Json& manifest) { manifest["segments"].push_back(manifest["segments"][0]); }),
               Lines{segments});
     // Every time is wrong by the hour that the clock is said to have been ahead.
-    EXPECT_EQ(complaints([](Json& manifest) { manifest["skew_seconds"] = 3600; }).size(), 5u);
+    EXPECT_EQ(complaints([](Json& manifest) { manifest["skew_seconds"] = 3600; }).size(), 6u);
     // Elementary streams have no times, but the manifest has.
     MakeExport(Container::Raw);
     Forge([&](Json& manifest) { manifest["tracks"][0]["start"] = other; });
     EXPECT_EQ(Complaints(), Lines{"bad frames out.json: channel 0 video" + span});
+}
+
+TEST_F(ForgedFiles, WithOtherTextsAreFound) {
+    for (const Container container : {Container::Matroska, Container::Mp4}) {
+        const auto complaints = [&](const std::string& from, const std::string& to) {
+            MakeExport(container);
+            Change([&](std::string& bytes) {
+                size_t count = 0;
+                for (size_t at = bytes.find(from); at != std::string::npos; at = bytes.find(from, at + 1)) {
+                    bytes.replace(at, from.size(), to);
+                    ++count;
+                }
+                EXPECT_NE(count, 0u) << from;
+            });
+            return Complaints();
+        };
+        using Lines = std::vector<std::string>;
+        const Lines text = {"bad text out: its text track is not that of the source"};
+        const Lines chapters = {"bad chapters out: its chapters are not those of the source"};
+        // One text of thirty, by a second; the vehicle, and the channels, in all of them.
+        EXPECT_EQ(complaints("second 17, 4711", "second 18, 4711"), text);
+        EXPECT_EQ(complaints(", 4711, channels", ", 4712, channels"), text);
+        EXPECT_EQ(complaints("channels 0, 1", "channels 0, 2"), text);
+        EXPECT_EQ(complaints("event 0x4, second 22", "event 0x8, second 22"), chapters);
+        EXPECT_EQ(complaints("event 0x4, second 22", "event 0x4, second 21"), chapters);
+        EXPECT_EQ(complaints("4711 second 10", "4712 second 10"),
+                  Lines{"bad facts out: its title is not that of the source"});
+        EXPECT_EQ(complaints("vehicle 4711", "vehicle 4712"),
+                  Lines{"bad facts out: its vehicle is not that of the source"});
+        if (container == Container::Matroska) {
+            EXPECT_EQ(complaints("channel 1", "channel 2"),
+                      Lines{"bad facts out: the titles of its tracks are not those of the source"});
+            EXPECT_EQ(complaints("recorded time", "received time"),
+                      Lines{"bad facts out: the title of its text track is not that of an export"});
+        }
+    }
+}
+
+/// MP4 has chapters in a track and in a list: players show the one or the other.
+TEST_F(ForgedFiles, WithAnotherChapterInOnePlaceAreFound) {
+    const std::vector<std::string> bad = {"bad chapters out: its chapters are not those of the source"};
+    for (const bool isFirst : {true, false}) {
+        MakeExport(Container::Mp4);
+        Change([isFirst](std::string& bytes) {
+            const std::string title = "event 0x4, second 22";
+            ASSERT_NE(bytes.find(title), bytes.rfind(title));
+            bytes[isFirst ? bytes.find(title) : bytes.rfind(title)] = 'E';
+        });
+        EXPECT_EQ(Complaints(), bad);
+    }
+    MakeExport(Container::Mp4);
+    Change([](std::string& bytes) {
+        // The place of the second one in the list: before its title's length lie tenths of microseconds.
+        const size_t at = bytes.rfind("event 0x4, second 12") - 1 - 4;
+        bytes[at] = static_cast<char>(bytes[at] + 1);
+    });
+    EXPECT_EQ(Complaints(), bad);
+}
+
+TEST_F(ForgedFiles, WithTextsAtOtherTimesAreFound) {
+    const std::vector<std::string> bad = {"bad text out: its text track is not that of the source"};
+    MakeExport(Container::Matroska);
+    Change([](std::string& bytes) {
+        // A block group's block has its time in the four bytes before the text: track, 16 bits of time, flags.
+        const size_t at = bytes.find("second 17, 4711");
+        bytes[at - 2] = static_cast<char>(bytes[at - 2] + 1);
+    });
+    EXPECT_EQ(Complaints(), bad);
+    MakeExport(Container::Matroska);
+    Change([](std::string& bytes) {
+        // How long it lasts follows the text: its name, its length, and two bytes of 1,000.
+        const size_t at = After(bytes, "second 17, 4711, channels 0, 1");
+        ASSERT_EQ(bytes.substr(at, 4), "\x9B\x82\x03\xE8");
+        bytes[at + 3] = '\xE7';
+    });
+    EXPECT_EQ(Complaints(), bad);
+}
+
+TEST_F(ForgedFiles, WithAnotherStartAreFound) {
+    const std::vector<std::string> bad = {"bad facts out: its start is not that of the source"};
+    MakeExport(Container::Matroska);
+    Change([](std::string& bytes) {
+        const size_t at = After(bytes, "\x44\x61\x88");       // DateUTC, of eight bytes
+        bytes[at + 3] = static_cast<char>(bytes[at + 3] + 1); // by 2^32 ns
+    });
+    EXPECT_EQ(Complaints(), bad);
+    MakeExport(Container::Mp4);
+    Change([](std::string& bytes) {
+        const size_t at = After(bytes, "mvhd") + 4;
+        bytes[at + 3] = static_cast<char>(bytes[at + 3] + 1); // by a second
+    });
+    EXPECT_EQ(Complaints(), bad);
+}
+
+TEST_F(Verification, FindsATextTrackThatIsNotAsTheManifestSays) {
+    MakeExport(Container::Matroska);
+    Forge([](Json& manifest) { manifest["text_track"] = false; });
+    EXPECT_EQ(Complaints(), (std::vector<std::string>{
+                                "bad text out: has a text track, but the manifest says that it has none"}));
+    Forge([](Json& manifest) { manifest.erase("text_track"); });
+    EXPECT_EQ(Complaints(), (std::vector<std::string>{
+                                "bad text out: has a text track, of which the manifest says nothing"}));
+    m_clockText = false;
+    MakeExport(Container::Matroska);
+    const std::vector<std::string> lines = Lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                         "good text out: a text track is not there, as the manifest says"),
+              1);
+    Forge([](Json& manifest) { manifest["text_track"] = true; });
+    EXPECT_EQ(Complaints(), (std::vector<std::string>{
+                                "bad text out: has no text track, but the manifest says that it has one"}));
+    // As the first versions of the program made them.
+    Forge([](Json& manifest) {
+        manifest.erase("text_track");
+        manifest.erase("with_audio");
+    });
+    EXPECT_EQ(Complaints(), (std::vector<std::string>{"unchecked text out: a text track is not there; the "
+                                                      "manifest says nothing of one"}));
+}
+
+TEST_F(Verification, SaysSoWhenItCannotTellHowTimesWereWritten) {
+    MakeExport(Container::Matroska);
+    m_knowsWords = false;
+    EXPECT_EQ(Complaints(),
+              (std::vector<std::string>{
+                  "unchecked text out: its texts, chapters and title are not compared: it is not "
+                  "known here how its zone writes times"}));
+}
+
+TEST_F(Verification, FindsOtherGapsAndEventsInTheManifest) {
+    Record({}, {70, 170}); // twenty seconds
+    const auto stamp = [](int64_t fifths) { return std::to_string(kStart * kSecond + fifths * kSecond / 5); };
+    for (const Container container : {Container::Matroska, Container::Mp4, Container::Raw}) {
+        MakeExport(container);
+        const Json gaps = Manifest()["gaps"];
+        ASSERT_EQ(gaps.size(), 3u); // of each of the three tracks
+        EXPECT_EQ(gaps[0]["start"], stamp(69));
+        EXPECT_EQ(gaps[0]["end"], stamp(170));
+        EXPECT_EQ(Complaints(), std::vector<std::string>());
+        const auto complaints = [&](const std::function<void(Json&)>& change) {
+            MakeExport(container);
+            Forge(change);
+            return Complaints();
+        };
+        const std::vector<std::string> bad = {
+            "bad gaps out.json: its gaps are not those of the source, which has 3 gaps"};
+        EXPECT_EQ(complaints([](Json& manifest) { manifest["gaps"].erase(0); }), bad);
+        EXPECT_EQ(complaints([](Json& manifest) { manifest["gaps"] = Json::array(); }), bad);
+        EXPECT_EQ(complaints([](Json& manifest) { manifest["gaps"].push_back(manifest["gaps"][0]); }), bad);
+        EXPECT_EQ(complaints([&](Json& manifest) { manifest["gaps"][1]["start"] = stamp(70); }), bad);
+        EXPECT_EQ(complaints([&](Json& manifest) { manifest["gaps"][1]["end"] = stamp(169); }), bad);
+        EXPECT_EQ(complaints([](Json& manifest) { manifest["gaps"][1]["end"] = "never"; }), bad);
+        EXPECT_EQ(complaints([](Json& manifest) { manifest["gaps"][0]["channel"] = 7; }), bad);
+        EXPECT_EQ(complaints([](Json& manifest) { manifest["gaps"][0]["block"] = 31; }), bad);
+        EXPECT_EQ(complaints([](Json& manifest) { std::swap(manifest["gaps"][0], manifest["gaps"][2]); }),
+                  bad);
+        const std::vector<std::string> badEvents = {
+            "bad events out.json: its events are not those of the source, which has 1 event"};
+        EXPECT_EQ(complaints([](Json& manifest) { manifest["events"] = Json::array(); }), badEvents);
+        EXPECT_EQ(complaints([](Json& manifest) { manifest["events"][0]["event_types"] = 5; }), badEvents);
+        EXPECT_EQ(complaints([](Json& manifest) { manifest["events"][0]["entry"] = 9; }), badEvents);
+        EXPECT_EQ(complaints([&](Json& manifest) { manifest["events"][0]["time"] = stamp(65); }), badEvents);
+    }
 }
 
 // ---- what anybody may have written

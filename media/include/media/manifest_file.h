@@ -41,6 +41,22 @@ struct NamedSegment {
     std::string time;   ///< that lies there, as it is written
 };
 
+/// A gap of a track, as a manifest has it.
+struct NamedGap {
+    uint32_t channel = 0;
+    bool isVideo = true;
+    uint32_t block = 0;     ///< where recording goes on
+    std::string start, end; ///< times of the frames before and after, as they are written
+};
+
+/// An event, as a manifest has it.
+struct NamedEvent {
+    std::string time; ///< as it is written
+    uint64_t types = 0;
+    uint32_t block = 0;
+    uint32_t entry = 0;
+};
+
 struct NamedBlock {
     uint32_t number = 0;
     AreaDigest area;
@@ -66,12 +82,15 @@ struct ManifestFile {
     recordings::ChannelSet channels;
     recordings::ChannelSet locked; ///< that the access lock hid
     std::vector<NamedFile> files;
-    bool withAudio = true;   ///< whether audio was wanted
-    bool textTrack = false;  ///< whether containers have a text track
-    int64_t skewSeconds = 0; ///< how far the recorder's clock was ahead of the times of the manifest
-    std::string start, end;  ///< as of tracks, of all of them
+    bool withAudio = true;           ///< whether audio was wanted
+    std::optional<bool> textTrack;   ///< whether containers have a text track; early manifests do not say
+    std::optional<std::string> zone; ///< of all times, as named; nothing: that of the machine that wrote them
+    int64_t skewSeconds = 0;         ///< how far the recorder's clock was ahead of the times of the manifest
+    std::string start, end;          ///< as of tracks, of all of them
     std::vector<NamedTrack> tracks;
     std::vector<NamedSegment> segments; ///< in the order of the outputs, and of their time
+    std::vector<NamedGap> gaps;
+    std::vector<NamedEvent> events;
     std::set<std::pair<uint32_t, bool>>
         leftOut;                   ///< channels and whether video, of which frames are in no file
     std::vector<AreaDigest> areas; ///< of an extract: what lies before the blocks

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "media/manifest_file.h"
+#include "media/request.h"
 #include "media/signature.h"
 #include "recordings/blocks.h"
 #include "recordings/disk.h"
@@ -24,7 +25,18 @@ struct Check {
         Unchecked ///< there is nothing to hold it against
     };
     /// What is looked at.
-    enum class Subject : uint8_t { Signature, File, Source, Block, Frames };
+    enum class Subject : uint8_t {
+        Signature,
+        File,
+        Source,
+        Block,
+        Frames,
+        Gaps,
+        Events,
+        Text,     ///< the text track of a file
+        Chapters, ///< of a file
+        Facts     ///< what a file says of itself: its title and the like
+    };
 
     Result result = Result::Good;
     Subject subject = Subject::File;
@@ -33,7 +45,7 @@ struct Check {
 
 /// "good", "bad", "unchecked"
 const char* NameOf(Check::Result result);
-/// "signature", "file", "source", "block", "frames"
+/// "signature", "file", "source", "block", "frames", "gaps", "events", "text", "chapters", "facts"
 const char* NameOf(Check::Subject subject);
 
 /// What a manifest is held against.
@@ -44,6 +56,8 @@ struct VerifyRequest {
     const recordings::BlockList* blocks = nullptr; ///< of the disk; not null when that is not
     /// How text of the disk was written into the manifest.
     std::function<std::string(const std::string&)> printable = [](const std::string& text) { return text; };
+    /// How times and texts of the disk were written into the files. Null: it is not known, and they are not compared.
+    const Wording* wording = nullptr;
     /// Reads a time of the manifest, in microseconds since 1970; nothing when it is none. Null: times are not compared.
     std::function<std::optional<int64_t>(const std::string&)> timeOf = {};
 };

@@ -52,6 +52,14 @@ const char* HintFor(media::ErrorKind kind) {
     }
 }
 
+/// All who read a private key can sign in its owner's place.
+void NoteIfOthersMayRead(const std::string& key) {
+    struct stat status = {};
+    if (stat(key.c_str(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        Complain(key + ": others than its owner may read this private key; keep them out with chmod 600");
+    }
+}
+
 } // namespace
 
 media::Provenance ProvenanceOf(Context& context) {
@@ -119,7 +127,9 @@ std::optional<media::SigningKey> ReadSigningKey(const Options& options) {
         return std::nullopt;
     }
     try {
-        return media::SigningKey(options.signingKey);
+        media::SigningKey key(options.signingKey);
+        NoteIfOthersMayRead(options.signingKey);
+        return key;
     } catch (const media::Error& error) {
         throw ToFailure(error);
     }

@@ -1,9 +1,13 @@
 #include "media/verify.h"
+#include "cli/disk_clock.h"
+#include "cli/failure.h"
 #include "cli/interruption.h"
 #include "cli/output.h"
 #include "cli/typed_time.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
+#include "commands/wording.h"
+#include "media/error.h"
 #include "media/manifest_file.h"
 #include "media/sink.h"
 #include "render/printable.h"
@@ -16,7 +20,62 @@ namespace diskaccess {
 namespace {
 
 std::optional<media::PublicKey> ReadPublicKey(const Options& options) {
-    return options.publicKey.empty() ? std::nullopt : std::optional<media::PublicKey>(options.publicKey);
+    if (options.publicKey.empty()) {
+        return std::nullopt;
+    }
+    try {
+        return media::PublicKey(options.publicKey);
+    } catch (const media::Error& error) {
+        throw Failure(error.what() + std::string("; make it of the private one with openssl pkey -pubout"));
+    }
+}
+
+/// Whether a zone writes a manifest's times as they stand there.
+bool WritesTimesOf(const media::ManifestFile& manifest, const TimeZone& zone) {
+    const auto isWritten = [&zone](const std::string& text) {
+        const std::optional<int64_t> time = MicrosOfRfc3339(text);
+        return time && zone.Rfc3339OfMicros(*time) == text;
+    };
+    return isWritten(manifest.start) && isWritten(manifest.end);
+}
+
+/// A zone that is always as far from UTC as a time says: "2026-11-20T14:30:00.000000+01:00".
+std::string RuleOf(const std::string& time) {
+    constexpr size_t kOffset = 6;
+    if (time.size() < kOffset || time.back() == 'Z') {
+        return "UTC";
+    }
+    std::string offset = time.substr(time.size() - kOffset);
+    const std::string name = "<" + offset.substr(0, 3) + offset.substr(4) + ">";
+    offset.front() = offset.front() == '-' ? '+' : '-'; // such rules count to the west
+    return name + offset;
+}
+
+/// The zone that a manifest names. Anybody may have written it: a path is taken for no zone.
+std::optional<TimeZone> NamedZone(const media::ManifestFile& manifest) {
+    constexpr size_t kLongestName = 100;
+    const std::string name = manifest.zone.value_or("");
+    if (name.empty() || name.size() > kLongestName || name.front() == '/') {
+        return std::nullopt;
+    }
+    try {
+        return TimeZone(name);
+    } catch (const UnknownZone&) {
+        return std::nullopt;
+    }
+}
+
+/// The zone in which an export wrote times, which becomes that of the process; nothing when it is not known.
+std::optional<TimeZone> ZoneOf(const media::ManifestFile& manifest, const Options& options) {
+    if (!MicrosOfRfc3339(manifest.start)) {
+        return std::nullopt;
+    }
+    const std::optional<TimeZone> likely = manifest.zone ? NamedZone(manifest) : ReadZone(options);
+    if (likely && WritesTimesOf(manifest, *likely)) {
+        return likely;
+    }
+    const TimeZone fixed(RuleOf(manifest.start));
+    return WritesTimesOf(manifest, fixed) ? std::optional(fixed) : std::nullopt;
 }
 
 /// One run of the command. Without a source there is no disk to ask.
@@ -38,8 +97,13 @@ public:
         request.timeOf = MicrosOfRfc3339;
         if (m_context) {
             request.disk = &m_context->Disk();
-            request.blocks = &m_context->Blocks();
+            request.blocks =
+                &m_context->Blocks(); // after that, nothing is said in the zone that was asked for
         }
+        const std::optional<TimeZone> known = ZoneOf(m_manifest, m_options);
+        const TimeZone zone = known.value_or(m_zone);
+        const media::Wording wording = WordingOf(zone, DiskClock(m_manifest.skewSeconds));
+        request.wording = known ? &wording : nullptr;
         BeginAnswer();
         const bool good = media::Verify(
             request, [this](const media::Check& check) { Show(check); }, Watch());
