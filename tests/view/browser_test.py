@@ -385,6 +385,19 @@ class ViewerTest(BrowserTest):
         self.key(" ")
         self.wait(lambda: self.data("playing") == "false")
 
+    def test_goes_back_to_pictures_that_were_let_go(self):
+        self.seek(8)
+        self.key(" ")
+        self.wait(lambda: int(self.data("time")) > micros(15))  # more pictures than are kept
+        self.key(" ")
+        self.settle()
+        self.seek(8)
+        self.assert_shows(8)
+        self.key(Keys.ARROW_LEFT)  # what lies before was not read yet
+        self.wait(lambda: self.data("time") == str(micros(7.96)))
+        self.settle()
+        self.assert_shows(7.96)
+
     def test_skips_the_gap_between_journeys(self):
         self.seek(SECONDS - 0.5)
         self.key(" ")

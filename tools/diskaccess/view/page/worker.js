@@ -254,7 +254,7 @@ class Camera {
     this.channel = channel;
     this.canvas = canvas;
     this.context = canvas.getContext("2d", { alpha: false });
-    this.pictures = new Map(); // by the frame's id
+    this.pictures = new Map(); // by their frames
     this.failed = new Set();
     this.waiting = new Map();
     this.fed = null; // the frame given to the decoder last
@@ -262,6 +262,7 @@ class Camera {
     this.unsupported = null;
     this.remote = false; // whether the server decodes
     this.shown = null;
+    this.wanted = null; // the frame whose picture was asked for last
     this.most = 32;
     this.run = 0; // grows whenever the decoder begins anew
   }
@@ -273,11 +274,12 @@ class Camera {
   }
 
   has(frame) {
-    return this.pictures.has(frame.id) || this.failed.has(frame.id);
+    return this.pictures.has(frame) || this.failed.has(frame.id);
   }
 
   // Gives the decoder what it takes to have the picture at a place, and up to @p ahead frames more.
   feed(frames, place, ahead) {
+    this.wanted = frames[place];
     if (this.remote) {
       this.#feedPictures(frames, place, ahead);
       return;
@@ -314,7 +316,7 @@ class Camera {
     if (run !== this.run) {
       made?.close();
     } else if (made) {
-      this.#keep(frame.id, made);
+      this.#keep(frame, made);
     } else {
       this.waiting.delete(frame.id);
       this.failed.add(frame.id);
@@ -325,7 +327,7 @@ class Camera {
   // How many pictures after a place are kept.
   #ahead(frames, place) {
     let count = 0;
-    for (let i = place + 1; i < frames.length && this.pictures.has(frames[i].id); ++i) {
+    for (let i = place + 1; i < frames.length && this.pictures.has(frames[i]); ++i) {
       ++count;
     }
     return count;
@@ -386,7 +388,7 @@ class Camera {
       return;
     }
     if (!this.decoder || this.decoder.state === "closed") {
-      this.decoder = new VideoDecoder({ output: (picture) => this.#keep(picture.timestamp, picture), error: () => this.#fail() });
+      this.decoder = new VideoDecoder({ output: (picture) => this.#keep(this.waiting.get(picture.timestamp), picture), error: () => this.#fail() });
     }
     this.codec = codec;
     this.decoder.configure({ codec, optimizeForLatency: true, hardwareAcceleration: "prefer-software" });
@@ -398,10 +400,14 @@ class Camera {
   }
 
   // picture: a VideoFrame, or an ImageBitmap.
-  #keep(id, picture) {
-    this.waiting.delete(id);
-    this.pictures.get(id)?.close();
-    this.pictures.set(id, picture);
+  #keep(frame, picture) {
+    if (!frame) {
+      picture.close(); // nobody waits for it any more
+      return;
+    }
+    this.waiting.delete(frame.id);
+    this.pictures.get(frame)?.close();
+    this.pictures.set(frame, picture);
     if (this.pictures.size === 1 || this.pictures.size % 8 === 0) {
       const bytes = picture.codedWidth ? picture.codedWidth * picture.codedHeight * 1.5 : picture.width * picture.height * 4;
       this.most = Math.max(6, Math.min(120, Math.floor(kMostDecoded / cameras.size / bytes)));
@@ -412,13 +418,15 @@ class Camera {
     wake();
   }
 
-  // Lets go of the picture that is needed least: the oldest before the one shown, else the last after it.
+  // Lets go of the picture that is needed least: the furthest from the one that is wanted.
   #dropOne() {
-    const ids = [...this.pictures.keys()].sort((a, b) => a - b);
-    const shown = this.shown?.id ?? ids[0];
-    const id = ids[0] < shown ? ids[0] : ids[ids.length - 1];
-    this.pictures.get(id).close();
-    this.pictures.delete(id);
+    const distance = (frame) => Math.abs(frame.time - this.wanted.time);
+    let furthest = this.wanted;
+    for (const frame of this.pictures.keys()) {
+      furthest = distance(frame) > distance(furthest) ? frame : furthest;
+    }
+    this.pictures.get(furthest)?.close();
+    this.pictures.delete(furthest);
   }
 
   #fail() {
@@ -455,7 +463,7 @@ class Camera {
 
   // Whether a frame's picture is what stands there afterwards. What stands there already is not drawn again.
   draw(frame) {
-    const picture = this.pictures.get(frame.id);
+    const picture = this.pictures.get(frame);
     if (!picture || this.shown === frame) {
       return picture !== undefined;
     }
