@@ -6,7 +6,6 @@
 
 #include <map>
 
-#include "child.h"
 #include "media/encoding_camera.h"
 #include "picture_states.h"
 #include "recordings/recordings_fixture.h"
@@ -196,29 +195,6 @@ TEST(PictureStates, AnswerForEveryFrame) {
         payloads.assign(3, Bytes(500, 0xFF));
         EXPECT_EQ(media::DecodePictures(codec, payloads), std::vector<bool>(3, false));
     }
-}
-
-TEST(ChildThatAnswers, IsHeardUpToItsEnd) {
-    const auto work = [](int answer) {
-        return media::WriteAll(answer, "half", 4) && media::WriteAll(-1, "x", 1);
-    };
-    const media::ChildAnswer answer = media::HearChild(work, {});
-    EXPECT_FALSE(answer.complete);
-    EXPECT_EQ(answer.bytes, (Bytes{'h', 'a', 'l', 'f'}));
-}
-
-TEST(ChildThatAnswers, IsEndedWhenItFallsSilent) {
-    media::ChildLimits limits;
-    limits.seconds = 600;
-    limits.silence = 1;
-    const auto work = [](int answer) {
-        for (volatile int i = media::WriteAll(answer, "a", 1) ? 0 : 1;; i = i + 1) {
-        }
-        return true;
-    };
-    const media::ChildAnswer answer = media::HearChild(work, limits);
-    EXPECT_FALSE(answer.complete);
-    EXPECT_EQ(answer.bytes, Bytes{'a'});
 }
 
 } // namespace
