@@ -12,6 +12,11 @@ namespace {
 /// Pictures from this height on are of high definition, which means other colours where the stream does not say.
 constexpr int kHighDefinition = 720;
 
+constexpr size_t kBytesAPixel = 3;
+
+/// Bytes that rows begin at a multiple of, and that lie after each at least.
+constexpr size_t kPadding = 64;
+
 } // namespace
 
 bool SizeAllowed(int64_t width, int64_t height) {
@@ -26,6 +31,31 @@ void SetColours(SwsContext& scaler, const AVFrame& from, int coefficients) {
     const int full = from.color_range == AVCOL_RANGE_JPEG || from.format == AV_PIX_FMT_YUVJ420P ? 1 : 0;
     sws_setColorspaceDetails(&scaler, colours, full, sws_getCoefficients(coefficients), 1, 0, 1 << 16,
                              1 << 16);
+}
+
+PaddedRows::PaddedRows(uint32_t width, uint32_t height)
+    : m_row(width * kBytesAPixel), m_stride((m_row + 2 * kPadding - 1) / kPadding * kPadding), m_rows(height),
+      m_bytes(m_stride * m_rows) {}
+
+/// What lies after a row has some weight in its last pixels: it is the last one again.
+PaddedRows::PaddedRows(const Picture& picture) : PaddedRows(picture.width, picture.height) {
+    for (size_t row = 0; row < m_rows; ++row) {
+        uint8_t* const to = m_bytes.data() + row * m_stride;
+        std::copy_n(picture.pixels.data() + row * m_row, m_row, to);
+        for (size_t i = m_row; i < m_stride; ++i) {
+            to[i] = to[i - kBytesAPixel];
+        }
+    }
+}
+
+std::vector<uint8_t> PaddedRows::Pixels() const {
+    std::vector<uint8_t> pixels;
+    pixels.reserve(m_row * m_rows);
+    for (size_t row = 0; row < m_rows; ++row) {
+        const uint8_t* const from = m_bytes.data() + row * m_stride;
+        pixels.insert(pixels.end(), from, from + m_row);
+    }
+    return pixels;
 }
 
 Codec OpenEncoder(AVCodecID id, const AVFrame& frame, int quality) {

@@ -48,20 +48,14 @@ bool Convert(const AVFrame& frame, std::vector<uint8_t>& pixels) {
         return false;
     }
     SetColours(*scaler, frame, SWS_CS_DEFAULT);
-    // The scaler writes a little beyond the end of rows: rows of its own size take that.
-    const int row = (frame.width * static_cast<int>(kBytesAPixel) + 63) & ~63;
-    std::vector<uint8_t> rows(static_cast<size_t>(row) * static_cast<size_t>(frame.height) + 64);
-    uint8_t* const planes[4] = {rows.data(), nullptr, nullptr, nullptr};
-    const int strides[4] = {row, 0, 0, 0};
+    PaddedRows rows(static_cast<uint32_t>(frame.width), static_cast<uint32_t>(frame.height));
+    uint8_t* const planes[4] = {rows.Start(), nullptr, nullptr, nullptr};
+    const int strides[4] = {rows.Stride(), 0, 0, 0};
     if (sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, planes, strides) !=
         frame.height) {
         return false;
     }
-    const size_t wanted = static_cast<size_t>(frame.width) * kBytesAPixel;
-    for (int y = 0; y < frame.height; ++y) {
-        const uint8_t* const from = rows.data() + static_cast<size_t>(y) * static_cast<size_t>(row);
-        pixels.insert(pixels.end(), from, from + wanted);
-    }
+    pixels = rows.Pixels();
     return true;
 }
 

@@ -11,8 +11,6 @@ namespace {
 /// The best quality that JPEG encoders know, but for one step that makes files twice as large.
 constexpr int kJpegQuality = 2;
 
-constexpr int kBytesAPixel = 3;
-
 [[noreturn]] void CannotEncode() {
     throw Error(ErrorKind::CannotMake, "the picture cannot be encoded");
 }
@@ -38,8 +36,9 @@ FramePointer FrameOf(const Picture& picture, AVPixelFormat format) {
     }
     sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(SWS_CS_DEFAULT), 1,
                              sws_getCoefficients(SWS_CS_ITU601), 1, 0, 1 << 16, 1 << 16);
-    const uint8_t* const planes[4] = {picture.pixels.data(), nullptr, nullptr, nullptr};
-    const int strides[4] = {frame->width * kBytesAPixel, 0, 0, 0};
+    PaddedRows rows(picture);
+    const uint8_t* const planes[4] = {rows.Start(), nullptr, nullptr, nullptr};
+    const int strides[4] = {rows.Stride(), 0, 0, 0};
     sws_scale(scaler.get(), planes, strides, 0, frame->height, frame->data, frame->linesize);
     if (format == AV_PIX_FMT_YUV444P) {
         frame->format =

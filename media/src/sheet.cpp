@@ -2,14 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 
 #include "letters.h"
 #include "media/error.h"
-
-extern "C" {
-#include <libswscale/swscale.h>
-}
+#include "picture_codec.h"
 
 namespace media {
 
@@ -32,10 +28,6 @@ constexpr Colour kPaper = {255, 255, 255};
 constexpr Colour kInk = {20, 24, 28};
 constexpr Colour kNoPicture = {226, 229, 232};
 constexpr Colour kDimInk = {90, 96, 102};
-
-struct FreeScaler {
-    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
 
 Picture Blank(uint32_t width, uint32_t height, Colour colour) {
     Picture picture = {width, height, std::vector<uint8_t>(size_t{width} * height * kBytesAPixel)};
@@ -120,27 +112,21 @@ Picture Shrink(const Picture& picture, uint32_t width) {
     const auto high = std::max(1u, static_cast<uint32_t>(uint64_t{picture.height} * wide / picture.width));
     // Sides beyond all proportion are squeezed.
     const uint32_t tall = std::min(high, 2 * width);
-    const std::unique_ptr<SwsContext, FreeScaler> scaler(
-        sws_getContext(static_cast<int>(picture.width), static_cast<int>(picture.height), AV_PIX_FMT_RGB24,
-                       static_cast<int>(wide), static_cast<int>(tall), AV_PIX_FMT_RGB24,
-                       SWS_AREA | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
+    const Scaler scaler(sws_getContext(static_cast<int>(picture.width), static_cast<int>(picture.height),
+                                       AV_PIX_FMT_RGB24, static_cast<int>(wide), static_cast<int>(tall),
+                                       AV_PIX_FMT_RGB24, SWS_AREA | SWS_ACCURATE_RND, nullptr, nullptr,
+                                       nullptr));
     if (!scaler) {
         throw Error(ErrorKind::CannotMake, "a picture cannot be made smaller");
     }
-    // The scaler writes a little beyond the end of rows: rows of its own size take that.
-    const size_t row = (size_t{wide} * kBytesAPixel + 63) / 64 * 64;
-    std::vector<uint8_t> rows(row * tall + 64);
-    const uint8_t* const from[4] = {picture.pixels.data(), nullptr, nullptr, nullptr};
-    const int fromStride[4] = {static_cast<int>(picture.width * kBytesAPixel), 0, 0, 0};
-    uint8_t* const to[4] = {rows.data(), nullptr, nullptr, nullptr};
-    const int toStride[4] = {static_cast<int>(row), 0, 0, 0};
+    PaddedRows large(picture);
+    PaddedRows rows(wide, tall);
+    const uint8_t* const from[4] = {large.Start(), nullptr, nullptr, nullptr};
+    const int fromStride[4] = {large.Stride(), 0, 0, 0};
+    uint8_t* const to[4] = {rows.Start(), nullptr, nullptr, nullptr};
+    const int toStride[4] = {rows.Stride(), 0, 0, 0};
     sws_scale(scaler.get(), from, fromStride, 0, static_cast<int>(picture.height), to, toStride);
-    Picture small = {wide, tall, {}};
-    for (uint32_t line = 0; line < tall; ++line) {
-        const auto start = rows.begin() + static_cast<std::ptrdiff_t>(line * row);
-        small.pixels.insert(small.pixels.end(), start, start + std::ptrdiff_t{wide} * kBytesAPixel);
-    }
-    return small;
+    return {wide, tall, rows.Pixels()};
 }
 
 Picture DrawSheet(const Sheet& sheet) {
