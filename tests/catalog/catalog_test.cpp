@@ -451,6 +451,13 @@ void FillWithDisks(catalog::Database& database, int64_t disks) {
     transaction.Commit();
 }
 
+/// Milliseconds that an answer may take. Builds that are not optimised are not made to be quick.
+#ifdef NDEBUG
+constexpr double kQuick = 10;
+#else
+constexpr double kQuick = 100;
+#endif
+
 /// The best of several answers: this machine is shared.
 double BestTime(const std::function<void()>& ask) {
     double best = 1e9;
@@ -472,10 +479,10 @@ TEST_P(Catalogs, AnswerFastAmongManyDisks) {
     question.from = 70 * 3600;
     question.to = question.from + 600;
     EXPECT_EQ(Find(question), Lines{"bus 30 30 252000-252600 ff"});
-    EXPECT_LT(BestTime([&] { Catalog().Find(question); }), 10);
+    EXPECT_LT(BestTime([&] { Catalog().Find(question); }), kQuick);
     question.vehicle.reset();
     EXPECT_EQ(Find(question).size(), 60u);
-    EXPECT_LT(BestTime([&] { Catalog().Find(question); }), 50);
+    EXPECT_LT(BestTime([&] { Catalog().Find(question); }), 5 * kQuick);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sqlite, Catalogs, ::testing::Values(Engine::Sqlite));
