@@ -524,9 +524,14 @@ TEST(CatalogFiles, AreKeptWhateverTheirNames) {
     EXPECT_TRUE(std::filesystem::exists(dir.File(":memory:")));
 }
 
+/// An empty one, that no program has open.
+void MakeCatalogue(const std::string& file) {
+    const catalog::Catalog made(catalog::OpenDatabase(file));
+}
+
 TEST(CatalogFiles, AreRolledBackFromTheirJournals) {
     const TempDir dir;
-    catalog::Catalog(catalog::OpenDatabase(dir.File("catalog.db")));
+    MakeCatalogue(dir.File("catalog.db"));
     std::ofstream(dir.File("catalog.db-journal"), std::ios::binary)
         << std::string("\xD9\xD5\x05\xF9\x20\xA1\x63\xD7", 8) << std::string(504, '\0');
     EXPECT_TRUE(catalog::Catalog(catalog::OpenDatabase(dir.File("catalog.db"))).List().empty());
@@ -536,7 +541,7 @@ TEST(CatalogFiles, AreRolledBackFromTheirJournals) {
 // Until it is written out, a journal begins with zeros.
 TEST(CatalogFiles, AreOpenedWhileAnotherProgramWrites) {
     const TempDir dir;
-    catalog::Catalog(catalog::OpenDatabase(dir.File("catalog.db")));
+    MakeCatalogue(dir.File("catalog.db"));
     const auto writer = catalog::OpenDatabase(dir.File("catalog.db"));
     catalog::Transaction transaction(*writer);
     writer->Run("INSERT INTO vehicle (number, identity) VALUES ('bus', '12')");
@@ -579,7 +584,7 @@ TEST(CatalogFiles, SayWhatCanBeDone) {
         WhatOpeningSays(dir.File("none/catalog.db")),
         dir.File("none/catalog.db") +
             ": unable to open database file; give the catalogue a file in a folder that can be written");
-    catalog::Catalog(catalog::OpenDatabase(dir.File("catalog.db")));
+    MakeCatalogue(dir.File("catalog.db"));
     std::filesystem::resize_file(dir.File("catalog.db"), 4096); // its first page of many
     EXPECT_EQ(WhatOpeningSays(dir.File("catalog.db")),
               dir.File("catalog.db") + ": database disk image is malformed; give the catalogue another file, "

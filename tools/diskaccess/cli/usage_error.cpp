@@ -116,7 +116,10 @@ std::string UsageErrorText(const CLI::App& program, const CLI::ParseError& error
     const CLI::App* const command = ChosenCommand(program);
     // A slip in an option's name leaves its value over and other options missing: it is told first.
     for (const CLI::App* const app : {command, &program}) {
-        const std::string unknown = app == nullptr ? "" : UnknownOption(*app);
+        if (app == nullptr) {
+            continue;
+        }
+        const std::string unknown = UnknownOption(*app);
         if (unknown.find_first_not_of('-') != std::string::npos) {
             return UnknownOptionText(*app, unknown);
         }
