@@ -20,10 +20,12 @@
 #include <cstddef>
 #include <cstring>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "media/error.h"
+#include "owned_descriptor.h"
 
 namespace media {
 
@@ -48,6 +50,7 @@ constexpr uint32_t kArchitecture = 0; // not filtered
 
 /// The calls that computing takes. Others fail.
 constexpr long kAllowed[] = {
+    SYS_read,
     SYS_write,
     SYS_close,
     SYS_exit,
@@ -109,28 +112,42 @@ bool Limit(int resource, uint64_t value) {
     return setrlimit(static_cast<__rlimit_resource_t>(resource), &limit) == 0;
 }
 
-/// Gives up everything but one descriptor. Whatever cannot be given up ends the child.
-bool GiveUpPrivileges(int answer, const ChildLimits& limits, uint64_t memory) {
+/// Descriptors that a child keeps, rising.
+using Kept = std::vector<int>;
+
+bool CloseOthers(const Kept& kept) {
+    unsigned first = 0;
+    for (const int descriptor : kept) {
+        const auto next = static_cast<unsigned>(descriptor);
+        if (first < next && syscall(SYS_close_range, first, next - 1, 0) != 0) {
+            return false;
+        }
+        first = next + 1;
+    }
+    return syscall(SYS_close_range, first, ~0u, 0) == 0;
+}
+
+/// Gives up everything but a few descriptors. Whatever cannot be given up ends the child.
+bool GiveUpPrivileges(const Kept& kept, const ChildLimits& limits, uint64_t memory) {
     if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setresgid(kNobody, kNobody, kNobody) != 0 ||
                            setresuid(kNobody, kNobody, kNobody) != 0)) {
         return false;
     }
-    const bool closed = (answer == 0 || syscall(SYS_close_range, 0, answer - 1, 0) == 0) &&
-                        syscall(SYS_close_range, answer + 1, ~0u, 0) == 0;
-    return closed && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 &&
-           Limit(RLIMIT_CPU, limits.seconds) && Limit(RLIMIT_AS, memory) && Limit(RLIMIT_FSIZE, 0) &&
-           Limit(RLIMIT_NOFILE, 0) && Limit(RLIMIT_NPROC, 0) && Limit(RLIMIT_CORE, 0) &&
-           (kArchitecture == 0 || FilterCalls());
+    const bool inTime = limits.seconds == 0 || Limit(RLIMIT_CPU, limits.seconds);
+    return inTime && CloseOthers(kept) && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 && prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 &&
+           Limit(RLIMIT_AS, memory) && Limit(RLIMIT_FSIZE, 0) && Limit(RLIMIT_NOFILE, 0) &&
+           Limit(RLIMIT_NPROC, 0) && Limit(RLIMIT_CORE, 0) && (kArchitecture == 0 || FilterCalls());
 }
 
-[[noreturn]] void RunChild(const std::function<bool(int)>& work, int answer, const ChildLimits& limits,
+[[noreturn]] void RunChild(const std::function<bool()>& work, const Kept& kept, const ChildLimits& limits,
                            uint64_t memory) {
     bool done = false;
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXCPU}) {
         std::signal(number, SIG_DFL);
     }
     try {
-        done = GiveUpPrivileges(answer, limits, memory) && work(answer);
+        done = GiveUpPrivileges(kept, limits, memory) && work();
     } catch (...) { // NOLINT(bugprone-empty-catch): the exit status tells
     }
     _exit(done ? 0 : 1);
@@ -149,6 +166,7 @@ uint64_t MappedMemory() {
 class Child {
 public:
     explicit Child(pid_t id) : m_id(id) {}
+    Child(Child&& other) noexcept : m_id(std::exchange(other.m_id, 0)) {}
     ~Child() {
         if (m_id > 0) {
             kill(m_id, SIGKILL);
@@ -178,18 +196,43 @@ private:
 /// How often a process that waits for its child looks at other things.
 constexpr int64_t kLookMillis = 100;
 
-/// The end of a pipe that is read from.
-class ReadingEnd {
+[[noreturn]] void CannotStart(int error) {
+    throw Error(ErrorKind::CannotMake, std::string("cannot start a child process: ") + std::strerror(error));
+}
+
+class Pipe {
 public:
-    explicit ReadingEnd(int descriptor) : m_descriptor(descriptor) {}
-    ~ReadingEnd() { close(m_descriptor); }
-    ReadingEnd(const ReadingEnd&) = delete;
-    ReadingEnd& operator=(const ReadingEnd&) = delete;
-    int Descriptor() const { return m_descriptor; }
+    Pipe() {
+        std::array<int, 2> ends = {-1, -1};
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+            CannotStart(errno);
+        }
+        m_reading.emplace(ends[0]);
+        m_writing.emplace(ends[1]);
+    }
+    int Reading() const { return m_reading->Get(); }
+    int Writing() const { return m_writing->Get(); }
+    void CloseReading() { m_reading.reset(); }
+    void CloseWriting() { m_writing.reset(); }
 
 private:
-    int m_descriptor;
+    std::optional<OwnedDescriptor> m_reading;
+    std::optional<OwnedDescriptor> m_writing;
 };
+
+/// Starts a child, which keeps some descriptors.
+Child Start(const std::function<bool()>& work, Kept kept, const ChildLimits& limits) {
+    std::sort(kept.begin(), kept.end());
+    const uint64_t memory = MappedMemory() + limits.memory;
+    const pid_t id = fork();
+    if (id == 0) {
+        RunChild(work, kept, limits, memory);
+    }
+    if (id < 0) {
+        CannotStart(errno);
+    }
+    return Child(id);
+}
 
 /// Reads until the other end is closed.
 /// @return false when that takes too long, or is more than allowed
@@ -233,28 +276,138 @@ std::optional<std::vector<uint8_t>> InChild(const std::function<bool(int answer)
 
 ChildAnswer HearChild(const std::function<bool(int answer)>& work, const ChildLimits& limits,
                       const std::function<void()>& meanwhile) {
-    std::array<int, 2> ends = {-1, -1};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw Error(ErrorKind::CannotMake,
-                    std::string("cannot start a child process: ") + std::strerror(errno));
-    }
-    const uint64_t memory = MappedMemory() + limits.memory;
-    const pid_t id = fork();
-    if (id == 0) {
-        RunChild(work, ends[1], limits, memory);
-    }
-    const int error = errno;
-    close(ends[1]);
-    const ReadingEnd end(ends[0]);
-    if (id < 0) {
-        throw Error(ErrorKind::CannotMake,
-                    std::string("cannot start a child process: ") + std::strerror(error));
-    }
-    Child child(id);
+    Pipe pipe;
+    Child child = Start([&] { return work(pipe.Writing()); }, {pipe.Writing()}, limits);
+    pipe.CloseWriting();
     ChildAnswer answer;
-    const bool heard = ReadAnswer(end.Descriptor(), limits, meanwhile, answer.bytes);
+    const bool heard = ReadAnswer(pipe.Reading(), limits, meanwhile, answer.bytes);
     answer.complete = heard && child.Succeeded();
     return answer;
+}
+
+// ---- a child that is asked
+
+namespace {
+
+/// Has writes to a pipe that nobody reads fail, and do nothing else. The thread's signals are as before when it goes.
+class WithoutPipeSignal {
+public:
+    WithoutPipeSignal() {
+        sigemptyset(&m_pipe);
+        sigaddset(&m_pipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
+    }
+    ~WithoutPipeSignal() {
+        if (sigismember(&m_before, SIGPIPE) == 0) {
+            const timespec atOnce = {};
+            sigtimedwait(&m_pipe, nullptr, &atOnce);
+            pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+        }
+    }
+    WithoutPipeSignal(const WithoutPipeSignal&) = delete;
+    WithoutPipeSignal& operator=(const WithoutPipeSignal&) = delete;
+
+private:
+    sigset_t m_pipe = {};
+    sigset_t m_before = {};
+};
+
+} // namespace
+
+class AskedChild::Impl {
+public:
+    Impl(const Work& work, const ChildLimits& limits)
+        : m_silence(limits.silence),
+          m_child(Start([&] { return work(m_questions.Reading(), m_answers.Writing()); },
+                        {m_questions.Reading(), m_answers.Writing()}, limits)) {
+        m_questions.CloseReading();
+        m_answers.CloseWriting();
+        fcntl(m_questions.Writing(), F_SETFL, O_NONBLOCK);
+    }
+
+    bool Send(const void* data, size_t size) {
+        const WithoutPipeSignal without;
+        const auto* at = static_cast<const uint8_t*>(data);
+        return Move(m_questions.Writing(), POLLOUT, size, [&](size_t left) {
+            const ssize_t put = write(m_questions.Writing(), at, left);
+            at += std::max<ssize_t>(put, 0);
+            return put;
+        });
+    }
+
+    bool Receive(void* data, size_t size) {
+        auto* at = static_cast<uint8_t*>(data);
+        return Move(m_answers.Reading(), POLLIN, size, [&](size_t left) {
+            const ssize_t got = read(m_answers.Reading(), at, left);
+            at += std::max<ssize_t>(got, 0);
+            return got;
+        });
+    }
+
+private:
+    /// @param move moves some of the bytes that are left; returns how many, as the system's calls do
+    bool Move(int descriptor, short ready, size_t size, const std::function<ssize_t(size_t)>& move) const {
+        using Clock = std::chrono::steady_clock;
+        const Clock::time_point end = Clock::now() + std::chrono::seconds(m_silence);
+        while (size != 0) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+            pollfd wait = {descriptor, ready, 0};
+            const int polled = left.count() <= 0 ? 0 : poll(&wait, 1, static_cast<int>(left.count()));
+            if (polled < 0 && errno == EINTR) {
+                continue;
+            }
+            const ssize_t moved = polled <= 0 ? 0 : move(size);
+            if (moved == 0 || (moved < 0 && errno != EINTR && errno != EAGAIN)) {
+                return false;
+            }
+            size -= static_cast<size_t>(std::max<ssize_t>(moved, 0));
+        }
+        return true;
+    }
+
+    uint32_t m_silence;
+    Pipe m_questions;
+    Pipe m_answers;
+    Child m_child;
+};
+
+AskedChild::AskedChild(const Work& work, const ChildLimits& limits)
+    : m_impl(std::make_unique<Impl>(work, limits)) {}
+
+AskedChild::~AskedChild() = default;
+
+bool AskedChild::Send(const void* data, size_t size) {
+    return m_impl->Send(data, size);
+}
+
+bool AskedChild::Receive(void* data, size_t size) {
+    return m_impl->Receive(data, size);
+}
+
+bool ReadAll(int descriptor, void* data, size_t size) {
+    auto* at = static_cast<uint8_t*>(data);
+    while (size != 0) {
+        const ssize_t got = read(descriptor, at, size);
+        if (got == 0 || (got < 0 && errno != EINTR)) {
+            return false;
+        }
+        at += std::max<ssize_t>(got, 0);
+        size -= static_cast<size_t>(std::max<ssize_t>(got, 0));
+    }
+    return true;
+}
+
+bool WriteAll(int descriptor, const void* data, size_t size) {
+    const auto* at = static_cast<const uint8_t*>(data);
+    while (size != 0) {
+        const ssize_t put = write(descriptor, at, size);
+        if (put < 0 && errno != EINTR) {
+            return false;
+        }
+        at += std::max<ssize_t>(put, 0);
+        size -= static_cast<size_t>(std::max<ssize_t>(put, 0));
+    }
+    return true;
 }
 
 } // namespace media

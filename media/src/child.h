@@ -1,8 +1,10 @@
 #ifndef MEDIA_SRC_CHILD_H
 #define MEDIA_SRC_CHILD_H
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -10,7 +12,7 @@ namespace media {
 
 /// What a child process may use.
 struct ChildLimits {
-    uint32_t seconds = 20;               ///< of its processor, and of the clock on the wall
+    uint32_t seconds = 20;               ///< of its processor, and of the clock on the wall; 0: no limit
     uint32_t silence = 20;               ///< seconds without a byte of the answer
     uint64_t memory = uint64_t{1} << 30; ///< bytes beyond what this process has
     uint64_t answer = uint64_t{1} << 28; ///< bytes that it may answer
@@ -38,6 +40,33 @@ struct ChildAnswer {
 /// The same for work that answers as it goes.
 ChildAnswer HearChild(const std::function<bool(int answer)>& work, const ChildLimits& limits,
                       const std::function<void()>& meanwhile = {});
+
+/// A child process that is asked and answers as long as it is wanted. It gives up the same, but for a second pipe, from
+/// which it reads what it is asked.
+class AskedChild {
+public:
+    /// What the child does: reads from @p questions until that ends, and writes to @p answers.
+    using Work = std::function<bool(int questions, int answers)>;
+
+    /// @throws Error when no child can be started
+    AskedChild(const Work& work, const ChildLimits& limits);
+    ~AskedChild();
+    AskedChild(const AskedChild&) = delete;
+    AskedChild& operator=(const AskedChild&) = delete;
+
+    /// Both wait for the child as long as its limits let it be silent.
+    /// @return false when it has ended, or takes too long: it is of no use any more
+    bool Send(const void* data, size_t size);
+    bool Receive(void* data, size_t size);
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+/// For what a child does: moves all bytes, or returns false.
+bool ReadAll(int descriptor, void* data, size_t size);
+bool WriteAll(int descriptor, const void* data, size_t size);
 
 } // namespace media
 

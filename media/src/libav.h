@@ -4,6 +4,7 @@
 /// @file libav.h
 /// libavformat's and libavcodec's objects, owned.
 
+#include <cstdarg>
 #include <memory>
 
 extern "C" {
@@ -21,6 +22,9 @@ constexpr AVRational kMilliseconds = {1, 1000};
 struct FreePacket {
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }
 };
+struct FreeFrame {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
 struct FreeParameters {
     void operator()(AVCodecParameters* parameters) const { avcodec_parameters_free(&parameters); }
 };
@@ -35,10 +39,17 @@ struct CloseParser {
 };
 
 using Packet = std::unique_ptr<AVPacket, FreePacket>;
+using FramePointer = std::unique_ptr<AVFrame, FreeFrame>;
 using Parameters = std::unique_ptr<AVCodecParameters, FreeParameters>;
 using Filter = std::unique_ptr<AVBSFContext, FreeFilter>;
 using Codec = std::unique_ptr<AVCodecContext, FreeCodec>;
 using Parser = std::unique_ptr<AVCodecParserContext, CloseParser>;
+
+/// Keeps what decoders say of a stream out of everything. For a child: the process may have had messages taken to a place
+/// of its own, which waits for threads that no child has.
+inline void SilenceDecoders() {
+    av_log_set_callback([](void*, int, const char*, va_list) {});
+}
 
 } // namespace media
 

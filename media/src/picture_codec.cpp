@@ -1,9 +1,6 @@
 #include "picture_codec.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 
 namespace media {
 
@@ -76,19 +73,6 @@ Codec OpenEncoder(AVCodecID id, const AVFrame& frame, int quality) {
         codec.reset();
     }
     return codec;
-}
-
-bool WriteAll(int descriptor, const void* data, size_t size) {
-    const auto* at = static_cast<const uint8_t*>(data);
-    while (size != 0) {
-        const ssize_t put = write(descriptor, at, size);
-        if (put < 0 && errno != EINTR) {
-            return false;
-        }
-        at += std::max<ssize_t>(put, 0);
-        size -= static_cast<size_t>(std::max<ssize_t>(put, 0));
-    }
-    return true;
 }
 
 } // namespace media

@@ -18,13 +18,9 @@ extern "C" {
 
 namespace media {
 
-struct FreeFrame {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
 struct FreeScaler {
     void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
 };
-using FramePointer = std::unique_ptr<AVFrame, FreeFrame>;
 using Scaler = std::unique_ptr<SwsContext, FreeScaler>;
 
 bool SizeAllowed(int64_t width, int64_t height);
@@ -54,9 +50,6 @@ private:
 /// @param frame one of those that are to be encoded
 /// @return null when it cannot be opened
 Codec OpenEncoder(AVCodecID id, const AVFrame& frame, int quality);
-
-/// Writes to a descriptor until all is written.
-bool WriteAll(int descriptor, const void* data, size_t size);
 
 /// No camera makes larger pictures; sides of a multiple of it fit into the limits of everything that follows.
 constexpr uint32_t kLargestSide = 16384;
