@@ -5,7 +5,7 @@
 
 # What building the library and the programs takes.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config
-  libcli11-dev libfmt-dev nlohmann-json3-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libssl-dev
+  libcli11-dev libfmt-dev nlohmann-json3-dev libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libswscale-dev libssl-dev
   libblkid-dev libewf-dev libmicrohttpd-dev libpq-dev libsqlite3-dev)
 # What making the sample partition takes.
 SAMPLE_PACKAGES=(ffmpeg fonts-dejavu-core)

@@ -75,6 +75,7 @@ const std::map<std::string, Values>& AllValues() {
         {"--manifest", {"{out}/film.json"}},
         {"--split", {"journey", "channel"}},
         {"--no-audio", {}},
+        {"--aac", {}},
         {"--list", {"{list}"}},
         {"--no-clock", {}},
         {"--journey", {"1", "2", "4294967295"}},

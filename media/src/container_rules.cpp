@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include "aac_encoder.h"
+#include "sound_clock.h"
 #include "stream_parameters.h"
 
 namespace media {
@@ -56,6 +58,14 @@ std::optional<LeftOutReason> RefusalOf(Container container, const Track& track,
                                        const recordings::Frame& frame) {
     Parameters unused;
     return Examine(container, track, frame, unused);
+}
+
+std::optional<Encoding> EncodingFor(Container container, const Track& track, LeftOutReason refusal) {
+    const std::optional<uint32_t> rate = AacRateOf(track.audio.sampleRate);
+    const bool can = container == Container::Mp4 && !track.isVideo &&
+                     refusal == LeftOutReason::NotForContainer && rate && CanDecodeAudio(track.audio.name) &&
+                     AacParameters(*rate);
+    return can ? std::optional(Encoding{"aac", AacEncoderName(), *rate}) : std::nullopt;
 }
 
 } // namespace media

@@ -50,6 +50,9 @@ const char* KeyOfStart(Container container, const std::string& startTime);
 /// Why a container cannot take a track at any time, by a frame of it with its payload; of video a key frame.
 std::optional<LeftOutReason> RefusalOf(Container container, const Track& track,
                                        const recordings::Frame& frame);
+/// How a track can be encoded that a container refuses.
+/// @return nothing when it cannot
+std::optional<Encoding> EncodingFor(Container container, const Track& track, LeftOutReason refusal);
 
 } // namespace media
 

@@ -1,4 +1,5 @@
-// Matroska and MP4 files, by libavformat. Payloads are copied, never transcoded.
+// Matroska and MP4 files, by libavformat. Payloads are copied; only sound that MP4 cannot hold is encoded, if that is asked
+// for.
 
 #include <algorithm>
 #include <functional>
@@ -11,6 +12,7 @@
 #include "media/sink.h"
 #include "muxer.h"
 #include "predicted_head.h"
+#include "sound_track.h"
 #include "stream_parameters.h"
 
 namespace media {
@@ -19,9 +21,11 @@ namespace {
 
 class ContainerSink : public Sink {
 public:
-    ContainerSink(const std::string& path, Container container, Outputs& outputs, size_t output)
-        : m_path(path), m_output(output), m_container(container), m_file(&outputs.Make(path).Bytes()),
-          m_muxer(m_path, m_container, m_file), m_predictor(MakeHeadPredictor(container)) {}
+    ContainerSink(const std::string& path, Container container, Outputs& outputs, size_t output,
+                  SoundDecoder* decoder)
+        : m_path(path), m_output(output), m_container(container), m_decoder(decoder),
+          m_file(&outputs.Make(path).Bytes()), m_muxer(m_path, m_container, m_file),
+          m_predictor(MakeHeadPredictor(container)) {}
 
     /// A stream's.
     ContainerSink(std::string name, FileWriter& stream)
@@ -29,7 +33,8 @@ public:
           m_file(&stream), m_muxer(m_path, m_container, m_file, m_streamed), m_predictor(MakeStreamHead()) {}
 
     std::optional<LeftOutReason> Refusal(const Track& track, const recordings::Frame& frame) const override {
-        return RefusalOf(m_container, track, frame);
+        const std::optional<LeftOutReason> refusal = RefusalOf(m_container, track, frame);
+        return refusal && EncodingOf(track, *refusal) ? std::nullopt : refusal;
     }
 
     std::optional<LeftOutReason> Add(Track& track, const recordings::Frame& first) override {
@@ -38,16 +43,25 @@ public:
         }
         Parameters parameters;
         const std::optional<LeftOutReason> refusal = Examine(m_container, track, first, parameters);
-        if (!refusal) {
-            track.output = m_output;
-            m_muxer.AddStream(*parameters, track.channel);
-            m_wantsLengths.push_back(WantsLengths(*parameters));
+        if (refusal) {
+            track.encoded = EncodingOf(track, *refusal);
+            parameters = track.encoded ? AacParameters(track.encoded->sampleRate) : nullptr;
         }
-        return refusal;
+        if (!parameters) {
+            return refusal;
+        }
+        track.output = m_output;
+        m_muxer.AddStream(*parameters, track.channel);
+        m_wantsLengths.push_back(WantsLengths(*parameters));
+        m_sounds.push_back(track.encoded ? EncoderOf(track) : nullptr);
+        return std::nullopt;
     }
 
     bool Continues(size_t index, const Track& now, const recordings::Frame& frame) const override {
         const AVCodecParameters& before = m_muxer.StreamParameters(index);
+        if (m_sounds[index]) {
+            return now.audio == m_sounds[index]->track.Recorded();
+        }
         if (!now.isVideo) {
             return CodecOf(now) == before.codec_id &&
                    static_cast<int>(now.audio.sampleRate) == before.sample_rate;
@@ -79,28 +93,82 @@ public:
         if (frame.size == 0) {
             return; // containers have no empty frames
         }
+        if (m_sounds[index]) {
+            WriteSound(index, frame);
+            return;
+        }
         LengthPrefixer::Bytes bytes = {frame.data, frame.size};
         if (m_wantsLengths[index]) {
             bytes = m_prefixer.Convert(frame.data, frame.size);
         }
-        const ContainerClock::Spot spot = m_clock->Take(index, frame);
-        if (spot.text) {
-            m_muxer.WriteText(spot.text->text, spot.text->place, spot.text->end);
-        }
+        const int64_t place = Place(index, frame);
         // In MP4 each frame lasts until the next one. The last one must be told to last at all, or players leave it out.
         const int64_t duration = m_container == Container::Mp4 ? m_clock->Time().IntervalOf(index) : 0;
-        m_muxer.Write(index, bytes.data, bytes.size, spot.place, frame.type != recordings::kPictureFrame,
+        m_muxer.Write(index, bytes.data, bytes.size, place, frame.type != recordings::kPictureFrame,
                       duration);
     }
 
     const std::vector<ClockSegment>& Segments() const override { return m_clock->Time().Segments(); }
 
+    std::vector<NotedFrames> NotDecoded() const override {
+        std::vector<NotedFrames> all;
+        for (const auto& sound : m_sounds) {
+            if (sound && sound->notDecoded.count != 0) {
+                all.push_back(sound->notDecoded);
+            }
+        }
+        return all;
+    }
+
     void Finish() override {
+        for (const auto& sound : m_sounds) {
+            if (sound) {
+                sound->track.Finish();
+            }
+        }
         m_predictor->Finish(m_muxer, m_file, m_clock->Place(m_chapters, m_clock->Time().Latest()));
         m_file.Finish();
     }
 
 private:
+    /// A track whose sound is encoded.
+    struct Sound {
+        SoundTrack track;
+        NotedFrames notDecoded;
+    };
+
+    /// How a track is encoded that the container cannot hold as it was recorded, if that is asked for.
+    std::optional<Encoding> EncodingOf(const Track& track, LeftOutReason refusal) const {
+        return m_decoder != nullptr ? EncodingFor(m_container, track, refusal) : std::nullopt;
+    }
+
+    std::unique_ptr<Sound> EncoderOf(const Track& track) {
+        const auto emit = [this, index = m_sounds.size()](const uint8_t* data, size_t size, int64_t time) {
+            m_muxer.WriteSound(index, data, size, time, kAacSamples);
+        };
+        return std::make_unique<Sound>(
+            Sound{SoundTrack(track.audio, track.encoded->sampleRate, *m_decoder, emit), {}});
+    }
+
+    void WriteSound(size_t index, const recordings::Frame& frame) {
+        Sound& sound = *m_sounds[index];
+        std::optional<std::vector<float>> samples = sound.track.Decode(frame);
+        if (samples) {
+            sound.track.Add(Place(index, frame), std::move(*samples));
+        } else {
+            sound.notDecoded.Add(frame);
+        }
+    }
+
+    /// The place of a frame that is written next, which others follow.
+    int64_t Place(size_t index, const recordings::Frame& frame) {
+        const ContainerClock::Spot spot = m_clock->Take(index, frame);
+        if (spot.text) {
+            m_muxer.WriteText(spot.text->text, spot.text->place, spot.text->end);
+        }
+        return spot.place;
+    }
+
     /// Whether the clock was set will be known when they are long gone.
     void AddChaptersToHead(const ContainerFacts& facts, const std::optional<Estimate>& estimate) {
         m_clock.emplace(m_container, facts.start, INT64_MAX, 0, nullptr);
@@ -173,13 +241,15 @@ private:
     std::string m_path;
     size_t m_output;
     Container m_container;
+    SoundDecoder* m_decoder = nullptr; ///< null: nothing is encoded
     bool m_streamed = false;
     std::optional<ContainerClock> m_clock; ///< once it is started
     MuxedFile m_file;
     Muxer m_muxer;
     std::unique_ptr<HeadPredictor> m_predictor;
     LengthPrefixer m_prefixer;
-    std::vector<bool> m_wantsLengths; ///< of each track
+    std::vector<bool> m_wantsLengths;             ///< of each track
+    std::vector<std::unique_ptr<Sound>> m_sounds; ///< of each track; null where nothing is encoded
     std::vector<Chapter> m_chapters;
 };
 
@@ -190,8 +260,8 @@ bool ContainersSupported() {
 }
 
 std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container container, Outputs& outputs,
-                                        size_t output) {
-    return std::make_unique<ContainerSink>(path, container, outputs, output);
+                                        size_t output, SoundDecoder* sound) {
+    return std::make_unique<ContainerSink>(path, container, outputs, output, sound);
 }
 
 std::unique_ptr<Sink> MakeStreamSink(const std::string& name, int stream, Outputs& outputs) {

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "chapter_box.h"
+#include "container_rules.h"
 #include "recordings/records.h"
 #include "survey.h"
 #include "time_check.h"
@@ -107,8 +108,11 @@ std::optional<recordings::Frame> ContentCheck::FindFirst() const {
         return std::nullopt;
     }
     const recordings::FrameQuery query = QueryOf(m_manifest);
-    const auto refuses = [this](const Track& track, const recordings::Frame& frame) {
-        return RefusalOf(m_manifest.container, track, frame).has_value();
+    const bool encodes = std::any_of(m_manifest.tracks.begin(), m_manifest.tracks.end(),
+                                     [](const NamedTrack& track) { return track.recorded.has_value(); });
+    const auto refuses = [this, encodes](const Track& track, const recordings::Frame& frame) {
+        const auto refusal = RefusalOf(m_manifest.container, track, frame);
+        return refusal && !(encodes && EncodingFor(m_manifest.container, track, *refusal));
     };
     const TrackFinder finder(*m_request.disk, *m_request.blocks, {});
     const Survey survey = MakeSurvey(*m_request.disk, *m_request.blocks, query, m_watch);
@@ -158,6 +162,9 @@ bool ContentCheck::CompareTrack(const NamedTrack& track, const TrackDigest& inFi
                              onDisk.frames + onDisk.tooMany, track.frames));
         return false;
     }
+    if (track.recorded) {
+        return CompareEncodedTrack(track, inFile.times, onDisk);
+    }
     if (onDisk.sha256 != inFile.sha256) {
         m_report(Result::Bad, Subject::Frames, name + "its frames are not those of the source");
         return false;
@@ -169,6 +176,32 @@ bool ContentCheck::CompareTrack(const NamedTrack& track, const TrackDigest& inFi
     m_report(Result::Good, Subject::Frames,
              fmt::format("{}{} frame{} of the source, byte for byte", name, track.frames,
                          track.frames == 1 ? ", that" : "s, those"));
+    return true;
+}
+
+/// Of sound that was encoded, nothing but when there is some can be compared.
+bool ContentCheck::CompareEncodedTrack(const NamedTrack& track, const TimeDigest& inFile,
+                                       const TrackDigest& onDisk) {
+    const std::string name = NameOfFile(track.output) + ": " + WordsOf(track) + ": ";
+    Track recorded;
+    recorded.isVideo = false;
+    recorded.audio = *track.recorded;
+    if (RefusalOf(m_manifest.container, recorded, {}) != LeftOutReason::NotForContainer) {
+        m_report(Result::Bad, Subject::Frames,
+                 fmt::format("{}is said to be encoded, but {} holds {} as it was recorded", name,
+                             NameOf(m_manifest.container), recorded.Codec()));
+        return false;
+    }
+    const bool compared = m_request.timeOf && !onDisk.notDecoded;
+    if (compared && CompareEncoded(track.encodedRate, inFile, onDisk.times) == Result::Bad) {
+        m_report(Result::Bad, Subject::Frames, name + "its times are not those of the source");
+        return false;
+    }
+    m_report(Result::Unchecked, Subject::Frames,
+             fmt::format("{}{} frame{} of the source {} encoded as AAC: {}", name, track.frames,
+                         track.frames == 1 ? "" : "s", track.frames == 1 ? "was" : "were",
+                         compared ? "the times are those of the source, the sound itself is not compared"
+                                  : "neither times nor the sound itself are compared"));
     return true;
 }
 

@@ -19,6 +19,14 @@ void CountFrame(Track& track, const recordings::Frame& frame) {
 
 } // namespace
 
+void NotedFrames::Add(const recordings::Frame& frame) {
+    if (count++ == 0) {
+        channel = frame.channel;
+        block = frame.block;
+        time = frame.time;
+    }
+}
+
 bool Copier::AddTrack(const Track& track, const recordings::Frame& first) {
     return AddTrack(track, first, m_sink);
 }
@@ -98,16 +106,14 @@ bool Copier::IsNew(const Track& track, const recordings::Frame& frame) const {
 /// Holds a frame's time against that of the one before it.
 void Copier::Compare(Places& places, const recordings::Frame& frame) {
     const bool collides = places.last && frame.time <= *places.last && frame.time + kClockSet >= *places.last;
-    if (collides && places.collisions.count++ == 0) {
-        places.collisions.channel = frame.channel;
-        places.collisions.block = frame.block;
-        places.collisions.time = frame.time;
+    if (collides) {
+        places.collisions.Add(frame);
     }
     places.last = frame.time;
 }
 
-std::vector<Copier::Collisions> Copier::AllCollisions() const {
-    std::vector<Collisions> all;
+std::vector<NotedFrames> Copier::AllCollisions() const {
+    std::vector<NotedFrames> all;
     for (const auto& [key, places] : m_places) {
         if (places.collisions.count != 0) {
             all.push_back(places.collisions);

@@ -43,13 +43,7 @@ public:
     void Copy(const recordings::Frame& frame);
 
     /// Frames of a track that bear the time of the frame before, or an earlier one, though the clock was not set.
-    struct Collisions {
-        uint32_t channel = 0;
-        uint32_t block = 0; ///< of the first
-        uint64_t count = 0;
-        int64_t time = 0; ///< of the first
-    };
-    std::vector<Collisions> AllCollisions() const;
+    std::vector<NotedFrames> AllCollisions() const;
 
     std::vector<Track>& Tracks() { return m_tracks; }
     /// Frames that the sink did not take.
@@ -68,7 +62,7 @@ private:
         std::vector<Place> all;
         size_t current = 0;
         std::optional<int64_t> last; ///< time stamp
-        Collisions collisions;
+        NotedFrames collisions;
     };
 
     static void Compare(Places& places, const recordings::Frame& frame);

@@ -20,7 +20,7 @@ namespace {
 using Json = nlohmann::json;
 
 /// What makes two exports of one disk the same.
-constexpr std::array<const char*, 23> kQuestion = {"command",
+constexpr std::array<const char*, 24> kQuestion = {"command",
                                                    "case",
                                                    "operator",
                                                    "note",
@@ -42,6 +42,7 @@ constexpr std::array<const char*, 23> kQuestion = {"command",
                                                    "channels",
                                                    "container",
                                                    "with_audio",
+                                                   "aac",
                                                    "text_track"};
 constexpr std::array<const char*, 4> kBeside = {"arguments", "source", "losses", "left_out"};
 

@@ -15,6 +15,7 @@
 #include "media/manifest.h"
 #include "output_place.h"
 #include "signed_file.h"
+#include "sound_decoder.h"
 #include "survey.h"
 #include "track_finder.h"
 #include "watcher.h"
@@ -87,9 +88,13 @@ private:
         if (m_request.stream) {
             return MakeStreamSink(m_request.name, *m_request.stream, m_outputs);
         }
-        return m_request.container == Container::Raw
-                   ? MakeRawSink(m_request.name, m_outputs)
-                   : MakeContainerSink(m_request.name, m_request.container, m_outputs);
+        return m_request.container == Container::Raw ? MakeRawSink(m_request.name, m_outputs)
+                                                     : MakeContainer(m_request.name, 0);
+    }
+
+    std::unique_ptr<Sink> MakeContainer(const std::string& name, size_t output) {
+        return MakeContainerSink(name, m_request.container, m_outputs, output,
+                                 m_request.aac ? &m_soundDecoder : nullptr);
     }
 
     void ReportLocked() {
@@ -244,8 +249,7 @@ private:
     /// @param goesOn after a pause
     void BeginPart(const Track& track, const Frame& frame, bool goesOn) {
         const size_t output = m_parts.size() + 1;
-        m_parts.push_back(
-            MakeContainerSink(PartName(m_request.name, output + 1), m_request.container, m_outputs, output));
+        m_parts.push_back(MakeContainer(PartName(m_request.name, output + 1), output));
         Sink& part = *m_parts.back();
         m_copier->AddTrack(track, frame, part);
         for (const auto& [key, found] :
@@ -296,10 +300,20 @@ private:
     }
 
     void NoteCollisions() {
-        for (const Copier::Collisions& each : m_copier->AllCollisions()) {
+        NoteFrames(recordings::ProblemKind::TimesCollide, recordings::Severity::Note,
+                   m_copier->AllCollisions());
+    }
+
+    void NoteNotDecoded(const Sink& sink) {
+        NoteFrames(recordings::ProblemKind::SoundDamaged, recordings::Severity::Loss, sink.NotDecoded());
+    }
+
+    void NoteFrames(recordings::ProblemKind kind, recordings::Severity severity,
+                    const std::vector<NotedFrames>& frames) {
+        for (const NotedFrames& each : frames) {
             recordings::Problem problem;
-            problem.kind = recordings::ProblemKind::TimesCollide;
-            problem.severity = recordings::Severity::Note;
+            problem.kind = kind;
+            problem.severity = severity;
             problem.block = each.block;
             problem.channel = each.channel;
             problem.count = each.count;
@@ -310,6 +324,10 @@ private:
 
     void TakeFindings() {
         NoteCollisions();
+        NoteNotDecoded(*m_sink);
+        for (const auto& sink : m_parts) {
+            NoteNotDecoded(*sink);
+        }
         m_result.tracks = std::move(m_copier->Tracks());
         m_result.leftOut = std::move(m_copier->Refused());
         m_result.problems = m_problems.All();
@@ -345,6 +363,7 @@ private:
     TrackFinder m_finder;
     ExportResult m_result;
     ContainerDescriber m_describer;
+    SoundDecoder m_soundDecoder;
     Outputs m_outputs;
     BlockHasher m_hasher;
     std::unique_ptr<Sink> m_sink;

@@ -33,6 +33,7 @@ public:
         WriteSpan();
         m_writer.Member("container", NameOf(m_request.container));
         m_writer.Member("with_audio", m_request.withAudio);
+        m_writer.Member("aac", m_request.aac);
         m_writer.Member("text_track", m_request.clockText && m_request.container != Container::Raw);
         m_writer.List("outputs", m_result.outputs,
                       [this](const Exported& output) { return OutputOf(output); });
@@ -87,6 +88,11 @@ private:
             json["key_frame_count"] = ManifestWriter::NumberOf(track.keyFrames);
         } else {
             json["sample_rate"] = track.audio.sampleRate;
+        }
+        if (track.encoded) {
+            json["encoded"] = {{"codec", track.encoded->codec},
+                               {"encoder", track.encoded->encoder},
+                               {"sample_rate", track.encoded->sampleRate}};
         }
         return json;
     }

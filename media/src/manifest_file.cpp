@@ -12,6 +12,7 @@
 
 #include "media/error.h"
 #include "small_file.h"
+#include "sound_clock.h"
 
 namespace media {
 
@@ -436,7 +437,21 @@ private:
             if (track.output >= m_file.files.size()) {
                 Refuse("a track lies in none of its outputs");
             }
+            if (entry.contains("encoded")) {
+                ReadEncoding(entry, track);
+            }
             m_file.tracks.push_back(track);
+        }
+    }
+
+    void ReadEncoding(const Json& entry, NamedTrack& track) const {
+        const Json& encoded = ObjectIn(entry, "encoded");
+        track.recorded = {TextIn(entry, "codec"), Number32In(entry, "sample_rate")};
+        track.encodedRate = Number32In(encoded, "sample_rate");
+        const std::optional<uint32_t> rate = AacRateOf(track.recorded->sampleRate);
+        if (track.isVideo || m_file.container != Container::Mp4 || TextIn(encoded, "codec") != "aac" ||
+            rate != track.encodedRate) {
+            Refuse("a track is encoded as no export does it");
         }
     }
 

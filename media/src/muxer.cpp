@@ -145,6 +145,14 @@ void Muxer::Write(size_t stream, const uint8_t* data, size_t size, int64_t micro
     Send(stream, data, size, last, key);
 }
 
+void Muxer::WriteSound(size_t stream, const uint8_t* data, size_t size, int64_t time, int64_t samples) {
+    const AVRational unit = m_context->streams[stream]->time_base;
+    const AVRational sample = {1, StreamParameters(stream).sample_rate};
+    m_lastTime[stream] = av_rescale_q(time, sample, unit);
+    m_packet->duration = av_rescale_q(samples, sample, unit);
+    Send(stream, data, size, m_lastTime[stream], true);
+}
+
 void Muxer::WriteText(const std::string& text, int64_t micros, int64_t end) {
     const size_t stream = Streams() - 1;
     std::vector<uint8_t> bytes = TextPayload(m_container, text);

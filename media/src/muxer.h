@@ -52,6 +52,10 @@ public:
     /// @param duration microseconds until the next frame, if that is known; else 0
     void Write(size_t stream, const uint8_t* data, size_t size, int64_t micros, bool key,
                int64_t duration = 0);
+    /// Writes a packet of encoded sound.
+    /// @param time place in samples of the stream's rate; may lie before the file's zero, and is after the one before
+    /// @param samples that it holds
+    void WriteSound(size_t stream, const uint8_t* data, size_t size, int64_t time, int64_t samples);
     /// Writes a text to the last stream, which is one of texts.
     /// @param micros place in time
     /// @param end where it is shown no more

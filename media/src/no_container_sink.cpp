@@ -1,10 +1,12 @@
-// Stands in for container_rules.cpp, container_sink.cpp and packet_reader.cpp where there is no libavformat.
+// Stands in for container_rules.cpp, container_sink.cpp, packet_reader.cpp and sound_decoder.cpp where there is no
+// libavformat.
 
 #include "container_rules.h"
 #include "media/error.h"
 #include "media/sink.h"
 #include "media/track.h"
 #include "packet_reader.h"
+#include "sound_decoder.h"
 
 namespace media {
 
@@ -17,7 +19,7 @@ std::unique_ptr<Sink> MakeStreamSink(const std::string& name, int /*stream*/, Ou
 }
 
 std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container /*container*/,
-                                        Outputs& /*outputs*/, size_t /*output*/) {
+                                        Outputs& /*outputs*/, size_t /*output*/, SoundDecoder* /*sound*/) {
     throw Error(ErrorKind::NoContainers,
                 path + ": cannot be made: libavformat was not there when this was built");
 }
@@ -55,6 +57,22 @@ const char* KeyOfStart(Container /*container*/, const std::string& /*startTime*/
 std::optional<LeftOutReason> RefusalOf(Container /*container*/, const Track& /*track*/,
                                        const recordings::Frame& /*frame*/) {
     return LeftOutReason::NotForContainer;
+}
+
+std::optional<Encoding> EncodingFor(Container /*container*/, const Track& /*track*/,
+                                    LeftOutReason /*refusal*/) {
+    return std::nullopt;
+}
+
+class SoundDecoder::Child {};
+
+SoundDecoder::SoundDecoder() = default;
+
+SoundDecoder::~SoundDecoder() = default;
+
+std::optional<std::vector<float>> SoundDecoder::Decode(uint32_t /*stream*/, const AudioCodec& /*codec*/,
+                                                       const recordings::Frame& /*frame*/) {
+    return std::nullopt;
 }
 
 class PacketReader::Impl {};

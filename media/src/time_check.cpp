@@ -65,4 +65,11 @@ Check::Result Compare(Container container, bool isVideo, const TimeDigest& inFil
     return same ? Check::Result::Good : Check::Result::Bad;
 }
 
+Check::Result CompareEncoded(uint32_t rate, const TimeDigest& inFile, const TimeDigest& onDisk) {
+    const bool same = inFile.unit.numerator == 1 && static_cast<uint32_t>(inFile.unit.denominator) == rate &&
+                      inFile.count == onDisk.count && inFile.sha256 == onDisk.sha256 &&
+                      std::abs(inFile.first - onDisk.first) <= ToleranceOf(inFile.unit);
+    return same ? Check::Result::Good : Check::Result::Bad;
+}
+
 } // namespace media

@@ -22,6 +22,10 @@ double SecondsOf(int64_t place);
 /// Holds the times of a track in a file against those that the disk asks for.
 Check::Result Compare(Container container, bool isVideo, const TimeDigest& inFile, const TimeDigest& onDisk);
 
+/// The same of sound that is encoded in the file.
+/// @param rate samples a second, as they are encoded
+Check::Result CompareEncoded(uint32_t rate, const TimeDigest& inFile, const TimeDigest& onDisk);
+
 } // namespace media
 
 #endif // MEDIA_SRC_TIME_CHECK_H

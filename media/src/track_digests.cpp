@@ -18,6 +18,8 @@
 #include "media/error.h"
 #include "packet_reader.h"
 #include "recordings/error.h"
+#include "sound_clock.h"
+#include "sound_decoder.h"
 #include "track_key.h"
 
 namespace media {
@@ -84,6 +86,49 @@ private:
     bool m_sized;
     Digest m_digest;
     uint64_t m_frames = 0;
+};
+
+/// Says when the packets of sound are shown that is encoded in the file, in the same way as when it was made.
+class SoundTimes {
+public:
+    SoundTimes(const NamedTrack& track, SoundDecoder& decoder)
+        : m_codec(*track.recorded), m_decoder(decoder), m_stream(decoder.NewStream()),
+          m_clock(m_codec.sampleRate, track.encodedRate) {}
+
+    /// @return nothing when the frame cannot be decoded
+    std::optional<int64_t> Samples(const recordings::Frame& frame) {
+        const auto samples = m_decoder.Decode(m_stream, m_codec, frame);
+        m_anyDecoded = m_anyDecoded || samples;
+        return samples ? std::optional(static_cast<int64_t>(samples->size())) : std::nullopt;
+    }
+    void Add(int64_t place, int64_t samples, TimeRunner& times) {
+        if (m_clock.Pauses(place)) {
+            EndStretch(times);
+        }
+        m_clock.Take(place, samples);
+        AddPackets(kHeldBack, times);
+    }
+    void EndStretch(TimeRunner& times) {
+        AddPackets(0, times);
+        m_clock.EndStretch();
+    }
+    bool AnyDecoded() const { return m_anyDecoded; }
+
+private:
+    /// Packets whose times what follows may change.
+    static constexpr int64_t kHeldBack = 2;
+
+    void AddPackets(int64_t left, TimeRunner& times) {
+        while (m_clock.PacketsLeft() > left) {
+            times.Add(m_clock.PacketTime());
+        }
+    }
+
+    AudioCodec m_codec;
+    SoundDecoder& m_decoder;
+    uint32_t m_stream;
+    SoundClock m_clock;
+    bool m_anyDecoded = false;
 };
 
 bool IsSized(const ManifestFile& manifest, const NamedTrack& track) {
@@ -202,6 +247,9 @@ public:
             const NamedTrack& track = manifest.tracks[i];
             m_entries.emplace_back(IsSized(manifest, track), files.tracks[i],
                                    m_fileTimes[track.output].AddTrack(track.channel));
+            if (track.recorded) {
+                m_entries.back().sound.emplace(track, m_soundDecoder);
+            }
             m_tracks[{track.channel, !track.isVideo}].entries.push_back(i);
         }
     }
@@ -232,9 +280,13 @@ public:
     DiskDigests Finish() {
         DiskDigests digests;
         for (Entry& entry : m_entries) {
+            if (entry.sound) {
+                entry.sound->EndStretch(entry.times);
+            }
             TrackDigest digest = entry.runner.Finish();
             digest.tooMany = entry.tooMany;
             digest.times = entry.times.Finish();
+            digest.notDecoded = entry.sound && !entry.sound->AnyDecoded();
             digest.earliest = entry.earliest;
             digest.latest = entry.latest;
             digests.tracks.push_back(std::move(digest));
@@ -259,6 +311,7 @@ private:
         Runner runner;
         bool hasLengths;
         TimeRunner times;
+        std::optional<SoundTimes> sound; ///< of a track that is encoded in the file
         size_t numberInFile;
         int64_t lastTime = -1; ///< in units
         uint64_t tooMany = 0;
@@ -316,6 +369,12 @@ private:
             return;
         }
         Entry& entry = m_entries[number];
+        if (entry.sound) {
+            if (const auto samples = entry.sound->Samples(frame)) {
+                entry.sound->Add(file.PlaceOf(entry.numberInFile, frame), *samples, entry.times);
+            }
+            return;
+        }
         entry.lastTime =
             NextTime(entry.times.Unit(), entry.lastTime, file.PlaceOf(entry.numberInFile, frame));
         entry.times.Add(entry.lastTime);
@@ -324,6 +383,7 @@ private:
     const ManifestFile& m_manifest;
     const Beginnings& m_beginnings;
     bool m_contained;
+    SoundDecoder m_soundDecoder;
     std::deque<FileTimes> m_fileTimes;
     std::deque<Entry> m_entries;
     std::map<TrackKey, Sequence> m_tracks;

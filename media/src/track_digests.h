@@ -34,7 +34,9 @@ struct TrackDigest {
     uint64_t tooMany = 0;    ///< of the disk: frames that the manifest does not count
     bool hasLengths = false; ///< of a file: there is a length before each NAL unit
     TimeDigest times;        ///< of containers
-    int64_t earliest = 0;    ///< of the disk: time stamps of the frames
+    bool notDecoded =
+        false;            ///< of the disk: sound that is encoded in the file, of which nothing decodes here
+    int64_t earliest = 0; ///< of the disk: time stamps of the frames
     int64_t latest = 0;
 };
 

@@ -80,6 +80,10 @@ const char* MeaningOf(ProblemKind kind) {
         return "What lies in these frames has changed since it was recorded, though their heads are whole. "
                "The "
                "pictures up to the next key frame build on them, and may show what was not there.";
+    case ProblemKind::SoundDamaged:
+        return "What lies in these frames is not the sound that the camera's codec makes, or the disk tells "
+               "the "
+               "codec wrongly.";
     }
     return "";
 }
@@ -117,6 +121,7 @@ const char* AdviceFor(ProblemKind kind) {
     case ProblemKind::BytesDamaged:
     case ProblemKind::FramesMissing:
     case ProblemKind::PicturesDamaged:
+    case ProblemKind::SoundDamaged:
         return kCompareCopy;
     case ProblemKind::BlockMarkedBad:
         return "Look at the block with the program's dump; what lies in it may be whole.";

@@ -125,6 +125,11 @@ public:
         case ProblemKind::PicturesDamaged:
             return block + ChannelText(p) + ": " + Count(p.count, "picture") +
                    (p.count == 1 ? " does" : " do") + " not decode, or not whole" + Between();
+        case ProblemKind::SoundDamaged:
+            return block + ChannelText(p) + ": " + Count(p.count, "frame") + " of sound " +
+                   (p.count == 1 ? "does" : "do") + " not decode and " + (p.count == 1 ? "is" : "are") +
+                   " not in the file" +
+                   (p.after && m_timeText ? ", from " + m_timeText(*p.after) + " on" : "");
         }
         return block;
     }
@@ -232,6 +237,8 @@ const char* NameOf(ProblemKind kind) {
         return "parameters_missing";
     case ProblemKind::PicturesDamaged:
         return "pictures_damaged";
+    case ProblemKind::SoundDamaged:
+        return "sound_damaged";
     }
     return "unknown";
 }

@@ -202,6 +202,31 @@ TEST_F(Export, WrongUseEndsWithTwo) {
     EXPECT_EQ(RunProgram({DISKACCESS_PROGRAM, "export", File("disk")}).exitCode, 2);
 }
 
+TEST_F(Export, EncodesForMp4AloneAndOnlyWhenAsked) {
+    Record(20);
+    const std::vector<std::string> mp4 = {"--container", "mp4", "--channel", "1", "--audio", "alaw:8000"};
+    const ProgramResult without = Run(mp4);
+    EXPECT_EQ(without.exitCode, 1);
+    std::vector<std::string> encoded = mp4;
+    encoded.emplace_back("--aac");
+    const ProgramResult with = Run(encoded);
+    EXPECT_EQ(with.exitCode, 0);
+    EXPECT_NE(with.out.find("pcm_alaw"), std::string::npos) << with.out;
+    EXPECT_EQ(with.err.find("audio"), std::string::npos) << with.err;
+    const auto refused = [this](const std::vector<std::string>& options) {
+        const ProgramResult result = Run(options);
+        EXPECT_EQ(result.exitCode, 2);
+        return result.err;
+    };
+    EXPECT_EQ(refused({"--aac", "--no-audio", "--container", "mp4"}),
+              "diskaccess: --no-audio leaves the sound out: leave --aac out\n");
+    EXPECT_EQ(refused({"--aac", "--raw"}),
+              "diskaccess: --raw writes the sound as it was recorded: leave --aac out\n");
+    EXPECT_EQ(refused({"--aac"}),
+              "diskaccess: Matroska holds the sound as it was recorded: leave --aac out, or "
+              "name a FILE.mp4\n");
+}
+
 TEST_F(Export, NamesAudioAsTold) {
     Record(20);
     for (uint32_t block = 0; block <= m_recorded.back().block; ++block) {

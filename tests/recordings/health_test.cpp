@@ -408,7 +408,7 @@ TEST_F(Health, AsksItsWatchBetweenTheFramesOfABlock) {
 }
 
 TEST(HealthWords, EachKindHasAMeaningAndAdvice) {
-    for (int kind = 0; kind <= static_cast<int>(ProblemKind::PicturesDamaged); ++kind) {
+    for (int kind = 0; kind <= static_cast<int>(ProblemKind::SoundDamaged); ++kind) {
         EXPECT_STRNE(recordings::MeaningOf(static_cast<ProblemKind>(kind)), "") << kind;
         EXPECT_STRNE(recordings::AdviceFor(static_cast<ProblemKind>(kind)), "") << kind;
     }

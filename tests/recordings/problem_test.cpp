@@ -58,14 +58,14 @@ TEST(Problems, CountsAgreeWithTheirNouns) {
 TEST(Problems, EachKindHasANameOfItsOwnAndALine) {
     std::set<std::string> names;
     std::set<std::string> lines;
-    for (int kind = 0; kind <= static_cast<int>(ProblemKind::PicturesDamaged); ++kind) {
+    for (int kind = 0; kind <= static_cast<int>(ProblemKind::SoundDamaged); ++kind) {
         Problem problem;
         problem.kind = static_cast<ProblemKind>(kind);
         problem.block = 1;
         names.insert(recordings::NameOf(problem.kind));
         lines.insert(Describe(problem, {}));
     }
-    EXPECT_EQ(names.size(), static_cast<size_t>(ProblemKind::PicturesDamaged) + 1);
+    EXPECT_EQ(names.size(), static_cast<size_t>(ProblemKind::SoundDamaged) + 1);
     EXPECT_EQ(lines.size(), names.size());
     EXPECT_EQ(names.count("unknown"), 0u);
 }

@@ -26,6 +26,7 @@ struct ExportRequest : Request {
     Container container = Container::Matroska;
     AudioCodecs audio;     ///< where it is known better than the disk does
     bool withAudio = true; ///< whether audio is wanted
+    bool aac = false;      ///< whether sound that MP4 cannot hold is encoded as AAC; else it is left out
     bool clockText = true; ///< whether containers have a text track with the recorded time
     /// Where Matroska goes instead of to a file: open for writing, and the caller's. The name says what it is called, and
     /// there is a manifest only where one is named.

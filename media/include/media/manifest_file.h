@@ -12,6 +12,7 @@
 
 #include "media/provenance.h"
 #include "media/sink.h"
+#include "media/track.h"
 #include "recordings/query.h"
 
 namespace media {
@@ -32,6 +33,9 @@ struct NamedTrack {
     uint64_t frames = 0;
     std::string start,
         end; ///< times of its first and last frame, as they are written; empty: it has no frames
+    /// As it was recorded, where the file holds it encoded otherwise.
+    std::optional<AudioCodec> recorded;
+    uint32_t encodedRate = 0; ///< samples a second, then
 };
 
 /// A stretch in which a file's time follows the recorder's clock, as a manifest has it.

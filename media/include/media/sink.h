@@ -17,6 +17,8 @@
 
 namespace media {
 
+class SoundDecoder;
+
 /// What kind of files an export makes.
 enum class Container : uint8_t {
     Raw,      ///< a file a track: the payloads one after the other
@@ -78,6 +80,16 @@ struct ContainerFacts {
     std::function<std::string(int64_t)> clockText;
 };
 
+/// Frames of a track that have something in common.
+struct NotedFrames {
+    uint32_t channel = 0;
+    uint32_t block = 0; ///< of the first
+    uint64_t count = 0;
+    int64_t time = 0; ///< of the first
+
+    void Add(const recordings::Frame& frame);
+};
+
 /// A stretch in which a container's time follows the recorder's clock: up to where that was set.
 struct ClockSegment {
     int64_t place = 0; ///< where it begins in the container, microseconds
@@ -92,7 +104,7 @@ public:
     /// Why a track cannot be taken at any time, by a frame of it with its payload; of video a key frame.
     virtual std::optional<LeftOutReason> Refusal(const Track& track,
                                                  const recordings::Frame& frame) const = 0;
-    /// Makes room for a track, unless it is refused. Sets the track's output.
+    /// Makes room for a track, unless it is refused. Sets the track's output, and how it is encoded in the file.
     /// @param first as for Refusal()
     virtual std::optional<LeftOutReason> Add(Track& track, const recordings::Frame& first) = 0;
     /// Whether a track is still encoded as it was when it was added; in doubt it is.
@@ -116,6 +128,8 @@ public:
     virtual void Finish() = 0;
     /// How the files' time follows the recorder's clock, so far; none for files without times.
     virtual const std::vector<ClockSegment>& Segments() const = 0;
+    /// Frames that are in no file, because they could not be decoded to be encoded.
+    virtual std::vector<NotedFrames> NotDecoded() const { return {}; }
 };
 
 /// Elementary streams: NAME-ch0.h264, NAME-ch0.alaw. Takes every track, at any time.
@@ -138,9 +152,11 @@ bool ContainersSupported();
 /// refused.
 /// @param outputs must outlive the sink
 /// @param output the file's number among the outputs
+/// @param sound decodes the sound that MP4 cannot hold, which is then encoded as AAC; null: it is refused. Must outlive
+///              the sink
 /// @throws Error (NoContainers)
 std::unique_ptr<Sink> MakeContainerSink(const std::string& path, Container container, Outputs& outputs,
-                                        size_t output = 0);
+                                        size_t output = 0, SoundDecoder* sound = nullptr);
 
 /// One Matroska file to a stream, which may be a pipe: it is written from its start to its end, without an index of its key
 /// frames. Its chapters lie where they belong if the recorder's clock was not set.

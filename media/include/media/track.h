@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,12 +56,20 @@ bool CanDecodeAudio(const std::string& name);
 /// mu-law, 3 16-bit PCM, with the least significant byte first.
 AudioCodec AudioOf(const recordings::ChannelProperties& properties);
 
+/// What a file holds in place of what was recorded.
+struct Encoding {
+    std::string codec;       ///< as libavcodec names it: "aac"
+    std::string encoder;     ///< that has made it, and its version
+    uint32_t sampleRate = 0; ///< samples a second
+};
+
 /// One stream of an export: the video or the audio of a channel.
 struct Track {
     uint32_t channel = 0;
     bool isVideo = true;
     VideoCodec video = VideoCodec::Unknown;
-    AudioCodec audio;
+    AudioCodec audio;                ///< as recorded
+    std::optional<Encoding> encoded; ///< nothing: the file holds what was recorded
 
     uint64_t frames = 0;
     uint64_t keyFrames = 0; ///< of video

@@ -53,7 +53,9 @@ enum class ProblemKind {
     ClockSetBack,           ///< a block begins before the one recorded before it ends; block, before, after
     PayloadsDamaged, ///< payloads are not what the channel's others are; block, channel, count, offset of the first
     ParametersMissing, ///< no key frame carries what it takes to decode it; block, channel, count
-    PicturesDamaged ///< pictures in a row do not decode; block, channel, offset of the first, count, before, after
+    PicturesDamaged, ///< pictures in a row do not decode; block, channel, offset of the first, count, before, after
+    // What an export that encodes finds
+    SoundDamaged ///< frames of sound do not decode; block of the first, channel, count, after
 };
 
 enum class Severity {

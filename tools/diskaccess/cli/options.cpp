@@ -283,6 +283,8 @@ void AddExportOptions(CLI::App& command, Options& options) {
             "columns: from, to, channels, file, case, note. Rows whose files are there are skipped")
         ->option_text("FILE.csv")
         ->type_name("FILE");
+    command.add_flag("--aac", options.aac,
+                     "Encode the sound as AAC that MP4 cannot hold as it was recorded; the manifest says so");
     command.add_flag("--no-audio", options.noAudio, "Leave the sound out");
     command.add_flag("--no-clock", options.noClock,
                      "Leave out the text track with the recorded time, the vehicle and the channels");

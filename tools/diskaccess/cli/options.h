@@ -75,6 +75,7 @@ struct Options {
     bool raw = false;
     bool noClock = false;
     bool noAudio = false;
+    bool aac = false;
     std::string split;
     std::string rangeList;
     bool force = false;

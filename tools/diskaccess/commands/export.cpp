@@ -21,12 +21,14 @@ namespace diskaccess {
 namespace {
 
 /// What to do about frames that a container does not hold.
-std::string HintFor(const media::LeftOut& item) {
+std::string HintFor(const media::LeftOut& item, const media::ExportRequest& request) {
     switch (item.reason) {
     case media::LeftOutReason::EncodingUnknown:
         return item.isVideo ? ": use --raw" : ": give --audio CODEC:RATE, or use --raw";
     case media::LeftOutReason::NotForContainer:
-        return ": use Matroska or --raw";
+        return !item.isVideo && request.container == media::Container::Mp4 && !request.aac
+                   ? ": give --aac, or use Matroska or --raw"
+                   : ": use Matroska or --raw";
     case media::LeftOutReason::NoPictureSize:
     case media::LeftOutReason::FrameTooLarge:
         return ": use --raw";
@@ -59,12 +61,12 @@ std::optional<media::ExportResult> Run(Context& context, const media::ExportRequ
 }
 
 /// @return whether something is left out that the user expects to be there
-bool NoteLeftOut(const media::ExportResult& result) {
+bool NoteLeftOut(const media::ExportResult& result, const media::ExportRequest& request) {
     bool lost = false;
     for (const media::LeftOut& item : result.leftOut) {
         Complain(fmt::format("channel {}: {} {} frame{} left out: {}{}", item.channel, item.frames,
                              item.isVideo ? "video" : "audio", item.frames == 1 ? " is" : "s are",
-                             item.description, HintFor(item)));
+                             item.description, HintFor(item, request)));
         // What a container cannot hold is left out by the user's choice of it.
         lost = lost || item.reason == media::LeftOutReason::TrackBegunTooLate ||
                item.reason == media::LeftOutReason::FrameTooLarge;
@@ -94,6 +96,7 @@ void ShowTracks(Context& context, const std::vector<media::ExportResult>& result
                        {{"channel", "CHANNEL"},
                         {"media", "KIND"},
                         {"codec", "CODEC"},
+                        {"encoded_codec", ""},
                         {"frame_count", "FRAMES"},
                         {"payload_bytes", "SIZE"},
                         {"start", "START"},
@@ -104,7 +107,8 @@ void ShowTracks(Context& context, const std::vector<media::ExportResult>& result
         for (const media::Track& track : result.tracks) {
             answer.ShowRow(
                 {context.Names().Channel(track.channel), std::string(track.isVideo ? "video" : "audio"),
-                 track.Codec(), track.frames, Bytes{track.bytes}, context.Clock().TrueInstant(track.first),
+                 track.Codec(), track.encoded ? Value(track.encoded->codec) : Value(), track.frames,
+                 Bytes{track.bytes}, context.Clock().TrueInstant(track.first),
                  context.Clock().TrueInstant(track.last), Printable(result.outputs.at(track.output).path)});
         }
     }
@@ -177,12 +181,13 @@ std::string NothingFits(const Context& context, const media::ExportRequest& requ
                         const media::ExportResult& result) {
     const media::LeftOut& first = result.leftOut.front();
     return fmt::format("{}: nothing of it can be put into a {} file: {}{}", context.Typed().partition,
-                       NameOf(request.container), first.description, HintFor(first));
+                       NameOf(request.container), first.description, HintFor(first, request));
 }
 
-void Take(const Context& context, const media::ExportResult& result, Exports& exports) {
+void Take(const Context& context, const media::ExportRequest& request, const media::ExportResult& result,
+          Exports& exports) {
     NoteSourceDigest(context, result.sourceDigest);
-    exports.lost = NoteLeftOut(result) || exports.lost;
+    exports.lost = NoteLeftOut(result, request) || exports.lost;
     exports.results.push_back(result);
 }
 
@@ -214,7 +219,7 @@ Exports RunAll(Context& context, const std::vector<media::ExportRequest>& reques
             exports.failed = true;
             continue;
         }
-        Take(context, *result, exports);
+        Take(context, request, *result, exports);
     }
     return exports;
 }
@@ -226,7 +231,7 @@ void RunRow(Context& context, const ListedExport& each, const std::string& doing
     } else if (result->outputs.empty()) {
         throw Failure(NothingFits(context, each.request, *result));
     } else {
-        Take(context, *result, exports);
+        Take(context, each.request, *result, exports);
     }
 }
 

@@ -59,6 +59,7 @@ private:
         request.channels = query.channels;
         request.name = m_context.Typed().output + NameOf(range, request);
         request.container = ContainerOf(options, request.name);
+        request.aac = request.aac && request.container == media::Container::Mp4;
         CheckName(request.name);
         if (!range.caseName.empty()) {
             request.provenance.caseName = range.caseName;

@@ -156,6 +156,24 @@ void CheckList(const Options& options) {
     }
 }
 
+/// AAC is for what MP4 cannot hold. Of a list, each row names its own container.
+void CheckAac(const Options& options) {
+    if (!options.aac) {
+        return;
+    }
+    if (options.noAudio) {
+        throw WrongUse("--no-audio leaves the sound out: leave --aac out");
+    }
+    const media::Container container = WantedContainer(options);
+    if (container == media::Container::Raw) {
+        throw WrongUse("--raw writes the sound as it was recorded: leave --aac out");
+    }
+    const bool rowsTell = !options.rangeList.empty() && options.container.empty();
+    if (container != media::Container::Mp4 && !rowsTell) {
+        throw WrongUse("Matroska holds the sound as it was recorded: leave --aac out, or name a FILE.mp4");
+    }
+}
+
 /// What names a record, an event or a journey names a time: no other goes with it.
 void CheckNames(const Options& options) {
     if (!options.record.empty()) {
@@ -184,6 +202,7 @@ media::ExportRequest RequestOf(Context& context) {
     request.audio = ReadAudio(options.audio);
     request.clockText = !options.noClock;
     request.withAudio = !options.noAudio;
+    request.aac = options.aac;
     FillRequest(context, request);
     Narrow(context, request);
     if (GoesToStandardOutput(options)) {
@@ -218,6 +237,7 @@ void CheckExport(const Options& options) {
     CheckList(options);
     CheckStandardOutput(options);
     WantedContainer(options);
+    CheckAac(options);
     ReadAudio(options.audio);
     CheckNames(options);
 }
