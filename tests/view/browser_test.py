@@ -730,7 +730,7 @@ class MemoryTest(unittest.TestCase):
 
     def test_gives_its_memory_back(self):
         with tempfile.TemporaryDirectory(prefix="diskaccess-view-") as folder:
-            make_clip(os.path.join(folder, "c0.h264"), 25)
+            make_clip(os.path.join(folder, "c0.h264"), 25, SECONDS)
             cameras = [{"channel": channel, "frame_rate": 25, "gop": 50, "bitrate": 300000} for channel in range(32)]
             clips = [{"channel": channel, "video": "c0.h264"} for channel in range(32)]
             image = record(folder, "memory", cameras, [{"start": rfc3339(0), "seconds": SECONDS, "clips": clips}])
