@@ -61,7 +61,7 @@ std::string AacEncoderName() {
 
 AacEncoder::AacEncoder(uint32_t rate, uint32_t encodedRate, Emit emit)
     : m_emit(std::move(emit)), m_codec(OpenAac(encodedRate)), m_frame(av_frame_alloc()),
-      m_packet(av_packet_alloc()), m_rate(rate), m_encodedRate(encodedRate) {
+      m_packet(av_packet_alloc()) {
     if (!m_frame || !m_packet) {
         throw std::bad_alloc();
     }

@@ -46,8 +46,6 @@ private:
     Packet m_packet;
     std::vector<float> m_waiting; ///< less than a packet
     int64_t m_encoded = 0;        ///< samples
-    uint64_t m_rate;
-    uint64_t m_encodedRate;
 };
 
 } // namespace media
