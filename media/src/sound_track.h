@@ -46,7 +46,7 @@ private:
     uint32_t m_stream;
     Emit m_emit;
     SoundClock m_clock;
-    bool m_begun = false; ///< there was sound
+    bool m_begun = false;                  ///< there was sound
     std::unique_ptr<AacEncoder> m_encoder; ///< of the stretch, if one has begun
 };
 

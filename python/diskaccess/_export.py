@@ -67,6 +67,7 @@ def request(name: str, container: str | None, audio: tuple[str, int] | None, rep
 def run(shared: _native.SharedDisk, asked: dict[str, Any], clock: Clock) -> Export | None:
     words = _Words(clock)
     now = datetime.datetime.now(clock.zone).replace(microsecond=0)
+    _native.quiet_containers()  # what libavformat finds worth a line is in the answer
     asked.update(made=_rfc3339(now, "seconds"), skew=clock.skew, zone=str(clock.zone))
     answer = shared.export(asked, words)
     if answer is None:

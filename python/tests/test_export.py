@@ -15,7 +15,8 @@ FROM = datetime.datetime(2026, 11, 20, 16, 21, 0, tzinfo=UTC)
 TO = datetime.datetime(2026, 11, 20, 16, 21, 9, tzinfo=UTC)
 
 
-def test_the_same_bytes_as_the_program(sample: pathlib.Path, program: pathlib.Path, tmp_path: pathlib.Path) -> None:
+def test_the_same_bytes_as_the_program(sample: pathlib.Path, program: pathlib.Path, tmp_path: pathlib.Path,
+                                       capfd: pytest.CaptureFixture[str]) -> None:
     (tmp_path / "theirs").mkdir()
     (tmp_path / "ours").mkdir()
     subprocess.run([str(program), "export", str(sample), "--utc", "--from", "2026-11-20 16:21:00", "--to",
@@ -23,6 +24,7 @@ def test_the_same_bytes_as_the_program(sample: pathlib.Path, program: pathlib.Pa
     with diskaccess.open(sample) as disk:
         result = disk.export(tmp_path / "ours/film.mkv", FROM, TO)
     assert result is not None
+    assert capfd.readouterr().err == ""
     film = (tmp_path / "ours/film.mkv").read_bytes()
     assert film == (tmp_path / "theirs/film.mkv").read_bytes()
     assert result.outputs == [(str(tmp_path / "ours/film.mkv"), len(film), hashlib.sha256(film).hexdigest())]
