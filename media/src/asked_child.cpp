@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <utility>
 
 #include "child.h"
 #include "child_process.h"
@@ -44,8 +45,8 @@ private:
 
 class AskedChild::Impl {
 public:
-    Impl(const Work& work, const ChildLimits& limits)
-        : m_silence(limits.silence),
+    Impl(const Work& work, const ChildLimits& limits, std::function<void()> meanwhile)
+        : m_silence(limits.silence), m_meanwhile(std::move(meanwhile)),
           m_child(StartChild([&] { return work(m_questions.Reading(), m_answers.Writing()); },
                              {m_questions.Reading(), m_answers.Writing()}, limits)) {
         m_questions.CloseReading();
@@ -78,10 +79,14 @@ private:
         using Clock = std::chrono::steady_clock;
         const Clock::time_point end = Clock::now() + std::chrono::seconds(m_silence);
         while (size != 0) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+            const int64_t left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
             pollfd wait = {descriptor, ready, 0};
-            const int polled = left.count() <= 0 ? 0 : poll(&wait, 1, static_cast<int>(left.count()));
-            if (polled < 0 && errno == EINTR) {
+            const int polled = left <= 0 ? -1 : poll(&wait, 1, static_cast<int>(std::min(left, kLookMillis)));
+            if (left > 0 && (polled == 0 || (polled < 0 && errno == EINTR))) {
+                if (m_meanwhile) {
+                    m_meanwhile();
+                }
                 continue;
             }
             const ssize_t moved = polled <= 0 ? 0 : move(size);
@@ -94,13 +99,14 @@ private:
     }
 
     uint32_t m_silence;
+    std::function<void()> m_meanwhile;
     Pipe m_questions;
     Pipe m_answers;
     Child m_child;
 };
 
-AskedChild::AskedChild(const Work& work, const ChildLimits& limits)
-    : m_impl(std::make_unique<Impl>(work, limits)) {}
+AskedChild::AskedChild(const Work& work, const ChildLimits& limits, std::function<void()> meanwhile)
+    : m_impl(std::make_unique<Impl>(work, limits, std::move(meanwhile))) {}
 
 AskedChild::~AskedChild() = default;
 

@@ -48,8 +48,9 @@ public:
     /// What the child does: reads from @p questions until that ends, and writes to @p answers.
     using Work = std::function<bool(int questions, int answers)>;
 
+    /// @param meanwhile called several times a second while the child is waited for; it may throw
     /// @throws Error when no child can be started
-    AskedChild(const Work& work, const ChildLimits& limits);
+    AskedChild(const Work& work, const ChildLimits& limits, std::function<void()> meanwhile = {});
     ~AskedChild();
     AskedChild(const AskedChild&) = delete;
     AskedChild& operator=(const AskedChild&) = delete;

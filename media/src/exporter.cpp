@@ -33,7 +33,8 @@ public:
         : m_disk(disk), m_blocks(blocks), m_rules({source, request.replace}), m_request(request),
           m_report(problems), m_watcher(watcher), m_finder(disk, blocks, request.audio),
           m_describer(disk, blocks, request.wording, m_result.events, request.clockText),
-          m_outputs(m_rules, [&watcher] { watcher.Ask(); }), m_hasher(disk, [&watcher] { watcher.Ask(); }) {
+          m_soundDecoder([&watcher] { watcher.Ask(); }), m_outputs(m_rules, [&watcher] { watcher.Ask(); }),
+          m_hasher(disk, [&watcher] { watcher.Ask(); }) {
         m_query.range = request.range;
         m_query.channels = request.channels.Without(disk.Hidden());
     }
@@ -400,7 +401,7 @@ void CheckPlaces(const recordings::Disk& disk, const SourceIdentity& source, con
 std::optional<ExportResult> Export(const recordings::Disk& disk, const recordings::BlockList& blocks,
                                    const SourceIdentity& source, const ExportRequest& request,
                                    const recordings::ProblemSink& problems, const recordings::Watch& watch) {
-    Watcher watcher(watch);
+    Watcher watcher(watch, kExportEnded);
     return Exporter(disk, blocks, source, request, problems, watcher).Run();
 }
 

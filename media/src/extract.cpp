@@ -191,7 +191,7 @@ std::optional<ExtractResult> Extract(const recordings::Disk& disk, const recordi
                                      const SourceIdentity& source, const Request& request,
                                      const recordings::ProblemSink& problems,
                                      const recordings::Watch& watch) {
-    Watcher watcher(watch);
+    Watcher watcher(watch, kExportEnded);
     return Extractor(disk, blocks, source, request, problems, watcher).Run();
 }
 

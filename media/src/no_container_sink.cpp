@@ -66,7 +66,7 @@ std::optional<Encoding> EncodingFor(Container /*container*/, const Track& /*trac
 
 class SoundDecoder::Child {};
 
-SoundDecoder::SoundDecoder() = default;
+SoundDecoder::SoundDecoder(std::function<void()> /*meanwhile*/) {}
 
 SoundDecoder::~SoundDecoder() = default;
 

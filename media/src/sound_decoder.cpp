@@ -132,6 +132,8 @@ float Sound(float sample) {
 
 class SoundDecoder::Child {
 public:
+    explicit Child(const std::function<void()>& meanwhile) : m_child(AnswerAll, LimitsOfChild(), meanwhile) {}
+
     /// @param samples set when the frame was decoded
     /// @return false when the child is of no use any more
     bool Ask(const Question& question, const uint8_t* payload, std::optional<std::vector<float>>& samples) {
@@ -152,10 +154,10 @@ public:
     }
 
 private:
-    AskedChild m_child{AnswerAll, LimitsOfChild()};
+    AskedChild m_child;
 };
 
-SoundDecoder::SoundDecoder() = default;
+SoundDecoder::SoundDecoder(std::function<void()> meanwhile) : m_meanwhile(std::move(meanwhile)) {}
 
 SoundDecoder::~SoundDecoder() = default;
 
@@ -169,7 +171,7 @@ std::optional<std::vector<float>> SoundDecoder::Decode(uint32_t stream, const Au
         return std::nullopt;
     }
     if (!m_child) {
-        m_child = std::make_unique<Child>();
+        m_child = std::make_unique<Child>(m_meanwhile);
     }
     std::optional<std::vector<float>> samples;
     if (!m_child->Ask({stream, id, codec.sampleRate, frame.size}, frame.data, samples)) {

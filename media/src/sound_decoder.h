@@ -2,6 +2,7 @@
 #define MEDIA_SRC_SOUND_DECODER_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -16,7 +17,8 @@ namespace media {
 /// first frame, and once more where one has ended it.
 class SoundDecoder {
 public:
-    SoundDecoder();
+    /// @param meanwhile called several times a second while a frame is decoded; it may throw
+    explicit SoundDecoder(std::function<void()> meanwhile);
     ~SoundDecoder();
     SoundDecoder(const SoundDecoder&) = delete;
     SoundDecoder& operator=(const SoundDecoder&) = delete;
@@ -32,6 +34,7 @@ public:
 
 private:
     class Child;
+    std::function<void()> m_meanwhile;
     std::unique_ptr<Child> m_child;
     uint32_t m_streams = 0;
     uint32_t m_ended = 0; ///< children that a frame has ended

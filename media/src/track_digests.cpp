@@ -21,6 +21,7 @@
 #include "sound_clock.h"
 #include "sound_decoder.h"
 #include "track_key.h"
+#include "watcher.h"
 
 namespace media {
 
@@ -237,8 +238,10 @@ private:
 /// Sends the frames of a disk to the tracks of a manifest. A channel's tracks follow each other.
 class Distributor {
 public:
-    Distributor(const ManifestFile& manifest, const FileDigests& files, const Beginnings& beginnings)
-        : m_manifest(manifest), m_beginnings(beginnings), m_contained(manifest.container != Container::Raw) {
+    Distributor(const ManifestFile& manifest, const FileDigests& files, const Beginnings& beginnings,
+                const Watcher& watcher)
+        : m_manifest(manifest), m_beginnings(beginnings), m_contained(manifest.container != Container::Raw),
+          m_soundDecoder([&watcher] { watcher.Ask(); }) {
         for (size_t file = 0; file < manifest.files.size(); ++file) {
             m_fileTimes.emplace_back(manifest.container, beginnings.claimed[file], LargestGap(file, files),
                                      files.texts[file].times.unit);
@@ -518,3 +521,8 @@ DiskDigests DigestFrames(const recordings::Disk& disk, const recordings::BlockLi
 }
 
 } // namespace media
+    for (size_t i = 0; i < manifest.tracks.size(); ++i) {
+        if (manifest.tracks[i].output == number) { // those that it has not hold nothing
+            digests.tracks[i] = Runner(IsSized(manifest, manifest.tracks[i])).Finish();
+        }
+    }

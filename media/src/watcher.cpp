@@ -17,7 +17,7 @@ recordings::Watch Watcher::Reading() {
 
 void Watcher::Ask() const {
     if (!GoOn()) {
-        throw recordings::Error(recordings::ErrorKind::Cancelled, "the export was ended; nothing was kept");
+        throw recordings::Error(recordings::ErrorKind::Cancelled, m_ended);
     }
 }
 

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdint>
 #include <functional>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -101,6 +102,23 @@ TEST(AskedChildren, AreWaitedForSoLong) {
     const std::vector<uint8_t> much(1 << 20);
     EXPECT_FALSE(child.Send(much.data(), much.size()));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 1990ms); // poll() waits in whole milliseconds
+}
+
+/// A user who presses Ctrl-C must not wait as long as for a child that is silent.
+TEST(AskedChildren, AreNotWaitedForWhenTheCallerHasEnough) {
+    ChildLimits limits;
+    limits.silence = 3600;
+    int calls = 0;
+    AskedChild child([](int questions, int) { return ReadAll(questions, &questions, sizeof questions); },
+                     limits,
+                     [&calls] {
+                         if (++calls == 3) {
+                             throw std::runtime_error("enough");
+                         }
+                     });
+    uint8_t byte = 0;
+    EXPECT_THROW(child.Receive(&byte, 1), std::runtime_error);
+    EXPECT_EQ(calls, 3);
 }
 
 TEST(AskedChildren, CanDoNothingButAnswer) {
