@@ -48,7 +48,7 @@ Copier::Place Copier::Add(const Track& track, const recordings::Frame& first, Si
     place.track = track;
     if (const std::optional<LeftOutReason> refusal = sink.Add(taken, first)) {
         place.entry = m_leftOut.size();
-        LeaveOut(track, *refusal, 0);
+        LeaveOut(track, *refusal);
         return place;
     }
     place.sink = &sink;
@@ -60,9 +60,10 @@ Copier::Place Copier::Add(const Track& track, const recordings::Frame& first, Si
 
 void Copier::Refuse(const Track& track, LeftOutReason reason) {
     Places& places = m_places[{track.channel, !track.isVideo}];
-    places.all.push_back({track, nullptr, 0, m_leftOut.size()});
+    const size_t entry = m_leftOut.size();
+    LeaveOut(track, reason);
+    places.all.push_back({track, nullptr, 0, entry});
     places.current = places.all.size() - 1;
-    LeaveOut(track, reason, 0);
 }
 
 /// Whether a frame that may show another encoding belongs to a place. Where frames are left out, the codec tells.
@@ -136,18 +137,26 @@ void Copier::Copy(const recordings::Frame& frame) {
     }
 }
 
-void Copier::LeaveOut(const Track& track, LeftOutReason reason, uint64_t frames) {
-    m_leftOut.push_back({track.channel, track.isVideo, frames, reason, Describe(reason, m_container, track)});
+/// Before its place is taken: what has a place by now comes first.
+void Copier::LeaveOut(const Track& track, LeftOutReason reason) {
+    const std::vector<Place>& places = m_places[{track.channel, !track.isVideo}].all;
+    const auto before =
+        std::count_if(places.begin(), places.end(), [](const Place& place) { return place.sink != nullptr; });
+    m_leftOut.push_back({track.channel, track.isVideo, 0, reason, Describe(reason, m_container, track),
+                         static_cast<size_t>(before)});
 }
 
 void Copier::LeaveOutTooLarge(const Track& track) {
-    for (LeftOut& item : m_leftOut) {
-        if (item.channel == track.channel && item.isVideo == track.isVideo) {
-            ++item.frames;
-            return;
-        }
+    const auto known = std::find_if(m_leftOut.begin(), m_leftOut.end(), [&track](const LeftOut& item) {
+        return item.channel == track.channel && item.isVideo == track.isVideo &&
+               item.reason == LeftOutReason::FrameTooLarge;
+    });
+    if (known != m_leftOut.end()) {
+        ++known->frames;
+        return;
     }
-    LeaveOut(track, LeftOutReason::FrameTooLarge, 1);
+    m_leftOut.push_back({track.channel, track.isVideo, 1, LeftOutReason::FrameTooLarge,
+                         Describe(LeftOutReason::FrameTooLarge, m_container, track)});
 }
 
 } // namespace media

@@ -69,7 +69,7 @@ private:
     bool FollowFrom(size_t first, const Track& now, const recordings::Frame& frame);
     static bool Belongs(const Place& place, const Track& now, const recordings::Frame& frame);
     Place Add(const Track& track, const recordings::Frame& first, Sink& sink);
-    void LeaveOut(const Track& track, LeftOutReason reason, uint64_t frames);
+    void LeaveOut(const Track& track, LeftOutReason reason);
     void LeaveOutTooLarge(const Track& track);
 
     Sink& m_sink;

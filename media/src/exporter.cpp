@@ -255,7 +255,7 @@ private:
         m_copier->AddTrack(track, frame, part);
         for (const auto& [key, found] :
              m_finder.FindInBlock(m_query, frame.block, Refusing(), m_watcher.Silent())) {
-            const bool isOther = key < TrackKey::Of(frame) || TrackKey::Of(frame) < key;
+            const bool isOther = !(key == TrackKey::Of(frame));
             const bool begins =
                 ComesTooLate(key, found.first.time) || m_copier->IsNew(found.track, found.Whole());
             if (isOther && IsWanted(key) && !found.refused && begins) {

@@ -167,7 +167,8 @@ private:
                 {"media", MediaOf(item.isVideo)},
                 {"frame_count", ManifestWriter::NumberOf(item.frames)},
                 {"reason", NameOf(item.reason)},
-                {"text", item.description}};
+                {"text", item.description},
+                {"tracks_before", item.tracksBefore ? Json(*item.tracksBefore) : Json()}};
     }
 
     const recordings::Disk& m_disk;

@@ -432,6 +432,7 @@ private:
             track.isVideo = IsVideoIn(entry);
             track.output = static_cast<size_t>(NumberIn(entry, "output", kMostFiles));
             track.frames = NumberIn(entry, "frame_count");
+            track.bytes = NumberIn(entry, "payload_bytes");
             track.start = TimeIn(entry, "start");
             track.end = TimeIn(entry, "end");
             if (track.output >= m_file.files.size()) {
@@ -504,7 +505,14 @@ private:
 
     void ReadLeftOut() {
         for (const Json& entry : ListIn("left_out", kMostTracks)) {
-            m_file.leftOut.emplace(Number32In(entry, "channel", recordings::kChannels - 1), IsVideoIn(entry));
+            NamedLeftOut item;
+            item.channel = Number32In(entry, "channel", recordings::kChannels - 1);
+            item.isVideo = IsVideoIn(entry);
+            item.frames = NumberIn(entry, "frame_count");
+            if (!MemberOf(entry, "tracks_before").is_null()) {
+                item.tracksBefore = NumberIn(entry, "tracks_before", kMostTracks);
+            }
+            m_file.leftOut.push_back(item);
         }
     }
 

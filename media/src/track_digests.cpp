@@ -253,30 +253,30 @@ public:
             if (track.recorded) {
                 m_entries.back().sound.emplace(track, m_soundDecoder);
             }
-            m_tracks[{track.channel, !track.isVideo}].entries.push_back(i);
+            m_tracks[{track.channel, !track.isVideo}].steps.push_back({i, 0});
+        }
+        for (auto& [key, sequence] : m_tracks) {
+            AddLeftOut(key, sequence);
         }
     }
 
     void Take(const recordings::Frame& frame) {
         const auto found = m_tracks.find(TrackKey::Of(frame));
-        if (found == m_tracks.end() || (m_contained && frame.size > kLargestPacket)) {
+        if (found == m_tracks.end()) {
             return;
         }
         Sequence& sequence = found->second;
-        const std::optional<int64_t> before = std::exchange(sequence.lastTime, frame.time);
-        while (sequence.at + 1 < sequence.entries.size() && IsFull(sequence.entries[sequence.at])) {
+        while (sequence.at + 1 < sequence.steps.size() && IsFull(sequence.steps[sequence.at])) {
             ++sequence.at;
         }
-        const size_t entry = sequence.entries[sequence.at];
-        if (IsFull(entry)) {
-            const bool expected = m_manifest.leftOut.count({frame.channel, frame.IsVideo()}) != 0;
-            m_entries[entry].tooMany += expected ? 0 : 1;
-            return;
-        }
-        CountTime(m_entries[entry], frame.time);
-        AddPayload(m_entries[entry], frame);
-        if (m_contained) {
-            AddTime(entry, frame, before);
+        Step& step = sequence.steps[sequence.at];
+        const bool isTooLarge = m_contained && frame.size > kLargestPacket;
+        if (!step.entry && !IsFull(step)) {
+            --step.leftOut;
+        } else if (!isTooLarge && IsFull(step)) {
+            m_entries[sequence.last].tooMany += sequence.endsAnywhere ? 0 : 1;
+        } else if (!isTooLarge) {
+            TakeInto(*step.entry, frame, std::exchange(sequence.lastTime, frame.time));
         }
     }
 
@@ -301,9 +301,16 @@ public:
     }
 
 private:
+    /// Frames that follow each other: of a track, or in no file.
+    struct Step {
+        std::optional<size_t> entry;
+        uint64_t leftOut = 0; ///< still to come
+    };
     struct Sequence {
-        std::vector<size_t> entries;
+        std::vector<Step> steps;
         size_t at = 0;
+        size_t last = 0;                      ///< entry of the last track
+        bool endsAnywhere = false;            ///< frames are in no file, and it is not known which
         std::optional<int64_t> lastTime = {}; ///< time stamp of the frame before
     };
     /// What the disk has of a track.
@@ -341,8 +348,33 @@ private:
         return m_beginnings.describer.OfPart(frame, goesOn);
     }
 
-    bool IsFull(size_t entry) const {
-        return m_entries[entry].runner.Frames() >= m_manifest.tracks[entry].frames;
+    /// Puts what is in no file between the tracks of a sequence.
+    void AddLeftOut(const TrackKey& key, Sequence& sequence) const {
+        sequence.last = *sequence.steps.back().entry;
+        const size_t tracks = sequence.steps.size();
+        size_t put = 0; // an export lists them in their order
+        for (const NamedLeftOut& item : m_manifest.leftOut) {
+            const bool isOfThese = TrackKey{item.channel, !item.isVideo} == key;
+            if (isOfThese && item.tracksBefore) {
+                const size_t place = std::min<size_t>(*item.tracksBefore, tracks) + put++;
+                sequence.steps.insert(sequence.steps.begin() + static_cast<ptrdiff_t>(place),
+                                      {std::nullopt, item.frames});
+            }
+            sequence.endsAnywhere |= isOfThese && !item.tracksBefore;
+        }
+    }
+
+    bool IsFull(const Step& step) const {
+        return step.entry ? m_entries[*step.entry].runner.Frames() >= m_manifest.tracks[*step.entry].frames
+                          : step.leftOut == 0;
+    }
+
+    void TakeInto(size_t entry, const recordings::Frame& frame, std::optional<int64_t> before) {
+        CountTime(m_entries[entry], frame.time);
+        AddPayload(m_entries[entry], frame);
+        if (m_contained) {
+            AddTime(entry, frame, before);
+        }
     }
 
     static void CountTime(Entry& entry, int64_t time) {
@@ -399,10 +431,19 @@ std::string WordsOf(const NamedTrack& track) {
     return fmt::format("channel {} {}", track.channel, track.isVideo ? "video" : "audio");
 }
 
+namespace {
+
+/// MP4 leaves a track without packets out. What is encoded has some always.
+bool IsInFile(const ManifestFile& manifest, const NamedTrack& track) {
+    return manifest.container != Container::Mp4 || track.bytes != 0 || track.recorded;
+}
+
+} // namespace
+
 std::vector<size_t> TracksOf(const ManifestFile& manifest, size_t file) {
     std::vector<size_t> tracks;
     for (size_t i = 0; i < manifest.tracks.size(); ++i) {
-        if (manifest.tracks[i].output == file) {
+        if (manifest.tracks[i].output == file && IsInFile(manifest, manifest.tracks[i])) {
             tracks.push_back(i);
         }
     }
@@ -486,6 +527,11 @@ void DigestContainer(const recordings::Source& file, const ManifestFile& manifes
     const std::vector<size_t> tracks = TracksOf(manifest, number);
     ContainerRun run(file, manifest, tracks, watch);
     run.Run();
+    for (size_t i = 0; i < manifest.tracks.size(); ++i) {
+        if (manifest.tracks[i].output == number) { // those that it has not hold nothing
+            digests.tracks[i] = Runner(IsSized(manifest, manifest.tracks[i])).Finish();
+        }
+    }
     for (size_t i = 0; i < tracks.size(); ++i) {
         digests.tracks[tracks[i]] = run.Track(i);
     }
@@ -506,8 +552,9 @@ recordings::FrameQuery QueryOf(const ManifestFile& manifest) {
 DiskDigests DigestFrames(const recordings::Disk& disk, const recordings::BlockList& blocks,
                          const ManifestFile& manifest, const FileDigests& files, const Beginnings& beginnings,
                          const recordings::Watch& watch) {
-    recordings::RangeFrames frames(disk, blocks, QueryOf(manifest), {}, watch);
-    Distributor distributor(manifest, files, beginnings);
+    Watcher watcher(watch, disk.Bytes().Name() + ": interrupted");
+    recordings::RangeFrames frames(disk, blocks, QueryOf(manifest), {}, watcher.Reading());
+    Distributor distributor(manifest, files, beginnings, watcher);
     for (recordings::Frame frame; frames.Next(frame);) {
         distributor.Take(frame);
     }
@@ -521,8 +568,3 @@ DiskDigests DigestFrames(const recordings::Disk& disk, const recordings::BlockLi
 }
 
 } // namespace media
-    for (size_t i = 0; i < manifest.tracks.size(); ++i) {
-        if (manifest.tracks[i].output == number) { // those that it has not hold nothing
-            digests.tracks[i] = Runner(IsSized(manifest, manifest.tracks[i])).Finish();
-        }
-    }

@@ -90,7 +90,7 @@ struct Beginnings {
 void DigestContainer(const recordings::Source& file, const ManifestFile& manifest, size_t number,
                      FileDigests& digests, const recordings::Watch& watch);
 
-/// Entries of a file's tracks in the manifest.
+/// Entries of a file's tracks in the manifest. MP4 has none for a track whose frames are all empty.
 std::vector<size_t> TracksOf(const ManifestFile& manifest, size_t file);
 
 /// What the disk has of a manifest's files.

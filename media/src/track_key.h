@@ -14,6 +14,9 @@ struct TrackKey {
     bool isAudio = false;
 
     static TrackKey Of(const recordings::Frame& frame) { return {frame.channel, !frame.IsVideo()}; }
+    bool operator==(const TrackKey& other) const {
+        return channel == other.channel && isAudio == other.isAudio;
+    }
     bool operator<(const TrackKey& other) const {
         return std::tie(channel, isAudio) < std::tie(other.channel, other.isAudio);
     }

@@ -1056,6 +1056,62 @@ TEST_F(Exports, HoldSoundThatBeginsBetweenMilliseconds) {
     }
 }
 
+/// Which frames are in which track must be clear from the manifest: verifying, which each run ends with, counts by it.
+TEST_F(Exports, SayBetweenWhichTracksFramesAreLeftOut) {
+    constexpr uint8_t kUnknown = 0;
+    constexpr uint8_t kALaw = 1;
+    m_settings.channels = 1;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    int64_t second = kStart;
+    for (const uint8_t audioCode : {kUnknown, kALaw, kUnknown, kALaw}) {
+        m_settings.properties.at(0).AType = audioCode;
+        for (const int64_t end = second + 5; second < end; ++second) {
+            Write(recorder, KeyFrame(0, second * kSecond, 300));
+            Write(recorder, Sound(0, second * kSecond, 160));
+        }
+        Image().Change<BlockHead_t>(Image().HeadOffset(*recorder.CurrentBlock()), [&](BlockHead_t& head) {
+            head.prop[0].AType = audioCode;
+            head.prop[0].Sample = 8000;
+        });
+        recorder.PowerOff();
+    }
+    const auto result = Run(Request(Container::Matroska));
+    ASSERT_TRUE(result);
+    ASSERT_EQ(result->leftOut.size(), 2u);
+    for (const size_t i : {0u, 1u}) {
+        EXPECT_EQ(result->leftOut[i].frames, 5u);
+        EXPECT_EQ(result->leftOut[i].reason, LeftOutReason::EncodingUnknown);
+        EXPECT_EQ(result->leftOut[i].tracksBefore, i);
+    }
+    ASSERT_EQ(result->tracks.size(), 3u);
+    EXPECT_EQ(result->tracks[1].frames, 5u);
+    EXPECT_EQ(result->tracks[2].frames, 5u);
+    const Json leftOut = Json::parse(ReadFile(File("out.json")))["left_out"];
+    EXPECT_EQ(leftOut[0]["tracks_before"], 0);
+    EXPECT_EQ(leftOut[1]["tracks_before"], 1);
+}
+
+/// MP4 does not write a track that has no packets.
+TEST_F(Exports, HoldTracksOfEmptyFramesOnly) {
+    m_settings.channels = 1;
+    m_settings.properties.at(0).AType = 9;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    for (int64_t second = kStart; second < kStart + 10; ++second) {
+        Write(recorder, KeyFrame(0, second * kSecond, 300));
+        Write(recorder, Sound(0, second * kSecond, 0));
+    }
+    recorder.PowerOff();
+    for (const Container container : {Container::Mp4, Container::Matroska, Container::Raw}) {
+        ExportRequest request = Request(container);
+        request.audio.all = {"mp3", 44100};
+        request.replace = true;
+        const auto result = Run(request);
+        ASSERT_TRUE(result);
+        ASSERT_EQ(result->tracks.size(), 2u);
+        EXPECT_EQ(result->tracks[1].frames, 10u);
+    }
+}
+
 TEST_F(Exports, TellOfNoPausesOfSoundThatIsLeftOut) {
     Record({{0, 0, 10, true}, {0, 10, 40, false}, {0, 40, 50, true}});
     ExportRequest request = Request(Container::Matroska);

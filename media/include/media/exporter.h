@@ -42,6 +42,8 @@ struct LeftOut {
     uint64_t frames = 0;
     LeftOutReason reason = LeftOutReason::EncodingUnknown;
     std::string description;
+    /// Tracks of this channel and medium whose frames come before these; nothing: these lie among them.
+    std::optional<size_t> tracksBefore = {};
 };
 
 /// What came of an export.

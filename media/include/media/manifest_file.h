@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -31,11 +30,21 @@ struct NamedTrack {
     bool isVideo = true;
     size_t output = 0; ///< entry of the files
     uint64_t frames = 0;
+    uint64_t bytes = 0; ///< of all payloads, as they were recorded
     std::string start,
         end; ///< times of its first and last frame, as they are written; empty: it has no frames
     /// As it was recorded, where the file holds it encoded otherwise.
     std::optional<AudioCodec> recorded;
     uint32_t encodedRate = 0; ///< samples a second, then
+};
+
+/// Frames of the disk that are in no file, as a manifest has them.
+struct NamedLeftOut {
+    uint32_t channel = 0;
+    bool isVideo = true;
+    uint64_t frames = 0;
+    /// Tracks of this channel and medium whose frames come before these; nothing: these lie anywhere.
+    std::optional<uint64_t> tracksBefore;
 };
 
 /// A stretch in which a file's time follows the recorder's clock, as a manifest has it.
@@ -95,8 +104,7 @@ struct ManifestFile {
     std::vector<NamedSegment> segments; ///< in the order of the outputs, and of their time
     std::vector<NamedGap> gaps;
     std::vector<NamedEvent> events;
-    std::set<std::pair<uint32_t, bool>>
-        leftOut;                   ///< channels and whether video, of which frames are in no file
+    std::vector<NamedLeftOut> leftOut;
     std::vector<AreaDigest> areas; ///< of an extract: what lies before the blocks
     std::vector<NamedBlock> blocks;
 };
