@@ -35,6 +35,7 @@ constexpr CostLimits kLimits = {80, 160, 64, 6 << 20};
 /// What a block lacks at the source's end is hashed as zeros. To do so for gigabytes takes seconds and teaches nothing.
 constexpr uint32_t kLargestBlock = 1 << 20;
 /// System calls on files that an export makes: for each file, for each piece of bytes, and before it knows its files.
+/// And one a frame: where time jumps, a frame begins a new cluster of Matroska, whose length is written later.
 constexpr uint64_t kCallsOfAFile = 16;
 constexpr uint64_t kBytesOfACall = 16 << 10;
 constexpr uint64_t kMostFileCalls = 20000;
@@ -273,7 +274,7 @@ private:
         Require(payload <= RingBytes(), "the frames are more than the disk holds");
         Require(size <= payload + kContainerBytes * result.outputs.size() + kContainerBytesOfAFrame * frames,
                 "the files are larger than their frames allow");
-        Require(m_calls <= kCallsOfAFile * (result.outputs.size() + 2) + size / kBytesOfACall,
+        Require(m_calls <= kCallsOfAFile * (result.outputs.size() + 2) + size / kBytesOfACall + frames,
                 "the export has made more system calls than its files allow");
     }
 
