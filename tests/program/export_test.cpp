@@ -181,6 +181,39 @@ TEST_F(Export, LeavesNothingBehindWhenTheDiskIsFull) {
     }
 }
 
+/// All files stay open until all are complete. A disk with many changes of encoding needs more than a shell allows at first.
+TEST_F(Export, OpensAsManyFilesAsTheSystemLetsIt) {
+    constexpr uint32_t kCameras = 30;
+    sample_recorder::Format format;
+    format.blockCount = 16;
+    MakeDisk(format);
+    sample_recorder::RecorderSettings settings;
+    settings.channels = (uint32_t{1} << kCameras) - 1;
+    sample_recorder::Recorder recorder(Disk(), settings);
+    sample_recorder::MergedSource source;
+    for (uint32_t channel = 0; channel < kCameras; ++channel) {
+        source.Add(std::make_unique<sample_recorder::GeneratedSource>(
+            sample_recorder::GeneratedCamera{channel, 5, 5, 100, 50, 0, 0}, channel, kExportStart, 10));
+    }
+    for (sample_recorder::Frame frame; source.Next(frame);) {
+        recorder.Write(frame);
+    }
+    recorder.PowerOff();
+    const auto run = [this](const std::string& limit) {
+        return RunProgram({"sh", "-c",
+                           "ulimit " + limit + " 24; exec " DISKACCESS_PROGRAM " export " + File("disk") +
+                               " --raw -o " + File("out")});
+    };
+    const ProgramResult refused = run("-n");
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.err.find("Too many open files"), std::string::npos) << refused.err;
+    const ProgramResult made = run("-Sn");
+    EXPECT_EQ(made.exitCode, 0) << made.err;
+    for (uint32_t channel = 0; channel < kCameras; ++channel) {
+        EXPECT_TRUE(std::filesystem::exists(File("out-ch" + std::to_string(channel) + ".video"))) << channel;
+    }
+}
+
 TEST_F(Export, SaysWhatAContainerCannotHold) {
     Record(20);
     const ProgramResult refused = Run({"--channel", "0"});
