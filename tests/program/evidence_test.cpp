@@ -123,12 +123,40 @@ TEST_F(Evidence, IsComparedInWordsWhateverTheZoneAndTheClock) {
     }
 }
 
-/// Without --tz a manifest names no zone: it is told by its times, wherever it is read.
+/// Without --tz a manifest names the zone of the machine that made it.
+TEST_F(Evidence, NamesTheZoneOfItsMachine) {
+    // Clocks in Berlin were turned back on 2026-10-25 at 01:00 UTC: the recording goes over that hour.
+    const std::string disk = File("autumn.img");
+    const ProgramResult recorded =
+        RunProgram({DISKACCESS_SAMPLE_PROGRAM, "generate", "--blocks", "32", "--block-size", "262144",
+                    "--start", "1792888200", "--seconds", "3600", "--channels", "1", disk});
+    EXPECT_EQ(recorded.exitCode, 0) << recorded.err;
+    const auto zoneOf = [&](const char* zone) {
+        setenv("TZ", zone, 1);
+        const ProgramResult result = Run({"export", disk, "--raw", "-o", File("autumn"), "--force"});
+        unsetenv("TZ");
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        return Json::parse(ReadFile(File("autumn.json")))["zone"];
+    };
+    EXPECT_EQ(zoneOf(""), "UTC");
+    EXPECT_EQ(zoneOf(":Asia/Kolkata"), "Asia/Kolkata");
+    EXPECT_EQ(zoneOf("<+01>-1"), "<+01>-1");
+    EXPECT_EQ(zoneOf("/usr/share/zoneinfo/Asia/Tokyo"), nullptr); // a file of this machine
+    EXPECT_EQ(zoneOf("Europe/Berlin"), "Europe/Berlin");
+    setenv("TZ", "America/St_Johns", 1);
+    const Json checks = Document({"verify", File("autumn.json"), "--source", disk}, 0)["checks"];
+    unsetenv("TZ");
+    for (const Json& check : checks) {
+        EXPECT_EQ(check["result"], "good") << check;
+    }
+}
+
+/// Where a machine does not name its zone, this is told by the manifest's times, wherever it is read.
 TEST_F(Evidence, IsComparedInWordsOnAnotherMachine) {
     const auto verify = [this] {
         return Document({"verify", File("film.mkv.json"), "--source", m_sample}, 0);
     };
-    setenv("TZ", "Asia/Kolkata", 1);
+    setenv("TZ", "/usr/share/zoneinfo/Asia/Kolkata", 1);
     const ProgramResult result =
         Run({"export", m_sample, "--from", "@1795191630", "--to", "@1795191640", "-o", File("film.mkv")});
     EXPECT_EQ(result.exitCode, 0) << result.err;

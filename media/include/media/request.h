@@ -41,7 +41,7 @@ struct Request {
     // What the manifest tells beside that.
     std::string made;                ///< the present, RFC 3339
     int64_t skewSeconds = 0;         ///< how far the recorder's clock was ahead
-    std::optional<std::string> zone; ///< the zone of all times, as named; nothing: the machine's own
+    std::optional<std::string> zone; ///< the zone of all times, as named; nothing: its name is not known
     Wording wording;
     Provenance provenance;
     const SigningKey* key = nullptr; ///< signs the manifest; null: nobody does. Must outlive the work

@@ -117,7 +117,7 @@ void FillRequest(Context& context, media::Request& request) {
     request.replace = options.force;
     request.made = context.Zone().Rfc3339(std::time(nullptr));
     request.skewSeconds = options.skew;
-    request.zone = IfGiven(options.zone);
+    request.zone = context.Zone().Name();
     request.wording = WordingOf(context.Zone(), context.Clock());
     request.provenance = ProvenanceOf(context);
 }

@@ -28,6 +28,29 @@ bool Known(const std::string& name) {
     return name.find("..") == std::string::npos && std::filesystem::is_regular_file(zones / name, ignored);
 }
 
+/// What a link to a file of the zone database names: "/usr/share/zoneinfo/Europe/Berlin" names Europe/Berlin.
+std::string NameInDatabase(const std::string& path) {
+    const std::string folder = "/zoneinfo/";
+    const size_t at = path.rfind(folder);
+    return at == std::string::npos ? "" : path.substr(at + folder.size());
+}
+
+/// The zone that the C library takes. Times in a document are of little use where nobody knows of which zone they are.
+std::optional<std::string> NameOfThisProcess() {
+    const char* const set = std::getenv("TZ");
+    std::error_code ignored;
+    std::string name =
+        set != nullptr ? set : NameInDatabase(std::filesystem::read_symlink("/etc/localtime", ignored));
+    if (!name.empty() && name.front() == ':') { // what follows is a name, and no rule
+        name.erase(0, 1);
+    }
+    if (name.empty() && set != nullptr) {
+        return "UTC";
+    }
+    return name == "UTC" || (!name.empty() && name.front() != '/' && Known(name)) ? std::optional(name)
+                                                                                  : std::nullopt;
+}
+
 std::tm Local(int64_t time) {
     const time_t instant = time;
     std::tm parts = {};
@@ -61,6 +84,7 @@ TimeZone::TimeZone(const std::string& name) {
         }
         setenv("TZ", name.c_str(), 1);
     }
+    m_name = NameOfThisProcess();
     tzset();
 }
 

@@ -34,6 +34,8 @@ public:
     /// @throws UnknownZone for a name that nothing is known of
     explicit TimeZone(const std::string& name);
 
+    /// As the zone database or a POSIX rule names it; nothing when this machine does not tell what its own is.
+    const std::optional<std::string>& Name() const { return m_name; }
     /// Seconds east of UTC at an instant.
     long OffsetAt(int64_t time) const;
     /// The zone as people name it at an instant: "CET (UTC+01:00)", "UTC".
@@ -58,6 +60,8 @@ public:
 private:
     /// Another instant with the same date and time, if there is one.
     std::optional<int64_t> Twin(int64_t time) const;
+
+    std::optional<std::string> m_name;
 };
 
 /// The instant of a date and time in UTC.

@@ -390,7 +390,7 @@ Response Api::BeginExport(const Request& request) {
     wanted.name = FileNameOf(wanted.range, mp4 ? ".mp4" : ".mkv");
     wanted.made = m_setting.zone.Rfc3339(std::time(nullptr));
     wanted.skewSeconds = m_setting.skewSeconds;
-    wanted.zone = m_setting.zoneName.empty() ? std::nullopt : std::optional(m_setting.zoneName);
+    wanted.zone = m_setting.zone.Name();
     wanted.wording = m_setting.wording;
     wanted.provenance = m_setting.provenance;
     const auto number = m_exports.Begin(wanted);
