@@ -50,7 +50,7 @@ class Disk:
                  partition: int | None = None, disk_type: int | None = None, skew: int = 0,
                  tz: datetime.tzinfo = datetime.timezone.utc) -> None:
         self._clock = Clock(skew, tz)
-        self._shared = _native.SharedDisk(os.fspath(source), partition, disk_type, password)
+        self._shared = _native.SharedDisk(_export.file_name(source), partition, disk_type, password)
         self._info = info_of(self._shared.facts(), self._clock)
 
     def __enter__(self) -> Disk:
@@ -161,9 +161,9 @@ class Disk:
         Returns None when the range holds no frames. Raises ExportError when files cannot be made; then there are none.
         """
         first, last = self._clock.disk_range(start, end)
-        request = _export.request(os.fspath(output), container, audio, replace)
+        request = _export.request(output, container, audio, replace)
         request.update(first=first, last=last, from_given=start is not None, to_given=end is not None,
-                       channels=_channel_bits(channels), source=os.path.abspath(self._info.source))
+                       channels=_channel_bits(channels), source=os.fsencode(os.path.abspath(self._info.source)))
         return _export.run(self._shared, request, self._clock)
 
 

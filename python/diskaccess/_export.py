@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import dataclasses
 import datetime
+import os
 from typing import Any, NamedTuple
 
 from . import _native
@@ -55,7 +56,24 @@ class Export:
     problems: list[Problem]
 
 
-def request(name: str, container: str | None, audio: tuple[str, int] | None, replace: bool) -> dict[str, Any]:
+def file_name(path: str | os.PathLike[str]) -> bytes:
+    """The bytes by which the system knows a file; a name need not be text."""
+    name = os.fsencode(path)
+    if b"\0" in name:
+        raise ValueError(f"{path!r} holds a NUL character, which no path has")
+    return name
+
+
+def _text_of_name(path: str | os.PathLike[str]) -> str:
+    try:
+        return file_name(path).decode()
+    except UnicodeDecodeError:
+        raise ValueError(f"{path!r} is not UTF-8, and no manifest can name it; give another name") from None
+
+
+def request(output: str | os.PathLike[str], container: str | None, audio: tuple[str, int] | None,
+            replace: bool) -> dict[str, Any]:
+    name = _text_of_name(output)
     if container is None:
         container = "mp4" if name.endswith(".mp4") else "matroska"
     if container not in _CONTAINERS:

@@ -19,7 +19,7 @@ _LAST_SECOND = 0xFFFFFFFF  # that the recorder's clock can count
 
 
 def to_micros(time: Time) -> int:
-    """A time as microseconds since 1970."""
+    """A time as microseconds since 1970. OverflowError for a datetime64 that 64 bits of them do not reach."""
     if isinstance(time, datetime.datetime):
         if time.utcoffset() is None:
             raise ValueError(f"{time!r} has no zone; give it one, like tzinfo=datetime.timezone.utc")
@@ -27,7 +27,10 @@ def to_micros(time: Time) -> int:
     if type(time).__name__ == "datetime64":
         if str(time) == "NaT":
             raise ValueError("NaT is no time")
-        return int(time.astype("datetime64[us]").astype("int64"))
+        micros = time.astype("datetime64[us]")
+        if micros.astype("datetime64[Y]") != time.astype("datetime64[Y]"):  # numpy wraps silently
+            raise OverflowError(f"{time!r} is farther away than 64 bits of microseconds reach")
+        return int(micros.astype("int64"))
     raise TypeError(f"{time!r} is no time; give a datetime with a zone, or a numpy.datetime64")
 
 

@@ -16,19 +16,26 @@ namespace {
 
 using recordings::Watch;
 
-/// Text of a disk, which may hold any byte: what is no UTF-8 is escaped.
-py::str Text(const std::string& text) {
-    PyObject* const decoded =
-        PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "backslashreplace");
+py::str Owned(PyObject* decoded) {
     if (decoded == nullptr) {
         throw py::error_already_set();
     }
     return py::reinterpret_steal<py::str>(decoded);
 }
 
+/// Text of a disk, which may hold any byte: what is no UTF-8 is escaped.
+py::str Text(const std::string& text) {
+    return Owned(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "backslashreplace"));
+}
+
+/// A path, from which os.fsencode makes the same bytes.
+py::str PathText(const std::string& path) {
+    return Owned(PyUnicode_DecodeFSDefaultAndSize(path.data(), static_cast<Py_ssize_t>(path.size())));
+}
+
 void AddGeometry(py::dict& facts, const recordings::Disk& disk) {
     const recordings::DiskFacts& head = disk.Facts();
-    facts["source"] = Text(disk.Bytes().Name());
+    facts["source"] = PathText(disk.Bytes().Name());
     facts["size"] = disk.Bytes().Size();
     facts["description"] = Text(head.description);
     facts["layout"] = head.extendedLayout ? "extended" : "normal";

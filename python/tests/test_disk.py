@@ -1,6 +1,7 @@
 """Opening disks, and what is on them."""
 
 import datetime
+import os
 import pathlib
 
 import pytest
@@ -25,6 +26,16 @@ def test_info_says_what_the_disk_is(sample: pathlib.Path) -> None:
     assert (info.channels[1].frame_rate, info.channels[1].bitrate) == (25, 500000)
     assert not info.locked and info.hidden_channels == ()
     assert info.recorded_blocks == 15  # of 16, one of which is bad
+
+
+def test_paths_need_not_be_text(sample: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    name = os.fsencode(tmp_path / "disk") + b"\xff.img"
+    os.symlink(sample, name)
+    for path in (name, os.fsdecode(name)):
+        with diskaccess.open(path) as disk:
+            assert os.fsencode(disk.info.source) == name
+    with pytest.raises(ValueError, match="NUL"):
+        diskaccess.open(f"{sample}\0.txt")
 
 
 def test_records_bear_times_with_a_zone(disk: pathlib.Path) -> None:

@@ -3,6 +3,7 @@
 import datetime
 import hashlib
 import json
+import os
 import pathlib
 import subprocess
 
@@ -45,6 +46,16 @@ def test_what_came_of_it(sample: pathlib.Path, tmp_path: pathlib.Path) -> None:
     assert track.start <= FROM and FROM <= track.end <= TO + datetime.timedelta(seconds=1)
     assert track.frames >= 250 and track.bytes == result.outputs[0].size  # 25 a second
     assert result.left_out == [] and result.manifest == str(tmp_path / "rear.json")
+
+
+def test_names_that_are_no_text(sample: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    source = os.fsencode(tmp_path / "disk") + b"\xff.img"
+    os.symlink(sample, source)
+    with diskaccess.open(source) as disk:
+        assert disk.export(tmp_path / "film.mkv", FROM, FROM) is not None
+        with pytest.raises(ValueError, match="not UTF-8"):
+            disk.export(os.fsdecode(os.fsencode(tmp_path / "film") + b"\xff.mkv"), FROM, FROM)
+    assert sorted(os.listdir(os.fsencode(tmp_path))) == [b"disk\xff.img", b"film.mkv", b"film.mkv.json"]
 
 
 def test_nothing_of_that_time(sample: pathlib.Path, tmp_path: pathlib.Path) -> None:

@@ -117,6 +117,9 @@ def test_no_picture(camera: pathlib.Path, locked: pathlib.Path) -> None:
             disk.still(end.replace(tzinfo=None), 0)
         with pytest.raises(ValueError, match="NaT"):
             disk.still(numpy.datetime64("NaT"), 0)
+        for far in ("300000-01-01", "-300000-01-01"):
+            with pytest.raises(OverflowError, match="64 bits"):
+                disk.still(numpy.datetime64(far), 0)
     with pytest.raises(diskaccess.ClosedError):
         disk.still(end, 0)
     with diskaccess.open(locked) as disk:
