@@ -15,6 +15,7 @@
 #include "commands/evidence.h"
 #include "commands/wording.h"
 #include "view/api.h"
+#include "view/clean_pages.h"
 #include "view/gate.h"
 #include "view/http.h"
 
@@ -100,6 +101,7 @@ ExitCode View(Context& context) {
     if (StartsBrowser(options)) {
         OpenBrowser(url);
     }
+    view::GiveCleanPagesBack();
     WaitForInterruption();
     Complain("the viewer has ended");
     return kDone;
