@@ -14,23 +14,20 @@ namespace {
 /// What is done with a disk by itself.
 constexpr const char* kDefaultCommand = "journeys";
 
+/// A command on a disk, which shows times.
+Command Timed(const char* name, const char* description, Command::AddOptions addFormat) {
+    Command command(name, description);
+    return command.Takes(AddPartition).Takes(AddZoneOptions).Takes(addFormat).Takes(AddDiskOptions);
+}
+
 /// A command that reads the recordings of a disk.
 Command OnDisk(const char* name, const char* description) {
-    Command command(name, description);
-    return command.Takes(AddPartition)
-        .Takes(AddZoneOptions)
-        .Takes(AddFormatOptions)
-        .Takes(AddDiskOptions)
-        .Confined(NeedsOfReading);
+    return Timed(name, description, AddFormatOptions).Confined(NeedsOfReading);
 }
 
 /// A command that shows the recordings of a disk to people alone.
 Command Shown(const char* name, const char* description) {
-    Command command(name, description);
-    return command.Takes(AddPartition)
-        .Takes(AddZoneOptions)
-        .Takes(AddTextFormatOption)
-        .Takes(AddDiskOptions)
+    return Timed(name, description, AddTextFormatOption)
         .Takes(AddRangeOptions)
         .Takes(AddChannelOption)
         .Takes(AddSilenceOption);
