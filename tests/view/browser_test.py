@@ -274,21 +274,60 @@ class ViewerTest(BrowserTest):
         return self.browser.execute_script(
             "return [...document.querySelectorAll('figure')].map((figure) => figure.dataset.channel)")
 
-    def test_orders_cameras(self):
-        self.browser.execute_script(
-            "const [first, , last] = document.querySelectorAll('figure');"
-            "const dataTransfer = new DataTransfer();"
-            "first.dispatchEvent(new DragEvent('dragstart', {dataTransfer, bubbles: true}));"
-            "last.dispatchEvent(new DragEvent('dragover', {dataTransfer, bubbles: true, cancelable: true}));"
-            "last.dispatchEvent(new DragEvent('drop', {dataTransfer, bubbles: true, cancelable: true}));")
-        self.assertEqual(self.order(), ["1", "2", "0"])
-        self.browser.execute_script("document.querySelector('figure[data-channel=\"0\"]').focus()")
-        self.browser.switch_to.active_element.send_keys("[")
-        self.assertEqual(self.order(), ["1", "0", "2"])
-        self.browser.switch_to.active_element.send_keys("]]")
-        self.assertEqual(self.order(), ["1", "2", "0"])
+    def place_of(self, channel):
+        box = self.browser.find_element(By.CSS_SELECTOR, f"figure[data-channel='{channel}']").rect
+        return box["x"] + box["width"] / 2, box["y"] + box["height"] / 2
+
+    def cameras_with(self, mark):
+        return [figure.get_attribute("data-channel")
+                for figure in self.browser.find_elements(By.CSS_SELECTOR, f"figure[data-{mark}]")]
+
+    def assert_order(self, expected):
+        self.assertEqual(self.order(), expected)
+        self.assertEqual(self.cameras_with("dragged") + self.cameras_with("target"), [])
         self.settle()
+        self.assertEqual(sorted(self.codes()), sorted(expected), "no camera is shown alone")
         self.assertEqual(self.states(), ["picture"] * len(RATES))
+
+    def drag_by_mouse(self, one, other):
+        figure = [self.browser.find_element(By.CSS_SELECTOR, f"figure[data-channel='{each}']") for each in (one, other)]
+        return ActionChains(self.browser).click_and_hold(figure[0]).move_to_element(figure[1])
+
+    def test_keys_order_cameras(self):
+        self.browser.execute_script("document.querySelector('figure[data-channel=\"0\"]').focus()")
+        self.browser.switch_to.active_element.send_keys("]]")
+        self.assert_order(["1", "2", "0"])
+        self.browser.switch_to.active_element.send_keys("[")
+        self.assert_order(["1", "0", "2"])
+
+    def test_the_mouse_orders_cameras(self):
+        self.drag_by_mouse(0, 2).perform()
+        self.assertEqual((self.cameras_with("dragged"), self.cameras_with("target")), (["0"], ["2"]))
+        ActionChains(self.browser).release().perform()
+        self.assert_order(["1", "2", "0"])
+        self.drag_by_mouse(0, 1).release().perform()
+        self.assert_order(["0", "1", "2"])
+
+    def test_escape_leaves_the_order(self):
+        self.drag_by_mouse(0, 2).send_keys(Keys.ESCAPE).release().perform()
+        self.assert_order(["0", "1", "2"])
+
+    def test_a_finger_that_rests_orders_cameras(self):
+        self.touch("touchStart", self.place_of(0))
+        self.wait(lambda: self.cameras_with("dragged") == ["0"])
+        self.touch("touchMove", self.place_of(2))
+        self.wait(lambda: self.cameras_with("target") == ["2"])
+        self.touch("touchEnd")
+        self.wait(lambda: self.order() == ["1", "2", "0"])
+        self.assert_order(["1", "2", "0"])
+
+    def test_a_finger_that_moves_at_once_leaves_the_order(self):
+        self.touch("touchStart", self.place_of(0))
+        self.touch("touchMove", self.place_of(2))
+        time.sleep(0.6)  # longer than it has to rest
+        self.assertEqual(self.cameras_with("dragged"), [])
+        self.touch("touchEnd")
+        self.assert_order(["0", "1", "2"])
 
     def test_saves_stills(self):
         self.seek(6.3)

@@ -3,6 +3,7 @@
 import { Address } from "/address.js";
 import { Api, takeToken } from "/api.js";
 import { Clock, kSecond, lengthText } from "/clock.js";
+import { Order, moveCamera } from "/order.js";
 import { Player } from "/player.js";
 import { Sound } from "/sound.js";
 import { Timeline } from "/timeline.js";
@@ -57,7 +58,6 @@ function makeCameras() {
     figure.dataset.channel = channel;
     figure.dataset.state = "loading";
     figure.tabIndex = 0;
-    figure.draggable = true;
     figure.setAttribute("aria-label", "Camera, " + nameOf(channel));
     const canvas = document.createElement("canvas");
     const caption = document.createElement("figcaption");
@@ -66,15 +66,6 @@ function makeCameras() {
     figure.append(canvas, caption, text);
     figure.addEventListener("click", () => choose(chosen.length === 1 ? info.channels : [channel]));
     figure.addEventListener("keydown", (event) => event.key === "Enter" && figure.click());
-    figure.addEventListener("dragstart", (event) => event.dataTransfer.setData("text/plain", String(channel)));
-    figure.addEventListener("dragover", (event) => event.preventDefault());
-    figure.addEventListener("drop", (event) => {
-      event.preventDefault();
-      const other = document.querySelector(`figure[data-channel="${CSS.escape(event.dataTransfer.getData("text/plain"))}"]`);
-      if (other && other !== figure) {
-        putBefore(other, figure);
-      }
-    });
     find("cameras").append(figure);
     canvases.set(channel, canvas.transferControlToOffscreen());
     const option = document.createElement("option");
@@ -83,24 +74,6 @@ function makeCameras() {
     find("sound").append(option);
   }
   return canvases;
-}
-
-// Puts one camera where another stands.
-function putBefore(figure, place) {
-  const after = figure.compareDocumentPosition(place) & Node.DOCUMENT_POSITION_FOLLOWING;
-  place[after ? "after" : "before"](figure);
-}
-
-// Moves the camera that has the focus, among those shown.
-function moveCamera(direction) {
-  const shown = [...document.querySelectorAll("figure")].filter((figure) => !figure.hidden);
-  const at = shown.indexOf(document.activeElement);
-  const place = shown[at + direction];
-  if (at >= 0 && place) {
-    const figure = shown[at];
-    putBefore(figure, place);
-    figure.focus();
-  }
 }
 
 function cancelExport() {
@@ -462,6 +435,7 @@ const keys = [
   ["digit", "1 to 9", "one camera", null],
   ["[", "[", "the chosen camera one place back (Tab chooses)", () => moveCamera(-1)],
   ["]", "]", "the chosen camera one place on", () => moveCamera(1)],
+  ["drag", "Drag", "a camera to the place of another; by touch, hold it first", null],
   ["g", "G", "fold long gaps, or not", toggleFold],
   ["ArrowUp", "Up", "zoom the timeline in", () => timeline.zoom(0.5)],
   ["ArrowDown", "Down", "zoom the timeline out", () => timeline.zoom(2)],
@@ -553,6 +527,7 @@ function connect() {
   player.addEventListener("loss", (event) => addLoss(event.detail.loss));
   player.addEventListener("still", (event) => saveStill(event.detail));
   player.addEventListener("failure", (event) => complain(new Error(event.detail.text)));
+  new Order(find("cameras"));
   new ResizeObserver(layOut).observe(find("cameras"));
   setInterval(() => (document.body.dataset.soundLevel = sound.level().toFixed(3)), 200);
 }
