@@ -544,6 +544,9 @@ TEST_F(ViewServer, NamesTheFileOfAnExportItself) {
     std::ofstream(name + ".mkv")
         << "of another camera"; // frames of this disk are no video: nothing was exported
     EXPECT_EQ(nameOfExport(), name + "_2.mkv");
+    WaitForExport(2);
+    std::ofstream(name + "_2.mkv.json") << "of a file that was moved away";
+    EXPECT_EQ(nameOfExport(), name + "_3.mkv");
 }
 
 TEST_F(ViewServer, KeepsItsMemoryWhateverIsSent) {

@@ -171,12 +171,16 @@ json ToJson(const ExportState& state) {
     return document;
 }
 
-/// A name that no file has yet: other cameras of the same seconds may have been exported before.
+bool IsTaken(const std::string& name) {
+    std::error_code ignored;
+    return std::filesystem::exists(name, ignored) || std::filesystem::exists(name + ".json", ignored);
+}
+
+/// A name that no file and no manifest has yet: other cameras of the same seconds may have been exported before.
 std::string FreeName(const std::string& path, const std::string& ending) {
     constexpr int kMostTries = 1000;
     std::string name = path + ending;
-    std::error_code ignored;
-    for (int number = 2; number < kMostTries && std::filesystem::exists(name, ignored); ++number) {
+    for (int number = 2; number < kMostTries && IsTaken(name); ++number) {
         name = path + "_" + std::to_string(number) + ending;
     }
     return name;
