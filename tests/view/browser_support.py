@@ -35,14 +35,14 @@ ENCODERS = {
 }
 
 
-def make_clip(path, rate, seconds, codec="h264"):
+def make_clip(path, rate, seconds, codec="h264", gop=GOP):
     """Each picture bears the number of its frame as a row of 16 black and white fields."""
     field = WIDTH // BITS
     code = f"if(lt(Y,32),255*mod(floor(N/pow(2,floor(X/{field}))),2),100+50*lt(mod(X+8*N,64),32))"
     subprocess.run(
         ["ffmpeg", "-nostdin", "-y", "-loglevel", "error", "-f", "lavfi", "-i",
          f"color=size={WIDTH}x{HEIGHT}:rate={rate}:duration={seconds}", "-vf", f"geq=lum='{code}':cb=128:cr=128",
-         *ENCODERS[codec], "-bf", "0", "-g", str(rate * GOP), "-keyint_min", str(rate * GOP), "-f", codec, path],
+         *ENCODERS[codec], "-bf", "0", "-g", str(rate * gop), "-keyint_min", str(rate * gop), "-f", codec, path],
         check=True)
 
 

@@ -15,6 +15,7 @@ import re
 import shutil
 import signal
 import statistics
+import struct
 import subprocess
 import tempfile
 import threading
@@ -62,6 +63,17 @@ def make_tone(path, seconds=SECONDS):
         ["ffmpeg", "-nostdin", "-y", "-loglevel", "error", "-f", "lavfi", "-i",
          f"sine=frequency=440:duration={seconds}:sample_rate=8000", "-af", "volume=4", "-ac", "1", "-c:a", "pcm_alaw",
          "-f", "wav", path], check=True)
+
+
+FRAME_HEAD = 24  # bytes: time stamp, sync, type, channel, length
+
+
+def first_frame_head(image, clip):
+    """Where on a disk the head of a clip's first frame lies."""
+    with open(image, "rb") as disk, open(clip, "rb") as video:
+        payload = disk.read().find(video.read(64))
+    assert payload > FRAME_HEAD, "the clip was recorded as it is"
+    return payload - FRAME_HEAD
 
 
 class Viewer:
@@ -538,6 +550,46 @@ class ViewerTest(BrowserTest):
             self.key("l")
             self.wait(lambda: int(self.data("time")) > micros(0.1))
             self.settle()
+        finally:
+            viewer.end()
+
+    def test_lists_a_loss_that_no_frame_precedes(self):
+        damaged = os.path.join(self.folder, "beginning.img")
+        shutil.copy(self.image, damaged)
+        with open(damaged, "r+b") as file:
+            file.seek(first_frame_head(self.image, os.path.join(self.folder, "c0.h264")))
+            file.write(b"\xee" * FRAME_HEAD)
+        viewer = Viewer(damaged, self.folder)
+        try:
+            self.open(viewer.address)
+            self.seek(0.5)
+            self.wait(lambda: self.browser.find_elements(By.CSS_SELECTOR, "#damages .loss") != [])
+        finally:
+            viewer.end()
+
+    def test_goes_on_where_many_frames_have_one_time(self):
+        clip = os.path.join(self.folder, "stamps.h264")
+        make_clip(clip, 10, 20, gop=20)
+        camera = {"channel": 0, "frame_rate": 10, "gop": 200, "bitrate": 100000}
+        recording = {"start": rfc3339(0), "seconds": 20, "clips": [{"channel": 0, "video": "stamps.h264"}]}
+        image = record(self.folder, "stamps", [camera], [recording])
+        with open(image, "r+b") as file:
+            disk = memoryview(bytearray(file.read()))
+            at = first_frame_head(image, clip)
+            begin, sync = struct.unpack_from("<qI", disk, at)
+            frames = 0
+            while struct.unpack_from("<I", disk, at + 8)[0] == sync:
+                struct.pack_into("<q", disk, at, begin + (100000 if frames else 0))
+                at += FRAME_HEAD + struct.unpack_from("<I", disk, at + 20)[0]
+                frames += 1
+            self.assertGreater(frames, 150)  # more than the pictures that a camera keeps
+            file.seek(0)
+            file.write(disk)
+        viewer = Viewer(image, self.folder)
+        try:
+            self.open(viewer.address)
+            for seconds in (0.5, 0.05, 0.8):
+                self.seek(seconds)
         finally:
             viewer.end()
 

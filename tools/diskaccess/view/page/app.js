@@ -379,12 +379,15 @@ function showLists() {
     (damage) => (damage.loss ? "loss" : ""));
 }
 
-// What is lost among the frames of a block shows only when they are read.
-function addLoss({ channel, before, after, text }) {
-  if (before === null || after === null || damages.some((damage) => damage.text === text)) {
+// What is lost among the frames of a block shows only when they are read. Where no frame was read before it or after it, it
+// is listed at the time that had been reached.
+function addLoss({ channel, before, after, text, time }) {
+  if (damages.some((damage) => damage.text === text)) {
     return;
   }
-  damages.push({ first: before / kSecond, last: after / kSecond - 1, channel, text, loss: true });
+  const first = before ?? Math.min(time, after ?? time);
+  const end = after ?? Math.max(time, first) + kSecond;
+  damages.push({ first: first / kSecond, last: end / kSecond - 1, channel, text, loss: true });
   timeline.damages = damages;
   timeline.draw();
   showLists();

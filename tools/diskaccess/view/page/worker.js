@@ -135,7 +135,7 @@ class Store {
     for (const record of records) {
       if (record.kind === kRecord.loss) {
         this.losses.push(record.document);
-        postMessage({ type: "loss", loss: record.document });
+        postMessage({ type: "loss", loss: { ...record.document, time: record.time } });
       } else if (record.kind === kRecord.picture || record.kind === kRecord.key) {
         this.#insert(record);
       } else if (record.kind === kRecord.jpeg && cameras.get(record.channel)?.remote) {
@@ -418,10 +418,11 @@ class Camera {
     wake();
   }
 
-  // Lets go of the picture that is needed least: the furthest from the one that is wanted.
+  // Lets go of the picture that is needed least: the furthest from the one that is wanted, never that one. On a disk whose
+  // time stamps are damaged many frames have one time: then it is the one that was kept first.
   #dropOne() {
-    const distance = (frame) => Math.abs(frame.time - this.wanted.time);
-    let furthest = this.wanted;
+    const distance = (frame) => (frame === this.wanted ? -1 : Math.abs(frame.time - this.wanted.time));
+    let [furthest] = this.pictures.keys();
     for (const frame of this.pictures.keys()) {
       furthest = distance(frame) > distance(furthest) ? frame : furthest;
     }
