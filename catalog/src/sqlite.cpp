@@ -1,11 +1,15 @@
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -20,13 +24,21 @@ namespace {
 constexpr int kPatienceMillis = 60000;
 /// Bytes at the start of a file beside the database that tell whether it is the database's.
 constexpr size_t kCompanionHead = 28;
+/// What can be done where a file cannot be reached.
+const char* const kOtherFile = "; give the catalogue another file";
 
-/// The start of a file; shorter than asked for where the file is.
-std::string StartOf(const std::string& path, size_t size) {
+/// The start of a file; shorter than asked for where the file is. Nothing when it cannot be read.
+std::optional<std::string> StartOf(int file, size_t size) {
     std::string start(size, '\0');
-    std::ifstream file(path, std::ios::binary);
-    file.read(start.data(), static_cast<std::streamsize>(size));
-    start.resize(static_cast<size_t>(file.gcount()));
+    size_t has = 0;
+    ssize_t got = 0;
+    while (has < size && (got = read(file, start.data() + has, size - has)) != 0) {
+        if (got < 0 && errno != EINTR) {
+            return std::nullopt;
+        }
+        has += static_cast<size_t>(std::max<ssize_t>(got, 0));
+    }
+    start.resize(has);
     return start;
 }
 
@@ -70,21 +82,45 @@ const std::array<Companion, 3>& Companions() {
     return companions;
 }
 
-bool IsCompanion(const std::string& path, const std::vector<std::string>& starts) {
-    const std::string start = StartOf(path, kCompanionHead);
+bool IsCompanion(const std::string& start, const std::vector<std::string>& starts) {
     return start.empty() || IsUnfinishedJournal(start) ||
            std::any_of(starts.begin(), starts.end(),
                        [&start](const std::string& known) { return BeginsWith(start, known); });
+}
+
+/// Why what has a companion's name may not be the database's; empty when it may be, or when nothing has that name. Only a
+/// file that was read is known to be the database's: of all others, SQLite would remove some and wait for others.
+std::string WhyForeign(const std::string& path, const std::vector<std::string>& starts) {
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR) {
+            return "";
+        }
+        throw Error(path + ": " + std::strerror(errno) + kOtherFile);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return "this is no regular file";
+    }
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    if (file < 0) { // the program that it belongs to may have removed it since
+        return errno == ENOENT ? "" : std::string("this one cannot be read: ") + std::strerror(errno);
+    }
+    const std::optional<std::string> start = StartOf(file, kCompanionHead);
+    close(file);
+    if (!start) {
+        return "this one cannot be read";
+    }
+    return IsCompanion(*start, starts) ? "" : "this is another program's";
 }
 
 /// SQLite removes or overwrites whatever has the names of the files beside its own: it may be a disk's image.
 void ExpectNothingElseBeside(const std::string& path) {
     for (const Companion& companion : Companions()) {
         const std::string beside = path + companion.ending;
-        if (!IsCompanion(beside, companion.starts)) {
-            throw Error(beside +
-                        ": is in the way: the database would overwrite a file of this name, and this "
-                        "is another program's; move it, or give another --database");
+        const std::string why = WhyForeign(beside, companion.starts);
+        if (!why.empty()) {
+            throw Error(beside + ": is in the way: the database would overwrite a file of this name, and " +
+                        why + "; move it, or give another --database");
         }
     }
 }
@@ -107,7 +143,7 @@ std::string FileOf(const std::string& path) {
         file = std::filesystem::weakly_canonical(file, error);
     }
     if (error) {
-        throw Error(path + ": " + error.message());
+        throw Error(path + ": " + error.message() + kOtherFile);
     }
     return file;
 }

@@ -2,11 +2,16 @@
 
 #include "catalog/catalog.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <stdexcept>
 #include <thread>
 
 #include "catalog/catalog_fixture.h"
@@ -502,6 +507,15 @@ std::string ContentsOf(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+std::string WhatOpeningSays(const std::string& path) {
+    try {
+        catalog::Catalog(catalog::OpenDatabase(path));
+    } catch (const catalog::Error& error) {
+        return error.what();
+    }
+    return "opened";
+}
+
 // SQLite removes what lies under the names of its journals beside a file that is not there yet.
 TEST(CatalogFiles, RemoveNoFileThatBearsAJournalsName) {
     for (const char* const ending : {"-journal", "-wal", "-shm"}) {
@@ -512,6 +526,76 @@ TEST(CatalogFiles, RemoveNoFileThatBearsAJournalsName) {
         std::filesystem::create_symlink("catalog.db", dir.File("link.db"));
         EXPECT_THROW(catalog::OpenDatabase(dir.File("link.db")), catalog::Error) << ending;
         EXPECT_EQ(ContentsOf(beside), "an image");
+    }
+}
+
+/// While it lasts, this process is bound by the rights of files, as root is not.
+class WithoutRootsRights {
+public:
+    WithoutRootsRights() {
+        constexpr uid_t kNobody = 65534;
+        if (m_before == 0 && seteuid(kNobody) != 0) {
+            throw std::runtime_error("root cannot act as another user");
+        }
+    }
+    ~WithoutRootsRights() {
+        if (seteuid(m_before) != 0) {
+            std::abort(); // all that follows would fail
+        }
+    }
+    WithoutRootsRights(const WithoutRootsRights&) = delete;
+    WithoutRootsRights& operator=(const WithoutRootsRights&) = delete;
+
+private:
+    uid_t m_before = geteuid();
+};
+
+std::string InTheWay(const std::string& path, const std::string& why) {
+    return path + ": is in the way: the database would overwrite a file of this name, and " + why +
+           "; move it, or give another --database";
+}
+
+TEST(CatalogFiles, RemoveNoFileThatCannotBeRead) {
+    for (const char* const ending : {"-journal", "-wal", "-shm"}) {
+        const TempDir dir;
+        std::filesystem::permissions(dir.File(""), std::filesystem::perms::all);
+        const std::string beside = dir.File("catalog.db") + ending;
+        std::ofstream(beside) << "an image";
+        std::filesystem::permissions(beside, std::filesystem::perms::none);
+        {
+            const WithoutRootsRights nobody;
+            EXPECT_EQ(WhatOpeningSays(dir.File("catalog.db")),
+                      InTheWay(beside, "this one cannot be read: Permission denied"));
+        }
+        EXPECT_TRUE(std::filesystem::exists(beside));
+        EXPECT_FALSE(std::filesystem::exists(dir.File("catalog.db")));
+    }
+}
+
+// A pipe would be waited for until another program writes to it.
+TEST(CatalogFiles, LeaveAllButRegularFilesAlone) {
+    for (const char* const ending : {"-journal", "-wal", "-shm"}) {
+        const TempDir dir;
+        const auto expectRefused = [&](const std::string& name) {
+            const std::string beside = dir.File(name) + ending;
+            EXPECT_EQ(WhatOpeningSays(dir.File(name)), InTheWay(beside, "this is no regular file"));
+            EXPECT_TRUE(std::filesystem::exists(std::filesystem::symlink_status(beside)));
+            EXPECT_FALSE(std::filesystem::exists(dir.File(name)));
+        };
+        ASSERT_EQ(mkfifo((dir.File("pipe.db") + ending).c_str(), 0600), 0);
+        expectRefused("pipe.db");
+        std::filesystem::create_directory(dir.File("folder.db") + ending);
+        expectRefused("folder.db");
+        std::filesystem::create_symlink("nowhere", dir.File("link.db") + ending);
+        expectRefused("link.db");
+    }
+}
+
+TEST(CatalogFiles, MayHaveEmptyFilesBeside) {
+    for (const char* const ending : {"-journal", "-wal"}) {
+        const TempDir dir;
+        const std::ofstream empty(dir.File("catalog.db") + ending);
+        EXPECT_EQ(WhatOpeningSays(dir.File("catalog.db")), "opened");
     }
 }
 
@@ -565,15 +649,6 @@ TEST(CatalogFiles, AreNoOtherProgramsDatabases) {
     EXPECT_EQ(ContentsOf(dir.File("notes.db")), before);
 }
 
-std::string WhatOpeningSays(const std::string& path) {
-    try {
-        catalog::Catalog(catalog::OpenDatabase(path));
-    } catch (const catalog::Error& error) {
-        return error.what();
-    }
-    return "opened";
-}
-
 TEST(CatalogFiles, SayWhatCanBeDone) {
     const TempDir dir;
     std::ofstream(dir.File("text")) << std::string(1000, 'x');
@@ -584,6 +659,12 @@ TEST(CatalogFiles, SayWhatCanBeDone) {
         WhatOpeningSays(dir.File("none/catalog.db")),
         dir.File("none/catalog.db") +
             ": unable to open database file; give the catalogue a file in a folder that can be written");
+    const std::string tooLong(300, 'x');
+    EXPECT_EQ(WhatOpeningSays(dir.File(tooLong)),
+              dir.File(tooLong) + ": File name too long; give the catalogue another file");
+    const std::string longForAJournal(250, 'x');
+    EXPECT_EQ(WhatOpeningSays(dir.File(longForAJournal)),
+              dir.File(longForAJournal) + "-journal: File name too long; give the catalogue another file");
     MakeCatalogue(dir.File("catalog.db"));
     std::filesystem::resize_file(dir.File("catalog.db"), 4096); // its first page of many
     EXPECT_EQ(WhatOpeningSays(dir.File("catalog.db")),
