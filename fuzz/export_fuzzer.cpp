@@ -122,7 +122,7 @@ public:
         CheckFiles(*result, before);
         CheckSizes(*result);
         if (!result->manifest.empty()) {
-            CheckManifest(*result);
+            CheckManifest(request, *result);
         }
         if (IsFaultless() && !m_fileFault) {
             CheckFrames(request, *result);
@@ -278,7 +278,7 @@ private:
                 "the export has made more system calls than its files allow");
     }
 
-    void CheckManifest(const ExportResult& result) const {
+    void CheckManifest(const ExportRequest& made, const ExportResult& result) const {
         size_t segments = 0;
         for (const auto& each : result.segments) {
             segments += each.size();
@@ -292,6 +292,7 @@ private:
         Require(manifest.files.size() == result.outputs.size(), "the manifest does not name all files");
         VerifyRequest request = {manifest};
         request.printable = Printable;
+        request.wording = &made.wording;
         request.timeOf = [](const std::string& text) { return std::optional<int64_t>(std::stoll(text)); };
         if (IsFaultless()) {
             request.disk = &Disk();

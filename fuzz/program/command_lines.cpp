@@ -23,8 +23,8 @@ const Values kTimes = {"@1700000000", "@1700000005", "2023-11-14", "@0",
                        "@4294967295", "@1700090004", "1970-01-01", "2106-02-07"};
 const Values kMasks = {"0x1", "all", "0xFFFFFFFFFFFFFFFF"};
 
-/// What options are given: "COMMAND OPTION" where commands differ, else "OPTION". Values that are always wrong end a run
-/// before the disk is read: there are none here.
+/// What options are given: "COMMAND OPTION" where commands differ, else "OPTION". Most of it makes sense, or a run would end
+/// before the disk is read.
 const std::map<std::string, Values>& AllValues() {
     static const std::map<std::string, Values> values = {
         {"PARTITION", {"{disk}"}},
@@ -65,7 +65,7 @@ const std::map<std::string, Values>& AllValues() {
         {"--backward", {}},
         {"--at", {"@1700000004.5", "@1700090010", "@4294967295", "@0", "2023-11-15 23:13:30"}},
         {"still --output", {"{out}/picture.jpg", "{out}/picture.png", "{out}/"}},
-        {"export --output", {"{out}/film.mkv", "{out}/film.mp4", "{out}/film"}},
+        {"export --output", {"{out}/film.mkv", "{out}/film.mp4", "{out}/film", "-"}},
         {"extract --output", {"{out}/part.img"}},
         {"report --output", {"{out}/report.html"}},
         {"--pictures", {"12", "0", "1"}},
@@ -103,6 +103,46 @@ const std::map<std::string, Values>& AllValues() {
     return values;
 }
 
+/// What hardly any option can take.
+const Values& WrongValues() {
+    constexpr size_t kLong = 5000;
+    static const Values values = {"",
+                                  " ",
+                                  "-",
+                                  "x",
+                                  "-1",
+                                  "99999999999999999999",
+                                  "@",
+                                  "@1e999",
+                                  "nan",
+                                  "0x",
+                                  "1-0",
+                                  "2023-02-30",
+                                  "%s%n",
+                                  "\xff\xfe",
+                                  "a\nb\x1b[2J",
+                                  "\xe2\x80" + std::string("\xae"), // the mark that turns what follows round
+                                  "{disk}",
+                                  "{manifest}",
+                                  "{out}",
+                                  std::string(kLong, '7')};
+    return values;
+}
+
+/// The same for options that name what is written: what they take by mistake must lie in a folder that is looked at.
+const Values& WrongPlaces() {
+    constexpr size_t kLong = 300;
+    static const Values values = {"{disk}",     "{out}",      "{out}/none/here",
+                                  "{out}/\xff", "{out}/a\nb", "{out}/" + std::string(kLong, 'n')};
+    return values;
+}
+
+const Values& WrongValuesOf(const std::string& option) {
+    static const std::set<std::string> places = {"--output", "--manifest",   "--svg",
+                                                 "--html",   "--export-dir", "--database"};
+    return places.count(option) != 0 ? WrongPlaces() : WrongValues();
+}
+
 const Values& ValuesOf(const std::string& command, const std::string& option) {
     const auto own = AllValues().find(command + " " + option);
     const auto any = own != AllValues().end() ? own : AllValues().find(option);
@@ -134,17 +174,22 @@ std::vector<std::string> NamesOf(const std::set<CLI::Option*>& options) {
 }
 
 /// What one option or another is to say, though none of them is needed by itself.
-void Complete(CommandLine& line) {
+/// @param folder in which outputs lie
+void Complete(CommandLine& line, const std::string& folder) {
     if (line.front() == "still" && !Has(line, "--at") && !Has(line, "--sheet")) {
         line.insert(line.end(), {"--at", "@1700000004.5"});
     }
-    const auto output = std::find(line.begin(), line.end(), "--output");
-    if (Has(line, "--list") && output != line.end()) {
-        *(output + 1) =
-            (output + 1)->substr(0, (output + 1)->rfind('/') + 1); // its files are named by their times
+    const auto option = std::find(line.begin(), line.end(), "--output");
+    if (option == line.end() || option + 1 == line.end()) {
+        return;
     }
-    if (Has(line, "--manifest") && output != line.end()) {
-        *(output + 1) = "-"; // it stands beside any other output
+    std::string& output = *(option + 1);
+    if (Has(line, "--list")) {
+        output = folder + "/"; // its files are named by their times
+    } else if (Has(line, "--manifest")) {
+        output = "-"; // it stands beside any other output
+    } else if ((Has(line, "--raw") || Has(line, "--split")) && output.rfind(folder + "/", 0) != 0) {
+        output = folder + "/film"; // names begin so: of one elsewhere, the files would not be looked at
     }
 }
 
@@ -164,7 +209,7 @@ std::vector<CommandLines::Command> CommandLines::ReadTable() {
             const std::string name = NameOf(*option);
             if (name != "--help") {
                 made.options.push_back({option->get_positional() ? "" : name, ValuesOf(made.name, name),
-                                        option->get_required() || IsAlwaysGiven(name),
+                                        WrongValuesOf(name), option->get_required() || IsAlwaysGiven(name),
                                         NamesOf(option->get_excludes()), NamesOf(option->get_needs())});
             }
         }
@@ -186,6 +231,9 @@ std::string CommandLines::Filled(std::string text) const {
 
 /// @param turn of the command: which of its options is given in any case
 CommandLine CommandLines::Line(const Command& command, size_t turn, std::mt19937_64& random) const {
+    constexpr uint64_t kLinesPerMistaken = 12;
+    constexpr uint64_t kValuesPerWrong = 3; // on such a line
+    const bool mistaken = random() % kLinesPerMistaken == 0;
     CommandLine line = {command.name};
     std::vector<std::string> given;
     std::vector<std::string> excluded;
@@ -199,7 +247,9 @@ CommandLine CommandLines::Line(const Command& command, size_t turn, std::mt19937
             excluded.insert(excluded.end(), option.excludes.begin(), option.excludes.end());
         }
         if (!option.values.empty()) {
-            line.push_back(Filled(option.values.at(random() % option.values.size())));
+            const bool wrong = mistaken && random() % kValuesPerWrong == 0;
+            const std::vector<std::string>& values = wrong ? option.wrong : option.values;
+            line.push_back(Filled(values.at(random() % values.size())));
         }
     };
     for (const Option& option : command.options) {
@@ -228,7 +278,11 @@ std::vector<CommandLine> CommandLines::Of(uint64_t number) const {
     if (command.name == "journeys" && random() % 4 == 0) {
         line.erase(line.begin()); // it is also meant without its name
     }
-    Complete(line);
+    Complete(line, m_places.at("out"));
+    constexpr uint64_t kRunsPerHelp = 1000;
+    if (number % kRunsPerHelp < m_commands.size()) {
+        return {{command.name, "--help"}};
+    }
     if (command.name != "catalog") {
         return {line};
     }

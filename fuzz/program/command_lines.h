@@ -34,6 +34,7 @@ private:
     struct Option {
         std::string name;                ///< as it is typed; empty: by its place
         std::vector<std::string> values; ///< to choose from; empty: takes none
+        std::vector<std::string> wrong;  ///< to choose from on lines that are mistaken
         bool needed = false;
         std::vector<std::string> excludes;
         std::vector<std::string> needs;

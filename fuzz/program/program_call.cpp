@@ -43,6 +43,14 @@ diskaccess::Confinement StayFree(const diskaccess::Needs& /*needs*/) {
     return {};
 }
 
+/// Where the sanitizers' reports go. A process that was forked must say it anew: else they go to a file.
+void LeadReportsTo([[maybe_unused]] int fd) {
+#ifdef FUZZING_WITH_REPORTS
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): this is how the sanitizers take a descriptor
+    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(fd)));
+#endif
+}
+
 int CallProgram(const CommandLine& line) {
     std::vector<std::string> words = line;
     words.insert(words.begin(), "diskaccess");
@@ -58,12 +66,7 @@ int CallProgram(const CommandLine& line) {
 
 ProgramCall::ProgramCall()
     : m_out(MemoryFile()), m_err(MemoryFile()), m_standardOutput(dup(STDOUT_FILENO)),
-      m_standardError(dup(STDERR_FILENO)) {
-#ifdef FUZZING_WITH_REPORTS
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): this is how the sanitizers take a descriptor
-    __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(m_standardError)));
-#endif
-}
+      m_standardError(dup(STDERR_FILENO)) {}
 
 ProgramCall::~ProgramCall() {
     for (const int fd : {m_out, m_err, m_standardOutput}) {
@@ -82,6 +85,7 @@ std::string ProgramCall::Contents(int fd) {
 }
 
 ProgramEnd ProgramCall::Run(const CommandLine& line, const Meanwhile& meanwhile) {
+    LeadReportsTo(m_standardError);
     Empty(m_out);
     Empty(m_err);
     dup2(m_out, STDOUT_FILENO);

@@ -29,6 +29,9 @@ constexpr size_t kMostOutput = 64 << 20;
 /// More than any of them may take.
 constexpr long kMostMemoryKilobytes = 2 << 20;
 
+/// Where the disk of a run lies in the folder, unless its files need other names.
+constexpr char kDiskPlace[] = "disk/disk.img";
+
 std::string ReadWhole(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
@@ -54,6 +57,10 @@ std::string ReadData(const std::string& path) {
 struct Look {
     explicit Look(const std::string& path) : bytes(ReadData(path)) { stat(path.c_str(), &status); }
 
+    static std::vector<Look> At(const std::vector<std::string>& paths) {
+        return {paths.begin(), paths.end()};
+    }
+
     bool operator==(const Look& other) const {
         const auto same = [](const timespec& one, const timespec& another) {
             return one.tv_sec == another.tv_sec && one.tv_nsec == another.tv_nsec;
@@ -68,9 +75,12 @@ struct Look {
     struct stat status = {};
 };
 
+size_t FilesIn(const std::string& folder) {
+    return static_cast<size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+}
+
 size_t OpenDescriptors() {
-    return static_cast<size_t>(
-        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
+    return FilesIn("/proc/self/fd");
 }
 
 void MakeKeys(const std::string& path, const std::string& publicPath) {
@@ -84,10 +94,11 @@ void MakeKeys(const std::string& path, const std::string& publicPath) {
         PEM_write_PUBKEY(shared.get(), key.get()) != 1) {
         throw std::runtime_error("cannot make keys");
     }
+    chmod(path.c_str(), 0600);
 }
 
 std::map<std::string, std::string> PlacesIn(const test_support::TempDir& folder) {
-    return {{"disk", folder.File("disk.img")},
+    return {{"disk", folder.File(kDiskPlace)},
             {"whole", folder.File("whole.img")},
             {"out", folder.File("out")},
             {"names", folder.File("names.json")},
@@ -121,7 +132,7 @@ Runs::Runs() : m_lines(PlacesIn(m_folder)) {
 }
 
 void Runs::MakeFiles() {
-    for (const char* const folder : {"out", "made", "database", "home"}) {
+    for (const char* const folder : {"disk", "out", "made", "database", "home"}) {
         fs::create_directory(m_folder.File(folder));
     }
     setenv("HOME", m_folder.File("home").c_str(), 1);
@@ -130,7 +141,6 @@ void Runs::MakeFiles() {
          {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "DISKACCESS_PASSWORD", "DISPLAY"}) {
         unsetenv(variable);
     }
-    setenv("TZ", "UTC", 1);
     std::ofstream(m_folder.File("names.json"))
         << R"({"schema_version":1,"channels":{"0":"front","31":"rear"},"event_types":{"0x1":"door"}})";
     // One row: of several, those before one that fails leave their files.
@@ -143,6 +153,7 @@ void Runs::MakeFiles() {
 /// What is verified is made of a disk that nothing is wrong with.
 void Runs::MakeManifests() {
     m_disks.Whole().Write(m_folder.File("whole.img"));
+    m_files.emplace(m_folder.File("whole.img"));
     const std::vector<CommandLine> lines = {
         {"export", m_folder.File("whole.img"), "--utc", "-o", m_folder.File("made/film.mkv"), "--sign",
          m_folder.File("key.pem")},
@@ -169,29 +180,43 @@ void Runs::DamageManifest(uint64_t number) const {
 }
 
 void Runs::EmptyFolders() const {
-    for (const char* const folder : {"out", "database"}) {
+    for (const char* const folder : {"disk", "out", "database", "home"}) {
         for (const auto& entry : fs::directory_iterator(m_folder.File(folder))) {
             fs::remove_all(entry.path());
         }
     }
 }
 
-int Runs::Run(uint64_t number) {
+DiskFiles::Put Runs::PutDisk(uint64_t number) const {
     EmptyFolders();
-    m_disks.Make(number).Write(m_folder.File("disk.img"));
+    return m_files->Write(m_disks.Make(number), number, m_folder.File(kDiskPlace));
+}
+
+int Runs::Run(uint64_t number) {
+    setenv("TZ", "UTC", 1); // --tz of the run before has changed it
+    const std::vector<std::string> source = PutDisk(number).paths;
     DamageManifest(number);
-    const Look before(m_folder.File("disk.img"));
+    const std::vector<Look> before = Look::At(source);
     const size_t descriptors = OpenDescriptors();
     int exitCode = 0;
-    for (const CommandLine& line : m_lines.Of(number)) {
+    for (const CommandLine& line : LinesOf(number, source.front())) {
         exitCode = RunLine(line);
     }
-    Require(before == Look(m_folder.File("disk.img")), "the source is not as it was");
+    Require(before == Look::At(source), "the source is not as it was");
+    Require(FilesIn(m_folder.File("disk")) == source.size(), "a file is left beside the source");
     Require(OpenDescriptors() == descriptors, "a descriptor stays open");
     rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
     Require(usage.ru_maxrss < kMostMemoryKilobytes, "too much memory is taken");
     return exitCode;
+}
+
+std::vector<CommandLine> Runs::LinesOf(uint64_t number, const std::string& path) const {
+    std::vector<CommandLine> lines = m_lines.Of(number);
+    for (CommandLine& line : lines) {
+        std::replace(line.begin(), line.end(), m_folder.File(kDiskPlace), path);
+    }
+    return lines;
 }
 
 int Runs::RunLine(const CommandLine& line) {
@@ -251,8 +276,9 @@ void Runs::CheckFolders(const CommandLine& line, const ProgramEnd& end) const {
 }
 
 std::string Runs::Story(uint64_t number) const {
-    std::string story = "disk: " + m_disks.Make(number).story + "\n";
-    for (const CommandLine& line : m_lines.Of(number)) {
+    const DiskFiles::Put put = PutDisk(number);
+    std::string story = "disk: " + put.story + "\n";
+    for (const CommandLine& line : LinesOf(number, put.paths.front())) {
         story += "diskaccess";
         for (const std::string& word : line) {
             story += " '" + word + "'";
@@ -263,7 +289,7 @@ std::string Runs::Story(uint64_t number) const {
 }
 
 void Runs::Save(uint64_t number, const std::string& path) const {
-    m_disks.Make(number).Write(path);
+    m_files->Write(m_disks.Make(number), number, path);
 }
 
 } // namespace fuzzing
