@@ -36,6 +36,7 @@ private:
     /// What is known of the video of a channel before the range.
     struct Channel {
         std::optional<StartPlace> key;  ///< the last key frame before the range, and after every loss
+        std::optional<int64_t> first;   ///< the first frame that was looked at: the earliest one
         std::optional<int64_t> last;    ///< the last frame before the range
         std::optional<int64_t> inRange; ///< the first frame of the range
         bool settled = false;           ///< nothing earlier is needed
@@ -135,14 +136,13 @@ private:
             if (!channel.inRange || channel.settled) {
                 continue;
             }
-            const int64_t next = channel.last ? *channel.last : *channel.inRange;
-            const bool over = found.last && TimeBetween(*found.last, next) > kGap;
+            const bool over = found.last && TimeBetween(*found.last, *channel.first) > kGap;
             if (!over) {
                 channel.key = found.key;
                 channel.lost = found.lost;
             }
             channel.settled = over || found.key || found.lost;
-            channel.last = found.last ? found.last : channel.last;
+            channel.first = found.first ? found.first : channel.first;
         }
     }
 
@@ -155,18 +155,27 @@ private:
         bool more = true;
         while (more) {
             more = reader.Next(frame, lost);
-            for (uint32_t channel = 0; lost.any && channel < kChannels; ++channel) {
-                Channel& each = m_channels[channel];
-                if (lost.media.Has(channel) && !each.inRange) {
-                    each.key.reset();
-                    each.lost = true;
-                }
-            }
+            Lose(lost.media);
             if (more && frame.IsVideo() && m_query.channels.Has(frame.channel)) {
-                take(frame, m_channels[frame.channel]);
+                Channel& channel = m_channels[frame.channel];
+                channel.first = channel.first ? channel.first : frame.time;
+                take(frame, channel);
             }
         }
+        if (m_blocks[entry].unreadable || m_blocks[entry].wiped) {
+            Lose(ChannelSet::All());
+        }
         m_result.bytesRead += reader.BytesRead();
+    }
+
+    void Lose(ChannelSet media) {
+        for (uint32_t channel = 0; channel < kChannels; ++channel) {
+            Channel& each = m_channels[channel];
+            if (media.Has(channel) && !each.inRange) {
+                each.key.reset();
+                each.lost = true;
+            }
+        }
     }
 
     void Settle(uint32_t number) {

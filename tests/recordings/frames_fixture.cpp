@@ -26,6 +26,7 @@ bool ReadFrames::AnyLoss() const {
 void FramesFixture::Start(uint32_t fmtVersion, uint32_t channels, uint32_t blockSize, bool endMarker) {
     sample_recorder::Format format;
     format.fmtVersion = fmtVersion;
+    format.blockCount = blockCount;
     format.blockSize = blockSize;
     MakeDisk(format);
     sample_recorder::RecorderSettings settings;

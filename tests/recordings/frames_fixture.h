@@ -36,9 +36,11 @@ struct ReadFrames {
 /// A test that records frames and reads them back, block by block.
 class FramesFixture : public RecordingsFixture {
 protected:
-    /// Makes a disk, and a recorder for it.
     /// What heads say of the channels; set before Start().
     std::array<ChnProp_t, 32> properties = {};
+    /// Blocks of the disk; set before Start().
+    uint32_t blockCount = 8;
+    /// Makes a disk, and a recorder for it.
     void Start(uint32_t fmtVersion, uint32_t channels, uint32_t blockSize = 0x10000, bool endMarker = true);
     sample_recorder::Recorder& Recorder() { return *m_recorder; }
 

@@ -162,6 +162,58 @@ TEST_F(RangeFrames, BeginWithTheKeyFrameOfAnEarlierBlock) {
     EXPECT_EQ(Get(Seconds(29, 31)).frames, Expected(0, 31500));
 }
 
+/// What a block that is gone held is not known: pictures that lead in from before it would be decoded on top of others
+/// than they were made for, and show what never was.
+TEST_F(RangeFrames, TakeNoKeyFrameFromBeforeABlockThatIsGone) {
+    for (const bool named : {false, true}) {
+        Start(0, 1);
+        RecordCameras(0, 72000, 1, 35000); // a block each ten seconds
+        Recorder().PowerOff();
+        ASSERT_EQ(Of(3).front().frame.pts, At(30000));
+        ASSERT_EQ(Of(5).front().frame.pts, At(50000));
+        if (named) { // without a head: it is listed as wiped
+            const std::vector<uint8_t> zeros(Image().BlockSize());
+            Image().Write(Image().BlockStart(4), zeros.data(), zeros.size());
+        } else { // as formatting leaves it: it is not listed
+            Image().WriteBlock(4, BlockContents::Closed(0, 0, 0));
+        }
+        const Range range = Get(Seconds(64, 71)); // pictures of 35 seconds on lead there, and of 70
+        EXPECT_EQ(range.frames, Expected(70000, 71500)) << named;
+        EXPECT_EQ(range.problems, (Lines{"not_decodable loss block 6 channel 0 count 12"})) << named;
+    }
+}
+
+/// With 32 busy channels a block may last less than a second: 32 blocks are looked into, and no more.
+TEST_F(RangeFrames, TakeNoKeyFrameFromMoreThan32BlocksBefore) {
+    blockCount = 40;
+    Start(0, 1);
+    for (int64_t second = 0; second < 37; ++second) { // a block each
+        Record(At(second * 1000), second % 36 == 0 ? kVideoI : kVideoP, 0, 50000);
+    }
+    Recorder().PowerOff();
+    ASSERT_EQ(Recorded().back().block, 36u);
+    // Block 32 may reach up to second 33, where the next one begins: from there 32 blocks lead back to block 0.
+    EXPECT_EQ(Get(Seconds(33, 33)).frames, Expected(0, 33000));
+    EXPECT_EQ(Get(Seconds(33, 33)).problems, kNone);
+    const Range range = Get(Seconds(34, 36));
+    EXPECT_EQ(range.frames, Expected(36000, 36000));
+    EXPECT_EQ(range.problems, (Lines{"not_decodable loss block 34 channel 0 count 1",
+                                     "not_decodable loss block 35 channel 0 count 1"}));
+}
+
+/// A recording is over when nothing follows on its last picture for a while, however long the blocks last.
+TEST_F(RangeFrames, BeginWithTheKeyFrameOfAnEarlierBlockThatLastsLong) {
+    Start(0, 1, 0x40000); // a block lasts some forty seconds
+    RecordCameras(0, 150000, 1, 60000);
+    Recorder().PowerOff();
+    ASSERT_LE(Of(2).front().frame.pts, At(90000)); // the key frame of second 60 lies in a block before
+    ASSERT_GE(Of(2).front().frame.pts, At(60500));
+    ASSERT_GE(Of(3).front().frame.pts, At(116000));
+    const Range range = Get(Seconds(110, 115));
+    EXPECT_EQ(range.frames, Expected(60000, 115500));
+    EXPECT_EQ(range.problems, kNone);
+}
+
 TEST_F(RangeFrames, LeaveOutARecordingThatWasOver) {
     Start(0, 1);
     RecordCameras(0, 5500);
@@ -333,6 +385,22 @@ TEST_F(RangeFrames, OfLockedChannelsAreLeftOutAndNamed) {
     m_password = "open";
     EXPECT_EQ(Get({}).frames, Expected(0, 8000));
     EXPECT_EQ(Get({}).problems, kNone);
+}
+
+/// An export of one camera must not end with a loss that is another camera's.
+TEST_F(RangeFrames, OfOneChannelDoNotReportWhatTheIndexHasWrongOfAnother) {
+    Start(0, 3);
+    RecordCameras(0, 4000, 3);
+    Recorder().PowerOff();
+    // The segment of channel 1 is the last entry: one of channel 0 and a key frame of each come before it.
+    const uint64_t segment =
+        Image().IndexOffset(0) + sizeof(BlkIndexHead_t) + 2 * sizeof(IFrameItem_t) + sizeof(RecSegItem_t);
+    Image().Change<RecSegItem_t>(segment, [](RecSegItem_t& item) { item.totalsize += 1000; });
+    FrameQuery query;
+    query.channels = {1};
+    EXPECT_EQ(Get(query).problems, kNone);
+    query.channels = {2};
+    EXPECT_EQ(Get(query).problems, (Lines{"index_damaged note block 0 channel 1"}));
 }
 
 TEST_F(RangeFrames, EndWhenTheWatchSaysSo) {
