@@ -14,6 +14,7 @@
 #include "recordings/error.h"
 #include "recordings/recordings_fixture.h"
 #include "support/files.h"
+#include "support/loop_device.h"
 #include "support/partition_tables.h"
 
 namespace test_support {
@@ -127,6 +128,52 @@ TEST_F(SourceTest, TheRecordersPartitionOfAnMbrIsFound) {
               (Strings{"1 1048576+4194304", "2 10485760+" + std::to_string(m_partition.size()) + " R"}));
 }
 
+/// A source that remembers the last stretch that it was told of.
+class ToldSource : public Source {
+public:
+    ToldSource(uint64_t size, std::pair<uint64_t, size_t>& told) : m_size(size), m_told(told) {}
+    const std::string& Name() const override { return m_name; }
+    uint64_t Size() const override { return m_size; }
+    bool IsBlockDevice() const override { return true; }
+    size_t Read(uint64_t, void*, size_t) const override { return 0; }
+    void WillNeed(uint64_t offset, size_t size) const override { m_told = {offset, size}; }
+
+private:
+    const std::string m_name = "told";
+    uint64_t m_size;
+    std::pair<uint64_t, size_t>& m_told;
+};
+
+/// What is asked for ahead must be what is read then: elsewhere it would take the disk's time for nothing.
+TEST_F(SourceTest, OfAPartitionIsAskedForAheadWhatLiesInIt) {
+    std::pair<uint64_t, size_t> told;
+    const auto part =
+        recordings::OpenPartition(std::make_unique<ToldSource>(10000, told), {1, 2000, 3000, true});
+    EXPECT_EQ(part->Name(), "told");
+    EXPECT_TRUE(part->IsBlockDevice());
+    part->WillNeed(100, 200);
+    EXPECT_EQ(told, (std::pair<uint64_t, size_t>(2100, 200)));
+    part->WillNeed(2900, 200); // 100 bytes of it lie after the partition
+    EXPECT_EQ(told, (std::pair<uint64_t, size_t>(4900, 100)));
+    part->WillNeed(UINT64_MAX, 200);
+    EXPECT_EQ(told, (std::pair<uint64_t, size_t>(5000, 0)));
+}
+
+TEST_F(SourceTest, ABlockDeviceIsAllThatThereIs) {
+    fs::copy_file(Image().Path(), File("disk.001"));
+    const LoopDevice device(File("disk.001"));
+    if (!device.Attached()) {
+        GTEST_SKIP() << "this machine attaches no loop device: it takes root, losetup and the kernel's leave";
+    }
+    // Named like the first part of a split image, which would be refused: the third is there, the second is not.
+    fs::create_symlink(device.Path(), File("link.001"));
+    std::ofstream(File("link.003")) << "x";
+    const auto source = OpenSource(File("link.001"));
+    EXPECT_TRUE(source->IsBlockDevice());
+    EXPECT_EQ(source->Size(), m_partition.size());
+    EXPECT_TRUE(Bytes(*source, 0, m_partition.size()) == m_partition);
+}
+
 TEST_F(SourceTest, LogicalPartitionsAreFound) {
     const std::string path = MakeWhole("whole", {30720}, 32 * kMiB);
     WriteMbr(path, {{2048, 8192}}, {{12289, 2048}, {20481, 1024}, {30720, Sectors()}});
@@ -212,6 +259,20 @@ TEST_F(SourceTest, ForgedTablesEnd) {
     }
 }
 
+/// The links of logical partitions lie all over a disk. One that is worn takes those after it along, but not the others.
+TEST_F(SourceTest, ALinkThatCannotBeReadEndsTheLogicalPartitionsAlone) {
+    const std::string path = MakeWhole("whole", {2048}, 32 * kMiB);
+    WriteMbr(path, {{2048, Sectors()}}, {{20481, 1024}, {30720, 1024}});
+    const Strings sound = Lines(ReadPartitionTable(*OpenWhole(path)));
+    ASSERT_EQ(sound.size(), 4u); // the primary one, the extended one, and two inside
+    WornSource worn(OpenWhole(path));
+    worn.Fail(30719 * kSector, 30720 * kSector);
+    EXPECT_EQ(Lines(ReadPartitionTable(worn)), Strings(sound.begin(), sound.end() - 1));
+    // The same where the copy ends before it.
+    fs::resize_file(path, 30000 * kSector);
+    EXPECT_EQ(Lines(ReadPartitionTable(*OpenWhole(path))).size(), 3u);
+}
+
 TEST_F(SourceTest, FewBytesAreReadForATable) {
     const std::string path = MakeWhole("whole", {20480}, 1024 * kMiB);
     WriteMbr(path, {{20480, Sectors()}});
@@ -267,6 +328,25 @@ TEST_F(SourceTest, AMissingPartIsNamed) {
     // The last ones leave no trace but the disk's own size.
     fs::remove(File("disk.004"));
     EXPECT_FALSE(recordings::Disk(OpenSource(File("disk.001"))).OpeningProblems().empty());
+}
+
+/// A part that has become shorter must not have the next one's bytes in place of its own: every frame after it would lie
+/// elsewhere.
+TEST_F(SourceTest, APartThatEndsEarlyEndsARead) {
+    Split("disk", {"001", "002"});
+    const auto source = OpenSource(File("disk.001"));
+    const size_t end = m_partition.size() / 2 + 1;
+    fs::resize_file(File("disk.001"), end - 100);
+    EXPECT_EQ(Bytes(*source, end - 150, 200), m_partition.substr(end - 150, 50));
+    EXPECT_EQ(Bytes(*source, end, 10), m_partition.substr(end, 10));
+}
+
+TEST_F(SourceTest, ALaterPartWithoutAFirstIsTakenAsItIs) {
+    Split("disk", {"001", "002"});
+    fs::remove(File("disk.001"));
+    EXPECT_EQ(OpenSource(File("disk.002"))->Size(), m_partition.size() - (m_partition.size() / 2 + 1));
+    fs::create_directory(File("disk.001")); // no file
+    EXPECT_FALSE(OpenSource(File("disk.002"))->PartOfDisk());
 }
 
 TEST_F(SourceTest, ALaterPartNamesTheFirst) {
