@@ -246,6 +246,59 @@ TEST_F(DiskCoverage, AnEventHasTheChannelOfItsFrame) {
     EXPECT_FALSE(ChannelOf(disk, elsewhere));
 }
 
+/// A timeline without a mark where a block is gone would pass for one of a vehicle that stood still.
+TEST_F(DiskCoverage, ABlockThatIsGoneIsDamageOfItsTime) {
+    constexpr uint32_t kStart = 1700000000;
+    Start(1, 0x1, 0x10000);
+    for (uint32_t block = 0; block < 3; ++block) {
+        Record(int64_t{kStart + block * 100} * 1000000, sample_recorder::kVideoI, 0, 100);
+        Record(int64_t{kStart + block * 100 + 60} * 1000000, sample_recorder::kVideoI, 0, 100);
+        Recorder().PowerOff();
+    }
+    const std::vector<uint8_t> zeros(Image().BlockSize());
+    Image().Write(Image().BlockStart(1), zeros.data(), zeros.size());
+    const Disk& disk = Open();
+    const BlockList blocks = BlockList::Read(disk);
+    ProblemList problems;
+    const Coverage coverage = ReadCoverage(disk, blocks, {}, problems.Sink());
+    ASSERT_EQ(coverage.journeys.size(), 1u); // 140 seconds are no silence
+    EXPECT_EQ(coverage.journeys[0].journey.losses, 1u);
+    ASSERT_EQ(coverage.journeys[0].damage.size(), 1u);
+    const Damage& damage = coverage.journeys[0].damage[0];
+    EXPECT_EQ(damage.kind, ProblemKind::BlockWiped);
+    EXPECT_EQ(damage.time.start, kStart + 60);
+    EXPECT_EQ(damage.time.end, kStart + 200);
+    EXPECT_EQ(damage.channels.bits, 0xFFFFFFFFu);
+    EXPECT_EQ(problems.All().size(), 1u);
+}
+
+TEST_F(DiskCoverage, DamageHasTheTimeOfTheFramesAroundItOrOfItsBlock) {
+    MakeDisk();
+    WriteRing(2); // from 1000 and from 2000 on, 900 seconds each
+    Image().Change<BlockTail_t>(Image().TailOffset(1), [](BlockTail_t& tail) { tail.EndTime = 1990; });
+    const BlockList blocks = BlockList::Read(Open());
+    const auto time = [&](const Problem& problem) {
+        const Span span = DamageOf(problem, blocks).time;
+        return std::to_string(span.start) + "-" + std::to_string(span.end);
+    };
+    Problem problem;
+    EXPECT_EQ(time(problem), "0-4294967295"); // of the disk as a whole
+    problem.block = 7;                        // not there
+    EXPECT_EQ(time(problem), "0-4294967295");
+    problem.block = 0;
+    EXPECT_EQ(time(problem), "1000-1900");
+    problem.block = 1; // its clock was set back
+    EXPECT_EQ(time(problem), "2000-2000");
+    problem.before = 2100 * kMicros + 999999;
+    EXPECT_EQ(time(problem), "2100-2100"); // nothing after it
+    problem.after = 2200 * kMicros;
+    EXPECT_EQ(time(problem), "2100-2200");
+    problem.after = 2050 * kMicros; // the clock was set back meanwhile
+    EXPECT_EQ(time(problem), "2100-2100");
+    problem.before.reset();
+    EXPECT_EQ(time(problem), "2000-2050");
+}
+
 } // namespace
 
 } // namespace test_support
