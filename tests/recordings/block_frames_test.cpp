@@ -239,6 +239,28 @@ TEST_P(BlockFrames, OfUnevenCamerasAreSound) {
     }
 }
 
+/// Any bytes may stand in a picture: it must not be cut at them.
+TEST_P(BlockFrames, MayHoldWhatLooksLikeAHead) {
+    // One that leads into the middle of the picture, and one that leads out of it.
+    for (const uint32_t length : {20u, 90u, 400u}) {
+        for (const bool closed : {true, false}) {
+            Begin(1);
+            RecordSeconds(0, 3);
+            sample_recorder::Frame frame;
+            frame.pts = At(3000);
+            frame.type = kVideoI;
+            frame.payload.assign(200, 0x5A);
+            const FrameHead_t head = {At(2900), BLOCK_MAGIC, kVideoP, 0, length};
+            std::memcpy(frame.payload.data() + 100, &head, sizeof head);
+            Record(frame);
+            Record(At(3100), kVideoP, 0, 100);
+            closed ? Recorder().PowerOff() : Recorder().CutPower();
+            SCOPED_TRACE(length);
+            ExpectSound(0);
+        }
+    }
+}
+
 TEST_P(BlockFrames, OfLockedChannelsAreDeliveredToo) {
     // A check of a whole block needs all of it. Of ten frames five are of the channel that the lock hides.
     Begin(3);
@@ -353,6 +375,58 @@ TEST_P(BlockFrames, AreNotLeftOverWhenTheRingHoldsOlderOnes) {
     EXPECT_EQ(read.Lines(), kNone);
 }
 
+/// Else frames of the previous turn would pass for damage of this one, or this one's damage would go with them.
+TEST_P(BlockFrames, KeepTheirOwnDamageWhenThePreviousTurnIsLeftOut) {
+    RecordAWholeTurn();
+    RecordSeconds(8 * 3600, 5);
+    Recorder().CutPower();
+    std::vector<RecordedFrame> frames = Of(0);
+    frames.erase(frames.begin(), frames.end() - 50); // those of the ninth hour
+    uint64_t at = EndOfLast();
+    for (int64_t i = 0; i < 20; ++i) { // of the first
+        Image().Put(at, FrameHead_t{At(i * 100), BLOCK_MAGIC, i % 10 == 0 ? 1u : 0u, 0, 300});
+        at += 324;
+    }
+    Change(frames[25], [](FrameHead_t& head) { head.sync = 0; });
+    Change(frames[35], [](FrameHead_t& head) { head.len = 101; });
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(Offsets(read).size(), 49u);
+    EXPECT_EQ(read.frames.back().offset, frames.back().offset);
+    EXPECT_EQ(read.Lines(), (Lines{"bytes_damaged loss block 0" + At(frames[25]),
+                                   "frame_damaged loss block 0 channel 0" + At(frames[35])}));
+    EXPECT_FALSE(read.lossAtEnd);
+}
+
+/// The whole block would be taken for one of the previous turn, and be empty without a word.
+TEST_P(BlockFrames, AreNotLeftOverWhenTheTimeOfTheHeadIsWrong) {
+    // The second block's head states a time that is an hour late, which a clock that was set would explain too. But its
+    // frames are newer than the block before it.
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    RecordSeconds(3600, 5);
+    Recorder().CutPower();
+    Image().Change<BlockHead_t>(Image().HeadOffset(1), [](BlockHead_t& head) { head.RecTime += 3600; });
+    const ReadFrames read = Read(1);
+    EXPECT_TRUE(Same(read, 1));
+    EXPECT_EQ(read.Lines(), (Lines{"head_damaged note block 1"}));
+}
+
+/// What was recorded after the clock was set back would be lost in silence.
+TEST_P(BlockFrames, AreNotLeftOverWhenTheNextPlaceIsMarkedBad) {
+    // As before; the second place is worn, and the recorder passes over it: what is older lies in the third.
+    RecordAWholeTurn();
+    const size_t before = Recorded().size();
+    RecordSeconds(8 * 3600, 3);
+    RecordSeconds(7 * 3600, 3);
+    Recorder().CutPower();
+    Image().SetBad(1);
+    Fail(Image().BlockStart(1), Image().BlockStart(2));
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(read.frames.size(), Recorded().size() - before);
+    EXPECT_EQ(read.Lines(), kNone);
+}
+
 TEST_P(BlockFrames, LeaveOutThePreviousTurnOfABlockThatHoldsNothingYet) {
     Begin(1);
     RecordSeconds(-7200, 5);
@@ -361,6 +435,30 @@ TEST_P(BlockFrames, LeaveOutThePreviousTurnOfABlockThatHoldsNothingYet) {
     const ReadFrames read = Read(0);
     EXPECT_EQ(read.frames.size(), 0u);
     EXPECT_EQ(read.Lines(), kNone);
+}
+
+/// A viewer reads heads first, and pictures when it shows them: never what lies elsewhere on the disk, or nothing.
+TEST_P(BlockFrames, GetTheirPayloadLater) {
+    Begin(1);
+    RecordSeconds(0, 1);
+    Recorder().PowerOff();
+    recordings::Frame frame;
+    frame.block = 0;
+    frame.offset = Recorded()[1].offset;
+    frame.size = 100;
+    std::vector<uint8_t> payload(100);
+    EXPECT_TRUE(recordings::ReadPayload(Open(), frame, payload.data()));
+    EXPECT_EQ(payload, Recorded()[1].frame.payload);
+    payload.resize(0x10000);
+    frame.size = Image().FrameAreaSize() - frame.offset - 24; // up to the end of the frame area
+    EXPECT_TRUE(recordings::ReadPayload(Open(), frame, payload.data()));
+    ++frame.size;
+    EXPECT_FALSE(recordings::ReadPayload(Open(), frame, payload.data()));
+    frame.size = 100;
+    Fail(HeadOf(Recorded()[1]) + 123, HeadOf(Recorded()[1]) + 124); // its last byte
+    EXPECT_FALSE(recordings::ReadPayload(Open(), frame, payload.data()));
+    frame.offset = 0xFFFFFFFF;
+    EXPECT_FALSE(recordings::ReadPayload(Open(), frame, payload.data()));
 }
 
 // ---- damaged heads
@@ -448,6 +546,21 @@ TEST_P(BlockFrames, NoticeALengthThatReachesOverTheIndexsEnd) {
             EXPECT_TRUE(Same(read, 0)) << length << endMarker;
             EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded().back())}));
         }
+    }
+}
+
+/// An event after the last picture: the crash itself, often. No media end there that the index tells of.
+TEST_P(BlockFrames, OfAnEventAfterTheLastPictureEndAtTheEndMark) {
+    for (const uint32_t length : {0u, 3u, 100u, 5000u}) {
+        Begin(1);
+        RecordSeconds(0, 5);
+        RecordEvent(At(5000), 0x10, 0);
+        Recorder().PowerOff();
+        ExpectSound(0);
+        Change(Recorded().back(), [&](FrameHead_t& head) { head.len = length; });
+        const ReadFrames read = Read(0);
+        EXPECT_TRUE(Same(read, 0)) << length;
+        EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded().back())}));
     }
 }
 
@@ -551,6 +664,19 @@ TEST_P(BlockFrames, TakeTheTimeOfAKeyFrameFromTheIndex) {
     EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded()[20])}));
 }
 
+TEST_P(BlockFrames, TakeTheTimeOfAKeyFrameThatCameLateFromTheIndex) {
+    // Half-way between its neighbours would be 30 milliseconds too early.
+    Begin(1);
+    for (int64_t i = 0; i < 50; ++i) {
+        Record(At(i * 100 + (i == 20 ? 30 : 0)), i % 10 == 0 ? kVideoI : kVideoP, 0, 100);
+    }
+    Recorder().PowerOff();
+    Change(Recorded()[20], [](FrameHead_t& head) { head.pts += 7000000; });
+    const ReadFrames read = Read(0);
+    EXPECT_TRUE(Same(read, 0));
+    EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 0" + At(Recorded()[20])}));
+}
+
 TEST_P(BlockFrames, TellOneDamagedTimeStampFromThePreviousTurn) {
     // The last frame but one of an open block: a frame of the block's own time follows.
     Begin(1);
@@ -630,6 +756,21 @@ TEST_P(ChangedFrames, GetTheirChannelBack) {
     }
 }
 
+TEST_P(ChangedFrames, OfUnevenCamerasAreOfAChannelThatIsNotThere) {
+    // No pace tells whose frame it was; but nobody records channel 9.
+    Begin(1);
+    for (int64_t i = 0, time = 0; i < 80; ++i) {
+        time += 20 + i * i * 37 % 700;
+        Record(At(time), i % 17 == 0 ? kVideoI : kVideoP, 0, static_cast<size_t>(20 + i * 13 % 90));
+    }
+    Recorder().CutPower();
+    ExpectSound(0);
+    Change(Recorded()[40], [](FrameHead_t& head) { head.chn = 9; });
+    const ReadFrames read = Read(0);
+    EXPECT_EQ(Offsets(read), OffsetsWithout(0, {}));
+    EXPECT_EQ(read.Lines(), (Lines{"frame_damaged loss block 0 channel 9" + At(Recorded()[40])}));
+}
+
 TEST_P(ChangedFrames, OfSoundInFramesOfAnySizeGetTheirChannelBack) {
     Begin(3);
     for (int64_t i = 0; i < 60; ++i) {
@@ -687,6 +828,36 @@ TEST_P(ChangedFrames, KeepTheDistanceOfKeyFramesWithoutAnIndex) {
     EXPECT_EQ(Read(0).Lines(), (Lines{Named(picture)}));
 }
 
+/// A key frame that passes for another picture is lost to everything that begins with it.
+TEST_P(ChangedFrames, KeepTheDistanceOfTheBlockBeforeABadPlace) {
+    // Three key frames, each two seconds, are too few to tell their distance: the block before has it.
+    Begin(1);
+    Image().SetBad(1);
+    for (int64_t i = 0; i < 120; ++i) {
+        Record(At(i * 100), i % 20 == 0 ? kVideoI : kVideoP, 0, i % 20 == 0 ? 600 : 100);
+        if (i == 59) {
+            Recorder().PowerOff();
+        }
+    }
+    Recorder().CutPower();
+    ASSERT_EQ(Recorded().back().block, 2u);
+    ExpectSound(2);
+    const RecordedFrame& key = Of(2)[20];
+    ASSERT_EQ(key.frame.type, kVideoI);
+    Change(key, [](FrameHead_t& head) { head.type = kVideoP; });
+    EXPECT_EQ(Read(2).Lines(), (Lines{"frame_damaged loss block 2 channel 0" + At(key)}));
+}
+
+TEST_P(ChangedFrames, OfOneSizeMayComeOutOfTurn) {
+    // An encoder is told to send a key frame; of pictures that are all as large nothing else tells.
+    Begin(1);
+    for (int64_t i = 0; i < 60; ++i) {
+        Record(At(i * 100), i % 10 == 0 || i == 33 ? kVideoI : kVideoP, 0, 100);
+    }
+    Recorder().CutPower();
+    ExpectSound(0);
+}
+
 TEST_P(ChangedFrames, MayBeASingleKeyFrameOutOfTurn) {
     // The block before has a key frame every four seconds, the last one at 16. This one ends before the next is due.
     Begin(1);
@@ -700,6 +871,22 @@ TEST_P(ChangedFrames, MayBeASingleKeyFrameOutOfTurn) {
     Recorder().CutPower();
     ASSERT_EQ(Of(1).size(), 28u);
     ExpectSound(1);
+}
+
+/// Else each picture of such a camera would be a key frame, and each a loss.
+TEST_P(ChangedFrames, OfAnEncodingThatOnlyLooksFamiliarKeepTheirTypes) {
+    Begin(1);
+    for (int64_t i = 0; i < 60; ++i) {
+        Frame frame;
+        frame.pts = At(i * 100);
+        frame.type = i % 10 == 0 ? kVideoI : kVideoP;
+        frame.payload.assign(80, static_cast<uint8_t>(i + 1));
+        const std::vector<uint8_t> begin = {0, 0, 0, 1, 0x65, 0x88}; // as a key frame of H.264
+        std::copy(begin.begin(), begin.end(), frame.payload.begin());
+        Record(frame);
+    }
+    Recorder().CutPower();
+    ExpectSound(0);
 }
 
 TEST_P(ChangedFrames, AreToldByTheirPayloadWithoutAnIndex) {
@@ -806,6 +993,49 @@ TEST_P(BlockFrames, AreMissingWhereACopyHasAHoleUpToTheEndOfABlock) {
     // A place where the power is always cut has none.
     Fill(Image().TailOffset(3), Image().BlockStart(4), 0);
     EXPECT_EQ(Read(2).Lines(), kNone);
+}
+
+/// The same, where the zeros are the camera's own or do not reach up to the end: the recorder was cut off, and nothing is
+/// lost.
+TEST_P(BlockFrames, AreNotMissingAfterSilence) {
+    for (const bool silence : {true, false}) {
+        Begin(1);
+        for (int64_t hour = 0; hour < 40; ++hour) {
+            RecordSeconds(hour * 3600, 5);
+            if (silence) {
+                sample_recorder::Frame sound;
+                sound.pts = At(hour * 3600000 + 4950);
+                sound.type = kAudio;
+                sound.payload.resize(160);
+                Record(sound);
+            }
+            Recorder().PowerOff();
+        }
+        const std::vector<RecordedFrame> frames = Of(2);
+        const uint64_t end = HeadOf(frames.back()) + 24 + frames.back().frame.payload.size();
+        Fill(silence ? end : end - 32, Image().BlockStart(3), 0);
+        if (!silence) {
+            Fill(end + 5000, end + 5001, 0x47); // of an earlier turn
+        }
+        EXPECT_EQ(Read(2).Lines(), kNone) << silence;
+    }
+}
+
+TEST_P(BlockFrames, AreUnreadableUpToTheEndOfTheIndex) {
+    // The last five heads and all after them: one loss, not a second one of the same bytes.
+    Begin(1);
+    RecordSeconds(0, 5);
+    Recorder().PowerOff();
+    const RecordedFrame& first = Recorded()[45];
+    const uint64_t end = (EndOfLast() + 511) / 512 * 512;
+    Fail(HeadOf(first), end);
+    for (const Want want : {Want::Payloads, Want::Heads}) {
+        const ReadFrames read = Read(0, want);
+        EXPECT_EQ(Offsets(read), OffsetsWithout(0, {45, 46, 47, 48, 49}));
+        EXPECT_TRUE(read.lossAtEnd);
+        EXPECT_EQ(read.Lines(), (Lines{"bytes_unreadable loss block 0 at " + std::to_string(first.offset) +
+                                       "+" + std::to_string(end - HeadOf(first))}));
+    }
 }
 
 TEST_P(BlockFrames, DropAPayloadThatCannotBeRead) {

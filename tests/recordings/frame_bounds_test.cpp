@@ -5,6 +5,8 @@
 
 #include <cstring>
 #include <ctime>
+#include <map>
+#include <optional>
 
 #include "frame_area.h"
 #include "recordings/block_frames.h"
@@ -234,6 +236,34 @@ TEST_F(FrameBounds, ForgedLengthsInABlockThatIsTooLargeToBeKept) {
     EXPECT_LE(Read(Want::Heads).bytes, 4 * uint64_t{0x8000000});
 }
 
+/// A block that is too large is read again and again for each search: what is not looked at any more must be named.
+TEST_F(FrameBounds, LengthsThatLeadOutOfABlockThatIsTooLargeToBeKept) {
+    MakeBlock(0x4100000); // 65 MiB
+    for (uint32_t i = 0; i < 300; ++i) {
+        PutHead(i * 40, i * int64_t{40000}, 0x7FFFFFFF, i % 25 == 0 ? 1 : 0);
+    }
+    Image().Write(Image().FrameOffset(0, 0), m_bytes.data(), m_bytes.size());
+    recordings::Disk& disk = Open();
+    const recordings::BlockList blocks = recordings::BlockList::Read(disk);
+    std::optional<recordings::Problem> damage;
+    recordings::BlockFrames frames(
+        disk, blocks.All().at(0), Want::Heads, [&](const recordings::Problem& problem) {
+            const bool bytes = problem.kind == recordings::ProblemKind::BytesDamaged;
+            damage = bytes ? problem : damage;
+        });
+    size_t count = 0;
+    bool lost = false;
+    for (recordings::Frame frame; frames.Next(frame, lost); ++count) {
+        EXPECT_EQ(frame.offset, count * 40);
+        EXPECT_EQ(frame.size, 16u); // up to the next one
+    }
+    EXPECT_EQ(count, 256u); // a search each
+    EXPECT_TRUE(lost);
+    ASSERT_TRUE(damage);
+    EXPECT_EQ(*damage->offset, 256u * 40);
+    EXPECT_EQ(damage->bytes, Image().FrameAreaSize() - 256u * 40);
+}
+
 // ---- the area by itself
 
 class Area : public FrameBounds {
@@ -260,6 +290,7 @@ TEST_F(Area, DeliversWhatIsAskedFor) {
         EXPECT_NE(area.At(area.Size() - 1, 1), nullptr);
         EXPECT_EQ(area.At(area.Size() - 1, 2), nullptr);
         EXPECT_EQ(area.At(0xFFFFFFFF, 0xFFFFFFFF), nullptr);
+        EXPECT_EQ(area.PieceAt(area.Size()).size, 0u);
         EXPECT_TRUE(area.Unreadable().empty());
     }
 }
@@ -284,6 +315,16 @@ TEST_F(Area, LosesOnlyWhatFails) {
         EXPECT_EQ(area.Unreadable().begin()->second, 5304u);
         EXPECT_EQ(area.Unreadable().size(), 2u);
     }
+}
+
+TEST_F(Area, JoinsWhatFailsHoweverItIsAskedFor) {
+    Fail(Device(20000), Device(30000));
+    FrameArea area(Open(), 0, Want::Heads, m_buffer);
+    EXPECT_EQ(area.At(25000, 10), nullptr);
+    // Up to 28672 on the device: a window ends with a page.
+    EXPECT_EQ(area.Unreadable(), (std::map<uint32_t, uint32_t>{{25000, 28672 - 840}}));
+    EXPECT_EQ(area.At(20000, 10), nullptr); // the window moves back
+    EXPECT_EQ(area.Unreadable(), (std::map<uint32_t, uint32_t>{{20000, 28672 - 840}}));
 }
 
 TEST_F(Area, AsksABoundedNumberOfTimesForWhatFails) {
