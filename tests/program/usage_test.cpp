@@ -56,6 +56,20 @@ TEST_F(Usage, ACommandThatIsNoneNamesTheNearest) {
     EXPECT_TRUE(Contains(Refused({"frobnicate", Image()}), "'frobnicate' is not a command; there are "));
 }
 
+TEST_F(Usage, AFileThatIsNotThereIsSaid) {
+    for (const Words& options : {Words{}, Words{"--utc"}, Words{"--channel", "0"}}) {
+        Words words = {File("dsk")};
+        words.insert(words.end(), options.begin(), options.end());
+        EXPECT_EQ(Refused(words),
+                  "'" + File("dsk") + "' is neither a file that is there nor a command; check the name\n");
+        words.front() = "disk.img";
+        EXPECT_EQ(Refused(words),
+                  "'disk.img' is neither a file that is there nor a command; check the name\n");
+        words.front() = "evnets"; // also with options that its command has
+        EXPECT_EQ(Refused(words), "'evnets' is not a command; did you mean events?\n");
+    }
+}
+
 TEST_F(Usage, AnOptionThatIsNoneNamesTheNearest) {
     const std::string line = "list has no option --chanel; did you mean --channel?\n";
     EXPECT_EQ(Refused({"list", Image(), "--chanel", "0"}), line);

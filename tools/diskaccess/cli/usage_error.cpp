@@ -55,8 +55,19 @@ std::string NoCommandText(const CLI::App& program) {
         return "no command was given; " + all;
     }
     const std::string nearest = Nearest(typed.front(), names);
+    const bool looksLikeFile = typed.front().find_first_of("./") != std::string::npos;
+    if (nearest.empty() && looksLikeFile) {
+        return fmt::format("'{}' is neither a file that is there nor a command; check the name",
+                           typed.front());
+    }
     return fmt::format("'{}' is not a command; {}", typed.front(),
                        nearest.empty() ? all : "did you mean " + nearest + "?");
+}
+
+/// Whether the first word was meant to be a command, or a disk. The options after it belong to what it should have been.
+bool FirstWordIsUnknown(const CLI::App& program) {
+    const Words typed = program.remaining();
+    return !typed.empty() && typed.front().compare(0, 1, "-") != 0;
 }
 
 /// The first word that looks like an option and is none of the command's; empty when there is none.
@@ -114,6 +125,9 @@ std::string ErrorText(const CLI::App& command, const CLI::ParseError& error) {
 
 std::string UsageErrorText(const CLI::App& program, const CLI::ParseError& error) {
     const CLI::App* const command = ChosenCommand(program);
+    if (command == nullptr && FirstWordIsUnknown(program)) {
+        return NoCommandText(program);
+    }
     // A slip in an option's name leaves its value over and other options missing: it is told first.
     for (const CLI::App* const app : {command, &program}) {
         if (app == nullptr) {
