@@ -46,8 +46,18 @@ PartHead_t ReadHead(const Source& source) {
     return head;
 }
 
+/// A partition whose head is gone is told from what never was one.
+void RefuseHeadless(const Source& source) {
+    const std::vector<Partition> headless = HeadlessPartitions(source);
+    if (!headless.empty()) {
+        throw Error(ErrorKind::NotAPartition,
+                    DescribeHeadless(source, source.PartOfDisk().value_or(headless.front())));
+    }
+}
+
 void RequirePartition(const Source& source, const PartHead_t& head, int diskType) {
     if (head.FormatFlag != PART_MAGIC && head.FormatFlag != PART_MAGIC_ALT) {
+        RefuseHeadless(source);
         const std::string what = "bears no partition head (it begins " + Hex(head.FormatFlag) + ")";
         if (const std::optional<Partition> part = source.PartOfDisk()) {
             throw Error(ErrorKind::NoSuchPartition,

@@ -75,6 +75,22 @@ void RefuseSeveral(const Source& disk, const std::vector<Partition>& recorders) 
     }
 }
 
+/// Whether recorded blocks lie where the first ones of a recorder's partition do.
+bool HoldsBlocks(const Source& disk, const Partition& partition) {
+    // The very first may be damaged too; in rings of any usual block size, others begin at whole megabytes after it.
+    constexpr uint64_t kStep = 0x100000;
+    constexpr uint64_t kEnd = BLOCK_BASE_OFFSET + 16 * kStep;
+    constexpr size_t kNeeded = offsetof(BlockHead_t, pre_RecTime);
+    for (uint64_t at = BLOCK_BASE_OFFSET; at < kEnd && at + kNeeded <= partition.size; at += kStep) {
+        BlockHead_t head = {};
+        if (disk.ReadWhole(partition.start + at, &head, kNeeded) && head.ValidFlag == BLOCK_MAGIC &&
+            head.RecTime != 0 && head.RecSeq != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// A later part of a split image by itself is of no use, and hardly what was meant.
 void RefuseLaterPart(const Source& source) {
     const std::string first = FirstPartOf(source.Name());
@@ -90,6 +106,33 @@ bool BearsPartitionHead(const Source& source, uint64_t offset) {
     uint32_t magic = 0;
     static_assert(offsetof(PartHead_t, FormatFlag) == 0);
     return source.ReadWhole(offset, &magic, sizeof magic) && (magic == PART_MAGIC || magic == PART_MAGIC_ALT);
+}
+
+std::vector<Partition> HeadlessPartitions(const Source& disk) {
+    std::vector<Partition> headless;
+    if (BearsPartitionHead(disk)) {
+        return headless;
+    }
+    bool anyRecorder = false;
+    for (const Partition& partition : ReadPartitionTable(disk)) {
+        anyRecorder = anyRecorder || partition.recorder;
+        if (!partition.recorder && HoldsBlocks(disk, partition)) {
+            headless.push_back(partition);
+        }
+    }
+    const Partition whole = {0, 0, disk.Size(), false};
+    if (headless.empty() && !anyRecorder && HoldsBlocks(disk, whole)) {
+        headless.push_back(whole);
+    }
+    return headless;
+}
+
+std::string DescribeHeadless(const Source& disk, const Partition& partition) {
+    return disk.Name() + ": " +
+           (partition.number == 0 ? "" : "partition " + std::to_string(partition.number) + " ") +
+           "holds a recorder's blocks, but bears no partition head: it was overwritten, or is missing from "
+           "the copy; "
+           "copy the partition again, or give an earlier copy";
 }
 
 std::unique_ptr<Source> OpenPartition(std::unique_ptr<Source> disk, const Partition& partition) {

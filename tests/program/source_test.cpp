@@ -220,6 +220,29 @@ TEST_F(Sources, FindOfNothingSaysSo) {
     EXPECT_TRUE(found["partitions"].empty());
 }
 
+TEST_F(Sources, FindNamesAPartitionThatHasLostItsHead) {
+    const std::string gone =
+        " holds a recorder's blocks, but bears no partition head: it was overwritten, or is missing "
+        "from the copy; copy the partition again, or give an earlier copy\n";
+    const std::string path = MakeWhole();
+    WriteInto(path, kBegin, std::string(kMiB, '\0'));
+    ProgramResult result = Run({"find", path, File("disk"), "--json"});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, "diskaccess: " + path + ": partition 2" + gone);
+    const Json found = Json::parse(result.out);
+    EXPECT_EQ(SchemaErrors("find", found), "");
+    EXPECT_EQ(found["partitions"].size(), 1u);
+    EXPECT_EQ(found["disks"][0]["holds"], "recordings without a partition head");
+    EXPECT_EQ(found["disks"][1]["holds"], "recordings");
+    result = Run({"find", path});
+    EXPECT_EQ(result.out.find("No partition of a recorder was found that can be read.\n"), 0u) << result.out;
+    for (const std::string command : {"list", "check", "space"}) {
+        result = Run({command, path});
+        EXPECT_EQ(result.exitCode, 1) << command;
+        EXPECT_EQ(result.err, "diskaccess: " + path + ": partition 2" + gone) << command;
+    }
+}
+
 TEST_F(Sources, FindSaysThatADiskDoesNotDeliver) {
     ProgramSetting worn;
     worn.environment = {"LD_PRELOAD=" DEVICE_SHIM, "SHIM_BAD_FILE=" + File("disk"), "SHIM_BAD_FROM=0",

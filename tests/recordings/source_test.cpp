@@ -229,6 +229,42 @@ TEST_F(SourceTest, ADiskWithoutARecorderIsTakenAsItIs) {
     EXPECT_EQ(Lines(ReadPartitionTable(*OpenWhole(path))), Strings{"1 1048576+4194304"});
 }
 
+TEST_F(SourceTest, APartitionWithoutItsHeadIsKnownByItsBlocks) {
+    const std::string gone =
+        "holds a recorder's blocks, but bears no partition head: it was overwritten, or is missing "
+        "from the copy; copy the partition again, or give an earlier copy";
+    const auto refusal = [this](std::optional<uint32_t> partition = std::nullopt) {
+        return RefusalOf("whole", [&] { recordings::Disk(OpenSource(File("whole"), partition)); });
+    };
+    const auto alone = [](const std::string& name) {
+        return Lines(recordings::HeadlessPartitions(*OpenWhole(name)));
+    };
+    const std::string path = MakeWhole("whole", {10240}, 32 * kMiB);
+    WriteMbr(path, {{2048, 8192}, {10240, Sectors()}});
+    EXPECT_EQ(alone(path),
+              Strings{}); // its head is there, and the small partition before it ends before the blocks
+    WriteInto(path, 10240 * kSector, std::string(kMiB, '\0'));
+    const std::string line = "2 5242880+" + std::to_string(Sectors() * kSector);
+    EXPECT_EQ(alone(path), Strings{}); // nothing was recorded yet
+    BlockHead_t head = {};
+    head.ValidFlag = BLOCK_MAGIC;
+    head.RecTime = 1795183200;
+    head.RecSeq = 1;
+    const std::string bytes(reinterpret_cast<const char*>(&head), sizeof head);
+    WriteInto(path, 10240 * kSector + 8 * kMiB, bytes);
+    EXPECT_EQ(alone(path), Strings{line});
+    EXPECT_EQ(refusal(), std::make_pair(ErrorKind::NotAPartition, "partition 2 " + gone));
+    EXPECT_EQ(refusal(2), std::make_pair(ErrorKind::NotAPartition, "partition 2 " + gone));
+    EXPECT_EQ(refusal(1).first, ErrorKind::NoSuchPartition);
+    // Without a table it is the disk itself, and another block than the first tells as well.
+    WriteInto(path, 0, std::string(kSector, '\0'));
+    EXPECT_EQ(alone(path), Strings{"0 0+" + std::to_string(32 * kMiB)});
+    EXPECT_EQ(refusal(), std::make_pair(ErrorKind::NotAPartition, gone));
+    // What only looks like the beginning of a block is none.
+    WriteInto(path, 10240 * kSector + 8 * kMiB, bytes.substr(0, 4) + std::string(8, '\0'));
+    EXPECT_EQ(alone(path), Strings{});
+}
+
 TEST_F(SourceTest, APartitionThatReachesBeyondTheDiskIsCutThere) {
     const std::string path = MakeWhole("whole", {20480});
     WriteMbr(path, {{20480, 0x10000000}, {0x10000000, 2048}});

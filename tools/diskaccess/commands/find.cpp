@@ -51,7 +51,7 @@ public:
             Fail(m_forbidden + ": no permission to read; run as root, or ask for the right to read");
         }
         Show();
-        return m_failed ? kFailed : kDone;
+        return m_failed ? kFailed : m_lost ? kDataLost : kDone;
     }
 
 private:
@@ -86,7 +86,10 @@ private:
             for (const Partition& partition : RecordersOn(*disk)) {
                 Describe(each.path, *disk, partition);
             }
-            holds = m_partitions.size() != found ? "recordings" : "no recorder's partition";
+            const bool headless = TellHeadless(*disk);
+            holds = m_partitions.size() != found ? "recordings"
+                    : headless                   ? "recordings without a partition head"
+                                                 : "no recorder's partition";
         } catch (const recordings::Error& error) {
             if (error.SystemError() == EACCES || error.SystemError() == EPERM) {
                 m_forbidden += (m_forbidden.empty() ? "" : ", ") + each.path;
@@ -121,6 +124,18 @@ private:
             }
         }
         return recorders;
+    }
+
+    /// Names the partitions that have lost their heads: what they hold cannot be read.
+    /// @return whether there are some
+    bool TellHeadless(const recordings::Source& disk) {
+        const std::vector<Partition> headless = recordings::HeadlessPartitions(disk);
+        for (const Partition& partition : headless) {
+            m_progress.Hide();
+            Complain(recordings::DescribeHeadless(disk, partition));
+        }
+        m_lost = m_lost || !headless.empty();
+        return !headless.empty();
     }
 
     /// What a user gives to have the partition read.
@@ -172,7 +187,8 @@ private:
                                {"block_count", "BLOCKS"}},
                               m_partitions});
         if (m_partitions.empty()) {
-            m_answer->ShowProse({"No partition of a recorder was found.\n"});
+            m_answer->ShowProse({m_lost ? "No partition of a recorder was found that can be read.\n"
+                                        : "No partition of a recorder was found.\n"});
         }
         ShowTable(*m_answer,
                   {"disks", {{"disk", "DISK"}, {"size_bytes", "SIZE"}, {"holds", "HOLDS"}}, m_disks});
@@ -194,6 +210,7 @@ private:
     std::string m_commands;
     std::string m_forbidden; ///< disks that may not be read
     bool m_failed = false;
+    bool m_lost = false; ///< there are recordings that cannot be read
 };
 
 } // namespace
