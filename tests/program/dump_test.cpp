@@ -107,6 +107,13 @@ TEST_F(DumpProgram, WhatIsNoPartition) {
     EXPECT_TRUE(Contains(Refused({File("missing")}, 1), "cannot be opened: No such file"));
     EXPECT_TRUE(Contains(Refused({File("")}, 1), "is a directory"));
     EXPECT_TRUE(Contains(Refused({"/dev/null"}, 1), "neither a block device nor a file"));
+    std::ofstream(File("notes")) << std::string(600, 'x');
+    const ProgramResult result = Run({File("notes"), "--level", "1"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(Contains(result.out, "\nFormatFlag : 0x78787878\n")); // a damaged head can be looked at
+    EXPECT_EQ(result.err, "diskaccess: " + File("notes") +
+                              ": bears no partition head: what was dumped is no partition, or a damaged one; "
+                              "`diskaccess find` says where recordings are\n");
 }
 
 TEST_F(DumpProgram, HelpNamesItsOptionsAlone) {

@@ -76,6 +76,11 @@ ExitCode Dump(const Options& options) {
     if (writer.Dump(*source, options.level) != 0) {
         throw Failure(WhyItEnds(options));
     }
+    if (!recordings::BearsPartitionHead(*source)) {
+        throw Failure(options.partition +
+                      ": bears no partition head: what was dumped is no partition, or a damaged "
+                      "one; `diskaccess find` says where recordings are");
+    }
     return kDone;
 }
 
