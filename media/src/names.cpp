@@ -53,6 +53,8 @@ const char* NameOf(StillState state) {
         return "damaged";
     case StillState::NotRecorded:
         return "not recorded";
+    case StillState::KeyFrameMissing:
+        return "key frame missing";
     case StillState::NotDecodable:
         return "not decodable";
     default:

@@ -25,7 +25,8 @@ constexpr size_t kMostBytes = size_t{256} << 20;
 struct Pictures {
     std::vector<std::vector<uint8_t>> frames;
     size_t bytes = 0;
-    bool any = false; ///< video of the channel was met, whether or not it is needed
+    bool any = false;        ///< video of the channel was met, whether or not it is needed
+    bool keyMissing = false; ///< the last of it needs a key frame that is not there
     int64_t keyTime = 0;
     int64_t time = 0;
     uint32_t block = 0;
@@ -66,6 +67,19 @@ bool LiesBefore(const recordings::Problem& problem, const Channels& channels) {
     return true;
 }
 
+/// Notes the channels whose last frames before a time are left out for want of their key frame.
+void NoteMissingKeyFrames(const std::vector<recordings::Problem>& problems, int64_t time,
+                          Channels& channels) {
+    for (const recordings::Problem& problem : problems) {
+        const bool reachesTime = !problem.after || *problem.after > time;
+        if (problem.kind == recordings::ProblemKind::NotDecodable && problem.channel && reachesTime) {
+            Pictures& pictures = channels.at(*problem.channel);
+            pictures.any = true;
+            pictures.keyMissing = true;
+        }
+    }
+}
+
 /// Reads what it takes to show each channel at a time.
 Channels ReadPictures(const recordings::Disk& disk, const recordings::BlockList& blocks,
                       const StillQuery& query, const recordings::ProblemSink& problems,
@@ -86,6 +100,7 @@ Channels ReadPictures(const recordings::Disk& disk, const recordings::BlockList&
             }
         }
     }
+    NoteMissingKeyFrames(met, query.time, channels);
     for (const recordings::Problem& problem : met) {
         if (problems && !LiesBefore(problem, channels)) {
             problems(problem);
@@ -99,6 +114,7 @@ Still StillOf(uint32_t channel, const Pictures& pictures, int64_t time,
     Still still;
     still.channel = channel;
     if (pictures.frames.empty() || time - pictures.time > kLongestShown) {
+        still.state = pictures.keyMissing ? StillState::KeyFrameMissing : StillState::NotRecorded;
         return still;
     }
     still.time = pictures.time;

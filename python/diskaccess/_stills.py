@@ -16,6 +16,7 @@ if TYPE_CHECKING:
 _REASONS = {
     "damaged": "the frame, or one that it needs, is damaged; damaged=True takes what can be decoded of it",
     "not recorded": "nothing was recorded; records() tells when something was",
+    "key frame missing": "frames were recorded, but the key frame that they need is not there",
     "not decodable": "the frame is there, but no picture comes of it",
     "unknown codec": "the video is neither H.264 nor H.265",
 }
@@ -26,7 +27,8 @@ class Still:
     """What a channel showed at a time."""
 
     channel: int
-    state: str  #: "whole", "damaged" (parts of it are made up), "not recorded", "not decodable" or "unknown codec"
+    #: "whole", "damaged" (parts of it are made up), "not recorded", "key frame missing", "not decodable" or "unknown codec"
+    state: str
     time: datetime.datetime | None  #: when the frame was recorded; None: nothing was
     block: int | None  #: that the frame lies in
     offset: int | None  #: of the frame's head, in bytes from the start of the block's frame area

@@ -35,7 +35,7 @@ py::object ArrayOf(media::Picture picture) {
 }
 
 py::tuple AsTuple(media::Still still) {
-    const bool recorded = still.state != media::StillState::NotRecorded;
+    const bool recorded = still.HasFrame();
     const auto known = [recorded](auto number) {
         return recorded ? py::object(py::int_(number)) : py::object(py::none());
     };

@@ -120,6 +120,18 @@ TEST_F(Stills, NothingIsShownWhereNothingWasRecorded) {
     EXPECT_TRUE(Take(last + 3600 * int64_t{1000000}).empty());
 }
 
+TEST_F(Stills, WithoutTheirKeyFrameAreNotTakenForNotRecorded) {
+    Record();
+    const Still first = Take(kStart, kFirst).at(0);
+    Image().Put(Image().FrameOffset(first.block, first.offset), FrameHead_t{});
+    const std::vector<Still> stills = Take(kStart + kStep);
+    ASSERT_EQ(stills.size(), 2u);
+    EXPECT_EQ(stills[0].state, StillState::KeyFrameMissing);
+    EXPECT_FALSE(stills[0].HasFrame());
+    EXPECT_EQ(stills[1].state, StillState::Whole);
+    EXPECT_EQ(Take(kStart + 29 * kStep, kFirst).at(0).state, StillState::Whole);
+}
+
 TEST_F(Stills, OfVideoThatIsNotKnown) {
     sample_recorder::PartitionImage& image = MakeDisk();
     sample_recorder::RecorderSettings settings;

@@ -26,10 +26,11 @@ struct Picture {
 /// Why there is no picture, or not a whole one.
 enum class StillState {
     Whole,
-    Damaged,      ///< parts of it are made up: the frame, or one that it needs, is damaged
-    NotRecorded,  ///< nothing was recorded of the channel at that time
-    NotDecodable, ///< the frame is there, but no picture comes of it
-    UnknownCodec  ///< the video is neither H.264 nor H.265
+    Damaged,         ///< parts of it are made up: the frame, or one that it needs, is damaged
+    NotRecorded,     ///< nothing was recorded of the channel at that time
+    KeyFrameMissing, ///< frames are there, but not the key frame that they need
+    NotDecodable,    ///< the frame is there, but no picture comes of it
+    UnknownCodec     ///< the video is neither H.264 nor H.265
 };
 
 /// In lower case, with spaces.
@@ -43,6 +44,9 @@ struct Still {
     uint32_t block = 0;
     uint32_t offset = 0; ///< of the frame's head in the block's frame area
     Picture picture;     ///< where the state is Whole or Damaged
+
+    /// Whether there is a frame that a picture could come of: else time and place mean nothing.
+    bool HasFrame() const { return state != StillState::NotRecorded && state != StillState::KeyFrameMissing; }
 };
 
 /// What is asked for.

@@ -33,7 +33,7 @@ Table StillTable(const std::string& size, const std::string& file) {
 /// @param saved where the picture is; without a digest it is not the only one there
 Row StillRow(const Context& context, const Still& still, const media::Exported& saved) {
     const bool has = HasPicture(still);
-    const bool found = still.state != StillState::NotRecorded;
+    const bool found = still.HasFrame();
     const bool alone = has && !saved.sha256.empty();
     const auto known = [](bool is, const Value& value) { return is ? value : Value(Nothing{}); };
     return {uint64_t{still.channel},

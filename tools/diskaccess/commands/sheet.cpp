@@ -149,7 +149,7 @@ private:
         for (auto& [channel, row] : m_rows) {
             for (size_t column = 0; column < row.size(); ++column) {
                 Cell& cell = row[column];
-                const bool found = cell.still.state != StillState::NotRecorded;
+                const bool found = cell.still.HasFrame();
                 const std::string name = "channel " + m_context.Names().ChannelText(channel) +
                                          (cell.still.state == StillState::Damaged ? "  DAMAGED" : "");
                 sheet.cells.push_back({std::move(cell.small),
