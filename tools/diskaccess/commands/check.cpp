@@ -5,6 +5,7 @@
 #include "cli/interruption.h"
 #include "commands/commands.h"
 #include "commands/evidence.h"
+#include "commands/marks.h"
 #include "media/picture_check.h"
 #include "media/stills.h"
 #include "recordings/health.h"
@@ -108,7 +109,7 @@ private:
         m_context.Answer().ShowRow(
             {std::string(loss ? "loss" : "note"), std::string(NameOf(problem.kind)),
              finding.place ? Value(*finding.place) : Value(Nothing{}), TimeOrNothing(finding.start),
-             TimeOrNothing(finding.end), finding.channels, TextOf(finding), finding.fields,
+             TimeOrNothing(finding.end), ChannelsOf(finding), TextOf(finding), finding.fields,
              NumberOrNothing(problem.block), NumberOrNothing(problem.blockAfter),
              NumberOrNothing(problem.offset), Bytes{problem.bytes}, problem.count,
              std::string(MeaningOf(problem.kind)), std::string(AdviceFor(problem.kind))});

@@ -24,6 +24,10 @@ Value MarkValue(BlockMark mark) {
     return text.empty() ? Value(Nothing{}) : Value(text);
 }
 
+Value ChannelsOf(const recordings::Finding& finding) {
+    return finding.channels.Empty() ? Value(Labelled{finding.channels, "-"}) : Value(finding.channels);
+}
+
 std::string NoteText(bool closed, BlockMark mark) {
     const std::string marked = MarkText(mark);
     const std::string open = closed ? "" : "not closed";

@@ -12,6 +12,7 @@
 #include "commands/coverage.h"
 #include "commands/evidence.h"
 #include "commands/identity.h"
+#include "commands/marks.h"
 #include "commands/pictures.h"
 #include "media/output_file.h"
 #include "media/sheet.h"
@@ -306,7 +307,7 @@ private:
                 finding.place ? Value(*finding.place) : Value(Nothing{}),
                 time(finding.start),
                 time(finding.end),
-                finding.channels,
+                ChannelsOf(finding),
                 finding.fields.empty() ? text : text + " (" + finding.fields + ")"};
     }
 
