@@ -244,7 +244,8 @@ TEST_F(Export, EncodesForMp4AloneAndOnlyWhenAsked) {
     encoded.emplace_back("--aac");
     const ProgramResult with = Run(encoded);
     EXPECT_EQ(with.exitCode, 0);
-    EXPECT_NE(with.out.find("pcm_alaw"), std::string::npos) << with.out;
+    EXPECT_NE(with.out.find("  CODEC     ENCODED  FRAMES  "), std::string::npos) << with.out;
+    EXPECT_NE(with.out.find("  audio  pcm_alaw  aac  "), std::string::npos) << with.out;
     EXPECT_EQ(with.err.find("audio"), std::string::npos) << with.err;
     const auto refused = [this](const std::vector<std::string>& options) {
         const ProgramResult result = Run(options);

@@ -90,13 +90,20 @@ struct Exports {
     bool failed = false; ///< of one, no file could be made
 };
 
+bool IsAnyEncoded(const std::vector<media::ExportResult>& results) {
+    return std::any_of(results.begin(), results.end(), [](const media::ExportResult& result) {
+        return std::any_of(result.tracks.begin(), result.tracks.end(),
+                           [](const media::Track& track) { return track.encoded.has_value(); });
+    });
+}
+
 void ShowTracks(Context& context, const std::vector<media::ExportResult>& results) {
     Renderer& answer = context.Answer();
     answer.BeginTable({"tracks",
                        {{"channel", "CHANNEL"},
                         {"media", "KIND"},
                         {"codec", "CODEC"},
-                        {"encoded_codec", ""},
+                        {"encoded_codec", IsAnyEncoded(results) ? "ENCODED" : ""},
                         {"frame_count", "FRAMES"},
                         {"payload_bytes", "SIZE"},
                         {"start", "START"},
