@@ -35,6 +35,12 @@ std::string ChannelsText(uint32_t channels) {
     return text;
 }
 
+/// "channel 3 is", "channels 0, 3 are"
+std::string Channels(uint32_t channels) {
+    const bool isOne = (channels & (channels - 1)) == 0;
+    return (isOne ? "channel " : "channels ") + ChannelsText(channels) + (isOne ? " is" : " are");
+}
+
 class Describer {
 public:
     Describer(const Problem& problem, const std::function<std::string(int64_t)>& timeText)
@@ -55,7 +61,7 @@ public:
             return "the disk states more blocks than a recorder numbers: " + Count(p.count, "block") +
                    " from " + block + " on are left out";
         case ProblemKind::ChannelsLocked:
-            return "channels " + ChannelsText(p.channels) + " are locked and left out";
+            return Channels(p.channels) + " locked and left out";
         case ProblemKind::BlockUnreadable:
             return block + ": cannot be read: what it holds is missing" + Between();
         case ProblemKind::BlockWiped:

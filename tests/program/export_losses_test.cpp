@@ -311,7 +311,7 @@ TEST_F(ExportLosses, NamesLockedChannels) {
     // Nothing but locked channels: that there are no frames of theirs is not known.
     const ProgramResult locked = Run({"--raw", "--force", "--channel", "1"});
     EXPECT_EQ(locked.err.find("holds no frames"), std::string::npos) << locked.err;
-    EXPECT_NE(locked.err.find("channels 1 are locked and left out"), std::string::npos) << locked.err;
+    EXPECT_NE(locked.err.find("channel 1 is locked and left out"), std::string::npos) << locked.err;
     ProgramSetting setting;
     setting.environment = {"DISKACCESS_PASSWORD=wrong"};
     const ProgramResult wrong = Run({"--raw", "--force"}, setting);

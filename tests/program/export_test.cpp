@@ -138,7 +138,7 @@ TEST_F(Export, KeepsLockedChannelsIn) {
         recorded.lost = recorded.frame.channel == 0;
     }
     Compare(0);
-    EXPECT_NE(m_messages.find("channels 0 are locked and left out"), std::string::npos);
+    EXPECT_NE(m_messages.find("channel 0 is locked and left out"), std::string::npos);
     ProgramSetting setting;
     setting.environment = {"DISKACCESS_PASSWORD=wrong"};
     const std::string manifest = ReadFile(File("out.json"));

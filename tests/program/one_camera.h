@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "sample_recorder/generated_source.h"
 #include "sample_recorder/recorder.h"
@@ -16,6 +17,7 @@ struct OneCameraRecording {
     bool audio = false; ///< frames of 32 bytes, 25 a second
     uint32_t seconds = 10;
     ChnProp_t properties = {};                          ///< of the channel
+    std::vector<uint32_t> events;                       ///< of type 1, seconds after the start
     std::function<void(sample_recorder::Frame&)> alter; ///< asked of each frame before it is written
 };
 
@@ -39,6 +41,9 @@ protected:
                 recording.alter(frame);
             }
             recorder.Write(frame);
+        }
+        for (const uint32_t second : recording.events) {
+            recorder.WriteEvent((int64_t{1795183200} + second) * 1000000, 1, 0);
         }
         recorder.PowerOff();
     }

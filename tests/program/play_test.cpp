@@ -342,7 +342,7 @@ TEST_F(PlayProgram, LeavesLockedChannelsOut) {
     const ProgramResult result = Run({"--unit", "1"});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.out, "Frames   0\nPayload  0 B\n");
-    EXPECT_NE(result.err.find("channels 1 are locked and left out"), std::string::npos);
+    EXPECT_NE(result.err.find("channel 1 is locked and left out"), std::string::npos);
 }
 
 TEST_F(PlayProgram, SaysWhereARecordCannotBePlayedOn) {

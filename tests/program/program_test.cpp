@@ -928,7 +928,7 @@ TEST_F(Program, LockedChannelsAreLeftOutWithoutAPassword) {
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(RecordLines(result.out), 5u);
     EXPECT_EQ(result.err, "diskaccess: " + File("disk") +
-                              ": channels 3 are locked and left out; give the password with --ask-password, "
+                              ": channel 3 is locked and left out; give the password with --ask-password, "
                               "--password-file FILE or DISKACCESS_PASSWORD\n");
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <regex>
 
@@ -73,6 +74,36 @@ TEST_F(ReportCommand, HasEverySection) {
                                    "data:image/svg+xml;base64,", "Nothing was found in the tables"}) {
         EXPECT_NE(page.find(text), std::string::npos) << text;
     }
+}
+
+/// Two events on a disk whose only channel is locked.
+class ReportOfALockedDisk : public ReportCommand {
+protected:
+    void SetUp() override {
+        OneCameraRecording recording;
+        recording.events = {3, 7};
+        Record(recording);
+        Disk().EditHead([](PartHead_t& head) {
+            head.Encrypt = 1;
+            head.EncryptMap = 1;
+            std::strcpy(head.CipherCode, "secret");
+        });
+    }
+};
+
+TEST_F(ReportOfALockedDisk, HasTheEvents) {
+    const ProgramResult result = Report();
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.err.find("channel 0 is locked and left out"), std::string::npos) << result.err;
+    EXPECT_NE(result.out.find("Events            2\n"), std::string::npos) << result.out;
+    const std::string page = ReadFile(File("report.html"));
+    for (const char* const text :
+         {"<td class=\"time\">2026-11-20 14:00:03</td>", "<td class=\"time\">2026-11-20 14:00:07</td>",
+          "Nothing is recorded of channels that are not locked.", "not recorded, or locked"}) {
+        EXPECT_NE(page.find(text), std::string::npos) << text;
+    }
+    const ProgramResult timeline = RunProgram({DISKACCESS_PROGRAM, "timeline", File("disk")});
+    EXPECT_EQ(timeline.out, "Nothing is recorded of channels that are not locked.\n");
 }
 
 /// Those who read the page do it on another machine.

@@ -10,6 +10,9 @@ namespace diskaccess {
 /// The journeys that are asked for, with the channel of each event.
 recordings::Coverage CoverageOf(Context& context);
 
+/// What there is to say where a coverage has no journeys.
+std::string NothingRecorded(const Context& context);
+
 /// How a timeline of a disk writes what it shows.
 /// @param context must outlive it
 timeline::Labels LabelsOf(const Context& context);

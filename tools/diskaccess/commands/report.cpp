@@ -151,7 +151,8 @@ private:
                                       journey.alarms, journey.losses});
             }
         }
-        return WithTable("Journeys", std::move(table), m_coverage.journeys.size(), "Nothing is recorded.");
+        return WithTable("Journeys", std::move(table), m_coverage.journeys.size(),
+                         NothingRecorded(m_context));
     }
 
     /// A section of a table that may have been cut.
@@ -194,21 +195,21 @@ private:
         Table table = {
             "events", {{"", "Time"}, {"", "Type"}, {"", "Channel"}, {"", "Block"}, {"", "Entry"}}, {}};
         std::vector<ReportPicture> pictures;
-        for (const JourneyCoverage& journey : m_coverage.journeys) {
-            for (const recordings::Event& event : journey.events) {
-                if (!m_context.Asked().range.Holds(event.time)) {
-                    continue;
-                }
-                ++m_events;
-                if (table.rows.size() < kMostRows) {
-                    table.rows.push_back(
-                        {m_context.Clock().TrueTime(event.time), m_context.Names().EventTypes(event.type),
-                         event.channel ? m_context.Names().Channel(*event.channel) : Value(Nothing{}),
-                         uint64_t{event.block}, uint64_t{event.entry}});
-                }
-                if (pictures.size() < m_context.Typed().pictures && media::StillsSupported()) {
-                    pictures.push_back(PictureOf(event));
-                }
+        // Also those that lie in no journey: the recordings around them may be locked, or gone.
+        std::vector<recordings::Event> events =
+            FindEvents(m_context.Disk(), m_context.Blocks(), m_context.Asked().range, recordings::kAllEvents,
+                       m_context.Problems(), m_context.Watch("looking for events"));
+        m_events = events.size();
+        for (recordings::Event& event : events) {
+            event.channel = ChannelOf(m_context.Disk(), event);
+            if (table.rows.size() < kMostRows) {
+                table.rows.push_back(
+                    {m_context.Clock().TrueTime(event.time), m_context.Names().EventTypes(event.type),
+                     event.channel ? m_context.Names().Channel(*event.channel) : Value(Nothing{}),
+                     uint64_t{event.block}, uint64_t{event.entry}});
+            }
+            if (pictures.size() < m_context.Typed().pictures && media::StillsSupported()) {
+                pictures.push_back(PictureOf(event));
             }
         }
         ReportSection section = WithTable("Events", std::move(table), m_events, "No events.");
@@ -237,9 +238,7 @@ private:
                             still.state == media::StillState::Damaged;
         }
         if (found == stills.end()) {
-            const media::StillState state =
-                stills.empty() ? media::StillState::NotRecorded : stills.front().state;
-            return {"", "", what, NameOf(state)};
+            return {"", "", what, WhyNoPicture(stills)};
         }
         m_used.insert(found->block);
         const std::vector<uint8_t> bytes =
@@ -250,6 +249,14 @@ private:
                             m_context.Names().ChannelText(found->channel), TextOf(found->time), found->block,
                             found->state == media::StillState::Damaged ? ", damaged" : ""),
                 ""};
+    }
+
+    std::string WhyNoPicture(const std::vector<media::Still>& stills) const {
+        if (!stills.empty()) {
+            return NameOf(stills.front().state);
+        }
+        return m_context.Disk().Hidden().Empty() ? NameOf(media::StillState::NotRecorded)
+                                                 : "not recorded, or locked";
     }
 
     std::string TypesOf(const recordings::Event& event) const {

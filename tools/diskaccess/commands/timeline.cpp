@@ -126,6 +126,11 @@ recordings::Coverage CoverageOf(Context& context) {
     return coverage;
 }
 
+std::string NothingRecorded(const Context& context) {
+    return context.Disk().Hidden().Empty() ? "Nothing is recorded."
+                                           : "Nothing is recorded of channels that are not locked.";
+}
+
 void CheckTimeline(const Options& options) {
     CheckJourneys(options);
     RequireFileName("--svg", options.svg);
@@ -146,7 +151,7 @@ ExitCode Timeline(Context& context) {
     }
     if (files.empty()) {
         const std::string text = timeline::Text(coverage, labels, StyleOfTerminal());
-        context.Answer().ShowProse({text.empty() ? "Nothing is recorded.\n" : text});
+        context.Answer().ShowProse({text.empty() ? NothingRecorded(context) + "\n" : text});
     } else {
         WithFiles(context, [&](const media::OutputRules& rules) { media::WriteFiles(files, rules); });
     }
