@@ -87,8 +87,8 @@ class Coverage(Sequence[JourneyCoverage]):
         """All spans as an array: journey, channel, start, end (datetime64, UTC; its last second)."""
         import numpy
 
-        rows = [(number, channel, start, end) for number, row in enumerate(self._rows, 1)
-                for channel, recorded, _ in row[1] for start, end in recorded]
+        rows = [(Journeys(row[0], self._clock)[0].number, channel, start, end)
+                for row in self._rows for channel, recorded, _ in row[1] for start, end in recorded]
         table = numpy.array(rows, dtype=[("journey", "<u4"), ("channel", "u1"), ("start", "<u4"), ("end", "<u4")])
         return with_times(table, ("start", "end"), "s", self._clock.skew)
 

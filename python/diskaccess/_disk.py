@@ -87,14 +87,15 @@ class Disk:
     def journeys(self, channels: Iterable[int] | None = None, *, silence: int = 300) -> Journeys:
         """The journeys of the whole disk: times in which something was recorded, from one long silence to the next.
 
-        silence: seconds without any recording that part two journeys, when there are more.
+        channels: a journey without any of them is left out; the others keep their numbers and times.
+        silence: seconds without any recording, of any channel, that part two journeys, when there are more.
         """
         return Journeys(self._shared.journeys(_channel_bits(channels), _silence(silence)), self._clock)
 
     def coverage(self, channels: Iterable[int] | None = None, *, silence: int = 300) -> Coverage:
         """What a timeline draws, journey by journey: when each channel was recorded, and when not, alarms, damage.
 
-        silence: as for journeys().
+        channels, silence: as for journeys().
         """
         return Coverage(self._shared.coverage(_channel_bits(channels), _silence(silence)), self._clock)
 

@@ -36,7 +36,7 @@ class Event(NamedTuple):
 class Journey(NamedTuple):
     """A time in which something was recorded, without a long silence in it."""
 
-    number: int  #: among all journeys of the disk, from 1 on
+    number: int  #: among all journeys of the disk, from 1 on, whichever channels are asked for
     start: datetime.datetime
     end: datetime.datetime  #: its last second
     channels: tuple[int, ...]

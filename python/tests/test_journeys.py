@@ -41,7 +41,10 @@ def test_silences_part_journeys(pauses: pathlib.Path) -> None:
         assert times == [(1, at(10, 0, 0), at(10, 1, 4), (0, 1)), (2, at(11, 0, 0), at(11, 0, 4), (0, 1))]
         # Between the last second of one recording and the first of the next are 55 seconds.
         assert len(disk.journeys(silence=55)) == 2 and len(disk.journeys(silence=54)) == 3
-        assert [journey.start for journey in disk.journeys([1], silence=54)] == [at(10, 0, 0), at(11, 0, 0)]
+        # A journey has one number, whichever channels are asked for.
+        assert [(journey.number, journey.start) for journey in disk.journeys([1], silence=54)] == [
+            (1, at(10, 0, 0)), (3, at(11, 0, 0))]
+        assert [part.journey.number for part in disk.coverage([1], silence=54)] == [1, 3]
         for wrong in (-1, 1 << 32):
             with pytest.raises(ValueError, match="silence"):
                 disk.journeys(silence=wrong)
@@ -64,6 +67,8 @@ def test_coverage_as_an_array(pauses: pathlib.Path) -> None:
     with diskaccess.open(pauses, skew=60) as disk:
         table = disk.coverage().to_numpy()
         journeys = disk.journeys().to_numpy()
+        some = disk.coverage([1], silence=54).to_numpy()
+    assert [int(number) for number in some["journey"]] == [1, 3]
     assert table.dtype["start"] == numpy.dtype("M8[s]")
     assert [(int(row["journey"]), int(row["channel"]), str(row["start"])) for row in table] == [
         (1, 0, "2026-11-20T09:59:00"), (1, 0, "2026-11-20T10:00:00"), (1, 1, "2026-11-20T09:59:00"),

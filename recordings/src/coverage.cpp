@@ -111,7 +111,7 @@ struct CoverageMaker::State {
         return coverage.journeys[Nearest(coverage.journeys, time, TimeOfJourney)];
     }
 
-    /// Journeys with their times alone.
+    /// Journeys of all channels with their times alone: each has one number on a disk, whichever channels are asked for.
     void MakeJourneys(Coverage& coverage) const {
         for (const Span& span : any.Within({}, query.silence)) {
             JourneyCoverage each;
@@ -157,6 +157,13 @@ struct CoverageMaker::State {
         }
     }
 
+    /// Leaves out the journeys without the channels that are asked for.
+    static void LeaveOutOthers(Coverage& coverage) {
+        auto& journeys = coverage.journeys;
+        const auto isOther = [](const JourneyCoverage& each) { return each.journey.channels.Empty(); };
+        journeys.erase(std::remove_if(journeys.begin(), journeys.end(), isOther), journeys.end());
+    }
+
     static void Finish(JourneyCoverage& journey) {
         for (ChannelCoverage& channel : journey.channels) {
             channel.gaps = GapsBetween(channel.recorded);
@@ -180,9 +187,9 @@ CoverageMaker::CoverageMaker(const JourneyQuery& query) : m_state(std::make_uniq
 CoverageMaker::~CoverageMaker() = default;
 
 void CoverageMaker::Add(const Record& record) {
+    m_state->any.Add({record.start, record.end});
     if (m_state->query.channels.Has(record.channel)) {
         m_state->recorded[record.channel].Add({record.start, record.end});
-        m_state->any.Add({record.start, record.end});
         m_state->amounts.push_back({record.start, record.bytes});
     }
 }
@@ -209,8 +216,10 @@ Coverage CoverageMaker::Make() const {
         ++journey.records;
         journey.bytes += amount.bytes;
     }
+    // Of all journeys, as the nearest one may be of other channels.
     m_state->AddAlarms(coverage);
     m_state->AddDamage(coverage);
+    State::LeaveOutOthers(coverage);
     for (JourneyCoverage& journey : coverage.journeys) {
         State::Finish(journey);
     }
@@ -242,9 +251,7 @@ Coverage ReadCoverage(const Disk& disk, const BlockList& blocks, const JourneyQu
         }
         maker.Add(event, found->second.first, found->second.second);
     };
-    RecordQuery wanted;
-    wanted.channels = query.channels;
-    ForEachRecordAndEvent(disk, blocks, wanted, note, watch, take);
+    ForEachRecordAndEvent(disk, blocks, {}, note, watch, take);
     for (const Problem& problem : seen.All()) {
         if (HasTime(problem)) {
             maker.Add(problem, TimeOf(problem, blocks));

@@ -2,6 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstring>
+#include <filesystem>
+
 #include "sample_recorder/generated_source.h"
 #include "sample_recorder/recorder.h"
 #include "search/search_fixture.h"
@@ -16,7 +19,8 @@ using Json = nlohmann::json;
 
 constexpr uint32_t kStart = 1795183200; // 2026-11-20 14:00:00 UTC
 
-/// Channels 0 and 1, two minutes each; an event in the second minute. After twenty minutes, ten seconds of channel 1.
+/// Channels 0 and 1, two minutes each; an event in the second minute. After twenty minutes, ten seconds of
+/// channel 1; after another twenty, of channel 0.
 class NamedExport : public SearchFixture {
 protected:
     void SetUp() override {
@@ -41,11 +45,13 @@ protected:
             recorder.Write(frame);
         }
         recorder.PowerOff();
-        GeneratedSource later(GeneratedCamera{1, 5, 5, 400, 100, 0, 0}, 3, kStart + 1200, 10);
-        for (Frame frame; later.Next(frame);) {
-            recorder.Write(frame);
+        for (const auto& [channel, later] : {std::pair(1u, 1200u), std::pair(0u, 2400u)}) {
+            GeneratedSource alone(GeneratedCamera{channel, 5, 5, 400, 100, 0, 0}, 3, kStart + later, 10);
+            for (Frame frame; alone.Next(frame);) {
+                recorder.Write(frame);
+            }
+            recorder.PowerOff();
         }
-        recorder.PowerOff();
     }
 
     ProgramResult Export(std::vector<std::string> options) const {
@@ -90,14 +96,55 @@ TEST_F(NamedExport, OfAJourney) {
     EXPECT_EQ(Exported({"--journey", "1"}), "14:00:00-14:01:59 0 1");
     EXPECT_EQ(Exported({"--journey", "1", "--channel", "0"}), "14:00:00-14:01:59 0");
     EXPECT_EQ(Exported({"--journey", "2"}), "14:20:00-14:20:09 1");
-    EXPECT_EQ(Exported({"--journey", "1", "--silence", "1h"}), "14:00:00-14:20:09 0 1");
+    EXPECT_EQ(Exported({"--journey", "1", "--silence", "1h"}), "14:00:00-14:40:09 0 1");
+}
+
+/// A journey has one number, whichever channels are asked for.
+TEST_F(NamedExport, OfAJourneyByItsOneNumber) {
+    const auto numbers = [this](const std::string& channels) {
+        const ProgramResult result =
+            RunProgram({DISKACCESS_PROGRAM, "journeys", File("disk"), "--json", "--channel", channels});
+        const Json answer = Json::parse(result.out);
+        std::string text;
+        for (const Json& row : answer["journeys"]) {
+            text += row["journey"].dump() + " ";
+        }
+        return text;
+    };
+    EXPECT_EQ(numbers("0,1"), "1 2 3 ");
+    EXPECT_EQ(numbers("0"), "1 3 ");
+    EXPECT_EQ(numbers("1"), "1 2 ");
+    EXPECT_EQ(Exported({"--journey", "3", "--channel", "0"}), "14:40:00-14:40:09 0");
+    EXPECT_EQ(Exported({"--journey", "2", "--channel", "0,1"}), "14:20:00-14:20:09 1");
+    std::filesystem::remove(File("out.json"));
+    const std::string about = "diskaccess: " + File("disk") + ": journey ";
+    EXPECT_EQ(Refused({"--journey", "2", "--channel", "0"}, 1),
+              about + "2 holds nothing of channel 0; see journeys\n");
+    EXPECT_EQ(Refused({"--journey", "3", "--channel", "1,5-7"}, 1),
+              about + "3 holds nothing of channels 1,5-7; see journeys\n");
+    EXPECT_FALSE(std::filesystem::exists(File("out.json")));
+}
+
+/// What channel 1 holds is not known without the password.
+TEST_F(NamedExport, OfAJourneyOfLockedChannels) {
+    Disk().EditHead([](PartHead_t& head) {
+        head.Encrypt = 1;
+        head.EncryptMap = 0x2;
+        std::strcpy(head.CipherCode, "open");
+    });
+    EXPECT_EQ(Exported({"--journey", "2"}), "14:40:00-14:40:09 0"); // the second that is known of
+    const ProgramResult locked = Export({"--journey", "1", "--channel", "1"});
+    EXPECT_NE(locked.err.find("these channels are locked; nothing was written"), std::string::npos)
+        << locked.err;
+    EXPECT_NE(Refused({"--journey", "2", "--channel", "1,5"}, 1).find("holds nothing of channel 5;"),
+              std::string::npos);
 }
 
 TEST_F(NamedExport, OfWhatIsNotThere) {
     EXPECT_NE(Refused({"--event", "0/1"}, 1).find("holds no event 0/1"), std::string::npos);
     EXPECT_NE(Refused({"--event", "3/0"}, 1).find("holds no event 3/0"), std::string::npos);
     EXPECT_NE(Refused({"--record", "0/7"}, 1).find("holds no record 0/7"), std::string::npos);
-    EXPECT_NE(Refused({"--journey", "3"}, 1).find("holds no journey 3; journeys shows those there are"),
+    EXPECT_NE(Refused({"--journey", "4"}, 1).find("holds no journey 4; journeys shows those there are"),
               std::string::npos);
 }
 

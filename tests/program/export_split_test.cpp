@@ -97,6 +97,14 @@ TEST_F(SplitExport, TakesWhatTheRangeMeets) {
     EXPECT_EQ(Files(), (Names{"bus-j2.mkv", "bus-j2.mkv.json", "car-ch0.mkv", "car-ch0.mkv.json"}));
 }
 
+TEST_F(SplitExport, NumbersJourneysOfAllChannels) {
+    Record({{1, 3000, 3010, false}});
+    End();
+    EXPECT_EQ(Export({"--split", "journey", "--channel", "1", "-o", File("bus.mkv")}).exitCode, 0);
+    EXPECT_EQ(Files(), (Names{"bus-j1.mkv", "bus-j1.mkv.json", "bus-j3.mkv", "bus-j3.mkv.json"}));
+    EXPECT_EQ(Manifest("bus-j3.mkv.json")["recorder_from"], kCameraStart + 3000);
+}
+
 TEST_F(SplitExport, PartsJourneysWhereItIsToldTo) {
     EXPECT_EQ(Export({"--split", "journey", "--silence", "1h", "-o", File("bus.mkv")}).exitCode, 0);
     EXPECT_EQ(Files(), (Names{"bus-j1.mkv", "bus-j1.mkv.json"}));

@@ -111,8 +111,43 @@ TEST(Coverage, OtherChannelsThanThoseAskedForAreLeftOut) {
     CoverageMaker maker(query);
     maker.Add(At(0, 1000, 1099));
     maker.Add(At(1, 2000, 2099));
-    EXPECT_EQ(Journeys(maker.Make()),
-              Strings{"1: 2000-2099 channels 2 records 1 bytes 100 alarms 0 losses 0"});
+    const Coverage coverage = maker.Make();
+    EXPECT_EQ(Journeys(coverage), Strings{"2: 2000-2099 channels 2 records 1 bytes 100 alarms 0 losses 0"});
+    EXPECT_EQ(Channels(coverage.journeys[0]), Strings{"1: 2000-2099 / "});
+}
+
+/// Journey 2 is of channel 0 alone, and keeps what belongs to it to itself.
+TEST(Coverage, AJourneyIsTheSameForAllChannels) {
+    JourneyQuery query;
+    query.channels = {0x8};
+    CoverageMaker maker(query);
+    maker.Add(At(3, 1000, 1049));
+    maker.Add(At(0, 2000, 2099));
+    maker.Add(At(3, 3000, 3009));
+    maker.Add(At(0, 3010, 3499)); // so that channel 3 has no silence of 300 seconds here
+    maker.Add(At(3, 3500, 3549));
+    maker.Add(EventAt(2005, 0x1), 10, 30);
+    maker.Add(EventAt(2120, 0x1), 10, 30); // nearest to the journey of channel 0
+    maker.Add(EventAt(3200, 0x2), 10, 30); // while channel 0 is recorded alone
+    maker.Add(EventAt(1100, 0x4), 0, 0);   // outside: the first journey is nearest
+    maker.Add(Problem(), {2010, 2020});
+    maker.Add(Problem(), {3300, 3310});
+    const Coverage coverage = maker.Make();
+    EXPECT_EQ(Journeys(coverage), (Strings{"1: 1000-1049 channels 8 records 1 bytes 100 alarms 1 losses 0",
+                                           "3: 3000-3549 channels 8 records 2 bytes 200 alarms 1 losses 1"}));
+    EXPECT_EQ(Channels(coverage.journeys[1]), Strings{"3: 3000-3009 3500-3549 / 3010-3499"});
+    EXPECT_EQ(coverage.journeys[0].events.at(0).type, 0x4u);
+    EXPECT_EQ(coverage.journeys[1].events.at(0).type, 0x2u);
+    EXPECT_EQ(coverage.journeys[1].damage.size(), 1u);
+}
+
+TEST(Coverage, ChannelsThatWereNeverRecordedHaveNoJourney) {
+    JourneyQuery query;
+    query.channels = {0x4};
+    CoverageMaker maker(query);
+    maker.Add(At(0, 1000, 1099));
+    maker.Add(EventAt(1005, 0x1), 10, 30);
+    EXPECT_TRUE(maker.Make().journeys.empty());
 }
 
 TEST(Coverage, ARecordOfAClockThatWasSetBackIsItsFirstSecond) {

@@ -14,10 +14,10 @@ namespace recordings {
 
 /// A time in which something was recorded, without a long silence in it.
 struct Journey {
-    uint32_t number = 0; ///< among all journeys of the disk, from 1 on
-    uint32_t start = 0;  ///< seconds: the first recorded one
+    uint32_t number = 0; ///< among all journeys of the disk, from 1 on, whichever channels are asked for
+    uint32_t start = 0;  ///< seconds: the first recorded one of any channel
     uint32_t end = 0;    ///< and the last, also of a block that was never closed
-    ChannelSet channels;
+    ChannelSet channels; ///< those of the query with a recording in it; records and bytes are theirs
     uint64_t records = 0;
     uint64_t bytes = 0;
     uint64_t alarms = 0; ///< events
@@ -27,11 +27,12 @@ struct Journey {
 
 /// What counts as one journey.
 struct JourneyQuery {
-    ChannelSet channels = ChannelSet::All();
-    uint32_t silence = 300; ///< seconds without any recording that part two journeys, when there are more
+    ChannelSet channels = ChannelSet::All(); ///< a journey without any of them is left out
+    uint32_t silence =
+        300; ///< seconds without a recording of any channel that part two journeys, when there are more
 };
 
-/// All journeys of a disk, rising. A recording whose clock was set back belongs where its times say.
+/// The journeys of a disk, rising. Channels that the lock hides count as not recorded. A recording whose clock was set back belongs where its times say.
 /// @throws Error (Cancelled)
 RECORDINGS_API std::vector<Journey> FindJourneys(const Disk& disk, const BlockList& blocks,
                                                  const JourneyQuery& query, const ProblemSink& problems,

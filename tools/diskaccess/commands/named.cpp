@@ -5,12 +5,14 @@
 
 #include "cli/duration.h"
 #include "cli/failure.h"
+#include "render/amounts.h"
 
 namespace diskaccess {
 
 namespace {
 
 using recordings::Block;
+using recordings::ChannelSet;
 using recordings::Event;
 using recordings::Journey;
 using recordings::Record;
@@ -32,6 +34,20 @@ std::optional<Event> FindEvent(Context& context, const recordings::TimeRange& ra
         return event.block == name.block && event.entry == name.entry;
     });
     return found == events.end() ? std::nullopt : std::optional(*found);
+}
+
+std::vector<Journey> JourneysOf(Context& context, ChannelSet channels) {
+    recordings::JourneyQuery query;
+    query.channels = channels;
+    query.silence = ReadDuration(context.Typed().silence, "--silence");
+    return FindJourneys(context.Disk(), context.Blocks(), query, context.Problems(),
+                        context.Watch("looking for journeys"));
+}
+
+/// "channel 0", "channels 0,2-3"
+std::string ChannelsText(ChannelSet channels) {
+    const bool several = (channels.bits & (channels.bits - 1)) != 0;
+    return (several ? "channels " : "channel ") + ChannelSetText(channels);
 }
 
 } // namespace
@@ -94,22 +110,25 @@ Event NamedEvent(Context& context) {
 }
 
 std::vector<Journey> AskedJourneys(Context& context) {
-    recordings::JourneyQuery query;
-    query.channels = context.Asked().channels;
-    query.silence = ReadDuration(context.Typed().silence, "--silence");
-    return FindJourneys(context.Disk(), context.Blocks(), query, context.Problems(),
-                        context.Watch("looking for journeys"));
+    return JourneysOf(context, context.Asked().channels);
 }
 
 Journey NamedJourney(Context& context) {
-    const uint32_t number = context.Typed().journey.value_or(0);
-    for (const Journey& journey : AskedJourneys(context)) {
-        if (journey.number == number) {
-            return journey;
-        }
+    const std::string name = "journey " + std::to_string(context.Typed().journey.value_or(0));
+    const std::vector<Journey> journeys = JourneysOf(context, ChannelSet::All());
+    const auto found = std::find_if(journeys.begin(), journeys.end(), [&context](const Journey& journey) {
+        return journey.number == context.Typed().journey;
+    });
+    if (found == journeys.end()) {
+        throw Failure(context.Typed().partition + ": holds no " + name + "; journeys shows those there are");
     }
-    throw Failure(context.Typed().partition + ": holds no journey " + std::to_string(number) +
-                  "; journeys shows those there are");
+    // What locked channels hold is not known.
+    const ChannelSet shown = context.Asked().channels.Without(context.Disk().Hidden());
+    if (!shown.Empty() && shown.And(found->channels).Empty()) {
+        throw Failure(context.Typed().partition + ": " + name + " holds nothing of " + ChannelsText(shown) +
+                      "; see journeys");
+    }
+    return *found;
 }
 
 } // namespace diskaccess

@@ -43,10 +43,10 @@ recordings::Record NamedRecord(Context& context);
 /// @throws Failure when there is none
 recordings::Event NamedEvent(Context& context);
 
-/// All journeys of the channels that are asked for, parted by --silence. Their numbers are those that journeys shows.
+/// The journeys that have a channel that is asked for, parted by --silence. Their numbers are those among all journeys.
 std::vector<recordings::Journey> AskedJourneys(Context& context);
 /// The journey that --journey names.
-/// @throws Failure when there is none
+/// @throws Failure when there is none, or it has no channel that is asked for
 recordings::Journey NamedJourney(Context& context);
 
 } // namespace diskaccess
