@@ -69,6 +69,8 @@ TEST(RangeList, TakesWhatSpreadsheetsWrite) {
 
 TEST(RangeList, RefusesColumnsByTheirNames) {
     EXPECT_TRUE(IsRefused("from,to,colour\n", "l.csv: row 1: 'colour' is no column; "));
+    EXPECT_TRUE(
+        IsRefused("from\\to\n", "l.csv: row 1: 'from\\to' is no column; ")); // escaped when it is shown
     EXPECT_TRUE(IsRefused("From,to\n", "l.csv: row 1: 'From' is no column; "));
     EXPECT_TRUE(IsRefused("\nfrom;to\n", "l.csv: row 2: 'from;to' is no column; "));
     EXPECT_TRUE(IsRefused("from,to,\n", "l.csv: row 1: '' is no column; "));

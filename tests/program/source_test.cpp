@@ -326,6 +326,8 @@ TEST_F(Sources, WhatIsNoFileOfNamesIsRefused) {
          ": channels: '0' is no entry of it; names.schema.json says what it looks like"},
         {R"({"event_types": {"0x3": "x"}})",
          ": event_types: '0x3' is no entry of it; names.schema.json says what it looks like"},
+        {R"({"channels": {"a\\b": "x"}})", // a JSON escape of one backslash, and one of the line's
+         R"(: channels: 'a\\b' is no entry of it; names.schema.json says what it looks like)"},
         {R"({"event_types": {"door": "x"}})",
          ": event_types: 'door' is no entry of it; names.schema.json says what it looks like"}};
     for (const auto& [document, complaint] : documents) {

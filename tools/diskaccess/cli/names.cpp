@@ -70,7 +70,7 @@ void ForEachName(const std::string& file, const Json& document, const char* part
         if (!number || name.empty() || !take(*number, Printable(name))) {
             throw Failure(
                 fmt::format("{}: {}: '{}' is no entry of it; names.schema.json says what it looks like", file,
-                            part, Printable(entry.key())));
+                            part, entry.key()));
         }
     }
 }

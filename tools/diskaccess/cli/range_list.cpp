@@ -131,7 +131,7 @@ private:
             const auto* const column = std::find_if(
                 kColumns.begin(), kColumns.end(), [&name](const auto& known) { return name == known.first; });
             if (column == kColumns.end()) {
-                Refuse("'" + Printable(name) +
+                Refuse("'" + name +
                        "' is no column; commas part these: from, to, channels, file, case, note");
             }
             if (std::find(m_columns.begin(), m_columns.end(), column->second) != m_columns.end()) {
