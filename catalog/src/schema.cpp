@@ -4,6 +4,7 @@
 #include <array>
 #include <string>
 
+#include "catalog/catalog.h"
 #include "catalog/error.h"
 
 namespace catalog {
@@ -70,6 +71,13 @@ int64_t VersionOf(Database& database) {
 }
 
 } // namespace
+
+bool HoldsCatalog(Database& database) {
+    bool holds = false;
+    database.Run(database.Dialect().tables, {std::string("catalog_version")},
+                 [&holds](const Row& row) { holds = NumberIn(row.at(0)) != 0; });
+    return holds;
+}
 
 void Migrate(Database& database, int64_t version) {
     // Made by itself: two programs may come upon a new database at once, and the second waits for the first here.

@@ -249,7 +249,8 @@ public:
     }
 
     const Words& Dialect() const override {
-        static const Words words = {"INTEGER PRIMARY KEY", "BLOB", "BEGIN IMMEDIATE"};
+        static const Words words = {"INTEGER PRIMARY KEY", "BLOB", "BEGIN IMMEDIATE",
+                                    "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = $1"};
         return words;
     }
 

@@ -423,6 +423,12 @@ TEST_P(Catalogs, OfAnEarlierVersionAreBroughtUpToDate) {
     EXPECT_EQ(Catalog().List().at(0).source, "/old.img");
 }
 
+TEST_P(Catalogs, AreToldFromDatabasesWithoutOne) {
+    EXPECT_FALSE(catalog::HoldsCatalog(*Connect()));
+    Catalog();
+    EXPECT_TRUE(catalog::HoldsCatalog(*Connect()));
+}
+
 TEST_P(Catalogs, OfALaterVersionAreLeftAlone) {
     Catalog();
     Connect()->Run("UPDATE catalog_version SET version = 99");

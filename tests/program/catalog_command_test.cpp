@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "catalog/database.h"
@@ -79,15 +80,62 @@ TEST_F(CatalogCommand, NamesTheDiskThatHasLosses) {
                              (losses == 1 ? " loss" : " losses") + "; catalog list says what is missing\n");
 }
 
+std::string NoCatalogue(const std::string& shown) {
+    return "diskaccess: " + shown +
+           ": there is no catalogue; 'catalog add' makes it, or give another --database\n";
+}
+
 TEST_F(CatalogCommand, AsksNoCatalogueThatIsNotThere) {
     for (const char* const action : {"list", "find"}) {
         const ProgramResult asked = Run({action, "--database", File("typo.db")});
         EXPECT_EQ(asked.exitCode, 1);
-        EXPECT_EQ(asked.err, "diskaccess: " + File("typo.db") +
-                                 ": there is no catalogue; 'catalog add' makes it, or give another "
-                                 "--database\n");
+        EXPECT_EQ(asked.err, NoCatalogue(File("typo.db")));
         EXPECT_FALSE(fs::exists(File("typo.db")));
     }
+}
+
+TEST_F(CatalogCommand, MakesNoneToAnswerAQuestion) {
+    const std::ofstream empty(File("empty.db"));
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"list"}, {"find"}, {"remove", "1"}}) {
+        std::vector<std::string> asked = words;
+        asked.insert(asked.end(), {"--database", File("empty.db")});
+        const ProgramResult result = Run(asked);
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(result.err, NoCatalogue(File("empty.db")));
+        EXPECT_EQ(fs::file_size(File("empty.db")), 0u);
+    }
+    EXPECT_EQ(Run({"add", File("disk"), "--database", File("empty.db")}).exitCode, 0);
+    EXPECT_EQ(Run({"list", "--database", File("empty.db")}).exitCode, 0);
+}
+
+TEST_F(CatalogCommand, MakesNoFolderToAnswerAQuestion) {
+    m_setting.environment = {"HOME=" + File(""), "XDG_DATA_HOME="};
+    const ProgramResult asked = Run({"list"});
+    EXPECT_EQ(asked.exitCode, 1);
+    EXPECT_EQ(asked.err, NoCatalogue(File(".local/share/diskaccess/catalog.db")));
+    EXPECT_FALSE(fs::exists(File(".local")));
+}
+
+TEST_F(CatalogCommand, EscapesAPathOnce) {
+    EXPECT_EQ(Run({"list", "--database", File("a\\b.db")}).err, NoCatalogue(File("a\\\\b.db")));
+}
+
+TEST_F(CatalogCommand, SaysWhyItCannotLook) {
+    const std::string tooLong = File(std::string(300, 'x'));
+    EXPECT_EQ(Run({"list", "--database", tooLong}).err,
+              "diskaccess: " + tooLong +
+                  ": cannot be looked at: File name too long; give another --database\n");
+    fs::create_directory(File("closed"));
+    fs::permissions(File("closed"), fs::perms::none);
+    fs::permissions(File(""), fs::perms::all);
+    m_setting.userId = 65534;
+    const ProgramResult closed = Run({"list", "--database", File("closed/c.db")});
+    if (closed.exitCode == 127) {
+        GTEST_SKIP() << "the program lies where another user cannot run it";
+    }
+    EXPECT_EQ(closed.err, "diskaccess: " + File("closed/c.db") +
+                              ": cannot be looked at: Permission denied; give another --database\n");
 }
 
 TEST_F(CatalogCommand, LeavesASourceAloneThatBearsItsJournalsName) {

@@ -85,6 +85,10 @@ struct Found {
     recordings::EventMask events = 0; ///< types of the events in it, when events were asked for
 };
 
+/// Whether a database holds a catalogue.
+/// @throws Error
+bool HoldsCatalog(Database& database);
+
 /// A catalogue in a database. One thread uses it at a time; many programs may use one database.
 class Catalog {
 public:

@@ -32,9 +32,10 @@ public:
 
     /// What differs in how the databases write their tables.
     struct Words {
-        const char* key;   ///< a column that numbers rows
-        const char* bytes; ///< a column of bytes
-        const char* begin; ///< begins a transaction that will write
+        const char* key;    ///< a column that numbers rows
+        const char* bytes;  ///< a column of bytes
+        const char* begin;  ///< begins a transaction that will write
+        const char* tables; ///< counts the tables of a name, $1
     };
     virtual const Words& Dialect() const = 0;
     /// Keeps other catalogues from writing until the transaction ends.

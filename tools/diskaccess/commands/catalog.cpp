@@ -41,14 +41,14 @@ namespace fs = std::filesystem;
 // ---- where the catalogue is
 
 /// A location without its password.
-std::string Shown(const std::string& location) {
+std::string WithoutPassword(const std::string& location) {
     const size_t user = location.find("://");
     const size_t host = location.find('@');
     if (!catalog::IsServer(location) || host == std::string::npos) {
-        return Printable(location);
+        return location;
     }
     const size_t password = location.find(':', user + 3);
-    return Printable(password < host ? location.substr(0, password) + location.substr(host) : location);
+    return password < host ? location.substr(0, password) + location.substr(host) : location;
 }
 
 std::string HostName() {
@@ -66,7 +66,7 @@ public:
         : options(typed), zone(ReadZone(typed)), names(typed.namesFile), location(CatalogLocation(typed)) {
         answer =
             MakeRenderer(options.format, zone, [this](const std::string& text) { m_output.Write(text); });
-        answer->Begin(command, Shown(location));
+        answer->Begin(command, Printable(WithoutPassword(location)));
     }
 
     ExitCode Finish(ExitCode code) {
@@ -263,11 +263,28 @@ ExitCode Add(Desk& desk) {
 // ---- questions
 
 /// A question to a catalogue that is not there would be answered with nothing.
-void ExpectCatalogue(const std::string& location) {
-    if (!catalog::IsServer(location) && !fs::exists(location)) {
-        throw Failure(Printable(location) +
+void ExpectThere(bool isThere, const std::string& location) {
+    if (!isThere) {
+        throw Failure(WithoutPassword(location) +
                       ": there is no catalogue; 'catalog add' makes it, or give another --database");
     }
+}
+
+bool MayBeThere(const std::string& location) {
+    std::error_code error;
+    const bool isThere = catalog::IsServer(location) || fs::exists(location, error);
+    if (error) {
+        throw Failure(location + ": cannot be looked at: " + error.message() + "; give another --database");
+    }
+    return isThere;
+}
+
+/// Opens a catalogue, and makes none.
+catalog::Catalog OpenCatalogue(const std::string& location) {
+    ExpectThere(MayBeThere(location), location);
+    std::unique_ptr<catalog::Database> database = catalog::OpenDatabase(location);
+    ExpectThere(catalog::HoldsCatalog(*database), location);
+    return catalog::Catalog(std::move(database));
 }
 
 // ---- list
@@ -458,8 +475,7 @@ ExitCode Catalogue(const Options& options, const std::string& command) {
             return Add(desk);
         }
         const catalog::Question question = options.action == "find" ? QuestionOf(desk) : catalog::Question();
-        ExpectCatalogue(desk.location);
-        catalog::Catalog catalogue(catalog::OpenDatabase(desk.location));
+        catalog::Catalog catalogue = OpenCatalogue(desk.location);
         if (options.action == "list") {
             return ListDisks(desk, catalogue);
         }

@@ -24,6 +24,14 @@ fs::path DataFolder() {
     return fs::path(home) / ".local" / "share" / "diskaccess";
 }
 
+void Make(const fs::path& folder) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) {
+        throw Failure(folder.string() + ": cannot be made: " + error.message() + "; give --database FILE");
+    }
+}
+
 } // namespace
 
 std::string CatalogLocation(const Options& options) {
@@ -31,10 +39,8 @@ std::string CatalogLocation(const Options& options) {
         return options.database;
     }
     const fs::path folder = DataFolder();
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error) {
-        throw Failure(folder.string() + ": cannot be made: " + error.message() + "; give --database FILE");
+    if (options.action == "add") {
+        Make(folder);
     }
     return folder / "catalog.db";
 }

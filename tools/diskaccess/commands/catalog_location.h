@@ -7,7 +7,7 @@
 
 namespace diskaccess {
 
-/// Where the catalogue is: a file, or a server. Makes the folder of the user's own.
+/// Where the catalogue is: a file, or a server. To add disks to it, makes the folder of the user's own.
 /// @throws Failure
 std::string CatalogLocation(const Options& options);
 
