@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <mutex>
 #include <utility>
 
 #include "byte_stream.h"
@@ -253,6 +254,15 @@ private:
     std::vector<Chapter> m_chapters;
 };
 
+/// Which of libavformat's messages are shown: a setting of the whole process.
+struct Messages {
+    std::mutex lock;
+    int periods = 0; ///< that have begun and not ended
+    int before = 0;
+    int during = 0;
+};
+Messages g_messages;
+
 } // namespace
 
 bool ContainersSupported() {
@@ -270,6 +280,23 @@ std::unique_ptr<Sink> MakeStreamSink(const std::string& name, int stream, Output
 
 void QuietContainers() {
     av_log_set_level(AV_LOG_FATAL);
+}
+
+QuietPeriod::QuietPeriod() {
+    const std::lock_guard lock(g_messages.lock);
+    if (g_messages.periods++ == 0) {
+        g_messages.before = av_log_get_level();
+        g_messages.during = std::min(g_messages.before, AV_LOG_FATAL);
+        av_log_set_level(g_messages.during);
+    }
+}
+
+QuietPeriod::~QuietPeriod() {
+    const std::lock_guard lock(g_messages.lock);
+    // What others have chosen meanwhile stays.
+    if (--g_messages.periods == 0 && av_log_get_level() == g_messages.during) {
+        av_log_set_level(g_messages.before);
+    }
 }
 
 } // namespace media

@@ -30,6 +30,9 @@ bool CanDecodeAudio(const std::string& /*name*/) {
 
 void QuietContainers() {}
 
+QuietPeriod::QuietPeriod() = default;
+QuietPeriod::~QuietPeriod() = default;
+
 int64_t NextTime(ClockUnit /*unit*/, int64_t last, int64_t /*micros*/) {
     return last + 1;
 }

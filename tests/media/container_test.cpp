@@ -11,6 +11,10 @@
 #include <fstream>
 #include <map>
 
+extern "C" {
+#include <libavutil/log.h>
+}
+
 #include "digest.h"
 #include "media/cameras.h"
 #include "media/container_file.h"
@@ -41,6 +45,31 @@ ContainerFacts Facts() {
     facts.startTime = "2026-11-20T14:00:00.000000Z";
     facts.start = kStart;
     return facts;
+}
+
+// Exports of two threads: the messages of others come back when the last of them ends.
+TEST(QuietPeriods, GiveBackTheMessagesOfOthers) {
+    const int before = av_log_get_level();
+    av_log_set_level(AV_LOG_INFO);
+    auto first = std::make_unique<QuietPeriod>();
+    EXPECT_EQ(av_log_get_level(), AV_LOG_FATAL);
+    auto second = std::make_unique<QuietPeriod>();
+    first.reset();
+    EXPECT_EQ(av_log_get_level(), AV_LOG_FATAL);
+    second.reset();
+    EXPECT_EQ(av_log_get_level(), AV_LOG_INFO);
+    av_log_set_level(AV_LOG_QUIET);
+    {
+        const QuietPeriod quieter;
+        EXPECT_EQ(av_log_get_level(), AV_LOG_QUIET);
+    }
+    EXPECT_EQ(av_log_get_level(), AV_LOG_QUIET);
+    {
+        const QuietPeriod chosenMeanwhile;
+        av_log_set_level(AV_LOG_DEBUG);
+    }
+    EXPECT_EQ(av_log_get_level(), AV_LOG_DEBUG);
+    av_log_set_level(before);
 }
 
 class Containers : public ::testing::TestWithParam<Container> {

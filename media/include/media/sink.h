@@ -175,6 +175,16 @@ std::string PartName(const std::string& path, size_t number);
 /// programs that use it nowhere else.
 void QuietContainers();
 
+/// The same for as long as there is one, of any thread; then messages are as they were. For programs that use libavformat
+/// elsewhere too.
+class QuietPeriod {
+public:
+    QuietPeriod();
+    ~QuietPeriod();
+    QuietPeriod(const QuietPeriod&) = delete;
+    QuietPeriod& operator=(const QuietPeriod&) = delete;
+};
+
 } // namespace media
 
 #endif // MEDIA_SINK_H
