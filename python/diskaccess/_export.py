@@ -8,7 +8,7 @@ import os
 from typing import Any, NamedTuple
 
 from . import _native
-from ._times import MICROS, Clock
+from ._times import Clock
 from ._values import Problem, problem_of
 
 _CONTAINERS = ("matroska", "mp4", "raw")
@@ -85,7 +85,6 @@ def request(output: str | os.PathLike[str], container: str | None, audio: tuple[
 def run(shared: _native.SharedDisk, asked: dict[str, Any], clock: Clock) -> Export | None:
     words = _Words(clock)
     now = datetime.datetime.now(clock.zone).replace(microsecond=0)
-    _native.quiet_containers()  # what libavformat finds worth a line is in the answer
     asked.update(made=_rfc3339(now, "seconds"), skew=clock.skew, zone=str(clock.zone))
     answer = shared.export(asked, words)
     if answer is None:
@@ -109,8 +108,14 @@ def _rfc3339(time: datetime.datetime, precision: str) -> str:
     return text[:-6] + "Z" if text.endswith("+00:00") else text
 
 
+def _offset_if_twice(time: datetime.datetime) -> str:
+    """The distance from UTC of a time that comes twice because clocks are turned back, as the program writes it."""
+    twin = time.replace(fold=1 - time.fold)
+    return "" if twin.utcoffset() == time.utcoffset() else time.isoformat(timespec="seconds")[19:]
+
+
 class _Words:
-    """How a manifest writes times and the texts of a disk."""
+    """How a manifest writes times."""
 
     def __init__(self, clock: Clock) -> None:
         self._clock = clock
@@ -123,31 +128,17 @@ class _Words:
         return self._text(self._utc, micros)
 
     def readable_time(self, micros: int) -> str:
+        return self._readable(micros, "milliseconds")
+
+    def readable_second(self, micros: int) -> str:
+        return self._readable(micros, "seconds")
+
+    def _readable(self, micros: int, precision: str) -> str:
         try:
             time = self._clock.time(micros)
         except OverflowError:
             return f"@{self._clock.true_micros(micros)} us"
-        return time.strftime("%Y-%m-%d %H:%M:%S") + f".{time.microsecond // 1000:03}"
-
-    def readable_second(self, micros: int) -> str:
-        return self.readable_time(micros // MICROS * MICROS).removesuffix(".000") + self._offset_if_twice(micros)
-
-    def _offset_if_twice(self, micros: int) -> str:
-        """The distance from UTC of a time that comes twice because clocks are turned back, as the program writes it."""
-        try:
-            time = self._clock.time(micros)
-        except OverflowError:
-            return ""
-        twin = time.replace(fold=1 - time.fold)
-        if twin.utcoffset() == time.utcoffset():
-            return ""
-        return time.isoformat(timespec="seconds")[19:]
-
-    @staticmethod
-    def printable(text: bytes) -> str:
-        decoded = text.decode("utf-8", "backslashreplace")
-        return "".join(letter if letter.isprintable() or ord(letter) > 0x9F else f"\\x{ord(letter):02x}"
-                       for letter in decoded)
+        return time.replace(tzinfo=None).isoformat(" ", precision) + _offset_if_twice(time)
 
     @staticmethod
     def _text(clock: Clock, micros: int) -> str:

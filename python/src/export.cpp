@@ -6,6 +6,8 @@
 #include <optional>
 #include <utility>
 
+#include "media/sink.h"
+#include "render/printable.h"
 #include "rows.h"
 
 namespace python {
@@ -28,10 +30,7 @@ media::Wording WordingOf(const py::object& words) {
     wording.utcTimestamp = TimeWords(words, "utc_timestamp");
     wording.readableTime = TimeWords(words, "readable_time");
     wording.readableSecond = TimeWords(words, "readable_second");
-    wording.printable = [&words](const std::string& text) {
-        const py::gil_scoped_acquire locked;
-        return words.attr("printable")(py::bytes(text)).cast<std::string>();
-    };
+    wording.printable = diskaccess::Printable;
     return wording;
 }
 
@@ -65,6 +64,7 @@ py::object Export(SharedDisk& shared, media::ExportRequest request, const py::ob
     request.wording = WordingOf(words);
     const std::optional<media::ExportResult> result =
         shared.Do([&request](const SharedDisk::Open& open, const recordings::Watch& watch) {
+            const media::QuietPeriod quiet; // what libavformat finds worth a line is in the answer
             return media::Export(open.disk, open.blocks, open.identity, request, {}, watch);
         });
     return result ? py::object(Answer(*result)) : py::object(py::none());

@@ -11,8 +11,8 @@
 namespace python {
 
 /// Exports a range.
-/// @param words an object with the methods timestamp(micros), utc_timestamp(micros), readable_time(micros),
-///        readable_second(micros) and printable(bytes), each of which answers with a str
+/// @param words an object with the methods timestamp(micros), utc_timestamp(micros), readable_time(micros) and
+///        readable_second(micros), each of which answers with a str
 /// @return None when the range holds no frames; else a dictionary: outputs, manifest, tracks, left_out, problems
 pybind11::object Export(SharedDisk& shared, media::ExportRequest request, const pybind11::object& words);
 

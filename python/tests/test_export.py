@@ -1,19 +1,32 @@
 """Exports, which are the program's own."""
 
+import ctypes
 import datetime
 import hashlib
 import json
 import os
 import pathlib
 import subprocess
+import threading
+import zoneinfo
+from collections.abc import Callable
 
 import pytest
 
 import diskaccess
-from conftest import UTC
+from conftest import UTC, record
 
 FROM = datetime.datetime(2026, 11, 20, 16, 21, 0, tzinfo=UTC)
 TO = datetime.datetime(2026, 11, 20, 16, 21, 9, tzinfo=UTC)
+MIB = 1024 * 1024
+
+
+def manifest_of(file: pathlib.Path) -> dict[str, object]:
+    """What a manifest says that does not depend on who made it, when, and where."""
+    manifest: dict[str, object] = json.loads(file.with_name(file.name + ".json").read_text())
+    for key in ("arguments", "made", "outputs", "program", "source"):
+        manifest.pop(key, None)
+    return manifest
 
 
 def test_the_same_bytes_as_the_program(sample: pathlib.Path, program: pathlib.Path, tmp_path: pathlib.Path,
@@ -29,11 +42,59 @@ def test_the_same_bytes_as_the_program(sample: pathlib.Path, program: pathlib.Pa
     film = (tmp_path / "ours/film.mkv").read_bytes()
     assert film == (tmp_path / "theirs/film.mkv").read_bytes()
     assert result.outputs == [(str(tmp_path / "ours/film.mkv"), len(film), hashlib.sha256(film).hexdigest())]
-    ours, theirs = (json.loads((tmp_path / where / "film.mkv.json").read_text()) for where in ("ours", "theirs"))
-    for manifest in (ours, theirs):
-        for key in ("arguments", "made", "outputs", "program", "source"):
-            manifest.pop(key, None)
-    assert ours == theirs
+    assert manifest_of(tmp_path / "ours/film.mkv") == manifest_of(tmp_path / "theirs/film.mkv")
+
+
+def test_hostile_texts_and_times_that_come_twice_are_written_as_the_program_does(
+        program: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    # At three in summer time clocks are turned back to two: the hour from 00:00 UTC on comes twice.
+    disk = record(tmp_path / "disk.img", [("2026-10-25T00:30:00Z", [{"channel": 0, "video": "door-2.h264"}])])
+    with diskaccess.open(disk) as opened:
+        victim = list(opened.frames(payload=False))[15]
+    data = bytearray(disk.read_bytes())
+    place = len(data) - 4 * MIB + victim.block * MIB + 840 + victim.offset
+    data[place:place + 24] = b"\xee" * 24  # a frame's head
+    number = b"a\\\xff\x9b\xe2\x80\xae"  # a backslash, no UTF-8 twice, a mark that turns text
+    disk.write_bytes(data.replace(b"SAMPLE 1", number + b"b"))
+    theirs, ours = tmp_path / "theirs.mkv", tmp_path / "ours.mkv"
+    exported = subprocess.run([str(program), "export", str(disk), "--tz", "Europe/Berlin", "-o", str(theirs)],
+                              check=False, capture_output=True)
+    assert exported.returncode == 3  # a loss
+    with diskaccess.open(disk, tz=zoneinfo.ZoneInfo("Europe/Berlin")) as opened:
+        assert opened.export(ours) is not None
+    manifest = manifest_of(ours)
+    assert manifest == manifest_of(theirs)
+    assert manifest["vehicle_number"] == "a\\\\\\xff\\x9b\\xe2\\x80\\xaeb"
+    assert "2026-10-25 02:30:01" in str(manifest["losses"]) and "+02:00" in str(manifest["losses"])
+
+
+def log_level_of_libavutil() -> tuple[Callable[[], int], Callable[[int], None]]:
+    """The functions that say and set which messages this process's libavutil prints."""
+    with open("/proc/self/maps", encoding="utf-8") as maps:
+        found = next((word for word in maps.read().split() if "/libavutil.so" in word), None)
+    if found is None:
+        pytest.skip("the module was built without libavformat")
+    library = ctypes.CDLL(found)
+    return library.av_log_get_level, library.av_log_set_level
+
+
+def test_messages_of_libavutil_are_as_before(sample: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    get_level, set_level = log_level_of_libavutil()
+    set_level(32)
+    with diskaccess.open(sample) as first, diskaccess.open(sample) as second:
+        first.export(tmp_path / "film.mkv", FROM, FROM)
+        assert get_level() == 32
+        with pytest.raises(diskaccess.ExportError):
+            first.export(tmp_path / "film.mkv", FROM, FROM)
+        assert get_level() == 32
+        threads = [threading.Thread(target=disk.export, args=(tmp_path / name, FROM, TO))
+                   for disk, name in ((first, "first.mkv"), (second, "second.mkv"))]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+    assert (tmp_path / "first.mkv").exists() and (tmp_path / "second.mkv").exists()
+    assert get_level() == 32
 
 
 def test_what_came_of_it(sample: pathlib.Path, tmp_path: pathlib.Path) -> None:

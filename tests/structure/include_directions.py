@@ -46,7 +46,8 @@ MAY_INCLUDE = {
     "tools/diskaccess/view": PUBLIC + [CLI, RENDER],
     "tools/diskaccess/commands": PUBLIC + [CLI, RENDER, "tools/diskaccess/view"],
     "tools/diskaccess": PUBLIC + [CLI, RENDER, "tools/diskaccess/commands"],
-    "python": PUBLIC,
+    # Its manifests escape the texts of a disk as the program does.
+    "python": PUBLIC + [RENDER + "/printable.h"],
     "examples": PUBLIC,
     # It writes what the reader reads, from the same table of where things lie.
     SAMPLES: [LIST, API],
