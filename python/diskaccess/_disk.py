@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import datetime
 import os
-from collections.abc import Iterable
+from collections.abc import Iterable, Iterator
 from types import TracebackType
 from typing import TYPE_CHECKING, Any
 
@@ -50,7 +50,7 @@ class Disk:
                  partition: int | None = None, disk_type: int | None = None, skew: int = 0,
                  tz: datetime.tzinfo = datetime.timezone.utc) -> None:
         self._clock = Clock(skew, tz)
-        self._shared = _native.SharedDisk(_export.file_name(source), partition, disk_type, password)
+        self._shared = _native.open_disk(_export.file_name(source), partition, disk_type, password)
         self._info = info_of(self._shared.facts(), self._clock)
 
     def __enter__(self) -> Disk:
@@ -168,24 +168,35 @@ class Disk:
         return _export.run(self._shared, request, self._clock)
 
 
-class Frames(_native.FrameReader):
+class Frames:
     """An iterator over frames: Disk.frames() makes it. It may be dropped half-way."""
 
     def __init__(self, shared: _native.SharedDisk, clock: Clock, first: int, last: int, channels: int,
                  decodable: bool, payload: bool) -> None:
-        super().__init__(shared, first, last, channels, decodable, payload, clock.skew * MICROS, clock.zone)
+        self._reader = _native.read_frames(shared, first, last, channels, decodable, payload, clock.skew * MICROS,
+                                           clock.zone)
         self._clock = clock
+
+    def __iter__(self) -> Iterator[_native.Frame]:
+        return iter(self._reader)
+
+    def __next__(self) -> _native.Frame:
+        return next(self._reader)
+
+    def close(self) -> None:
+        """Ends the reading."""
+        self._reader.close()
 
     @property
     def problems(self) -> list[Problem]:
         """What was wrong with what was read so far. Nothing is missing if none of them is a loss."""
-        return [problem_of(fields, self._clock) for fields in self._problems()]
+        return [problem_of(fields, self._clock) for fields in self._reader.problems()]
 
     @property
     def gaps(self) -> list[Gap]:
         """Where nothing was recorded, as far as was read."""
         return [Gap(channel, video, block, self._clock.time(before), self._clock.time(after))
-                for channel, video, block, before, after in self._gaps()]
+                for channel, video, block, before, after in self._reader.gaps()]
 
     def to_numpy(self) -> numpy.ndarray[Any, Any]:
         """The rest of the frames, without payload, as an array: time, channel, kind (0 picture, 1 key, 2 audio), size,

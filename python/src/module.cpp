@@ -150,6 +150,14 @@ void AddExceptions(const py::module_& module) {
     py::register_exception_translator(Translate);
 }
 
+/// Keeps a class's objects from being made by __new__ alone: they would have nothing native in them, and their methods would
+/// not know that. Functions of the module make whole ones.
+void ForbidMaking(const py::handle& type) {
+    auto* const made = reinterpret_cast<PyTypeObject*>(type.ptr());
+    made->tp_new = nullptr;
+    PyType_Modified(made);
+}
+
 } // namespace
 
 PYBIND11_MODULE(_native, module) {
@@ -165,13 +173,11 @@ PYBIND11_MODULE(_native, module) {
         }
         return py::reinterpret_steal<py::object>(time);
     });
-    module.def("quiet_containers", &media::QuietContainers);
     py::class_<FrameReader>(module, "FrameReader")
-        .def(py::init(&Frames))
         .def("__iter__", &python::IteratorOver)
         .def("__next__", &FrameReader::Next)
-        .def("_problems", [](FrameReader& reader) { return python::AsList(reader.Problems()); })
-        .def("_gaps",
+        .def("problems", [](FrameReader& reader) { return python::AsList(reader.Problems()); })
+        .def("gaps",
              [](FrameReader& reader) {
                  py::list gaps;
                  for (const recordings::Gap& gap : reader.Gaps()) {
@@ -181,10 +187,6 @@ PYBIND11_MODULE(_native, module) {
              })
         .def("close", &FrameReader::Finish);
     py::class_<SharedDisk, std::shared_ptr<SharedDisk>>(module, "SharedDisk")
-        .def(py::init([](const std::string& path, std::optional<uint32_t> partition,
-                         std::optional<int> diskType, const std::optional<std::string>& password) {
-            return std::make_shared<SharedDisk>(python::Opening{path, partition, diskType, password});
-        }))
         .def("close", &SharedDisk::Close)
         .def("is_closed", &SharedDisk::IsClosed)
         .def("facts", &python::Facts)
@@ -213,4 +215,11 @@ PYBIND11_MODULE(_native, module) {
                  return python::Stills(shared, {micros, {channels}});
              })
         .def("export", &Export);
+    ForbidMaking(module.attr("FrameReader"));
+    ForbidMaking(module.attr("SharedDisk"));
+    module.def("read_frames", &Frames);
+    module.def("open_disk", [](const std::string& path, std::optional<uint32_t> partition,
+                               std::optional<int> diskType, const std::optional<std::string>& password) {
+        return std::make_shared<SharedDisk>(python::Opening{path, partition, diskType, password});
+    });
 }

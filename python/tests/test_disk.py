@@ -207,3 +207,18 @@ def test_everything_public_is_documented() -> None:
         for name in dir(kind):
             if not name.startswith("_"):
                 assert getattr(kind, name).__doc__, f"{kind.__name__}.{name}"
+
+
+def test_nothing_is_made_without_its_native_part() -> None:
+    from diskaccess import _native
+    for native in (_native.SharedDisk, _native.FrameReader):
+        heir = type("Heir", (native,), {})
+        for kind in (native, heir):
+            for make in (kind, lambda kind=kind: kind.__new__(kind), lambda kind=kind: native.__mro__[1].__new__(kind),
+                         lambda kind=kind: object.__new__(kind)):
+                with pytest.raises(TypeError):
+                    make()
+    with pytest.raises(AttributeError):
+        diskaccess.Disk.__new__(diskaccess.Disk).frames()
+    with pytest.raises(AttributeError):
+        diskaccess.Frames.__new__(diskaccess.Frames).close()
