@@ -81,6 +81,7 @@ protected:
             ASSERT_EQ(result.exitCode, 1) << words[0] << " at " << place;
             ASSERT_EQ(result.err.compare(0, 12, "diskaccess: "), 0) << result.err;
             ASSERT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+            EXPECT_EQ(result.err.find("nothing was kept;"), std::string::npos) << result.err; // no name helps
             ASSERT_EQ(Left(), before) << words[0] << " at " << place << ": " << result.err;
         }
         FAIL() << words[0] << " never ends";

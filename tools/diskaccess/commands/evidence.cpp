@@ -33,16 +33,17 @@ std::optional<std::string> IfGiven(const std::string& text) {
     return text.empty() ? std::nullopt : std::optional(text);
 }
 
-const char* HintFor(media::ErrorKind kind) {
+/// @param output what names the output
+std::string HintFor(media::ErrorKind kind, const std::string& output) {
     switch (kind) {
     case media::ErrorKind::OutputExists:
-        return "; give another --output, or --force to replace it";
+        return "; give another " + output + ", or --force to replace it";
     case media::ErrorKind::StaleSignature:
-        return "; move it away, give --sign, or another --output";
+        return "; move it away, give --sign, or another " + output;
     case media::ErrorKind::OutputIsSource:
     case media::ErrorKind::OutputIsNoFile:
     case media::ErrorKind::CannotMake:
-        return "; give another --output";
+        return "; give another " + output;
     case media::ErrorKind::OutputTwice:
         return "; give --audio another codec";
     case media::ErrorKind::BadKey:
@@ -135,8 +136,8 @@ std::optional<media::SigningKey> ReadSigningKey(const Options& options) {
     }
 }
 
-Failure ToFailure(const media::Error& error) {
-    return Failure(error.what() + std::string(HintFor(error.Kind())));
+Failure ToFailure(const media::Error& error, const std::string& output) {
+    return Failure(error.what() + HintFor(error.Kind(), output));
 }
 
 Value PathOrNothing(const std::string& path) {

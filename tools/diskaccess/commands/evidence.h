@@ -28,7 +28,8 @@ void FillRequest(Context& context, media::Request& request);
 std::optional<media::SigningKey> ReadSigningKey(const Options& options);
 
 /// A failure of media/ as the program reports it: with what to do about it.
-Failure ToFailure(const media::Error& error);
+/// @param output what names the output: an option, or "name" where there are several
+Failure ToFailure(const media::Error& error, const std::string& output = "--output");
 
 /// Does work of media/, and reports its errors as the program does.
 /// @param interrupted what is said when the user has ended it

@@ -6,6 +6,7 @@
 #include "cli/duration.h"
 #include "commands/commands.h"
 #include "commands/coverage.h"
+#include "commands/evidence.h"
 #include "media/error.h"
 #include "media/output_file.h"
 #include "render/printable.h"
@@ -71,9 +72,7 @@ void WithFiles(const Context& context, const Work& work) {
     try {
         work(media::OutputRules{context.Source(), context.Typed().force});
     } catch (const media::Error& error) {
-        const bool exists = error.Kind() == media::ErrorKind::OutputExists;
-        throw Failure(error.what() + std::string(exists ? "; give another name, or --force to replace it"
-                                                        : "; give another name"));
+        throw ToFailure(error, "name");
     }
 }
 
