@@ -248,6 +248,22 @@ TEST_F(ListExport, TellsOfLossesOnceMore) {
     EXPECT_TRUE(Says(again, "a.mkv: is there already, and its manifest names what is missing in it\n"));
 }
 
+/// A row says that nothing could be read only where something of its own time is lost.
+TEST_F(ListExport, CountsTheLossesOfEachRow) {
+    List("file,from,to\na.mkv," + At(0) + "," + At(19) + "\nnone.mkv," + At(5000) + "," + At(5001) + "\n");
+    EXPECT_EQ(Run().exitCode, 0);
+    const Json blocks = Manifest("out/a.mkv.json")["blocks"];
+    std::string disk = ReadFile(File("disk"));
+    const auto begin = blocks[0]["device_offset"].get<size_t>();
+    const auto size = blocks[0]["size_bytes"].get<size_t>();
+    std::fill_n(disk.begin() + static_cast<std::ptrdiff_t>(begin + size / 2), 4000, '\0');
+    std::ofstream(File("disk"), std::ios::binary) << disk;
+    const ProgramResult result = Run({"--force"});
+    EXPECT_EQ(result.exitCode, 3); // the loss is that of the first row
+    EXPECT_TRUE(Says(result, Row(3) + File("disk") +
+                                 ": holds no frames of that time and these channels; nothing was written"));
+}
+
 TEST_F(ListExport, LooksAtAllRowsBeforeItBegins) {
     const std::string good = "from,to,file,channels\n" + At(2) + "," + At(5) + ",a.mkv,\n";
     const auto refused = [&](const std::string& row, const std::string& why) {

@@ -55,8 +55,6 @@ public:
 
     /// Where problems go: each is printed once.
     recordings::ProblemSink Problems() { return m_problems.Sink(); }
-    /// Whether one of them is a loss.
-    bool AnyLoss() const { return m_problems.Code() == kDataLost; }
     /// Reports what is wrong with the blocks of all times.
     void ReportBlocks() { Blocks().Report({}, Problems()); }
     /// Shows on a terminal how far work has come.

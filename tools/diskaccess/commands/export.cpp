@@ -42,15 +42,33 @@ const char* const kSomeKept = "interrupted; the files that are finished are kept
 const char* const kListStopped =
     "interrupted; the files that are finished are kept, and the same command makes the others";
 
+bool IsLoss(const recordings::Problem& problem) {
+    return problem.severity == recordings::Severity::Loss;
+}
+
+/// What came of one export.
+struct Made {
+    std::optional<media::ExportResult> result; ///< nothing: the range holds no frames
+    bool anyLoss = false; ///< something of its range is missing, also where other exports have met it
+};
+
 /// Makes one export. The caller keeps signals from ending the program.
 /// @param interrupted what is said when one has come
-std::optional<media::ExportResult> Run(Context& context, const media::ExportRequest& request,
-                                       const char* interrupted, const std::string& doing = "exporting") {
+Made Run(Context& context, const media::ExportRequest& request, const char* interrupted,
+         const std::string& doing = "exporting") {
     const recordings::Watch watch = InterruptibleWatch(context, doing);
-    return ReportingErrors(interrupted, [&] {
+    const std::vector<recordings::Problem>& opening = context.Disk().OpeningProblems();
+    Made made;
+    made.anyLoss = std::any_of(opening.begin(), opening.end(), IsLoss);
+    const recordings::ProblemSink note = [&,
+                                          report = context.Problems()](const recordings::Problem& problem) {
+        made.anyLoss = made.anyLoss || IsLoss(problem);
+        report(problem);
+    };
+    ReportingErrors(interrupted, [&] {
         try {
-            return media::Export(context.Disk(), context.Blocks(), context.Source(), request,
-                                 context.Problems(), watch);
+            made.result =
+                media::Export(context.Disk(), context.Blocks(), context.Source(), request, note, watch);
         } catch (const media::Error& error) {
             if (error.Kind() == media::ErrorKind::NobodyReads) {
                 throw NobodyReads();
@@ -58,6 +76,7 @@ std::optional<media::ExportResult> Run(Context& context, const media::ExportRequ
             throw;
         }
     });
+    return made;
 }
 
 /// @return whether something is left out that the user expects to be there
@@ -75,19 +94,20 @@ bool NoteLeftOut(const media::ExportResult& result, const media::ExportRequest& 
 }
 
 void SayThatNothingWasWritten(const Context& context, const std::string& subject,
-                              recordings::ChannelSet channels) {
+                              recordings::ChannelSet channels, bool anyLoss) {
     const bool allLocked = channels.Without(context.Disk().Hidden()).Empty();
-    const char* const why = allLocked           ? "these channels are locked"
-                            : context.AnyLoss() ? "no frames of that time and these channels could be read"
-                                                : "holds no frames of that time and these channels";
+    const char* const why = allLocked ? "these channels are locked"
+                            : anyLoss ? "no frames of that time and these channels could be read"
+                                      : "holds no frames of that time and these channels";
     Complain(fmt::format("{}: {}; nothing was written", subject, why));
 }
 
 /// Exports one after the other, and what came of them.
 struct Exports {
     std::vector<media::ExportResult> results;
-    bool lost = false;   ///< something is left out that the user expects to be there
-    bool failed = false; ///< of one, no file could be made
+    bool lost = false;    ///< something is left out that the user expects to be there
+    bool failed = false;  ///< of one, no file could be made
+    bool anyLoss = false; ///< of one that was run, something is missing on the disk
 };
 
 bool IsAnyEncoded(const std::vector<media::ExportResult>& results) {
@@ -131,11 +151,7 @@ uint64_t SizeOf(const media::ExportResult& result) {
 }
 
 uint64_t LossesOf(const media::ExportResult& result) {
-    const auto losses =
-        std::count_if(result.problems.begin(), result.problems.end(), [](const recordings::Problem& problem) {
-            return problem.severity == recordings::Severity::Loss;
-        });
-    return static_cast<uint64_t>(losses);
+    return static_cast<uint64_t>(std::count_if(result.problems.begin(), result.problems.end(), IsLoss));
 }
 
 /// Each of several exports, which has a manifest of its own.
@@ -214,7 +230,8 @@ Exports RunAll(Context& context, const std::vector<media::ExportRequest>& reques
     Exports exports;
     for (const media::ExportRequest& request : requests) {
         StopBeforeNext(interrupted);
-        const std::optional<media::ExportResult> result = Run(context, request, interrupted);
+        const auto [result, anyLoss] = Run(context, request, interrupted);
+        exports.anyLoss = exports.anyLoss || anyLoss;
         if (!result) {
             continue;
         }
@@ -232,9 +249,10 @@ Exports RunAll(Context& context, const std::vector<media::ExportRequest>& reques
 }
 
 void RunRow(Context& context, const ListedExport& each, const std::string& doing, Exports& exports) {
-    const std::optional<media::ExportResult> result = Run(context, each.request, kListStopped, doing);
+    const auto [result, anyLoss] = Run(context, each.request, kListStopped, doing);
     if (!result) {
-        SayThatNothingWasWritten(context, each.row + ": " + context.Typed().partition, each.request.channels);
+        SayThatNothingWasWritten(context, each.row + ": " + context.Typed().partition, each.request.channels,
+                                 anyLoss);
     } else if (result->outputs.empty()) {
         throw Failure(NothingFits(context, each.request, *result));
     } else {
@@ -321,7 +339,8 @@ ExitCode Export(Context& context) {
     CheckAllPlaces(context, requests);
     const Exports exports = RunAll(context, requests);
     if (exports.results.empty() && !exports.failed) {
-        SayThatNothingWasWritten(context, context.Typed().partition, context.Asked().channels);
+        SayThatNothingWasWritten(context, context.Typed().partition, context.Asked().channels,
+                                 exports.anyLoss);
     }
     if (requests.front().stream) {
         return CodeOf(exports, context.FinishWithoutAnswer());
