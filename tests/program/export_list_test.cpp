@@ -285,6 +285,14 @@ TEST_F(ListExport, LooksAtAllRowsBeforeItBegins) {
     EXPECT_TRUE(
         refused(times + "a.mkv.json,", File("out/a.mkv.json") + ": is the name of a file of row 2 too"));
     EXPECT_TRUE(refused(times + "b.mkv,0,1", "has 5 cells"));
+    // The same list would mean another time when it is run again.
+    const std::string why = " is another time on another day; give a date and a time, or @SECONDS";
+    for (const char* const from : {"-2h", "14:00:02", "today", "yesterday", "now"}) {
+        const std::string name(from);
+        EXPECT_TRUE(refused(name + ",2999-01-01,b.mkv,", "'" + name + "'" + why));
+    }
+    EXPECT_TRUE(refused("@0,-2h,b.mkv,", "'-2h'" + why));
+    EXPECT_TRUE(refused(At(2) + ",now,b.mkv,", "'now'" + why));
 }
 
 TEST_F(ListExport, NeverReplacesItsOwnFiles) {

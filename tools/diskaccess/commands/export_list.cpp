@@ -14,6 +14,7 @@
 #include "cli/output.h"
 #include "cli/query.h"
 #include "cli/range_list.h"
+#include "cli/typed_time.h"
 #include "commands/evidence.h"
 #include "commands/export_options.h"
 #include "commands/wording.h"
@@ -52,6 +53,7 @@ private:
     ExportRequest RequestOf(const ListedRange& range) const {
         const Options options = OptionsOf(range);
         const Query query = ReadQuery(options, m_context.Zone(), m_context.Names(), m_now);
+        RequireFixedTimes(range);
         ExportRequest request = m_whole;
         request.range = query.range;
         request.fromGiven = true;
@@ -68,6 +70,26 @@ private:
             request.provenance.note = range.note;
         }
         return request;
+    }
+
+    /// A list that is run again must mean the same times: else it would refuse the files that it has made.
+    void RequireFixedTimes(const ListedRange& range) const {
+        constexpr int64_t kLater = 400 * 86400;
+        const int64_t later = m_now + kLater;
+        const int64_t from = FirstSecondOf(range.from, {m_now, m_now});
+        Require(range.from, from == FirstSecondOf(range.from, {later, later}));
+        Require(range.to, FirstSecondOf(range.to, {m_now, from}) == FirstSecondOf(range.to, {later, from}));
+    }
+
+    int64_t FirstSecondOf(const std::string& text, const Present& present) const {
+        return ReadTime(text, m_context.Zone(), present, Twice::First).first;
+    }
+
+    static void Require(const std::string& text, bool isFixed) {
+        if (!isFixed) {
+            throw Failure("'" + text +
+                          "' is another time on another day; give a date and a time, or @SECONDS");
+        }
     }
 
     /// What would be typed for this range alone.
