@@ -241,7 +241,8 @@ TEST_P(BlockFrames, OfUnevenCamerasAreSound) {
 
 /// Any bytes may stand in a picture: it must not be cut at them.
 TEST_P(BlockFrames, MayHoldWhatLooksLikeAHead) {
-    // One that leads into the middle of the picture, and one that leads out of it.
+    // One that leads into the middle of the picture, to what is no head though its length would fit, and two that lead out
+    // of it.
     for (const uint32_t length : {20u, 90u, 400u}) {
         for (const bool closed : {true, false}) {
             Begin(1);
@@ -252,6 +253,8 @@ TEST_P(BlockFrames, MayHoldWhatLooksLikeAHead) {
             frame.payload.assign(200, 0x5A);
             const FrameHead_t head = {At(2900), BLOCK_MAGIC, kVideoP, 0, length};
             std::memcpy(frame.payload.data() + 100, &head, sizeof head);
+            const FrameHead_t none = {At(2900), 0, kVideoP, 0, 200 - 144 - sizeof head};
+            std::memcpy(frame.payload.data() + 144, &none, sizeof none);
             Record(frame);
             Record(At(3100), kVideoP, 0, 100);
             closed ? Recorder().PowerOff() : Recorder().CutPower();
@@ -842,7 +845,7 @@ TEST_P(ChangedFrames, KeepTheDistanceOfTheBlockBeforeABadPlace) {
     Recorder().CutPower();
     ASSERT_EQ(Recorded().back().block, 2u);
     ExpectSound(2);
-    const RecordedFrame& key = Of(2)[20];
+    const RecordedFrame key = Of(2)[20];
     ASSERT_EQ(key.frame.type, kVideoI);
     Change(key, [](FrameHead_t& head) { head.type = kVideoP; });
     EXPECT_EQ(Read(2).Lines(), (Lines{"frame_damaged loss block 2 channel 0" + At(key)}));
