@@ -32,7 +32,8 @@ struct JourneyQuery {
         300; ///< seconds without a recording of any channel that part two journeys, when there are more
 };
 
-/// The journeys of a disk, rising. Channels that the lock hides count as not recorded. A recording whose clock was set back belongs where its times say.
+/// The journeys of a disk, rising. Channels that the lock hides count as not recorded. A recording whose clock was set back
+/// belongs where its times say.
 /// @throws Error (Cancelled)
 RECORDINGS_API std::vector<Journey> FindJourneys(const Disk& disk, const BlockList& blocks,
                                                  const JourneyQuery& query, const ProblemSink& problems,
