@@ -851,11 +851,13 @@ TEST_P(ChangedFrames, KeepTheDistanceOfTheBlockBeforeABadPlace) {
     EXPECT_EQ(Read(2).Lines(), (Lines{"frame_damaged loss block 2 channel 0" + At(key)}));
 }
 
-TEST_P(ChangedFrames, OfOneSizeMayComeOutOfTurn) {
-    // An encoder is told to send a key frame; of pictures that are all as large nothing else tells.
+TEST_P(ChangedFrames, MayBeAKeyFrameOutOfTurnWhereSizesDoNotTell) {
+    // An encoder is told to send a key frame. There are pictures that are larger than key frames.
     Begin(1);
     for (int64_t i = 0; i < 60; ++i) {
-        Record(At(i * 100), i % 10 == 0 || i == 33 ? kVideoI : kVideoP, 0, 100);
+        const bool key = i % 10 == 0 || i == 33;
+        const size_t size = i == 33 ? 120 : key ? (i % 20 == 0 ? 100 : 300) : (i % 2 == 0 ? 90 : 200);
+        Record(At(i * 100), key ? kVideoI : kVideoP, 0, size);
     }
     Recorder().CutPower();
     ExpectSound(0);
