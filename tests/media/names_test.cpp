@@ -19,6 +19,7 @@ TEST(Names, OfPicturesThatCannotBeShownSayWhy) {
     EXPECT_STREQ(NameOf(StillState::Whole), "whole");
     EXPECT_STREQ(NameOf(StillState::Damaged), "damaged");
     EXPECT_STREQ(NameOf(StillState::NotRecorded), "not recorded");
+    EXPECT_STREQ(NameOf(StillState::KeyFrameMissing), "key frame missing");
     EXPECT_STREQ(NameOf(StillState::NotDecodable), "not decodable");
     EXPECT_STREQ(NameOf(StillState::UnknownCodec), "unknown codec");
 }
