@@ -85,6 +85,7 @@ TEST_F(CheckCommand, JsonKeepsToItsSchema) {
         EXPECT_EQ(document["finding_count"], document["findings"].size());
         EXPECT_EQ(document["loss_count"], 1) << document.dump(1);
         EXPECT_EQ(document["full"], options.size() == 2);
+        EXPECT_EQ(document["interrupted"], false);
     }
     const Json tail = Json::parse(Check({"--json"}).out)["findings"][0];
     EXPECT_EQ(tail["severity"], "note");

@@ -11,6 +11,7 @@
 #include "search/search_fixture.h"
 #include "support/files.h"
 #include "support/run_program.h"
+#include "support/schema.h"
 
 namespace {
 
@@ -59,17 +60,29 @@ TEST(SamplePartition, HoldsWhatTheScenarioSays) {
 
 /// The signal comes while a child decodes.
 TEST(SamplePartition, ACheckThatDecodesIsEndedByASignal) {
-    const ProgramResult result = RunProgram(
-        {"bash", "-c",
-         DISKACCESS_PROGRAM " check " + kSample +
-             " --utc --full --decode & check=$!\n"
-             "until grep -q . /proc/$check/task/$check/children; do sleep 0.01; done\n"
-             "kill -TERM $check; begin=$SECONDS; wait $check; code=$?\n"
-             "test $((SECONDS - begin)) -lt 15 || echo late >&2\n" // of some seconds on a busy machine
-             "exit $code"});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_EQ(result.err, "diskaccess: interrupted; not everything was looked at\n");
-    EXPECT_NE(result.out.find("block 6: is marked bad"), std::string::npos) << result.out; // found before
+    const auto endedBySignal = [](const std::string& options) {
+        const ProgramResult result = RunProgram(
+            {"bash", "-c",
+             DISKACCESS_PROGRAM " check " + kSample + " --utc --full --decode " + options +
+                 " & check=$!\n"
+                 "until grep -q . /proc/$check/task/$check/children; do sleep 0.01; done\n"
+                 "kill -TERM $check; begin=$SECONDS; wait $check; code=$?\n"
+                 "test $((SECONDS - begin)) -lt 15 || echo late >&2\n" // of some seconds on a busy machine
+                 "exit $code"});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(result.err, "diskaccess: interrupted; not everything was looked at\n");
+        return result.out;
+    };
+    const std::string text = endedBySignal("");
+    EXPECT_NE(text.find("block 6: is marked bad"), std::string::npos) << text; // found before
+    EXPECT_NE(text.find("Every frame read   no\n"), std::string::npos) << text;
+    EXPECT_EQ(text.find("Blocks checked"), std::string::npos) << text;
+    const Json document = Json::parse(endedBySignal("--json"), nullptr, false);
+    EXPECT_EQ(SchemaErrors("check", document), "") << document;
+    EXPECT_EQ(document["interrupted"], true);
+    EXPECT_EQ(document["full"], false);
+    EXPECT_EQ(document["frame_count"], nullptr);
+    EXPECT_EQ(document["finding_count"], document["findings"].size());
 }
 
 // ---- the program

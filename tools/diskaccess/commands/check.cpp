@@ -1,3 +1,4 @@
+#include <optional>
 #include <set>
 #include <string>
 
@@ -18,6 +19,8 @@ using recordings::Finding;
 using recordings::Problem;
 using recordings::ProblemKind;
 using recordings::Severity;
+
+const char* const kInterrupted = "interrupted; not everything was looked at";
 
 Table FindingTable() {
     return {"findings",
@@ -55,19 +58,24 @@ public:
         recordings::Progress last;
         media::PictureCheck pictures([&] { Ask(watch, last); });
         m_context.Answer().BeginTable(FindingTable());
-        const recordings::Checked checked = Check(pictures, [&](const recordings::Progress& progress) {
-            last = progress;
-            return watch(progress);
-        });
+        const std::optional<recordings::Checked> checked =
+            Check(pictures, [&](const recordings::Progress& progress) {
+                last = progress;
+                return watch(progress);
+            });
         m_context.Answer().EndTable();
-        m_context.Answer().ShowProse({Explanations()});
+        m_context.Answer().ShowProse({Explanations(checked.has_value())});
         ShowFacts(checked, pictures);
-        return m_context.FinishWith(m_losses != 0 ? kDataLost : kDone);
+        const ExitCode code = m_context.FinishWith(m_losses != 0 ? kDataLost : kDone);
+        if (!checked) {
+            throw Failure(kInterrupted);
+        }
+        return code;
     }
 
 private:
-    /// What was found before the user ended the check is shown too.
-    recordings::Checked Check(media::PictureCheck& pictures, const recordings::Watch& watch) {
+    /// @return nothing when the user ended it; what was found before is shown all the same
+    std::optional<recordings::Checked> Check(media::PictureCheck& pictures, const recordings::Watch& watch) {
         recordings::CheckRequest request;
         request.full = m_context.Typed().full;
         request.payloads = m_context.Typed().decode ? &pictures : nullptr;
@@ -75,21 +83,28 @@ private:
             return CheckHealth(
                 m_context.Disk(), m_context.Blocks(), request,
                 [this](const Finding& finding) { Show(finding); }, watch);
-        } catch (const recordings::Error&) {
+        } catch (const recordings::Error& error) {
+            if (error.Kind() == recordings::ErrorKind::Cancelled) {
+                return std::nullopt;
+            }
             m_context.Answer().EndTable();
             throw;
         }
     }
 
-    void ShowFacts(const recordings::Checked& checked, const media::PictureCheck& pictures) {
+    void ShowFacts(const std::optional<recordings::Checked>& checked, const media::PictureCheck& pictures) {
         const bool decode = m_context.Typed().decode;
+        const auto known = [&checked](const char* label) { return checked ? label : ""; };
+        const auto orNothing = [&checked](auto value) { return checked ? Value(value) : Value(Nothing{}); };
+        const recordings::Checked sums = checked.value_or(recordings::Checked());
         m_context.Answer().ShowFacts(
             {{"finding_count", "Findings", m_losses + m_notes},
              {"loss_count", "Of these, losses", m_losses},
-             {"checked_block_count", "Blocks checked", uint64_t{checked.blocks}},
-             {"full", "Every frame read", m_context.Typed().full},
-             {"frame_count", "Frames read", checked.frames},
-             {"payload_bytes", "Bytes of them", Bytes{checked.bytes}},
+             {"interrupted", "", !checked},
+             {"checked_block_count", known("Blocks checked"), orNothing(uint64_t{sums.blocks})},
+             {"full", "Every frame read", checked && m_context.Typed().full},
+             {"frame_count", known("Frames read"), orNothing(sums.frames)},
+             {"payload_bytes", known("Bytes of them"), orNothing(Bytes{sums.bytes})},
              {"decoded_picture_count", decode ? "Pictures decoded" : "", pictures.Decoded()},
              {"skipped_picture_count", decode ? "Pictures left out" : "", pictures.LeftOut()}});
     }
@@ -129,8 +144,8 @@ private:
     }
 
     /// What each kind of finding means and what to do, once; of a sound disk that it is sound.
-    std::string Explanations() const {
-        if (m_kinds.empty()) {
+    std::string Explanations(bool whole) const {
+        if (m_kinds.empty() && whole) {
             return m_context.Typed().decode ? "The disk is sound: nothing on it contradicts anything else, "
                                               "and its pictures decode.\n"
                    : m_context.Typed().full ? "The disk is sound: nothing on it contradicts anything else.\n"
@@ -159,8 +174,7 @@ void CheckCheck(const Options& options) {
 }
 
 ExitCode Check(Context& context) {
-    return ReportingErrors("interrupted; not everything was looked at",
-                           [&context] { return Checker(context).Run(); });
+    return ReportingErrors(kInterrupted, [&context] { return Checker(context).Run(); });
 }
 
 } // namespace diskaccess
