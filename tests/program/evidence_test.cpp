@@ -168,14 +168,32 @@ TEST_F(Evidence, IsComparedInWordsOnAnotherMachine) {
     EXPECT_EQ(std::count_if(here["checks"].begin(), here["checks"].end(),
                             [](const Json& check) { return check["subject"] == "text"; }),
               1);
-    // Zones that nothing is known of here, paths, and one whose times are others.
-    for (const char* const zone : {"Europe/Nowhere", "/etc/passwd", "", "UTC+05:30", "Asia/Tokyo"}) {
+    // The zone of its own, one that nothing is known of here, those whose times are others, and what is none. The texts are
+    // compared in all of them.
+    const std::string noTimes = "the manifest's times are not those of ";
+    const std::vector<std::vector<std::string>> zones = {
+        {"Asia/Kolkata", "good", "the manifest's times are those of 'Asia/Kolkata'"},
+        {"<+0530>-5:30", "good", "the manifest's times are those of '<+0530>-5:30'"},
+        {"Europe/Nowhere", "unchecked", "'Europe/Nowhere' is no zone that is known here"},
+        {"Nowhere", "unchecked", "'Nowhere' is no zone that is known here"},
+        {"EST5EDT", "bad", noTimes + "'EST5EDT'"},
+        {"Asia/Tokyo", "bad", noTimes + "'Asia/Tokyo'"},
+        {"/etc/passwd", "bad", "'/etc/passwd' is no zone's name"},
+        {"", "bad", "'' is no zone's name"}};
+    for (const std::vector<std::string>& zone : zones) {
         Json manifest = Json::parse(ReadFile(File("film.mkv.json")));
-        manifest["zone"] = zone;
+        manifest["zone"] = zone[0];
         std::ofstream(File("other.json")) << manifest;
-        Json other = Document({"verify", File("other.json"), "--source", m_sample}, 0);
-        for (const Json& check : other["checks"]) {
-            EXPECT_EQ(check["result"], "good") << zone << check;
+        const bool bad = zone[1] == "bad";
+        const Json other = Document({"verify", File("other.json"), "--source", m_sample}, bad ? 1 : 0);
+        EXPECT_EQ(other["verified"], !bad);
+        Json checks = other["checks"];
+        EXPECT_EQ(checks.back()["subject"], "zone");
+        EXPECT_EQ(checks.back()["result"], zone[1]) << zone[0];
+        EXPECT_EQ(checks.back()["text"], File("other.json") + ": " + zone[2]);
+        checks.erase(checks.size() - 1);
+        for (const Json& check : checks) {
+            EXPECT_EQ(check["result"], "good") << zone[0] << check;
         }
     }
     // Times of two distances from UTC fit no zone.

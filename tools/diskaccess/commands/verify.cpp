@@ -51,11 +51,16 @@ std::string RuleOf(const std::string& time) {
     return name + offset;
 }
 
-/// The zone that a manifest names. Anybody may have written it: a path is taken for no zone.
-std::optional<TimeZone> NamedZone(const media::ManifestFile& manifest) {
+/// Whether a text can be a zone's name. Anybody may have written a manifest: a path is none, and no export names one.
+bool CanNameZone(const std::string& text) {
     constexpr size_t kLongestName = 100;
+    return !text.empty() && text.size() <= kLongestName && text.front() != '/';
+}
+
+/// The zone that a manifest names, if it is known here.
+std::optional<TimeZone> NamedZone(const media::ManifestFile& manifest) {
     const std::string name = manifest.zone.value_or("");
-    if (name.empty() || name.size() > kLongestName || name.front() == '/') {
+    if (!CanNameZone(name)) {
         return std::nullopt;
     }
     try {
@@ -63,6 +68,32 @@ std::optional<TimeZone> NamedZone(const media::ManifestFile& manifest) {
     } catch (const UnknownZone&) {
         return std::nullopt;
     }
+}
+
+/// What came of looking at something.
+struct Look {
+    media::Check::Result result;
+    std::string text;
+};
+
+/// Holds the zone that a manifest names against its times. The process may have any zone after it.
+/// @return nothing where there is nothing to hold: a master has no times of frames
+std::optional<Look> LookAtZone(const media::ManifestFile& manifest) {
+    using Result = media::Check::Result;
+    if (!manifest.zone || manifest.start.empty()) {
+        return std::nullopt;
+    }
+    const std::string name = "'" + *manifest.zone + "'";
+    if (!CanNameZone(*manifest.zone)) {
+        return Look{Result::Bad, name + " is no zone's name"};
+    }
+    const std::optional<TimeZone> zone = NamedZone(manifest);
+    if (!zone) {
+        return Look{Result::Unchecked, name + " is no zone that is known here"};
+    }
+    return WritesTimesOf(manifest, *zone)
+               ? Look{Result::Good, "the manifest's times are those of " + name}
+               : Look{Result::Bad, "the manifest's times are not those of " + name};
 }
 
 /// The zone in which an export wrote times, which becomes that of the process; nothing when it is not known.
@@ -100,13 +131,20 @@ public:
             request.blocks =
                 &m_context->Blocks(); // after that, nothing is said in the zone that was asked for
         }
+        const std::optional<Look> zoneLook = LookAtZone(m_manifest);
         const std::optional<TimeZone> known = ZoneOf(m_manifest, m_options);
         const TimeZone zone = known.value_or(m_zone);
         const media::Wording wording = WordingOf(zone, DiskClock(m_manifest.skewSeconds));
         request.wording = known ? &wording : nullptr;
         BeginAnswer();
-        const bool good = media::Verify(
-            request, [this](const media::Check& check) { Show(check); }, Watch());
+        bool good = media::Verify(
+            request,
+            [this](const media::Check& check) { Show(check.result, NameOf(check.subject), check.text); },
+            Watch());
+        if (zoneLook) {
+            Show(zoneLook->result, "zone", m_options.manifest + ": " + zoneLook->text);
+            good = good && zoneLook->result != media::Check::Result::Bad;
+        }
         m_answer->EndTable();
         m_answer->ShowFacts({{"verified", "Verified", good}});
         m_answer->End();
@@ -138,9 +176,8 @@ private:
             {"checks", {{"result", "RESULT", 9}, {"subject", "SUBJECT", 9}, {"text", "WHAT"}}, {}, true});
     }
 
-    void Show(const media::Check& check) {
-        m_answer->ShowRow(
-            {std::string(NameOf(check.result)), std::string(NameOf(check.subject)), Printable(check.text)});
+    void Show(media::Check::Result result, const std::string& subject, const std::string& text) {
+        m_answer->ShowRow({std::string(NameOf(result)), subject, Printable(text)});
     }
 
     const Options& m_options;
