@@ -110,7 +110,7 @@ bool BearsPartitionHead(const Source& source, uint64_t offset) {
 
 std::vector<Partition> HeadlessPartitions(const Source& disk) {
     std::vector<Partition> headless;
-    if (BearsPartitionHead(disk)) {
+    if (BearsPartitionHead(disk) || !FirstPartOf(disk.Name()).empty()) {
         return headless;
     }
     bool anyRecorder = false;

@@ -14,9 +14,6 @@ namespace recordings {
 /// @throws Error (PartMissing) when a later part is there, but not the one before it
 std::vector<std::string> PartsOfImage(const std::string& first);
 
-/// The first part of the split image that @p path is a later part of; empty when it is none.
-std::string FirstPartOf(const std::string& path);
-
 /// Files one after the other, as one source with the name of the first.
 std::unique_ptr<Source> JoinFiles(std::vector<std::unique_ptr<FileSource>> files);
 

@@ -74,6 +74,9 @@ RECORDINGS_API std::unique_ptr<Source> OpenWhole(const std::string& path);
 RECORDINGS_API std::unique_ptr<Source> FindPartition(std::unique_ptr<Source> source,
                                                      std::optional<uint32_t> partition = std::nullopt);
 
+/// The first part of the split image that @p path is a later part of; empty when it is none.
+RECORDINGS_API std::string FirstPartOf(const std::string& path);
+
 /// Whether the magic of a recorder's partition head stands at @p offset.
 RECORDINGS_API bool BearsPartitionHead(const Source& source, uint64_t offset = 0);
 

@@ -87,9 +87,10 @@ private:
                 Describe(each.path, *disk, partition);
             }
             const bool headless = TellHeadless(*disk);
-            holds = m_partitions.size() != found ? "recordings"
-                    : headless                   ? "recordings without a partition head"
-                                                 : "no recorder's partition";
+            holds = m_partitions.size() != found                 ? "recordings"
+                    : headless                                   ? "recordings without a partition head"
+                    : recordings::FirstPartOf(each.path).empty() ? "no recorder's partition"
+                                                                 : "later part of a split image";
         } catch (const recordings::Error& error) {
             if (error.SystemError() == EACCES || error.SystemError() == EPERM) {
                 m_forbidden += (m_forbidden.empty() ? "" : ", ") + each.path;
