@@ -235,6 +235,24 @@ TEST_F(Export, WrongUseEndsWithTwo) {
     EXPECT_EQ(RunProgram({DISKACCESS_PROGRAM, "export", File("disk")}).exitCode, 2);
 }
 
+TEST_F(Export, TellsTheContainerByTheNameOrRefusesIt) {
+    Record(20);
+    const auto to = [this](const std::string& name, std::vector<std::string> options = {}) {
+        options.insert(options.begin(), {DISKACCESS_PROGRAM, "export", File("disk"), "--audio", "alaw:8000",
+                                         "--channel", "1", "--json", "-o", File(name)});
+        return RunProgram(options);
+    };
+    const ProgramResult other = to("a.AVI");
+    EXPECT_EQ(other.exitCode, 2);
+    EXPECT_EQ(other.err,
+              "diskaccess: --output: '" + File("a.AVI") +
+                  "' would not be a .avi file; name a FILE.mkv or a FILE.mp4, or give --container\n");
+    EXPECT_EQ(to("a.avi", {"--container", "matroska"}).exitCode, 0);
+    EXPECT_EQ(to("a.ts", {"--raw"}).exitCode, 0);
+    EXPECT_EQ(to("A.MP4").exitCode, 1); // A-law is nothing for MP4
+    EXPECT_EQ(to("A.mkv").exitCode, 0);
+}
+
 TEST_F(Export, EncodesForMp4AloneAndOnlyWhenAsked) {
     Record(20);
     const std::vector<std::string> mp4 = {"--container", "mp4", "--channel", "1", "--audio", "alaw:8000"};

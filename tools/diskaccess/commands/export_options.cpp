@@ -19,6 +19,17 @@ namespace diskaccess {
 
 namespace {
 
+/// Names of files that players would take for what they are not.
+void RefuseOtherEndings(const std::string& name) {
+    for (const char* const ending :
+         {".avi", ".mov", ".wmv", ".asf", ".flv", ".mpg", ".mpeg", ".ts", ".webm", ".3gp"}) {
+        if (EndsWith(Lowered(name), ending)) {
+            throw WrongUse("--output: '" + name + "' would not be a " + ending +
+                           " file; name a FILE.mkv or a FILE.mp4, or give --container");
+        }
+    }
+}
+
 media::Container WantedContainer(const Options& options) {
     if (options.rangeList.empty()) {
         CheckOutputName(options);
@@ -31,6 +42,9 @@ media::Container WantedContainer(const Options& options) {
     }
     if (!media::ContainersSupported()) {
         throw Failure("this program was built without libavformat and writes no containers; use --raw");
+    }
+    if (options.container.empty()) {
+        RefuseOtherEndings(options.output);
     }
     return ContainerOf(options, options.output);
 }
@@ -191,7 +205,7 @@ void CheckNames(const Options& options) {
 } // namespace
 
 media::Container ContainerOf(const Options& options, const std::string& name) {
-    const bool mp4 = options.container.empty() ? EndsWith(name, ".mp4") : options.container == "mp4";
+    const bool mp4 = options.container.empty() ? EndsWith(Lowered(name), ".mp4") : options.container == "mp4";
     return mp4 ? media::Container::Mp4 : media::Container::Matroska;
 }
 
