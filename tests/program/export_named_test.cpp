@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 #include "sample_recorder/generated_source.h"
 #include "sample_recorder/recorder.h"
@@ -25,12 +26,13 @@ class NamedExport : public SearchFixture {
 protected:
     void SetUp() override {
         Format format;
-        format.blockCount = 4;
+        format.blockCount = 8;
         format.blockSize = 0x100000;
         MakeDisk(format);
         RecorderSettings settings;
         settings.channels = 0x3;
-        Recorder recorder(Disk(), settings);
+        m_recorder = std::make_unique<Recorder>(Disk(), settings);
+        Recorder& recorder = *m_recorder;
         MergedSource source;
         source.Add(
             std::make_unique<GeneratedSource>(GeneratedCamera{0, 5, 5, 400, 100, 0, 0}, 1, kStart, 120));
@@ -74,6 +76,8 @@ protected:
         }
         return text;
     }
+
+    std::unique_ptr<Recorder> m_recorder;
 
     std::string Refused(const std::vector<std::string>& options, int exitCode) const {
         const ProgramResult result = Export(options);
@@ -138,6 +142,26 @@ TEST_F(NamedExport, OfAJourneyOfLockedChannels) {
         << locked.err;
     EXPECT_NE(Refused({"--journey", "2", "--channel", "1,5"}, 1).find("holds nothing of channel 5;"),
               std::string::npos);
+}
+
+TEST_F(NamedExport, OfAJourneyHasNothingToDoWithLossesInAnother) {
+    // A fourth one, of some 400 KB a second: blocks 3 to 6.
+    GeneratedSource later(GeneratedCamera{1, 5, 5, 200000, 50000, 0, 0}, 4, kStart + 3600, 10);
+    for (Frame frame; later.Next(frame);) {
+        m_recorder->Write(frame);
+    }
+    m_recorder->PowerOff();
+    const std::vector<uint8_t> zeros(0x100000);
+    Disk().Write(Disk().HeadOffset(4), zeros.data(), zeros.size());
+    const ProgramResult first = Export({"--journey", "1"});
+    EXPECT_EQ(first.exitCode, 0) << first.err;
+    EXPECT_EQ(first.err, "");
+    const std::string lost = "block 4: was recorded, but holds no recording any more";
+    const ProgramResult fourth = Export({"--journey", "4"});
+    EXPECT_EQ(fourth.exitCode, 3);
+    EXPECT_NE(fourth.err.find(lost), std::string::npos) << fourth.err;
+    // Where there is no such journey, it may be what is lost.
+    EXPECT_NE(Export({"--journey", "9"}).err.find(lost), std::string::npos);
 }
 
 TEST_F(NamedExport, OfWhatIsNotThere) {

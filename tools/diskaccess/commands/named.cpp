@@ -36,12 +36,20 @@ std::optional<Event> FindEvent(Context& context, const recordings::TimeRange& ra
     return found == events.end() ? std::nullopt : std::optional(*found);
 }
 
-std::vector<Journey> JourneysOf(Context& context, ChannelSet channels) {
+std::vector<Journey> JourneysOf(Context& context, ChannelSet channels,
+                                const recordings::ProblemSink& problems) {
     recordings::JourneyQuery query;
     query.channels = channels;
     query.silence = ReadDuration(context.Typed().silence, "--silence");
-    return FindJourneys(context.Disk(), context.Blocks(), query, context.Problems(),
+    return FindJourneys(context.Disk(), context.Blocks(), query, problems,
                         context.Watch("looking for journeys"));
+}
+
+/// Whether what is missing may be a part of a journey, or decide where it begins and ends. Other journeys are not asked for.
+bool MayConcern(const recordings::Problem& problem, const Journey& journey, int64_t silence) {
+    const int64_t first = (int64_t{journey.start} - silence) * recordings::kMicros;
+    const int64_t last = (int64_t{journey.end} + silence + 1) * recordings::kMicros;
+    return problem.before.value_or(first) <= last && problem.after.value_or(last) >= first;
 }
 
 /// "channel 0", "channels 0,2-3"
@@ -110,15 +118,23 @@ Event NamedEvent(Context& context) {
 }
 
 std::vector<Journey> AskedJourneys(Context& context) {
-    return JourneysOf(context, context.Asked().channels);
+    return JourneysOf(context, context.Asked().channels, context.Problems());
 }
 
 Journey NamedJourney(Context& context) {
     const std::string name = "journey " + std::to_string(context.Typed().journey.value_or(0));
-    const std::vector<Journey> journeys = JourneysOf(context, ChannelSet::All());
+    std::vector<recordings::Problem> met;
+    const std::vector<Journey> journeys = JourneysOf(
+        context, ChannelSet::All(), [&met](const recordings::Problem& problem) { met.push_back(problem); });
     const auto found = std::find_if(journeys.begin(), journeys.end(), [&context](const Journey& journey) {
         return journey.number == context.Typed().journey;
     });
+    const int64_t silence = ReadDuration(context.Typed().silence, "--silence");
+    for (const recordings::Problem& problem : met) {
+        if (found == journeys.end() || MayConcern(problem, *found, silence)) {
+            context.Problems()(problem);
+        }
+    }
     if (found == journeys.end()) {
         throw Failure(context.Typed().partition + ": holds no " + name + "; journeys shows those there are");
     }
