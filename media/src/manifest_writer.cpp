@@ -1,5 +1,6 @@
 #include "manifest_writer.h"
 
+#include "manifest_end.h"
 #include "recordings/blocks.h"
 #include "recordings/query.h"
 
@@ -34,7 +35,7 @@ Json ChannelsOf(recordings::ChannelSet set) {
 
 ManifestWriter::ManifestWriter(const recordings::Disk& disk, const Request& request, const Write& write)
     : m_disk(disk), m_request(request), m_write(write) {
-    m_write("{");
+    Put("{");
 }
 
 void ManifestWriter::Begin(const char* command, std::optional<uint32_t> firstBlock, const AreaDigest& head,
@@ -143,27 +144,37 @@ Json ManifestWriter::ProblemOf(const recordings::Problem& problem) const {
             {"after", TimeOf(problem.after)}};
 }
 
+void ManifestWriter::End() {
+    Put(",\n");
+    m_write(EndOfManifest(m_digest.Text()));
+}
+
+void ManifestWriter::Put(const std::string& text) {
+    m_digest.Add(text.data(), text.size());
+    m_write(text);
+}
+
 void ManifestWriter::Key(const char* key) {
-    m_write(std::string(m_members++ == 0 ? "\n  \"" : ",\n  \"") + key + "\": ");
+    Put(std::string(m_members++ == 0 ? "\n  \"" : ",\n  \"") + key + "\": ");
 }
 
 void ManifestWriter::Member(const char* key, const Json& value) {
     Key(key);
-    m_write(Text(value));
+    Put(Text(value));
 }
 
 void ManifestWriter::BeginList(const char* key) {
     Key(key);
-    m_write("[");
+    Put("[");
     m_entries = 0;
 }
 
 void ManifestWriter::Entry(const Json& value) {
-    m_write((m_entries++ == 0 ? "\n    " : ",\n    ") + Text(value));
+    Put((m_entries++ == 0 ? "\n    " : ",\n    ") + Text(value));
 }
 
 void ManifestWriter::EndList() {
-    m_write(m_entries == 0 ? "]" : "\n  ]");
+    Put(m_entries == 0 ? "]" : "\n  ]");
 }
 
 Json ManifestWriter::TimeOfSeconds(uint32_t seconds) const {

@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "digest.h"
 #include "media/request.h"
 #include "recordings/disk.h"
 #include "recordings/problem.h"
@@ -33,7 +34,8 @@ public:
     /// What was asked for.
     void AskedFor();
     void Problems(const std::vector<recordings::Problem>& problems);
-    void End() { m_write("\n}\n"); }
+    /// Ends with the digest of all that stands before it.
+    void End();
 
     void Member(const char* key, const Json& value);
     void BeginList(const char* key);
@@ -59,6 +61,7 @@ public:
     static Json AreaOf(const AreaDigest& area);
 
 private:
+    void Put(const std::string& text);
     void Key(const char* key);
     void WriteMaker();
     void WriteSource(const std::optional<AreaDigest>& digest);
@@ -72,6 +75,7 @@ private:
     const recordings::Disk& m_disk;
     const Request& m_request;
     const Write& m_write;
+    Digest m_digest; ///< of what was written
     size_t m_members = 0;
     size_t m_entries = 0;
 };

@@ -14,6 +14,8 @@
 #include "area_reader.h"
 #include "blocks_of_range.h"
 #include "content_check.h"
+#include "digest.h"
+#include "manifest_end.h"
 #include "media/error.h"
 #include "opened_file.h"
 #include "recordings/records.h"
@@ -50,6 +52,7 @@ public:
 
     bool Run() {
         CheckSignature();
+        CheckManifest();
         for (const NamedFile& file : m_manifest.files) {
             m_good.push_back(m_manifest.isExtract ? CheckImage(file) : CheckFile(file));
         }
@@ -98,6 +101,19 @@ private:
         } catch (const Error& error) {
             Report(Result::Bad, Subject::Signature, error.what());
         }
+    }
+
+    // ---- the manifest itself
+
+    void CheckManifest() {
+        const std::string& text = m_manifest.text;
+        Digest digest;
+        const size_t ending = EndOfManifest(digest.Text()).size();
+        const size_t covered = text.size() - std::min(text.size(), ending);
+        digest.Restart();
+        digest.Add(text.data(), covered);
+        Judge(text.substr(covered) == EndOfManifest(digest.Text()), Subject::File, m_manifest.name,
+              "is as it was written, by its own SHA-256", "was changed: its own SHA-256 is another");
     }
 
     // ---- the files

@@ -15,6 +15,7 @@
 
 #include "media/cameras.h"
 #include "media/error.h"
+#include "media/forged_manifest.h"
 #include "media/verify.h"
 #include "recordings/error.h"
 #include "recordings/range_frames.h"
@@ -230,7 +231,7 @@ TEST_F(Extracts, LackNoBlockOfTheirRange) {
     auto manifest = nlohmann::json::parse(ReadFile(File("out.json")));
     const uint64_t offset = result->blocks[1].area.offset;
     manifest["blocks"].erase(1);
-    std::ofstream(File("out.json")) << manifest;
+    WriteForgedManifest(File("out.json"), manifest);
     std::string image = ReadFile(File("out"));
     image.replace(offset, kBlock, kBlock, '\0');
     std::ofstream(File("out"), std::ios::binary) << image;

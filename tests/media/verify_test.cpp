@@ -20,6 +20,7 @@
 #include "media/cameras.h"
 #include "media/error.h"
 #include "media/exporter.h"
+#include "media/forged_manifest.h"
 #include "recordings/error.h"
 #include "recordings/recordings_fixture.h"
 #include "sample_recorder/recorder.h"
@@ -170,7 +171,7 @@ protected:
     void Forge(const std::function<void(Json&)>& change) const {
         Json manifest = Manifest();
         change(manifest);
-        std::ofstream(File("out.json")) << manifest.dump();
+        WriteForgedManifest(File("out.json"), manifest);
     }
 
     std::string m_password;
@@ -183,7 +184,8 @@ TEST_F(Verification, FindsAllAsItWas) {
     for (const Container container : {Container::Matroska, Container::Mp4, Container::Raw}) {
         MakeExport(container);
         const size_t blocks = Manifest()["blocks"].size();
-        std::vector<std::string> expected;
+        const std::string own = "good file out.json: is as it was written, by its own SHA-256";
+        std::vector<std::string> expected = {own};
         const bool raw = container == Container::Raw;
         const bool audio = container != Container::Mp4;
         const std::string hash = ": its SHA-256 is that of the manifest";
@@ -223,6 +225,31 @@ TEST_F(Verification, FindsAllAsItWas) {
             }
         }
     }
+}
+
+/// Without a signature, too, and wherever it is: also in what nothing else can be held against.
+TEST_F(Verification, FindsAFlippedByteInTheManifest) {
+    MakeExport(Container::Mp4);
+    const std::string before = ReadFile(File("out.json"));
+    constexpr size_t kStep = 13; // not all, for time's sake
+    for (size_t at = 0; at < before.size(); at += kStep) {
+        Flip(File("out.json"), at);
+        try {
+            const std::vector<std::string> lines = Complaints(false);
+            EXPECT_EQ(lines.front(), "bad file out.json: was changed: its own SHA-256 is another") << at;
+        } catch (const Error& error) {
+            EXPECT_EQ(error.Kind(), ErrorKind::BadManifest) << at;
+        }
+        Flip(File("out.json"), at);
+    }
+    std::ofstream(File("out.json"), std::ios::app) << " ";
+    EXPECT_EQ(Complaints(false).size(), 2u);
+    Json shorter = Json::parse(before);
+    shorter.erase("manifest_sha256");
+    std::ofstream(File("out.json")) << shorter.dump(2) << "\n";
+    EXPECT_EQ(Complaints(false).size(), 2u);
+    WriteForgedManifest(File("out.json"), shorter);
+    EXPECT_EQ(Complaints(), std::vector<std::string>());
 }
 
 TEST_F(Verification, FindsAFlippedByteInAFile) {
