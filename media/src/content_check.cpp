@@ -153,6 +153,19 @@ std::vector<bool> ContentCheck::CompareTracks(const DiskDigests& onDisk) {
     return good;
 }
 
+/// What the manifest says wrongly of a track's frames; empty if nothing is.
+std::string ContentCheck::WrongAbout(const NamedTrack& track, const TrackDigest& onDisk) {
+    if (onDisk.bytes != track.bytes) {
+        return fmt::format("the source has {} bytes of payload, the manifest {}", onDisk.bytes, track.bytes);
+    }
+    if (track.isVideo && onDisk.keyFrames != track.keyFrames) {
+        return fmt::format("the source has {} key frames, the manifest {}", onDisk.keyFrames,
+                           track.keyFrames);
+    }
+    const bool tells = track.isVideo && onDisk.keyFrames != 0;
+    return tells && !onDisk.isOfCodec ? "no key frame of the source is " + track.codec : "";
+}
+
 bool ContentCheck::CompareTrack(const NamedTrack& track, const TrackDigest& inFile,
                                 const TrackDigest& onDisk) {
     const std::string name = NameOfFile(track.output) + ": " + WordsOf(track) + ": ";
@@ -160,6 +173,10 @@ bool ContentCheck::CompareTrack(const NamedTrack& track, const TrackDigest& inFi
         m_report(Result::Bad, Subject::Frames,
                  fmt::format("{}the source has {} frames, the manifest {}", name,
                              onDisk.frames + onDisk.tooMany, track.frames));
+        return false;
+    }
+    if (const std::string wrong = WrongAbout(track, onDisk); !wrong.empty()) {
+        m_report(Result::Bad, Subject::Frames, name + wrong);
         return false;
     }
     if (track.recorded) {

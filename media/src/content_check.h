@@ -34,6 +34,7 @@ private:
     std::vector<std::optional<int64_t>> ClaimedStarts() const;
     std::vector<bool> CompareTracks(const DiskDigests& onDisk);
     bool CompareTrack(const NamedTrack& track, const TrackDigest& inFile, const TrackDigest& onDisk);
+    static std::string WrongAbout(const NamedTrack& track, const TrackDigest& onDisk);
     bool CompareEncodedTrack(const NamedTrack& track, const TimeDigest& inFile, const TrackDigest& onDisk);
     bool CompareTimes(const NamedTrack& track, const TimeDigest& inFile, const TimeDigest& onDisk);
 

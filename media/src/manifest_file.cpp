@@ -431,7 +431,9 @@ private:
             track.channel = Number32In(entry, "channel", recordings::kChannels - 1);
             track.isVideo = IsVideoIn(entry);
             track.output = static_cast<size_t>(NumberIn(entry, "output", kMostFiles));
+            track.codec = TextIn(entry, "codec");
             track.frames = NumberIn(entry, "frame_count");
+            track.keyFrames = track.isVideo ? NumberIn(entry, "key_frame_count") : 0;
             track.bytes = NumberIn(entry, "payload_bytes");
             track.start = TimeIn(entry, "start");
             track.end = TimeIn(entry, "end");

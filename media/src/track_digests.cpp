@@ -292,6 +292,9 @@ public:
             digest.notDecoded = entry.sound && !entry.sound->AnyDecoded();
             digest.earliest = entry.earliest;
             digest.latest = entry.latest;
+            digest.bytes = entry.bytes;
+            digest.keyFrames = entry.keyFrames;
+            digest.isOfCodec = entry.isOfCodec;
             digests.tracks.push_back(std::move(digest));
         }
         for (FileTimes& file : m_fileTimes) {
@@ -327,6 +330,9 @@ private:
         uint64_t tooMany = 0;
         int64_t earliest = 0;
         int64_t latest = 0;
+        uint64_t bytes = 0; ///< of payload
+        uint64_t keyFrames = 0;
+        bool isOfCodec = false; ///< a key frame is encoded as the manifest says
     };
 
     /// As the muxer has it: of all tracks of a file.
@@ -371,6 +377,7 @@ private:
 
     void TakeInto(size_t entry, const recordings::Frame& frame, std::optional<int64_t> before) {
         CountTime(m_entries[entry], frame.time);
+        CountPayload(m_entries[entry], frame, m_manifest.tracks[entry].codec);
         AddPayload(m_entries[entry], frame);
         if (m_contained) {
             AddTime(entry, frame, before);
@@ -381,6 +388,14 @@ private:
         const bool isFirst = entry.runner.Frames() == 0;
         entry.earliest = isFirst ? time : std::min(entry.earliest, time);
         entry.latest = isFirst ? time : std::max(entry.latest, time);
+    }
+
+    static void CountPayload(Entry& entry, const recordings::Frame& frame, const std::string& codec) {
+        entry.bytes += frame.size;
+        if (frame.type == recordings::kKeyFrame) {
+            ++entry.keyFrames;
+            entry.isOfCodec = entry.isOfCodec || NameOf(DetectVideo(frame.data, frame.size)) == codec;
+        }
     }
 
     void AddPayload(Entry& entry, const recordings::Frame& frame) {

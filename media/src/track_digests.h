@@ -38,6 +38,9 @@ struct TrackDigest {
         false;            ///< of the disk: sound that is encoded in the file, of which nothing decodes here
     int64_t earliest = 0; ///< of the disk: time stamps of the frames
     int64_t latest = 0;
+    uint64_t bytes = 0; ///< of the disk: of payload
+    uint64_t keyFrames = 0;
+    bool isOfCodec = false; ///< of the disk: a key frame is encoded as the manifest says
 };
 
 /// "channel 0 video"

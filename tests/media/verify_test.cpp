@@ -373,6 +373,27 @@ TEST_F(Verification, FindsForgedManifests) {
                                                       ": its SHA-256 is not that of the manifest"}));
 }
 
+TEST_F(Verification, FindsWhatIsSaidWronglyOfFrames) {
+    for (const Container container : {Container::Matroska, Container::Raw}) {
+        MakeExport(container);
+        const std::string before = ReadFile(File("out.json"));
+        const auto complaint = [&](const char* key, const Json& value) {
+            Forge([&](Json& manifest) { manifest["tracks"][0][key] = value; });
+            const std::vector<std::string> lines = Complaints();
+            std::ofstream(File("out.json")) << before;
+            return lines.size() == 1 ? lines.front() : std::to_string(lines.size()) + " lines";
+        };
+        const std::string track = std::string("bad frames out") +
+                                  (container == Container::Raw ? "-ch0.h264" : "") + ": channel 0 video: ";
+        // Slices of 3,050, 3,055, ... 3,195 bytes in 30 key frames, with 39 of parameter sets and a start code before each, and
+        // of 500 in 120 pictures, with a start code of 4.
+        EXPECT_EQ(complaint("payload_bytes", 155324),
+                  track + "the source has 155325 bytes of payload, the manifest 155324");
+        EXPECT_EQ(complaint("key_frame_count", 31), track + "the source has 30 key frames, the manifest 31");
+        EXPECT_EQ(complaint("codec", "h265"), track + "no key frame of the source is h265");
+    }
+}
+
 TEST_F(Verification, FindsAnotherVehicleOrRing) {
     const std::string source = "bad source " + Image().Path();
     for (const char* const key : {"vehicle_number", "vehicle_id"}) {

@@ -29,8 +29,10 @@ struct NamedTrack {
     uint32_t channel = 0;
     bool isVideo = true;
     size_t output = 0; ///< entry of the files
+    std::string codec; ///< as it was recorded: "h264"
     uint64_t frames = 0;
-    uint64_t bytes = 0; ///< of all payloads, as they were recorded
+    uint64_t keyFrames = 0; ///< of video
+    uint64_t bytes = 0;     ///< of all payloads, as they were recorded
     std::string start,
         end; ///< times of its first and last frame, as they are written; empty: it has no frames
     /// As it was recorded, where the file holds it encoded otherwise.
