@@ -137,9 +137,18 @@ const Values& WrongPlaces() {
     return values;
 }
 
+/// A catalogue stays, also where the disk that was to be added cannot be read.
+const Values& WrongDatabases() {
+    static const Values values = {"{disk}", "{out}", "{out}/none/here", "{names}",
+                                  "postgresql://127.0.0.1:1/none"};
+    return values;
+}
+
 const Values& WrongValuesOf(const std::string& option) {
-    static const std::set<std::string> places = {"--output", "--manifest",   "--svg",
-                                                 "--html",   "--export-dir", "--database"};
+    static const std::set<std::string> places = {"--output", "--manifest", "--svg", "--html", "--export-dir"};
+    if (option == "--database") {
+        return WrongDatabases();
+    }
     return places.count(option) != 0 ? WrongPlaces() : WrongValues();
 }
 

@@ -24,8 +24,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// More than any command has to say of disks as small as these.
-constexpr size_t kMostOutput = 64 << 20;
+/// More than any command has to say of disks as small as these: a dump of a ring whose blocks have no size, and all lie at one
+/// place, names the same one 65,536 times.
+constexpr size_t kMostOutput = 256 << 20;
 /// More than any of them may take.
 constexpr long kMostMemoryKilobytes = 2 << 20;
 
