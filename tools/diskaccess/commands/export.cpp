@@ -248,27 +248,28 @@ Exports RunAll(Context& context, const std::vector<media::ExportRequest>& reques
     return exports;
 }
 
-void RunRow(Context& context, const ListedExport& each, const std::string& doing, Exports& exports) {
-    const auto [result, anyLoss] = Run(context, each.request, kListStopped, doing);
+void RunRow(Context& context, const std::string& row, const media::ExportRequest& request,
+            const std::string& doing, Exports& exports) {
+    const auto [result, anyLoss] = Run(context, request, kListStopped, doing);
     if (!result) {
-        SayThatNothingWasWritten(context, each.row + ": " + context.Typed().partition, each.request.channels,
-                                 anyLoss);
+        SayThatNothingWasWritten(context, row + ": " + context.Typed().partition, request.channels, anyLoss);
     } else if (result->outputs.empty()) {
-        throw Failure(NothingFits(context, each.request, *result));
+        throw Failure(NothingFits(context, request, *result));
     } else {
-        Take(context, each.request, *result, exports);
+        Take(context, request, *result, exports);
     }
 }
 
 /// Runs the rows of a list until a signal comes. One that fails does not stop the others.
 /// @return whether a signal has left rows undone
-bool RunOpenRows(Context& context, ListedWork& work, Exports& exports) {
+bool RunOpenRows(Context& context, const media::ExportRequest& whole, ListedWork& work, Exports& exports) {
     const Interruption interruption;
     for (size_t i = 0; i < work.open.size(); ++i) {
         const ListedExport& each = work.open[i];
         try {
             StopBeforeNext(kListStopped);
-            RunRow(context, each, fmt::format("exporting {} of {}", i + 1, work.open.size()), exports);
+            RunRow(context, each.row, each.RequestOf(whole),
+                   fmt::format("exporting {} of {}", i + 1, work.open.size()), exports);
         } catch (const std::runtime_error& error) {
             if (Interruption::Asked()) {
                 return true;
@@ -280,10 +281,10 @@ bool RunOpenRows(Context& context, ListedWork& work, Exports& exports) {
 }
 
 /// Runs the rows of a list. Those that fail are named in the end.
-Exports RunRows(Context& context, ListedWork& work) {
+Exports RunRows(Context& context, const media::ExportRequest& whole, ListedWork& work) {
     Exports exports;
     exports.lost = work.lost;
-    const bool stopped = RunOpenRows(context, work, exports);
+    const bool stopped = RunOpenRows(context, whole, work, exports);
     for (const std::string& failure : work.failures) {
         Complain(failure);
     }
@@ -315,8 +316,8 @@ ExitCode ExportList(Context& context) {
     const std::optional<media::SigningKey> key = ReadSigningKey(context.Typed());
     media::ExportRequest whole = RequestOf(context);
     whole.key = key ? &*key : nullptr;
-    ListedWork work = LookAtPlaces(context, ReadListedExports(context, whole));
-    const Exports exports = RunRows(context, work);
+    ListedWork work = LookAtPlaces(context, whole, ReadListedExports(context, whole));
+    const Exports exports = RunRows(context, whole, work);
     ShowSkipped(context, work);
     ShowTracks(context, exports.results);
     ShowExports(context, exports.results);

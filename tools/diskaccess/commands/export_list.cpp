@@ -39,9 +39,10 @@ public:
     ListedExport Read(const ListedRange& range) {
         const std::string row = RowText(File(), range.row);
         try {
-            ExportRequest request = RequestOf(range);
-            Claim(request, range.row);
-            return {row, std::move(request)};
+            ListedExport listed = ListedOf(range);
+            listed.row = row;
+            Claim(listed.RequestOf(m_whole), range.row);
+            return listed;
         } catch (const Failure& failure) {
             throw Failure(row + ": " + failure.what());
         }
@@ -50,26 +51,19 @@ public:
 private:
     const std::string& File() const { return m_context.Typed().rangeList; }
 
-    ExportRequest RequestOf(const ListedRange& range) const {
+    ListedExport ListedOf(const ListedRange& range) const {
         const Options options = OptionsOf(range);
         const Query query = ReadQuery(options, m_context.Zone(), m_context.Names(), m_now);
         RequireFixedTimes(range);
-        ExportRequest request = m_whole;
-        request.range = query.range;
-        request.fromGiven = true;
-        request.toGiven = true;
-        request.channels = query.channels;
-        request.name = m_context.Typed().output + NameOf(range, request);
-        request.container = ContainerOf(options, request.name);
-        request.aac = request.aac && request.container == media::Container::Mp4;
-        CheckName(request.name);
-        if (!range.caseName.empty()) {
-            request.provenance.caseName = range.caseName;
-        }
-        if (!range.note.empty()) {
-            request.provenance.note = range.note;
-        }
-        return request;
+        ListedExport listed;
+        listed.range = query.range;
+        listed.channels = query.channels;
+        listed.name = m_context.Typed().output + NameOf(range, query);
+        listed.container = ContainerOf(options, listed.name);
+        CheckName(listed.name);
+        listed.caseName = range.caseName;
+        listed.note = range.note;
+        return listed;
     }
 
     /// A list that is run again must mean the same times: else it would refuse the files that it has made.
@@ -104,14 +98,14 @@ private:
     }
 
     /// The first second names a file that is not named, and its channel does where there is one.
-    std::string NameOf(const ListedRange& range, const ExportRequest& request) const {
+    std::string NameOf(const ListedRange& range, const Query& query) const {
         if (!range.file.empty()) {
             return range.file;
         }
         std::string name =
-            FileTime(m_context.Zone(), m_context.Clock(), int64_t{request.range.first} * kMicros);
+            FileTime(m_context.Zone(), m_context.Clock(), int64_t{query.range.first} * kMicros);
         for (uint32_t channel = 0; channel < recordings::kChannels; ++channel) {
-            if (request.channels.bits == 1u << channel) {
+            if (query.channels.bits == 1u << channel) {
                 name += fmt::format("-channel-{}", channel);
             }
         }
@@ -153,10 +147,10 @@ private:
 void CheckPartNames(const std::vector<ListedExport>& exports) {
     std::map<std::string, const std::string*> rows;
     for (const ListedExport& each : exports) {
-        rows.emplace(each.request.name, &each.row);
+        rows.emplace(each.name, &each.row);
     }
     for (const ListedExport& each : exports) {
-        const std::string& name = each.request.name;
+        const std::string& name = each.name;
         const std::string ending = std::filesystem::path(name).extension().string();
         const std::string stem = name.substr(0, name.size() - ending.size());
         const size_t digits = stem.find_last_not_of("0123456789") + 1; // of none: 0
@@ -210,6 +204,24 @@ std::string WhyNot(Context& context, const ExportRequest& request, const media::
 
 } // namespace
 
+ExportRequest ListedExport::RequestOf(const ExportRequest& whole) const {
+    ExportRequest request = whole;
+    request.range = range;
+    request.fromGiven = true;
+    request.toGiven = true;
+    request.channels = channels;
+    request.name = name;
+    request.container = container;
+    request.aac = request.aac && container == media::Container::Mp4;
+    if (!caseName.empty()) {
+        request.provenance.caseName = caseName;
+    }
+    if (!note.empty()) {
+        request.provenance.note = note;
+    }
+    return request;
+}
+
 std::vector<ListedExport> ReadListedExports(Context& context, const ExportRequest& whole) {
     const Options& options = context.Typed();
     std::error_code none;
@@ -227,19 +239,20 @@ std::vector<ListedExport> ReadListedExports(Context& context, const ExportReques
     return exports;
 }
 
-ListedWork LookAtPlaces(Context& context, std::vector<ListedExport> exports) {
+ListedWork LookAtPlaces(Context& context, const ExportRequest& whole, std::vector<ListedExport> exports) {
     ListedWork work;
     work.rows = exports.size();
     for (ListedExport& each : exports) {
-        const media::Earlier earlier = EarlierOf(context, each.request);
+        const ExportRequest request = each.RequestOf(whole);
+        const media::Earlier earlier = EarlierOf(context, request);
         if (earlier.isThere && earlier.difference.empty()) {
-            Complain(each.request.name + ": is there already" +
+            Complain(request.name + ": is there already" +
                      (earlier.lost ? ", and its manifest names what is missing in it" : ""));
             work.lost = work.lost || earlier.lost;
             ++work.skipped;
             continue;
         }
-        const std::string why = WhyNot(context, each.request, earlier);
+        const std::string why = WhyNot(context, request, earlier);
         if (why.empty()) {
             work.open.push_back(std::move(each));
         } else {

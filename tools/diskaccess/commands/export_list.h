@@ -9,10 +9,18 @@
 
 namespace diskaccess {
 
-/// What a row of a list asks for.
+/// What a row of a list asks for, besides what the options ask of all. Lists may be long: it is small.
 struct ListedExport {
     std::string row; ///< "FILE.csv: row 3", for messages
-    media::ExportRequest request;
+    recordings::TimeRange range;
+    recordings::ChannelSet channels;
+    std::string name; ///< of the file
+    media::Container container = media::Container::Matroska;
+    std::string caseName; ///< empty: that of all
+    std::string note;     ///< the same
+
+    /// @param whole what the options ask for
+    media::ExportRequest RequestOf(const media::ExportRequest& whole) const;
 };
 
 /// What the rows of --list ask for. All of them are looked at.
@@ -30,7 +38,9 @@ struct ListedWork {
 };
 
 /// Looks at the places of all files before the first is begun, and skips those that are what a row asks for.
-ListedWork LookAtPlaces(Context& context, std::vector<ListedExport> exports);
+/// @param whole what the options ask for
+ListedWork LookAtPlaces(Context& context, const media::ExportRequest& whole,
+                        std::vector<ListedExport> exports);
 
 } // namespace diskaccess
 
