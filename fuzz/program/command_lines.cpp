@@ -137,9 +137,10 @@ const Values& WrongPlaces() {
     return values;
 }
 
-/// A catalogue stays, also where the disk that was to be added cannot be read.
+/// A catalogue stays, also where the disk that was to be added cannot be read. An empty file becomes one: that is no harm, but the
+/// disk of a run may be empty.
 const Values& WrongDatabases() {
-    static const Values values = {"{disk}", "{out}", "{out}/none/here", "{names}",
+    static const Values values = {"{whole}", "{out}", "{out}/none/here", "{names}",
                                   "postgresql://127.0.0.1:1/none"};
     return values;
 }
