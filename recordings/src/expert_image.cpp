@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <map>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -64,10 +66,31 @@ bool ContinuesAfter(const Source& part) {
            std::strcmp(type, "next") == 0;
 }
 
-/// A stretch of bytes that the image does not hold as the disk had it.
-struct Stretch {
-    uint64_t from;
-    uint64_t to;
+/// The bytes that an image does not hold as the disk had them.
+class DamagedBytes {
+public:
+    void Add(uint64_t from, uint64_t to) {
+        auto next = m_ends.upper_bound(to);
+        while (next != m_ends.begin() && std::prev(next)->second >= from) {
+            next = std::prev(next);
+            from = std::min(from, next->first);
+            to = std::max(to, next->second);
+            next = m_ends.erase(next);
+        }
+        m_ends.emplace(from, to);
+    }
+
+    /// How many bytes from @p offset on, of @p size, come before the first that is damaged.
+    uint64_t SoundFrom(uint64_t offset, uint64_t size) const {
+        const auto next = m_ends.upper_bound(offset);
+        if (next != m_ends.begin() && std::prev(next)->second > offset) {
+            return 0;
+        }
+        return next == m_ends.end() ? size : std::min(size, next->first - offset);
+    }
+
+private:
+    std::map<uint64_t, uint64_t> m_ends; ///< of stretches that do not touch, by where they begin
 };
 
 class ExpertImage : public Source {
@@ -106,21 +129,29 @@ public:
     /// zeros there.
     size_t Read(uint64_t offset, void* data, size_t size) const override {
         const std::lock_guard<std::mutex> lock(m_mutex);
+        const uint64_t there = offset < m_size ? std::min<uint64_t>(size, m_size - offset) : 0;
+        const auto most = static_cast<size_t>(m_damaged.SoundFrom(offset, there));
         size_t done = 0;
-        while (done < size && offset + done < m_size) {
-            const auto most = static_cast<size_t>(std::min<uint64_t>(size - done, m_size - offset - done));
-            const ssize_t got = libewf_handle_read_random(m_handle, static_cast<uint8_t*>(data) + done, most,
-                                                          static_cast<off64_t>(offset + done), nullptr);
-            if (got <= 0) {
-                break;
-            }
-            done += static_cast<size_t>(got);
+        for (size_t got = 1; done < most && got != 0; done += got) {
+            got = ReadInChunk(offset + done, static_cast<uint8_t*>(data) + done, most - done);
         }
         NoteDamage();
-        return SoundBytes(offset, done);
+        return static_cast<size_t>(m_damaged.SoundFrom(offset, done));
     }
 
 private:
+    /// What cannot be read of a chunk is all of it, and is not asked for again: libewf loses the chunk's memory each time.
+    size_t ReadInChunk(uint64_t offset, uint8_t* data, size_t size) const {
+        const uint64_t begin = offset / m_chunk * m_chunk;
+        const auto most = static_cast<size_t>(std::min<uint64_t>(size, begin + m_chunk - offset));
+        const ssize_t got =
+            libewf_handle_read_random(m_handle, data, most, static_cast<off64_t>(offset), nullptr);
+        if (got <= 0) {
+            m_damaged.Add(begin, begin + m_chunk);
+        }
+        return static_cast<size_t>(std::max<ssize_t>(got, 0));
+    }
+
     /// The parts are held open, and libewf is led to what is held.
     void OpenParts(std::unique_ptr<FileSource> first) {
         const std::vector<std::string> names = PartNames(m_name);
@@ -154,7 +185,8 @@ private:
         }
         size64_t size = 0;
         if (libewf_handle_get_media_size(m_handle, &size, nullptr) != 1 ||
-            libewf_handle_get_bytes_per_sector(m_handle, &m_sector, nullptr) != 1) {
+            libewf_handle_get_bytes_per_sector(m_handle, &m_sector, nullptr) != 1 ||
+            libewf_handle_get_chunk_size(m_handle, &m_chunk, nullptr) != 1 || m_chunk == 0) {
             throw Error(ErrorKind::CannotOpen, m_name + ": the E01 image does not say how large its disk is");
         }
         m_size = size;
@@ -173,7 +205,7 @@ private:
                 sector < m_size / std::max(m_sector, 1u)) {
                 const uint64_t start = sector * m_sector;
                 const uint64_t most = (m_size - start) / std::max(m_sector, 1u) + 1;
-                m_damaged.push_back({start, start + std::min(sectors, most) * m_sector});
+                m_damaged.Add(start, start + std::min(sectors, most) * m_sector);
             }
         }
     }
@@ -188,22 +220,14 @@ private:
         }
     }
 
-    size_t SoundBytes(uint64_t offset, size_t size) const {
-        for (const Stretch& stretch : m_damaged) {
-            if (stretch.from < offset + size && offset < stretch.to) {
-                size = stretch.from > offset ? static_cast<size_t>(stretch.from - offset) : 0;
-            }
-        }
-        return size;
-    }
-
     std::string m_name;
     std::vector<std::unique_ptr<FileSource>> m_parts;
     libewf_handle_t* m_handle = nullptr;
     uint64_t m_size = 0;
     uint32_t m_sector = 0;
+    size32_t m_chunk = 0;       ///< bytes that have a checksum of their own
     mutable std::mutex m_mutex; ///< libewf reads one after the other
-    mutable std::vector<Stretch> m_damaged;
+    mutable DamagedBytes m_damaged;
     mutable uint32_t m_checksumErrors = 0;
 };
 
