@@ -20,6 +20,13 @@ int64_t PlaceIn(const ClockSegment& segment, int64_t time) {
     return std::max<int64_t>(place, 0);
 }
 
+/// The first place for a chapter after another one: players pass over one that begins where the one before it does. In MP4
+/// places are milliseconds.
+int64_t After(int64_t place) {
+    constexpr int64_t kMilli = 1000;
+    return place > INT64_MAX - kMilli ? place : place + kMilli;
+}
+
 } // namespace
 
 void ChapterPlaces::Note(const recordings::Frame& frame, size_t segments) {
@@ -58,6 +65,9 @@ std::vector<Chapter> ChapterPlaces::Place(const std::vector<Chapter>& chapters,
     }
     std::stable_sort(placed.begin(), placed.end(),
                      [](const Chapter& a, const Chapter& b) { return a.time < b.time; });
+    for (size_t i = 1; i < placed.size(); ++i) {
+        placed[i].time = std::max(placed[i].time, After(placed[i - 1].time));
+    }
     return placed;
 }
 

@@ -1056,6 +1056,35 @@ TEST_F(Exports, HoldSoundThatBeginsBetweenMilliseconds) {
     }
 }
 
+/// Players pass over a chapter that begins where the one before it does. Two alarms can be given at one moment.
+TEST_F(Exports, ShowEachOfTheEventsOfOneMoment) {
+    m_settings.channels = 1;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    for (int64_t second = 0; second < 10; ++second) {
+        Write(recorder, KeyFrame(0, (kStart + second) * kSecond, 300));
+        if (second == 5) {
+            for (const uint64_t type : {1u, 2u, 4u}) {
+                recorder.WriteEvent((kStart + second) * kSecond, type, 0);
+            }
+        }
+    }
+    recorder.PowerOff();
+    for (const Container container : {Container::Matroska, Container::Mp4}) {
+        ExportRequest request = Request(container);
+        request.replace = true;
+        ASSERT_TRUE(Run(request));
+        std::vector<int64_t> starts;
+        for (const auto& chapter : ContainerFile::Read(File("out")).chapters) {
+            starts.push_back(chapter.start);
+        }
+        std::vector<int64_t> expected = {5000000, 5001000, 5002000};
+        if (container == Container::Mp4) {
+            expected.insert(expected.begin(), 0); // the beginning
+        }
+        EXPECT_EQ(starts, expected) << NameOf(container);
+    }
+}
+
 /// Which frames are in which track must be clear from the manifest: verifying, which each run ends with, counts by it.
 TEST_F(Exports, SayBetweenWhichTracksFramesAreLeftOut) {
     constexpr uint8_t kUnknown = 0;
