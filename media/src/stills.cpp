@@ -85,7 +85,9 @@ Channels ReadPictures(const recordings::Disk& disk, const recordings::BlockList&
                       const StillQuery& query, const recordings::ProblemSink& problems,
                       const recordings::Watch& watch) {
     recordings::FrameQuery wanted;
-    wanted.range = {SecondOf(query.time - kLongestShown), SecondOf(query.time)};
+    // The time of a damaged event may be any.
+    wanted.range = {query.time < kLongestShown ? 0 : SecondOf(query.time - kLongestShown),
+                    SecondOf(query.time)};
     wanted.channels = query.channels;
     Channels channels;
     std::vector<recordings::Problem> met; // which of them matter is known in the end

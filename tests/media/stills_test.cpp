@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <stdexcept>
 
 #include "libav.h"
@@ -118,6 +119,8 @@ TEST_F(Stills, NothingIsShownWhereNothingWasRecorded) {
     const std::vector<Still> late = Take(last + media::kLongestShown + 1, kFirst);
     EXPECT_TRUE(late.empty() || late.at(0).state == StillState::NotRecorded);
     EXPECT_TRUE(Take(last + 3600 * int64_t{1000000}).empty());
+    EXPECT_TRUE(Take(std::numeric_limits<int64_t>::min()).empty());
+    EXPECT_TRUE(Take(std::numeric_limits<int64_t>::max()).empty());
 }
 
 TEST_F(Stills, WithoutTheirKeyFrameAreNotTakenForNotRecorded) {
