@@ -24,7 +24,7 @@ MIB = 1024 * 1024
 def manifest_of(file: pathlib.Path) -> dict[str, object]:
     """What a manifest says that does not depend on who made it, when, and where."""
     manifest: dict[str, object] = json.loads(file.with_name(file.name + ".json").read_text())
-    for key in ("arguments", "made", "outputs", "program", "source"):
+    for key in ("arguments", "made", "manifest_sha256", "outputs", "program", "source"):
         manifest.pop(key, None)
     return manifest
 
