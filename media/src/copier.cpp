@@ -104,6 +104,15 @@ bool Copier::IsNew(const Track& track, const recordings::Frame& frame) const {
                         [&](const Place& place) { return Belongs(place, track, frame); });
 }
 
+std::optional<int64_t> Copier::LatestBeside(const TrackKey& key) const {
+    const auto places = m_places.find(key);
+    if (places == m_places.end()) {
+        return std::nullopt;
+    }
+    const auto latest = m_latest.find(places->second.all[places->second.current].sink);
+    return latest == m_latest.end() ? std::nullopt : std::optional(latest->second);
+}
+
 /// Holds a frame's time against that of the one before it.
 void Copier::Compare(Places& places, const recordings::Frame& frame) {
     const bool collides = places.last && frame.time <= *places.last && frame.time + kClockSet >= *places.last;
@@ -133,6 +142,8 @@ void Copier::Copy(const recordings::Frame& frame) {
         LeaveOutTooLarge(m_tracks[place.entry]);
     } else {
         place.sink->Write(place.index, frame);
+        const auto latest = m_latest.emplace(place.sink, frame.time).first;
+        latest->second = std::max(latest->second, frame.time);
         CountFrame(m_tracks[place.entry], frame);
     }
 }

@@ -39,6 +39,8 @@ public:
     /// Whether a track has no place that Follow() would find.
     bool IsNew(const Track& track, const recordings::Frame& frame) const;
     bool Knows(const TrackKey& key) const { return m_places.count(key) != 0; }
+    /// The latest time stamp in the file where a track's frames go now; nothing when there is none yet.
+    std::optional<int64_t> LatestBeside(const TrackKey& key) const;
     /// @param frame of a track that was added
     void Copy(const recordings::Frame& frame);
 
@@ -75,7 +77,8 @@ private:
     Sink& m_sink;
     Container m_container;
     std::map<TrackKey, Places> m_places;
-    std::map<const Sink*, size_t> m_taken; ///< tracks
+    std::map<const Sink*, size_t> m_taken;   ///< tracks
+    std::map<const Sink*, int64_t> m_latest; ///< time stamps of what they hold
     std::vector<Track> m_tracks;
     std::vector<LeftOut> m_leftOut;
 };

@@ -197,11 +197,17 @@ private:
         return frame.IsAudio() ? m_finder.TellsAudio(frame) : frame.type == recordings::kKeyFrame;
     }
 
-    /// Whether a track has paused for longer than its file can show.
-    bool ComesTooLate(const TrackKey& track, int64_t time) const {
+    /// The time that a frame of a track follows in its file: that of the track's last frame. One that begins follows those of
+    /// the others, as their texts and chapters last until then.
+    std::optional<int64_t> TimeBefore(const TrackKey& track) const {
         const auto last = m_lastTimes.find(track);
-        return m_started && !m_request.stream && last != m_lastTimes.end() &&
-               time - last->second > m_sink->LargestGap();
+        return last == m_lastTimes.end() ? m_copier->LatestBeside(track) : last->second;
+    }
+
+    /// Whether a frame comes after a pause that is longer than its file can show.
+    bool ComesTooLate(const TrackKey& track, int64_t time) const {
+        const std::optional<int64_t> before = TimeBefore(track);
+        return m_started && !m_request.stream && before && time - *before > m_sink->LargestGap();
     }
 
     /// Has a track that has paused for so long go on in another container.

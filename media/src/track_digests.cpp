@@ -241,7 +241,7 @@ public:
     Distributor(const ManifestFile& manifest, const FileDigests& files, const Beginnings& beginnings,
                 const Watcher& watcher)
         : m_manifest(manifest), m_beginnings(beginnings), m_contained(manifest.container != Container::Raw),
-          m_soundDecoder([&watcher] { watcher.Ask(); }) {
+          m_soundDecoder([&watcher] { watcher.Ask(); }), m_latest(manifest.files.size()) {
         for (size_t file = 0; file < manifest.files.size(); ++file) {
             m_fileTimes.emplace_back(manifest.container, beginnings.claimed[file], LargestGap(file, files),
                                      files.texts[file].times.unit);
@@ -276,7 +276,8 @@ public:
         } else if (!isTooLarge && IsFull(step)) {
             m_entries[sequence.last].tooMany += sequence.endsAnywhere ? 0 : 1;
         } else if (!isTooLarge) {
-            TakeInto(*step.entry, frame, std::exchange(sequence.lastTime, frame.time));
+            TakeInto(*step.entry, frame, TimeBefore(sequence));
+            sequence.lastTime = frame.time;
         }
     }
 
@@ -354,6 +355,14 @@ private:
         return m_beginnings.describer.OfPart(frame, goesOn);
     }
 
+    /// The time that a frame follows, as for the exporter: that of its track's last frame, or where the track begins after a
+    /// pause, of the file that it was to begin in.
+    std::optional<int64_t> TimeBefore(const Sequence& sequence) const {
+        const bool leftAFile = !sequence.lastTime && sequence.at > 0 && sequence.steps[sequence.at - 1].entry;
+        return leftAFile ? m_latest[m_manifest.tracks[*sequence.steps[sequence.at - 1].entry].output]
+                         : sequence.lastTime;
+    }
+
     /// Puts what is in no file between the tracks of a sequence.
     void AddLeftOut(const TrackKey& key, Sequence& sequence) const {
         sequence.last = *sequence.steps.back().entry;
@@ -376,6 +385,8 @@ private:
     }
 
     void TakeInto(size_t entry, const recordings::Frame& frame, std::optional<int64_t> before) {
+        std::optional<int64_t>& latest = m_latest[m_manifest.tracks[entry].output];
+        latest = std::max(latest.value_or(frame.time), frame.time);
         CountTime(m_entries[entry], frame.time);
         CountPayload(m_entries[entry], frame, m_manifest.tracks[entry].codec);
         AddPayload(m_entries[entry], frame);
@@ -435,6 +446,7 @@ private:
     bool m_contained;
     SoundDecoder m_soundDecoder;
     std::deque<FileTimes> m_fileTimes;
+    std::vector<std::optional<int64_t>> m_latest; ///< time stamps, of each file
     std::deque<Entry> m_entries;
     std::map<TrackKey, Sequence> m_tracks;
     LengthPrefixer m_prefixer;

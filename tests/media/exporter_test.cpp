@@ -1056,6 +1056,38 @@ TEST_F(Exports, HoldSoundThatBeginsBetweenMilliseconds) {
     }
 }
 
+/// One camera stopped, and another began two months later: MP4 cannot show a text for so long.
+TEST_F(Exports, LetACameraBeginLongAfterAllOthersEnded) {
+    constexpr int64_t kTwoMonths = 60 * 86400 * kSecond;
+    m_settings.channels = 3;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    for (const uint32_t channel : {0u, 1u}) {
+        const int64_t start = kStart * kSecond + channel * kTwoMonths;
+        for (int64_t second = 0; second < 10; ++second) {
+            Write(recorder, KeyFrame(channel, start + second * kSecond, 300));
+        }
+        recorder.WriteEvent(start + 5 * kSecond, 1, 0);
+        recorder.PowerOff();
+    }
+    for (const Container container : {Container::Mp4, Container::Matroska}) {
+        ExportRequest request = Request(container);
+        request.range = {kStart, kStart + 100 * 86400};
+        request.clockText = true;
+        request.replace = true;
+        const auto result = Run(request); // which verifies it
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->outputs.size(), container == Container::Mp4 ? 2u : 1u);
+        EXPECT_EQ(result->tracks.front().frames, 10u);
+        EXPECT_EQ(result->tracks.back().frames, 10u);
+        if (container == Container::Mp4) {
+            const ContainerFile second = ContainerFile::Read(File("out-2"));
+            EXPECT_EQ(second.packets.size(), 20u); // pictures and texts
+            ASSERT_EQ(second.chapters.size(), 2u); // the beginning, and the event
+            EXPECT_EQ(second.chapters[1].start, 5 * kSecond);
+        }
+    }
+}
+
 /// Players pass over a chapter that begins where the one before it does. Two alarms can be given at one moment.
 TEST_F(Exports, ShowEachOfTheEventsOfOneMoment) {
     m_settings.channels = 1;
