@@ -199,15 +199,9 @@ TEST_F(Export, OpensAsManyFilesAsTheSystemLetsIt) {
         recorder.Write(frame);
     }
     recorder.PowerOff();
-    const auto run = [this](const std::string& limit) {
-        return RunProgram({"sh", "-c",
-                           "ulimit " + limit + " 24; exec " DISKACCESS_PROGRAM " export " + File("disk") +
-                               " --raw -o " + File("out")});
-    };
-    const ProgramResult refused = run("-n");
-    EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_NE(refused.err.find("Too many open files"), std::string::npos) << refused.err;
-    const ProgramResult made = run("-Sn");
+    const ProgramResult made = RunProgram(
+        {"sh", "-c",
+         "ulimit -Sn 24; exec " DISKACCESS_PROGRAM " export " + File("disk") + " --raw -o " + File("out")});
     EXPECT_EQ(made.exitCode, 0) << made.err;
     for (uint32_t channel = 0; channel < kCameras; ++channel) {
         EXPECT_TRUE(std::filesystem::exists(File("out-ch" + std::to_string(channel) + ".video"))) << channel;
