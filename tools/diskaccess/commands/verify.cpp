@@ -101,7 +101,7 @@ std::optional<TimeZone> ZoneOf(const media::ManifestFile& manifest, const Option
     if (!MicrosOfRfc3339(manifest.start)) {
         return std::nullopt;
     }
-    const std::optional<TimeZone> likely = manifest.zone ? NamedZone(manifest) : ReadZone(options);
+    std::optional<TimeZone> likely = manifest.zone ? NamedZone(manifest) : ReadZone(options);
     if (likely && WritesTimesOf(manifest, *likely)) {
         return likely;
     }
