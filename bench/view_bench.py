@@ -2,7 +2,7 @@
 
     view_bench.py DISKACCESS DISKACCESS_SAMPLE DIRECTORY [PART...]
 
-Each camera's picture bears the number of its frame as 16 black and white fields. A picture stands when the fields that the
+Each camera's picture shows the number of its frame as 16 black and white fields. A picture stands when the fields that the
 browser shows are those of the time that was asked for: what is timed ends there, not with a message that says so.
 """
 

@@ -46,7 +46,7 @@ constexpr uint64_t kContainerBytesOfAFrame = 64;
 constexpr uint64_t kManifestBytes = 8 << 10;
 constexpr uint64_t kManifestBytesOfAnEntry = 1 << 10;
 
-/// What bears a name before the export.
+/// What a name stands for before the export.
 struct Placed {
     enum Kind : uint8_t { Nothing, File, LinkToSource, HardLinkToSource, Folder };
     Kind kind = Nothing;
@@ -57,7 +57,7 @@ constexpr const char* kSource = "disk";
 constexpr const char* kSourceText = "the source";
 constexpr const char* kPlacedText = "what was there before";
 
-/// The file that an export to a stream goes to; it bears the name of the output from the start.
+/// The file that an export to a stream goes to; it has the name of the output from the start.
 class Stream {
 public:
     explicit Stream(const std::string& path)

@@ -1,5 +1,5 @@
 // Playback of records that a search found and of made-up ones, with the operations in any order, on a partition
-// that may hold anything; and on a second disk beside it that bears the same bytes under another head.
+// that may hold anything; and on a second disk beside it that has the same bytes under another head.
 
 #include <algorithm>
 #include <array>

@@ -69,7 +69,7 @@ const char* Resolve(const char* path) {
     return std::strcmp(path, "/fuzz/audio.wav") == 0 ? FUZZ_MEDIA "audio.wav" : nullptr;
 }
 
-/// An input: arguments, one a line, up to an empty line; behind it the scenario.
+/// An input: arguments, one a line, up to an empty line; after it the scenario.
 struct Input {
     std::vector<std::string> arguments = {"diskaccess-sample"};
     std::string scenario;
@@ -130,7 +130,7 @@ private:
     size_t m_size = 0;
 };
 
-/// A refusal is a line for whoever wrote the scenario. It may begin with a file's name or quote the scenario, but not
+/// A refusal is a line for the person who wrote the scenario. It may begin with a file's name or quote the scenario, but not
 /// begin with the words of libraries.
 void CheckRefusal(int code, const std::string& text, const std::vector<std::string>& arguments) {
     static const std::string name = "diskaccess-sample: ";
@@ -138,7 +138,7 @@ void CheckRefusal(int code, const std::string& text, const std::vector<std::stri
     Require(!text.empty(), "the program fails without a word");
     if (code == 1) {
         Require(text.compare(0, name.size(), name) == 0,
-                "the program fails with a line that does not bear its name");
+                "the program fails with a line that does not contain its name");
         const bool namesFile =
             std::any_of(arguments.begin(), arguments.end(), [&](const std::string& argument) {
                 return text.compare(name.size(), argument.size() + 2, argument + ": ") == 0;

@@ -77,7 +77,7 @@ private:
         const auto* node = m_records.m_pTail;
         for (int i = m_records.m_nCount; i > before; --i, node = node->pPrev) {
             Require(node->data.chn < 32, "a record is of a channel that there is not");
-            Require(node->data.flag <= 2, "a record bears a flag that there is not");
+            Require(node->data.flag <= 2, "a record has a flag that there is not");
         }
     }
     template <typename Search>

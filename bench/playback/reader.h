@@ -35,7 +35,7 @@ ReaderPtr LibraryReader(const FrameSet& set, Order order);
 
 /// The same in recorded order, in a process whose player has asked the C library's allocator to keep large
 /// buffers in the heap. As it comes, it maps a buffer of 128 KiB and more to pages of its own, and maps them
-/// anew whenever the buffer is resized: with each frame.
+/// again whenever the buffer is resized: with each frame.
 ReaderPtr LibraryReaderWithLargeHeap(const FrameSet& set);
 
 /// CReadDisk's unit reads of each block.

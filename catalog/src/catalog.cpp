@@ -12,7 +12,7 @@ namespace catalog {
 
 namespace {
 
-/// Times that a disk is entered anew because others entered it meanwhile.
+/// Times that a disk is entered again because others entered it meanwhile.
 constexpr int kMostTries = 8;
 
 std::optional<int64_t> NumberOrNothing(const Cell& cell) {

@@ -80,7 +80,7 @@ bool HoldsCatalog(Database& database) {
 }
 
 void Migrate(Database& database, int64_t version) {
-    // Made by itself: two programs may come upon a new database at once, and the second waits for the first here.
+    // Made by itself: two programs may find a new database at once, and the second waits for the first here.
     database.Run(
         "CREATE TABLE IF NOT EXISTS catalog_version (one BIGINT PRIMARY KEY, version BIGINT NOT NULL)");
     if (VersionOf(database) == version) {

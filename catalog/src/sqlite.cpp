@@ -225,7 +225,7 @@ public:
         sqlite3_busy_timeout(database, kPatienceMillis);
         Database::Run("PRAGMA foreign_keys = ON");
         Database::Run("PRAGMA cache_size = -65536");
-        // Whoever uses this may be able to write beside the file alone.
+        // The user may be able to write beside the file alone.
         Database::Run("PRAGMA temp_store = MEMORY");
         ExpectNoOthersTables();
     }

@@ -43,7 +43,7 @@ diskaccess::Confinement StayFree(const diskaccess::Needs& /*needs*/) {
     return {};
 }
 
-/// Where the sanitizers' reports go. A process that was forked must say it anew: else they go to a file.
+/// Where the sanitizers' reports go. A process that was forked must say it again: else they go to a file.
 void LeadReportsTo([[maybe_unused]] int fd) {
 #ifdef FUZZING_WITH_REPORTS
     // NOLINTNEXTLINE(performance-no-int-to-ptr): this is how the sanitizers take a descriptor

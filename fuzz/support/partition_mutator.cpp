@@ -68,7 +68,7 @@ private:
         ForgeWord(m_input.Word(offsetof(PartHead_t, BBCounterOffs)));
     }
     void ForgeBlockHead() {
-        // The fields before the vehicle's names, the channels behind them, the extended head.
+        // The fields before the vehicle's names, the channels after them, the extended head.
         const uint32_t places[] = {4 * Below(5), offsetof(BlockHead_t, media_chn_bitmap),
                                    static_cast<uint32_t>(sizeof(BlockHead_t)) + 4 * Below(2)};
         ForgeWord(BlockStart() + places[Below(std::size(places))]);

@@ -24,7 +24,7 @@ constexpr uint32_t kBlockSize = 0x2000;
 /// A shorter run of zeros inside an extent costs less than the next extent's head.
 constexpr size_t kShortestGap = 8;
 
-/// Where the tables end, which lie behind the partition head.
+/// Where the tables end, which lie after the partition head.
 constexpr uint64_t kTablesEnd = 0x6000;
 
 /// A name in the directory for temporary files that nobody else has; the file is removed in the end.

@@ -19,7 +19,7 @@ constexpr uint32_t kEdges[] = {0,          1,          2,          31,         3
                                0xFFFFFFFE, 0xFFFFFFFF, 0x10000001, 0x0CCCCCCD, 0x0AAAAAAB, 0x20000000,
                                0xFFFFFFE8, 0x7FFFFFFE, 0x800000,   0x01FF};
 
-/// The operations of an input, read byte by byte; zeros behind its end.
+/// The operations of an input, read byte by byte; zeros after its end.
 class Script {
 public:
     explicit Script(const std::vector<uint8_t>& bytes) : m_bytes(bytes) {}

@@ -9,7 +9,7 @@ namespace media {
 
 namespace {
 
-/// Blocks that the thread may be behind.
+/// Blocks that may wait for the thread.
 constexpr size_t kMostBehind = 2;
 constexpr std::chrono::milliseconds kAskAgain(100);
 

@@ -44,7 +44,7 @@ public:
     /// @param frame of a track that was added
     void Copy(const recordings::Frame& frame);
 
-    /// Frames of a track that bear the time of the frame before, or an earlier one, though the clock was not set.
+    /// Frames of a track that have the time of the frame before, or an earlier one, though the clock was not set.
     std::vector<NotedFrames> AllCollisions() const;
 
     std::vector<Track>& Tracks() { return m_tracks; }

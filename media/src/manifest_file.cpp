@@ -25,7 +25,7 @@ constexpr size_t kLargestManifest = size_t{256} << 20;
 /// Manifests have objects in lists in objects in a list.
 constexpr size_t kDeepest = 8;
 constexpr size_t kLongestName = 255;
-/// No manifest has more: each track of 32 channels may begin anew with every journey.
+/// No manifest has more: each track of 32 channels may begin again with every journey.
 constexpr size_t kMostFiles = 4096;
 constexpr size_t kMostTracks = 65536;
 constexpr size_t kMostBlocks = 65536;

@@ -38,7 +38,7 @@ std::string TemporaryName() {
 
 } // namespace
 
-/// The name of the file, and what bore it before.
+/// The name of the file, and what had it before.
 class OutputFile::Naming {
 public:
     Naming(std::string path, const OutputRules& rules);
@@ -60,7 +60,7 @@ private:
         Absent,    ///< not made yet
         Temporary, ///< under its temporary name
         Named,     ///< under its own name, which was free
-        Exchanged, ///< under its own name; what was replaced bears the temporary one
+        Exchanged, ///< under its own name; what was replaced has the temporary one
         Kept,      ///< under its own name for good
     };
 
@@ -120,7 +120,7 @@ OwnedDescriptor OutputFile::Naming::Make() {
 }
 
 void OutputFile::Naming::TakeName() {
-    // What bears the name may come and go between two calls.
+    // What has the name may come and go between two calls.
     for (int i = 0; i < kTries && m_state == State::Temporary; ++i) {
         if (!TakeFreeName()) {
             m_place.Check(m_rules);
@@ -173,7 +173,7 @@ bool OutputFile::Naming::RenameToHeldName() {
     return true;
 }
 
-/// Takes the name of what bears it. Where the file system can exchange names, what was replaced is looked at once more
+/// Takes the name of what has it. Where the file system can exchange names, what was replaced is looked at once more
 /// under the temporary name: it may be another file than a moment ago. Where it cannot, what was replaced is gone.
 void OutputFile::Naming::Replace() {
     const int folder = m_place.Folder();

@@ -22,7 +22,7 @@ public:
     const std::string& Name() const { return m_name; }
     int Folder() const { return m_folder; }
 
-    /// Looks at what bears the name now.
+    /// Looks at what has the name now.
     /// @throws Error when an output may not take its place
     void Check(const OutputRules& rules) const { CheckEntry(m_name, rules); }
     /// Looks at another name in the folder, on behalf of this place.

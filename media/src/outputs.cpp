@@ -27,7 +27,7 @@ OutputFile& Outputs::Make(const std::string& path) {
     const bool begun = std::any_of(m_files.begin(), m_files.end(),
                                    [&path](const auto& file) { return file->Path() == path; });
     if (begun) {
-        throw Error(ErrorKind::OutputTwice, path + ": two streams would bear this name");
+        throw Error(ErrorKind::OutputTwice, path + ": two streams would get this name");
     }
     m_files.push_back(std::make_unique<OutputFile>(path, m_rules, *m_pipeline));
     return *m_files.back();

@@ -38,7 +38,7 @@ def test_paths_need_not_be_text(sample: pathlib.Path, tmp_path: pathlib.Path) ->
         diskaccess.open(f"{sample}\0.txt")
 
 
-def test_records_bear_times_with_a_zone(disk: pathlib.Path) -> None:
+def test_records_have_times_with_a_zone(disk: pathlib.Path) -> None:
     with diskaccess.open(disk) as opened:
         records = opened.records()
     assert len(records) > 0
@@ -178,7 +178,7 @@ def test_a_truncated_copy_opens(disk: pathlib.Path) -> None:
         assert kinds["device_cut_off"].count == 3
 
 
-def test_arrays_bear_times_in_utc(disk: pathlib.Path, sample: pathlib.Path) -> None:
+def test_arrays_have_times_in_utc(disk: pathlib.Path, sample: pathlib.Path) -> None:
     numpy = pytest.importorskip("numpy")
     with diskaccess.open(disk, skew=60) as opened:
         records = opened.records()

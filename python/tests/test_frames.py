@@ -18,7 +18,7 @@ START = 1_700_000_000 * SECOND
 
 
 def payload_on_disk(image: pathlib.Path, frame: diskaccess.Frame) -> bytes:
-    """A payload as it lies in the image: behind the frame's head of 24 bytes, in a block of the normal layout."""
+    """A payload as it lies in the image: after the frame's head of 24 bytes, in a block of the normal layout."""
     start = image.stat().st_size - 16 * 65536 + frame.block * 65536
     with image.open("rb") as file:
         file.seek(start + 840 + frame.offset + 24)
@@ -235,7 +235,7 @@ def test_an_interruption_ends_long_work(ring: pathlib.Path) -> None:
                 signal.setitimer(signal.ITIMER_REAL, 0.02)
                 while True:  # wherever it strikes
                     opened._shared.records(0, 0xFFFFFFFF, 0xFFFFFFFF)
-            assert len(opened.records()) == 80000  # nothing is left behind that hinders
+            assert len(opened.records()) == 80000  # nothing is left over that hinders
     finally:
         signal.setitimer(signal.ITIMER_REAL, 0)
         signal.signal(signal.SIGALRM, before)

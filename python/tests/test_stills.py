@@ -88,7 +88,7 @@ def test_pictures_are_the_callers(camera: pathlib.Path) -> None:
     gc.collect()
     ballast = [bytearray(picture.nbytes) for _ in range(16)]  # takes memory that was given back too early
     assert numpy.array_equal(picture, expected) and len(ballast) == 16
-    picture[:] = 7  # it can be drawn upon
+    picture[:] = 7  # it can be drawn on
     assert picture.min() == picture.max() == 7
 
 

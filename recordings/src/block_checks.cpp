@@ -228,7 +228,7 @@ void BlockCheck::CheckHead(const Neighbourhood& place, const std::optional<Block
 void BlockCheck::CheckTail(const Neighbourhood& place, const std::optional<BlockIndex>& index) const {
     const BlockParts& parts = *place.at;
     if (!parts.block.closed) {
-        // An open block bears the tail of the ring's previous turn, or none.
+        // An open block has the tail of the ring's previous turn, or none.
         const bool ofThisTurn =
             parts.tail.StartTime != 0 && SameMoment(parts.tail.StartTime, parts.block.start);
         if (ofThisTurn) {

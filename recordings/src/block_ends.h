@@ -24,7 +24,7 @@ struct BlockEnds {
     bool HeadValid() const { return headRead && validFlag == BLOCK_MAGIC; }
     /// Whether the recorder has written to the block since it was formatted.
     bool Written() const { return recSeq != 0 || recTime != 0; }
-    /// Whether the tail, or the extended tail, bears the head's number: the block was finished.
+    /// Whether the tail, or the extended tail, has the head's number: the block was finished.
     bool Closed() const {
         return tailRead && recSeq != 0 && (tail.RecSeq == recSeq || tailEx.RecSeq == recSeq);
     }

@@ -45,7 +45,7 @@ void CheckTypes(FoundFrames& found) {
     }
 }
 
-/// The tracks of a block, made anew when its frames have changed: then there are fewer, or a problem says so.
+/// The tracks of a block, made again when its frames have changed: then there are fewer, or a problem says so.
 class CurrentTracks {
 public:
     explicit CurrentTracks(const FoundFrames& found) : m_found(found) {}
@@ -89,7 +89,7 @@ void CheckIndexed(FoundFrames& found, const BlockFacts& facts, FrameArea& area, 
 }
 
 /// Events of which no index knows may be other frames whose type was changed: such are too short, or begin as video does,
-/// or bear more kinds at once than there may be.
+/// or have more kinds at once than there may be.
 void CheckEvents(FoundFrames& found, const BlockFacts& facts, FrameArea& area) {
     for (FoundFrame& frame : found.frames) {
         if (frame.type != kEventFrame || facts.ListsEvent(frame.offset, frame.time)) {

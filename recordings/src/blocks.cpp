@@ -213,7 +213,7 @@ private:
         return 0;
     }
 
-    /// Tails stay when a ring is formatted anew: the time tells that one belongs to this turn.
+    /// Tails stay when a ring is formatted again: the time tells that one belongs to this turn.
     bool TailTimeFits(uint32_t n) const {
         const bool seam = m_sequence[Before(n)] >= m_sequence[After(n)];
         const uint32_t time = m_ends[n].tail.StartTime;
@@ -398,7 +398,7 @@ private:
         }
     }
 
-    /// Whether the first frame bears the time of the block's head. Then the clock was set that far: without a battery it
+    /// Whether the first frame has the time of the block's head. Then the clock was set that far: without a battery it
     /// begins in 1970 when the power comes, until somebody sets it.
     bool FrameConfirms(const Block& block) const {
         const std::optional<int64_t> time = TimeOfFirstFrame(block.number);

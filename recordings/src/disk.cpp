@@ -15,7 +15,7 @@ using disk_access::BlockGeometry;
 
 static_assert(sizeof(PartHead_t) == kPartitionHeadBytes, "callers read the head by this size");
 
-/// A disk type whose partitions bear the other magic.
+/// A disk type whose partitions have the other magic.
 constexpr int kAlternativeDiskType = 52;
 
 /// A copy of a text field, which need not be terminated.
@@ -58,7 +58,7 @@ void RefuseHeadless(const Source& source) {
 void RequirePartition(const Source& source, const PartHead_t& head, int diskType) {
     if (head.FormatFlag != PART_MAGIC && head.FormatFlag != PART_MAGIC_ALT) {
         RefuseHeadless(source);
-        const std::string what = "bears no partition head (it begins " + Hex(head.FormatFlag) + ")";
+        const std::string what = "has no partition head (it begins " + Hex(head.FormatFlag) + ")";
         if (const std::optional<Partition> part = source.PartOfDisk()) {
             throw Error(ErrorKind::NoSuchPartition,
                         source.Name() + ": partition " + std::to_string(part->number) + " " + what);

@@ -21,7 +21,7 @@ inline size_t CountKinds(const EventHead_t& event) {
     return std::bitset<64>(event.type).count();
 }
 
-/// Whether it is as recorders write it: it bears a kind of event, not more of them than there may be at once, and its flag
+/// Whether it is as recorders write it: it has a kind of event, not more of them than there may be at once, and its flag
 /// is one or zero.
 bool IsLikeEvent(const EventHead_t& event);
 

@@ -52,11 +52,11 @@ const char* MeaningOf(ProblemKind kind) {
     case ProblemKind::NotDecodable:
         return "The pictures are there, but the key frame that they need is not.";
     case ProblemKind::TimesCollide:
-        return "Two frames of one channel bear one time: one of the two times is wrong.";
+        return "Two frames of one channel have the same time: one of the two times is wrong.";
     case ProblemKind::ClockJumps:
         return "The recorder's clock was set while it recorded.";
     case ProblemKind::EncodingChanges:
-        return "The camera was changed, or set up anew.";
+        return "The camera was changed, or set up again.";
     case ProblemKind::TablesMisplaced:
         return "The head places a table over the head itself, another table or the ring: the head is "
                "damaged.";

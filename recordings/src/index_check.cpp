@@ -245,7 +245,7 @@ bool IndexCheck::EventOfTime(int64_t time) const {
     return std::binary_search(m_eventTimes.begin(), m_eventTimes.end(), time);
 }
 
-/// Whether a frame may bear a time: it lies between those of its neighbours in its track.
+/// Whether a frame may have a time: it lies between those of its neighbours in its track.
 bool IndexCheck::Fits(size_t entry, int64_t time) {
     const auto& frames = m_found.frames;
     if (!m_tracks) {

@@ -7,7 +7,7 @@ namespace recordings {
 
 namespace {
 
-/// Of the payloads that tell something, so many must bear out their types for each that does not.
+/// Of the payloads that tell something, so many must confirm their types for each that does not.
 constexpr size_t kWitnesses = 8;
 
 /// Cameras send key frames every few seconds.
@@ -56,7 +56,7 @@ void KeyFrameCheck::CheckPayloads(const Track& track) {
 }
 
 /// Where key frames come at one distance, a single one that comes between, or does not come, is damaged. An encoder that
-/// sends one when it is told to begins to count anew: then more than one is off.
+/// sends one when it is told to begins to count again: then more than one is off.
 void KeyFrameCheck::CheckDistances(const Track& track) {
     std::vector<size_t> keys;
     for (const size_t entry : track.frames) {

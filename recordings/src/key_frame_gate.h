@@ -15,7 +15,7 @@ namespace recordings {
 /// Lets video pass from a key frame on, and counts what cannot be decoded for want of one.
 class KeyFrameGate {
 public:
-    /// Begins anew: each channel waits for a key frame.
+    /// Begins again: each channel waits for a key frame.
     /// @param lost channels whose key frame was lost; with others the recording begins
     void Begin(ChannelSet lost);
     /// Something of these channels is lost: they wait for a key frame again.

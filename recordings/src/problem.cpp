@@ -99,7 +99,7 @@ public:
                    (p.count == 1 ? "it needs" : "they need") + " is not there" + Between();
         case ProblemKind::TimesCollide:
             return block + ChannelText(p) + ": " + Count(p.count, "frame") +
-                   (p.count == 1 ? " bears" : " bear") + " the time of the frame before, or an earlier one" +
+                   (p.count == 1 ? " has" : " have") + " the time of the frame before, or an earlier one" +
                    Between();
         case ProblemKind::ClockJumps:
             return block + ChannelText(p) + ": the recorder's clock jumps from " + Time(p.before, "?") +

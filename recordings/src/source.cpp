@@ -130,7 +130,7 @@ std::vector<Partition> HeadlessPartitions(const Source& disk) {
 std::string DescribeHeadless(const Source& disk, const Partition& partition) {
     return disk.Name() + ": " +
            (partition.number == 0 ? "" : "partition " + std::to_string(partition.number) + " ") +
-           "holds a recorder's blocks, but bears no partition head: it was overwritten, or is missing from "
+           "holds a recorder's blocks, but has no partition head: it was overwritten, or is missing from "
            "the copy; "
            "copy the partition again, or give an earlier copy";
 }

@@ -10,7 +10,7 @@
 namespace recordings {
 
 /// The files of a split image, beginning with @p first: "disk.001", "disk.002", ... or "disk.aa", "disk.ab", ...
-/// @return @p first alone, where it does not bear the name of a first part or no other part is beside it
+/// @return @p first alone, where it does not have the name of a first part or no other part is beside it
 /// @throws Error (PartMissing) when a later part is there, but not the one before it
 std::vector<std::string> PartsOfImage(const std::string& first);
 

@@ -13,7 +13,7 @@ constexpr int64_t kStale = disk_access::kStaleSeconds;
 /// Streams of one recording may be as far apart, and clocks be set by as much, without a word.
 constexpr int64_t kShortestJump = kMicros;
 
-/// Frames before and after one whose times are looked at: when the clock is set, some bear the old time, some the new.
+/// Frames before and after one whose times are looked at: when the clock is set, some have the old time, some the new.
 constexpr size_t kAround = 16;
 
 /// Steps of a track that tell how long its steps are.
@@ -39,7 +39,7 @@ public:
                (IsStale(m_frames[first - 1]) || !m_frames[first - 1].IsMedia())) {
             --first;
         }
-        // What is no media is left over too, unless frames of its type bear any time, or that of the block.
+        // What is no media is left over too, unless frames of its type have any time, or that of the block.
         while (first != m_frames.size() && !m_frames[first].IsMedia() && !KeepsTime(first)) {
             ++first;
         }
@@ -130,7 +130,7 @@ void TimeCheck::Run() {
     for (const Track& track : m_tracks.All()) {
         CheckTrack(track);
     }
-    // Types that nobody knows may bear any time, unless most of their frames keep to that of the media.
+    // Types that nobody knows may have any time, unless most of their frames keep to that of the media.
     std::map<uint32_t, int64_t> nearer; // by type: frames that do, less those that do not
     for (size_t entry = 0; entry < m_frames.size(); ++entry) {
         if (!m_frames[entry].IsMedia()) {
@@ -249,7 +249,7 @@ int64_t TimeCheck::LongestStepElsewhere(size_t place) const {
     return m_fewSteps || elsewhere == m_steps.end() ? 0 : elsewhere->first;
 }
 
-/// Whether the index bears out the time of a frame. Of those that are no key frames it has the seconds alone.
+/// Whether the index confirms the time of a frame. Of those that are no key frames it has the seconds alone.
 /// @param apart how far the time is from what is expected
 bool TimeCheck::Confirmed(const Track& track, size_t place, int64_t apart) const {
     const FoundFrame& frame = At(track, place);

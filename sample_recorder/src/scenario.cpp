@@ -452,7 +452,7 @@ void RecordScenario(const std::string& scenarioPath, const std::string& mediaDir
     const Json json = ReadJson(scenarioPath);
     Plan plan = OfScenario(scenarioPath, [&] { return ReadPlan(json); });
 
-    // The files tell the channels' properties, which every block head bears: open them all before recording.
+    // The files tell the channels' properties, which every block head has: open them all before recording.
     std::vector<MergedSource> sources;
     for (const Journey& journey : plan.journeys) {
         sources.push_back(OpenClips(journey, mediaDirectory, plan));

@@ -18,7 +18,7 @@ class CatalogFixture : public RecordingsFixture, public ::testing::WithParamInte
 protected:
     void SetUp() override;
 
-    /// Where the database is; made anew for each test.
+    /// Where the database is; made again for each test.
     const std::string& Location() const { return m_location; }
     std::unique_ptr<catalog::Database> Connect() const { return catalog::OpenDatabase(m_location); }
     catalog::Catalog& Catalog();

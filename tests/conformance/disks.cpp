@@ -173,7 +173,7 @@ PartitionImage LateDisk(const std::string& file) {
     return image;
 }
 
-/// Of another disk type, which bears another magic; every block without a mark of its own.
+/// Of another disk type, which has another magic; every block without a mark of its own.
 PartitionImage OtherTypeDisk(const std::string& file) {
     Format format = SmallFormat(7);
     format.diskType = 52;

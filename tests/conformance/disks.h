@@ -2,7 +2,7 @@
 #define TESTS_CONFORMANCE_DISKS_H
 
 /// @file disks.h
-/// The partitions that calls are made on: recorded anew in every run, by the same program that makes the calls.
+/// The partitions that calls are made on: recorded again in every run, by the same program that makes the calls.
 
 #include <string>
 #include <vector>

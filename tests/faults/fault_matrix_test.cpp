@@ -79,7 +79,7 @@ struct Disturbance {
 struct Outcome {
     Transcript disturbed;
     Transcript after;
-    Transcript anew;
+    Transcript again;
     bool opened = false;
     bool struckInOpen = false;
     bool openedAnew = false;
@@ -134,7 +134,7 @@ protected:
         if (m_run.allCalls > 4 * m_undisturbed.allCalls + 100) {
             wrong << m_run.allCalls << " calls. ";
         }
-        for (const Transcript* const transcript : {&m_run.disturbed, &m_run.after, &m_run.anew}) {
+        for (const Transcript* const transcript : {&m_run.disturbed, &m_run.after, &m_run.again}) {
             if (transcript->Broken() != nullptr) {
                 wrong << "not so: " << transcript->Broken() << ":\n" << transcript->Text();
             }
@@ -147,7 +147,7 @@ protected:
         if (!m_run.openedAnew) {
             wrong << "does not open again. ";
         }
-        Compare("opened anew", m_run.anew, m_undisturbed.anew, wrong);
+        Compare("opened again", m_run.again, m_undisturbed.again, wrong);
         if (!wrong.str().empty()) {
             ADD_FAILURE() << disturbance.Description() << ": " << wrong.str();
         }
@@ -214,7 +214,7 @@ protected:
 
 private:
     void RunScenario(Scenario& scenario, FaultPlan& plan, const Strike& allocation, Outcome& run) {
-        for (Transcript* const transcript : {&run.disturbed, &run.after, &run.anew}) {
+        for (Transcript* const transcript : {&run.disturbed, &run.after, &run.again}) {
             transcript->Clear();
         }
         {
@@ -232,7 +232,7 @@ private:
         scenario.Close();
         plan.Arm(false);
         run.openedAnew = scenario.Open(m_access);
-        scenario.Work(run.anew);
+        scenario.Work(run.again);
         scenario.Close();
     }
 

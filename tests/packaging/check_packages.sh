@@ -22,7 +22,7 @@ as_root() {
   if [ "$(id -u)" = 0 ]; then "$@"; else sudo -n "$@"; fi
 }
 
-# Everything in the system that bears our name. Only root sees all of it, and other programs' files may go meanwhile.
+# Everything in the system that has our name. Only root sees all of it, and other programs' files may go meanwhile.
 our_files() {
   { as_root find /etc /opt /usr /var/cache /var/lib -xdev \( -iname '*diskaccess*' -o -name disk_access -o -iname '*diskrecordings*' \) 2>/dev/null ||
     true; } | sort

@@ -264,7 +264,7 @@ TEST_F(BlockIFrame, ReadsWithoutArgumentsLeaveThePositions) {
     EXPECT_EQ(reader.Prev(), "I0 1008");
     void* payload = nullptr;
     EXPECT_EQ(reader->ReadFrame(nullptr, &payload), -1);
-    EXPECT_EQ(reader.Next(), "I0 1004"); // positions found anew, after that of 1008, would be none
+    EXPECT_EQ(reader.Next(), "I0 1004"); // positions found again, after that of 1008, would be none
 }
 
 TEST_F(BlockIFrame, PositionsBehindTheLastIFrameAreNotFound) {

@@ -112,7 +112,7 @@ TEST_F(DumpProgram, WhatIsNoPartition) {
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(Contains(result.out, "\nFormatFlag : 0x78787878\n")); // a damaged head can be looked at
     EXPECT_EQ(result.err, "diskaccess: " + File("notes") +
-                              ": bears no partition head: what was dumped is no partition, or a damaged one; "
+                              ": has no partition head: what was dumped is no partition, or a damaged one; "
                               "`diskaccess find` says where recordings are\n");
 }
 

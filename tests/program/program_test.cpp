@@ -820,11 +820,10 @@ TEST_F(Program, FileCutOffInItsBlocksShowsTheRest) {
 
 TEST_F(Program, WrongMagic) {
     Disk().EditHead([](PartHead_t& head) { head.FormatFlag = 0x12345678; });
-    EXPECT_EQ(
-        Refused({"list", File("disk")}),
-        "diskaccess: " + File("disk") +
-            ": holds a recorder's blocks, but bears no partition head: it was overwritten, or is missing "
-            "from the copy; copy the partition again, or give an earlier copy\n");
+    EXPECT_EQ(Refused({"list", File("disk")}),
+              "diskaccess: " + File("disk") +
+                  ": holds a recorder's blocks, but has no partition head: it was overwritten, or is missing "
+                  "from the copy; copy the partition again, or give an earlier copy\n");
 }
 
 TEST_F(Program, DiskTypesMagic) {

@@ -225,7 +225,7 @@ TEST_F(Sources, FindOfNothingSaysSo) {
 
 TEST_F(Sources, FindNamesAPartitionThatHasLostItsHead) {
     const std::string gone =
-        " holds a recorder's blocks, but bears no partition head: it was overwritten, or is missing "
+        " holds a recorder's blocks, but has no partition head: it was overwritten, or is missing "
         "from the copy; copy the partition again, or give an earlier copy\n";
     const std::string path = MakeWhole();
     WriteInto(path, kBegin, std::string(kMiB, '\0'));

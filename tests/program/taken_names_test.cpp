@@ -35,7 +35,7 @@ protected:
     }
     using Names = std::vector<std::string>;
 
-    /// Expects that an export is refused because of a file that bears a name which it needs late, and that it leaves that
+    /// Expects that an export is refused because of a file that has a name which it needs late, and that it leaves that
     /// file and @p others.
     /// @param before what it says until then
     void ExpectRefused(const std::string& taken, const std::vector<std::string>& options,

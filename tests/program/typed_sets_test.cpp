@@ -49,7 +49,7 @@ TEST_F(TypedSets, Names) {
     EXPECT_EQ(Channels("door, rear"), 0x10u); // a name with a comma
     EXPECT_EQ(Channels("Tür"), 0x20u);
     EXPECT_EQ(Types("panic button"), 0x1u);
-    EXPECT_EQ(Types("door"), 0x24u); // two bits bear it
+    EXPECT_EQ(Types("door"), 0x24u); // two bits have that name
     EXPECT_EQ(Types("door,0x2"), 0x26u);
 }
 

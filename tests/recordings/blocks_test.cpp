@@ -40,7 +40,7 @@ protected:
     void LeaveNewestOpen() {
         ChangeTail(5, [](BlockTail_t& tail) { tail = {}; });
     }
-    /// A ring that wrapped: blocks 0 to 3 bear numbers 9 to 12, blocks 4 to 7 numbers 5 to 8.
+    /// A ring that wrapped: blocks 0 to 3 have numbers 9 to 12, blocks 4 to 7 numbers 5 to 8.
     void Wrap() {
         for (uint32_t block = 0; block < 8; ++block) {
             const uint32_t sequence = block < 4 ? block + 9 : block + 1;
@@ -250,7 +250,7 @@ TEST_F(Blocks, AWipedBlockOfARingThatWrappedIsNamed) {
 }
 
 TEST_F(Blocks, NumbersThatAreMissingAreNamed) {
-    // The recorder numbers on past a block that it has formatted anew: nothing of blocks 2 and 3 is there.
+    // The recorder numbers on past a block that it has formatted again: nothing of blocks 2 and 3 is there.
     for (const uint32_t block : {2u, 3u}) {
         Image().WriteBlock(block, BlockContents());
         ChangeHead(block, [](BlockHead_t& head) { head.ValidFlag = BLOCK_MAGIC; });
@@ -355,7 +355,7 @@ TEST_F(Blocks, ForgedNumbersTakeLinearTime) {
     format.blockCount = 20000;
     format.blockSize = 8192;
     MakeDisk(format);
-    // Every second block bears a number of the other half of the ring, the rest none that fits; tails fit everywhere.
+    // Every second block has a number of the other half of the ring, the rest none that fits; tails fit everywhere.
     for (uint32_t block = 0; block < format.blockCount; ++block) {
         const uint32_t sequence = block % 2 == 0 ? block / 2 + 1 : 20001 - block;
         BlockContents contents = BlockContents::Closed(sequence, 1000 + sequence, 1000 + sequence);

@@ -79,11 +79,10 @@ TEST_F(OpenedDisk, RefusesWhatIsNoPartition) {
     std::ofstream(File("short")) << std::string(199, 'x');
     EXPECT_EQ(Refusal(File("short")).first, ErrorKind::CutOff);
     std::ofstream(File("other")) << std::string(400, 'x');
-    EXPECT_EQ(
-        Refusal(File("other")),
-        std::make_pair(ErrorKind::NotAPartition,
-                       std::string("bears no partition head (it begins 0x78787878); give the recorder's "
-                                   "partition, the disk that it lies on, or an image of one of them")));
+    EXPECT_EQ(Refusal(File("other")),
+              std::make_pair(ErrorKind::NotAPartition,
+                             std::string("has no partition head (it begins 0x78787878); give the recorder's "
+                                         "partition, the disk that it lies on, or an image of one of them")));
     EXPECT_EQ(Refusal(File("missing")).first, ErrorKind::CannotOpen);
     EXPECT_EQ(Refusal(File("")).first, ErrorKind::CannotOpen);
 }

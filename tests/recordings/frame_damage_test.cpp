@@ -70,7 +70,7 @@ struct Damage {
 bool TimeCannotBeTold(const Damage& damage) {
     const int64_t change = std::abs(damage.after.pts - damage.before.pts);
     if (!IsMedia(damage.before.type)) {
-        // Events are written when the recorder comes to it; what bears other data bears any time.
+        // Events are written when the recorder comes to it; what has other data has any time.
         return damage.before.type == kOther || change < 3600 * kMicrosPerSecond;
     }
     const bool last = damage.open && damage.entry + 1 == damage.frames.size();

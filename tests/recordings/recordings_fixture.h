@@ -55,7 +55,7 @@ protected:
 
     void Forgive() { m_bad.clear(); }
 
-    /// Opens the disk anew, as it is now.
+    /// Opens the disk again, as it is now.
     recordings::Disk& Open();
     WornSource& Worn() { return *m_worn; }
     /// The blocks of the disk as it is now: their numbers, in recording order.
@@ -66,7 +66,7 @@ protected:
     /// What is wrong with the blocks, over all time or in a range, each as Brief() has it.
     std::vector<std::string> Problems(const recordings::TimeRange& range = {});
 
-    /// Writes closed blocks: block n bears number first + n, and is recorded from 1000 times its number on for 900
+    /// Writes closed blocks: block n has number first + n, and is recorded from 1000 times its number on for 900
     /// seconds.
     void WriteRing(uint32_t blocks, uint32_t first = 1);
 

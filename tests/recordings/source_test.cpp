@@ -207,11 +207,11 @@ TEST_F(SourceTest, OfSeveralRecordersOneIsChosen) {
     EXPECT_EQ(Refusal("whole", 4),
               std::make_pair(ErrorKind::NoSuchPartition,
                              std::string("holds no partition 4, but 1 (10 MiB), 2 (1 MiB), 3 (12 MiB)")));
-    // One that bears no head can be named too: what is wrong with it is said by who opens the disk.
+    // One that has no head can be named too: what is wrong with it is said by who opens the disk.
     EXPECT_EQ(OpenSource(path, 2)->Size(), kMiB);
     EXPECT_EQ(RefusalOf("whole", [&] { recordings::Disk(OpenSource(path, 2)); }),
               std::make_pair(ErrorKind::NoSuchPartition,
-                             std::string("partition 2 bears no partition head (it begins 0x00000000)")));
+                             std::string("partition 2 has no partition head (it begins 0x00000000)")));
 }
 
 TEST_F(SourceTest, APartitionIsNotLookedForOnAPartition) {
@@ -231,7 +231,7 @@ TEST_F(SourceTest, ADiskWithoutARecorderIsTakenAsItIs) {
 
 TEST_F(SourceTest, APartitionWithoutItsHeadIsKnownByItsBlocks) {
     const std::string gone =
-        "holds a recorder's blocks, but bears no partition head: it was overwritten, or is missing "
+        "holds a recorder's blocks, but has no partition head: it was overwritten, or is missing "
         "from the copy; copy the partition again, or give an earlier copy";
     const auto refusal = [this](std::optional<uint32_t> partition = std::nullopt) {
         return RefusalOf("whole", [&] { recordings::Disk(OpenSource(File("whole"), partition)); });

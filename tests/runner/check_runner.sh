@@ -41,7 +41,7 @@ SUBJECT_FAILS_AFTERWARDS=1 run after 1 "$@" --gtest_filter='SubjectAfter.*:Subje
 grep -q ': ended with status 3$' "$scratch/output"
 grep -q '^SubjectLast.Passes: did not run$' "$scratch/output"
 run good 0 "$@" --gtest_filter='SubjectAfter.*:SubjectLast.*'
-# Shards share the tests out, also when the process has to be started anew.
+# Shards share the tests out, also when the process has to be started again.
 GTEST_TOTAL_SHARDS=2 GTEST_SHARD_INDEX=1 run shard 1 "$@"
 printf 'planned\tSubject.Passes\nplanned\tSubject.Fails\npassed\tSubject.Passes\n' >"$results/killed"
 

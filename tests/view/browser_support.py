@@ -36,7 +36,7 @@ ENCODERS = {
 
 
 def make_clip(path, rate, seconds, codec="h264", gop=GOP):
-    """Each picture bears the number of its frame as a row of 16 black and white fields."""
+    """Each picture shows the number of its frame as a row of 16 black and white fields."""
     field = WIDTH // BITS
     code = f"if(lt(Y,32),255*mod(floor(N/pow(2,floor(X/{field}))),2),100+50*lt(mod(X+8*N,64),32))"
     subprocess.run(

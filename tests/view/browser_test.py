@@ -3,7 +3,7 @@
 
     browser_test.py DISKACCESS DISKACCESS_SAMPLE
 
-Each camera's picture bears the number of its frame as a row of 16 black and white fields, so that the frame that stands
+Each camera's picture shows the number of its frame as a row of 16 black and white fields, so that the frame that stands
 on the page is known. Exits with 77 where there is no Chromium, no driver for it, or no ffmpeg.
 """
 

@@ -599,7 +599,7 @@ TEST_F(ViewServer, SendsNoMoreThanTheMostBytesOfAnAnswer) {
     EXPECT_EQ(records[63].payload.size(), kMebibyte);
     EXPECT_EQ(records[63].time, At(6) + 300000);
     EXPECT_EQ(records[64].kind, 18u);
-    EXPECT_EQ(records[64].time, At(6) + 300000); // what lies after it is asked for anew
+    EXPECT_EQ(records[64].time, At(6) + 300000); // what lies after it is asked for again
     EXPECT_EQ(Json::parse(records[64].payload)["complete"], false);
     const auto rest = Frames(At(6) + 300001, At(10), "&channels=0&kind=all&start=exact");
     ASSERT_EQ(rest.size(), 36u + 1);

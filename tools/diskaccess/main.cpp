@@ -15,7 +15,7 @@ namespace {
 constexpr rlim_t kMostOpenFiles = 8192;
 
 /// The library resizes a payload's buffer to every frame. Buffers that the C library maps by themselves are
-/// mapped anew each time, and key frames are large enough for that: they are kept in the heap.
+/// mapped again each time, and key frames are large enough for that: they are kept in the heap.
 void KeepPayloadsInTheHeap() {
     mallopt(M_MMAP_THRESHOLD, 32 << 20);
     mallopt(M_TRIM_THRESHOLD, 64 << 20);

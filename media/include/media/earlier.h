@@ -11,7 +11,7 @@
 
 namespace media {
 
-/// What bears the name of an export already.
+/// What has the name of an export already.
 struct Earlier {
     bool isThere = false;               ///< something does
     std::string difference;             ///< why it is not what the request asks for; empty: it is
@@ -19,7 +19,7 @@ struct Earlier {
     std::vector<std::string> arguments; ///< of the program that made it, as the manifest has them
 };
 
-/// Holds what bears an export's name, and the manifest beside it, against a request for one container: what was asked for
+/// Holds what has an export's name, and the manifest beside it, against a request for one container: what was asked for
 /// and how, the partition head, the first block and the last that were used, and the digests of the files. What the
 /// manifest says of the range's other blocks is not read again.
 /// @param watch asked while files are hashed

@@ -12,7 +12,7 @@ enum class ErrorKind {
     OutputIsNoFile, ///< an output's name is that of a folder, a link, a device
     OutputExists,   ///< a file of an output's name is there, and is not to be replaced
     StaleSignature, ///< a signature is there that the new manifest would not fit
-    OutputTwice,    ///< two outputs would bear one name
+    OutputTwice,    ///< two outputs would get the same name
     CannotMake,     ///< the system refused to make an output
     CannotWrite,    ///< an output cannot be written, or not to its end
     NobodyReads,    ///< the output is a pipe that was closed

@@ -32,8 +32,8 @@ struct Exported {
 
 /// A file that gets its name only when it is whole.
 ///
-/// Until then it bears a name that nobody can foresee, in the folder that it is to lie in. Call Complete(), TakeName()
-/// and Keep(), in this order; an object that goes before Keep() leaves nothing, and what bore the name before bears it
+/// Until then it has a name that nobody can foresee, in the folder that it is to lie in. Call Complete(), TakeName()
+/// and Keep(), in this order; an object that goes before Keep() leaves nothing, and what had the name before has it
 /// again.
 class OutputFile {
 public:

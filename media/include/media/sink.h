@@ -137,7 +137,7 @@ public:
 std::unique_ptr<Sink> MakeRawSink(const std::string& name, Outputs& outputs);
 
 /// The name of a track's file in an export of elementary streams.
-/// @param number tells files apart that would bear one name: 2 for the second
+/// @param number tells files apart that would get the same name: 2 for the second
 std::string RawFileName(const std::string& name, const Track& track, size_t number = 1);
 
 /// All names that files of elementary streams may get.

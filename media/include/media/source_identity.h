@@ -14,7 +14,7 @@ namespace media {
 ///
 /// An image file is known by its inode. A block device is known by its number; with it belong the whole disk that a
 /// partition lies on, the devices that a mapped device is made of, and the files that loop devices show. The same holds
-/// for the device that bears an image file's file system.
+/// for the device that has an image file's file system.
 class SourceIdentity {
 public:
     /// @param source descriptor of the opened source; what is known of it holds while that stays open

@@ -59,7 +59,7 @@ using FindingSink = std::function<void(const Finding&)>;
 
 /// Checks a disk: the partition head, the bad-block tables and their backup copies, and of each recorded block the head,
 /// the tail and the index, against each other, against the blocks recorded before and after it, and against the frames.
-/// A sound disk has no finding, also one whose newest block is still open, or that bears a lock. Memory does not grow with
+/// A sound disk has no finding, also one whose newest block is still open, or that has a lock. Memory does not grow with
 /// the disk.
 /// @throws Error (Cancelled)
 RECORDINGS_API Checked CheckHealth(const Disk& disk, const BlockList& blocks, const CheckRequest& request,

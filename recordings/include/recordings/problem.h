@@ -41,7 +41,7 @@ enum class ProblemKind {
     NotClosed, ///< the block was cut off while it was written: how far it reaches is told by its frames; block
     // A channel
     NotDecodable, ///< frames cannot be decoded for want of a key frame before them; block, channel, count
-    TimesCollide, ///< frames of a channel bear the time of the one before, or an earlier one; block, channel, count
+    TimesCollide, ///< frames of a channel have the time of the one before, or an earlier one; block, channel, count
     ClockJumps, ///< the recorder's clock was set, and a file goes on without the jump; block, channel, before, after
     EncodingChanges, ///< a channel's codec, rate or size: a file of its own goes on with it; block, channel, after
     // What a check finds beside these

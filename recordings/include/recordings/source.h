@@ -85,7 +85,7 @@ RECORDINGS_API bool BearsPartitionHead(const Source& source, uint64_t offset = 0
 /// @return those partitions that begin inside the disk, in the table's order; none where there is no table
 RECORDINGS_API std::vector<Partition> ReadPartitionTable(const Source& disk);
 
-/// The partitions of a disk that hold recorded blocks, but bear no head any more; the disk itself as number 0, if it is
+/// The partitions of a disk that hold recorded blocks, but have no head any more; the disk itself as number 0, if it is
 /// one.
 RECORDINGS_API std::vector<Partition> HeadlessPartitions(const Source& disk);
 

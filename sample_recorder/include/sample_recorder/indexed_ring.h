@@ -9,7 +9,7 @@ namespace sample_recorder {
 
 /// A recorded ring without its frames: for tests and measurements of searches on disks of any size.
 struct IndexedRing {
-    uint32_t newest = 0;             ///< the block recorded last: the ring has wrapped behind it
+    uint32_t newest = 0;             ///< the block recorded last: the ring has wrapped after it
     uint32_t firstTime = 1700000000; ///< start of the oldest block
     uint32_t secondsPerBlock = 300;
     uint32_t channels = 4;

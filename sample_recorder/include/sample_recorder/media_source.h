@@ -26,7 +26,7 @@ struct RecordingSpan {
 
 /// Frames of an H.264 or H.265 elementary stream, as a camera delivers them: the stream cut into access
 /// units, not a byte changed. Also enters what the stream is into the channel's properties.
-/// @param framesPerSecond the camera's rate; elementary streams bear no times
+/// @param framesPerSecond the camera's rate; elementary streams have no times
 std::unique_ptr<FrameSource> OpenVideo(const std::string& path, uint32_t channel, uint32_t framesPerSecond,
                                        const RecordingSpan& span, ChnProp_t& properties);
 

@@ -21,7 +21,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Something bears the name that a partition was to be made under. It is not ours, to remove or otherwise.
+/// Something has the name that a partition was to be made under. It is not ours, to remove or otherwise.
 class AlreadyThere : public Error {
 public:
     using Error::Error;

@@ -33,7 +33,7 @@ public:
     std::string ChannelText(uint32_t channel) const;
     std::string EventText(uint64_t types) const;
 
-    /// The channels, and the event types, that bear a name; none when nothing does.
+    /// The channels, and the event types, that have a name; none when nothing does.
     recordings::ChannelSet ChannelsNamed(const std::string& name) const;
     uint64_t EventTypesNamed(const std::string& name) const;
 

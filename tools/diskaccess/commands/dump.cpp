@@ -78,7 +78,7 @@ ExitCode Dump(const Options& options) {
     }
     if (!recordings::BearsPartitionHead(*source)) {
         throw Failure(options.partition +
-                      ": bears no partition head: what was dumped is no partition, or a damaged "
+                      ": has no partition head: what was dumped is no partition, or a damaged "
                       "one; `diskaccess find` says where recordings are");
     }
     return kDone;

@@ -177,7 +177,7 @@ std::string ValueOf(const std::string& option, const std::vector<std::string>& a
     return "";
 }
 
-/// What bears the name of an export already, held against all that was asked for.
+/// What has the name of an export already, held against all that was asked for.
 media::Earlier EarlierOf(Context& context, const ExportRequest& request) {
     media::Earlier earlier = LookForEarlier(context.Disk(), context.Blocks(), request,
                                             context.Watch("looking at the files that are there"));

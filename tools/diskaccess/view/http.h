@@ -67,7 +67,7 @@ public:
     using Handler = std::function<Response(const Request&)>;
 
     /// @param port 0: any free one
-    /// @param handler called on several threads at once. HttpError becomes the status that it bears, other exceptions 500
+    /// @param handler called on several threads at once. HttpError becomes the status that it has, other exceptions 500
     /// @throws Failure when the port cannot be had
     HttpServer(uint16_t port, Handler handler, HttpLimits limits = HttpLimits());
     /// Ends all connections.

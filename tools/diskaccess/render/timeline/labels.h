@@ -32,7 +32,7 @@ uint32_t AxisStep(uint64_t seconds, uint64_t most);
 /// The time of day at a second of the disk: "14:30" where marks are minutes apart, else "14:30:05"; a date where days are.
 std::string AxisText(const Labels& labels, uint32_t second, uint32_t step);
 
-/// The first second at or after @p second that bears a mark.
+/// The first second at or after @p second that has a mark.
 int64_t FirstMark(const Labels& labels, uint32_t second, uint32_t step);
 
 /// "Journey 2: 2026-11-20 16:20:00 to 2026-11-20 16:22:39, 2:39, 38.4 MiB, 3 alarms, 1 loss"

@@ -1,4 +1,4 @@
-// What the server is asked. Every question bears the token that came with the address.
+// What the server is asked. Every request carries the token that came with the address.
 
 const kTokenName = "diskaccess-token";
 

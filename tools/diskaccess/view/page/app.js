@@ -29,7 +29,7 @@ let damages = [];
 let exportNumber = null;
 let stepsToFirst = 0; // may be made until a picture is shown
 
-// Writes a text that most often stands there already: what does not change is not laid out anew.
+// Writes a text that most often stands there already: what does not change is not laid out again.
 function put(element, text) {
   if (element.textContent !== text) {
     element.textContent = text;

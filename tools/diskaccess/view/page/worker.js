@@ -264,7 +264,7 @@ class Camera {
     this.shown = null;
     this.wanted = null; // the frame whose picture was asked for last
     this.most = 32;
-    this.run = 0; // grows whenever the decoder begins anew
+    this.run = 0; // grows whenever the decoder begins again
   }
 
   becomeRemote() {
@@ -451,7 +451,7 @@ class Camera {
     if (this.decoder?.state === "configured") {
       await this.decoder.flush().catch(() => {});
       if (run !== this.run) {
-        return; // it was begun anew meanwhile, for other frames
+        return; // it was begun again meanwhile, for other frames
       }
       this.codec = null; // it wants a key frame next
       this.fed = null;
