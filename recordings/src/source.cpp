@@ -91,6 +91,11 @@ bool HoldsBlocks(const Source& disk, const Partition& partition) {
     return false;
 }
 
+/// Whether a partition lies in another: a logical one in its extended one, whose blocks are then those of the logical one.
+bool LiesIn(const Partition& inner, const Partition& outer) {
+    return inner.start > outer.start && inner.start - outer.start < outer.size;
+}
+
 /// A later part of a split image by itself is of no use, and hardly what was meant.
 void RefuseLaterPart(const Source& source) {
     const std::string first = FirstPartOf(source.Name());
@@ -113,15 +118,20 @@ std::vector<Partition> HeadlessPartitions(const Source& disk) {
     if (BearsPartitionHead(disk) || !FirstPartOf(disk.Name()).empty()) {
         return headless;
     }
-    bool anyRecorder = false;
+    std::vector<Partition> known;
     for (const Partition& partition : ReadPartitionTable(disk)) {
-        anyRecorder = anyRecorder || partition.recorder;
-        if (!partition.recorder && HoldsBlocks(disk, partition)) {
-            headless.push_back(partition);
+        if (partition.recorder || HoldsBlocks(disk, partition)) {
+            known.push_back(partition);
         }
     }
+    const auto holdsAnother = [&known](const Partition& outer) {
+        return std::any_of(known.begin(), known.end(),
+                           [&outer](const Partition& inner) { return LiesIn(inner, outer); });
+    };
+    std::copy_if(known.begin(), known.end(), std::back_inserter(headless),
+                 [&](const Partition& partition) { return !partition.recorder && !holdsAnother(partition); });
     const Partition whole = {0, 0, disk.Size(), false};
-    if (headless.empty() && !anyRecorder && HoldsBlocks(disk, whole)) {
+    if (known.empty() && HoldsBlocks(disk, whole)) {
         headless.push_back(whole);
     }
     return headless;

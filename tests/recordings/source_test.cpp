@@ -265,6 +265,22 @@ TEST_F(SourceTest, APartitionWithoutItsHeadIsKnownByItsBlocks) {
     EXPECT_EQ(alone(path), Strings{});
 }
 
+/// An extended partition holds the blocks of the logical ones in it, and is itself none of a recorder.
+TEST_F(SourceTest, AnExtendedPartitionHasLostNoHead) {
+    const std::string path = MakeWhole("whole", {16384}, 32 * kMiB);
+    WriteMbr(path, {}, {{12289, 1024}, {16384, Sectors()}}); // the extended one begins at 12288, 2 MiB before
+    BlockHead_t head = {};
+    head.ValidFlag = BLOCK_MAGIC;
+    head.RecTime = 1795183200;
+    head.RecSeq = 1;
+    WriteInto(path, 16384 * kSector + 8 * kMiB,
+              std::string(reinterpret_cast<const char*>(&head), sizeof head));
+    EXPECT_EQ(Lines(recordings::HeadlessPartitions(*OpenWhole(path))), Strings{});
+    WriteInto(path, 16384 * kSector, std::string(kSector, '\0'));
+    EXPECT_EQ(Lines(recordings::HeadlessPartitions(*OpenWhole(path))),
+              Strings{"6 8388608+" + std::to_string(m_partition.size())});
+}
+
 TEST_F(SourceTest, APartitionThatReachesBeyondTheDiskIsCutThere) {
     const std::string path = MakeWhole("whole", {20480});
     WriteMbr(path, {{20480, 0x10000000}, {0x10000000, 2048}});
