@@ -17,6 +17,8 @@ namespace recordings {
 namespace {
 
 constexpr uint32_t kSectorSize = 512; ///< of tables, and of libblkid's counts
+/// An image does not tell the size of its disk's sectors, which tables count in.
+constexpr uint32_t kSectorSizes[] = {kSectorSize, 8 * kSectorSize};
 /// Bytes at both ends of a disk that tables lie in: a GPT takes 17 KiB at each, or more with large sectors.
 constexpr uint64_t kTableArea = 0x100000;
 constexpr size_t kPiece = 0x1000;
@@ -32,13 +34,35 @@ constexpr size_t kEntryType = 4;
 constexpr size_t kEntryStart = 8;
 constexpr uint8_t kExtendedTypes[] = {0x05, 0x0F, 0x85};
 
-/// A file in memory as large as a disk, with a few of the disk's bytes.
+/// The header of a GPT: its signature, where it stands itself, and where its other copy does, at the disk's end.
+constexpr char kGptSignature[] = "EFI PART";
+constexpr size_t kGptOwnPlace = 24;
+constexpr size_t kGptOtherPlace = 32;
+
+/// The size of the disk that the GPT at its start was made for; 0 without one.
+uint64_t SizeByGpt(const Source& disk) {
+    for (const uint32_t sectorSize : kSectorSizes) {
+        uint8_t header[kGptOtherPlace + sizeof(uint64_t)] = {};
+        uint64_t own = 0;
+        uint64_t other = 0;
+        if (disk.ReadWhole(sectorSize, header, sizeof header) &&
+            std::memcmp(header, kGptSignature, std::strlen(kGptSignature)) == 0) {
+            std::memcpy(&own, header + kGptOwnPlace, sizeof own);
+            std::memcpy(&other, header + kGptOtherPlace, sizeof other);
+            constexpr uint64_t kMost = LLONG_MAX;
+            return own == 1 && other < kMost / sectorSize ? (other + 1) * sectorSize : 0;
+        }
+    }
+    return 0;
+}
+
+/// A file in memory with a few of a disk's bytes, as large as the disk is, or larger.
 class DiskShadow {
 public:
-    explicit DiskShadow(const Source& disk)
+    DiskShadow(const Source& disk, uint64_t size)
         : m_disk(disk), m_fd(memfd_create("disk", MFD_CLOEXEC)),
           m_size(std::min<uint64_t>(disk.Size(), LLONG_MAX)) {
-        if (m_fd >= 0 && ftruncate(m_fd, static_cast<off_t>(m_size)) == 0) {
+        if (m_fd >= 0 && ftruncate(m_fd, static_cast<off_t>(std::max(m_size, size))) == 0) {
             Copy(0, kTableArea);
             Copy(m_size - std::min(m_size, kTableArea), kTableArea);
             CopyLinks();
@@ -138,13 +162,11 @@ std::vector<Partition> Probe(const Source& disk, int descriptor, unsigned int se
     return partitions;
 }
 
-} // namespace
-
-std::vector<Partition> ReadPartitionTable(const Source& disk) {
-    const DiskShadow shadow(disk);
+/// @param size of the disk, as far as its table is concerned
+std::vector<Partition> ReadTableOf(const Source& disk, uint64_t size) {
+    const DiskShadow shadow(disk, size);
     std::vector<Partition> first;
-    // An image does not tell the size of its disk's sectors, which tables count in.
-    for (const unsigned int sectorSize : {kSectorSize, 8 * kSectorSize}) {
+    for (const uint32_t sectorSize : kSectorSizes) {
         std::vector<Partition> partitions = Probe(disk, shadow.Descriptor(), sectorSize);
         for (Partition& partition : partitions) {
             partition.recorder = BearsPartitionHead(disk, partition.start);
@@ -159,6 +181,15 @@ std::vector<Partition> ReadPartitionTable(const Source& disk) {
         }
     }
     return first;
+}
+
+} // namespace
+
+// libblkid takes no GPT that reaches beyond the disk, as that of a copy does which is cut off.
+std::vector<Partition> ReadPartitionTable(const Source& disk) {
+    const std::vector<Partition> partitions = ReadTableOf(disk, disk.Size());
+    const uint64_t size = partitions.empty() ? SizeByGpt(disk) : 0;
+    return size > disk.Size() ? ReadTableOf(disk, size) : partitions;
 }
 
 } // namespace recordings

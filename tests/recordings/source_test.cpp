@@ -196,6 +196,23 @@ TEST_F(SourceTest, AGptIsFoundByEitherCopy) {
     }
 }
 
+/// The other copy of a GPT lies at the disk's end, and a copy that is cut off does not reach there.
+TEST_F(SourceTest, AGptIsReadOfACopyThatIsCutOff) {
+    for (const uint32_t sectorSize : {512u, 4096u}) {
+        const uint64_t scale = sectorSize / kSector;
+        const std::string path = MakeWhole("whole", {8192}, 24 * kMiB);
+        WriteGpt(path, {{2048 / scale, 2048 / scale}, {8192 / scale, Sectors() / scale}, {36864 / scale, 8}},
+                 sectorSize);
+        fs::resize_file(path, 10 * kMiB);
+        EXPECT_EQ(Lines(ReadPartitionTable(*OpenWhole(path))),
+                  (Strings{"1 1048576+1048576", "2 4194304+6291456 R"}))
+            << sectorSize;
+        const recordings::Disk disk(OpenSource(path));
+        ASSERT_EQ(disk.OpeningProblems().size(), 1u);
+        EXPECT_EQ(disk.OpeningProblems()[0].kind, recordings::ProblemKind::DeviceCutOff);
+    }
+}
+
 TEST_F(SourceTest, OfSeveralRecordersOneIsChosen) {
     const std::string path = MakeWhole("whole", {2048, 40960}, 40 * kMiB);
     WriteMbr(path, {{2048, 20480}, {24576, 2048}, {40960, 24576}});
