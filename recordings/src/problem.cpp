@@ -56,7 +56,7 @@ public:
             return "the tables of bad blocks cannot be read: their backup copies are used";
         case ProblemKind::DeviceCutOff:
             return "the disk or its copy is cut off: " + Count(p.count, "block") + " from " + block + " on " +
-                   (p.count == 1 ? "is" : "are") + " missing, and what they held";
+                   (p.count == 1 ? "is missing, and what it held" : "are missing, and what they held");
         case ProblemKind::BlocksNotNamed:
             return "the disk states more blocks than a recorder numbers: " + Count(p.count, "block") +
                    " from " + block + " on are left out";

@@ -1,6 +1,7 @@
 // Whole disks, split images and E01 images: every command reads them as it reads the partition, and no part of them is
 // written.
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -166,10 +167,14 @@ TEST_F(Sources, FindNamesWhatToGive) {
     WriteInto(path, kMiB, m_bytes.substr(0, kMiB));
     std::ofstream(File("notes")) << std::string(600, 'x');
     const ProgramResult result = Run({"find", path, File("disk"), File("notes"), "--utc", "--json"});
-    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, "diskaccess: " + path +
+                              ", partition 1: the disk or its copy is cut off: 4 blocks from block 0 on are "
+                              "missing, and what they held; copy the partition again\n");
     const Json found = Json::parse(result.out);
     EXPECT_EQ(SchemaErrors("find", found), "");
     ASSERT_EQ(found["partitions"].size(), 3u);
+    EXPECT_EQ(found["partitions"][0]["loss_count"], 1);
     EXPECT_EQ(found["partitions"][0]["partition_number"], 1);
     EXPECT_EQ(found["partitions"][0]["start"], nullptr); // cut off before its first block
     const Json expected = {{"partition", path},
@@ -178,7 +183,9 @@ TEST_F(Sources, FindNamesWhatToGive) {
                            {"vehicle_number", "SAMPLE 1"},
                            {"start", "2026-11-20T14:00:00Z"},
                            {"end", "2026-11-20T14:00:09Z"},
-                           {"block_count", 4}};
+                           {"block_count", 4},
+                           {"locked_channels", Json::array()},
+                           {"loss_count", 0}};
     EXPECT_EQ(found["partitions"][1], expected);
     EXPECT_EQ(found["partitions"][2]["partition_number"], nullptr);
     EXPECT_EQ(found["disks"][2],
@@ -188,6 +195,45 @@ TEST_F(Sources, FindNamesWhatToGive) {
                         path + " --partition 2\n    diskaccess " + File("disk") + "\n"),
               std::string::npos)
         << text;
+}
+
+TEST_F(Sources, FindSaysWhatIsMissing) {
+    OneCameraRecording recording;
+    recording.seconds = 100; // some 40 go into a block
+    fs::remove(File("disk"));
+    Record(recording);
+    WriteInto(File("disk"), 8 * kMiB + 0x10000, std::string(0x10000, '\0')); // the second of three
+    const ProgramResult result = Run({"find", File("disk"), "--json"});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, "diskaccess: " + File("disk") +
+                              ": not everything that was recorded is there: 1 loss in its blocks; diskaccess "
+                              "check says which\n");
+    EXPECT_EQ(Json::parse(result.out)["partitions"][0]["loss_count"], 1);
+    fs::resize_file(File("disk"), 8 * kMiB + 3 * 0x10000);
+    const ProgramResult cutOff = Run({"find", File("disk"), "--json"});
+    EXPECT_EQ(cutOff.err,
+              "diskaccess: " + File("disk") +
+                  ": the disk or its copy is cut off: 1 block from block 3 on is missing, and what "
+                  "it held; copy the partition again\n" +
+                  result.err);
+    EXPECT_EQ(Json::parse(cutOff.out)["partitions"][0]["loss_count"], 2);
+}
+
+TEST_F(Sources, FindSaysWhichChannelsAreLocked) {
+    PartHead_t head = {};
+    std::memcpy(&head, m_bytes.data(), sizeof head);
+    head.Encrypt = PART_MAGIC;
+    head.EncryptMap = 0x9;
+    WriteInto(File("disk"), 0, std::string(reinterpret_cast<const char*>(&head), sizeof head));
+    const ProgramResult result = Run({"find", File("disk"), "--json"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.err,
+              "diskaccess: " + File("disk") +
+                  ": channels 0, 3 are locked and left out; give the password with --ask-password, "
+                  "--password-file FILE or DISKACCESS_PASSWORD\n");
+    const Json found = Json::parse(result.out);
+    EXPECT_EQ(SchemaErrors("find", found), "");
+    EXPECT_EQ(found["partitions"][0]["locked_channels"], Json::array({0, 3}));
 }
 
 TEST_F(Sources, FindGoesOnAfterADiskThatCannotBeRead) {

@@ -70,14 +70,11 @@ void Context::Unlock() {
     if (m_disk->Hidden().Empty()) {
         return;
     }
-    recordings::Problem problem;
-    problem.kind = recordings::ProblemKind::ChannelsLocked;
-    problem.severity = recordings::Severity::Note;
     m_password = GivenPassword(m_options.passwordFile, m_options.askPassword);
     if (m_disk->Unlock(m_password.value_or(""))) {
         return;
     }
-    problem.channels = m_disk->Hidden().bits;
+    const recordings::Problem problem = ProblemOfLock(*m_disk);
     if (m_password) {
         const std::string line = m_options.partition + ": wrong password: channels " +
                                  ChannelSetText(m_disk->Hidden()) +

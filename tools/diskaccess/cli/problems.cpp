@@ -116,6 +116,14 @@ Table ProblemPrinter::Listed(const std::string& key, recordings::Severity severi
     return table;
 }
 
+Problem ProblemOfLock(const recordings::Disk& disk) {
+    Problem problem;
+    problem.kind = ProblemKind::ChannelsLocked;
+    problem.severity = recordings::Severity::Note;
+    problem.channels = disk.Hidden().bits;
+    return problem;
+}
+
 Failure ToFailure(const recordings::Error& error) {
     const std::string line = error.what();
     switch (error.Kind()) {

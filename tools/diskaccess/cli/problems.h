@@ -6,6 +6,7 @@
 
 #include "cli/disk_clock.h"
 #include "cli/failure.h"
+#include "recordings/disk.h"
 #include "recordings/error.h"
 #include "recordings/problem.h"
 #include "recordings/query.h"
@@ -48,6 +49,9 @@ private:
     recordings::ProblemList m_problems;
     recordings::ChannelSet m_locked; ///< channels that are known to be locked
 };
+
+/// That the access lock of a disk hides channels.
+recordings::Problem ProblemOfLock(const recordings::Disk& disk);
 
 /// A failure of the library as the program reports it: with what to do about it.
 Failure ToFailure(const recordings::Error& error);

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include <fmt/format.h>
+
 #include "cli/disk_clock.h"
 #include "cli/output.h"
 #include "cli/problems.h"
@@ -20,6 +22,7 @@ namespace {
 
 using recordings::Block;
 using recordings::Partition;
+using recordings::Problem;
 
 /// What a shell takes for one word.
 std::string ShellWord(const std::string& text) {
@@ -166,14 +169,44 @@ private:
         }
         const auto identity = newest == nullptr ? std::nullopt : ReadIdentity(disk, newest->number);
         const std::string name = Named(path, whole, partition);
+        const std::string label =
+            name == path && number ? fmt::format("{}, partition {}", name, *number) : name;
         m_partitions.push_back(
             {Printable(name), number ? Value(uint64_t{*number}) : Value(Nothing{}), Bytes{partition.size},
              identity ? Value(Printable(identity->vehicleNumber)) : Value(Nothing{}),
              oldest == nullptr ? Value(Nothing{}) : Value(m_clock.TrueTime(oldest->start)),
              newest == nullptr ? Value(Nothing{}) : Value(m_clock.TrueTime(LastSecondOf(disk, *newest, {}))),
-             uint64_t{disk.Facts().blockCount}});
+             uint64_t{disk.Facts().blockCount}, disk.Hidden(), TellMissing(label, disk, blocks)});
         m_commands += "    diskaccess " + ShellWord(Printable(name)) +
                       (name == path && number ? " --partition " + std::to_string(*number) : "") + "\n";
+    }
+
+    /// Names what is wrong with a partition as a whole; of its blocks, how much.
+    /// @return how many losses there are
+    uint64_t TellMissing(const std::string& name, const recordings::Disk& disk,
+                         const recordings::BlockList& blocks) {
+        m_progress.Hide();
+        uint64_t losses = 0;
+        const auto count = [&losses](const Problem& problem) {
+            losses += problem.severity == recordings::Severity::Loss ? 1 : 0;
+        };
+        ProblemPrinter printer(name, {});
+        for (const Problem& problem : disk.OpeningProblems()) {
+            count(problem);
+            printer.Print(problem);
+        }
+        if (!disk.Hidden().Empty()) {
+            printer.Print(ProblemOfLock(disk));
+        }
+        const uint64_t ofDisk = losses;
+        blocks.Report({}, count);
+        if (losses != ofDisk) {
+            Complain(fmt::format("{}: not everything that was recorded is there: {} {} in its blocks; "
+                                 "diskaccess check says which",
+                                 name, losses - ofDisk, losses - ofDisk == 1 ? "loss" : "losses"));
+        }
+        m_lost = m_lost || losses != 0;
+        return losses;
     }
 
     void Show() {
@@ -185,7 +218,9 @@ private:
                                {"vehicle_number", "VEHICLE"},
                                {"start", "RECORDED FROM"},
                                {"end", "TO"},
-                               {"block_count", "BLOCKS"}},
+                               {"block_count", "BLOCKS"},
+                               {"locked_channels", ""},
+                               {"loss_count", ""}},
                               m_partitions});
         if (m_partitions.empty()) {
             m_answer->ShowProse({m_lost ? "No partition of a recorder was found that can be read.\n"
@@ -211,7 +246,7 @@ private:
     std::string m_commands;
     std::string m_forbidden; ///< disks that may not be read
     bool m_failed = false;
-    bool m_lost = false; ///< there are recordings that cannot be read
+    bool m_lost = false; ///< something that was recorded is missing, or cannot be read
 };
 
 } // namespace
