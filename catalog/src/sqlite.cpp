@@ -116,11 +116,13 @@ std::string WhyForeign(const std::string& path, const std::vector<std::string>& 
 /// SQLite removes or overwrites whatever has the names of the files beside its own: it may be a disk's image.
 void ExpectNothingElseBeside(const std::string& path) {
     for (const Companion& companion : Companions()) {
-        const std::string beside = path + companion.ending;
+        std::string beside = path + companion.ending;
         const std::string why = WhyForeign(beside, companion.starts);
         if (!why.empty()) {
-            throw Error(beside + ": is in the way: the database would overwrite a file of this name, and " +
-                        why + "; move it, or give another --database");
+            throw Error(
+                beside.append(": is in the way: the database would overwrite a file of this name, and ")
+                    .append(why)
+                    .append("; move it, or give another --database"));
         }
     }
 }

@@ -177,6 +177,7 @@ std::string NameOf(const CLI::Option& option) {
 
 std::vector<std::string> NamesOf(const std::set<CLI::Option*>& options) {
     std::vector<std::string> names;
+    names.reserve(options.size());
     for (const CLI::Option* const option : options) {
         names.push_back(NameOf(*option));
     }

@@ -55,6 +55,7 @@ int CallProgram(const CommandLine& line) {
     std::vector<std::string> words = line;
     words.insert(words.begin(), "diskaccess");
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }

@@ -26,7 +26,7 @@ constexpr uint64_t kSector = 512;
 /// Of a block above this no more than a window is kept: a search after damage begins with reading that again. There are
 /// 256 such searches at most in a block, in each of its readings, and a window has 8 KiB where damage lies close.
 constexpr uint64_t kLargestKept = 64 << 20;
-constexpr uint64_t kBytesOfSearches = 4 * 256 * (8 << 10);
+constexpr uint64_t kBytesOfSearches = uint64_t{4} * 256 * (8 << 10);
 /// Bytes of the input that a frame takes, of which something may be wrong.
 constexpr uint64_t kFrame = 24;
 

@@ -32,7 +32,7 @@ public:
     std::string Text(size_t size) {
         std::string text(size, '\0');
         const uint64_t left = IsAtEnd() ? 0 : m_end - m_at;
-        const size_t wanted = static_cast<size_t>(std::min<uint64_t>(size, left));
+        const auto wanted = static_cast<size_t>(std::min<uint64_t>(size, left));
         if (wanted != 0 && m_file->Read(m_at, text.data(), wanted) != wanted) {
             m_at = m_end;
         }

@@ -75,6 +75,7 @@ int64_t ContainerDescriber::StartOf(const Frame& first, const std::vector<Chapte
 /// The events, in order of time, up to as many as players can show.
 std::vector<Chapter> ContainerDescriber::Chapters() const {
     std::vector<const recordings::Event*> events;
+    events.reserve(m_events.size());
     for (const recordings::Event& event : m_events) {
         events.push_back(&event);
     }
@@ -82,6 +83,7 @@ std::vector<Chapter> ContainerDescriber::Chapters() const {
                      [](const auto* a, const auto* b) { return a->micros < b->micros; });
     events.resize(std::min(events.size(), kMostChapters));
     std::vector<Chapter> chapters;
+    chapters.reserve(events.size());
     for (const recordings::Event* const event : events) {
         chapters.push_back(
             {event->micros,
