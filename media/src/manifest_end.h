@@ -8,7 +8,7 @@ namespace media {
 /// The last two lines of a manifest, which name the digest of all lines before them: what changes by accident shows without a
 /// signature, too.
 inline std::string EndOfManifest(const std::string& digest) {
-    return "  \"manifest_sha256\": \"" + digest + "\"\n}\n";
+    return R"(  "manifest_sha256": ")" + digest + "\"\n}\n";
 }
 
 } // namespace media

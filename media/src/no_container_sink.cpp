@@ -69,6 +69,7 @@ std::optional<Encoding> EncodingFor(Container /*container*/, const Track& /*trac
 
 class SoundDecoder::Child {};
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the constructor that decodes keeps it
 SoundDecoder::SoundDecoder(std::function<void()> /*meanwhile*/) {}
 
 SoundDecoder::~SoundDecoder() = default;

@@ -37,7 +37,7 @@ private:
     std::function<void()> m_meanwhile;
     std::unique_ptr<Child> m_child;
     uint32_t m_streams = 0;
-    uint32_t m_ended = 0; ///< children that a frame has ended
+    [[maybe_unused]] uint32_t m_ended = 0; ///< children that a frame has ended
 };
 
 } // namespace media

@@ -180,7 +180,7 @@ void QuietContainers();
 class QuietPeriod {
 public:
     QuietPeriod();
-    ~QuietPeriod();
+    ~QuietPeriod(); // NOLINT(performance-trivially-destructible): it is only where there is no libavformat
     QuietPeriod(const QuietPeriod&) = delete;
     QuietPeriod& operator=(const QuietPeriod&) = delete;
 };
