@@ -18,6 +18,7 @@
 #include "manifest_end.h"
 #include "media/error.h"
 #include "opened_file.h"
+#include "recordings/error.h"
 #include "recordings/records.h"
 #include "small_file.h"
 #include "track_digests.h"
@@ -203,8 +204,11 @@ private:
         for (AreaReader::Piece piece = reader.Next(); piece.size != 0; piece = reader.Next()) {
             const bool zero =
                 std::all_of(piece.data, piece.data + piece.size, [](uint8_t byte) { return byte == 0; });
-            if (!zero || (m_watch && !m_watch({0, 0, 0}))) {
+            if (!zero) {
                 return false;
+            }
+            if (m_watch && !m_watch({0, 0, 0})) {
+                throw recordings::Error(recordings::ErrorKind::Cancelled, file.Name() + ": interrupted");
             }
         }
         return true;

@@ -72,6 +72,7 @@ TEST_F(Evidence, FitsItsSchemas) {
     Document(Joined({"export", File("part.img"), "-o", File("part.mkv")}, m_range), 0);
     const Json exported = ManifestOf("part.mkv.json", "manifest");
     EXPECT_EQ(Document({"verify", File("part.mkv.json"), "--source", m_sample}, 0)["verified"], true);
+    EXPECT_EQ(Document({"verify", File("part.mkv.json")}, 0)["interrupted"], false);
     // The same as from the disk itself.
     Document(Joined({"export", m_sample, "-o", File("disk.mkv")}, m_range), 0);
     std::filesystem::rename(File("part.mkv"), File("part-of-disk"));
@@ -213,6 +214,31 @@ TEST_F(Evidence, OfNothingIsADocument) {
     EXPECT_EQ(nothing["file"], nullptr);
     EXPECT_EQ(nothing["copied_block_count"], 0);
     EXPECT_FALSE(std::filesystem::exists(File("part.img")));
+}
+
+/// The signal comes while a file is hashed that takes minutes: a hole of half a terabyte.
+TEST_F(Evidence, SaysThatVerifyingWasInterrupted) {
+    Document(Joined({"export", m_sample, "-o", File("film.mkv"), "--channel", "3"}, m_range), 0);
+    constexpr uint64_t kSize = uint64_t{1} << 39;
+    std::filesystem::resize_file(File("film.mkv"), kSize);
+    Json manifest = Json::parse(ReadFile(File("film.mkv.json")));
+    manifest["outputs"][0]["size_bytes"] = kSize;
+    media_test::WriteForgedManifest(File("film.mkv.json"), manifest);
+    const ProgramResult result = RunProgram(
+        {"bash", "-c",
+         DISKACCESS_PROGRAM " verify '" + File("film.mkv.json") + "' --source '" + m_sample +
+             "' --json & verify=$!\n"
+             "while kill -0 $verify && ! ls -l /proc/$verify/fd | grep -q 'film.mkv$'; do sleep 0.01; done\n"
+             "kill -TERM $verify; wait $verify"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, "diskaccess: interrupted; not everything was looked at\n");
+    const Json document = Json::parse(result.out, nullptr, false);
+    EXPECT_EQ(SchemaErrors("verify", document), "") << result.out;
+    ASSERT_EQ(document["checks"].size(), 1u);
+    EXPECT_EQ(document["checks"][0]["text"],
+              File("film.mkv.json").substr(File("").size()) + ": is as it was written, by its own SHA-256");
+    EXPECT_EQ(document["verified"], false);
+    EXPECT_EQ(document["interrupted"], true);
 }
 
 TEST_F(Evidence, IsRefusedInOneLine) {

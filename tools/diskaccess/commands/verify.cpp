@@ -19,6 +19,8 @@ namespace diskaccess {
 
 namespace {
 
+const char* const kInterrupted = "interrupted; not everything was looked at";
+
 std::optional<media::PublicKey> ReadPublicKey(const Options& options) {
     if (options.publicKey.empty()) {
         return std::nullopt;
@@ -121,6 +123,9 @@ public:
     }
 
     ExitCode Run() {
+        if (m_context) {
+            m_context->Blocks(); // a signal may end that by itself
+        }
         const Interruption interruption;
         media::VerifyRequest request{m_manifest};
         request.key = m_key ? &*m_key : nullptr;
@@ -137,22 +142,37 @@ public:
         const media::Wording wording = WordingOf(zone, DiskClock(m_manifest.skewSeconds));
         request.wording = known ? &wording : nullptr;
         BeginAnswer();
-        bool good = media::Verify(
-            request,
-            [this](const media::Check& check) { Show(check.result, NameOf(check.subject), check.text); },
-            Watch());
-        if (zoneLook) {
+        std::optional<bool> good = HoldAgainst(request);
+        if (good && zoneLook) {
             Show(zoneLook->result, "zone", m_options.manifest + ": " + zoneLook->text);
-            good = good && zoneLook->result != media::Check::Result::Bad;
+            good = *good && zoneLook->result != media::Check::Result::Bad;
         }
         m_answer->EndTable();
-        m_answer->ShowFacts({{"verified", "Verified", good}});
+        m_answer->ShowFacts({{"verified", "Verified", good.value_or(false)}, {"interrupted", "", !good}});
         m_answer->End();
         m_output.Flush();
-        return good ? kDone : kFailed;
+        if (!good) {
+            throw Failure(kInterrupted);
+        }
+        return *good ? kDone : kFailed;
     }
 
 private:
+    /// @return whether nothing is bad; nothing when the user ended it: what was found before is shown all the same
+    std::optional<bool> HoldAgainst(const media::VerifyRequest& request) {
+        try {
+            return media::Verify(
+                request,
+                [this](const media::Check& check) { Show(check.result, NameOf(check.subject), check.text); },
+                Watch());
+        } catch (const recordings::Error& error) {
+            if (error.Kind() == recordings::ErrorKind::Cancelled) {
+                return std::nullopt;
+            }
+            throw;
+        }
+    }
+
     recordings::Watch Watch() {
         if (m_context) {
             return InterruptibleWatch(*m_context, "verifying");
@@ -194,8 +214,7 @@ private:
 
 ExitCode Verify(const Options& options) {
     media::QuietContainers();
-    return ReportingErrors("interrupted; not everything was looked at",
-                           [&options] { return Verification(options).Run(); });
+    return ReportingErrors(kInterrupted, [&options] { return Verification(options).Run(); });
 }
 
 } // namespace diskaccess
