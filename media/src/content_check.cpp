@@ -118,10 +118,16 @@ std::optional<recordings::Frame> ContentCheck::FindFirst() const {
     const Survey survey = MakeSurvey(*m_request.disk, *m_request.blocks, query, m_watch);
     auto tracks = finder.FindAll(query, survey, refuses, m_watch);
     for (auto track = tracks.begin(); track != tracks.end();) {
-        const bool wanted = m_manifest.withAudio || !track->first.isAudio;
-        track = wanted ? std::next(track) : tracks.erase(track);
+        track = BeginsInFirst(track->first) ? std::next(track) : tracks.erase(track);
     }
     return tracks.empty() ? std::nullopt : std::optional(FirstOf(tracks));
+}
+
+/// Whether a track's frames were to begin in the first file: what is in no file does not make one begin.
+bool ContentCheck::BeginsInFirst(const TrackKey& key) const {
+    return std::any_of(m_manifest.tracks.begin(), m_manifest.tracks.end(), [&key](const NamedTrack& track) {
+        return track.output == 0 && TrackKey{track.channel, !track.isVideo} == key;
+    });
 }
 
 /// The times of the files begin with their first frames, or earlier, with an event.

@@ -11,6 +11,7 @@
 #include "media/verify.h"
 #include "recordings/query.h"
 #include "track_digests.h"
+#include "track_key.h"
 
 namespace media {
 
@@ -31,6 +32,7 @@ private:
     const std::string& NameOfFile(size_t file) const { return m_manifest.files[file].name; }
 
     std::optional<recordings::Frame> FindFirst() const;
+    bool BeginsInFirst(const TrackKey& key) const;
     std::vector<std::optional<int64_t>> ClaimedStarts() const;
     std::vector<bool> CompareTracks(const DiskDigests& onDisk);
     bool CompareTrack(const NamedTrack& track, const TrackDigest& inFile, const TrackDigest& onDisk);

@@ -131,13 +131,17 @@ private:
         }
         Estimate estimate;
         std::set<TrackKey> taken;
-        for (const auto& [key, found] : tracks) {
-            if (m_copier->AddTrack(found.track, found.Whole())) {
-                taken.insert(key);
-                const auto last = survey.lastFrames.find(key);
-                estimate.lastFrames.push_back(last == survey.lastFrames.end() ? std::nullopt
-                                                                              : std::optional(last->second));
+        for (auto track = tracks.begin(); track != tracks.end();) {
+            const auto& [key, found] = *track;
+            if (!m_copier->AddTrack(found.track, found.Whole())) {
+                track = tracks.erase(track); // what is in no file does not make one begin
+                continue;
             }
+            taken.insert(key);
+            const auto last = survey.lastFrames.find(key);
+            estimate.lastFrames.push_back(last == survey.lastFrames.end() ? std::nullopt
+                                                                          : std::optional(last->second));
+            ++track;
         }
         if (taken.empty()) {
             return false;

@@ -1088,6 +1088,27 @@ TEST_F(Exports, LetACameraBeginLongAfterAllOthersEnded) {
     }
 }
 
+/// What is in no file does not make one begin: sound of an unknown codec, here an hour before the first picture.
+TEST_F(Exports, BeginWithWhatTheyHold) {
+    m_settings.channels = 1;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    Write(recorder, Sound(0, kStart * kSecond, 100));
+    for (int64_t second = 3600; second < 3610; ++second) {
+        Write(recorder, KeyFrame(0, (kStart + second) * kSecond, 300));
+    }
+    recorder.PowerOff();
+    for (const Container container : {Container::Mp4, Container::Matroska}) {
+        ExportRequest request = Request(container);
+        request.range = {kStart, kStart + 86400};
+        request.replace = true;
+        const auto result = Run(request); // which verifies it
+        ASSERT_TRUE(result);
+        ASSERT_EQ(result->leftOut.size(), 1u);
+        EXPECT_EQ(result->segments.at(0).at(0).time, (kStart + 3600) * kSecond);
+        EXPECT_EQ(ContainerFile::Read(File("out")).packets.at(0).micros, 0);
+    }
+}
+
 /// Players pass over a chapter that begins where the one before it does. Two alarms can be given at one moment.
 TEST_F(Exports, ShowEachOfTheEventsOfOneMoment) {
     m_settings.channels = 1;
