@@ -39,7 +39,9 @@ public:
     /// Whether a track has no place that Follow() would find.
     bool IsNew(const Track& track, const recordings::Frame& frame) const;
     bool Knows(const TrackKey& key) const { return m_places.count(key) != 0; }
-    /// The latest time stamp in the file where a track's frames go now; nothing when there is none yet.
+    /// Says which time stamp a file's time begins with.
+    void Begin(const Sink& sink, int64_t start) { m_latest.emplace(&sink, start); }
+    /// The latest time stamp in the file where a track's frames go now, or its beginning; nothing when it has not begun.
     std::optional<int64_t> LatestBeside(const TrackKey& key) const;
     /// @param frame of a track that was added
     void Copy(const recordings::Frame& frame);

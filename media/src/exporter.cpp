@@ -151,7 +151,9 @@ private:
         estimate.seconds = survey.seconds;
         m_started = true;
         m_result.eventsWithoutChapter = m_describer.EventsWithoutChapter();
-        m_sink->Start(m_describer.OfFirst(FirstOf(tracks)), estimate);
+        const ContainerFacts facts = m_describer.OfFirst(FirstOf(tracks));
+        m_sink->Start(facts, estimate);
+        m_copier->Begin(*m_sink, facts.start);
         return true;
     }
 
@@ -202,7 +204,7 @@ private:
     }
 
     /// The time that a frame of a track follows in its file: that of the track's last frame. One that begins follows those of
-    /// the others, as their texts and chapters last until then.
+    /// the others, or the file's beginning, as texts and chapters last until then.
     std::optional<int64_t> TimeBefore(const TrackKey& track) const {
         const auto last = m_lastTimes.find(track);
         return last == m_lastTimes.end() ? m_copier->LatestBeside(track) : last->second;

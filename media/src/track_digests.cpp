@@ -258,6 +258,9 @@ public:
         for (auto& [key, sequence] : m_tracks) {
             AddLeftOut(key, sequence);
         }
+        if (m_contained && beginnings.first) {
+            m_latest.front() = beginnings.describer.OfFirst(*beginnings.first).start;
+        }
     }
 
     void Take(const recordings::Frame& frame) {

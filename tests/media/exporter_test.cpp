@@ -1088,6 +1088,38 @@ TEST_F(Exports, LetACameraBeginLongAfterAllOthersEnded) {
     }
 }
 
+/// A camera's only frame was recorded with a clock that was two months behind, after frames of another with the right one.
+TEST_F(Exports, LetACameraBeginLongBeforeAllOthers) {
+    constexpr int64_t kTwoMonths = 60 * 86400 * kSecond;
+    m_settings.channels = 3;
+    sample_recorder::Recorder recorder(Image(), m_settings);
+    for (int64_t second = 0; second < 10; ++second) {
+        Write(recorder, KeyFrame(1, kStart * kSecond + kTwoMonths + second * kSecond, 300));
+        if (second == 0) {
+            Write(recorder, KeyFrame(0, kStart * kSecond, 300));
+        }
+    }
+    recorder.PowerOff();
+    for (const Container container : {Container::Mp4, Container::Matroska}) {
+        ExportRequest request = Request(container);
+        request.range = {kStart, kStart + 100 * 86400};
+        request.clockText = true;
+        request.replace = true;
+        const auto result = Run(request); // which verifies it
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->outputs.size(), container == Container::Mp4 ? 2u : 1u);
+        const ContainerFile first = ContainerFile::Read(File("out"));
+        if (container == Container::Mp4) {
+            EXPECT_EQ(first.packets.size(), 2u); // a picture and its text
+            const ContainerFile second = ContainerFile::Read(File("out-2"));
+            EXPECT_EQ(second.packets.size(), 20u);
+            EXPECT_EQ(result->segments.at(1).at(0).time, kStart * kSecond + kTwoMonths);
+        } else {
+            EXPECT_EQ(first.packets.size(), 21u); // no text for what is shown before those that were written
+        }
+    }
+}
+
 /// What is in no file does not make one begin: sound of an unknown codec, here an hour before the first picture.
 TEST_F(Exports, BeginWithWhatTheyHold) {
     m_settings.channels = 1;
