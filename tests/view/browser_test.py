@@ -8,6 +8,8 @@ on the page is known. Exits with 77 where there is no Chromium, no driver for it
 """
 
 import datetime
+import glob
+import itertools
 import json
 import os
 import random
@@ -92,6 +94,42 @@ class Viewer:
         return status
 
 
+class Killer:
+    """Kills the children of a process, again and again."""
+
+    def __init__(self, parent):
+        self.parent = parent
+        self.killed = set()
+        self.ended = threading.Event()
+        self.thread = threading.Thread(target=self.run)
+
+    def __enter__(self):
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.ended.set()
+        self.thread.join()
+
+    def run(self):
+        while not self.ended.wait(0.001):
+            for child in self.children():
+                try:
+                    os.kill(child, signal.SIGKILL)
+                    self.killed.add(child)
+                except ProcessLookupError:
+                    pass
+
+    def children(self):
+        """No process of its own looks for them: they live for some milliseconds."""
+        for path in glob.glob(f"/proc/{self.parent}/task/*/children"):
+            try:
+                with open(path, encoding="ascii") as file:
+                    yield from map(int, file.read().split())
+            except (FileNotFoundError, ProcessLookupError):
+                pass  # the thread has ended
+
+
 class BrowserTest(PageTest):
     """A browser, and a viewer of the disk that record_disk() makes."""
 
@@ -166,12 +204,19 @@ class BrowserTest(PageTest):
         self.wait(lambda: self.data("time") == str(micros(seconds)))
         self.settle()
 
-    def assert_codes(self, expected):
+    def assert_becomes(self, read, expected):
         """What is drawn comes to the screen a little later, on a busy machine."""
         end = time.monotonic() + 10
-        while self.codes() != expected and time.monotonic() < end:
+        while (found := read()) != expected and time.monotonic() < end:
             time.sleep(0.1)
-        self.assertEqual(self.codes(), expected)
+        self.assertEqual(found, expected)
+
+    def assert_codes(self, expected):
+        self.assert_becomes(self.codes, expected)
+
+    def assert_camera_shows(self, channel, code):
+        """Whatever the other cameras show."""
+        self.assert_becomes(lambda: self.codes().get(str(channel)), code)
 
 
 class ViewerTest(BrowserTest):
@@ -218,7 +263,7 @@ class ViewerTest(BrowserTest):
 
     def test_begins_with_a_picture_of_every_camera(self):
         self.assertEqual(self.states(), ["picture"] * len(RATES))
-        self.assertNotIn(None, self.codes().values())
+        self.wait(lambda: None not in self.codes().values())
 
     def test_shows_the_frame_of_a_time(self):
         for seconds in (5.05, 12.93, 3.0, 19.5):
@@ -282,6 +327,8 @@ class ViewerTest(BrowserTest):
         self.settle()
         self.assert_shows((int(self.data("time")) - micros(0)) / 1000000)
 
+    REST = 0.4  # seconds that a finger rests before it drags
+
     def order(self):
         return self.browser.execute_script(
             "return [...document.querySelectorAll('figure')].map((figure) => figure.dataset.channel)")
@@ -333,10 +380,21 @@ class ViewerTest(BrowserTest):
         self.wait(lambda: self.order() == ["1", "2", "0"])
         self.assert_order(["1", "2", "0"])
 
+    def move_at_once(self, one, other):
+        """On a busy machine a finger may have rested before its move comes: then it begins anew."""
+        places = self.place_of(one), self.place_of(other)
+        for _ in range(20):
+            begin = time.monotonic()
+            self.touch("touchStart", places[0])
+            self.touch("touchMove", places[1])
+            if time.monotonic() - begin < self.REST:
+                return
+            self.touch("touchCancel")
+        self.fail("this machine is too slow for a finger that moves at once")
+
     def test_a_finger_that_moves_at_once_leaves_the_order(self):
-        self.touch("touchStart", self.place_of(0))
-        self.touch("touchMove", self.place_of(2))
-        time.sleep(0.6)  # longer than it has to rest
+        self.move_at_once(0, 2)
+        time.sleep(self.REST + 0.2)
         self.assertEqual(self.cameras_with("dragged"), [])
         self.touch("touchEnd")
         self.assert_order(["0", "1", "2"])
@@ -360,9 +418,7 @@ class ViewerTest(BrowserTest):
         self.key("o")
         self.seek(12)
         self.key("v")
-        self.wait(lambda: self.data("playing") == "true")
-        self.wait(lambda: self.data("playing") == "false")
-        self.assertEqual(self.data("time"), str(micros(5)))
+        self.wait(lambda: self.data("time") == str(micros(5)) and self.data("playing") == "false")
 
     def test_has_a_label_for_everything(self):
         unnamed = self.browser.execute_script(
@@ -679,6 +735,7 @@ class ServerPicturesTest(BrowserTest):
     """A camera that Chromium decodes, and one whose pictures the server has to decode."""
 
     RATE = 10
+    KILLED = 4  # at the least: the server tries twice
 
     @classmethod
     def record_disk(cls):
@@ -738,35 +795,19 @@ class ServerPicturesTest(BrowserTest):
         self.settle()
 
     def test_goes_on_when_the_decoder_is_killed(self):
-        ended = threading.Event()
-        killed = []
-
-        def kill():
-            while not ended.is_set():
-                for child in subprocess.run(["pgrep", "-P", str(self.viewer.process.pid)], check=False,
-                                            stdout=subprocess.PIPE, text=True).stdout.split():
-                    killed.append(int(child))
-                    try:
-                        os.kill(int(child), signal.SIGKILL)
-                    except ProcessLookupError:
-                        pass
-
-        killer = threading.Thread(target=kill)
-        killer.start()
-        try:
-            for seconds in (4, 9, 14, 4, 9, 14):
+        with Killer(self.viewer.process.pid) as killer:
+            end = time.monotonic() + 120
+            # What is asked for at one of these places ends before the other: each is decoded anew every time.
+            for seconds in itertools.cycle((12, 2)):
                 self.seek(seconds)
-                self.assertEqual(self.codes().get("0"), seconds * self.RATE)
-                if killed:
+                self.assert_camera_shows(0, seconds * self.RATE)
+                if len(killer.killed) >= self.KILLED or time.monotonic() > end:
                     break
-        finally:
-            ended.set()
-            killer.join()
-        self.assertNotEqual(killed, [])
-        self.seek(17)
-        self.assert_shows(17)
-        self.seek(7)
-        self.assert_shows(7)
+        self.assertGreaterEqual(len(killer.killed), self.KILLED)
+        # Pictures that the killed ones took with them stay missing: neither place lies where some were asked for.
+        for seconds in (9, 18):
+            self.seek(seconds)
+            self.assert_shows(seconds)
 
     def test_takes_hostile_pictures(self):
         with open(os.path.join(self.folder, "other.h265"), "rb") as file:
@@ -792,7 +833,7 @@ class ServerPicturesTest(BrowserTest):
             self.open(viewer.address)
             for seconds in (8, 9, 10, 11):
                 self.seek(seconds)
-                self.assertEqual(self.codes().get("0"), seconds * self.RATE)
+                self.assert_camera_shows(0, seconds * self.RATE)
             self.seek(1)
             self.assert_shows(1)
         finally:
