@@ -63,8 +63,8 @@ std::optional<LeftOutReason> RefusalOf(Container container, const Track& track,
 std::optional<Encoding> EncodingFor(Container container, const Track& track, LeftOutReason refusal) {
     const std::optional<uint32_t> rate = AacRateOf(track.audio.sampleRate);
     const bool can = container == Container::Mp4 && !track.isVideo &&
-                     refusal == LeftOutReason::NotForContainer && rate && CanDecodeAudio(track.audio.name) &&
-                     AacParameters(*rate);
+                     refusal == LeftOutReason::NotForContainer && rate && AacParameters(*rate) &&
+                     OpenDecoder(*AudioParameters(CodecOf(track), track));
     return can ? std::optional(Encoding{"aac", AacEncoderName(), *rate}) : std::nullopt;
 }
 

@@ -52,18 +52,12 @@ public:
         const auto id = static_cast<AVCodecID>(question.codec);
         Track track;
         track.audio.sampleRate = question.rate;
-        const Parameters parameters = AudioParameters(id, track);
-        const AVCodec* const decoder = avcodec_find_decoder(id);
-        m_codec.reset(decoder == nullptr ? nullptr : avcodec_alloc_context3(decoder));
-        if (m_codec && avcodec_parameters_to_context(m_codec.get(), parameters.get()) >= 0) {
-            m_codec->thread_count = 1;
-            m_isOpen = avcodec_open2(m_codec.get(), decoder, nullptr) >= 0;
-        }
+        m_codec = OpenDecoder(*AudioParameters(id, track));
     }
 
     std::optional<std::vector<float>> Decode(const std::vector<uint8_t>& payload) {
         const Packet packet(av_packet_alloc());
-        if (!m_isOpen || !m_frame || !packet ||
+        if (!m_codec || !m_frame || !packet ||
             av_new_packet(packet.get(), static_cast<int>(payload.size())) < 0) {
             return std::nullopt;
         }
@@ -94,7 +88,6 @@ private:
     uint32_t m_rate;
     FramePointer m_frame;
     Codec m_codec;
-    bool m_isOpen = false;
     SoundConverter m_converter;
 };
 

@@ -91,18 +91,30 @@ bool TakePictureSize(const recordings::Frame& keyFrame, AVCodecParameters& param
     return parser->width > 0 && parser->height > 0;
 }
 
-/// Whether a file can begin with such a track. A forged head may state what no container can, as a sample rate of four
-/// thousand million; libavformat says so only when it writes a file.
-bool CanBegin(Container container, const AVCodecParameters& parameters) {
+/// Whether a file can be made of such a track. A forged head may state what no container can, as a sample rate of four
+/// thousand million, and of some encodings a file must tell what a recorder does not; libavformat says so only when it writes
+/// a file.
+bool CanWrite(Container container, const AVCodecParameters& parameters) {
     MemoryFile file;
     Muxer muxer("a track", container, file);
     muxer.AddStream(parameters, 0);
+    // It begins as each frame of AAC does that tells by itself how it is encoded: MP4 takes no such frames.
+    constexpr uint8_t anything[4] = {0xFF, 0xF1, 0x6C, 0x40};
     try {
         muxer.Start({});
+        if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
+            muxer.Write(0, anything, sizeof anything, 0, true);
+            muxer.Finish();
+        }
         return true;
     } catch (const Error&) {
         return false;
     }
+}
+
+/// Whether nobody can decode sound, for want of what stands beside it in files.
+bool CannotDecode(const AVCodecParameters& parameters) {
+    return avcodec_find_decoder(parameters.codec_id) != nullptr && !OpenDecoder(parameters);
 }
 
 /// Puts the parameter sets into the form that containers keep them in. libavformat knows how, but does it only while it
@@ -166,6 +178,16 @@ Parameters AudioParameters(AVCodecID codec, const Track& track) {
     return parameters;
 }
 
+Codec OpenDecoder(const AVCodecParameters& parameters) {
+    const AVCodec* const decoder = avcodec_find_decoder(parameters.codec_id);
+    Codec codec(decoder == nullptr ? nullptr : avcodec_alloc_context3(decoder));
+    if (!codec || avcodec_parameters_to_context(codec.get(), &parameters) < 0) {
+        return nullptr;
+    }
+    codec->thread_count = 1;
+    return avcodec_open2(codec.get(), decoder, nullptr) >= 0 ? std::move(codec) : nullptr;
+}
+
 Parameters TextParameters(Container container) {
     Parameters parameters = NewParameters();
     parameters->codec_type = AVMEDIA_TYPE_SUBTITLE;
@@ -191,7 +213,8 @@ std::optional<LeftOutReason> Examine(Container container, const Track& track, co
     if (!parameters) {
         return LeftOutReason::NoPictureSize;
     }
-    return CanBegin(container, *parameters) ? std::nullopt : std::optional(LeftOutReason::NotForContainer);
+    const bool can = CanWrite(container, *parameters) && (track.isVideo || !CannotDecode(*parameters));
+    return can ? std::nullopt : std::optional(LeftOutReason::NotForContainer);
 }
 
 bool WantsLengths(const AVCodecParameters& parameters) {

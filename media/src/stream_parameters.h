@@ -23,6 +23,10 @@ Parameters AudioParameters(AVCodecID codec, const Track& track);
 /// The same of a track of texts.
 Parameters TextParameters(Container container);
 
+/// A decoder that is ready for packets.
+/// @return null when there is none, or when it takes to know more than the parameters tell
+Codec OpenDecoder(const AVCodecParameters& parameters);
+
 /// What a container must know of a track.
 /// @param parameters set when it can take the track
 /// @return why it cannot; see Sink::Refusal()

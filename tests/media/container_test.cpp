@@ -365,19 +365,32 @@ TEST_P(Containers, RefuseASampleRateThatNoFileCanState) {
     sink.Start(Facts(), std::nullopt);
 }
 
+/// What says how such sound is to be decoded stands beside it, where a recorder keeps nothing.
+TEST_P(Containers, RefuseSoundThatNobodyCouldDecode) {
+    Sink& sink = Begin();
+    for (const char* const name : {"aac", "vorbis", "adpcm_g726"}) {
+        EXPECT_EQ(sink.Refusal(AudioTrack(0, name), Sound(0, kStart, 320).Get()),
+                  LeftOutReason::NotForContainer)
+            << name;
+    }
+    EXPECT_EQ(sink.Refusal(AudioTrack(0, "opus"), Sound(0, kStart, 320).Get()),
+              GetParam() == Container::Mp4 ? std::optional(LeftOutReason::NotForContainer) : std::nullopt);
+}
+
 TEST_P(Containers, HoldAudioThatTheyKnow) {
     Sink& sink = Begin();
     Track video = VideoTrack(0);
     Track alaw = AudioTrack(0);
     Track unknown = AudioTrack(1, "");
     Track nonsense = AudioTrack(1, "h264");
-    Track aac = AudioTrack(2, "aac");
+    Track mp3 = AudioTrack(2, "mp3");
+    mp3.audio.sampleRate = 44100;
     sink.Add(video, KeyFrame(0, kStart, 100).Get());
     const auto refusal = sink.Add(alaw, Sound(0, kStart, 320).Get());
     EXPECT_EQ(sink.Refusal(unknown, Sound(1, kStart, 320).Get()), LeftOutReason::EncodingUnknown);
     EXPECT_EQ(sink.Add(unknown, Sound(1, kStart, 320).Get()), LeftOutReason::EncodingUnknown);
     EXPECT_EQ(sink.Add(nonsense, Sound(1, kStart, 320).Get()), LeftOutReason::EncodingUnknown);
-    EXPECT_EQ(sink.Refusal(aac, Sound(2, kStart, 320).Get()), std::nullopt);
+    EXPECT_EQ(sink.Refusal(mp3, Sound(2, kStart, 320).Get()), std::nullopt);
     if (GetParam() == Container::Mp4) {
         EXPECT_EQ(refusal, LeftOutReason::NotForContainer);
         return;

@@ -445,6 +445,19 @@ TEST_F(EncodedSound, IsNoneWhereItIsNotAskedForOrNotNeeded) {
     EXPECT_FALSE(result->tracks[1].encoded);
 }
 
+/// A sample of it has two to five bits, and nothing says how many.
+TEST_F(EncodedSound, OfACodecThatNothingTellsHowToDecodeIsLeftOut) {
+    Record(2, [](int64_t) { return 440.0; });
+    ExportRequest request = Request();
+    request.audio.all = {"adpcm_g726", 8000};
+    const auto result = Run(request);
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->tracks.size(), 1u);
+    ASSERT_EQ(result->leftOut.size(), 1u);
+    EXPECT_EQ(result->leftOut[0].reason, LeftOutReason::NotForContainer);
+    EXPECT_TRUE(result->problems.empty());
+}
+
 TEST_F(EncodedSound, OfARateThatNoCameraHasIsLeftOut) {
     for (const uint32_t rate : {1u, 3999u, 192001u, 0xFFFFFFFFu}) {
         SetUp();
@@ -495,7 +508,7 @@ TEST_F(EncodedSound, ThatDoesNotDecodeIsALoss) {
     EXPECT_EQ(Manifest()["losses"][0]["problem"], "sound_damaged");
     EXPECT_EQ(Verified().at(1), "unchecked out.mp4: channel 0 audio: 50 frames of the source" + kEncoded);
     // Nothing of it decodes: the track is empty, and everything is named.
-    request.audio.all = {"wmav2", 8000};
+    request.audio.all = {"flac", 8000};
     ASSERT_TRUE(Run(request));
     EXPECT_EQ(m_problems.size(), 1u);
     EXPECT_EQ(m_problems[0].substr(0, 36), "block 0, channel 0: 49 frames of sou");

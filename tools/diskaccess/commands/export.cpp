@@ -26,9 +26,9 @@ std::string HintFor(const media::LeftOut& item, const media::ExportRequest& requ
     case media::LeftOutReason::EncodingUnknown:
         return item.isVideo ? ": use --raw" : ": give --audio CODEC:RATE, or use --raw";
     case media::LeftOutReason::NotForContainer:
-        return !item.isVideo && request.container == media::Container::Mp4 && !request.aac
-                   ? ": give --aac, or use Matroska or --raw"
-                   : ": use Matroska or --raw";
+        return request.container != media::Container::Mp4 ? ": use --raw"
+               : item.isVideo || request.aac              ? ": use Matroska or --raw"
+                                                          : ": give --aac, or use Matroska or --raw";
     case media::LeftOutReason::NoPictureSize:
     case media::LeftOutReason::FrameTooLarge:
         return ": use --raw";
