@@ -71,7 +71,8 @@ void OutputPlace::CheckEntry(const std::string& name, const OutputRules& rules) 
 }
 
 void OutputPlace::CannotBeMade(int error) const {
-    throw Error(ErrorKind::CannotMake, fmt::format("{}: cannot be made: {}", m_path, std::strerror(error)));
+    throw Error(ErrorKind::CannotMake, fmt::format("{}: cannot be made: {}", m_path, std::strerror(error)),
+                error);
 }
 
 } // namespace media

@@ -82,6 +82,11 @@ protected:
             ASSERT_EQ(result.err.compare(0, 12, "diskaccess: "), 0) << result.err;
             ASSERT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
             EXPECT_EQ(result.err.find("nothing was kept;"), std::string::npos) << result.err; // no name helps
+            const bool made = result.err.find("cannot be made: ") == std::string::npos;
+            EXPECT_EQ(result.err.find(": No space left on device; make room there, or give another ") ==
+                          std::string::npos,
+                      made)
+                << result.err;
             ASSERT_EQ(Left(), before) << words[0] << " at " << place << ": " << result.err;
         }
         FAIL() << words[0] << " never ends";

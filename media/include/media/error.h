@@ -27,11 +27,16 @@ enum class ErrorKind {
 /// of any program.
 class Error : public std::runtime_error {
 public:
-    Error(ErrorKind kind, const std::string& line) : std::runtime_error(line), m_kind(kind) {}
+    /// @param systemError errno, where the system refused to make an output; else 0
+    Error(ErrorKind kind, const std::string& line, int systemError = 0)
+        : std::runtime_error(line), m_kind(kind), m_systemError(systemError) {}
+
     ErrorKind Kind() const { return m_kind; }
+    int SystemError() const { return m_systemError; }
 
 private:
     ErrorKind m_kind;
+    int m_systemError;
 };
 
 } // namespace media

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <memory>
@@ -34,16 +35,20 @@ std::optional<std::string> IfGiven(const std::string& text) {
 }
 
 /// @param output what names the output
-std::string HintFor(media::ErrorKind kind, const std::string& output) {
-    switch (kind) {
+std::string HintFor(const media::Error& error, const std::string& output) {
+    if (error.SystemError() == ENOSPC || error.SystemError() == EDQUOT) {
+        return "; make room there, or give another " + output;
+    }
+    switch (error.Kind()) {
     case media::ErrorKind::OutputExists:
         return "; give another " + output + ", or --force to replace it";
     case media::ErrorKind::StaleSignature:
         return "; move it away, give --sign, or another " + output;
     case media::ErrorKind::OutputIsSource:
     case media::ErrorKind::OutputIsNoFile:
-    case media::ErrorKind::CannotMake:
         return "; give another " + output;
+    case media::ErrorKind::CannotMake: // what the system did not refuse, another name does not help either
+        return error.SystemError() != 0 ? "; give another " + output : "";
     case media::ErrorKind::OutputTwice:
         return "; give --audio another codec";
     case media::ErrorKind::BadKey:
@@ -137,7 +142,7 @@ std::optional<media::SigningKey> ReadSigningKey(const Options& options) {
 }
 
 Failure ToFailure(const media::Error& error, const std::string& output) {
-    return Failure(error.what() + HintFor(error.Kind(), output));
+    return Failure(error.what() + HintFor(error, output));
 }
 
 Value PathOrNothing(const std::string& path) {
