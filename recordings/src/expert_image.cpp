@@ -7,6 +7,7 @@
 #include <iterator>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -19,51 +20,50 @@ namespace {
 /// Stretches of sectors that an image states errors for are at most so many; an image that states more is forged.
 constexpr uint32_t kMostErrors = 1u << 20;
 
-/// An error of libewf, released at the end.
-class EwfError {
-public:
-    ~EwfError() { libewf_error_free(&m_error); }
-    EwfError() = default;
-    EwfError(const EwfError&) = delete;
-    EwfError& operator=(const EwfError&) = delete;
-
-    libewf_error_t** Out() { return &m_error; }
-    /// What went wrong, in libewf's words, on one line.
-    std::string Text() const {
-        char text[512] = "";
-        if (m_error == nullptr || libewf_error_sprint(m_error, text, sizeof text) <= 0) {
-            return "unknown error";
-        }
-        text[sizeof text - 1] = '\0';
-        std::string line = text;
-        std::replace(line.begin(), line.end(), '\n', ' ');
-        return line.substr(0, line.find_last_not_of(' ') + 1);
-    }
-
-private:
-    libewf_error_t* m_error = nullptr;
-};
-
 /// The names of an image's parts, by the name of the first.
 std::vector<std::string> PartNames(const std::string& first) {
     char** names = nullptr;
     int count = 0;
-    EwfError error;
-    if (libewf_glob(first.c_str(), first.size(), LIBEWF_FORMAT_UNKNOWN, &names, &count, error.Out()) != 1) {
-        throw Error(ErrorKind::CannotOpen,
-                    first + ": the parts of the E01 image cannot be found: " + error.Text());
+    if (libewf_glob(first.c_str(), first.size(), LIBEWF_FORMAT_UNKNOWN, &names, &count, nullptr) != 1) {
+        throw Error(ErrorKind::CannotOpen, first + ": the parts of the E01 image cannot be found; give its "
+                                                   "first part, by a name that ends in .E01");
     }
     std::vector<std::string> parts(names, names + count);
     libewf_glob_free(names, count, nullptr);
     return parts;
 }
 
-/// Whether a part says that another one follows: its last section is then "next" instead of "done".
-bool ContinuesAfter(const Source& part) {
+/// The number that a part says it has, from 1 on; 0 when it is none. Nothing for images of the second version, whose parts
+/// have other heads.
+std::optional<uint32_t> NumberOf(const Source& part) {
+    constexpr size_t kHead = 13;
+    constexpr size_t kNumber = 9;
+    constexpr char kSecondVersion[] = "EVF2";
+    uint8_t head[kHead] = {};
+    if (!part.ReadWhole(0, head, sizeof head) || !IsExpertImage(part)) {
+        return 0;
+    }
+    if (std::memcmp(head, kSecondVersion, std::strlen(kSecondVersion)) == 0) {
+        return std::nullopt;
+    }
+    return head[kNumber] + (uint32_t{head[kNumber + 1]} << 8);
+}
+
+/// The type of a part's last section: "next" where another part follows, "done" in the last part.
+std::string LastSectionOf(const Source& part) {
     constexpr size_t kSectionHead = 76;
     char type[5] = "";
-    return part.Size() >= kSectionHead && part.ReadWhole(part.Size() - kSectionHead, type, 4) &&
-           std::strcmp(type, "next") == 0;
+    const bool known =
+        part.Size() >= kSectionHead && part.ReadWhole(part.Size() - kSectionHead, type, sizeof type - 1);
+    return known ? type : "";
+}
+
+bool ContinuesAfter(const Source& part) {
+    return LastSectionOf(part) == "next";
+}
+
+bool IsWhole(const Source& part) {
+    return ContinuesAfter(part) || LastSectionOf(part) == "done";
 }
 
 /// The bytes that an image does not hold as the disk had them.
@@ -97,9 +97,8 @@ class ExpertImage : public Source {
 public:
     explicit ExpertImage(std::unique_ptr<FileSource> first) : m_name(first->Name()) {
         OpenParts(std::move(first));
-        EwfError error;
-        if (libewf_handle_initialize(&m_handle, error.Out()) != 1) {
-            throw Error(ErrorKind::OutOfMemory, m_name + ": " + error.Text());
+        if (libewf_handle_initialize(&m_handle, nullptr) != 1) {
+            throw Error(ErrorKind::OutOfMemory, m_name + ": there is no memory to read an E01 image");
         }
         try {
             Open();
@@ -154,10 +153,20 @@ private:
 
     /// The parts are held open, and libewf is led to what is held.
     void OpenParts(std::unique_ptr<FileSource> first) {
+        const std::optional<uint32_t> number = NumberOf(*first);
+        if (number > 1u) {
+            throw Error(ErrorKind::CannotOpen, m_name + ": is part " + std::to_string(*number) +
+                                                   " of an E01 image; give its first part");
+        }
         const std::vector<std::string> names = PartNames(m_name);
         m_parts.push_back(std::move(first));
         for (size_t i = 1; i < names.size(); ++i) {
             m_parts.push_back(std::make_unique<FileSource>(names[i]));
+            if (NumberOf(*m_parts.back()).value_or(i + 1) != i + 1) {
+                throw Error(ErrorKind::CannotOpen,
+                            m_name + ": part " + std::to_string(i + 1) + " of the E01 image, " + names[i] +
+                                ", is damaged, or a part of another image; copy it again");
+            }
         }
         if (ContinuesAfter(*m_parts.back())) {
             throw Error(ErrorKind::PartMissing, m_name + ": the part of the E01 image after " +
@@ -177,11 +186,11 @@ private:
         for (std::string& path : paths) {
             names.push_back(path.data());
         }
-        EwfError error;
         if (libewf_handle_open(m_handle, names.data(), static_cast<int>(names.size()), LIBEWF_OPEN_READ,
-                               error.Out()) != 1) {
-            throw Error(ErrorKind::CannotOpen, m_name + ": cannot be read as an E01 image (" + error.Text() +
-                                                   "); give its first part, or copy it again");
+                               nullptr) != 1) {
+            throw Error(ErrorKind::CannotOpen,
+                        m_name + ": cannot be read as an E01 image: it is cut off or damaged, or one of its "
+                                 "parts is; copy it again");
         }
         size64_t size = 0;
         if (libewf_handle_get_media_size(m_handle, &size, nullptr) != 1 ||
@@ -193,6 +202,18 @@ private:
         uint32_t errors = 0;
         if (libewf_handle_get_number_of_acquiry_errors(m_handle, &errors, nullptr) == 1) {
             Note(errors, libewf_handle_get_acquiry_error);
+        }
+        RequireContents();
+    }
+
+    /// Where the sectors of a part lie stands after them: of an image of one part that is cut off, libewf delivers nothing,
+    /// but knows how large its disk is.
+    void RequireContents() const {
+        uint8_t byte = 0;
+        if (!IsWhole(*m_parts.front()) && ExpertImage::Read(0, &byte, 1) != 1) {
+            throw Error(
+                ErrorKind::CannotOpen,
+                m_name + ": nothing of the E01 image can be read: it is cut off or damaged; copy it again");
         }
     }
 

@@ -502,10 +502,20 @@ TEST_F(ExpertImageTest, OfSeveralParts) {
     const auto source = OpenSource(File("disk.E01"));
     EXPECT_TRUE(Bytes(*source, 0, noise.size()) == noise);
     EXPECT_GE(source->Descriptors().size(), 3u);
-    const std::string later = Refusal("disk.E02").second;
-    const std::string advice = "); give its first part, or copy it again";
-    EXPECT_EQ(later.rfind("cannot be read as an E01 image (", 0), 0u) << later;
-    EXPECT_EQ(later.substr(later.size() - std::min(later.size(), advice.size())), advice) << later;
+    EXPECT_EQ(
+        Refusal("disk.E02"),
+        std::make_pair(ErrorKind::CannotOpen, std::string("is part 2 of an E01 image; give its first part")));
+    const std::string second = ReadFile(File("disk.E02"));
+    const auto damaged =
+        std::make_pair(ErrorKind::CannotOpen, "part 2 of the E01 image, " + File("disk.E02") +
+                                                  ", is damaged, or a part of another image; copy it again");
+    WriteInto(File("disk.E02"), 0, std::string(8, '\0'));
+    EXPECT_EQ(Refusal("disk.E01"), damaged);
+    WriteInto(File("disk.E02"), 0, second.substr(0, 9) + "\x03");
+    EXPECT_EQ(Refusal("disk.E01"), damaged);
+    fs::resize_file(File("disk.E02"), 12);
+    EXPECT_EQ(Refusal("disk.E01"), damaged);
+    std::ofstream(File("disk.E02"), std::ios::binary) << second;
     fs::remove(File("disk.E03"));
     EXPECT_EQ(Refusal("disk.E01"),
               std::make_pair(ErrorKind::PartMissing, "the part of the E01 image after " + File("disk.E02") +
@@ -538,6 +548,22 @@ TEST_F(ExpertImageTest, DamagedBytesAreNotDelivered) {
     const size_t sound = Bytes(*source, 0, m_partition.size()).size();
     EXPECT_EQ(sound % (64 * kSector), 0u);
     EXPECT_EQ(Bytes(*source, sound + 64 * kSector, 4096), m_partition.substr(sound + 64 * kSector, 4096));
+}
+
+/// Where the sectors of a part lie stands at its end.
+TEST_F(ExpertImageTest, OneThatIsCutOffIsRefused) {
+    Acquire(Image().Path(), "disk");
+    if (IsSkipped()) {
+        return;
+    }
+    for (const uint64_t size : {fs::file_size(File("disk.E01")) / 2, uint64_t{13}}) { // 13: the head alone
+        fs::resize_file(File("disk.E01"), size);
+        EXPECT_EQ(
+            Refusal("disk.E01"),
+            std::make_pair(ErrorKind::CannotOpen,
+                           std::string("nothing of the E01 image can be read: it is cut off or damaged; "
+                                       "copy it again")));
+    }
 }
 
 TEST_F(ExpertImageTest, WhatOnlyBeginsLikeOneIsRefused) {
