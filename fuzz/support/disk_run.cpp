@@ -26,7 +26,8 @@ constexpr uint64_t kSector = 512;
 /// Of a block above this no more than a window is kept: a search after damage begins with reading that again. There are
 /// 256 such searches at most in a block, in each of its readings, and a window has 8 KiB where damage lies close.
 constexpr uint64_t kLargestKept = 64 << 20;
-constexpr uint64_t kBytesOfSearches = uint64_t{4} * 256 * (8 << 10);
+constexpr uint64_t kReadsOfSearches = 4 * 256;
+constexpr uint64_t kBytesOfSearches = kReadsOfSearches * (8 << 10);
 /// Bytes of the input that a frame takes, of which something may be wrong.
 constexpr uint64_t kFrame = 24;
 
@@ -68,7 +69,8 @@ void DiskRun::CheckCost() const {
                static_cast<unsigned long long>(blocks));
     }
     const uint64_t reads = m_cost.reads - m_readsBefore;
-    if (reads > kAnyReads + m_limits.reads * blocks + m_limits.bytes * RingBytes() / kSector) {
+    const uint64_t readsOfABlock = m_limits.reads + (isKept ? 0 : kReadsOfSearches);
+    if (reads > kAnyReads + readsOfABlock * blocks + m_limits.bytes * RingBytes() / kSector) {
         Report("an operation reads more often than the disk's size allows: %llu times in %llu blocks",
                static_cast<unsigned long long>(reads), static_cast<unsigned long long>(blocks));
     }
