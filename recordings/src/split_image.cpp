@@ -80,8 +80,10 @@ std::vector<uint32_t> NumbersBeside(const fs::path& part, const Ending& ending) 
 class SplitImage : public Source {
 public:
     explicit SplitImage(std::vector<std::unique_ptr<FileSource>> files) : m_files(std::move(files)) {
+        uint64_t size = 0;
         for (const auto& file : m_files) {
-            m_ends.push_back(Size() + file->Size());
+            size += file->Size();
+            m_ends.push_back(size);
         }
     }
 

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
@@ -26,7 +25,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace media;
 using namespace media_test;
 using test_support::ReadFile;

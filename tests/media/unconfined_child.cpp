@@ -59,6 +59,7 @@ Pipe::Pipe() {
     m_writing.emplace(ends[1]);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): as where it is declared
 Child StartChild(const std::function<bool()>& work, Kept /*kept*/, const ChildLimits& /*limits*/) {
     const pid_t id = fork();
     if (id == 0) {
