@@ -125,6 +125,12 @@ TEST_F(Usage, ValuesThatAreNoneNameThoseThereAre) {
 }
 
 TEST_F(Usage, NumbersAreCheckedWithTheirLimits) {
+    EXPECT_EQ(Refused({"view", Image(), "--port", "x"}),
+              "--port: 'x' is not a whole number from 0 to 65535\n");
+    EXPECT_EQ(Refused({"view", Image(), "--port", "65536"}),
+              "--port: '65536' is not a whole number from 0 to 65535\n");
+    EXPECT_EQ(Refused({"catalog", "add", Image(), "--jobs", "0"}),
+              "--jobs: '0' is not a whole number from 1 to 256\n");
     const std::string skew = "is not a whole number from -4294967295 to 4294967295\n";
     EXPECT_EQ(Refused({"list", Image(), "--skew", "99999999999"}), "--skew: '99999999999' " + skew);
     EXPECT_EQ(Refused({"list", Image(), "--skew", "99999999999999999999999"}),
@@ -141,6 +147,24 @@ TEST_F(Usage, NumbersAreCheckedWithTheirLimits) {
 }
 
 /// A script that leaves a variable unset must not get everything instead of an error.
+TEST_F(Usage, AFormIsAskedForOnce) {
+    EXPECT_EQ(Refused({"list", Image(), "--json", "--format", "csv"}),
+              "--format excludes --json; leave one of them out\n");
+}
+
+TEST_F(Usage, TwoPicturesOfATimelineAreTwoFiles) {
+    for (const std::string& other : {File("a"), File("./a"), File("new/../a")}) {
+        EXPECT_EQ(Refused({"timeline", Image(), "--force", "--svg", File("a"), "--html", other}),
+                  "--html: '" + other + "' is the file of --svg; give each its own\n");
+    }
+}
+
+TEST_F(Usage, AReportIsAPage) {
+    EXPECT_EQ(Refused({"report", Image(), "-o", File("a.PDF")}),
+              "--output: '" + File("a.PDF") +
+                  "' would not be a PDF file; name a FILE.html, and print it to PDF with a browser\n");
+}
+
 TEST_F(Usage, EmptyValuesAreRefused) {
     const std::pair<const char*, const char*> options[] = {
         {"list", "--channel"}, {"list", "--from"}, {"list", "--to"},

@@ -65,9 +65,9 @@ Format FormatOf(const std::string& name) {
     return found == kFormats.end() ? Format::Text : found->second;
 }
 
-void AddFormat(CLI::App& command, Options& options, const char* description,
-               const std::vector<std::string>& names) {
-    command
+CLI::Option* AddFormat(CLI::App& command, Options& options, const char* description,
+                       const std::vector<std::string>& names) {
+    return command
         .add_option_function<std::string>(
             "--format", [&options](const std::string& name) { options.format = FormatOf(name); }, description)
         ->transform(completion::OneOf(names))
@@ -78,9 +78,12 @@ void AddFormat(CLI::App& command, Options& options, const char* description,
 } // namespace
 
 void AddFormatOptions(CLI::App& command, Options& options) {
-    AddFormat(command, options, "text, json, ndjson or csv", {"text", "json", "ndjson", "csv"});
-    command.add_flag_callback(
-        "--json", [&options] { options.format = Format::Json; }, "Short for --format json");
+    CLI::Option* const format =
+        AddFormat(command, options, "text, json, ndjson or csv", {"text", "json", "ndjson", "csv"});
+    command
+        .add_flag_callback(
+            "--json", [&options] { options.format = Format::Json; }, "Short for --format json")
+        ->excludes(format);
 }
 
 void AddTextFormatOption(CLI::App& command, Options& options) {
@@ -319,6 +322,7 @@ void AddReportOptions(CLI::App& command, Options& options) {
 
 void AddViewOptions(CLI::App& command, Options& options) {
     command.add_option("--port", options.port, "Port of this machine to answer on (default: any free one)")
+        ->check(completion::WholeNumber(0, std::numeric_limits<uint16_t>::max()))
         ->option_text("N");
     command.add_flag("--no-browser", options.noBrowser, "Print the address, and start no browser");
     command
@@ -391,7 +395,7 @@ void AddCatalogOptions(CLI::App& command, Options& options) {
     command
         .add_option("--jobs", options.jobs,
                     "With add: disks that are read at once (default: one a processor)")
-        ->check(CLI::Range(1, 256))
+        ->check(completion::WholeNumber(1, 256))
         ->option_text("N");
     command.add_option("--vehicle", options.vehicle, "With find: number or id of the vehicle (default: all)")
         ->option_text("NAME");

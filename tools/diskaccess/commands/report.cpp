@@ -5,6 +5,7 @@
 #include <set>
 #include <utility>
 
+#include "cli/ending.h"
 #include "cli/failure.h"
 #include "cli/interruption.h"
 #include "cli/output.h"
@@ -353,6 +354,10 @@ private:
 void CheckReport(const Options& options) {
     CheckJourneys(options);
     CheckOutputName(options);
+    if (EndsWith(Lowered(options.output), ".pdf")) {
+        throw WrongUse("--output: '" + options.output +
+                       "' would not be a PDF file; name a FILE.html, and print it to PDF with a browser");
+    }
 }
 
 ExitCode MakeReport(Context& context) {

@@ -2,6 +2,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <system_error>
 
 #include "cli/duration.h"
 #include "commands/commands.h"
@@ -82,6 +84,12 @@ void RequireFileName(const std::string& option, const std::string& path) {
     }
 }
 
+/// Where a file lies or would lie, however it is named.
+std::filesystem::path PlaceOf(const std::string& path) {
+    std::error_code none;
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(path, none), none);
+}
+
 } // namespace
 
 timeline::Labels LabelsOf(const Context& context) {
@@ -134,6 +142,9 @@ void CheckTimeline(const Options& options) {
     CheckJourneys(options);
     RequireFileName("--svg", options.svg);
     RequireFileName("--html", options.html);
+    if (!options.svg.empty() && !options.html.empty() && PlaceOf(options.svg) == PlaceOf(options.html)) {
+        throw WrongUse("--html: '" + options.html + "' is the file of --svg; give each its own");
+    }
 }
 
 ExitCode Timeline(Context& context) {
