@@ -158,6 +158,8 @@ private:
     size_t m_valuesBeforeRow = 0;
 };
 
+constexpr const char* kAdvice = "; give the .json file beside what was made";
+
 class Reader {
 public:
     explicit Reader(std::string path) : m_path(std::move(path)) {}
@@ -166,7 +168,7 @@ public:
         const size_t slash = m_path.rfind('/');
         m_file.folder = slash == std::string::npos ? "." : m_path.substr(0, slash + 1);
         m_file.name = m_path.substr(slash + 1); // of none: 0
-        m_file.text = ReadSmallFile(m_path, kLargestManifest, ErrorKind::BadManifest);
+        m_file.text = ReadText();
         Parse();
         ReadKind();
         ReadSource();
@@ -186,6 +188,14 @@ public:
     }
 
 private:
+    std::string ReadText() const {
+        try {
+            return ReadSmallFile(m_path, kLargestManifest, ErrorKind::BadManifest);
+        } catch (const Error& error) {
+            throw Error(ErrorKind::BadManifest, std::string(error.what()) + kAdvice);
+        }
+    }
+
     [[noreturn]] void Refuse(const std::string& why) const {
         throw Error(ErrorKind::BadManifest,
                     fmt::format("{}: is no manifest that can be verified: {}", m_path, why));
@@ -197,7 +207,7 @@ private:
             // For the parser, a zero byte is the end.
             const bool ends = m_file.text.find('\0') != std::string::npos;
             if (ends || !Json::sax_parse(m_file.text, &builder)) {
-                Refuse("it is no JSON document; give the .json file beside what was made");
+                Refuse(std::string("it is no JSON document") + kAdvice);
             }
             m_json = builder.Take();
         } catch (const Unfit& unfit) {

@@ -844,7 +844,8 @@ TEST_F(HostileManifests, AreNoLargerThanManifestsCanBe) {
         ReadManifest(File("out.json"));
         FAIL();
     } catch (const Error& error) {
-        EXPECT_EQ(error.what(), File("out.json") + ": is larger than 268435456 bytes");
+        EXPECT_EQ(error.what(), File("out.json") + ": is larger than 268435456 bytes; give the .json file "
+                                                   "beside what was made");
     }
 }
 

@@ -253,6 +253,10 @@ TEST_F(Evidence, IsRefusedInOneLine) {
         "diskaccess: " + m_sample +
             ": is no manifest that can be verified: it is no JSON document; give the .json file beside what "
             "was made\n");
+    const std::string advice = "; give the .json file beside what was made\n";
+    EXPECT_EQ(line({"verify", File("none.json")}),
+              "diskaccess: " + File("none.json") + ": cannot be opened: No such file or directory" + advice);
+    EXPECT_EQ(line({"verify", File("")}), "diskaccess: " + File("") + ": is no file" + advice);
     EXPECT_EQ(line({"export", m_sample, "-o", File("a.mkv"), "--sign", m_sample}),
               "diskaccess: " + m_sample +
                   ": is larger than 65536 bytes; make one with openssl genpkey -algorithm ed25519\n");
@@ -260,6 +264,14 @@ TEST_F(Evidence, IsRefusedInOneLine) {
               std::string::npos);
     line({"extract", m_sample, "-o", File("")});
     line({"list", m_sample, "--skew", "1", "--clock-check", "14:00=14:01"});
+}
+
+TEST_F(Evidence, IsReadThroughALinkToAnotherFolder) {
+    Document(Joined({"export", m_sample, "-o", File("film.mkv"), "--channel", "3"}, m_range), 0);
+    std::filesystem::create_directory(File("elsewhere"));
+    std::filesystem::rename(File("film.mkv.json"), File("elsewhere/manifest"));
+    std::filesystem::create_symlink(File("elsewhere/manifest"), File("film.mkv.json"));
+    EXPECT_EQ(Document({"verify", File("film.mkv.json")}, 0)["verified"], true);
 }
 
 TEST_F(Evidence, TellsOfAKeyThatOthersMayRead) {

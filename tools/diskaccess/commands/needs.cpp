@@ -87,6 +87,7 @@ std::optional<Needs> NeedsOfTimeline(const Options& options) {
 std::optional<Needs> NeedsOfVerify(const Options& options) {
     std::optional<Needs> needs = NeedsOfReading(options);
     needs->readable.push_back(FolderOf(options.manifest)); // the files lie beside it
+    needs->readable.push_back(options.manifest);           // a link may lead elsewhere
     needs->readable.push_back(options.publicKey);
     return needs;
 }
