@@ -7,6 +7,7 @@
 #include "disk_format.h"
 #include "expert_image.h"
 #include "file_source.h"
+#include "format/block_geometry.h"
 #include "recordings/error.h"
 #include "split_image.h"
 
@@ -96,6 +97,13 @@ bool LiesIn(const Partition& inner, const Partition& outer) {
     return inner.start > outer.start && inner.start - outer.start < outer.size;
 }
 
+/// Whether a later part of a split image begins with a block: its head bears the magic of a partition's.
+bool BeginsWithBlock(const Source& source) {
+    PartHead_t head = {};
+    return !FirstPartOf(source.Name()).empty() && source.ReadWhole(0, &head, sizeof head) &&
+           !disk_access::BlockGeometry::Of(head.BlkSize, head.FmtVersion).HoldsBlock();
+}
+
 /// A later part of a split image by itself is of no use, and hardly what was meant.
 void RefuseLaterPart(const Source& source) {
     const std::string first = FirstPartOf(source.Name());
@@ -110,7 +118,9 @@ void RefuseLaterPart(const Source& source) {
 bool BearsPartitionHead(const Source& source, uint64_t offset) {
     uint32_t magic = 0;
     static_assert(offsetof(PartHead_t, FormatFlag) == 0);
-    return source.ReadWhole(offset, &magic, sizeof magic) && (magic == PART_MAGIC || magic == PART_MAGIC_ALT);
+    const bool known =
+        source.ReadWhole(offset, &magic, sizeof magic) && (magic == PART_MAGIC || magic == PART_MAGIC_ALT);
+    return known && !(offset == 0 && BeginsWithBlock(source));
 }
 
 std::vector<Partition> HeadlessPartitions(const Source& disk) {

@@ -293,18 +293,22 @@ TEST_F(Sources, FindNamesAPartitionThatHasLostItsHead) {
 }
 
 TEST_F(Sources, FindTakesNoPartOfAnImageForADisk) {
-    // The second part begins before the blocks, as a partition without its head would.
-    std::ofstream(File("disk.001"), std::ios::binary) << m_bytes.substr(0, 4096);
-    std::ofstream(File("disk.002"), std::ios::binary) << std::string(4096, '\0') << m_bytes.substr(4096);
-    const ProgramResult result = Run({"find", File("disk.002"), "--json"});
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.err, "");
-    const Json found = Json::parse(result.out);
-    EXPECT_EQ(SchemaErrors("find", found), "");
-    EXPECT_EQ(found["disks"][0]["holds"], "later part of a split image");
-    EXPECT_EQ(Run({"list", File("disk.002")}).err,
-              "diskaccess: " + File("disk.002") +
-                  ": is a later part of a split image; give its first part, " + File("disk.001") + "\n");
+    // The second part begins before the blocks, as a partition without its head would; or with a block, whose head bears the
+    // magic of a partition's.
+    for (const size_t end : {size_t{4096}, size_t{8 * kMiB}}) {
+        std::ofstream(File("disk.001"), std::ios::binary) << m_bytes.substr(0, end);
+        std::ofstream(File("disk.002"), std::ios::binary)
+            << std::string(end == 4096 ? 4096 : 0, '\0') << m_bytes.substr(end);
+        const ProgramResult result = Run({"find", File("disk.002"), "--json"});
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_EQ(result.err, "");
+        const Json found = Json::parse(result.out);
+        EXPECT_EQ(SchemaErrors("find", found), "");
+        EXPECT_EQ(found["disks"][0]["holds"], "later part of a split image");
+        EXPECT_EQ(Run({"list", File("disk.002")}).err,
+                  "diskaccess: " + File("disk.002") +
+                      ": is a later part of a split image; give its first part, " + File("disk.001") + "\n");
+    }
 }
 
 TEST_F(Sources, FindSaysThatADiskDoesNotDeliver) {
