@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <unordered_set>
 
 #include "block_ends.h"
 #include "format/frames.h"
@@ -24,6 +25,7 @@ enum class Content : uint8_t {
     Empty,      ///< formatted, not written yet
     Recorded,   ///< a recording
     Headless,   ///< no head: never formatted, wiped, or damaged
+    Copy,       ///< what another place holds
     Unreadable, ///< the disk does not deliver the head
     Retired     ///< marked bad: the recorder passes it over
 };
@@ -144,26 +146,36 @@ private:
     void RepairSequences() {
         FindNeighbours();
         std::vector<uint32_t> odd;
+        std::unordered_set<uint32_t> held; // numbers, by the other places
         for (uint32_t n = 0; n < m_ring.count; ++n) {
             const bool alone = Before(n) == n || After(n) == n;
-            if (m_content[n] == Content::Recorded && !alone && !FitsAfter(Before(n), n, m_sequence[n]) &&
+            if (m_content[n] != Content::Recorded) {
+                continue;
+            }
+            if (!alone && !FitsAfter(Before(n), n, m_sequence[n]) &&
                 !FitsBefore(n, m_sequence[n], After(n))) {
                 odd.push_back(n);
+            } else {
+                held.insert(m_sequence[n]);
             }
         }
         for (const uint32_t n : odd) {
-            RepairSequence(n);
+            RepairSequence(n, held);
         }
     }
 
-    void RepairSequence(uint32_t n) {
+    void RepairSequence(uint32_t n, std::unordered_set<uint32_t>& held) {
         if (Fits(n, m_sequence[n])) {
             return; // it was a neighbour's number that was damaged
         }
         const BlockEnds& ends = m_ends[n];
+        if (ends.Closed()) { // head and tail agree: it is the block that is in the wrong place
+            m_content[n] = held.insert(m_sequence[n]).second ? Content::Recorded : Content::Copy;
+            return;
+        }
         for (const uint32_t copy : {ends.tail.RecSeq, ends.tailEx.RecSeq, m_sequence[Before(n)] + 1}) {
             const bool ofPlace = copy == m_sequence[Before(n)] + 1;
-            if (copy != m_sequence[n] && Fits(n, copy) && (!ofPlace || TimeFits(n))) {
+            if (copy != m_sequence[n] && Fits(n, copy) && (!ofPlace || TimeFits(n, copy, ends.recTime))) {
                 m_sequence[n] = copy;
                 m_repaired[n] = true;
                 return;
@@ -171,11 +183,14 @@ private:
         }
     }
 
-    /// Whether the head's time lies between those of its neighbours, or after the block before it at the seam.
-    bool TimeFits(uint32_t n) const {
-        const uint32_t time = m_ends[n].recTime;
+    /// Whether a time lies between those of the neighbours, or at the seam, beside that of the one that the number fits.
+    bool TimeFits(uint32_t n, uint32_t sequence, uint32_t time) const {
+        const bool later = time >= m_ends[Before(n)].recTime;
+        const bool earlier = time <= m_ends[After(n)].recTime;
         const bool seam = m_sequence[Before(n)] >= m_sequence[After(n)];
-        return time >= m_ends[Before(n)].recTime && (seam || time <= m_ends[After(n)].recTime);
+        return seam ? (later && FitsAfter(Before(n), n, sequence)) ||
+                          (earlier && FitsBefore(n, sequence, After(n)))
+                    : later && earlier;
     }
 
     /// Takes places without a head for recorded where what is left of head and tail says so.
@@ -202,22 +217,17 @@ private:
     /// The number of a block whose head does not pass for one; 0 when nothing tells that it was recorded.
     uint32_t SequenceOfHeadless(uint32_t n) const {
         const BlockEnds& ends = m_ends[n];
-        if (ends.headRead && Fits(n, ends.recSeq) && (ends.Closed() || TimeFits(n))) {
+        if (ends.headRead && Fits(n, ends.recSeq) &&
+            (ends.Closed() || TimeFits(n, ends.recSeq, ends.recTime))) {
             return ends.recSeq;
         }
         for (const uint32_t copy : {ends.tail.RecSeq, ends.tailEx.RecSeq}) {
-            if (ends.tailRead && Fits(n, copy) && TailTimeFits(n)) {
+            // Tails stay when a ring is formatted again: the time tells that one belongs to this turn.
+            if (ends.tailRead && Fits(n, copy) && TimeFits(n, copy, ends.tail.StartTime)) {
                 return copy;
             }
         }
         return 0;
-    }
-
-    /// Tails stay when a ring is formatted again: the time tells that one belongs to this turn.
-    bool TailTimeFits(uint32_t n) const {
-        const bool seam = m_sequence[Before(n)] >= m_sequence[After(n)];
-        const uint32_t time = m_ends[n].tail.StartTime;
-        return time >= m_ends[Before(n)].recTime && (seam || time <= m_ends[After(n)].recTime);
     }
 
     // ---- the list
@@ -322,15 +332,16 @@ private:
         const uint32_t places = Distance(newest.number, oldest.number);
         const uint32_t free = m_recorded == 1 ? m_ring.count - 1 : places == 0 ? 0 : places - 1;
         uint32_t step = 1;
-        for (; step <= free && MayBeLost(m_ring.Ahead(newest.number, step)); ++step) {
+        for (; step <= free && MayFollow(m_ring.Ahead(newest.number, step)); ++step) {
             AddLost(m_ring.Ahead(newest.number, step), newest.sequence + step);
         }
         for (uint32_t back = 1; back <= free - std::min(free, step - 1); ++back) {
             const uint32_t place = m_ring.Ahead(oldest.number, uint64_t{m_ring.count} - back);
-            if (!MayBeLost(place)) {
+            const uint32_t sequence = oldest.sequence > back ? oldest.sequence - back : 0;
+            if (!MayPrecede(place, sequence)) {
                 break;
             }
-            AddLost(place, oldest.sequence > back ? oldest.sequence - back : 0);
+            AddLost(place, sequence);
         }
     }
 
@@ -346,11 +357,28 @@ private:
     /// Whether a place beside the recorded ones may have been recorded. Where the recorder has formatted every block, and
     /// where the ring has wrapped, a place without a head has lost it.
     bool MayBeLost(uint32_t place) const {
-        if (m_content[place] == Content::Unreadable) {
+        if (m_content[place] == Content::Unreadable || m_content[place] == Content::Copy) {
             return true;
         }
-        return m_content[place] == Content::Headless &&
-               (m_list.m_emptyCount != 0 || Wrapped() || HoldsFrames(place));
+        return m_content[place] == Content::Headless && (m_list.m_emptyCount != 0 || Wrapped());
+    }
+
+    /// The same of a place after the newest.
+    bool MayFollow(uint32_t place) const {
+        return MayBeLost(place) || (m_content[place] == Content::Headless && HoldsFrames(place));
+    }
+
+    /// The same of a place before the oldest. Before the first number nothing was recorded, whatever is left there.
+    bool MayPrecede(uint32_t place, uint32_t sequence) const {
+        return MayBeLost(place) ||
+               (m_content[place] == Content::Headless && sequence != 0 && !IsBlank(place));
+    }
+
+    bool IsBlank(uint32_t place) const {
+        const BlockEnds& ends = m_ends[place];
+        const bool head = ends.validFlag == 0 && ends.recTime == 0 && ends.recSeq == 0 && ends.channels == 0;
+        const bool tail = ends.tail.RecSeq == 0 && ends.tail.StartTime == 0 && ends.tail.EndTime == 0;
+        return head && tail && !TimeOfFirstFrame(place);
     }
 
     bool Wrapped() const {

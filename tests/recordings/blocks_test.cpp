@@ -52,6 +52,19 @@ protected:
         const std::vector<uint8_t> zeros(Image().BlockSize());
         Image().Write(Image().BlockStart(block), zeros.data(), zeros.size());
     }
+    /// As if the recorder had not formatted the blocks after the newest.
+    void WipeUnwritten() {
+        Wipe(6);
+        Wipe(7);
+    }
+    std::vector<uint8_t> BlockBytes(uint32_t block) {
+        std::vector<uint8_t> bytes(Image().BlockSize());
+        Image().Read(Image().BlockStart(block), bytes.data(), bytes.size());
+        return bytes;
+    }
+    void PutBlock(uint32_t block, const std::vector<uint8_t>& bytes) {
+        Image().Write(Image().BlockStart(block), bytes.data(), bytes.size());
+    }
     void FailBlock(uint32_t block) { Fail(Image().BlockStart(block), Image().BlockStart(block + 1)); }
 };
 
@@ -246,6 +259,66 @@ TEST_F(Blocks, AWipedBlockOfARingThatWrappedIsNamed) {
         Wrap();
         Wipe(block);
         EXPECT_EQ(Problems(), Lines{"block_wiped loss block " + std::to_string(block)});
+    }
+}
+
+TEST_F(Blocks, TheOldestIsToldByItsTailInARingThatWasNotFormatted) {
+    WipeUnwritten();
+    const std::vector<uint8_t> zeros(4096);
+    Image().Write(Image().BlockStart(0), zeros.data(), zeros.size());
+    EXPECT_EQ((RecordingsFixture::Blocks()).front(), "0:1 1000-1900 h");
+    EXPECT_EQ(Problems(), Lines{"head_damaged note block 0"});
+}
+
+TEST_F(Blocks, ADamagedFlagDoesNotHideTheOldestThatWasNeverClosed) {
+    WipeUnwritten();
+    ChangeTail(0, [](BlockTail_t& tail) { tail = {}; });
+    ChangeHead(0, [](BlockHead_t& head) { head.ValidFlag = 0; });
+    EXPECT_EQ((RecordingsFixture::Blocks()).front(), "0:1 1000-1000 oh");
+    EXPECT_EQ(Problems(), Lines{"head_damaged note block 0"});
+}
+
+TEST_F(Blocks, TheOldestIsNamedWhereSomethingElseLiesInARingThatWasNotFormatted) {
+    WipeUnwritten();
+    Wipe(0);
+    Image().Put(Image().FrameOffset(0, 0), FrameHead_t{1000000000, BLOCK_MAGIC, 1, 0, 0});
+    EXPECT_EQ(Problems(), Lines{"block_wiped loss block 0"});
+    PutBlock(0, std::vector<uint8_t>(Image().BlockSize(), 0xFF));
+    EXPECT_EQ(Problems(), Lines{"block_wiped loss block 0"});
+    // It is none of the recording where that begins with the first number.
+    for (uint32_t block = 1; block < 6; ++block) {
+        Image().WriteBlock(block, BlockContents::Closed(block, block * 1000, block * 1000 + 900));
+    }
+    EXPECT_EQ(Problems(), kNone);
+}
+
+TEST_F(Blocks, ACopyOfAnotherBlockHidesNotWhatItLiesUpon) {
+    using Copy = std::pair<uint32_t, uint32_t>;
+    for (const auto& [from, to] : {Copy{2, 3}, Copy{3, 2}, Copy{0, 5}, Copy{5, 0}, Copy{0, 3}, Copy{5, 1}}) {
+        SetUp();
+        WipeUnwritten();
+        PutBlock(to, BlockBytes(from));
+        EXPECT_EQ(Numbers(), kAll) << from << " on " << to;
+        EXPECT_EQ(Problems(), Lines{"block_wiped loss block " + std::to_string(to)});
+    }
+    for (const auto& [from, to] : {Copy{1, 6}, Copy{3, 4}, Copy{4, 3}, Copy{7, 0}}) {
+        Wrap();
+        PutBlock(to, BlockBytes(from));
+        EXPECT_EQ(Problems(), Lines{"block_wiped loss block " + std::to_string(to)}) << from;
+    }
+}
+
+TEST_F(Blocks, ThoseThatHaveChangedPlacesKeepTheirNumbers) {
+    using Swap = std::pair<uint32_t, uint32_t>;
+    for (const auto& [one, other] : {Swap{1, 4}, Swap{2, 3}, Swap{0, 5}}) {
+        SetUp();
+        const std::vector<uint8_t> bytes = BlockBytes(one);
+        PutBlock(one, BlockBytes(other));
+        PutBlock(other, bytes);
+        Places places = kAll;
+        std::swap(places[one], places[other]);
+        EXPECT_EQ(Numbers(), places);
+        EXPECT_EQ(Problems(), kNone);
     }
 }
 
