@@ -301,6 +301,9 @@ TEST_F(ListExport, LooksAtAllRowsBeforeItBegins) {
     EXPECT_TRUE(refused(times + "sub/b.mkv,", "'sub/b.mkv' is no file's name"));
     EXPECT_TRUE(refused(times + "sub\\b.mkv,", "'sub\\\\b.mkv' is no file's name"));
     EXPECT_TRUE(refused(times + "..,", "'..' is no file's name"));
+    EXPECT_TRUE(refused(times + "a.AVI,",
+                        "'a.AVI' would not be a .avi file; name a FILE.mkv or a FILE.mp4, or "
+                        "give --container"));
     EXPECT_TRUE(refused(times + "a.mkv,", File("out/a.mkv") + ": is the name of a file of row 2 too"));
     EXPECT_TRUE(refused(times + "A.MKV,", File("out/A.MKV") + ": is the name of a file of row 2 too"));
     EXPECT_TRUE(

@@ -88,7 +88,7 @@ TEST(RangeList, RefusesWhatHoldsNoRange) {
 }
 
 TEST(RangeList, RefusesRowsOfOtherLengths) {
-    EXPECT_TRUE(IsRefused("from,to\n1\n", "l.csv: row 2: has 1 cells where the first row names 2 columns"));
+    EXPECT_TRUE(IsRefused("from,to\n1\n", "l.csv: row 2: has 1 cell where the first row names 2 columns"));
     EXPECT_TRUE(IsRefused("from,to,channels\n1,2,0,2\n", "l.csv: row 2: has 4 cells"));
 }
 

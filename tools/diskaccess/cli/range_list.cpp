@@ -149,9 +149,10 @@ private:
 
     void ReadRange(const std::vector<std::string>& cells) {
         if (cells.size() != m_columns.size()) {
-            Refuse(fmt::format("has {} cells where the first row names {} columns; put what holds a comma in "
-                               "quotation marks",
-                               cells.size(), m_columns.size()));
+            Refuse(
+                fmt::format("has {} cell{} where the first row names {} columns; put what holds a comma in "
+                            "quotation marks",
+                            cells.size(), cells.size() == 1 ? "" : "s", m_columns.size()));
         }
         if (m_ranges.size() == kMostRows) {
             Refuse(fmt::format("is one more than the {} that a list may have", kMostRows));

@@ -117,6 +117,7 @@ private:
         if (name.find_first_of("/\\") != std::string::npos || name == "." || name == "..") {
             throw Failure("'" + name + "' is no file's name; give a name without a folder");
         }
+        RefuseOtherKinds(m_context.Typed(), name, "");
     }
 
     /// Takes a row's names, which no other may have. Some file systems do not tell large letters from small ones.

@@ -19,17 +19,6 @@ namespace diskaccess {
 
 namespace {
 
-/// Names of files that players would take for what they are not.
-void RefuseOtherEndings(const std::string& name) {
-    for (const char* const ending :
-         {".avi", ".mov", ".wmv", ".asf", ".flv", ".mpg", ".mpeg", ".ts", ".webm", ".3gp"}) {
-        if (EndsWith(Lowered(name), ending)) {
-            throw WrongUse("--output: '" + name + "' would not be a " + ending +
-                           " file; name a FILE.mkv or a FILE.mp4, or give --container");
-        }
-    }
-}
-
 media::Container WantedContainer(const Options& options) {
     if (options.rangeList.empty()) {
         CheckOutputName(options);
@@ -43,9 +32,7 @@ media::Container WantedContainer(const Options& options) {
     if (!media::ContainersSupported()) {
         throw Failure("this program was built without libavformat and writes no containers; use --raw");
     }
-    if (options.container.empty()) {
-        RefuseOtherEndings(options.output);
-    }
+    RefuseOtherKinds(options, options.output, "--output: ");
     return ContainerOf(options, options.output);
 }
 
@@ -203,6 +190,16 @@ void CheckNames(const Options& options) {
 }
 
 } // namespace
+
+void RefuseOtherKinds(const Options& options, const std::string& name, const std::string& where) {
+    for (const char* const ending :
+         {".avi", ".mov", ".wmv", ".asf", ".flv", ".mpg", ".mpeg", ".ts", ".webm", ".3gp"}) {
+        if (options.container.empty() && EndsWith(Lowered(name), ending)) {
+            throw WrongUse(where + "'" + name + "' would not be a " + ending +
+                           " file; name a FILE.mkv or a FILE.mp4, or give --container");
+        }
+    }
+}
 
 media::Container ContainerOf(const Options& options, const std::string& name) {
     const bool mp4 = options.container.empty() ? EndsWith(Lowered(name), ".mp4") : options.container == "mp4";

@@ -12,6 +12,11 @@ namespace diskaccess {
 /// Whether an export goes to standard output, and to no file.
 bool GoesToStandardOutput(const Options& options);
 
+/// Refuses names that players would take for another kind of video file, unless a container was asked for.
+/// @param where what names the file: "--output: "
+/// @throws WrongUse
+void RefuseOtherKinds(const Options& options, const std::string& name, const std::string& where);
+
 /// The container of a file: as it was asked for, else as the file's name ends.
 media::Container ContainerOf(const Options& options, const std::string& name);
 
