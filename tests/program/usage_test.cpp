@@ -99,6 +99,11 @@ TEST_F(Usage, NamesMayBeginWithADashAfterTwo) {
 }
 
 TEST_F(Usage, WhatIsMissingOrTooMuchIsNamed) {
+    EXPECT_EQ(Refused({Image(), "list"}),
+              "journeys: 'list' is one argument too many; a command comes first, as in `diskaccess list "
+              "PARTITION`\n");
+    EXPECT_EQ(Refused({Image(), "lost"}),
+              "journeys: 'lost' is one argument too many; `diskaccess journeys --help` says more\n");
     EXPECT_EQ(Refused({"list"}), "list: PARTITION is required; `diskaccess list --help` says more\n");
     EXPECT_EQ(Refused({"export", Image()}),
               "export: --output is required; `diskaccess export --help` says more\n");

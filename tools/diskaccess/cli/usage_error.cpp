@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "cli/failure.h"
@@ -45,6 +46,15 @@ std::string MoreAbout(const CLI::App& command) {
     return fmt::format("`{}{} --help` says more",
                        command.get_parent() == nullptr ? "" : command.get_parent()->get_name() + " ",
                        command.get_name());
+}
+
+/// A disk by itself is a command line too, so that a command after it is one word too many.
+std::string AboutSurplus(const CLI::App& command, const std::string& word) {
+    const CLI::App* const program = command.get_parent();
+    const Words names = program == nullptr ? Words() : CommandNames(*program);
+    return std::find(names.begin(), names.end(), word) == names.end()
+               ? MoreAbout(command)
+               : fmt::format("a command comes first, as in `{} {} PARTITION`", program->get_name(), word);
 }
 
 std::string NoCommandText(const CLI::App& program) {
@@ -102,7 +112,7 @@ bool Is(const CLI::ParseError& error) {
 std::string ErrorText(const CLI::App& command, const CLI::ParseError& error) {
     if (Is<CLI::ExtrasError>(error)) {
         return fmt::format("{}: '{}' is one argument too many; {}", command.get_name(),
-                           command.remaining().front(), MoreAbout(command));
+                           command.remaining().front(), AboutSurplus(command, command.remaining().front()));
     }
     if (Is<CLI::RequiredError>(error)) {
         return fmt::format("{}: {}; {}", command.get_name(), error.what(), MoreAbout(command));
