@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <regex>
 
 #include "recordings/query.h"
@@ -16,6 +18,16 @@ namespace {
 
 constexpr int64_t kDay = 86400;
 
+/// Whether a file is one of the zone database's, which its first bytes say.
+bool HoldsZone(const std::filesystem::path& path) {
+    constexpr char kMagic[] = "TZif";
+    char start[sizeof kMagic] = "";
+    std::error_code ignored;
+    return std::filesystem::is_regular_file(path, ignored) &&
+           std::ifstream(path, std::ios::binary).read(start, sizeof kMagic - 1) &&
+           std::strcmp(start, kMagic) == 0;
+}
+
 /// Whether the C library will know a zone: it takes an unknown one for UTC without a word.
 bool Known(const std::string& name) {
     static const std::regex posixRule("(<[-+A-Za-z0-9]+>|[A-Za-z]{3,})[-+]?[0-9]{1,2}(:[0-9]{2}){0,2}.*");
@@ -24,8 +36,7 @@ bool Known(const std::string& name) {
     }
     const char* const directory = std::getenv("TZDIR");
     const std::filesystem::path zones = directory != nullptr ? directory : "/usr/share/zoneinfo";
-    std::error_code ignored;
-    return name.find("..") == std::string::npos && std::filesystem::is_regular_file(zones / name, ignored);
+    return name.find("..") == std::string::npos && HoldsZone(zones / name);
 }
 
 /// What a link to a file of the zone database names: "/usr/share/zoneinfo/Europe/Berlin" names Europe/Berlin.
