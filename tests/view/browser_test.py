@@ -718,6 +718,34 @@ class ViewerTest(BrowserTest):
         self.tap(self.browser.find_element(By.CSS_SELECTOR, "figure[data-channel='1']"))
         self.wait(lambda: list(self.codes()) == ["1"])
 
+    def lines_of_a_loss(self, first, last):
+        """How many lines hatch a loss, given in seconds of a day, where the timeline shows two seconds at noon."""
+        return self.browser.execute_async_script("""
+            const [first, last, done] = arguments;
+            Promise.all([import("/timeline.js"), import("/clock.js")]).then(([{ Timeline }, { Clock, kSecond }]) => {
+              const canvas = document.createElement("canvas");
+              Object.assign(canvas.style, { width: "500px", height: "162px", flex: "none" });
+              document.body.append(canvas);
+              const timeline = new Timeline(canvas, new Clock(0, [[0, 0]], "UTC"));
+              timeline.setJourneys([{ from: 0, to: 86400 * kSecond }], true);
+              timeline.damages = [{ loss: true, first, last }];
+              timeline.time = 43200 * kSecond;
+              const { prototype } = CanvasRenderingContext2D;
+              const { lineTo } = prototype;
+              let lines = 0;
+              prototype.lineTo = function (x, y) { ++lines; lineTo.call(this, x, y); };
+              timeline.zoom(1e-9); // to the nearest
+              prototype.lineTo = lineTo;
+              canvas.remove();
+              done(lines);
+            });""", first, last)
+
+    def test_hatches_losses_where_they_are_in_sight(self):
+        # One line every 6 pixels, of 416 pixels and of the 162 that they slant.
+        self.assertIn(self.lines_of_a_loss(0, 86399), range(90, 101))
+        self.assertEqual(self.lines_of_a_loss(100, 200), 0)
+        self.assertEqual(self.lines_of_a_loss(80000, 80100), 0)
+
     def test_shows_32_cameras(self):
         cameras = [{"channel": channel, "frame_rate": 5, "gop": 10, "bitrate": 100000} for channel in range(32)]
         clips = [{"channel": channel, "video": "small.h264"} for channel in range(32)]

@@ -261,7 +261,7 @@ export class Timeline extends EventTarget {
     this.#context.font = "11px system-ui, sans-serif";
     this.#drawRows(width, height);
     this.#drawScale(width, height);
-    this.#drawDamages(height);
+    this.#drawDamages(width, height);
     this.#drawEvents();
     this.#drawMarks(height);
     this.#drawTime(height);
@@ -311,9 +311,11 @@ export class Timeline extends EventTarget {
       if (!part.gap || to < kLabel || from > width || to - from < 3 || part.length === part.to - part.from) {
         continue;
       }
+      const begin = Math.max(from, kLabel);
+      const end = Math.min(to, width + 2); // a line at its end is out of sight
       draw.strokeStyle = this.#colors.line;
       draw.setLineDash([2, 3]);
-      draw.strokeRect(Math.max(from, kLabel) + 0.5, kHeader, to - Math.max(from, kLabel) - 1, height - kHeader - 1);
+      draw.strokeRect(begin + 0.5, kHeader, end - begin - 1, height - kHeader - 1);
       draw.setLineDash([]);
       const text = lengthText(part.to - part.from);
       if (draw.measureText(text).width + 4 < to - from) {
@@ -361,18 +363,21 @@ export class Timeline extends EventTarget {
     return time > 0 ? (second + ((step - (local % step)) % step) + this.clock.skew) * kSecond : Infinity;
   }
 
-  #drawDamages(height) {
+  #drawDamages(width, height) {
     const draw = this.#context;
     draw.strokeStyle = this.#colors.bad;
     for (const damage of this.damages) {
       if (!damage.loss || damage.last === 0xffffffff) {
         continue;
       }
-      const from = Math.max(kLabel, this.#x(damage.first * kSecond));
-      const to = Math.max(from + 3, this.#x((damage.last + 1) * kSecond));
-      if (to < kLabel || from > this.#canvas.clientWidth) {
+      const first = this.#x(damage.first * kSecond);
+      const last = Math.max(first + 3, this.#x((damage.last + 1) * kSecond));
+      if (last < kLabel || first > width) {
         continue;
       }
+      // Only what is in sight: a loss of years is very wide when seconds are shown.
+      const from = Math.max(kLabel, first);
+      const to = Math.min(width, last);
       draw.save();
       draw.beginPath();
       draw.rect(from, kHeader, to - from, height - kHeader);
