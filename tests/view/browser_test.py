@@ -746,6 +746,27 @@ class ViewerTest(BrowserTest):
         self.assertEqual(self.lines_of_a_loss(100, 200), 0)
         self.assertEqual(self.lines_of_a_loss(80000, 80100), 0)
 
+    def message(self):
+        return self.browser.find_element(By.ID, "message").text
+
+    def test_says_that_the_viewer_has_ended(self):
+        viewer = Viewer(self.image, self.folder)
+        try:
+            self.open(viewer.address)
+        finally:
+            viewer.end()
+        self.key("j")
+        self.wait(lambda: self.message() == "The viewer does not answer. Start it again if it has ended, and open the "
+                                            "address that it prints.")
+        self.browser.get_log("browser")  # tells of the requests that failed
+
+    def test_says_that_its_key_is_wrong(self):
+        self.browser.get("about:blank")
+        self.browser.get(self.viewer.address.split("=")[0] + "=" + "0" * 32)
+        self.wait(lambda: self.message() == "This page's key is not the viewer's. Open the address that the program "
+                                            "printed last.")
+        self.browser.get_log("browser")
+
     def test_shows_32_cameras(self):
         cameras = [{"channel": channel, "frame_rate": 5, "gop": 10, "bitrate": 100000} for channel in range(32)]
         clips = [{"channel": channel, "video": "small.h264"} for channel in range(32)]

@@ -1,6 +1,9 @@
 // What the server is asked. Every request carries the token that came with the address.
 
 const kTokenName = "diskaccess-token";
+const kUnauthorized = 401;
+const kOtherKey = "This page's key is not the viewer's. Open the address that the program printed last.";
+const kNoAnswer = "The viewer does not answer. Start it again if it has ended, and open the address that it prints.";
 
 // Takes the token out of the address, so that it is in no link that is copied, and keeps it for this tab.
 export function takeToken() {
@@ -24,7 +27,12 @@ export class Api {
       ...options,
       headers: { Authorization: "Bearer " + this.token },
       cache: "no-store",
+    }).catch((error) => {
+      throw error.name === "AbortError" ? error : new Error(kNoAnswer);
     });
+    if (response.status === kUnauthorized) {
+      throw new Error(kOtherKey);
+    }
     if (!response.ok) {
       const answer = await response.json().catch(() => ({}));
       throw new Error(answer.error || "the server answers " + response.status);
