@@ -767,6 +767,20 @@ class ViewerTest(BrowserTest):
                                             "printed last.")
         self.browser.get_log("browser")
 
+    def test_leaves_room_for_pictures_in_a_small_window(self):
+        try:
+            for width, height in ((320, 600), (900, 420)):
+                self.browser.execute_cdp_cmd(
+                    "Emulation.setDeviceMetricsOverride",
+                    {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
+                self.wait(lambda: self.browser.execute_script("return innerWidth") == width)
+                room = self.browser.find_element(By.ID, "cameras").size
+                self.assertGreaterEqual(room["height"], 180)
+                self.assertGreater(room["width"], width / 2)
+                self.assertLessEqual(self.browser.execute_script("return document.documentElement.scrollWidth"), width)
+        finally:
+            self.browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+
     def test_shows_32_cameras(self):
         cameras = [{"channel": channel, "frame_rate": 5, "gop": 10, "bitrate": 100000} for channel in range(32)]
         clips = [{"channel": channel, "video": "small.h264"} for channel in range(32)]
