@@ -907,7 +907,7 @@ TEST_F(HostileManifests, AreTakenAtTheirExactNumbers) {
                                     "\"7 \"",
                                     "\"7.0\"",
                                     "\"0x7\"",
-                                    "\"7\\u0000\"",
+                                    R"("7\u0000")",
                                     "\"\"",
                                     "[7]",
                                     "{\"7\": 7}",
