@@ -20,6 +20,7 @@ enum class Fate : uint8_t { Pass, Fail, Short };
 std::atomic<bool> g_watching{false};
 std::atomic<bool> g_failed{false};
 std::atomic<uint64_t> g_left{0};
+std::atomic<uint64_t> g_short{0};
 std::array<std::atomic<uint64_t>, kFileCalls> g_calls;
 FileCalls::Fault g_fault; ///< changes only while nobody is watching
 
@@ -34,6 +35,7 @@ Fate Decide(FileCall call) {
         return Fate::Pass;
     }
     if (g_fault.comesShort && (call == FileCall::Write || call == FileCall::ReadBack)) {
+        ++g_short;
         return Fate::Short;
     }
     g_failed = true;
@@ -53,6 +55,7 @@ FileCalls::FileCalls(const Fault& fault, uint64_t most) : m_most(most) {
     }
     g_fault = fault;
     g_left = most;
+    g_short = 0;
     g_failed = false;
     g_watching = true;
 }
@@ -66,7 +69,7 @@ bool FileCalls::HasFailed() const {
 }
 
 uint64_t FileCalls::Made() const {
-    return m_most - g_left;
+    return m_most - g_left - g_short;
 }
 
 } // namespace fuzzing

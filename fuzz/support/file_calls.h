@@ -40,6 +40,7 @@ public:
 
     /// Whether a call has failed.
     bool HasFailed() const;
+    /// How many calls were made; without those that did half, each of which makes another one necessary.
     uint64_t Made() const;
 
 private:
