@@ -164,6 +164,13 @@ TEST_F(Usage, TwoPicturesOfATimelineAreTwoFiles) {
     }
 }
 
+TEST_F(Usage, TheViewersExportsGoToAFolder) {
+    for (const std::string& folder : {File("none"), Image()}) {
+        EXPECT_EQ(Refused({"view", Image(), "--no-browser", "--export-dir", folder}),
+                  "--export-dir: '" + folder + "' is no folder; make it first\n");
+    }
+}
+
 TEST_F(Usage, AReportIsAPage) {
     EXPECT_EQ(Refused({"report", Image(), "-o", File("a.PDF")}),
               "--output: '" + File("a.PDF") +

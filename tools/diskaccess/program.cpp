@@ -112,6 +112,7 @@ std::vector<Command> AllCommands() {
             .Takes(AddZoneOptions)
             .Takes(AddDiskOptions)
             .Takes(AddViewOptions)
+            .Checks(CheckView)
             .Confined(NeedsOfView)
             .Does(Asks(View)),
         OnDisk("extract",

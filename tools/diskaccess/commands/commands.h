@@ -35,6 +35,7 @@ void CheckCheck(const Options& options);
 void CheckStill(const Options& options);
 void CheckExport(const Options& options);
 void CheckReport(const Options& options);
+void CheckView(const Options& options);
 void CheckExtract(const Options& options);
 
 // What commands need of the system. Those that only show something need nothing but the source.

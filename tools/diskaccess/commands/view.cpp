@@ -7,8 +7,11 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
+#include "cli/failure.h"
 #include "cli/interruption.h"
 #include "cli/output.h"
 #include "commands/commands.h"
@@ -74,6 +77,13 @@ void WaitForInterruption() {
 }
 
 } // namespace
+
+void CheckView(const Options& options) {
+    std::error_code none;
+    if (!std::filesystem::is_directory(options.exportFolder, none)) {
+        throw WrongUse("--export-dir: '" + options.exportFolder + "' is no folder; make it first");
+    }
+}
 
 /// A browser would be confined with the program that starts it, and could not work.
 std::optional<Needs> NeedsOfView(const Options& options) {
