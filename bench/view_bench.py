@@ -1,4 +1,4 @@
-"""Times the viewer in Chromium, and mpv on the same stretch exported. Run by scripts/bench-view.
+"""Times the viewer in Chromium, and mpv and ffplay on the same stretch exported. Run by scripts/bench-view.
 
     view_bench.py DISKACCESS DISKACCESS_SAMPLE DIRECTORY [PART...]
 
@@ -8,6 +8,7 @@ browser shows are those of the time that was asked for: what is timed ends there
 
 import datetime
 import json
+import mmap
 import os
 import random
 import re
@@ -15,13 +16,19 @@ import shutil
 import signal
 import socket
 import statistics
+import struct
 import subprocess
 import sys
+import tempfile
 import threading
 import time
 
+import Xlib.display
+import Xlib.X
+import Xlib.XK
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
+from Xlib.ext import xtest
 
 PROGRAM, RECORDER, DIRECTORY = sys.argv[1:4]
 CAMERAS, RATE, GOP = 4, 25, 50
@@ -40,8 +47,9 @@ EXPORT = os.path.join(DIRECTORY, "view.mkv")
 # What is timed in the page. codes(): the frame that each camera shows; shown(time): whether all show theirs of that time.
 WATCH = """
 window.bench = {
+  cameras: CAMERAS, // that are shown
   codes() {
-    return [...document.querySelectorAll("figure")].map((figure) => {
+    return [...document.querySelectorAll("figure:not([hidden])")].map((figure) => {
       if (figure.dataset.state !== "picture") { return null; }
       const source = figure.querySelector("canvas");
       const canvas = (this.canvas ??= new OffscreenCanvas(640, 8));
@@ -57,7 +65,7 @@ window.bench = {
   },
   shows(code) {
     const codes = this.codes();
-    return codes.length === CAMERAS && codes.every((each) => each === code);
+    return codes.length === this.cameras && codes.every((each) => each === code);
   },
   // Does something, and gives the milliseconds until all cameras show a frame.
   async until(action, code) {
@@ -92,7 +100,7 @@ def micros(seconds):
 
 
 def frame_at(seconds):
-    return int(seconds * RATE + 0.001) % (CLIP * RATE)
+    return round(seconds * 1000000) * RATE // 1000000 % (CLIP * RATE)  # as the page is told, in whole microseconds
 
 
 def line(name, value):
@@ -291,19 +299,30 @@ def start():
     browser.end()
 
 
+def far_seeks(browser, places, cold=False):
+    times, at = [], 0
+    for _ in range(SEEKS):
+        at = (at + places.uniform(30, SECONDS - 60)) % (SECONDS - 20)  # never where something is known already
+        if cold:
+            forget(DISK)
+        times.append(browser.seek(at))
+    return times
+
+
 def seek():
     places = random.Random(1)
 
     def measure(viewer, browser):
         browser.open(viewer.address)
         for name, cold in (("far seek, disk cold", True), ("far seek, disk in the page cache", False)):
-            times, at = [], 0
-            for _ in range(SEEKS):
-                at = (at + places.uniform(30, SECONDS - 60)) % (SECONDS - 20)  # never where something is known already
-                if cold:
-                    forget(DISK)
-                times.append(browser.seek(at))
-            line(name, spread(times))
+            line(name, spread(far_seeks(browser, places, cold)))
+        browser.key("1")
+        browser.script("window.bench.cameras = 1")
+        browser.wait("document.body.dataset.busy === 'false'")
+        line("far seek, one camera, disk in the page cache", spread(far_seeks(browser, places)))
+        browser.key("0")
+        browser.script(f"window.bench.cameras = {CAMERAS}")
+        browser.wait("document.body.dataset.busy === 'false'")
         times = []
         for _ in range(SEEKS):
             base = places.uniform(10, SECONDS - 20)
@@ -386,78 +405,252 @@ def ring():
     three_tabs(RING, f"a ring of {RING_BLOCKS:,} blocks", seconds)
 
 
-# ---- mpv
+# ---- mpv and ffplay
 
-class Player:
-    """mpv with all cameras in a square, on a screen of its own."""
+CORNERS = ((0, 0), (640, 0), (0, 360), (640, 360))  # of the cameras, 640x360 each
+MPV_GRID = "".join(f"[vid{number + 1}]" for number in range(CAMERAS)) + "xstack=layout=0_0|w0_0|0_h0|w0_h0:inputs=4[vo]"
+FFPLAY_GRID = ("movie=" + EXPORT + ":s=0+1+2+3" + "".join(f"[{number}]" for number in range(CAMERAS)) + ";" +
+               "".join(f"[{number}]" for number in range(CAMERAS)) + "xstack=layout=0_0|w0_0|0_h0|w0_h0:inputs=4")
+
+
+class Screen:
+    """A screen without a monitor, whose pixels can be read."""
+
+    SIZE = (1400, 900)
 
     def __init__(self):
+        self.folder = tempfile.TemporaryDirectory(prefix="view-bench-")
+        self.process = subprocess.Popen(["Xvfb", ":77", "-screen", "0", "{}x{}x24".format(*self.SIZE), "-nolisten", "tcp",
+                                         "-fbdir", self.folder.name], stderr=subprocess.DEVNULL)
+        os.environ["DISPLAY"] = ":77"
+        time.sleep(2)
+        with open(os.path.join(self.folder.name, "Xvfb_screen0"), "rb") as file:
+            self.pixels = mmap.mmap(file.fileno(), 0, prot=mmap.PROT_READ)
+        head = struct.unpack(">25I", self.pixels[:100])  # of an X window dump
+        self.begin, self.line = head[0] + 12 * head[19], head[12]
+        self.keyboard = Xlib.display.Display()
+
+    def green(self, x, y):
+        return self.pixels[self.begin + y * self.line + 4 * x + 1]
+
+    def lit(self, cameras):
+        return all(sum(self.green(left + x, top + 180) for x in range(0, 640, 16)) > 400 for left, top in CORNERS[:cameras])
+
+    def codes(self, cameras):
+        """The number of the frame of each camera."""
+        return [sum((self.green(left + 20 + 40 * bit, top + 8) > 127) << bit for bit in range(16))
+                for left, top in CORNERS[:cameras]]
+
+    def until(self, action, holds, seconds=20):
+        """Does something, and gives the milliseconds until something holds of the screen."""
+        begin = time.monotonic()
+        action()
+        while not holds():
+            if time.monotonic() > begin + seconds:
+                raise TimeoutError(f"no picture within {seconds} s")
+            time.sleep(0.0005)
+        return (time.monotonic() - begin) * 1000
+
+    def key(self, name):
+        code = self.keyboard.keysym_to_keycode(Xlib.XK.string_to_keysym(name))
+        for kind in (Xlib.X.KeyPress, Xlib.X.KeyRelease):
+            xtest.fake_input(self.keyboard, kind, code)
+        self.keyboard.sync()
+
+    def click(self, x, y, button):
+        xtest.fake_input(self.keyboard, Xlib.X.MotionNotify, x=x, y=y)
+        for kind in (Xlib.X.ButtonPress, Xlib.X.ButtonRelease):
+            xtest.fake_input(self.keyboard, kind, button)
+        self.keyboard.sync()
+
+    def end(self):
+        self.keyboard.close()
+        self.pixels.close()
+        self.process.terminate()
+        self.process.wait(30)
+        self.folder.cleanup()
+
+
+class Mpv:
+    """mpv with all cameras in a square. It begins with its first picture, and waits. Seeks end at other frames than those
+    that were asked for."""
+
+    NAME, CAMERAS = "mpv", CAMERAS
+    SHOWN = ["--geometry=1280x720+0+0", "--lavfi-complex=" + MPV_GRID]
+
+    def __init__(self, screen):
+        self.screen = screen
         self.socket = os.path.join(DIRECTORY, "mpv.socket")
-        self.rest = b""
         if os.path.exists(self.socket):
             os.remove(self.socket)
-        self.begun = time.monotonic()
-        grid = "".join(f"[vid{number + 1}]" for number in range(CAMERAS)) + "xstack=layout=0_0|w0_0|0_h0|w0_h0:inputs=4[vo]"
         self.process = subprocess.Popen(
             ["mpv", "--no-config", "--no-terminal", "--vo=x11", "--hwdec=no", "--no-audio", "--pause", "--hr-seek=yes",
-             "--geometry=1280x720", "--input-ipc-server=" + self.socket, "--lavfi-complex=" + grid, EXPORT])
-        while not os.path.exists(self.socket):
-            time.sleep(0.002)
+             "--osd-level=0", "--no-border", "--input-ipc-server=" + self.socket, *self.SHOWN, EXPORT])
+
+    def connect(self):
         self.channel = socket.socket(socket.AF_UNIX)
         while self.channel.connect_ex(self.socket) != 0:
-            time.sleep(0.002)
+            time.sleep(0.01)
 
     def say(self, *command):
         self.channel.sendall(json.dumps({"command": command}).encode() + b"\n")
 
-    def wait(self, event):
-        while True:
-            text, found, self.rest = self.rest.partition(b"\n")
-            if not found:
-                self.rest = text + self.channel.recv(65536)
-            elif json.loads(text).get("event") == event:
-                return
+    def pause(self):
+        pass
 
-    def end(self):
-        self.say("quit")
-        self.channel.close()
-        self.process.wait(30)
+    def play(self):
+        self.say("set_property", "pause", False)
+
+    def step(self):
+        self.say("frame-step")
 
 
-def players():
-    with subprocess.Popen(["Xvfb", ":77", "-screen", "0", "1400x900x24", "-nolisten", "tcp"]) as screen:
-        os.environ["DISPLAY"] = ":77"
-        time.sleep(2)
-        times = []
-        for _ in range(ROUNDS):
-            player = Player()
-            player.wait("playback-restart")
-            times.append((time.monotonic() - player.begun) * 1000)
-            player.end()
-        line("mpv begun to its first picture, file in the page cache", spread(times))
-        player = Player()
-        player.wait("playback-restart")
-        places = random.Random(1)
-        times, at = [], 0
-        for _ in range(SEEKS):
-            at = (at + places.uniform(30, SECONDS - 60)) % (SECONDS - 20)
-            begin = time.monotonic()
-            player.say("seek", at, "absolute+exact")
-            player.wait("playback-restart")
-            times.append((time.monotonic() - begin) * 1000)
-        line("mpv, far seek, file in the page cache", spread(times))
-        player.say("set_property", "pause", False)
-        time.sleep(2)
-        pids = [player.process.pid, screen.pid]
-        before, begin = seconds_of(pids), time.monotonic()
-        time.sleep(PLAYED)
-        line("processor time of mpv and its screen at 1x",
-             f"{100 * (seconds_of(pids) - before) / (time.monotonic() - begin):6.1f} % of a core")
-        player.end()
-        screen.terminate()
+class MpvOfOne(Mpv):
+    """mpv with the first camera. It seeks to any frame."""
+
+    NAME, CAMERAS = "mpv, one camera", 1
+    SHOWN = ["--geometry=640x360+0+0"]
+
+    def seek(self, seconds):
+        expected = [frame_at(seconds)]
+        return self.screen.until(lambda: self.say("seek", seconds, "absolute+exact"),
+                                 lambda: self.screen.codes(1) == expected, 2)
 
 
-PARTS = {part.__name__: part for part in (prepare, start, seek, step, play, memory, ring, players)}
+class Ffplay:
+    """ffplay with all cameras in a square. It plays at once, and cannot seek."""
+
+    NAME, CAMERAS = "ffplay", CAMERAS
+    SHOWN = ["-x", "1280", "-y", "720", "-f", "lavfi", FFPLAY_GRID]
+
+    def __init__(self, screen):
+        self.screen = screen
+        os.environ["SDL_RENDER_DRIVER"] = "software"
+        self.process = subprocess.Popen(["ffplay", "-loglevel", "error", "-an", "-noborder", "-left", "0", "-top", "0",
+                                         *self.SHOWN], stdin=subprocess.DEVNULL)
+
+    def connect(self):
+        self.screen.click(300, 200, 1)  # its window takes keys
+
+    def pause(self):
+        self.screen.key("p")
+        time.sleep(0.5)
+
+    play = pause
+
+    def step(self):
+        self.screen.key("s")
+
+
+class FfplayOfOne(Ffplay):
+    """ffplay with the first camera. It seeks to key frames."""
+
+    NAME, CAMERAS = "ffplay, one camera, to a key frame", 1
+    SHOWN = ["-x", "640", "-y", "360", EXPORT]
+
+    def seek(self, seconds):
+        before = self.screen.codes(1)[0]
+
+        def there():
+            code = self.screen.codes(1)[0]
+            return code != before and code % GOP == 0 and abs(code - frame_at(seconds)) <= 2 * GOP
+
+        return self.screen.until(lambda: self.screen.click(round(640 * seconds / SECONDS), 200, 3), there, 2)
+
+
+def begin(screen, kind):
+    """Starts a player; gives the milliseconds until a picture of each camera stands, too."""
+    players = []
+    took = screen.until(lambda: players.append(kind(screen)), lambda: screen.lit(kind.CAMERAS))
+    return players[0], took
+
+
+def end(screen, player):
+    player.process.kill()  # ffplay does not always end when it is asked to
+    player.process.wait(30)
+    screen.until(lambda: None, lambda: not screen.lit(1))
+
+
+def time_starts(screen, kind):
+    times = []
+    for _ in range(ROUNDS):
+        player, took = begin(screen, kind)
+        times.append(took)
+        end(screen, player)
+    line(f"{kind.NAME} begun to its first picture, file in the page cache", spread(times))
+
+
+def time_seeks(screen, player):
+    places = random.Random(1)
+    times, frame = [], 0
+    for _ in range(SEEKS):
+        frame = (frame + places.randrange(30 * RATE, (SECONDS - 60) * RATE)) % ((SECONDS - 20) * RATE)
+        try:
+            times.append(player.seek(frame / RATE))
+        except TimeoutError:
+            pass
+        time.sleep(0.1)
+    line(f"{player.NAME}, far seek, file in the page cache", spread(times))
+    line("  that showed the picture, of all", f"{len(times)} of {SEEKS}")
+
+
+def time_steps(screen, player):
+    times = []
+    for _ in range(SEEKS):
+        expected = [(code + 1) % (CLIP * RATE) for code in screen.codes(player.CAMERAS)]
+        times.append(screen.until(player.step, lambda: screen.codes(player.CAMERAS) == expected))
+        time.sleep(0.1)
+    line(f"{player.NAME}, step forwards", spread(times))
+
+
+def time_playing(screen, player):
+    player.play()
+    time.sleep(2)
+    pids = [player.process.pid, screen.process.pid]
+    before, begin = seconds_of(pids), time.monotonic()
+    time.sleep(PLAYED)
+    line(f"processor time of {player.NAME} and its screen at 1x",
+         f"{100 * (seconds_of(pids) - before) / (time.monotonic() - begin):6.1f} % of a core")
+
+
+def timed(screen, kind, *measures):
+    player, _ = begin(screen, kind)
+    try:
+        player.connect()
+        player.pause()
+        for measure in measures:
+            measure(screen, player)
+    finally:
+        end(screen, player)
+
+
+def on_screen(measure):
+    screen = Screen()
+    try:
+        measure(screen)
+    finally:
+        screen.end()
+
+
+def mpv():
+    def measure(screen):
+        time_starts(screen, Mpv)
+        timed(screen, Mpv, time_steps, time_playing)
+        timed(screen, MpvOfOne, time_seeks)
+
+    on_screen(measure)
+
+
+def ffplay():
+    def measure(screen):
+        time_starts(screen, Ffplay)
+        timed(screen, Ffplay, time_steps, time_playing)
+        timed(screen, FfplayOfOne, time_seeks)
+
+    on_screen(measure)
+
+
+PARTS = {part.__name__: part for part in (prepare, start, seek, step, play, memory, ring, mpv, ffplay)}
 
 if __name__ == "__main__":
     prepare()

@@ -21,7 +21,7 @@ PYTHON_TEST_PACKAGES=(python3-pytest python3-numpy python3-av python3-pil python
 # What the tests of the viewer take: a browser, and what drives it.
 VIEW_TEST_PACKAGES=(chromium chromium-driver python3-selenium)
 # What the viewer is timed beside.
-VIEW_BENCH_PACKAGES=(mpv xvfb)
+VIEW_BENCH_PACKAGES=(ffmpeg mpv python3-xlib xvfb)
 # What fuzzing takes.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 LINT_PACKAGES=(clang-format clang-tidy jq shellcheck)
