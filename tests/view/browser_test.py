@@ -249,12 +249,14 @@ class ViewerTest(BrowserTest):
     def test_calls_cameras_and_events_by_name(self):
         names = os.path.join(self.folder, "names.json")
         with open(names, "w", encoding="utf-8") as file:
-            json.dump({"channels": {"1": HOSTILE}, "event_types": {"0x1": "panic button"}}, file)
+            json.dump({"channels": {"1": HOSTILE, "2": "n" * 300}, "event_types": {"0x1": "panic button"}}, file)
         viewer = Viewer(self.image, self.folder, "--names", names)
         try:
             self.open(viewer.address)
             captions = [text.text for text in self.browser.find_elements(By.CSS_SELECTOR, "figcaption")]
-            self.assertEqual(captions, ["channel 0", HOSTILE, "channel 2"])
+            self.assertEqual(captions, ["channel 0", HOSTILE, "n" * 300])
+            self.assertLess(self.browser.find_elements(By.CSS_SELECTOR, "figcaption")[2].size["height"], 40, "one line")
+            self.assertLessEqual(self.browser.execute_script("return document.documentElement.scrollWidth"), 1400)
             self.assertIn("14:00:07.000 panic button", self.text("events"))
         finally:
             viewer.end()
