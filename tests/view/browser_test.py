@@ -748,6 +748,21 @@ class ViewerTest(BrowserTest):
         self.assertEqual(self.lines_of_a_loss(100, 200), 0)
         self.assertEqual(self.lines_of_a_loss(80000, 80100), 0)
 
+    def test_says_that_the_disk_cannot_be_read(self):
+        pulled = os.path.join(self.folder, "pulled.img")
+        shutil.copy(self.image, pulled)
+        viewer = Viewer(pulled, self.folder)
+        try:
+            self.open(viewer.address)
+            os.truncate(pulled, 0)
+            self.seek(AGAIN + 5)
+            texts = [text.text for text in self.browser.find_elements(By.CSS_SELECTOR, "figure p")]
+            self.assertEqual(len(texts), len(RATES))
+            for text in texts:
+                self.assertRegex(text, "^here video is missing: .* cannot be read")
+        finally:
+            viewer.end()
+
     def message(self):
         return self.browser.find_element(By.ID, "message").text
 

@@ -194,11 +194,13 @@ class Store {
   // The loss that has taken the picture of a camera at a time, when its last frame is that of @p frameTime: -Infinity when
   // there is none. A loss may begin before anything that was asked for, and end after it.
   lossAt(channel, time, frameTime) {
-    return this.losses.find((loss) => {
+    const found = this.losses.filter((loss) => {
       const before = loss.before ?? -Infinity;
       const ofCamera = loss.channel === null || loss.channel === channel;
       return ofCamera && frameTime <= before && before < time && time < (loss.after ?? Infinity);
     });
+    // Without its index a block's frames are read all the same: what else is lost there says more.
+    return found.find((loss) => loss.kind !== "index_damaged") ?? found[0];
   }
 }
 
