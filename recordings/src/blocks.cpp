@@ -145,33 +145,55 @@ private:
     /// A single number that fits neither neighbour is damaged: its tail has a copy, or its place tells.
     void RepairSequences() {
         FindNeighbours();
-        std::vector<uint32_t> odd;
-        std::unordered_set<uint32_t> held; // numbers, by the other places
-        for (uint32_t n = 0; n < m_ring.count; ++n) {
-            const bool alone = Before(n) == n || After(n) == n;
-            if (m_content[n] != Content::Recorded) {
-                continue;
-            }
-            if (!alone && !FitsAfter(Before(n), n, m_sequence[n]) &&
-                !FitsBefore(n, m_sequence[n], After(n))) {
-                odd.push_back(n);
-            } else {
-                held.insert(m_sequence[n]);
-            }
+        if (SetCopiesAside()) {
+            FindNeighbours();
         }
-        for (const uint32_t n : odd) {
-            RepairSequence(n, held);
+        for (const uint32_t n : Odd()) {
+            RepairSequence(n);
+        }
+        for (uint32_t n = 0; n < m_ring.count; ++n) {
+            TakeLaterTail(n);
         }
     }
 
-    void RepairSequence(uint32_t n, std::unordered_set<uint32_t>& held) {
-        if (Fits(n, m_sequence[n])) {
-            return; // it was a neighbour's number that was damaged
+    /// Places with numbers that fit neither neighbour.
+    std::vector<uint32_t> Odd() const {
+        std::vector<uint32_t> odd;
+        for (uint32_t n = 0; n < m_ring.count; ++n) {
+            const bool alone = Before(n) == n || After(n) == n;
+            if (m_content[n] == Content::Recorded && !alone && !FitsAfter(Before(n), n, m_sequence[n]) &&
+                !FitsBefore(n, m_sequence[n], After(n))) {
+                odd.push_back(n);
+            }
         }
+        return odd;
+    }
+
+    /// Where head and tail agree on a number that does not fit, the block is in the wrong place. It is a copy where another
+    /// has the number.
+    /// @return whether there is one
+    bool SetCopiesAside() {
+        const std::vector<uint32_t> odd = Odd();
+        std::unordered_set<uint32_t> held;
+        for (uint32_t n = 0; n < m_ring.count && !odd.empty(); ++n) {
+            if (m_content[n] == Content::Recorded && !std::binary_search(odd.begin(), odd.end(), n)) {
+                held.insert(m_sequence[n]);
+            }
+        }
+        bool any = false;
+        for (const uint32_t n : odd) {
+            if (m_ends[n].Closed() && !Fits(n, m_sequence[n]) && !held.insert(m_sequence[n]).second) {
+                m_content[n] = Content::Copy;
+                any = true;
+            }
+        }
+        return any;
+    }
+
+    void RepairSequence(uint32_t n) {
         const BlockEnds& ends = m_ends[n];
-        if (ends.Closed()) { // head and tail agree: it is the block that is in the wrong place
-            m_content[n] = held.insert(m_sequence[n]).second ? Content::Recorded : Content::Copy;
-            return;
+        if (Fits(n, m_sequence[n]) || ends.Closed()) {
+            return; // it was a neighbour's number that was damaged, or the block is in the wrong place
         }
         for (const uint32_t copy : {ends.tail.RecSeq, ends.tailEx.RecSeq, m_sequence[Before(n)] + 1}) {
             const bool ofPlace = copy == m_sequence[Before(n)] + 1;
@@ -180,6 +202,19 @@ private:
                 m_repaired[n] = true;
                 return;
             }
+        }
+    }
+
+    /// Where the newest block lost its head, that of the turn before shows again. No tail is of a later turn than its head.
+    void TakeLaterTail(uint32_t n) {
+        BlockEnds& ends = m_ends[n];
+        const uint32_t number = ends.tail.RecSeq;
+        const bool later = m_content[n] == Content::Recorded && ends.tailRead && number > m_sequence[n];
+        if (later && m_sequence[n] != 0 && FitsAfter(Before(n), n, number) &&
+            ends.tail.StartTime >= m_ends[Before(n)].recTime) {
+            m_sequence[n] = number;
+            m_repaired[n] = true;
+            ends.recTime = ends.tail.StartTime;
         }
     }
 

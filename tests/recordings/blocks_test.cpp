@@ -308,6 +308,25 @@ TEST_F(Blocks, ACopyOfAnotherBlockHidesNotWhatItLiesUpon) {
     }
 }
 
+TEST_F(Blocks, ACopyBeforeTheOpenBlockMovesItNot) {
+    LeaveNewestOpen();
+    PutBlock(4, BlockBytes(3));
+    EXPECT_EQ(Numbers(), kAll);
+    EXPECT_EQ((RecordingsFixture::Blocks()).back(), "5:6 6000-6000 o");
+    EXPECT_EQ(Problems(), Lines{"block_wiped loss block 4"});
+}
+
+TEST_F(Blocks, ATailOfALaterTurnTellsThatTheHeadIsOld) {
+    // Block 3, the newest, has lost its first sectors: what the turn before has left there shows again.
+    Wrap();
+    ChangeHead(3, [](BlockHead_t& head) {
+        head.RecSeq = 4;
+        head.RecTime = 4000;
+    });
+    EXPECT_EQ((RecordingsFixture::Blocks()).back(), "3:12 12000-12900 h");
+    EXPECT_EQ(Problems(), Lines{"head_damaged note block 3"});
+}
+
 TEST_F(Blocks, ThoseThatHaveChangedPlacesKeepTheirNumbers) {
     using Swap = std::pair<uint32_t, uint32_t>;
     for (const auto& [one, other] : {Swap{1, 4}, Swap{2, 3}, Swap{0, 5}}) {
