@@ -116,6 +116,16 @@ void CheckOpen(const Disk& disk, FoundFrames& found, const BlockFacts& facts, Fr
     }
 }
 
+/// A block is opened for a frame: one that was closed has held some.
+void CheckForNothing(FoundFrames& found, const Block& block) {
+    if (block.closed && found.frames.empty() && found.problems.empty()) {
+        Problem problem;
+        problem.kind = ProblemKind::BlockWiped;
+        found.problems.push_back(problem);
+        found.lostAtEnd = true;
+    }
+}
+
 } // namespace
 
 FoundFrames JudgeBlock(const Disk& disk, const Block& block, FrameArea& area) {
@@ -139,6 +149,7 @@ FoundFrames JudgeBlock(const Disk& disk, const Block& block, FrameArea& area) {
     }
     CheckTypes(found);
     CheckEvents(found, facts, area);
+    CheckForNothing(found, block);
     return found;
 }
 

@@ -1134,6 +1134,22 @@ TEST_P(BlockFrames, OfAWipedBlockAreWhatLooksLikeFrames) {
 
 // ---- a damaged index
 
+/// No block is closed before it has a frame. Here all but the tail became zeros.
+TEST_P(BlockFrames, AreNamedWhenNothingButTheTailIsLeft) {
+    Begin(1);
+    for (int64_t hour = 0; hour < 3; ++hour) {
+        RecordSeconds(hour * 3600, 2);
+        Recorder().PowerOff();
+    }
+    for (const uint64_t from : {Image().FrameOffset(1, 0), Image().HeadOffset(1)}) {
+        Fill(from, Image().TailOffset(1), 0);
+        const ReadFrames read = Read(1);
+        EXPECT_EQ(read.frames.size(), 0u);
+        EXPECT_EQ(read.Lines(), Lines{"block_wiped loss block 1"});
+        EXPECT_TRUE(read.lossAtEnd);
+    }
+}
+
 TEST_P(BlockFrames, AreDeliveredWhenTheIndexIsLost) {
     Begin(1);
     RecordSeconds(0, 5);
