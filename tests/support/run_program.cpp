@@ -11,6 +11,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <regex>
 #include <stdexcept>
 
 namespace test_support {
@@ -155,6 +156,9 @@ ProgramResult RunProgram(const std::vector<std::string>& command, const ProgramS
         result.out = TakeContents(out);
     }
     result.err = TakeContents(err);
+    if (setting.userId != 0) {
+        result.err = std::regex_replace(result.err, std::regex("profiling:[^\n]*\n"), "");
+    }
     return result;
 }
 

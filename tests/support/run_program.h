@@ -20,7 +20,9 @@ struct ProgramSetting {
     std::string input;                    ///< standard input
     bool closeStandardInput = false;      ///< start without descriptor 0
     bool closedPipe = false;              ///< standard output is a pipe that nobody reads
-    unsigned int userId = 0;              ///< run as this user, when not 0 and this process is root
+    /// Run as this user, when not 0 and this process is root. A build that counts what tests reach then says on standard
+    /// error that this user cannot write the counters: that is left out of the result.
+    unsigned int userId = 0;
 };
 
 ProgramResult RunProgram(const std::vector<std::string>& command, const ProgramSetting& setting = {});

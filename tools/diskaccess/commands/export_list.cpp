@@ -68,7 +68,7 @@ private:
 
     /// A list that is run again must mean the same times: else it would refuse the files that it has made.
     void RequireFixedTimes(const ListedRange& range) const {
-        constexpr int64_t kLater = 400 * 86400;
+        constexpr int64_t kLater = int64_t{400} * 86400;
         const int64_t later = m_now + kLater;
         const int64_t from = FirstSecondOf(range.from, {m_now, m_now});
         Require(range.from, from == FirstSecondOf(range.from, {later, later}));

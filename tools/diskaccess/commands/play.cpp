@@ -17,7 +17,6 @@ namespace {
 using recordings::Block;
 using recordings::Frame;
 using recordings::Problem;
-using recordings::Record;
 using recordings::TimeRange;
 
 std::string KindOf(const Frame& frame) {

@@ -1,5 +1,7 @@
 #include "view/api.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
@@ -181,7 +183,7 @@ std::string FreeName(const std::string& path, const std::string& ending) {
     constexpr int kMostTries = 1000;
     std::string name = path + ending;
     for (int number = 2; number < kMostTries && IsTaken(name); ++number) {
-        name = path + "_" + std::to_string(number) + ending;
+        name = fmt::format("{}_{}{}", path, number, ending);
     }
     return name;
 }
