@@ -4,13 +4,17 @@ A test is called with the paths of diskaccess and diskaccess-sample, and ends wi
 """
 
 import datetime
+import http.server
 import json
 import os
 import shutil
 import subprocess
 import sys
+import threading
 import time
 import unittest
+import urllib.error
+import urllib.request
 
 try:
     from selenium import webdriver
@@ -75,6 +79,66 @@ def start_browser(arguments, logs, preferences=None):
     options.add_experimental_option("prefs", preferences or {})
     options.set_capability("goog:loggingPrefs", {log: "ALL" for log in logs})
     return webdriver.Chrome(service=Service(shutil.which("chromedriver")), options=options)
+
+
+class Between:
+    """Stands between a browser and a viewer: counts what is asked, refuses to answer, and puts code before a script."""
+
+    def __init__(self, address, scripts=None):
+        site, self.fragment = address.split("#")
+        self.site = site.rstrip("/")
+        self.scripts = scripts or {}  # what goes before each, by its path
+        self.failing = False
+        self.asked = []  # paths, with the times at which they were asked for
+        between = self
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                between.answer(self)
+
+            def log_message(self, *_):
+                pass
+
+        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        self.server.daemon_threads = True
+        self.thread = threading.Thread(target=self.server.serve_forever)
+        self.address = f"http://127.0.0.1:{self.server.server_port}/#{self.fragment}"
+
+    def __enter__(self):
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.server.shutdown()
+        self.thread.join()
+        self.server.server_close()
+
+    def answer(self, request):
+        self.asked.append((request.path, time.monotonic()))
+        if self.failing and request.path.startswith("/api/"):
+            request.send_error(500)
+            return
+        kept = {name: value for name, value in request.headers.items() if name.lower() not in ("host", "connection")}
+        try:
+            with urllib.request.urlopen(urllib.request.Request(self.site + request.path, headers=kept), timeout=60) as found:
+                status, headers, body = found.status, found.headers, found.read()
+        except urllib.error.HTTPError as error:
+            status, headers, body = error.code, error.headers, error.read()
+        body = self.scripts.get(request.path, "").encode() + body
+        request.send_response(status)
+        for name, value in headers.items():
+            if name.lower() not in ("content-length", "connection", "transfer-encoding", "date"):
+                request.send_header(name, value)
+        request.send_header("Content-Length", str(len(body)))
+        request.end_headers()
+        try:
+            request.wfile.write(body)
+        except (BrokenPipeError, ConnectionResetError):
+            pass  # the page asks for something else meanwhile
+
+    def times_of(self, path):
+        """When what begins like @p path was asked for."""
+        return [at for each, at in self.asked if each.startswith(path)]
 
 
 class PageTest(unittest.TestCase):

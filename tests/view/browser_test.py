@@ -26,8 +26,8 @@ import unittest
 import urllib.request
 
 from browser_support import (
-    GOP, HEIGHT, HOSTILE, PROGRAM, START, WIDTH, ActionChains, By, Keys, PageTest, make_clip, record, rfc3339, run,
-    start_browser)
+    GOP, HEIGHT, HOSTILE, PROGRAM, START, WIDTH, ActionChains, Between, By, Keys, PageTest, make_clip, record, rfc3339,
+    run, start_browser)
 
 SECONDS = 20
 AGAIN = 600  # seconds after START: the second journey
@@ -512,6 +512,33 @@ class ViewerTest(BrowserTest):
         self.key(" ")
         self.wait(lambda: int(self.data("time")) >= micros(AGAIN))
         self.key(" ")
+
+    # A decoder that hands out its pictures late, in their order, as on a slow machine. It says how often it was flushed.
+    LATE_DECODER = """
+        const Decoder = self.VideoDecoder;
+        const late = (work) => new Promise((resolve) => setTimeout(resolve, 800)).then(work);
+        self.VideoDecoder = class extends Decoder {
+          constructor({ output, error }) {
+            super({ output: (picture) => late(() => output(picture)), error });
+          }
+          flush() {
+            new BroadcastChannel("flushes").postMessage("begun");
+            return super.flush().then(() => late(() => {}));
+          }
+        };
+        """
+
+    def test_decodes_what_is_asked_for_while_a_decoder_ends_its_work(self):
+        with Between(self.viewer.address, {"/worker.js": self.LATE_DECODER}) as between:
+            self.open(between.address)
+            self.seek(11)
+            self.browser.execute_script(
+                "window.flushes = 0; new BroadcastChannel('flushes').onmessage = () => ++window.flushes;"
+                "location.hash = 't=2026-11-20T14:00:08.1'")
+            self.wait(lambda: self.browser.execute_script("return window.flushes") > 0)
+            self.seek(8.9)
+            self.assertEqual(self.states(), ["picture"] * len(RATES))
+            self.assert_shows(8.9)
 
     def test_says_where_nothing_was_recorded(self):
         self.seek(300)

@@ -451,12 +451,12 @@ class Camera {
     }
     const { run } = this;
     if (this.decoder?.state === "configured") {
+      this.codec = null; // it wants a key frame next: what is asked for meanwhile begins again at one
+      this.fed = null;
       await this.decoder.flush().catch(() => {});
       if (run !== this.run) {
         return; // it was begun again meanwhile, for other frames
       }
-      this.codec = null; // it wants a key frame next
-      this.fed = null;
     }
     for (const id of this.waiting.keys()) {
       this.failed.add(id);
