@@ -88,7 +88,7 @@ class Between:
         site, self.fragment = address.split("#")
         self.site = site.rstrip("/")
         self.scripts = scripts or {}  # what goes before each, by its path
-        self.failing = False
+        self.failing = ()  # how the paths begin for which the answer is an error
         self.asked = []  # paths, with the times at which they were asked for
         between = self
 
@@ -115,7 +115,7 @@ class Between:
 
     def answer(self, request):
         self.asked.append((request.path, time.monotonic()))
-        if self.failing and request.path.startswith("/api/"):
+        if request.path.startswith(self.failing):
             request.send_error(500)
             return
         kept = {name: value for name, value in request.headers.items() if name.lower() not in ("host", "connection")}

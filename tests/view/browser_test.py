@@ -791,7 +791,7 @@ class ViewerTest(BrowserTest):
             viewer.end()
 
     def message(self):
-        return self.browser.find_element(By.ID, "message").text
+        return self.text("message-text")
 
     def test_says_that_the_viewer_has_ended(self):
         viewer = Viewer(self.image, self.folder)
@@ -803,6 +803,73 @@ class ViewerTest(BrowserTest):
         self.wait(lambda: self.message() == "The viewer does not answer. Start it again if it has ended, and open the "
                                             "address that it prints.")
         self.browser.get_log("browser")  # tells of the requests that failed
+
+    def message_is_shown(self):
+        return self.browser.find_element(By.ID, "message").is_displayed()
+
+    def assert_asks_rarely(self, between):
+        """Within four seconds, when every answer is an error: at 0, 0.5, 1.5 and 3.5 s."""
+        before = len(between.times_of("/api/frames"))
+        time.sleep(4)
+        self.assertIn(len(between.times_of("/api/frames")) - before, range(1, 7))
+
+    def test_goes_on_playing_when_the_server_answers_again(self):
+        with Between(self.viewer.address) as between:
+            self.open(between.address)
+            self.seek(1)
+            between.failing = ("/api/",)
+            self.key(" ")
+            self.wait(self.message_is_shown)
+            self.assertEqual(self.message(), "the server answers 500")
+            self.assert_asks_rarely(between)
+            between.failing = ()
+            self.wait(lambda: int(self.data("time")) > micros(9))
+            self.assertFalse(self.message_is_shown())
+            self.key(" ")
+            self.settle()
+        self.browser.get_log("browser")  # tells of the requests that failed
+
+    def test_goes_to_a_time_when_the_server_answers_again(self):
+        with Between(self.viewer.address) as between:
+            self.open(between.address)
+            between.failing = ("/api/",)
+            self.browser.execute_script("location.hash = 't=2026-11-20T14:00:15.5'")
+            self.wait(self.message_is_shown)
+            self.assert_asks_rarely(between)
+            between.failing = ()
+            self.wait(lambda: self.data("time") == str(micros(15.5)))
+            self.settle()
+            self.assert_shows(15.5)
+            self.assertFalse(self.message_is_shown())
+        self.browser.get_log("browser")
+
+    def fail_to_draw_the_timeline(self, between):
+        between.failing = ("/api/",)
+        self.key(Keys.ARROW_UP)
+        self.wait(self.message_is_shown)
+        between.failing = ()
+
+    def test_closes_its_message(self):
+        with Between(self.viewer.address) as between:
+            self.open(between.address)
+            for close in (lambda: self.key(Keys.ESCAPE),
+                          lambda: self.browser.find_element(By.ID, "close-message").click(),
+                          lambda: self.key(Keys.ARROW_UP)):  # it works again
+                self.fail_to_draw_the_timeline(between)
+                close()
+                self.wait(lambda: not self.message_is_shown())
+        self.browser.get_log("browser")
+
+    def test_reads_the_disk_when_the_server_answers_again(self):
+        with Between(self.viewer.address) as between:
+            between.failing = ("/api/coverage", "/api/events")
+            self.browser.get("about:blank")
+            self.browser.get(between.address)
+            self.wait(self.message_is_shown)
+            self.assertEqual(self.data("complete"), "")
+            between.failing = ()
+            self.wait(lambda: self.data("complete") == "true" and not self.message_is_shown())
+        self.browser.get_log("browser")
 
     def test_says_that_its_key_is_wrong(self):
         self.browser.get("about:blank")

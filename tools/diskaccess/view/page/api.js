@@ -5,6 +5,26 @@ const kUnauthorized = 401;
 const kOtherKey = "This page's key is not the viewer's. Open the address that the program printed last.";
 const kNoAnswer = "The viewer does not answer. Start it again if it has ended, and open the address that it prints.";
 
+const kFirstPause = 500; // milliseconds before what failed is asked for again
+const kLongestPause = 4000;
+
+// Does it again, less and less often, until it works or is not wanted any more: the page goes on by itself then. Failures are
+// told as they come, with failed(error), and worked() is called in the end.
+export async function insist(work, failed, worked, signal = new AbortController().signal) {
+  for (let pause = kFirstPause; ; pause = Math.min(2 * pause, kLongestPause)) {
+    try {
+      const result = await work();
+      worked();
+      return result;
+    } catch (error) {
+      signal.throwIfAborted();
+      failed(error);
+    }
+    await new Promise((resolve) => setTimeout(resolve, pause));
+    signal.throwIfAborted();
+  }
+}
+
 // Takes the token out of the address, so that it is in no link that is copied, and keeps it for this tab.
 export function takeToken() {
   const parts = new URLSearchParams(location.hash.slice(1));

@@ -1,7 +1,7 @@
 // The page: what is on the disk, what is shown of it, and what the user wants.
 
 import { Address } from "/address.js";
-import { Api, takeToken } from "/api.js";
+import { Api, insist, takeToken } from "/api.js";
 import { Clock, kSecond, lengthText } from "/clock.js";
 import { Order, moveCamera } from "/order.js";
 import { Player } from "/player.js";
@@ -36,9 +36,27 @@ function put(element, text) {
   }
 }
 
-function complain(error) {
-  find("message").textContent = error.message || String(error);
-  find("message").hidden = false;
+// Says what does not work, until it works again or the message is closed.
+const complaints = new Map(); // texts, by what they are about
+
+function complain(error, about = "page") {
+  complaints.set(about, error.message || String(error));
+  showComplaints();
+}
+
+function settle(about) {
+  complaints.delete(about);
+  showComplaints();
+}
+
+function closeMessage() {
+  complaints.clear();
+  showComplaints();
+}
+
+function showComplaints() {
+  put(find("message-text"), [...complaints.values()].join(" "));
+  find("message").hidden = complaints.size === 0;
 }
 
 function whole() {
@@ -78,7 +96,8 @@ function makeCameras() {
 
 function cancelExport() {
   if (exportNumber !== null) {
-    api.json("/api/exports/" + exportNumber, { method: "DELETE" }).catch(complain);
+    api.json("/api/exports/" + exportNumber, { method: "DELETE" })
+      .then(() => settle("export"), (error) => complain(error, "export"));
   }
 }
 
@@ -342,25 +361,30 @@ const stretchQuery = (from, to, more = {}) =>
 
 // What the disk holds, again and again until all of it has been read.
 async function readAll() {
-  for (;;) {
-    info = await api.json("/api/info");
-    const { from, to } = whole();
-    const everything = await api.json("/api/coverage?" + stretchQuery(from, to, { width: kWholeColumns }));
-    journeys = everything.journeys.map(([first, last]) => ({ from: first * kSecond, to: (last + 1) * kSecond }));
-    timeline.coverage = everything.channels;
-    timeline.setJourneys(journeys, folded);
-    if (everything.complete) {
-      await readLists();
-      if (everything.error) {
-        complain(everything.error);
-      }
-      document.body.dataset.complete = "true";
-      find("state").textContent = "paused";
-      return;
-    }
-    find("state").textContent = `reading the disk: ${Math.round(everything.progress * 100)} %`;
+  while (!await insist(readSome, (error) => complain(error, "disk"), () => settle("disk"))) {
     await new Promise((resolve) => setTimeout(resolve, kPoll));
   }
+}
+
+// What has been read of the disk so far. Gives whether that is all of it.
+async function readSome() {
+  info = await api.json("/api/info");
+  const { from, to } = whole();
+  const everything = await api.json("/api/coverage?" + stretchQuery(from, to, { width: kWholeColumns }));
+  journeys = everything.journeys.map(([first, last]) => ({ from: first * kSecond, to: (last + 1) * kSecond }));
+  timeline.coverage = everything.channels;
+  timeline.setJourneys(journeys, folded);
+  if (!everything.complete) {
+    find("state").textContent = `reading the disk: ${Math.round(everything.progress * 100)} %`;
+    return false;
+  }
+  await readLists();
+  if (everything.error) {
+    complain(everything.error);
+  }
+  document.body.dataset.complete = "true";
+  find("state").textContent = "paused";
+  return true;
 }
 
 async function readLists() {
@@ -406,6 +430,7 @@ async function readDetail() {
   if (mine === detail) {
     timeline.coverage = answer.channels;
     timeline.draw();
+    settle("timeline");
   }
 }
 
@@ -445,6 +470,7 @@ const keys = [
   ["a", "A", "the whole timeline", () => timeline.showAll()],
   [",", ",", "move the timeline back", () => timeline.pan(-0.5)],
   [".", ".", "move the timeline on", () => timeline.pan(0.5)],
+  ["Escape", "Escape", "close the message", closeMessage],
   ["?", "?", "this list", showKeys],
 ];
 
@@ -510,7 +536,7 @@ function connect() {
     "previous-loss": () => goToNext(lossTimes(), -1), "next-loss": () => goToNext(lossTimes(), 1), "mark-in": () => mark("from", player.time),
     "mark-out": () => mark("to", player.time), preview, export: startExport, fold: toggleFold, help: showKeys,
     still: () => player.still(chosen),
-    cancel: cancelExport,
+    cancel: cancelExport, "close-message": closeMessage,
   };
   for (const [id, action] of Object.entries(press)) {
     find(id).addEventListener("click", action);
@@ -523,13 +549,14 @@ function connect() {
   document.addEventListener("keydown", takeKey);
   timeline.addEventListener("seek", (event) => goTo(event.detail.time));
   timeline.addEventListener("scrub", (event) => player.scrub(event.detail.time));
-  timeline.addEventListener("view", () => readDetail().catch(complain));
+  timeline.addEventListener("view", () => readDetail().catch((error) => complain(error, "timeline")));
   player.addEventListener("shown", (event) => show(event.detail));
   player.addEventListener("busy", () => (document.body.dataset.busy = "true"));
   player.addEventListener("idle", () => (document.body.dataset.busy = "false"));
   player.addEventListener("loss", (event) => addLoss(event.detail.loss));
   player.addEventListener("still", (event) => saveStill(event.detail));
-  player.addEventListener("failure", (event) => complain(new Error(event.detail.text)));
+  player.addEventListener("failure", (event) => complain(event.detail.text, "frames"));
+  player.addEventListener("recovery", () => settle("frames"));
   new Order(find("cameras"));
   new ResizeObserver(layOut).observe(find("cameras"));
   setInterval(() => (document.body.dataset.soundLevel = sound.level().toFixed(3)), 200);
@@ -562,4 +589,4 @@ async function start() {
   await readAll();
 }
 
-start().catch(complain);
+start().catch((error) => complain(error));

@@ -1,7 +1,7 @@
 // Reads frames, decodes them and shows all cameras at one time. What is shown at a time is each camera's last picture at
 // or before it; where nothing was recorded, or it is lost, nothing is shown.
 
-import { Api, kRecord, readFrames } from "/api.js";
+import { Api, insist, kRecord, readFrames } from "/api.js";
 import { kSecond } from "/clock.js";
 
 const kFirst = 1.5 * kSecond; // asked for before the first pictures of a place
@@ -60,7 +60,7 @@ class Store {
       kind: this.kind,
       start: fromKeyFrame ? "key" : "exact",
     };
-    this.loading = this.#read(channels, query, signal)
+    this.loading = insist(() => this.#read(channels, query, signal), tellOfFailure, tellOfWork, signal)
       .then((ends) => {
         if (!signal.aborted) {
           // What one answer lacks is lacking for all cameras.
@@ -496,6 +496,8 @@ let api;
 let serverPictures = false; // whether the server can decode what this browser cannot
 let all; // every frame
 let keys; // key frames alone
+let glance = null; // key frames of the place that is dragged over
+let failing = false; // whether what was asked for last failed
 const cameras = new Map();
 let chosen = []; // channels shown
 let time = 0;
@@ -626,13 +628,14 @@ async function seek(at, mine) {
 
 // Shows the key frames at or before a time, while it is dragged about.
 async function scrub(at, mine) {
-  const glance = new Store(api, "key");
-  glance.reset(at);
-  await glance.append(chosen, 1);
+  glance = new Store(api, "key");
+  const store = glance; // another takes its place when the pointer moves on
+  store.reset(at);
+  await store.append(chosen, 1);
   if (mine !== work) {
     return;
   }
-  const views = viewsAt(glance, at);
+  const views = viewsAt(store, at);
   await decodeAll(views, mine);
   if (mine === work) {
     show(views, at);
@@ -732,15 +735,27 @@ async function play(mine) {
   }
 }
 
+function tellOfFailure(error) {
+  failing = true;
+  postMessage({ type: "failure", text: error.message });
+}
+
+function tellOfWork() {
+  if (failing) {
+    failing = false;
+    postMessage({ type: "recovery" });
+  }
+}
+
 // Asks for what will be needed soon.
 function fill(store, target) {
   const speed = Math.max(1, Math.abs(playing.rate));
   const wanted = Math.min(store.stretch * 2, Math.max(store.stretch / 2, kFeedAhead * speed * 8));
-  const failed = (error) => postMessage({ type: "failure", text: error.message });
+  const aborted = () => {}; // nothing else ends it
   if (store.loading === null && playing.rate > 0 && store.to - target < wanted) {
-    store.append(chosen, store.stretch).catch(failed);
+    store.append(chosen, store.stretch).catch(aborted);
   } else if (store.loading === null && playing.rate < 0 && target - store.from < wanted && store.from > 0) {
-    store.prepend(chosen, store.stretch).catch(failed);
+    store.prepend(chosen, store.stretch).catch(aborted);
   }
 }
 
@@ -811,11 +826,12 @@ onmessage = async (event) => {
   }
   const mine = event.data.work;
   work = mine;
+  glance?.work.abort();
   try {
     await actions[event.data.type](event.data, mine);
   } catch (error) {
     if (mine === work && error.name !== "AbortError") {
-      postMessage({ type: "failure", text: error.message });
+      tellOfFailure(error);
     }
   }
   if (mine === work) {
