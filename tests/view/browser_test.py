@@ -540,6 +540,39 @@ class ViewerTest(BrowserTest):
             self.assertEqual(self.states(), ["picture"] * len(RATES))
             self.assert_shows(8.9)
 
+    # Decoders of which each is slower than the one before, and whose pictures are so large that six are kept.
+    LARGE_PICTURES = """
+        const Decoder = self.VideoDecoder;
+        const late = (work, delay) => new Promise((resolve) => setTimeout(resolve, delay)).then(work);
+        let made = 0;
+        self.VideoDecoder = class extends Decoder {
+          constructor({ output, error }) {
+            const delay = 700 * ++made;
+            super({ error, output: (picture) => {
+              Object.defineProperty(picture, "codedWidth", { value: 1000000 });
+              late(() => output(picture), delay);
+            } });
+            this.delay = delay;
+          }
+          flush() {
+            return super.flush().then(() => late(() => {}, this.delay));
+          }
+        };
+        """
+
+    def test_keeps_what_it_has_while_another_camera_decodes(self):
+        with Between(self.viewer.address, {"/worker.js": self.LARGE_PICTURES}) as between:
+            self.open(between.address)
+            self.seek(8)
+            self.seek(8.5)  # of camera 0 the pictures from 8.0 s are kept now, of camera 1 those from 8.28 s
+            # The pictures on the way to 9.5 s come when those of 8.25 s are wanted, which camera 0 has.
+            self.browser.execute_script(
+                "location.hash = 't=2026-11-20T14:00:09.5'; location.hash = 't=2026-11-20T14:00:08.25'")
+            self.wait(lambda: self.data("time") == str(micros(8.25)) and self.data("busy") == "false", 30)
+            self.settle()
+            self.assertEqual(self.states(), ["picture"] * len(RATES))
+            self.assert_shows(8.25)
+
     def test_says_where_nothing_was_recorded(self):
         self.seek(300)
         self.assertEqual(self.states(), ["missing"] * len(RATES))

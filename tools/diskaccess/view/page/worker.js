@@ -556,17 +556,18 @@ function pending(views) {
   return views.filter((view) => view.frame && !view.camera.has(view.frame) && !view.camera.unsupported);
 }
 
-// Decodes until all cameras have their picture of a time.
+// Decodes until all cameras have their picture of a time. A camera is asked at every turn: one that has its picture keeps it
+// then, and what was let go, or found no place among the pictures under way, is decoded again.
 async function decodeAll(views, mine) {
-  for (const view of views) {
-    if (view.frame && !view.camera.has(view.frame)) {
-      view.camera.feed(view.frames, view.place, 0);
-    }
-  }
+  const ask = () => views.filter((view) => view.frame).forEach((view) => view.camera.feed(view.frames, view.place, 0));
+  ask();
   for (let waited = 0; pending(views).length !== 0 && mine === work; ++waited) {
     await pictureOrTimeout(60);
-    if (waited >= 3) {
+    if (waited >= 3 && mine === work) {
       await Promise.all(pending(views).map((view) => view.camera.flush()));
+    }
+    if (mine === work) {
+      ask();
     }
   }
 }
