@@ -78,6 +78,22 @@ def first_frame_head(image, clip):
     return payload - FRAME_HEAD
 
 
+def restamp(image, clip, stamp):
+    """Gives a clip's frames other time stamps: stamp(number, before). Returns how many frames there are."""
+    with open(image, "r+b") as file:
+        disk = memoryview(bytearray(file.read()))
+        at = first_frame_head(image, clip)
+        sync, = struct.unpack_from("<I", disk, at + 8)
+        frames = 0
+        while struct.unpack_from("<I", disk, at + 8)[0] == sync:
+            struct.pack_into("<q", disk, at, stamp(frames, struct.unpack_from("<q", disk, at)[0]))
+            at += FRAME_HEAD + struct.unpack_from("<I", disk, at + 20)[0]
+            frames += 1
+        file.seek(0)
+        file.write(disk)
+    return frames
+
+
 class Viewer:
     """A running viewer."""
 
@@ -685,24 +701,33 @@ class ViewerTest(BrowserTest):
         finally:
             viewer.end()
 
+    def test_begins_with_its_first_picture(self):
+        camera = {"channel": 0, "frame_rate": 5, "gop": 10, "bitrate": 100000}
+        recording = {"start": rfc3339(0), "seconds": 4, "clips": [{"channel": 0, "video": "small.h264"}]}
+        image = record(self.folder, "beginnings", [camera], [recording])
+        restamp(image, os.path.join(self.folder, "small.h264"), lambda _, before: before + 100000)
+        viewer = Viewer(image, self.folder)
+        try:
+            self.open(viewer.address)
+            for key in (Keys.HOME, "J"):
+                self.seek(3)
+                self.key(key)
+                self.wait(lambda: self.data("time") == str(micros(0.1)))
+                self.settle()
+                self.assert_codes({"0": 0})
+            self.seek(0)
+            self.assertEqual(self.states(), ["missing"], "what is asked for is shown")
+        finally:
+            viewer.end()
+
     def test_goes_on_where_many_frames_have_one_time(self):
         clip = os.path.join(self.folder, "stamps.h264")
         make_clip(clip, 10, 20, gop=20)
         camera = {"channel": 0, "frame_rate": 10, "gop": 200, "bitrate": 100000}
         recording = {"start": rfc3339(0), "seconds": 20, "clips": [{"channel": 0, "video": "stamps.h264"}]}
         image = record(self.folder, "stamps", [camera], [recording])
-        with open(image, "r+b") as file:
-            disk = memoryview(bytearray(file.read()))
-            at = first_frame_head(image, clip)
-            begin, sync = struct.unpack_from("<qI", disk, at)
-            frames = 0
-            while struct.unpack_from("<I", disk, at + 8)[0] == sync:
-                struct.pack_into("<q", disk, at, begin + (100000 if frames else 0))
-                at += FRAME_HEAD + struct.unpack_from("<I", disk, at + 20)[0]
-                frames += 1
-            self.assertGreater(frames, 150)  # more than the pictures that a camera keeps
-            file.seek(0)
-            file.write(disk)
+        frames = restamp(image, clip, lambda number, _: micros(0.1 if number else 0))
+        self.assertGreater(frames, 150)  # more than the pictures that a camera keeps
         viewer = Viewer(image, self.folder)
         try:
             self.open(viewer.address)

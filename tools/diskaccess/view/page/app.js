@@ -179,6 +179,7 @@ function show(shown) {
   address.keep(shown.time);
   sound.follow(shown.time, shown.playing, player.rate);
   if (shown.playing) {
+    stepsToFirst = 0;
     skipGap(shown);
   } else {
     findFirstPicture(shown);
@@ -237,22 +238,29 @@ function reverse() {
 }
 
 function goTo(time) {
+  stepsToFirst = 0;
   const { from, to } = whole();
   player.seek(Math.min(Math.max(time, from), to - 1));
 }
 
-function goToNext(times, direction) {
+// Where a recording begins no camera may have a picture yet: then the first one is shown.
+function goToBeginning(time) {
+  goTo(time);
+  stepsToFirst = kStepsToFirst;
+}
+
+function goToNext(times, direction, go = goTo) {
   const margin = kSecond / 1000;
   const next = direction > 0
     ? times.find((time) => time > player.time + margin)
     : times.findLast((time) => time < player.time - margin);
   if (next !== undefined) {
-    goTo(next);
+    go(next);
   }
 }
 
 const eventTimes = () => events.map((event) => event.time);
-const journeyTimes = () => journeys.map((journey) => journey.from);
+const goToJourney = (direction) => goToNext(journeys.map((journey) => journey.from), direction, goToBeginning);
 const lossTimes = () =>
   damages.filter((damage) => damage.loss && damage.last !== 0xffffffff).map((damage) => damage.first * kSecond).sort((a, b) => a - b);
 
@@ -445,11 +453,11 @@ const keys = [
   ["-", "-", "slower", () => changeRate(-1)],
   ["n", "N", "next event", () => goToNext(eventTimes(), 1)],
   ["p", "P", "previous event", () => goToNext(eventTimes(), -1)],
-  ["j", "J", "next journey", () => goToNext(journeyTimes(), 1)],
-  ["J", "Shift+J", "previous journey", () => goToNext(journeyTimes(), -1)],
+  ["j", "J", "next journey", () => goToJourney(1)],
+  ["J", "Shift+J", "previous journey", () => goToJourney(-1)],
   ["l", "L", "next loss", () => goToNext(lossTimes(), 1)],
   ["L", "Shift+L", "previous loss", () => goToNext(lossTimes(), -1)],
-  ["Home", "Home", "start of the recordings", () => goTo(whole().from)],
+  ["Home", "Home", "start of the recordings", () => goToBeginning(whole().from)],
   ["End", "End", "end of the recordings", () => goTo(whole().to - 1)],
   ["i", "I", "mark the start", () => mark("from", player.time)],
   ["o", "O", "mark the end", () => mark("to", player.time)],
@@ -532,7 +540,7 @@ function connect() {
   const press = {
     play: togglePlay, reverse, "step-back": () => player.step(-1), "step-forward": () => player.step(1),
     "previous-alarm": () => goToNext(eventTimes(), -1), "next-alarm": () => goToNext(eventTimes(), 1),
-    "previous-journey": () => goToNext(journeyTimes(), -1), "next-journey": () => goToNext(journeyTimes(), 1),
+    "previous-journey": () => goToJourney(-1), "next-journey": () => goToJourney(1),
     "previous-loss": () => goToNext(lossTimes(), -1), "next-loss": () => goToNext(lossTimes(), 1), "mark-in": () => mark("from", player.time),
     "mark-out": () => mark("to", player.time), preview, export: startExport, fold: toggleFold, help: showKeys,
     still: () => player.still(chosen),
@@ -583,9 +591,12 @@ async function start() {
   player = new Player(api.token, makeCameras(), info.server_pictures);
   connect();
   address = new Address(clock, goTo);
-  stepsToFirst = address.time === null ? kStepsToFirst : 0;
   choose(info.channels);
-  goTo(address.time ?? whole().from);
+  if (address.time === null) {
+    goToBeginning(whole().from);
+  } else {
+    goTo(address.time);
+  }
   await readAll();
 }
 
