@@ -26,8 +26,9 @@ constexpr uint64_t kSector = 512;
 /// Of a block above this no more than a window is kept: a search after damage begins with reading that again. There are
 /// 256 such searches at most in a block, in each of its readings, and a window has 8 KiB where damage lies close.
 constexpr uint64_t kLargestKept = 64 << 20;
-constexpr uint64_t kReadsOfSearches = 4 * 256;
-constexpr uint64_t kBytesOfSearches = kReadsOfSearches * (8 << 10);
+constexpr uint64_t kReadsOfSearches = 1024;
+constexpr uint64_t kBytesOfAWindow = 8 << 10;
+constexpr uint64_t kBytesOfSearches = kReadsOfSearches * kBytesOfAWindow;
 /// Bytes of the input that a frame takes, of which something may be wrong.
 constexpr uint64_t kFrame = 24;
 

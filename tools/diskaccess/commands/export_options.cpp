@@ -1,5 +1,6 @@
 #include "commands/export_options.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -195,8 +196,9 @@ void RefuseOtherKinds(const Options& options, const std::string& name, const std
     for (const char* const ending :
          {".avi", ".mov", ".wmv", ".asf", ".flv", ".mpg", ".mpeg", ".ts", ".webm", ".3gp"}) {
         if (options.container.empty() && EndsWith(Lowered(name), ending)) {
-            throw WrongUse(where + "'" + name + "' would not be a " + ending +
-                           " file; name a FILE.mkv or a FILE.mp4, or give --container");
+            throw WrongUse(fmt::format(
+                "{}'{}' would not be a {} file; name a FILE.mkv or a FILE.mp4, or give --container", where,
+                name, ending));
         }
     }
 }
