@@ -1,5 +1,6 @@
 #include "block_judge.h"
 
+#include <algorithm>
 #include <map>
 #include <optional>
 
@@ -116,9 +117,20 @@ void CheckOpen(const Disk& disk, FoundFrames& found, const BlockFacts& facts, Fr
     }
 }
 
+/// Whether head and frames are of an earlier turn than the tail, which has the second of the last frame: the disk lost what
+/// was written over them.
+bool IsOfEarlierTurn(const FoundFrames& found, const Block& block) {
+    const bool named = std::any_of(found.problems.begin(), found.problems.end(),
+                                   [](const Problem& each) { return each.severity == Severity::Loss; });
+    return !block.headSound && !named &&
+           std::none_of(found.frames.begin(), found.frames.end(),
+                        [&block](const FoundFrame& frame) { return frame.Seconds() == block.end; });
+}
+
 /// A block is opened for a frame: one that was closed has held some.
 void CheckForNothing(FoundFrames& found, const Block& block) {
-    if (block.closed && found.frames.empty() && found.problems.empty()) {
+    const bool empty = found.frames.empty() && found.problems.empty();
+    if (block.closed && (empty || IsOfEarlierTurn(found, block))) {
         Problem problem;
         problem.kind = ProblemKind::BlockWiped;
         found.problems.push_back(problem);

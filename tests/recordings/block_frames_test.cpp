@@ -1150,6 +1150,28 @@ TEST_P(BlockFrames, AreNamedWhenNothingButTheTailIsLeft) {
     }
 }
 
+/// The disk lost what was written to block 1 but for its tail, and shows what lay there before: here that of block 0.
+TEST_P(BlockFrames, AreNamedWhenAnEarlierTurnShowsUnderTheTail) {
+    for (const bool withoutIndex : {false, true}) {
+        Begin(1);
+        for (int64_t hour = 0; hour < 3; ++hour) {
+            RecordSeconds(hour * 3600, 2);
+            Recorder().PowerOff();
+        }
+        std::vector<uint8_t> earlier(static_cast<size_t>(Image().TailOffset(0) - Image().HeadOffset(0)));
+        Image().Read(Image().HeadOffset(0), earlier.data(), earlier.size());
+        Image().Write(Image().HeadOffset(1), earlier.data(), earlier.size());
+        Lines expected = {"block_wiped loss block 1"};
+        if (withoutIndex) {
+            Fill(Image().IndexOffset(1), Image().TailOffset(1), 0xFF);
+            expected.insert(expected.begin(), "index_damaged note block 1");
+        }
+        const ReadFrames read = Read(1);
+        EXPECT_EQ(read.Lines(), expected);
+        EXPECT_TRUE(read.lossAtEnd);
+    }
+}
+
 TEST_P(BlockFrames, AreDeliveredWhenTheIndexIsLost) {
     Begin(1);
     RecordSeconds(0, 5);
