@@ -26,15 +26,6 @@
 #if __has_feature(address_sanitizer)
 #include <sanitizer/lsan_interface.h>
 #define FUZZING_WITH_LEAK_CHECK 1
-/// libewf forgets the memory of a chunk of an E01 image that it cannot read.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer's own name
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:libewf.so";
-}
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the same
-extern "C" const char* __lsan_default_options() {
-    return "print_suppressions=0";
-}
 #endif
 #endif
 
