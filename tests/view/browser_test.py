@@ -7,6 +7,7 @@ Each camera's picture shows the number of its frame as a row of 16 black and whi
 on the page is known. Exits with 77 where there is no Chromium, no driver for it, or no ffmpeg.
 """
 
+import contextlib
 import datetime
 import glob
 import itertools
@@ -697,9 +698,20 @@ class ViewerTest(BrowserTest):
         try:
             self.open(viewer.address)
             self.seek(0.5)
-            self.wait(lambda: self.browser.find_elements(By.CSS_SELECTOR, "#damages .loss") != [])
+            self.wait(self.loss_is_listed)
+            with self.between(viewer.address) as between:  # it is found before the lists are read
+                between.failing = ("/api/damage",)
+                self.browser.get("about:blank")
+                self.browser.get(between.address)
+                self.wait(self.loss_is_listed)
+                between.failing = ()
+                self.wait(lambda: self.data("complete") == "true")
+                self.assertTrue(self.loss_is_listed())
         finally:
             viewer.end()
+
+    def loss_is_listed(self):
+        return self.browser.find_elements(By.CSS_SELECTOR, "#damages .loss") != []
 
     def test_begins_with_its_first_picture(self):
         camera = {"channel": 0, "frame_rate": 5, "gop": 10, "bitrate": 100000}
@@ -862,6 +874,16 @@ class ViewerTest(BrowserTest):
                                             "address that it prints.")
         self.browser.get_log("browser")  # tells of the requests that failed
 
+    @contextlib.contextmanager
+    def between(self, address=None):
+        """A server between page and viewer. The page is left before it ends, and what failed is taken from the console."""
+        with Between(address or self.viewer.address) as between:
+            try:
+                yield between
+            finally:
+                self.browser.get("about:blank")
+                self.browser.get_log("browser")
+
     def message_is_shown(self):
         return self.browser.find_element(By.ID, "message").is_displayed()
 
@@ -872,7 +894,7 @@ class ViewerTest(BrowserTest):
         self.assertIn(len(between.times_of("/api/frames")) - before, range(1, 7))
 
     def test_goes_on_playing_when_the_server_answers_again(self):
-        with Between(self.viewer.address) as between:
+        with self.between() as between:
             self.open(between.address)
             self.seek(1)
             between.failing = ("/api/",)
@@ -885,10 +907,9 @@ class ViewerTest(BrowserTest):
             self.assertFalse(self.message_is_shown())
             self.key(" ")
             self.settle()
-        self.browser.get_log("browser")  # tells of the requests that failed
 
     def test_goes_to_a_time_when_the_server_answers_again(self):
-        with Between(self.viewer.address) as between:
+        with self.between() as between:
             self.open(between.address)
             between.failing = ("/api/",)
             self.browser.execute_script("location.hash = 't=2026-11-20T14:00:15.5'")
@@ -899,7 +920,6 @@ class ViewerTest(BrowserTest):
             self.settle()
             self.assert_shows(15.5)
             self.assertFalse(self.message_is_shown())
-        self.browser.get_log("browser")
 
     def fail_to_draw_the_timeline(self, between):
         between.failing = ("/api/",)
@@ -908,7 +928,7 @@ class ViewerTest(BrowserTest):
         between.failing = ()
 
     def test_closes_its_message(self):
-        with Between(self.viewer.address) as between:
+        with self.between() as between:
             self.open(between.address)
             for close in (lambda: self.key(Keys.ESCAPE),
                           lambda: self.browser.find_element(By.ID, "close-message").click(),
@@ -916,10 +936,9 @@ class ViewerTest(BrowserTest):
                 self.fail_to_draw_the_timeline(between)
                 close()
                 self.wait(lambda: not self.message_is_shown())
-        self.browser.get_log("browser")
 
     def test_reads_the_disk_when_the_server_answers_again(self):
-        with Between(self.viewer.address) as between:
+        with self.between() as between:
             between.failing = ("/api/coverage", "/api/events")
             self.browser.get("about:blank")
             self.browser.get(between.address)
@@ -927,7 +946,6 @@ class ViewerTest(BrowserTest):
             self.assertEqual(self.data("complete"), "")
             between.failing = ()
             self.wait(lambda: self.data("complete") == "true" and not self.message_is_shown())
-        self.browser.get_log("browser")
 
     def test_says_that_its_key_is_wrong(self):
         self.browser.get("about:blank")

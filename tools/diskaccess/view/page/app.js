@@ -25,7 +25,9 @@ let journeys = [];
 let folded = true;
 let chosen = [];
 let events = [];
-let damages = [];
+let problems = []; // of the disk, as the server knows them
+const lossesRead = []; // that frames showed when they were read: they stay when the problems are read again
+let damages = []; // both
 let exportNumber = null;
 let stepsToFirst = 0; // may be made until a picture is shown
 
@@ -398,8 +400,13 @@ async function readSome() {
 async function readLists() {
   const all = stretchQuery(0, 4294967295 * kSecond);
   events = (await api.json("/api/events?" + all)).events;
-  damages = (await api.json("/api/damage?" + all)).problems;
+  problems = (await api.json("/api/damage?" + all)).problems;
   timeline.events = events;
+  showDamages();
+}
+
+function showDamages() {
+  damages = [...problems, ...lossesRead.filter((loss) => !problems.some((problem) => problem.text === loss.text))];
   timeline.damages = damages;
   timeline.draw();
   showLists();
@@ -419,10 +426,8 @@ function addLoss({ channel, before, after, text, time }) {
   }
   const first = before ?? Math.min(time, after ?? time);
   const end = after ?? Math.max(time, first) + kSecond;
-  damages.push({ first: first / kSecond, last: end / kSecond - 1, channel, text, loss: true });
-  timeline.damages = damages;
-  timeline.draw();
-  showLists();
+  lossesRead.push({ first: first / kSecond, last: end / kSecond - 1, channel, text, loss: true });
+  showDamages();
 }
 
 // The stretch in sight, as finely as it can be drawn.
